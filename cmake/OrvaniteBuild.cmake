@@ -1,0 +1,26 @@
+# What every target of ours is built with, in one private interface target.
+#
+# -ffp-contract=off  keeps a multiply and an add two operations: fused ones are written as fma
+# NDEBUG             assertions are kept out of Release only
+
+add_library(orvanite_build INTERFACE)
+target_compile_options(orvanite_build INTERFACE
+  -ffp-contract=off -Wall -Wextra -Wconversion -Wshadow
+  $<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)
+target_include_directories(orvanite_build INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(orvanite_build INTERFACE ORVANITE_VERSION="${PROJECT_VERSION}")
+
+if(ORVANITE_SANITIZE)
+  target_compile_options(orvanite_build INTERFACE
+    -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(orvanite_build INTERFACE -fsanitize=${ORVANITE_SANITIZE})
+endif()
+
+# orvanite_test(NAME SOURCES ... LIBRARIES ... [LABELS ...])
+# One GoogleTest binary, each of its cases a ctest entry.
+function(orvanite_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} orvanite_build GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${ARG_LABELS}")
+endfunction()
