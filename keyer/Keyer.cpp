@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A frame is cut into bands of rows; each band is one tile for the engine, whose renders only read
+// it. The arena holds the number of threads down, also inside a larger pipeline.
+#include "keyer/Keyer.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/info.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "keyer/Error.h"
+
+namespace orvanite {
+namespace {
+
+// Rows of a band at the least: enough pixels to make the split not worth noticing, few enough that
+// threads finish together.
+constexpr int bandRows = 16;
+
+void advance(OtileImage& image, int rows, int depth) {
+  const std::ptrdiff_t bytes = std::ptrdiff_t{image.lineStep} * rows * depth;
+  for (void** channel : {&image.red, &image.green, &image.blue, &image.alpha}) {
+    if (*channel != nullptr) *channel = static_cast<char*>(*channel) + bytes;
+  }
+}
+
+Otile bandOf(const Frame& frame, int firstRow) {
+  Otile band = frame.pictures;
+  for (OtileImage* image : {&band.dst, &band.bg, &band.fg, &band.hold, &band.garbage, &band.ref}) {
+    advance(*image, firstRow, frame.depth);
+  }
+  return band;
+}
+
+}  // namespace
+
+Keyer::Keyer() : engine_(orvanite_new()) {
+  if (!engine_) throw Error(Fault::failure, "keyer", "out of memory");
+}
+
+void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs) {
+  depth_ = 0;
+  if (const std::string problem = settings.screenProblem(); !problem.empty()) {
+    throw Error(Fault::wrongUse, "screen", problem);
+  }
+  if (depth == 4 && inputs.reference && settings.toggle("useReference")) {
+    throw Error(Fault::wrongUse, "reference",
+                "expected 8- or 16-bit pictures with a clean plate, found float pictures");
+  }
+  settings.applyTo(engine_.get(), depth, inputs);
+  if (const int result = orvanite_makeLuts(engine_.get()); result != 0) {
+    throw Error(result == 3 ? Fault::failure : Fault::wrongUse, "keyer", tableProblem(result));
+  }
+  depth_ = depth;
+}
+
+void Keyer::render(const Frame& frame, int threads) const {
+  if (depth_ == 0 || frame.depth != depth_) {
+    throw Error(Fault::wrongUse, "frame",
+                "expected a frame of the depth that the keyer was prepared for");
+  }
+  std::atomic<bool> refused = false;
+  const auto work = [&] {
+    tbb::parallel_for(tbb::blocked_range<int>(0, std::max(0, frame.height), bandRows),
+                      [&](const tbb::blocked_range<int>& rows) {
+                        Otile band = bandOf(frame, rows.begin());
+                        const int result = orvanite_render(engine_.get(), frame.depth, frame.width,
+                                                           rows.end() - rows.begin(), &band);
+                        if (result != 0) refused = true;
+                      });
+  };
+  if (threads == 1) {
+    Otile whole = frame.pictures;
+    refused = orvanite_render(engine_.get(), frame.depth, frame.width, frame.height, &whole) != 0;
+  } else if (threads > 1) {
+    tbb::task_arena(threads).execute(work);
+  } else {
+    work();
+  }
+  if (refused) {
+    throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");
+  }
+}
+
+int availableThreads() {
+  for (const char* variable : {"SLURM_CPUS_ON_NODE", "CUE_THREADS"}) {
+    const char* text = std::getenv(variable);
+    if (text == nullptr) continue;
+    int share = 0;
+    const char* end = text + std::strlen(text);
+    const auto read = std::from_chars(text, end, share);
+    if (read.ec == std::errc() && read.ptr == end && share > 0) return std::min(share, 1024);
+  }
+  return std::max(1, tbb::info::default_concurrency());
+}
+
+}  // namespace orvanite

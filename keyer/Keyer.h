@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Whole frames on threads: one engine, set up once, that keys frames of any size by splitting
+// their rows. Everything that keys whole pictures goes through here.
+// Knows settings, the engine's flat interface and oneTBB.
+#pragma once
+
+#include <memory>
+
+#include "engine/orvanite.h"
+#include "keyer/Settings.h"
+
+namespace orvanite {
+
+/// Where a frame's pictures lie. The pictures are the caller's.
+struct Frame {
+  Otile pictures{};  // each pointer at the first pixel of the first row; a step may be negative
+  int width = 0;
+  int height = 0;
+  int depth = 1;  // 1 8-bit, 2 16-bit, 4 float
+};
+
+class Keyer {
+ public:
+  /// Throws Error (failure) when memory runs out.
+  Keyer();
+
+  /// Sets up the engine for frames of a depth that have the given inputs.
+  /// Throws Error: wrongUse for settings that cannot key, a clean plate with float frames included;
+  /// failure when memory runs out. No render may run meanwhile.
+  void prepare(const Settings& settings, int depth, const Inputs& inputs);
+
+  /// Keys one frame into pictures.dst, which may share its buffer with the plate or the background,
+  /// pixel for pixel. Renders of different frames may run at once on one prepared keyer.
+  ///
+  /// threads  how many may work on this frame; 0 for as many as the process has
+  /// Throws Error (wrongUse) when the frame lacks what prepare was told or has another depth.
+  void render(const Frame& frame, int threads = 0) const;
+
+ private:
+  struct Delete {
+    void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
+  };
+  std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
+  int depth_ = 0;  // 0: not prepared
+};
+
+/// How many threads a process may use: the scheduler's share where it says one
+/// (SLURM_CPUS_ON_NODE, CUE_THREADS), else as many as it may run on. At least 1.
+int availableThreads();
+
+}  // namespace orvanite

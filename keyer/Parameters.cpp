@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The parameter table itself. Ranges are what a person may enter: they keep values finite and lie
+// well outside what pictures hold; the engine conditions them further where its arithmetic needs it.
+#include "keyer/Parameters.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <vector>
+
+namespace orvanite {
+namespace {
+
+constexpr Choice outputs[] = {
+    {"composite", "Composite", "the keyed foreground over the background picture (black without one)"},
+    {"compOnBlack", "Over black", "the keyed foreground over black"},
+    {"compOnReplace", "Over replace colour", "the keyed foreground over the replace colour"},
+    {"compOnColour", "Over flat colour", "the keyed foreground over the flat background colour"},
+    {"unpremultiplied", "Foreground",
+     "the cleaned foreground, not multiplied by the matte, with the matte in alpha"},
+    {"status", "Status",
+     "black: all screen; blue: all foreground; red to yellow: between, greener as the matte rises; "
+     "more red under the hold-out matte"},
+    {"matte", "Matte", "the matte in all four channels"},
+};
+
+constexpr Choice encodings[] = {
+    {"linear", "Linear", "values are linear light"},
+    {"log", "Log", "values are printing densities, as scanned film stores them"},
+    {"video", "Video", "values are gamma-encoded video"},
+};
+
+constexpr ParameterType number = ParameterType::number;
+constexpr ParameterType triple = ParameterType::triple;
+constexpr ParameterType colour = ParameterType::colour;
+constexpr DefaultRule fixed = DefaultRule::fixed;
+constexpr DefaultRule byScreen = DefaultRule::balanceOfScreen;
+constexpr float colourTop = 64;
+
+constexpr std::string_view outputGroup = "Output";
+constexpr std::string_view screenGroup = "Screen";
+constexpr std::string_view balanceGroup = "Balance and gain";
+constexpr std::string_view spillGroup = "Spill";
+constexpr std::string_view foregroundGroup = "Foreground grade";
+constexpr std::string_view backgroundGroup = "Background grade";
+constexpr std::string_view matteGroup = "Mattes";
+
+// clang-format off
+constexpr Parameter table[] = {
+    {"output", "Output", outputGroup, ParameterType::choice, "", 0, 6, 0, 6, {0, 0, 0}, "", outputs,
+     {"output", "", ""}, fixed, "What the result shows."},
+    {"colourspace", "Encoding", outputGroup, ParameterType::choice, "", 0, 2, 0, 2, {0, 0, 0}, "", encodings,
+     {"colourspace", "", ""}, fixed, "How the pictures and all colours below are encoded."},
+    {"background", "Flat background", outputGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0}, "", {},
+     {}, fixed, "Colour behind the foreground in the output compOnColour."},
+
+    {"screen", "Screen colour", screenGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0.9F}, "", {},
+     {"rScreen", "gScreen", "bScreen"}, fixed,
+     "Colour of the screen as the plate shows it; pick a bright, even part near the subject."},
+    {"screenRange", "Screen range", screenGroup, number, "distance in colour", 0, 0.5F, 0, 1, {0, 0, 0}, "", {},
+     {"screenRange", "", ""}, fixed,
+     "How far from the screen colour, towards grey, a colour may lie and still be all screen. Clears "
+     "an uneven screen and fills the subject by the same amount."},
+    {"fgBias", "Foreground bias", screenGroup, colour, "colour", 0, 1, 0.001F, colourTop, {0.9F, 0.9F, 0.9F}, "", {},
+     {"rFgBias", "gFgBias", "bFgBias"}, fixed,
+     "What a neutral grey or white of the subject looks like in the plate: tinted light is taken out "
+     "of the key by it."},
+
+    {"shadowBalance", "Shadow balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
+     {"shadowBalance", "", ""}, byScreen,
+     "How the key weighs the screen's two lesser channels in dark tones: 0 all on the weakest, 1 all "
+     "on the middle one."},
+    {"midtoneBalance", "Midtone balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
+     {"midtoneBalance", "", ""}, byScreen, "The same in middle tones."},
+    {"highlightBalance", "Highlight balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
+     {"highlightBalance", "", ""}, byScreen, "The same in bright tones."},
+    {"shadowGain", "Shadow gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
+     {"shadowGain", "", ""}, fixed,
+     "Added to the weight of the screen's strongest channel in dark tones: above 0 keys more out, "
+     "below 0 keeps more."},
+    {"midtoneGain", "Midtone gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
+     {"midtoneGain", "", ""}, fixed, "The same in middle tones."},
+    {"highlightGain", "Highlight gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
+     {"highlightGain", "", ""}, fixed, "The same in bright tones."},
+    {"midTonesAt", "Midtones at", balanceGroup, triple, "value", 0, 1, 0, colourTop, {0.5F, 0.5F, 0.5F}, "", {},
+     {"midTonesAt", "", ""}, fixed, "Value at which the middle tones lie."},
+
+    {"replace", "Replace colour", spillGroup, colour, "colour", 0, 1, 0, colourTop, {0.5F, 0.5F, 0.5F}, "", {},
+     {"rReplace", "gReplace", "bReplace"}, fixed,
+     "Put back where the hold-out matte keeps what the key took away; also the backdrop of the output "
+     "compOnReplace."},
+
+    {"exposure", "Exposure", foregroundGroup, triple, "factor", 0, 4, 0, 1000, {1, 1, 1}, "", {},
+     {"rExposure", "gExposure", "bExposure"}, fixed, "Multiplies the foreground's linear light."},
+    {"gamma", "Gamma", foregroundGroup, triple, "exponent", 0.2F, 5, 0.01F, 100, {1, 1, 1}, "", {},
+     {"rGamma", "gGamma", "bGamma"}, fixed, "Raises the foreground's linear light to 1/gamma: above 1 brightens."},
+    {"offset", "Offset", foregroundGroup, triple, "linear light", -0.5F, 0.5F, -colourTop, colourTop, {0, 0, 0}, "", {},
+     {}, fixed, "Added to the foreground's linear light."},
+    {"saturation", "Saturation", foregroundGroup, number, "factor", 0, 3, 0, 3, {1, 0, 0}, "", {},
+     {"saturation", "", ""}, fixed, "Saturation of the foreground: 0 is grey, 1 leaves it."},
+
+    {"bgExposure", "Exposure", backgroundGroup, triple, "factor", 0, 4, 0, 1000, {1, 1, 1}, "", {},
+     {}, fixed, "Multiplies the background's linear light."},
+    {"bgGamma", "Gamma", backgroundGroup, triple, "exponent", 0.2F, 5, 0.01F, 100, {1, 1, 1}, "", {},
+     {}, fixed, "Raises the background's linear light to 1/gamma: above 1 brightens."},
+    {"bgOffset", "Offset", backgroundGroup, triple, "linear light", -0.5F, 0.5F, -colourTop, colourTop, {0, 0, 0}, "", {},
+     {}, fixed, "Added to the background's linear light."},
+    {"bgSaturation", "Saturation", backgroundGroup, number, "factor", 0, 3, 0, 3, {1, 0, 0}, "", {},
+     {}, fixed, "Saturation of the background: 0 is grey, 1 leaves it."},
+
+    {"useHoldOutMatte", "Use hold-out matte", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
+     {"useHoldOutMatte", "", ""}, fixed, "Where the hold-out matte is white the foreground is kept whole."},
+    {"holdOutChannel", "Hold-out channel", matteGroup, ParameterType::channel, "", 0, 0, 0, 0, {0, 0, 0}, "A", {},
+     {"holdOutChannel", "", ""}, fixed, "Channel of the hold-out picture that is the matte."},
+    {"useGarbageMatte", "Use garbage matte", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
+     {"useGarbageMatte", "", ""}, fixed, "Where the garbage matte is white the foreground is cut away."},
+    {"garbageChannel", "Garbage channel", matteGroup, ParameterType::channel, "", 0, 0, 0, 0, {0, 0, 0}, "A", {},
+     {"garbageChannel", "", ""}, fixed, "Channel of the garbage picture that is the matte."},
+    {"useReference", "Use clean plate", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
+     {}, fixed,
+     "Where a clean plate is given, each pixel has the screen colour found there (8- and 16-bit pictures)."},
+};
+// clang-format on
+
+// Letters inserted, removed or changed to turn one word into the other, whatever their case.
+std::size_t editDistance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                        std::tolower(static_cast<unsigned char>(b[j - 1]));
+      const std::size_t changed = diagonal + (same ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
+    }
+  }
+  return row[b.size()];
+}
+
+}  // namespace
+
+std::span<const Parameter> parameters() { return table; }
+
+const Parameter* findParameter(std::string_view name) {
+  const auto* found = std::find_if(std::begin(table), std::end(table),
+                                   [name](const Parameter& entry) { return entry.name == name; });
+  return found == std::end(table) ? nullptr : found;
+}
+
+int valuesOf(ParameterType type) {
+  switch (type) {
+    case ParameterType::triple:
+    case ParameterType::colour: return 3;
+    case ParameterType::channel: return 0;
+    default: return 1;
+  }
+}
+
+std::string_view nearest(std::string_view word, std::span<const std::string_view> candidates) {
+  if (word.size() > 64) return {};
+  // A third of the letters may be wrong; more than that is another word.
+  std::size_t best = std::max<std::size_t>(1, word.size() / 3) + 1;
+  std::string_view found;
+  for (std::string_view candidate : candidates) {
+    const std::size_t distance = editDistance(word, candidate);
+    if (distance < best) {
+      best = distance;
+      found = candidate;
+    }
+  }
+  return found;
+}
+
+}  // namespace orvanite

@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Reading, checking and writing of parameter values, and the way from them into an engine.
+#include "keyer/Settings.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "keyer/Error.h"
+
+namespace orvanite {
+namespace {
+
+std::string plain(double value) {
+  char text[32];
+  const auto end = std::to_chars(text, text + sizeof text, static_cast<float>(value)).ptr;
+  return std::string(text, end);
+}
+
+std::string rangeOf(const Parameter& parameter) {
+  return "from " + plain(parameter.low) + " to " + plain(parameter.high);
+}
+
+std::string choicesOf(const Parameter& parameter) {
+  std::string list;
+  for (std::size_t i = 0; i < parameter.choices.size(); ++i) {
+    if (i > 0) list += i + 1 == parameter.choices.size() ? " or " : ", ";
+    list += parameter.choices[i].text;
+  }
+  return list;
+}
+
+std::string expectationOf(const Parameter& parameter) {
+  switch (parameter.type) {
+    case ParameterType::number:
+      return "a number " + rangeOf(parameter);
+    case ParameterType::triple:
+    case ParameterType::colour:
+      return "one number or R,G,B, each " + rangeOf(parameter);
+    case ParameterType::choice:
+      return choicesOf(parameter);
+    case ParameterType::toggle:
+      return "on or off";
+    case ParameterType::channel:
+      return "a channel's name, such as R, G, B or A";
+  }
+  return {};
+}
+
+[[noreturn]] void refuse(const Parameter& parameter, std::string_view found) {
+  throw Error::expected(Fault::wrongUse, std::string(parameter.name), expectationOf(parameter),
+                        found);
+}
+
+// The whole of a text as a number; a leading plus and outer blanks are allowed.
+bool readNumber(std::string_view text, double& value) {
+  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+  if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);
+  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
+  return problem == std::errc() && end == text.data() + text.size() && !text.empty();
+}
+
+// Four decimals, as the node keeps its values: what is set here, saved and loaded there stays the
+// same bits. A range is checked before rounding and its ends have at most four decimals.
+float rounded(double value) { return static_cast<float>(std::round(value * 1e4) / 1e4); }
+
+float checked(const Parameter& parameter, double value, std::string_view found) {
+  const bool inside = value >= static_cast<double>(parameter.low) - 1e-9 &&
+                      value <= static_cast<double>(parameter.high) + 1e-9;
+  if (!std::isfinite(value) || !inside) refuse(parameter, found);
+  return rounded(value);
+}
+
+const Parameter& entryOf(std::string_view name) {
+  if (const Parameter* entry = findParameter(name)) return *entry;
+  std::vector<std::string_view> names;
+  for (const Parameter& entry : parameters()) names.push_back(entry.name);
+  std::string message = "no parameter has this name";
+  if (const auto meant = nearest(name, names); !meant.empty()) {
+    message += "; did you mean '" + std::string(meant) + "'?";
+  }
+  throw Error(Fault::wrongUse, std::string(name), message);
+}
+
+std::size_t indexOf(std::string_view name) {
+  return static_cast<std::size_t>(&entryOf(name) - parameters().data());
+}
+
+}  // namespace
+
+Settings::Settings() : values_(parameters().size()) {
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    values_[i].numbers = parameters()[i].defaults;
+    values_[i].text = parameters()[i].defaultText;
+  }
+}
+
+const Settings::Value& Settings::value(std::string_view name) const {
+  return values_[indexOf(name)];
+}
+
+void Settings::setText(std::string_view name, std::string_view text) {
+  const std::size_t index = indexOf(name);
+  const Parameter& parameter = parameters()[index];
+  Value next = values_[index];
+  next.given = true;
+  switch (parameter.type) {
+    case ParameterType::channel:
+      if (text.empty()) refuse(parameter, text);
+      next.text = text;
+      break;
+    case ParameterType::choice: {
+      const auto found = std::find_if(parameter.choices.begin(), parameter.choices.end(),
+                                      [text](const Choice& choice) { return choice.text == text; });
+      if (found == parameter.choices.end()) refuse(parameter, text);
+      next.numbers[0] = static_cast<float>(found - parameter.choices.begin());
+      break;
+    }
+    case ParameterType::toggle:
+      if (text == "on" || text == "1" || text == "true") {
+        next.numbers[0] = 1;
+      } else if (text == "off" || text == "0" || text == "false") {
+        next.numbers[0] = 0;
+      } else {
+        refuse(parameter, text);
+      }
+      break;
+    default: {
+      const auto count = static_cast<std::size_t>(valuesOf(parameter.type));
+      std::size_t read = 0;
+      std::string_view rest = text;
+      for (bool more = true; more; ++read) {
+        const std::size_t comma = rest.find(',');
+        double number = 0;
+        if (read == count || !readNumber(rest.substr(0, comma), number)) refuse(parameter, text);
+        next.numbers[read] = checked(parameter, number, text);
+        more = comma != std::string_view::npos;
+        if (more) rest.remove_prefix(comma + 1);
+      }
+      if (read == 1) {
+        next.numbers.fill(next.numbers[0]);
+      } else if (read != count) {
+        refuse(parameter, text);
+      }
+    }
+  }
+  values_[index] = std::move(next);
+}
+
+void Settings::setNumber(std::string_view name, double value) {
+  setNumbers(name, value, value, value);
+}
+
+void Settings::setNumbers(std::string_view name, double r, double g, double b) {
+  const std::size_t index = indexOf(name);
+  const Parameter& parameter = parameters()[index];
+  if (parameter.type == ParameterType::channel) refuse(parameter, plain(r));
+  const bool whole =
+      parameter.type == ParameterType::choice || parameter.type == ParameterType::toggle;
+  if (whole && r != std::floor(r)) refuse(parameter, plain(r));
+  Value next = values_[index];
+  next.numbers = {checked(parameter, r, plain(r)), checked(parameter, g, plain(g)),
+                  checked(parameter, b, plain(b))};
+  next.given = true;
+  values_[index] = std::move(next);
+}
+
+float Settings::number(std::string_view name, int channel) const {
+  const std::size_t index = indexOf(name);
+  const Value& held = values_[index];
+  if (parameters()[index].rule == DefaultRule::balanceOfScreen && !held.given) {
+    return number("screen", 2) > number("screen", 1) ? 0.9F : 0.5F;
+  }
+  return held.numbers[static_cast<std::size_t>(channel)];
+}
+
+std::string_view Settings::choice(std::string_view name) const {
+  const Parameter& parameter = entryOf(name);
+  return parameter.choices[static_cast<std::size_t>(number(name))].text;
+}
+
+std::string Settings::text(std::string_view name) const {
+  const Parameter& parameter = entryOf(name);
+  switch (parameter.type) {
+    case ParameterType::channel:
+      return value(name).text;
+    case ParameterType::choice:
+      return std::string(choice(name));
+    case ParameterType::toggle:
+      return toggle(name) ? "on" : "off";
+    default:
+      break;
+  }
+  std::string text = plain(number(name, 0));
+  if (valuesOf(parameter.type) == 1) return text;
+  const auto& numbers = value(name).numbers;
+  if (numbers[0] == numbers[1] && numbers[1] == numbers[2]) return text;
+  return text + ',' + plain(numbers[1]) + ',' + plain(numbers[2]);
+}
+
+bool Settings::given(std::string_view name) const { return value(name).given; }
+
+void Settings::reset(std::string_view name) {
+  const std::size_t index = indexOf(name);
+  values_[index] = {parameters()[index].defaults, std::string(parameters()[index].defaultText),
+                    false};
+}
+
+int Settings::view(const Inputs& inputs) const {
+  const std::string_view output = choice("output");
+  if (output == "composite") return inputs.background ? 0 : 1;
+  if (output == "unpremultiplied") return 4;
+  if (output == "status") return 5;
+  if (output == "matte") return 2;
+  return 1;
+}
+
+void Settings::applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs) const {
+  const auto rgb = [&](std::string_view name, auto set, auto... more) {
+    set(engine, number(name, 0), number(name, 1), number(name, 2), more...);
+  };
+
+  orvanite_useRef(engine, inputs.reference && toggle("useReference") ? 1 : 0);
+  orvanite_useHold(engine, inputs.holdOut && toggle("useHoldOutMatte") ? 1 : 0);
+  orvanite_useGarbage(engine, inputs.garbage && toggle("useGarbageMatte") ? 1 : 0);
+  const std::string_view output = choice("output");
+  if (output == "compOnReplace") {
+    rgb("replace", orvanite_setBackground);
+  } else if (output == "compOnColour") {
+    rgb("background", orvanite_setBackground);
+  } else if (view(inputs) == 1) {
+    orvanite_setBackground(engine, 0, 0, 0);
+  }
+  rgb("screen", orvanite_setScreen);
+  orvanite_setColourspace(engine, static_cast<int>(number("colourspace")));
+  orvanite_setView(engine, view(inputs));
+  orvanite_setScreenRange(engine, number("screenRange"));
+  rgb("fgBias", orvanite_setNeutral);
+  orvanite_setBalance(engine, 0, number("shadowBalance"));
+  orvanite_setBalance(engine, 1, number("midtoneBalance"));
+  orvanite_setBalance(engine, 2, number("highlightBalance"));
+  orvanite_setGain(engine, 0, number("shadowGain"));
+  orvanite_setGain(engine, 1, number("midtoneGain"));
+  orvanite_setGain(engine, 2, number("highlightGain"));
+  rgb("midTonesAt", orvanite_setMp);
+  rgb("replace", orvanite_setReplace);
+  rgb("exposure", orvanite_setExposure, 0);
+  rgb("gamma", orvanite_setGamma, 0);
+  rgb("offset", orvanite_setOffset, 0);
+  orvanite_setSaturation(engine, number("saturation"), 0);
+  rgb("bgExposure", orvanite_setExposure, 1);
+  rgb("bgGamma", orvanite_setGamma, 1);
+  rgb("bgOffset", orvanite_setOffset, 1);
+  orvanite_setSaturation(engine, number("bgSaturation"), 1);
+
+  const int maximum = codeMaximum(depth);
+  orvanite_setGMatteMax(engine, maximum);
+  orvanite_setFgMax(engine, maximum);
+  orvanite_setBgMax(engine, maximum);
+  orvanite_setHMatteMax(engine, maximum);
+  orvanite_setRefMax(engine, maximum);
+  orvanite_setDstMax(engine, maximum);
+}
+
+std::string Settings::screenProblem() const {
+  std::array<float, 3> screen{number("screen", 0), number("screen", 1), number("screen", 2)};
+  const std::string shown = text("screen");
+  std::sort(screen.begin(), screen.end());
+  if (screen[2] == 0) return "expected a colour, found black (" + shown + ")";
+  // With a tinted foreground bias other colours are grey to the engine, which then says so itself.
+  const bool plainBias =
+      number("fgBias", 0) == number("fgBias", 1) && number("fgBias", 1) == number("fgBias", 2);
+  if (!plainBias) return {};
+  if (screen[0] == screen[2]) return "expected a colour, found a grey (" + shown + ")";
+  if (screen[1] == screen[2] && number("midtoneBalance") == 1) {
+    return "expected one channel above the others when midtoneBalance is 1, found " + shown;
+  }
+  return {};
+}
+
+int codeMaximum(int depth) { return depth == 1 ? 255 : depth == 4 ? 1 : 65535; }
+
+std::string tableProblem(int result) {
+  switch (result) {
+    case 0:
+      return {};
+    case 1:
+      return "fgBias: expected three channels above 0";
+    case 2:
+      return "screen: expected a colour with one channel above the others, seen beside fgBias";
+    default:
+      return "the keyer's tables could not be built: out of memory, or a clean plate with float "
+             "pictures";
+  }
+}
+
+}  // namespace orvanite

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A keyer's parameters as one plain value: read and written by name, checked as they are written,
+// handed to an engine as a whole in the order in which the node hands over its own.
+// Knows the parameter table and the engine's flat interface.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/orvanite.h"
+#include "keyer/Parameters.h"
+
+namespace orvanite {
+
+/// Which pictures there are beside the plate.
+struct Inputs {
+  bool background = false;
+  bool holdOut = false;
+  bool garbage = false;
+  bool reference = false;
+  bool operator==(const Inputs&) const = default;
+};
+
+class Settings {
+ public:
+  /// Every parameter at its default.
+  Settings();
+
+  /// Sets a parameter from its text: a number, three as "R,G,B" (one stands for all three), a
+  /// choice's text, "on", "off", 1 or 0, or a channel's name.
+  /// Numbers are kept to four decimals, as the node keeps them. Throws Error (wrongUse) that names
+  /// the parameter, what was found and what was expected; nothing changes then.
+  void setText(std::string_view name, std::string_view text);
+
+  /// The same from numbers; one number sets all channels. A choice takes its index.
+  void setNumber(std::string_view name, double value);
+  void setNumbers(std::string_view name, double r, double g, double b);
+
+  /// The value in force: the one given, or the default.
+  float number(std::string_view name, int channel = 0) const;
+  bool toggle(std::string_view name) const { return number(name) != 0; }
+  std::string_view choice(std::string_view name) const;
+
+  /// The value in force as text that setText takes and that gives the same value back.
+  std::string text(std::string_view name) const;
+
+  /// Whether a value was given since the last reset.
+  bool given(std::string_view name) const;
+  void reset(std::string_view name);
+
+  /// Sets every parameter and code maximum of an engine, for pictures of a depth (1, 2 or 4) of
+  /// which those in `inputs` exist. A composite without a background becomes one over black.
+  /// The engine's tables are not built. Only changed values make it work.
+  void applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs) const;
+
+  /// The view that the engine shows for these settings.
+  int view(const Inputs& inputs) const;
+
+  /// Why no engine could key with these settings; empty when nothing is known against them.
+  /// Engines find out for themselves; this says it in time and in words.
+  std::string screenProblem() const;
+
+  /// Same values in force and same ones given.
+  bool operator==(const Settings&) const = default;
+
+ private:
+  struct Value {
+    std::array<float, 3> numbers{};
+    std::string text;
+    bool given = false;
+    bool operator==(const Value&) const = default;
+  };
+
+  const Value& value(std::string_view name) const;
+
+  std::vector<Value> values_;  // as parameters() orders them
+};
+
+/// The depth's code value for 1.0: 255, 65535 or 1.
+int codeMaximum(int depth);
+
+/// What a result of orvanite_makeLuts other than 0 means, in words.
+std::string tableProblem(int result);
+
+}  // namespace orvanite
