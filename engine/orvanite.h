@@ -95,7 +95,8 @@ ORVANITE_API void orvanite_setScreenRange(QMXOrvaniteTable* engine, float value)
 
 /* Grading of a set (0 foreground, 1 background; others are forced into that range), applied to
  * linear light: exposure * value^(1 / gamma) + offset. Defaults 1, 1, 0. */
-ORVANITE_API void orvanite_setExposure(QMXOrvaniteTable* engine, float r, float g, float b, int set);
+ORVANITE_API void orvanite_setExposure(QMXOrvaniteTable* engine, float r, float g, float b,
+                                       int set);
 ORVANITE_API void orvanite_setGamma(QMXOrvaniteTable* engine, float r, float g, float b, int set);
 ORVANITE_API void orvanite_setOffset(QMXOrvaniteTable* engine, float r, float g, float b, int set);
 
