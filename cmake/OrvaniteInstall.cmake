@@ -1,0 +1,20 @@
+# What `cmake --install` gives a client of the library: header, shared library, CMake package and
+# pkg-config file. Applications and plug-ins install themselves where they are built.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS orvanite EXPORT OrvaniteTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES engine/orvanite.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Orvanite)
+install(EXPORT OrvaniteTargets NAMESPACE orvanite:: DESTINATION ${package_folder})
+configure_package_config_file(cmake/OrvaniteConfig.cmake.in OrvaniteConfig.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(OrvaniteConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/OrvaniteConfig.cmake
+  ${PROJECT_BINARY_DIR}/OrvaniteConfigVersion.cmake DESTINATION ${package_folder})
+
+cmake_path(APPEND ORVANITE_PC_LIBDIR "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
+cmake_path(APPEND ORVANITE_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
+configure_file(cmake/orvanite.pc.in orvanite.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/orvanite.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
