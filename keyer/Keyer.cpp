@@ -5,6 +5,7 @@
 #include "keyer/Keyer.h"
 
 #include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
 #include <tbb/info.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -15,6 +16,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "keyer/Error.h"
 
@@ -81,6 +83,11 @@ void Keyer::render(const Frame& frame, int threads) const {
     Otile whole = frame.pictures;
     refused = orvanite_render(engine_.get(), frame.depth, frame.width, frame.height, &whole) != 0;
   } else if (threads > 1) {
+    // More threads than processors are granted only when asked for.
+    std::optional<tbb::global_control> more;
+    if (threads > tbb::info::default_concurrency()) {
+      more.emplace(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
+    }
     tbb::task_arena(threads).execute(work);
   } else {
     work();

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The parameter table itself. Ranges are what a person may enter: they keep values finite and lie
-// well outside what pictures hold; the engine conditions them further where its arithmetic needs it.
+// well outside what pictures hold; the engine conditions them further where its arithmetic needs
+// it.
 #include "keyer/Parameters.h"
 
 #include <algorithm>
@@ -13,7 +14,8 @@ namespace orvanite {
 namespace {
 
 constexpr Choice outputs[] = {
-    {"composite", "Composite", "the keyed foreground over the background picture (black without one)"},
+    {"composite", "Composite",
+     "the keyed foreground over the background picture (black without one)"},
     {"compOnBlack", "Over black", "the keyed foreground over black"},
     {"compOnReplace", "Over replace colour", "the keyed foreground over the replace colour"},
     {"compOnColour", "Over flat colour", "the keyed foreground over the flat background colour"},
@@ -154,9 +156,12 @@ const Parameter* findParameter(std::string_view name) {
 int valuesOf(ParameterType type) {
   switch (type) {
     case ParameterType::triple:
-    case ParameterType::colour: return 3;
-    case ParameterType::channel: return 0;
-    default: return 1;
+    case ParameterType::colour:
+      return 3;
+    case ParameterType::channel:
+      return 0;
+    default:
+      return 1;
   }
 }
 

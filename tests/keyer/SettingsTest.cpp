@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Settings: what is accepted, what is refused and how it is said, and that every parameter of the
+// table reaches an engine.
+#include "keyer/Settings.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+
+#include "keyer/Error.h"
+
+namespace orvanite {
+namespace {
+
+struct Delete {
+  void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
+};
+using Engine = std::unique_ptr<QMXOrvaniteTable, Delete>;
+
+constexpr Inputs everything{true, true, true, true};
+
+// A value of the parameter other than the one in force.
+void change(Settings& settings, const Parameter& parameter) {
+  switch (parameter.type) {
+    case ParameterType::channel:
+      settings.setText(parameter.name, "R");
+      break;
+    case ParameterType::choice:
+      settings.setNumber(parameter.name, 1);
+      break;
+    case ParameterType::toggle:
+      settings.setText(parameter.name, "off");
+      break;
+    default:
+      settings.setNumber(parameter.name, 0.3);
+      break;
+  }
+}
+
+TEST(Settings, EveryParameterReachesTheEngineAndAnUnchangedOneCausesNoWork) {
+  for (const Parameter& parameter : parameters()) {
+    // Channels say which samples a matte is read from; the engine never hears of them.
+    if (parameter.type == ParameterType::channel) continue;
+    Settings settings;
+    // The flat colour matters in one output alone.
+    if (parameter.name == "background") settings.setText("output", "compOnColour");
+    Engine engine(orvanite_new());
+    settings.applyTo(engine.get(), 2, everything);
+    int changes = 0;
+    orvanite_installCallback(
+        engine.get(), [](void* count) { ++*static_cast<int*>(count); }, &changes);
+    settings.applyTo(engine.get(), 2, everything);
+    EXPECT_EQ(changes, 0) << parameter.name;
+    change(settings, parameter);
+    settings.applyTo(engine.get(), 2, everything);
+    EXPECT_GE(changes, 1) << parameter.name;
+    orvanite_installCallback(engine.get(), nullptr, nullptr);
+  }
+}
+
+// The defaults that the node's script function declares, by plug.
+TEST(Settings, DefaultsAreTheScriptFunctionsOwn) {
+  const std::map<std::string_view, float> declared = {
+      {"rScreen", 0.0F},         {"gScreen", 0.0F},          {"bScreen", 0.9F},
+      {"screenRange", 0.0F},     {"rFgBias", 0.9F},          {"gFgBias", 0.9F},
+      {"bFgBias", 0.9F},         {"shadowBalance", 0.9F},    {"midtoneBalance", 0.9F},
+      {"shadowGain", 0.0F},      {"highlightBalance", 0.9F}, {"midtoneGain", 0.0F},
+      {"highlightGain", 0.0F},   {"midTonesAt", 0.5F},       {"rReplace", 0.5F},
+      {"gReplace", 0.5F},        {"bReplace", 0.5F},         {"rExposure", 1.0F},
+      {"gExposure", 1.0F},       {"bExposure", 1.0F},        {"rGamma", 1.0F},
+      {"gGamma", 1.0F},          {"bGamma", 1.0F},           {"saturation", 1.0F},
+      {"useHoldOutMatte", 1.0F}, {"useGarbageMatte", 1.0F}};
+  const Settings settings;
+  std::size_t seen = 0;
+  for (const Parameter& parameter : parameters()) {
+    for (int channel = 0; channel < 3; ++channel) {
+      const auto found = declared.find(parameter.plugs[static_cast<std::size_t>(channel)]);
+      if (found == declared.end()) continue;
+      ++seen;
+      EXPECT_EQ(settings.number(parameter.name, channel), found->second) << found->first;
+    }
+  }
+  EXPECT_EQ(seen, declared.size());
+  EXPECT_EQ(settings.text("output"), "composite");
+  EXPECT_EQ(settings.text("colourspace"), "linear");
+  EXPECT_EQ(settings.text("holdOutChannel"), "A");
+}
+
+TEST(Settings, BalancesFollowTheScreenUntilOneIsGiven) {
+  Settings settings;
+  settings.setText("screen", "0.1,0.8,0.2");
+  EXPECT_EQ(settings.number("shadowBalance"), 0.5F);
+  settings.setText("midtoneBalance", "0.7");
+  settings.setText("screen", "0.1,0.2,0.8");
+  EXPECT_EQ(settings.number("shadowBalance"), 0.9F);
+  EXPECT_EQ(settings.number("midtoneBalance"), 0.7F);
+  settings.reset("midtoneBalance");
+  EXPECT_EQ(settings.number("midtoneBalance"), 0.9F);
+}
+
+TEST(Settings, TextGivesTheSameValueBack) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"screen", "0.1,0.8,0.25"}, {"screen", "0.5"},       {"shadowGain", "-0.25"},
+      {"output", "status"},       {"useReference", "off"}, {"holdOutChannel", "mask.Z"},
+      {"bgOffset", "0,-0.125,0"}, {"exposure", "1000"},    {"fgBias", "0.001"}};
+  for (const auto& [name, text] : cases) {
+    Settings settings;
+    settings.setText(name, text);
+    EXPECT_EQ(settings.text(name), text) << name;
+    EXPECT_TRUE(settings.given(name));
+  }
+}
+
+TEST(Settings, NumbersAreKeptToFourDecimals) {
+  Settings settings;
+  settings.setText("screen", "+0.123449, 0.99996 ,1e-1");
+  EXPECT_EQ(settings.text("screen"), "0.1234,1,0.1");
+}
+
+TEST(Settings, RefusesWhatIsNoValueAndSaysWhatWasExpected) {
+  struct Case {
+    const char* name;
+    const char* text;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"screenRange", "wide", "screenRange: expected a number from 0 to 1, found 'wide'"},
+      {"screenRange", "1.5", "screenRange: expected a number from 0 to 1, found '1.5'"},
+      {"screenRange", "0.5x", "screenRange: expected a number from 0 to 1, found '0.5x'"},
+      {"screenRange", "", "screenRange: expected a number from 0 to 1, found ''"},
+      {"shadowGain", "nan", "shadowGain: expected a number from -1 to 1, found 'nan'"},
+      {"shadowGain", "-inf", "shadowGain: expected a number from -1 to 1, found '-inf'"},
+      {"shadowGain", "+-0.5", "shadowGain: expected a number from -1 to 1, found '+-0.5'"},
+      {"shadowGain", "0.1,0.1,0.1",
+       "shadowGain: expected a number from -1 to 1, found '0.1,0.1,0.1'"},
+      {"screen", "0,1", "screen: expected one number or R,G,B, each from 0 to 64, found '0,1'"},
+      {"screen", "0,1,0,1",
+       "screen: expected one number or R,G,B, each from 0 to 64, found '0,1,0,1'"},
+      {"screen", "0,1,", "screen: expected one number or R,G,B, each from 0 to 64, found '0,1,'"},
+      {"screen", "0,-0.1,0",
+       "screen: expected one number or R,G,B, each from 0 to 64, found '0,-0.1,0'"},
+      {"screen", "0,1e400,0",
+       "screen: expected one number or R,G,B, each from 0 to 64, found '0,1e400,0'"},
+      {"colourspace", "Log", "colourspace: expected linear, log or video, found 'Log'"},
+      {"useReference", "2", "useReference: expected on or off, found '2'"},
+      {"holdOutChannel", "",
+       "holdOutChannel: expected a channel's name, such as R, G, B or A, found ''"},
+      {"screnRange", "0", "screnRange: no parameter has this name; did you mean 'screenRange'?"},
+      {"zzz", "0", "zzz: no parameter has this name"},
+  };
+  for (const Case& wrong : cases) {
+    Settings settings;
+    try {
+      settings.setText(wrong.name, wrong.text);
+      ADD_FAILURE() << wrong.name << " took '" << wrong.text << "'";
+    } catch (const Error& error) {
+      EXPECT_STREQ(error.what(), wrong.message);
+      EXPECT_EQ(error.fault(), Fault::wrongUse);
+    }
+    EXPECT_EQ(settings, Settings()) << wrong.name << " changed for '" << wrong.text << "'";
+  }
+  EXPECT_THROW(Settings().setNumber("output", 7), Error);
+  EXPECT_THROW(Settings().setNumber("output", 0.5), Error);
+}
+
+TEST(Settings, SeesScreensThatTheEngineRefusesAndNoOthers) {
+  struct Case {
+    const char *screen, *balance;
+    int result;  // of the engine's table build
+  };
+  const Case cases[] = {{"0", "0.5", 2},         {"0.5", "0.5", 2},   {"0,0.9,0.9", "1", 2},
+                        {"0,0.9,0.9", "0.5", 0}, {"0,0.9,0", "1", 0}, {"0.2,0.2,0.21", "0.9", 0}};
+  for (const Case& screen : cases) {
+    Settings settings;
+    settings.setText("screen", screen.screen);
+    settings.setText("midtoneBalance", screen.balance);
+    EXPECT_EQ(settings.screenProblem().empty(), screen.result == 0) << screen.screen;
+    for (int depth : {1, 2, 4}) {
+      Engine engine(orvanite_new());
+      settings.applyTo(engine.get(), depth, {});
+      EXPECT_EQ(orvanite_makeLuts(engine.get()), screen.result)
+          << screen.screen << " depth " << depth;
+    }
+  }
+}
+
+TEST(Parameters, NearestFindsSlipsAndNotOtherWords) {
+  const std::string_view words[] = {"screen", "screenRange", "gamma"};
+  EXPECT_EQ(nearest("scren", words), "screen");
+  EXPECT_EQ(nearest("ScreenRnage", words), "screenRange");
+  EXPECT_EQ(nearest("matte", words), "");
+}
+
+}  // namespace
+}  // namespace orvanite
