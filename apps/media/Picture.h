@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A picture in memory as the engine takes it: red, green, blue and alpha interleaved, 8-bit, 16-bit
+// or float, with the header of the file that it came from.
+#pragma once
+
+#include <OpenImageIO/imageio.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "engine/orvanite.h"
+
+namespace orvanite::media {
+
+/// How samples lie in a file.
+enum class Samples { uint8, uint16, half, float32 };
+
+/// The engine's depth code for them: 1, 2 or 4.
+int depthOf(Samples samples);
+
+/// "8-bit", "16-bit", "half" or "float".
+std::string nameOf(Samples samples);
+
+/// A rectangle of pixels.
+struct Window {
+  int x = 0, y = 0, width = 0, height = 0;
+  bool operator==(const Window&) const = default;
+};
+
+struct Picture {
+  Window data;                       // the pixels that are here
+  int depth = 1;                     // of the samples in memory
+  Samples samples = Samples::uint8;  // how a file should hold them where it can
+  bool hasAlpha = false;  // whether the file had one; here there are four channels always
+  std::unique_ptr<std::byte[]> pixels;  // rows from the top, without gaps
+  std::shared_ptr<const OIIO::ImageSpec> header;
+
+  /// A picture of a size with undefined pixels. Throws Error (failure) when memory runs out.
+  static Picture make(const Window& data, int depth, Samples samples);
+
+  std::size_t rowBytes() const {
+    return std::size_t{4} * static_cast<std::size_t>(data.width * depth);
+  }
+  std::size_t bytes() const { return rowBytes() * static_cast<std::size_t>(data.height); }
+
+  /// The four channels as a tile image. The picture keeps the pixels.
+  OtileImage image() const;
+};
+
+}  // namespace orvanite::media

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// One header is made from the plate's: its windows and metadata stay, what described the storage of
+// the old file goes.
+#include "apps/media/PictureWriter.h"
+
+#include <filesystem>
+
+#include "apps/media/PendingFile.h"
+#include "apps/media/PictureReader.h"
+#include "keyer/Error.h"
+
+namespace orvanite::media {
+namespace {
+
+OIIO::TypeDesc typeOf(Samples samples) {
+  switch (samples) {
+    case Samples::uint8:
+      return OIIO::TypeDesc::UINT8;
+    case Samples::uint16:
+      return OIIO::TypeDesc::UINT16;
+    case Samples::half:
+      return OIIO::TypeDesc::HALF;
+    default:
+      return OIIO::TypeDesc::FLOAT;
+  }
+}
+
+OIIO::TypeDesc typeInMemory(int depth) {
+  return depth == 1   ? OIIO::TypeDesc::UINT8
+         : depth == 2 ? OIIO::TypeDesc::UINT16
+                      : OIIO::TypeDesc::FLOAT;
+}
+
+OIIO::ImageSpec headerFor(const Picture& picture, const OIIO::ImageOutput& output) {
+  OIIO::ImageSpec spec(picture.data.width, picture.data.height, 4, typeOf(picture.samples));
+  if (picture.header) {
+    const OIIO::ImageSpec& old = *picture.header;
+    spec.extra_attribs = old.extra_attribs;
+    spec.x = picture.data.x;
+    spec.y = picture.data.y;
+    spec.full_x = old.full_x;
+    spec.full_y = old.full_y;
+    spec.full_width = old.full_width;
+    spec.full_height = old.full_height;
+  }
+  for (const char* storage :
+       {"oiio:subimages", "oiio:subimagename", "name", "planarconfig", "openexr:chunkCount",
+        "openexr:lineOrder", "tiff:PhotometricInterpretation", "tiff:PlanarConfiguration",
+        "tiff:RowsPerStrip", "tiff:Compression", "oiio:UnassociatedAlpha", "jpeg:subsampling",
+        "thumbnail_width", "thumbnail_height", "thumbnail_nchannels", "thumbnail_image",
+        "dpx:ImageDescriptor"}) {
+    spec.erase_attribute(storage);
+  }
+  // A depth in bits, such as a DPX file's 10, is kept in the same samples and format only.
+  const bool sameFormat =
+      picture.header &&
+      picture.header->get_string_attribute("orvanite:format") == output.format_name() &&
+      picture.header->format == typeOf(picture.samples);
+  if (!sameFormat) {
+    spec.erase_attribute("oiio:BitsPerSample");
+    spec.erase_attribute("compression");
+  }
+  spec.erase_attribute("orvanite:format");
+  spec.channelnames = {"R", "G", "B", "A"};
+  spec.alpha_channel = 3;
+  if (!output.supports("alpha")) {
+    spec.nchannels = 3;
+    spec.channelnames.resize(3);
+    spec.alpha_channel = -1;
+  }
+  spec.attribute("oiio:UnassociatedAlpha", 1);
+  return spec;
+}
+
+}  // namespace
+
+void checkOutput(const std::string& path, std::span<const std::string> inputs) {
+  if (!OIIO::ImageOutput::create(path)) {
+    OIIO::geterror();
+    throw Error::expected(
+        Fault::wrongUse, path,
+        "a name with the ending of a picture format, such as .png, .tif, .exr or .jpg",
+        std::filesystem::path(path).extension().string());
+  }
+  std::error_code ignored;
+  for (const std::string& input : inputs) {
+    if (std::filesystem::equivalent(path, input, ignored)) {
+      throw Error(Fault::wrongUse, path, "the output is the same file as the input " + input);
+    }
+  }
+  const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+  if (!parent.empty() && !std::filesystem::is_directory(parent, ignored)) {
+    throw Error(Fault::failure, path, "there is no folder " + parent.string());
+  }
+}
+
+void writePicture(const Picture& picture, const std::string& path) {
+  const auto fail = [&path](std::string reason) {
+    throw Error(Fault::failure, path, oneLine("cannot be written: " + std::move(reason)));
+  };
+  auto output = OIIO::ImageOutput::create(path);
+  if (!output) fail(OIIO::geterror());
+  PendingFile file(path);
+  const OIIO::ImageSpec spec = headerFor(picture, *output);
+  if (!output->open(file.temporary(), spec)) fail(output->geterror());
+  const bool written = output->write_image(typeInMemory(picture.depth), picture.pixels.get(),
+                                           OIIO::stride_t{4} * picture.depth,
+                                           static_cast<OIIO::stride_t>(picture.rowBytes()));
+  std::string reason = written ? std::string() : output->geterror();
+  if (!output->close() && written) reason = output->geterror();
+  if (!written || !reason.empty()) fail(reason.empty() ? "unknown reason" : reason);
+  file.commit();
+}
+
+}  // namespace orvanite::media
