@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Dispatch: checks what a tile must have and picks the one kernel of 48 that its choices ask for,
-// once per tile, so that no kernel tests them per pixel.
+// once per tile, so that no kernel tests them per pixel. The process's target is asked first; what
+// it has no kernel for goes to the reference.
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <utility>
 
 #include "engine/kernels/QMXOrvaniteRender.h"
 #include "engine/kernels/QMXOrvaniteRender32.h"
+#include "engine/kernels/Target.h"
 
 namespace orvanite {
 
@@ -63,7 +66,23 @@ bool tablesExist(const QMXOrvaniteTable& e, int depth, bool hold, bool garbage, 
          (!ref || (e.refTable[2] != nullptr && e.refKeyTable[2] != nullptr));
 }
 
+std::atomic<std::uint64_t> fastTiles{0};
+
+TileKernel chooseFast(const Target& target, const QMXOrvaniteTable& e, int depth, int width,
+                      int height, const Otile& tile, const TileVariant& variant) {
+  if (width < 1 || height < 1) return nullptr;
+  if (depth == 4) {
+    return target.floats != nullptr ? target.floats->choose(e, width, height, tile, variant)
+                                    : nullptr;
+  }
+  return target.integers != nullptr
+             ? target.integers->choose(e, depth, width, height, tile, variant)
+             : nullptr;
+}
+
 }  // namespace
+
+std::uint64_t tilesKeyedByTarget() { return fastTiles.load(std::memory_order_relaxed); }
 
 }  // namespace orvanite
 
@@ -83,8 +102,16 @@ int QMXOrvaniteTable::render(int depth, int width, int height, Otile* tile) {
   if (refEnabled != 0 && !ref) return refused;
   if (depth != 1 && depth != 2 && depth != 4) return refused;
   if (!tablesExist(*this, depth, hold, garbage, ref)) return refused;
+  const Target* const target = activeTarget();
+  if (target == nullptr) return refused;
 
   const bool alpha = view != 0 || tile->bg.alpha != nullptr;
+  const TileVariant variant = {ref, hold, garbage, alpha};
+  if (const TileKernel fast = chooseFast(*target, *this, depth, width, height, *tile, variant)) {
+    fast(*this, width, height, *tile, variant);
+    fastTiles.fetch_add(1, std::memory_order_relaxed);
+    return 0;
+  }
   const bool first = depth == 4 ? colourspace == 0 : ref;
   const Kernels& kernels = depth == 1 ? kernels8 : depth == 2 ? kernels16 : kernels32;
   return kernels[kernelIndex(first, hold, garbage, alpha)](this, width, height, tile);

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Built once per target: the encodings over arrays.
+#include "engine/kernels/simd/Encodings.h"
+
+#include "engine/kernels/simd/Kernels.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+namespace {
+
+/// Runs estimate on the base-2 logarithms of the values.
+template <class Estimate>
+void estimates(const float* in, double* out, std::size_t n, const Estimate& estimate) {
+  HWY_ALIGN float values[maxFloatLanes];
+  HWY_ALIGN double results[maxFloatLanes];
+  const std::size_t step = floatLanes();
+  for (std::size_t i = 0; i < n; i += step) {
+    for (std::size_t k = 0; k < step; ++k) values[k] = i + k < n ? in[i + k] : 1.0f;
+    const FloatPack<1> v = {{hn::Load(floatTag, values)}};
+    const DoublePack<1> result = estimate(log2Of(promote(v)));
+    hn::Store(result.v[0], doubleTag, results);
+    hn::Store(result.v[1], doubleTag, results + step / 2);
+    for (std::size_t k = 0; k < step && i + k < n; ++k) out[i + k] = results[k];
+  }
+}
+
+void copy(const float* in, float* out, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) out[i] = in[i];
+}
+
+void toLinear(const float* in, float* out, std::size_t n, int colourspace) {
+  if (colourspace == logSpace) return overArray(in, out, n, LogToLinear());
+  if (colourspace == videoSpace) return overArray(in, out, n, VideoToLinear());
+  copy(in, out, n);
+}
+
+void fromLinear(const float* in, float* out, std::size_t n, int colourspace) {
+  if (colourspace == logSpace) return overArray(in, out, n, LinearToLog());
+  if (colourspace == videoSpace) return overArray(in, out, n, LinearToVideo());
+  copy(in, out, n);
+}
+
+void power(const float* in, float* out, std::size_t n, float exponent) {
+  overArray(in, out, n, PowerOf(exponent));
+}
+
+void regrade(const float* in, float* out, std::size_t n, float exposure, float gamma,
+             float offset) {
+  overArray(in, out, n, Regrade(exposure, gamma, offset));
+}
+
+void powerEstimate(const float* in, double* out, std::size_t n, float exponent) {
+  estimates(in, out, n, [exponent](const DoublePack<1>& logarithm) {
+    return exp2Of(withinReach(scaled(logarithm, static_cast<double>(exponent))));
+  });
+}
+
+void logarithmEstimate(const float* in, double* out, std::size_t n) {
+  estimates(in, out, n,
+            [](const DoublePack<1>& logarithm) { return scaled(logarithm, log10Of2); });
+}
+
+}  // namespace
+
+extern const EncodingFunctions encodings;
+const EncodingFunctions encodings = {compiledFor, toLinear, fromLinear, power, regrade,
+                                     powerEstimate, logarithmEstimate};
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What is compiled once for each target, as tables of functions: the seam between ordinary code
+// and the objects that are built with a processor's own flags. Ordinary code calls through these
+// tables only; the objects export nothing else, so no instruction of one machine can leak into
+// the code for another.
+//
+// Every function gives the same bits on every target.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "engine/orvanite.h"
+
+namespace orvanite {
+
+/// The encodings over arrays; in and out may be the same array. Definitions: colour/Encoding.h.
+struct EncodingFunctions {
+  /// The name of the target that this table was compiled for, told by the compiler's own macros.
+  const char* (*identity)();
+
+  void (*toLinear)(const float* in, float* out, std::size_t n, int colourspace);
+  void (*fromLinear)(const float* in, float* out, std::size_t n, int colourspace);
+  void (*power)(const float* in, float* out, std::size_t n, float exponent);
+  void (*regrade)(const float* in, float* out, std::size_t n, float exposure, float gamma,
+                  float offset);
+
+  /// The double-precision estimates before rounding, of finite values above 0, for measuring how
+  /// far they lie from the definition: in^exponent, and the common logarithm.
+  void (*powerEstimate)(const float* in, double* out, std::size_t n, float exponent);
+  void (*logarithmEstimate)(const float* in, double* out, std::size_t n);
+};
+
+/// What decides which kernel keys a tile, beside the engine's parameters.
+struct TileVariant {
+  bool ref;      // keyed against a clean plate
+  bool hold;     // the hold-out matte is used
+  bool garbage;  // the garbage matte is used
+  bool alpha;    // the destination's alpha is written
+};
+
+/// Keys a tile that has passed every check of the dispatcher. Cannot fail.
+using TileKernel = void (*)(const QMXOrvaniteTable& engine, int width, int height,
+                            const Otile& tile, const TileVariant& variant);
+
+struct FloatKernels {
+  const char* (*identity)();
+
+  /// The kernel for a float tile, or null when the reference has to key it: an image that is not
+  /// interleaved red first or alpha first, or buffers that overlap other than pixel for pixel.
+  TileKernel (*choose)(const QMXOrvaniteTable& engine, int width, int height, const Otile& tile,
+                       const TileVariant& variant);
+};
+
+struct IntegerKernels {
+  const char* (*identity)();
+
+  /// The kernel for an integer tile of depth 1 or 2, or null when the reference has to key it.
+  TileKernel (*choose)(const QMXOrvaniteTable& engine, int depth, int width, int height,
+                       const Otile& tile, const TileVariant& variant);
+};
+
+}  // namespace orvanite
