@@ -13,16 +13,20 @@ namespace orvanite {
 #if defined(__x86_64__)
 namespace sse4 {
 extern const EncodingFunctions encodings;
+extern const FloatKernels floatKernels;
 }  // namespace sse4
 namespace avx2 {
 extern const EncodingFunctions encodings;
+extern const FloatKernels floatKernels;
 }  // namespace avx2
 namespace avx512 {
 extern const EncodingFunctions encodings;
+extern const FloatKernels floatKernels;
 }  // namespace avx512
 #else
 namespace native {
 extern const EncodingFunctions encodings;
+extern const FloatKernels floatKernels;
 }  // namespace native
 #endif
 
@@ -72,11 +76,11 @@ const TargetChoice& chosen() {
 const std::vector<Target>& knownTargets() {
   static const std::vector<Target> targets = {
 #if defined(__x86_64__)
-      {"avx512", hasAvx512, &avx512::encodings, nullptr, nullptr},
-      {"avx2", hasAvx2, &avx2::encodings, nullptr, nullptr},
-      {"sse4", hasSse4, &sse4::encodings, nullptr, nullptr},
+      {"avx512", hasAvx512, &avx512::encodings, &avx512::floatKernels, nullptr},
+      {"avx2", hasAvx2, &avx2::encodings, &avx2::floatKernels, nullptr},
+      {"sse4", hasSse4, &sse4::encodings, &sse4::floatKernels, nullptr},
 #else
-      {"native", always, &native::encodings, nullptr, nullptr},
+      {"native", always, &native::encodings, &native::floatKernels, nullptr},
 #endif
       {"reference", always, nullptr, nullptr, nullptr},
   };

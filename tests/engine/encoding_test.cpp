@@ -45,16 +45,16 @@ TEST(Encodings, GiveTheBitsOfTheDefinitionOnEveryTarget) {
 }
 
 // Random floats seldom lie where the estimate cannot decide. These do: the C library's own double
-// is within 2^-40 of a border between two floats.
+// is so near a border between two floats that the estimate's own error can carry it across.
 TEST(Encodings, AgreeWhereTheEstimateCannotTellHowToRound) {
   const sweep::Function power = {"power 0.6 at borders", sweep::raise, 0, 0.6f};
   std::vector<float> close, wanted;
-  for (std::uint32_t bits = 0x3c000000; bits < 0x3f800000 && close.size() < 100; ++bits) {
+  for (std::uint32_t bits = 0x20000000; bits < 0x3f800000 && close.size() < 60; ++bits) {
     const float v = sweep::fromBits(bits);
     const double exact = std::pow(static_cast<double>(v), static_cast<double>(power.exponent));
-    if (sweep::borderDistance(exact) < 0x1p-40) close.push_back(v);
+    if (sweep::borderDistance(exact) < 0x1p-44) close.push_back(v);
   }
-  ASSERT_EQ(close.size(), 100U);
+  ASSERT_EQ(close.size(), 60U);
   for (const float v : close) wanted.push_back(power.define(v));
   for (const orvanite::Target& target : orvanite::knownTargets()) {
     if (!target.supported() || target.encodings == nullptr) continue;

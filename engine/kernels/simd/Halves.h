@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Vectors of floats to and from half patterns, rounding to nearest even like the processor's own
+// instruction and like Imath. Where the target has no such instruction, by integers.
+#pragma once
+
+#include "engine/kernels/simd/Lanes.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+namespace {
+
+using PatternTag = hn::Rebind<std::uint16_t, FloatTag>;
+inline constexpr PatternTag patternTag;
+
+/// The half patterns, sign dropped, of values that are not below 0. A NaN gives some pattern of
+/// 0x7C00 or above.
+HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
+#if defined(__F16C__)
+  const hn::Rebind<hwy::float16_t, FloatTag> halfTag;
+  return hn::And(hn::BitCast(patternTag, hn::DemoteTo(halfTag, v)),
+                 hn::Set(patternTag, 0x7FFF));
+#else
+  const Words bits = hn::And(hn::BitCast(wordTag, v), hn::Set(wordTag, 0x7FFFFFFF));
+  // Normal: move the exponent's bias, round away 13 bits, ties to even.
+  const Words odd = hn::And(hn::ShiftRight<13>(bits), hn::Set(wordTag, 1));
+  const Words normal =
+      hn::ShiftRight<13>(hn::Add(hn::Add(bits, odd), hn::Set(wordTag, 0x0FFFU - 0x38000000U)));
+  // Subnormal: adding 0.5 has the adder round at the half's last place.
+  const Floats shifted = hn::Add(hn::BitCast(floatTag, bits), floats(0.5f));
+  const Words subnormal = hn::Sub(hn::BitCast(wordTag, shifted), hn::Set(wordTag, 0x3F000000));
+  const hn::RebindToSigned<WordTag> signedTag;
+  const auto magnitude = hn::BitCast(signedTag, bits);
+  const auto small = hn::Lt(magnitude, hn::Set(signedTag, 0x38800000));
+  const auto large = hn::Gt(magnitude, hn::Set(signedTag, 0x477FEFFF));
+  auto result = hn::IfThenElse(small, hn::BitCast(signedTag, subnormal),
+                               hn::BitCast(signedTag, normal));
+  result = hn::IfThenElse(large, hn::Set(signedTag, 0x7C00), result);
+  return hn::DemoteTo(patternTag, result);
+#endif
+}
+
+/// The values of half patterns.
+HWY_INLINE Floats fromHalf(hn::Vec<PatternTag> patterns) {
+#if defined(__F16C__)
+  const hn::Rebind<hwy::float16_t, FloatTag> halfTag;
+  return hn::PromoteTo(floatTag, hn::BitCast(halfTag, patterns));
+#else
+  const Words bits = hn::PromoteTo(wordTag, patterns);
+  const Words sign = hn::ShiftLeft<16>(hn::And(bits, hn::Set(wordTag, 0x8000)));
+  const Words magnitude = hn::ShiftLeft<13>(hn::And(bits, hn::Set(wordTag, 0x7FFF)));
+  // Scaling by 2^112 moves the bias, of subnormals too.
+  const Floats finite = hn::Mul(hn::BitCast(floatTag, magnitude), floats(0x1p112f));
+  const Words endless = hn::Or(magnitude, hn::Set(wordTag, 0x7F800000));
+  const hn::RebindToSigned<WordTag> signedTag;
+  const auto isEndless = hn::Gt(hn::BitCast(signedTag, magnitude),
+                                hn::Set(signedTag, (0x7C00 << 13) - 1));
+  const auto value = hn::IfThenElse(isEndless, hn::BitCast(signedTag, endless),
+                                    hn::BitCast(signedTag, finite));
+  return hn::BitCast(floatTag, hn::Or(hn::BitCast(wordTag, value), sign));
+#endif
+}
+
+}  // namespace
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET
