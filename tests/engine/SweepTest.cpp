@@ -4,13 +4,30 @@
 // bit, both through orvanite_render and through the reference kernels.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
+#include <string>
 
+#include "engine/kernels/Target.h"
 #include "tests/engine/References.h"
 #include "tests/engine/Scene.h"
 
 namespace {
+
+/// A target that is asked for and that the machine lacks cannot be compared.
+class MachineHasTarget : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    const char* wanted = std::getenv("ORVANITE_TARGET");
+    if (wanted == nullptr) return;
+    for (const orvanite::Target& target : orvanite::knownTargets())
+      if (std::string(wanted) == target.name && !target.supported())
+        GTEST_SKIP() << "this machine has no " << wanted;
+  }
+};
+const auto* const machine =
+    ::testing::AddGlobalTestEnvironment(new MachineHasTarget);  // gtest deletes it
 
 constexpr int views[] = {0, 1, 2, 3, 4, 5, 9, -1};
 
