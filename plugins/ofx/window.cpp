@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A band of lines becomes one tile. A picture that covers the band and lies as the engine reads it
+// is used where it is; any other is staged: copied into four interleaved channels, with what lies
+// outside the picture filled in.
+#include "plugins/ofx/window.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace orvanite::ofxPlugin {
+
+namespace {
+
+// One band of a job: which lines, and what goes where.
+struct Band {
+  const WindowJob& job;
+  int first;
+  int count;
+
+  int width() const { return job.window.x2 - job.window.x1; }
+  int y(int line) const { return job.firstLine + (first + line) * job.lineStride; }
+  std::size_t pixelBytes() const { return static_cast<std::size_t>(4 * job.depth); }
+  std::size_t stagedRowBytes() const { return static_cast<std::size_t>(width()) * pixelBytes(); }
+  std::size_t stagedBytes() const { return stagedRowBytes() * static_cast<std::size_t>(count); }
+};
+
+std::byte* pixelAt(const Picture& picture, int depth, int x, int y) {
+  return picture.data + (std::ptrdiff_t{y} - picture.bounds.y1) * picture.rowBytes +
+         (std::ptrdiff_t{x} - picture.bounds.x1) * picture.channels * depth;
+}
+
+// Whether the engine can read or write the band in the picture itself.
+bool liesRight(const Picture& picture, const Band& band) {
+  const int depth = band.job.depth;
+  const ofx::RectI& window = band.job.window;
+  const int last = band.y(band.count - 1);
+  const bool covers = picture.bounds.x1 <= window.x1 && picture.bounds.x2 >= window.x2 &&
+                      picture.bounds.y1 <= band.y(0) && picture.bounds.y2 > last;
+  // Float kernels step four elements from pixel to pixel whatever they are told.
+  const bool interleaved = depth < 4 || picture.channels == 4;
+  const std::ptrdiff_t step = picture.rowBytes * band.job.lineStride;
+  const bool aligned =
+      picture.rowBytes % depth == 0 &&
+      reinterpret_cast<std::uintptr_t>(picture.data) % static_cast<std::uintptr_t>(depth) == 0;
+  // Offsets of a band's lines stay inside the engine's int arithmetic.
+  constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max() / bandLines;
+  return covers && interleaved && aligned && step / depth < limit && step / depth > -limit;
+}
+
+OtileImage imageAt(std::byte* data, int depth, int channels, std::ptrdiff_t lineBytes) {
+  OtileImage image{};
+  const auto channel = [&](int index) { return static_cast<void*>(data + index * depth); };
+  if (channels >= 3) {
+    image.red = channel(0);
+    image.green = channel(1);
+    image.blue = channel(2);
+  }
+  if (channels == 4) image.alpha = channel(3);
+  if (channels == 1) image.alpha = channel(0);
+  image.pixelStep = channels;
+  image.lineStep = static_cast<int>(lineBytes / depth);
+  return image;
+}
+
+// A pixel's bytes, repeated over n pixels.
+void fill(std::byte* at, int n, const std::byte* pixel, std::size_t pixelBytes) {
+  for (int i = 0; i < n; ++i)
+    std::memcpy(at + static_cast<std::size_t>(i) * pixelBytes, pixel, pixelBytes);
+}
+
+// n pixels of 1, 3 or 4 channels become four: a lone alpha goes to alpha, a missing one is
+// `opaque`.
+void widen(std::byte* to, const std::byte* from, int n, int channels, int depth,
+           const std::byte* opaque) {
+  const auto element = static_cast<std::size_t>(depth);
+  if (channels == 4) {
+    std::memcpy(to, from, static_cast<std::size_t>(n) * 4 * element);
+    return;
+  }
+  for (int i = 0; i < n;
+       ++i, to += 4 * element, from += static_cast<std::size_t>(channels) * element) {
+    if (channels == 3) {
+      std::memcpy(to, from, 3 * element);
+      std::memcpy(to + 3 * element, opaque, element);
+    } else {
+      std::memset(to, 0, 3 * element);
+      std::memcpy(to + 3 * element, from, element);
+    }
+  }
+}
+
+// One code, as the painted screen of a plate's outside: rounded half up, held inside the codes.
+void writeCode(std::byte* at, int depth, float value) {
+  if (depth == 4) {
+    std::memcpy(at, &value, sizeof value);
+    return;
+  }
+  const float top = depth == 1 ? 255.0F : 65535.0F;
+  const float code = std::fmin(std::fmax(std::trunc(std::fma(value, top, 0.5F)), 0.0F), top);
+  if (depth == 1) {
+    const auto byte = static_cast<std::uint8_t>(code);
+    std::memcpy(at, &byte, sizeof byte);
+  } else {
+    const auto word = static_cast<std::uint16_t>(code);
+    std::memcpy(at, &word, sizeof word);
+  }
+}
+
+struct PixelBytes {
+  std::byte bytes[16]{};
+};
+
+PixelBytes screenPixel(const WindowJob& job) {
+  PixelBytes pixel;
+  for (int c = 0; c < 3; ++c) {
+    writeCode(pixel.bytes + c * job.depth, job.depth, job.screen[static_cast<std::size_t>(c)]);
+  }
+  return pixel;
+}
+
+// Stages the band of a picture, or of none, and describes the copy.
+OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& outside,
+                 std::byte* room) {
+  const int depth = band.job.depth;
+  const ofx::RectI& window = band.job.window;
+  PixelBytes opaque;
+  writeCode(opaque.bytes, depth, 1.0F);
+  for (int line = 0; line < band.count; ++line) {
+    std::byte* row = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
+    const int y = band.y(line);
+    int from = window.x1;
+    int to = window.x1;
+    if (picture && y >= picture->bounds.y1 && y < picture->bounds.y2) {
+      from = std::clamp(picture->bounds.x1, window.x1, window.x2);
+      to = std::clamp(picture->bounds.x2, from, window.x2);
+    }
+    const std::size_t pixel = band.pixelBytes();
+    const auto offset = [&](int x) { return static_cast<std::size_t>(x - window.x1) * pixel; };
+    fill(row, from - window.x1, outside.bytes, pixel);
+    if (to > from) {
+      widen(row + offset(from), pixelAt(*picture, depth, from, y), to - from, picture->channels,
+            depth, opaque.bytes);
+    }
+    fill(row + offset(to), window.x2 - to, outside.bytes, pixel);
+  }
+  return imageAt(room, depth, 4, static_cast<std::ptrdiff_t>(band.stagedRowBytes()));
+}
+
+// Fills a band's destination alpha: what the engine leaves alone when an opaque background has
+// none.
+void fillAlpha(const OtileImage& dst, const Band& band) {
+  const int depth = band.job.depth;
+  auto* line = static_cast<std::byte*>(dst.alpha);
+  for (int i = 0; i < band.count; ++i, line += std::ptrdiff_t{dst.lineStep} * depth) {
+    std::byte* at = line;
+    for (int x = 0; x < band.width(); ++x, at += dst.pixelStep * depth) writeCode(at, depth, 1.0F);
+  }
+}
+
+// Writes a staged band of four channels to a destination of three or four.
+void unstage(const Picture& dst, const Band& band, const std::byte* room) {
+  const auto element = static_cast<std::size_t>(band.job.depth);
+  const std::size_t pixel = static_cast<std::size_t>(dst.channels) * element;
+  for (int line = 0; line < band.count; ++line) {
+    const std::byte* from = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
+    std::byte* to = pixelAt(dst, band.job.depth, band.job.window.x1, band.y(line));
+    for (int x = 0; x < band.width(); ++x, from += band.pixelBytes(), to += pixel) {
+      std::memcpy(to, from, pixel);
+    }
+  }
+}
+
+}  // namespace
+
+int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
+  const Band band{job, first, count};
+  const PixelBytes screen = screenPixel(job);
+  const PixelBytes nothing;
+  std::size_t used = 0;
+  const auto room = [&] {
+    std::vector<std::byte>& piece = staging[used++];
+    if (piece.size() < band.stagedBytes()) piece.resize(band.stagedBytes());
+    return piece.data();
+  };
+  const auto input = [&](const std::optional<Picture>& picture, const PixelBytes& outside) {
+    if (picture && liesRight(*picture, band)) {
+      return imageAt(pixelAt(*picture, job.depth, job.window.x1, band.y(0)), job.depth,
+                     picture->channels, picture->rowBytes * job.lineStride);
+    }
+    return stage(picture ? &*picture : nullptr, band, outside, room());
+  };
+  // A matte is read through its alpha pointer alone.
+  const auto matte = [&](const std::optional<Picture>& picture, int channel) {
+    OtileImage image = input(picture, nothing);
+    void* const channels[] = {image.red, image.green, image.blue, image.alpha};
+    image.alpha = picture->channels == 1 ? image.alpha : channels[channel];
+    image.red = image.green = image.blue = nullptr;
+    return image;
+  };
+
+  Otile tile{};
+  tile.fg = input(job.fg, screen);
+  tile.fg.alpha = nullptr;
+  if (job.background) tile.bg = input(job.bg, nothing);
+  if (job.hold) tile.hold = matte(job.hold, job.holdChannel);
+  if (job.garbage) tile.garbage = matte(job.garbage, job.garbageChannel);
+  if (job.reference) tile.ref = input(job.reference, screen);
+
+  const bool direct = job.dst.channels == 4 && liesRight(job.dst, band);
+  std::byte* staged = direct ? nullptr : room();
+  tile.dst =
+      direct ? imageAt(pixelAt(job.dst, job.depth, job.window.x1, band.y(0)), job.depth, 4,
+                       job.dst.rowBytes * job.lineStride)
+             : imageAt(staged, job.depth, 4, static_cast<std::ptrdiff_t>(band.stagedRowBytes()));
+  // An integer background of three channels is used where it lies and has no alpha to merge.
+  if (job.background && !tile.bg.alpha) fillAlpha(tile.dst, band);
+
+  const int result = orvanite_render(job.engine, job.depth, band.width(), count, &tile);
+  if (!direct && result == 0) unstage(job.dst, band, staged);
+  return result;
+}
+
+void copyLines(const WindowJob& job, int first, int count) {
+  const Band band{job, first, count};
+  std::vector<std::byte> staging(band.stagedBytes());
+  stage(job.fg ? &*job.fg : nullptr, band, PixelBytes{}, staging.data());
+  unstage(job.dst, band, staging.data());
+}
+
+LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField) {
+  if (isEmpty(window)) return {window.y1, 1, 0};
+  if (!fieldOnly) return {window.y1, 1, window.y2 - window.y1};
+  const bool startsLower = (window.y1 & 1) == 0;
+  const int first = window.y1 + (startsLower == lowerField ? 0 : 1);
+  return {first, 2, first < window.y2 ? (window.y2 - first + 1) / 2 : 0};
+}
+
+ofx::RectI overlap(const ofx::RectI& a, const ofx::RectI& b) {
+  return {std::max(a.x1, b.x1), std::max(a.y1, b.y1), std::min(a.x2, b.x2), std::min(a.y2, b.y2)};
+}
+
+}  // namespace orvanite::ofxPlugin

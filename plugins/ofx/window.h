@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Keying a window of host pictures: any bounds, any row bytes, one, three or four channels.
+// Knows the engine's flat interface; nothing of the host, so that it can be called from any thread
+// the host lends.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "engine/orvanite.h"
+#include "plugins/ofx/ofxApi.h"
+
+namespace orvanite::ofxPlugin {
+
+/// One picture as a host handed it over. Row y starts at data + (y - bounds.y1) * rowBytes.
+struct Picture {
+  std::byte* data = nullptr;
+  ofx::RectI bounds{};
+  std::ptrdiff_t rowBytes = 0;  // of any sign, and of any size
+  int channels = 4;             // 4 r g b a, 3 r g b, 1 alpha
+};
+
+/// Everything that a window's lines need. Read-only while they are keyed.
+struct WindowJob {
+  QMXOrvaniteTable* engine = nullptr;
+  int depth = 1;        // 1, 2 or 4, of every picture
+  ofx::RectI window{};  // inside dst
+  int firstLine = 0;    // y of line 0: window.y1, or the first line of the field
+  int lineStride = 1;   // 2 where a single field is rendered into a full frame
+  int lines = 0;
+
+  Picture dst;                  // 3 or 4 channels
+  std::optional<Picture> fg;    // 3 or 4; outside it lies `screen`
+  std::optional<Picture> bg;    // 3 (opaque) or 4; outside it lies transparent black
+  std::optional<Picture> hold;  // outside it lies 0, as with the next
+  std::optional<Picture> garbage;
+  std::optional<Picture> reference;  // outside it lies `screen`
+  bool background = false;  // whether the view shows the background, even where `bg` is absent
+  int holdChannel = 3;      // 0 r .. 3 a; a one-channel matte has one choice
+  int garbageChannel = 3;
+  std::array<float, 3> screen{};  // in 0..1 codes
+};
+
+/// One thread's room for staged bands, kept from band to band: a piece for each picture of a tile.
+using Staging = std::array<std::vector<std::byte>, 6>;
+
+/// Rows that one call of keyLines takes at the most: staging for them stays in the cache.
+inline constexpr int bandLines = 32;
+
+/// Keys lines first to first + count - 1 (count of them at most bandLines) of the job.
+///
+/// staging  the calling thread's own, grown as needed and reusable
+/// Returns orvanite_render's result: 0, or 1 when the engine refused. Throws std::bad_alloc.
+/// Writes the window's pixels of those lines and nothing else. Any thread.
+int keyLines(const WindowJob& job, int first, int count, Staging& staging);
+
+/// Copies the foreground's pixels instead: what a key that cannot be built shows. Alpha comes
+/// along where there is one and is full where there is none; outside lies transparent black.
+void copyLines(const WindowJob& job, int first, int count);
+
+/// The lines of a window to render: all, or those of one field. `lowerField` is about y = 0, 2, 4.
+struct LineSet {
+  int first, stride, count;
+};
+LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField);
+
+/// The overlap of two rectangles; empty ones have x2 <= x1 or y2 <= y1.
+ofx::RectI overlap(const ofx::RectI& a, const ofx::RectI& b);
+inline bool isEmpty(const ofx::RectI& r) { return r.x2 <= r.x1 || r.y2 <= r.y1; }
+
+}  // namespace orvanite::ofxPlugin

@@ -1,0 +1,632 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The test host's suites; see OfxHost.h.
+#include "tests/plugins/OfxHost.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <thread>
+
+namespace ofxTest {
+
+namespace {
+
+constexpr std::size_t guard = 64;
+constexpr std::byte guardByte{0xA7};
+
+OfxHost* current = nullptr;  // suites have no host argument; one host lives at a time
+thread_local bool spawned = false;
+
+// Every name of the standard that a keyer may set; a name beside these is a spelling mistake.
+const std::set<std::string>& settable() {
+  static const std::set<std::string> names = {"OfxPropLabel",
+                                              "OfxPropShortLabel",
+                                              "OfxPropLongLabel",
+                                              "OfxPropIcon",
+                                              "OfxPropVersion",
+                                              "OfxPropVersionLabel",
+                                              "OfxPropPluginDescription",
+                                              "OfxPropInstanceData",
+                                              "OfxPropName",
+                                              "OfxPropTime",
+                                              "OfxImageEffectPluginPropGrouping",
+                                              "OfxImageEffectPropSupportedContexts",
+                                              "OfxImageEffectPropSupportedPixelDepths",
+                                              "OfxImageEffectPluginPropSingleInstance",
+                                              "OfxImageEffectPluginPropHostFrameThreading",
+                                              "OfxImageEffectPluginRenderThreadSafety",
+                                              "OfxImageEffectPropSupportsMultiResolution",
+                                              "OfxImageEffectPropSupportsTiles",
+                                              "OfxImageEffectPropTemporalClipAccess",
+                                              "OfxImageEffectPluginPropFieldRenderTwiceAlways",
+                                              "OfxImageEffectPropMultipleClipDepths",
+                                              "OfxImageEffectPropSupportsMultipleClipPARs",
+                                              "OfxImageEffectPropClipPreferencesSlaveParam",
+                                              "OfxImageEffectPropSupportedComponents",
+                                              "OfxImageClipPropOptional",
+                                              "OfxImageClipPropIsMask",
+                                              "OfxImageClipPropFieldExtraction",
+                                              "OfxImageEffectPropPreMultiplication",
+                                              "OfxImageEffectFrameVarying",
+                                              "OfxImageEffectPropRegionOfDefinition",
+                                              "OfxImageClipPropComponents_Output",
+                                              "OfxImageClipPropRoI_Source",
+                                              "OfxImageClipPropRoI_Bg",
+                                              "OfxImageClipPropRoI_HoldOutMatte",
+                                              "OfxImageClipPropRoI_GarbageMatte",
+                                              "OfxImageClipPropRoI_Reference",
+                                              "OfxParamPropHint",
+                                              "OfxParamPropScriptName",
+                                              "OfxParamPropParent",
+                                              "OfxParamPropDefault",
+                                              "OfxParamPropMin",
+                                              "OfxParamPropMax",
+                                              "OfxParamPropDisplayMin",
+                                              "OfxParamPropDisplayMax",
+                                              "OfxParamPropIncrement",
+                                              "OfxParamPropDigits",
+                                              "OfxParamPropDimensionLabel",
+                                              "OfxParamPropAnimates",
+                                              "OfxParamPropSecret",
+                                              "OfxParamPropEnabled",
+                                              "OfxParamPropEvaluateOnChange",
+                                              "OfxParamPropPersistant",
+                                              "OfxParamPropChoiceOption",
+                                              "OfxParamPropStringMode",
+                                              "OfxParamPropGroupOpen",
+                                              "OfxParamPropPageChild",
+                                              "OfxPluginPropParamPageOrder"};
+  return names;
+}
+
+Props* propsOf(ofx::PropertySet handle) { return reinterpret_cast<Props*>(handle); }
+EffectState* effectOf(ofx::Effect handle) { return reinterpret_cast<EffectState*>(handle); }
+
+template <class T>
+ofx::Status setProp(ofx::PropertySet handle, const char* name, int index, T value) {
+  if (!handle) return ofx::badHandle;
+  if (index < 0) return ofx::badIndex;
+  if (current->manners.forgetInstanceData && std::strcmp(name, "OfxPropInstanceData") == 0) {
+    return ofx::failed;
+  }
+  if (!settable().count(name)) {
+    propsOf(handle)->refused.push_back(name);
+    return ofx::unknown;
+  }
+  propsOf(handle)->set(name, value, static_cast<std::size_t>(index));
+  return ofx::ok;
+}
+
+template <class T>
+ofx::Status getProp(ofx::PropertySet handle, const char* name, int index, T* value) {
+  if (!handle) return ofx::badHandle;
+  const auto found = propsOf(handle)->values.find(name);
+  if (found == propsOf(handle)->values.end()) return ofx::unknown;
+  if (index < 0 || static_cast<std::size_t>(index) >= found->second.size()) return ofx::badIndex;
+  const Value& held = found->second[static_cast<std::size_t>(index)];
+  if constexpr (std::is_same_v<T, char*>) {
+    if (!std::holds_alternative<std::string>(held)) return ofx::badValue;
+    *value = const_cast<char*>(std::get<std::string>(held).c_str());
+  } else {
+    if (!std::holds_alternative<T>(held)) return ofx::badValue;
+    *value = std::get<T>(held);
+  }
+  return ofx::ok;
+}
+
+// --- property suite
+
+const ofx::PropertySuite propertySuite = {
+    [](ofx::PropertySet s, const char* n, int i, void* v) { return setProp<void*>(s, n, i, v); },
+    [](ofx::PropertySet s, const char* n, int i, const char* v) {
+      return setProp<std::string>(s, n, i, v);
+    },
+    [](ofx::PropertySet s, const char* n, int i, double v) { return setProp<double>(s, n, i, v); },
+    [](ofx::PropertySet s, const char* n, int i, int v) { return setProp<int>(s, n, i, v); },
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    [](ofx::PropertySet s, const char* n, int i, void** v) { return getProp(s, n, i, v); },
+    [](ofx::PropertySet s, const char* n, int i, char** v) { return getProp(s, n, i, v); },
+    [](ofx::PropertySet s, const char* n, int i, double* v) { return getProp(s, n, i, v); },
+    [](ofx::PropertySet s, const char* n, int i, int* v) { return getProp(s, n, i, v); },
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    [](ofx::PropertySet s, const char* n, int* count) -> ofx::Status {
+      if (!s) return ofx::badHandle;
+      *count = static_cast<int>(propsOf(s)->values[n].size());
+      return ofx::ok;
+    }};
+
+// --- image effect suite
+
+ofx::Status getEffectProps(ofx::Effect effect, ofx::PropertySet* props) {
+  if (!effect) return ofx::badHandle;
+  *props = effectOf(effect)->props.handle();
+  return ofx::ok;
+}
+
+ofx::Status getParamSet(ofx::Effect effect, ofx::ParamSet* set) {
+  if (!effect) return ofx::badHandle;
+  *set = reinterpret_cast<ofx::ParamSet>(effect);
+  return ofx::ok;
+}
+
+ofx::Status clipDefine(ofx::Effect effect, const char* name, ofx::PropertySet* props) {
+  if (!effect) return ofx::badHandle;
+  const auto [at, fresh] = effectOf(effect)->clips.try_emplace(name);
+  if (!fresh) return ofx::exists;
+  *props = at->second.props.handle();
+  return ofx::ok;
+}
+
+ofx::Status clipGetHandle(ofx::Effect effect, const char* name, ofx::Clip* clip,
+                          ofx::PropertySet* props) {
+  if (!effect) return ofx::badHandle;
+  const auto at = effectOf(effect)->clips.find(name);
+  if (at == effectOf(effect)->clips.end()) return ofx::unknown;
+  // The effect is found again through the clip's own properties.
+  at->second.props.set<void*>("test.effect", effectOf(effect));
+  *clip = reinterpret_cast<ofx::Clip>(&at->second);
+  if (props) *props = at->second.props.handle();
+  return ofx::ok;
+}
+
+ClipState* clipOf(ofx::Clip clip) { return reinterpret_cast<ClipState*>(clip); }
+
+ofx::Status clipGetImage(ofx::Clip clip, ofx::Time time, const ofx::RectD*,
+                         ofx::PropertySet* image) {
+  if (!clip) return ofx::badHandle;
+  auto picture = clipOf(clip)->image ? clipOf(clip)->image(time) : nullptr;
+  if (!picture) return ofx::failed;
+  auto* effect = static_cast<EffectState*>(
+      std::get<void*>(clipOf(clip)->props.values.at("test.effect").front()));
+  // A new handle each time, as the standard has it.
+  auto* props = new Props(picture->props);
+  const std::lock_guard guarded(effect->lock);
+  effect->lent[props] = picture;
+  props->set<void*>("test.effect", effect);
+  *image = props->handle();
+  return ofx::ok;
+}
+
+ofx::Status clipReleaseImage(ofx::PropertySet image) {
+  if (!image) return ofx::badHandle;
+  auto* effect =
+      static_cast<EffectState*>(std::get<void*>(propsOf(image)->values.at("test.effect").front()));
+  const std::lock_guard guarded(effect->lock);
+  effect->lent.erase(propsOf(image));
+  ++effect->imagesReleased;
+  delete propsOf(image);
+  return ofx::ok;
+}
+
+const ofx::ImageEffectSuite effectSuite = {
+    getEffectProps,
+    getParamSet,
+    clipDefine,
+    clipGetHandle,
+    [](ofx::Clip clip, ofx::PropertySet* props) -> ofx::Status {
+      *props = clipOf(clip)->props.handle();
+      return ofx::ok;
+    },
+    clipGetImage,
+    clipReleaseImage,
+    [](ofx::Clip clip, ofx::Time, ofx::RectD* bounds) -> ofx::Status {
+      if (!clipOf(clip)->image) return ofx::failed;
+      *bounds = clipOf(clip)->region;
+      return ofx::ok;
+    },
+    [](ofx::Effect) -> int {
+      const int calls = current->aborts.fetch_add(1);
+      return current->manners.abortAfter >= 0 && calls >= current->manners.abortAfter ? 1 : 0;
+    },
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr};
+
+// --- parameter suite
+
+ParamState* paramOf(ofx::Param param) { return reinterpret_cast<ParamState*>(param); }
+
+ofx::Status paramDefine(ofx::ParamSet set, const char* type, const char* name,
+                        ofx::PropertySet* props) {
+  if (!set) return ofx::badHandle;
+  auto& params = effectOf(reinterpret_cast<ofx::Effect>(set))->params;
+  const auto [at, fresh] = params.try_emplace(name);
+  if (!fresh) return ofx::exists;
+  at->second.type = type;
+  if (props) *props = at->second.props.handle();
+  return ofx::ok;
+}
+
+ofx::Status paramGetHandle(ofx::ParamSet set, const char* name, ofx::Param* param,
+                           ofx::PropertySet* props) {
+  if (!set) return ofx::badHandle;
+  auto& params = effectOf(reinterpret_cast<ofx::Effect>(set))->params;
+  const auto at = params.find(name);
+  if (at == params.end()) return ofx::unknown;
+  *param = reinterpret_cast<ofx::Param>(&at->second);
+  if (props) *props = at->second.props.handle();
+  return ofx::ok;
+}
+
+ofx::Status readParam(const ParamState& param, double time, va_list out) {
+  const std::vector<Value> now = param.curve ? param.curve(time) : param.value;
+  if (now.empty()) return ofx::failed;
+  for (const Value& value : now) {
+    if (const auto* i = std::get_if<int>(&value)) *va_arg(out, int*) = *i;
+    if (const auto* d = std::get_if<double>(&value)) *va_arg(out, double*) = *d;
+    if (std::get_if<std::string>(&value)) {
+      *va_arg(out, char**) = const_cast<char*>(std::get<std::string>(param.value.front()).c_str());
+    }
+  }
+  return ofx::ok;
+}
+
+ofx::Status paramGetValue(ofx::Param param, ...) {
+  va_list out;
+  va_start(out, param);
+  const ofx::Status status = readParam(*paramOf(param), 0, out);
+  va_end(out);
+  return status;
+}
+
+ofx::Status paramGetValueAtTime(ofx::Param param, ofx::Time time, ...) {
+  va_list out;
+  va_start(out, time);
+  const ofx::Status status = readParam(*paramOf(param), time, out);
+  va_end(out);
+  return status;
+}
+
+ofx::Status paramSetValue(ofx::Param param, ...) {
+  va_list in;
+  va_start(in, param);
+  for (Value& value : paramOf(param)->value) {
+    if (auto* i = std::get_if<int>(&value)) *i = va_arg(in, int);
+    if (auto* d = std::get_if<double>(&value)) *d = va_arg(in, double);
+    if (auto* s = std::get_if<std::string>(&value)) *s = va_arg(in, const char*);
+  }
+  va_end(in);
+  return ofx::ok;
+}
+
+const ofx::ParameterSuite parameterSuite = {
+    paramDefine,
+    paramGetHandle,
+    [](ofx::ParamSet set, ofx::PropertySet* props) {
+      return getEffectProps(reinterpret_cast<ofx::Effect>(set), props);
+    },
+    [](ofx::Param param, ofx::PropertySet* props) -> ofx::Status {
+      *props = paramOf(param)->props.handle();
+      return ofx::ok;
+    },
+    paramGetValue,
+    paramGetValueAtTime,
+    nullptr,
+    nullptr,
+    paramSetValue,
+    nullptr,
+    [](ofx::Param param, unsigned int* count) -> ofx::Status {
+      *count = static_cast<unsigned int>(paramOf(param)->keys);
+      return ofx::ok;
+    },
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    [](ofx::ParamSet, const char*) -> ofx::Status { return ofx::ok; },
+    [](ofx::ParamSet) -> ofx::Status { return ofx::ok; }};
+
+// --- threads and words
+
+ofx::Status multiThread(ofx::MultiThreadSuite::Work work, unsigned int threads, void* data) {
+  if (spawned) return ofx::exists;
+  if (current->manners.threadsFail) return ofx::failed;
+  const unsigned int count =
+      threads > current->manners.fewerThreads ? threads - current->manners.fewerThreads : 1;
+  std::vector<std::thread> running;
+  for (unsigned int i = 0; i < count; ++i) {
+    running.emplace_back([=] {
+      spawned = true;
+      ++current->threadsStarted;
+      work(i, count, data);
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+  return ofx::ok;
+}
+
+const ofx::MultiThreadSuite threadSuite = {multiThread,
+                                           [](unsigned int* count) -> ofx::Status {
+                                             *count = current->manners.cpus;
+                                             return ofx::ok;
+                                           },
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr};
+
+ofx::Status note(void* handle, bool stays, const char* type, const char* format, va_list words) {
+  char text[1024];
+  std::vsnprintf(text, sizeof text, format, words);
+  auto* effect = static_cast<EffectState*>(handle);
+  const std::lock_guard guarded(effect->lock);
+  effect->notes.push_back(std::string(type) + ": " + text);
+  effect->noteStays = stays;
+  return ofx::ok;
+}
+
+ofx::Status sayOnce(void* handle, const char* type, const char*, const char* format, ...) {
+  va_list words;
+  va_start(words, format);
+  const ofx::Status status = note(handle, false, type, format, words);
+  va_end(words);
+  return status;
+}
+
+ofx::Status sayForLong(void* handle, const char* type, const char*, const char* format, ...) {
+  va_list words;
+  va_start(words, format);
+  const ofx::Status status = note(handle, true, type, format, words);
+  va_end(words);
+  return status;
+}
+
+const ofx::MessageSuite messageSuite = {sayOnce, sayForLong, [](void* handle) -> ofx::Status {
+                                          auto* effect = static_cast<EffectState*>(handle);
+                                          const std::lock_guard guarded(effect->lock);
+                                          effect->noteStays = false;
+                                          return ofx::ok;
+                                        }};
+
+const void* fetchSuite(ofx::PropertySet, const char* name, int version) {
+  const std::string suite = name;
+  const Manners& manners = current->manners;
+  if (suite == "OfxMessageSuite") {
+    return manners.messageSuite && version <= manners.messageVersion ? &messageSuite : nullptr;
+  }
+  if (version != 1) return nullptr;
+  if (suite == "OfxPropertySuite") return manners.propertySuite ? &propertySuite : nullptr;
+  if (suite == "OfxImageEffectSuite") return manners.effectSuite ? &effectSuite : nullptr;
+  if (suite == "OfxParameterSuite") return manners.parameterSuite ? &parameterSuite : nullptr;
+  if (suite == "OfxMultiThreadSuite") return manners.threadSuite ? &threadSuite : nullptr;
+  return nullptr;
+}
+
+const char* depthName(int depth) {
+  return depth == 1 ? "OfxBitDepthByte" : depth == 2 ? "OfxBitDepthShort" : "OfxBitDepthFloat";
+}
+
+const char* componentsName(int channels) {
+  return channels == 4   ? "OfxImageComponentRGBA"
+         : channels == 3 ? "OfxImageComponentRGB"
+                         : "OfxImageComponentAlpha";
+}
+
+}  // namespace
+
+Props& Props::setInts(const std::string& name, std::initializer_list<int> ints) {
+  std::size_t i = 0;
+  for (const int value : ints) set(name, value, i++);
+  return *this;
+}
+
+Props& Props::setDoubles(const std::string& name, std::initializer_list<double> doubles) {
+  std::size_t i = 0;
+  for (const double value : doubles) set(name, value, i++);
+  return *this;
+}
+
+namespace {
+template <class T>
+T valueIn(const Props& props, const std::string& name, std::size_t index) {
+  const auto found = props.values.find(name);
+  if (found == props.values.end() || found->second.size() <= index ||
+      !std::holds_alternative<T>(found->second[index])) {
+    ADD_FAILURE() << "no such property: " << name << "[" << index << "]";
+    return T{};
+  }
+  return std::get<T>(found->second[index]);
+}
+}  // namespace
+
+int Props::integer(const std::string& name, std::size_t index) const {
+  return valueIn<int>(*this, name, index);
+}
+double Props::real(const std::string& name, std::size_t index) const {
+  return valueIn<double>(*this, name, index);
+}
+std::string Props::text(const std::string& name, std::size_t index) const {
+  return valueIn<std::string>(*this, name, index);
+}
+std::size_t Props::count(const std::string& name) const {
+  const auto found = values.find(name);
+  return found == values.end() ? 0 : found->second.size();
+}
+
+HostImage::HostImage(const Layout& layout) : layout_(layout) {
+  const auto width = static_cast<std::size_t>(layout.bounds.x2 - layout.bounds.x1);
+  const auto height = static_cast<std::size_t>(layout.bounds.y2 - layout.bounds.y1);
+  rowBytes_ = width * static_cast<std::size_t>(layout.channels * layout.depth) +
+              static_cast<std::size_t>(layout.padBytes);
+  bytes_.assign(guard + static_cast<std::size_t>(layout.shiftBytes) + rowBytes_ * height + guard,
+                guardByte);
+  const int sign = layout.upsideDown ? -1 : 1;
+  props.set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth)))
+      .set("OfxImageEffectPropComponents", std::string(componentsName(layout.channels)))
+      .set("OfxImagePropField", std::string("OfxFieldNone"))
+      .set("OfxImagePropRowBytes", sign * static_cast<int>(rowBytes_))
+      .setInts("OfxImagePropBounds",
+               {layout.bounds.x1, layout.bounds.y1, layout.bounds.x2, layout.bounds.y2})
+      .setDoubles("OfxImageEffectPropRenderScale", {1.0, 1.0});
+  const bool empty = width == 0 || height == 0;
+  props.set<void*>("OfxImagePropData", empty ? nullptr : pixel(layout.bounds.x1, layout.bounds.y1));
+}
+
+std::byte* HostImage::pixel(int x, int y) {
+  const int row = layout_.upsideDown ? layout_.bounds.y2 - 1 - y : y - layout_.bounds.y1;
+  return bytes_.data() + guard + static_cast<std::size_t>(layout_.shiftBytes) +
+         static_cast<std::size_t>(row) * rowBytes_ +
+         static_cast<std::size_t>((x - layout_.bounds.x1) * layout_.channels * layout_.depth);
+}
+
+double HostImage::code(int x, int y, int channel) {
+  const std::byte* at = pixel(x, y) + channel * layout_.depth;
+  if (layout_.depth == 1) return static_cast<double>(static_cast<unsigned char>(*at));
+  if (layout_.depth == 2) {
+    std::uint16_t word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+  }
+  float real;
+  std::memcpy(&real, at, sizeof real);
+  return static_cast<double>(real);
+}
+
+void HostImage::setCode(int x, int y, int channel, double value) {
+  std::byte* at = pixel(x, y) + channel * layout_.depth;
+  const auto byte = static_cast<std::uint8_t>(value);
+  const auto word = static_cast<std::uint16_t>(value);
+  const auto real = static_cast<float>(value);
+  const void* from = layout_.depth == 1   ? static_cast<const void*>(&byte)
+                     : layout_.depth == 2 ? static_cast<const void*>(&word)
+                                          : static_cast<const void*>(&real);
+  std::memcpy(at, from, static_cast<std::size_t>(layout_.depth));
+}
+
+bool HostImage::guardsHold(const ofx::RectI& window, const HostImage& before) const {
+  HostImage now = *this;
+  HostImage then = before;
+  // With the window's pixels made equal, every other byte must be.
+  for (int y = window.y1; y < window.y2; ++y) {
+    std::memcpy(
+        then.pixel(window.x1, y), now.pixel(window.x1, y),
+        static_cast<std::size_t>((window.x2 - window.x1) * layout_.channels * layout_.depth));
+  }
+  return now.bytes_ == then.bytes_;
+}
+
+OfxHost::OfxHost(Manners how) : manners(how) {
+  current = this;
+  host_.properties = hostProps_.handle();
+  host_.fetchSuite = fetchSuite;
+}
+
+OfxHost::~OfxHost() {
+  if (binary_) unload();
+  current = nullptr;
+}
+
+ofx::Status OfxHost::load() {
+  binary_ = dlopen(ORVANITE_OFX_BINARY, RTLD_NOW | RTLD_LOCAL);
+  if (!binary_) {
+    ADD_FAILURE() << dlerror();
+    return ofx::failed;
+  }
+  const auto count = reinterpret_cast<int (*)()>(dlsym(binary_, "OfxGetNumberOfPlugins"));
+  const auto get = reinterpret_cast<ofx::Plugin* (*)(int)>(dlsym(binary_, "OfxGetPlugin"));
+  const auto set =
+      reinterpret_cast<ofx::Status (*)(const ofx::Host*)>(dlsym(binary_, "OfxSetHost"));
+  EXPECT_EQ(set(&host_), ofx::ok);
+  EXPECT_EQ(count(), 1);
+  EXPECT_EQ(get(1), nullptr);
+  EXPECT_EQ(get(-1), nullptr);
+  plugin = get(0);
+  plugin->setHost(&host_);
+  return call("OfxActionLoad", nullptr);
+}
+
+void OfxHost::unload() {
+  call("OfxActionUnload", nullptr);
+  dlclose(binary_);
+  binary_ = nullptr;
+  plugin = nullptr;
+}
+
+bool OfxHost::unloaded() const {
+  void* const still = dlopen(ORVANITE_OFX_BINARY, RTLD_NOW | RTLD_NOLOAD);
+  if (still) dlclose(still);
+  return !still;
+}
+
+ofx::Status OfxHost::call(const char* action, void* handle, Props* in, Props* out) {
+  return plugin->mainEntry(action, handle, in ? in->handle() : nullptr,
+                           out ? out->handle() : nullptr);
+}
+
+std::unique_ptr<EffectState> OfxHost::describe(const std::string& context) {
+  auto effect = std::make_unique<EffectState>();
+  EXPECT_EQ(call("OfxActionDescribe", effect.get()), ofx::ok);
+  Props in;
+  in.set("OfxImageEffectPropContext", context);
+  EXPECT_EQ(call("OfxImageEffectActionDescribeInContext", effect.get(), &in), ofx::ok);
+  return effect;
+}
+
+std::unique_ptr<EffectState> OfxHost::instantiate(const EffectState& descriptor,
+                                                  const std::string& context) {
+  auto effect = std::make_unique<EffectState>();
+  effect->props.set("OfxImageEffectPropContext", context);
+  effect->params = descriptor.params;
+  for (auto& [name, param] : effect->params) {
+    const auto at = param.props.values.find("OfxParamPropDefault");
+    if (at != param.props.values.end()) param.value = at->second;
+  }
+  for (const auto& [name, clip] : descriptor.clips) {
+    ClipState& state = effect->clips[name];
+    state.props = clip.props;
+    state.props.set("OfxImageClipPropConnected", 0);
+    state.props.set("OfxImageEffectPropPixelDepth", std::string("OfxBitDepthNone"));
+  }
+  return effect;
+}
+
+ofx::Status OfxHost::render(EffectState& effect, const ofx::RectI& window, double time,
+                            const char* field) {
+  Props in;
+  in.set("OfxPropTime", time)
+      .set("OfxImageEffectPropFieldToRender", std::string(field))
+      .setInts("OfxImageEffectPropRenderWindow", {window.x1, window.y1, window.x2, window.y2})
+      .setDoubles("OfxImageEffectPropRenderScale", {1.0, 1.0});
+  return call("OfxImageEffectActionRender", &effect, &in);
+}
+
+ofx::Status OfxHost::changed(EffectState& effect, const std::string& param, const char* reason) {
+  Props in;
+  in.set("OfxPropType", std::string("OfxTypeParameter"))
+      .set("OfxPropName", param)
+      .set("OfxPropChangeReason", std::string(reason))
+      .set("OfxPropTime", 0.0);
+  return call("OfxActionInstanceChanged", &effect, &in);
+}
+
+void connect(EffectState& effect, const std::string& name, std::shared_ptr<HostImage> image,
+             const char* premultiplication) {
+  ClipState& clip = effect.clips[name];
+  const Layout& layout = image->layout();
+  clip.props.set("OfxImageClipPropConnected", 1)
+      .set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth)))
+      .set("OfxImageEffectPropComponents", std::string(componentsName(layout.channels)))
+      .set("OfxImageEffectPropPreMultiplication", std::string(premultiplication));
+  clip.region = {static_cast<double>(layout.bounds.x1), static_cast<double>(layout.bounds.y1),
+                 static_cast<double>(layout.bounds.x2), static_cast<double>(layout.bounds.y2)};
+  clip.image = [image](double) { return image; };
+}
+
+}  // namespace ofxTest
