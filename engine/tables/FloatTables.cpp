@@ -108,7 +108,7 @@ int QMXOrvaniteTable::makeLuts32() {
   if (refEnabled != 0) return noTables;
 
   // An integer build in between has cleared the flag without filling these tables.
-  if (matteDirty != 0 || lastBuilt == integerKind) buildKeys(*this, basis);
+  if (matteDirty != 0 || lastBuilt != floatKind) buildKeys(*this, basis);
   for (int c = 0; c < 3; ++c) {
     replaceLinear[c] = basis.replace[c];
     screenLinear[c] = basis.screen[c];

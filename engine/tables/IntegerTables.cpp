@@ -228,8 +228,11 @@ int QMXOrvaniteTable::makeLuts() {
   }
 
   // A float build in between has cleared flags without filling these tables.
-  const bool stale = lastBuilt == floatKind;
-  if (!buildKeys(*this, basis, matteDirty != 0 || stale)) return noTables;
+  const bool stale = lastBuilt != integerKind;
+  if (!buildKeys(*this, basis, matteDirty != 0 || stale)) {
+    lastBuilt = noKind;  // the colours may have been clamped: float tables are stale as well
+    return noTables;
+  }
   if (refEnabled == 0 && (screenDirty != 0 || stale)) {
     buildScreen(*this, basis.screen[basis.primary]);
   }

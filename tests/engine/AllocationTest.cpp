@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Memory that runs out, at every allocation in turn.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "engine/QMXOrvaniteTable.h"
+#include "tests/engine/FailingNew.h"
+#include "tests/engine/Scene.h"
+
+namespace {
+
+/// Runs `action` with its k-th allocation failing, and the ones after it as well.
+template <class Action>
+auto starved(int k, Action action) {
+  failingNew::refusals = 0;
+  failingNew::allocationsLeft = k;
+  const auto result = action();
+  failingNew::allocationsLeft = failingNew::unlimited;
+  return result;
+}
+
+}  // namespace
+
+namespace {
+
+template <class T>
+::testing::AssertionResult rendersLikeTheModel(const Engine& engine, const Parameters& p) {
+  Random random(51);
+  const typename ModelOf<T>::Model reference(p);
+  model::Present present;
+  present.ref = p.ref;
+  Scene<T> scene(random, 24, 2, present, Placement::own);
+  fillInputs(random, scene, reference.p);
+  return keysLikeTheModel(
+      scene, reference, model::chosenInstance(reference.p, present), [&](Otile* tile) {
+        return orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, scene.height, tile);
+      });
+}
+
+bool holdsNoHeapTable(const QMXOrvaniteTable& e) {
+  bool none = e.holdTable == nullptr && e.garbageTable == nullptr;
+  for (int c = 0; c < 3; ++c)
+    none = none && e.fgLinear[c] == nullptr && e.bgTable[c] == nullptr &&
+           e.keyTable[c] == nullptr && e.refTable[c] == nullptr && e.refKeyTable[c] == nullptr &&
+           e.floatTable[c] == nullptr;
+  return none;
+}
+
+/// Fails every allocation of a first build and of a rebuild in turn. `tables` is how many of the
+/// allocations are tables; the curve buffer that may follow is none.
+template <class T>
+void failEach(Parameters p, int tables, int all) {
+  SCOPED_TRACE(::testing::Message() << "depth " << ModelOf<T>::depth << " ref " << p.ref);
+  for (int k = 0; k <= all; ++k) {
+    SCOPED_TRACE(k);
+    const Engine engine = makeEngine(p);
+    int calls = 0;
+    orvanite_installCallback(
+        engine.get(), [](void* count) { ++*static_cast<int*>(count); }, &calls);
+    const int result = starved(k, [&] { return orvanite_makeLuts(engine.get()); });
+    ASSERT_EQ(result, k < all ? 3 : 0);
+    EXPECT_EQ(failingNew::refusals > 0, k < all) << "the build allocates " << all << " times";
+    EXPECT_EQ(engine->tablesDirty != 0, k < all);
+    EXPECT_EQ(holdsNoHeapTable(*engine), k < tables) << "tables go when one of them is missing";
+    EXPECT_EQ(calls, k < tables ? 1 : 0);
+    if (result != 0) {
+      Otile tile = {};
+      EXPECT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, 1, 1, &tile), 0);
+    }
+    ASSERT_EQ(orvanite_makeLuts(engine.get()), 0) << "with memory again";
+    EXPECT_TRUE(rendersLikeTheModel<T>(engine, p));
+    orvanite_installCallback(engine.get(), nullptr, nullptr);
+  }
+}
+
+}  // namespace
+
+TEST(Memory, ThatRunsOutInANewEngineGivesNone) {
+  EXPECT_EQ(starved(0, [] { return orvanite_new(); }), nullptr);
+  EXPECT_EQ(failingNew::refusals, 1);
+  Engine engine(starved(1, [] { return orvanite_new(); }));
+  EXPECT_NE(engine, nullptr) << "one allocation is all that it needs";
+}
+
+TEST(Memory, ThatRunsOutInABuildLeavesTheEngineUsable) {
+  Parameters p;
+  p.screen[1] = 0.3f;
+  failEach<unsigned char>(p, 11, 12);  // 3 x (foreground, background, key), 2 mattes; curve
+  p.hold = p.garbage = false;
+  failEach<unsigned char>(p, 9, 10);
+  p.ref = true;
+  failEach<unsigned short>(p, 15, 16);  // and 3 x (clean plate, its key)
+  p = {};
+  p.setAllMaxima(1);
+  failEach<float>(p, 3, 3);
+}
+
+TEST(Memory, ThatRunsOutForTheCurveAloneChangesNoFlagAndNoTable) {
+  Parameters p;
+  const Engine engine = makeEngine(p);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  orvanite_setGain(engine.get(), 1, 0.2f);
+  p.gain[1] = 0.2f;
+  EXPECT_EQ(starved(0, [&] { return orvanite_makeLuts(engine.get()); }), 3);
+  EXPECT_NE(engine->matteDirty, 0);
+  EXPECT_NE(engine->keyTable[0], nullptr);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+}
+
+TEST(Memory, ThatRunsOutBetweenFloatBuildsLeavesNoStaleFloatTable) {
+  // The integer build clamps the midpoint before it fails, and raises no flag for it.
+  Parameters p;
+  p.setAllMaxima(255);
+  p.dstMax = 1;
+  p.colourspace = 0;
+  p.gain[1] = 0.3f;
+  for (float& mp : p.mp) mp = 1.5f;
+  const Engine engine = makeEngine(p);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  orvanite_setDstMax(engine.get(), 255);
+  // Of its 12 allocations the tables succeed and the curve does not.
+  EXPECT_EQ(starved(11, [&] { return orvanite_makeLuts(engine.get()); }), 3);
+  ASSERT_EQ(engine->mp[0], 1.0f);
+  orvanite_setDstMax(engine.get(), 1);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  for (float& mp : p.mp) mp = 1;
+  EXPECT_TRUE(rendersLikeTheModel<float>(engine, p));
+}
+
+TEST(Memory, IsAskedForInFullWhenAMaximumIsTheLargestInteger) {
+  for (auto* setMax : {orvanite_setFgMax, orvanite_setBgMax, orvanite_setRefMax,
+                       orvanite_setGMatteMax, orvanite_setHMatteMax}) {
+    Parameters p;
+    p.ref = true;
+    const Engine engine = makeEngine(p);
+    setMax(engine.get(), std::numeric_limits<int>::max());
+    failingNew::refusals = 0;
+    EXPECT_EQ(orvanite_makeLuts(engine.get()), 3);
+    EXPECT_GT(failingNew::refusals, 0);
+    setMax(engine.get(), 255);
+    ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+    EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+  }
+}

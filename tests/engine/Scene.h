@@ -1,0 +1,366 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Pictures in memory in every arrangement that a tile can describe, keyed and then compared byte
+// for byte: pixels against a model, everything else against what stood there before.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "engine/orvanite.h"
+#include "tests/engine/FloatModel.h"
+#include "tests/engine/IntegerModel.h"
+
+struct EngineDeleter {
+  void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
+};
+using Engine = std::unique_ptr<QMXOrvaniteTable, EngineDeleter>;
+
+/// An engine with these parameters, its tables not yet built.
+inline Engine makeEngine(const Parameters& parameters) {
+  Engine engine(orvanite_new());
+  apply(parameters, engine.get());
+  return engine;
+}
+
+/// What a kernel for samples of one type is compared with.
+template <class T>
+struct ModelOf {
+  static constexpr int depth = static_cast<int>(sizeof(T));
+  static constexpr int codeMask = sizeof(T) == 1 ? 255 : 65535;
+  using Sample = int;
+  using Model = model::IntegerModel;
+  static model::Output<int> key(const Model& m, const model::Instance& instance,
+                                const model::Present& present, const model::Inputs<int>& in) {
+    return m.key(instance, present, in, codeMask);
+  }
+};
+
+template <>
+struct ModelOf<float> {
+  static constexpr int depth = 4;
+  using Sample = float;
+  using Model = model::FloatModel;
+  static model::Output<float> key(const Model& m, const model::Instance& instance,
+                                  const model::Present& present, const model::Inputs<float>& in) {
+    return m.key(instance, present, in);
+  }
+};
+
+/// Same bits; of floats, any number that is none equals any other.
+inline bool same(int a, int b) { return a == b; }
+inline bool same(float a, float b) {
+  return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+/// How an image lies in memory. Steps count samples; a negative one runs backwards.
+struct Layout {
+  bool planar = false;
+  int pixelStep = 4;
+  int linePad = 0;  // samples between lines
+  bool bottomUp = false;
+  int margin = 0;         // samples before the first and after the last that the image owns
+  bool reversed = false;  // interleaved channels in the order alpha, blue, green, red
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Layout& l) {
+  return out << (l.planar ? "planar" : "interleaved") << " step " << l.pixelStep << " pad "
+             << l.linePad << (l.bottomUp ? " bottom-up" : "") << " margin " << l.margin
+             << (l.reversed ? " ABGR" : "");
+}
+
+template <class T>
+Layout randomLayout(Random& random) {
+  Layout l;
+  l.planar = sizeof(T) < 4 && random.oneIn(2);
+  if (sizeof(T) == 4)
+    l.pixelStep = 4;
+  else if (l.planar)
+    l.pixelStep = random.pick({1, 1, 1, 2, 3, -1, -2, 5});
+  else
+    l.pixelStep = random.pick({4, 4, 4, 5, 7, -4, -5, 12});
+  l.linePad = random.pick({0, 0, 1, 3, 16});
+  l.bottomUp = random.oneIn(3);
+  l.margin = random.pick({0, 0, 1, 5, 64});
+  l.reversed = random.oneIn(2);
+  return l;
+}
+
+template <class T>
+class Picture {
+ public:
+  Picture(Layout arrangement, int w, int h) : layout(arrangement), width(w), height(h) {
+    const int last = width < 1 || height < 1 ? 0 : [this] {
+      int most = 0;
+      for (int c = 0; c < 4; ++c)
+        for (int y : {0, height - 1})
+          for (int x : {0, width - 1}) most = std::max(most, index(c, x, y));
+      return most;
+    }();
+    samples.resize(static_cast<std::size_t>(last + 1 + layout.margin));
+  }
+
+  T& at(int channel, int x, int y) {
+    return samples[static_cast<std::size_t>(index(channel, x, y))];
+  }
+
+  /// The picture as a member of a tile. Absent channels are null; those that nobody may read
+  /// point where reading would not go unnoticed.
+  OtileImage image(bool colour, bool alpha) {
+    const auto pointer = [this](int c) -> void* {
+      return width < 1 || height < 1 ? samples.data() : &at(c, 0, 0);
+    };
+    OtileImage image = {};
+    if (colour) {
+      image.red = pointer(0);
+      image.green = pointer(1);
+      image.blue = pointer(2);
+    } else {
+      image.red = image.green = image.blue = nowhere();
+    }
+    image.alpha = alpha ? pointer(3) : nullptr;
+    // Float kernels do not read the pixel step: anything may stand there.
+    image.pixelStep = sizeof(T) == 4 ? 9 : layout.pixelStep;
+    image.lineStep = layout.bottomUp ? -lineLength() : lineLength();
+    return image;
+  }
+
+  static void* nowhere() { return reinterpret_cast<void*>(std::uintptr_t{0x40000}); }
+
+  Layout layout;
+  int width, height;
+  std::vector<T> samples;
+
+ private:
+  int stride() const { return std::abs(layout.pixelStep); }
+  int lineLength() const { return std::max(width, 0) * stride() + layout.linePad; }
+
+  int index(int c, int x, int y) const {
+    const int column = layout.pixelStep > 0 ? x : width - 1 - x;
+    const int row = layout.bottomUp ? height - 1 - y : y;
+    const int channel = layout.reversed ? 3 - c : c;
+    const int start = layout.planar ? channel * (lineLength() * height + 3) : channel;
+    return layout.margin + start + row * lineLength() + column * stride();
+  }
+};
+
+enum class Placement { own, onForeground, onBackground };
+
+/// The six pictures of a tile.
+template <class T>
+struct Scene {
+  using Of = ModelOf<T>;
+  using Sample = typename Of::Sample;
+
+  Scene(Random& random, int w, int h, const model::Present& which, Placement place)
+      : width(w),
+        height(h),
+        present(which),
+        placement(place),
+        dst(randomLayout<T>(random), w, h),
+        bg(randomLayout<T>(random), w, h),
+        fg(randomLayout<T>(random), w, h),
+        hold(randomLayout<T>(random), w, h),
+        garbage(randomLayout<T>(random), w, h),
+        ref(randomLayout<T>(random), w, h) {
+    fill(random, dst);
+  }
+
+  Picture<T>& destination() {
+    return placement == Placement::own ? dst : placement == Placement::onForeground ? fg : bg;
+  }
+
+  Otile tile() {
+    Otile t = {};
+    t.dst = destination().image(true, true);
+    if (present.bg) t.bg = bg.image(true, present.bgAlpha);
+    if (present.fg) {
+      t.fg = fg.image(true, true);
+      t.fg.alpha = Picture<T>::nowhere();
+    }
+    if (present.hold) t.hold = hold.image(false, true);
+    if (present.garbage) t.garbage = garbage.image(false, true);
+    if (present.ref) {
+      t.ref = ref.image(true, true);
+      t.ref.alpha = Picture<T>::nowhere();
+    }
+    return t;
+  }
+
+  model::Inputs<Sample> inputs(int x, int y) {
+    model::Inputs<Sample> in;
+    for (int c = 0; c < 3; ++c) {
+      const auto i = static_cast<std::size_t>(c);
+      in.fg[i] = fg.at(c, x, y);
+      in.bg[i] = bg.at(c, x, y);
+      in.ref[i] = ref.at(c, x, y);
+    }
+    in.bg[3] = bg.at(3, x, y);
+    in.hold = hold.at(3, x, y);
+    in.garbage = garbage.at(3, x, y);
+    return in;
+  }
+
+  /// Any sample at all, guards included.
+  static void fill(Random& random, Picture<T>& picture) {
+    for (T& sample : picture.samples) sample = static_cast<T>(random.between(1, 250));
+  }
+
+  int width, height;
+  model::Present present;
+  Placement placement;
+  Picture<T> dst, bg, fg, hold, garbage, ref;
+};
+
+/// Samples of a picture of codes up to max: screen, near screen, ends, anything, past the end.
+template <class T>
+T randomSample(Random& random, int max, float screen) {
+  if constexpr (sizeof(T) == 4) {
+    static_cast<void>(max);
+    switch (random.between(0, 23)) {
+      case 0:
+        return random.pick({0.0f, -0.0f, 1.0f, 65504.0f, 70000.0f, 1e-7f, 3e-5f, -1e-9f});
+      case 1:
+        return random.oneIn(6) ? random.pick({INFINITY, -INFINITY, NAN}) : 1.0f;
+      case 2:
+        return random.real(-0.3f, 0.0f);
+      case 3:
+        return random.real(1.0f, 12.0f);
+      case 4:
+      case 5:
+      case 6:
+      case 7:
+        return screen;
+      case 8:
+      case 9:
+      case 10:
+      case 11:
+        return screen + random.real(-0.02f, 0.02f);
+      default:
+        return random.unit();
+    }
+  } else {
+    const int largest = static_cast<int>(static_cast<T>(~T{0}));
+    const int top = std::min(max, largest);
+    const auto code = [&](float v) {
+      return static_cast<T>(model::limited(static_cast<int>(v * static_cast<float>(top)), 0, top));
+    };
+    switch (random.between(0, 15)) {
+      case 0:
+        return static_cast<T>(random.pick({0, 0, top, top, top - 1, 1}));
+      case 1:
+        return static_cast<T>(random.oneIn(4) ? random.between(top, largest) : top);
+      case 2:
+      case 3:
+      case 4:
+      case 5:
+        return code(screen);
+      case 6:
+      case 7:
+      case 8:
+        return code(screen + random.real(-0.03f, 0.03f));
+      default:
+        return static_cast<T>(random.between(0, top));
+    }
+  }
+}
+
+template <class T>
+void fillInputs(Random& random, Scene<T>& scene, const Parameters& p) {
+  for (int y = 0; y < scene.height; ++y)
+    for (int x = 0; x < scene.width; ++x) {
+      // Whole pixels of screen colour now and then: channels drawn alone would seldom meet it.
+      const bool screenPixel = random.oneIn(4);
+      for (int c = 0; c < 3; ++c) {
+        const float s = p.screen[c];
+        scene.fg.at(c, x, y) = randomSample<T>(random, p.fgMax, s);
+        scene.ref.at(c, x, y) = randomSample<T>(random, p.refMax, s);
+        scene.bg.at(c, x, y) = randomSample<T>(random, p.bgMax, 0.4f);
+        if (!screenPixel) continue;
+        const float near = model::limited(s + random.real(-0.05f, 0.05f), 0.0f, 1.0f);
+        const float scale = sizeof(T) == 4 ? 1.0f : static_cast<float>(std::min(p.fgMax, 65535));
+        if (sizeof(T) != 1 || p.fgMax <= 255) scene.fg.at(c, x, y) = static_cast<T>(near * scale);
+      }
+      scene.bg.at(3, x, y) = randomSample<T>(random, p.bgMax, 0.0f);
+      scene.hold.at(3, x, y) = randomSample<T>(random, p.hMatteMax, 0.0f);
+      scene.garbage.at(3, x, y) = randomSample<T>(random, p.gMatteMax, 0.0f);
+    }
+}
+
+/// Keys the scene by `render(tile)`, which must return `result`, and compares every sample in
+/// memory: with the model's pixel where the instance writes, with what stood there elsewhere.
+template <class T, class Render>
+::testing::AssertionResult keysLikeTheModel(Scene<T>& scene,
+                                            const typename ModelOf<T>::Model& reference,
+                                            const model::Instance& instance, Render render) {
+  using Of = ModelOf<T>;
+  using Sample = typename Of::Sample;
+  Picture<T> expected = scene.destination();
+  for (int y = 0; y < scene.height; ++y)
+    for (int x = 0; x < scene.width; ++x) {
+      const auto out = Of::key(reference, instance, scene.present, scene.inputs(x, y));
+      for (int c = 0; c < (instance.alpha ? 4 : 3); ++c)
+        expected.at(c, x, y) = static_cast<T>(out[static_cast<std::size_t>(c)]);
+    }
+  Picture<T>* const inputs[] = {&scene.bg, &scene.fg, &scene.hold, &scene.garbage, &scene.ref};
+  std::vector<std::vector<T>> before;
+  for (const Picture<T>* input : inputs) before.push_back(input->samples);
+  Picture<T> untouched = scene.destination();
+
+  Otile tile = scene.tile();
+  const Otile tileBefore = tile;
+  const int result = render(&tile);
+
+  const auto where = [&scene, &instance] {
+    std::ostringstream text;
+    text << "depth " << Of::depth << " ref " << instance.ref << " hold " << instance.hold
+         << " garbage " << instance.garbage << " alpha " << instance.alpha << ", " << scene.width
+         << "x" << scene.height << ", destination "
+         << (scene.placement == Placement::own            ? "apart"
+             : scene.placement == Placement::onForeground ? "on the foreground"
+                                                          : "on the background")
+         << " (" << scene.destination().layout << ")"
+         << (scene.present.fg ? "" : ", no foreground");
+    return text.str();
+  };
+  if (result != 0) return ::testing::AssertionFailure() << "returned " << result << ": " << where();
+  if (std::memcmp(&tile, &tileBefore, sizeof tile) != 0)
+    return ::testing::AssertionFailure() << "the tile was changed: " << where();
+
+  Picture<T>& written = scene.destination();
+  for (int y = 0; y < scene.height; ++y)
+    for (int x = 0; x < scene.width; ++x)
+      for (int c = 0; c < 4; ++c)
+        if (!same(static_cast<Sample>(written.at(c, x, y)),
+                  static_cast<Sample>(expected.at(c, x, y)))) {
+          std::swap(written.samples, untouched.samples);
+          const auto in = scene.inputs(x, y);
+          std::ostringstream text;
+          text << std::hexfloat << "fg";
+          for (Sample v : in.fg) text << ' ' << v;
+          text << " bg";
+          for (Sample v : in.bg) text << ' ' << v;
+          text << " ref";
+          for (Sample v : in.ref) text << ' ' << v;
+          text << " hold " << in.hold << " garbage " << in.garbage;
+          return ::testing::AssertionFailure()
+                 << "pixel (" << x << ", " << y << ") channel " << c << " is "
+                 << static_cast<Sample>(untouched.at(c, x, y)) << ", the model says "
+                 << static_cast<Sample>(expected.at(c, x, y)) << ": " << where() << "\n"
+                 << text.str() << "\n"
+                 << reference.p;
+        }
+  for (std::size_t i = 0; i < written.samples.size(); ++i)
+    if (!same(static_cast<Sample>(written.samples[i]), static_cast<Sample>(expected.samples[i])))
+      return ::testing::AssertionFailure()
+             << "sample " << i << " outside the tile's pixels was written: " << where();
+  for (std::size_t i = 0; i < before.size(); ++i)
+    if (inputs[i] != &written &&
+        std::memcmp(before[i].data(), inputs[i]->samples.data(), before[i].size() * sizeof(T)) != 0)
+      return ::testing::AssertionFailure() << "an input was written: " << where();
+  return ::testing::AssertionSuccess();
+}
