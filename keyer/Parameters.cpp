@@ -54,7 +54,7 @@ constexpr Parameter table[] = {
      {"output", "", ""}, fixed, "What the result shows."},
     {"colourspace", "Encoding", outputGroup, ParameterType::choice, "", 0, 2, 0, 2, {0, 0, 0}, "", encodings,
      {"colourspace", "", ""}, fixed, "How the pictures and all colours below are encoded."},
-    {"background", "Flat background", outputGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0}, "", {},
+    {"backgroundColour", "Flat background", outputGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0}, "", {},
      {}, fixed, "Colour behind the foreground in the output compOnColour."},
 
     {"screen", "Screen colour", screenGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0.9F}, "", {},

@@ -229,7 +229,7 @@ void Settings::applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs
   if (output == "compOnReplace") {
     rgb("replace", orvanite_setBackground);
   } else if (output == "compOnColour") {
-    rgb("background", orvanite_setBackground);
+    rgb("backgroundColour", orvanite_setBackground);
   } else if (view(inputs) == 1) {
     orvanite_setBackground(engine, 0, 0, 0);
   }

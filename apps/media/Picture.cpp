@@ -8,6 +8,20 @@
 #include "keyer/Error.h"
 
 namespace orvanite::media {
+namespace {
+
+template <class Code, unsigned maximum>
+void multiplyCodes(Picture& picture) {
+  auto* pixel = reinterpret_cast<Code*>(picture.pixels.get());
+  const auto* end = pixel + picture.bytes() / sizeof(Code);
+  for (; pixel != end; pixel += 4) {
+    for (int c = 0; c < 3; ++c) {
+      pixel[c] = static_cast<Code>((unsigned{pixel[c]} * pixel[3] + maximum / 2) / maximum);
+    }
+  }
+}
+
+}  // namespace
 
 int depthOf(Samples samples) {
   return samples == Samples::uint8 ? 1 : samples == Samples::uint16 ? 2 : 4;
@@ -46,6 +60,24 @@ OtileImage Picture::image() const {
   return {
       first, first + depth, first + std::ptrdiff_t{2} * depth, first + std::ptrdiff_t{3} * depth,
       4,     4 * data.width};
+}
+
+void multiplyByAlpha(Picture& picture) {
+  switch (picture.depth) {
+    case 1:
+      multiplyCodes<unsigned char, 255>(picture);
+      break;
+    case 2:
+      multiplyCodes<unsigned short, 65535>(picture);
+      break;
+    default: {
+      auto* pixel = reinterpret_cast<float*>(picture.pixels.get());
+      const auto* end = pixel + picture.bytes() / sizeof(float);
+      for (; pixel != end; pixel += 4) {
+        for (int c = 0; c < 3; ++c) pixel[c] *= pixel[3];
+      }
+    }
+  }
 }
 
 }  // namespace orvanite::media

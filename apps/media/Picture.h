@@ -49,4 +49,7 @@ struct Picture {
   OtileImage image() const;
 };
 
+/// Multiplies the colours by alpha, code values as they are, to the nearest.
+void multiplyByAlpha(Picture& picture);
+
 }  // namespace orvanite::media

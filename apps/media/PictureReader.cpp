@@ -10,6 +10,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "apps/media/JpegEnd.h"
+#include "apps/media/QuietPng.h"
 #include "keyer/Error.h"
 
 namespace orvanite::media {
@@ -128,6 +130,7 @@ PictureReader::PictureReader(const std::string& path) {
   if (status.type() == std::filesystem::file_type::directory) {
     fail("expected a picture, found a folder");
   }
+  quietPng();
   OIIO::ImageSpec wish;
   wish.attribute("oiio:UnassociatedAlpha", 1);
   input_ = OIIO::ImageInput::open(path, &wish);
@@ -149,6 +152,7 @@ PictureReader::PictureReader(const std::string& path) {
   if (spec.nchannels < 1) fail("expected at least one channel, found none");
 
   info_.format = input_->format_name();
+  if (info_.format == "jpeg" && !jpegIsWhole(path)) fail("broken: the file ends too early");
   info_.data = {spec.x, spec.y, spec.width, spec.height};
   info_.display = {spec.full_x, spec.full_y, spec.full_width, spec.full_height};
   if (spec.full_width < 1 || spec.full_height < 1) info_.display = info_.data;

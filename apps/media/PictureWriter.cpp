@@ -4,10 +4,15 @@
 // the old file goes.
 #include "apps/media/PictureWriter.h"
 
-#include <filesystem>
+#include <sys/statvfs.h>
 
+#include <filesystem>
+#include <string_view>
+
+#include "apps/media/FileSink.h"
 #include "apps/media/PendingFile.h"
 #include "apps/media/PictureReader.h"
+#include "apps/media/QuietPng.h"
 #include "keyer/Error.h"
 
 namespace orvanite::media {
@@ -73,6 +78,11 @@ OIIO::ImageSpec headerFor(const Picture& picture, const OIIO::ImageOutput& outpu
   return spec;
 }
 
+bool diskIsFull(const std::string& path) {
+  struct statvfs disk {};
+  return ::statvfs(path.c_str(), &disk) == 0 && disk.f_bavail == 0;
+}
+
 }  // namespace
 
 void checkOutput(const std::string& path, std::span<const std::string> inputs) {
@@ -96,20 +106,29 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs) {
 }
 
 void writePicture(const Picture& picture, const std::string& path) {
-  const auto fail = [&path](std::string reason) {
-    throw Error(Fault::failure, path, oneLine("cannot be written: " + std::move(reason)));
+  const auto fail = [&path](const std::string& reason) {
+    throw Error(Fault::failure, path,
+                oneLine("cannot be written: " + (reason.empty() ? "unknown reason" : reason)));
   };
+  quietPng();
   auto output = OIIO::ImageOutput::create(path);
   if (!output) fail(OIIO::geterror());
   PendingFile file(path);
   const OIIO::ImageSpec spec = headerFor(picture, *output);
+  // TIFF reports its own failed writes, and needs more of a file than a sink can give.
+  const bool isTiff = std::string_view(output->format_name()) == "tiff";
+  const bool throughSink = output->supports("ioproxy") != 0 && !isTiff;
+  FileSink sink(file.temporary(), path);
+  if (throughSink) output->set_ioproxy(&sink);
   if (!output->open(file.temporary(), spec)) fail(output->geterror());
   const bool written = output->write_image(typeInMemory(picture.depth), picture.pixels.get(),
                                            OIIO::stride_t{4} * picture.depth,
                                            static_cast<OIIO::stride_t>(picture.rowBytes()));
-  std::string reason = written ? std::string() : output->geterror();
-  if (!output->close() && written) reason = output->geterror();
-  if (!written || !reason.empty()) fail(reason.empty() ? "unknown reason" : reason);
+  const bool closed = output->close();
+  if (const std::string reason = sink.finish(); !reason.empty()) fail(reason);
+  if (!written || !closed) fail(output->geterror());
+  // Formats that write without the sink may not notice a full disk.
+  if (!throughSink && diskIsFull(file.temporary())) fail("no space left on device");
   file.commit();
 }
 

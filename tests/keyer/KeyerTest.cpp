@@ -122,7 +122,7 @@ TEST(Keyer, CompositeWithoutABackgroundIsOneOverBlack) {
   Settings black;
   black.setText("output", "compOnBlack");
   Settings composite;
-  composite.setText("background", "0,1,0");  // not for this output
+  composite.setText("backgroundColour", "0,1,0");  // not for this output
   const auto keyed = [](const Settings& settings) {
     Pictures pictures(8, 8, 2);
     Keyer keyer;

@@ -45,7 +45,7 @@ TEST(Settings, EveryParameterReachesTheEngineAndAnUnchangedOneCausesNoWork) {
     if (parameter.type == ParameterType::channel) continue;
     Settings settings;
     // The flat colour matters in one output alone.
-    if (parameter.name == "background") settings.setText("output", "compOnColour");
+    if (parameter.name == "backgroundColour") settings.setText("output", "compOnColour");
     Engine engine(orvanite_new());
     settings.applyTo(engine.get(), 2, everything);
     int changes = 0;

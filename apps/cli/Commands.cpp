@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The list of subcommands, in the order in which help shows them.
+#include "apps/cli/Commands.h"
+
+namespace orvanite::cli {
+namespace {
+
+constexpr Command list[] = {
+    {"key", "Key a picture shot against a blue or green screen.", declareKey},
+};
+
+}  // namespace
+
+std::span<const Command> commands() { return list; }
+
+}  // namespace orvanite::cli

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// One option a parameter; its help is the table's, with unit, range and default behind it.
+#include "apps/cli/ParameterOptions.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+
+#include "keyer/Parameters.h"
+
+namespace orvanite::cli {
+namespace {
+
+std::string typeOf(const Parameter& parameter) {
+  switch (parameter.type) {
+    case ParameterType::number:
+      return "X";
+    case ParameterType::triple:
+      return "X|R,G,B";
+    case ParameterType::colour:
+      return "R,G,B";
+    case ParameterType::choice:
+      return "NAME";
+    case ParameterType::toggle:
+      return "on|off";
+    default:
+      return "CHANNEL";
+  }
+}
+
+std::string helpOf(const Parameter& parameter) {
+  std::string help(parameter.help);
+  const std::string standard = Settings().text(parameter.name);
+  switch (parameter.type) {
+    case ParameterType::choice:
+      for (const Choice& choice : parameter.choices)
+        help += fmt::format("\n{}: {}", choice.text, choice.help);
+      help += parameter.name == "colourspace" ? "\n[default: what the plate's file suggests]"
+                                              : fmt::format("\n[default {}]", standard);
+      break;
+    case ParameterType::toggle:
+    case ParameterType::channel:
+      help += fmt::format(" [default {}]", standard);
+      break;
+    default:
+      help += fmt::format(" [{} {:g} to {:g}, default {}]", parameter.unit, parameter.low,
+                          parameter.high,
+                          parameter.rule == DefaultRule::balanceOfScreen
+                              ? "0.9 for a screen bluer than green, else 0.5"
+                              : standard);
+  }
+  return help;
+}
+
+}  // namespace
+
+std::string kebab(std::string_view name) {
+  std::string result;
+  for (char letter : name) {
+    if (std::isupper(static_cast<unsigned char>(letter))) {
+      if (!result.empty() && result.back() != '-') result += '-';
+      result += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    } else {
+      result += letter;
+    }
+  }
+  return result;
+}
+
+std::string optionName(std::string_view parameter) { return "--" + kebab(parameter); }
+
+void ParameterOptions::addTo(CLI::App& command) {
+  entries_.resize(parameters().size());
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    const Parameter& parameter = parameters()[i];
+    Entry& entry = entries_[i];
+    entry.parameter = parameter.name;
+    std::string names = optionName(parameter.name);
+    if (parameter.name == "colourspace") names += ",--cspace";
+    entry.option = command.add_option(names, entry.text, helpOf(parameter))
+                       ->group(std::string(parameter.group))
+                       ->type_name(typeOf(parameter))
+                       ->take_last();
+  }
+}
+
+void ParameterOptions::apply(Settings& settings) const {
+  for (const Entry& entry : entries_) {
+    if (entry.option->count() == 0) continue;
+    try {
+      settings.setText(entry.parameter, entry.text);
+    } catch (const Error& error) {
+      throw aboutOption(error);
+    }
+  }
+}
+
+Error aboutOption(const Error& error) {
+  return findParameter(error.subject()) != nullptr ? error.about(optionName(error.subject()))
+                                                   : error;
+}
+
+std::vector<std::string> optionsFor(const Settings& settings) {
+  std::vector<std::string> options;
+  for (const Parameter& parameter : parameters()) {
+    if (settings.given(parameter.name)) {
+      options.push_back(optionName(parameter.name) + ' ' + settings.text(parameter.name));
+    }
+  }
+  return options;
+}
+
+}  // namespace orvanite::cli

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The `orvanite` command: finds the subcommand, parses its options, runs it, and turns whatever
+// goes wrong into one line on standard error and an exit code.
+#include <OpenImageIO/oiioversion.h>
+#include <fmt/format.h>
+#include <tbb/version.h>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "apps/cli/Commands.h"
+#include "apps/cli/HelpFormat.h"
+#include "apps/cli/ParameterOptions.h"
+#include "apps/cli/Signals.h"
+#include "keyer/Error.h"
+
+namespace orvanite::cli {
+namespace {
+
+std::string versionText() {
+#if defined(__clang__)
+  const std::string compiler = "clang " __clang_version__;
+#else
+  const std::string compiler = "g++ " __VERSION__;
+#endif
+#if defined(NDEBUG)
+  const char* kind = "release";
+#else
+  const char* kind = "with assertions";
+#endif
+  return fmt::format("orvanite {}\nbuilt {} by {}\nwith OpenImageIO {} and oneTBB {}.{}",
+                     ORVANITE_VERSION, kind, compiler, OIIO_VERSION_STRING, TBB_VERSION_MAJOR,
+                     TBB_VERSION_MINOR);
+}
+
+// Parameters may be named as presets and scripts name them: --screenRange is --screen-range.
+std::string normalised(std::string argument) {
+  if (!argument.starts_with("--")) return argument;
+  const std::size_t end = std::min(argument.find('='), argument.size());
+  return "--" + kebab(std::string_view(argument).substr(2, end - 2)) + argument.substr(end);
+}
+
+// An argument that no option and no positional took.
+Error unexpected(const CLI::App& command, const std::vector<std::string>& arguments) {
+  const auto option = std::find_if(arguments.begin(), arguments.end(), [](const std::string& one) {
+    return one.size() > 1 && one[0] == '-';
+  });
+  if (option == arguments.end()) {
+    return Error(Fault::wrongUse, command.get_name(),
+                 "one argument too many: '" + arguments.front() + "'");
+  }
+  const std::string name = option->substr(0, option->find('='));
+  std::vector<std::string> known;
+  for (const CLI::Option* one : command.get_options()) {
+    for (const std::string& longName : one->get_lnames()) known.push_back("--" + longName);
+  }
+  const std::vector<std::string_view> candidates(known.begin(), known.end());
+  std::string message = "there is no such option";
+  if (const auto meant = nearest(name, candidates); !meant.empty()) {
+    message += fmt::format("; did you mean {}?", meant);
+  }
+  return Error(Fault::wrongUse, name, message);
+}
+
+int codeOf(Fault fault) { return fault == Fault::wrongUse ? wrongUse : failed; }
+
+int report(const std::string& message, int code) {
+  std::fflush(stdout);
+  fmt::print(stderr, "orvanite: {}\n", message);
+  return code;
+}
+
+int run(int count, char** values) {
+  CLI::App app("A colour-difference keyer: takes the blue or green screen out of pictures.",
+               "orvanite");
+  app.formatter(std::make_shared<HelpFormat>());
+  app.set_version_flag("--version", versionText, "Print what was built and exit.");
+  app.set_help_flag("-h,--help", "Print this and exit.");
+
+  std::vector<std::pair<CLI::App*, Run>> runs;
+  for (const Command& command : commands()) {
+    CLI::App* sub = app.add_subcommand(command.name, command.summary);
+    sub->allow_extras();
+    sub->fallthrough(false);
+    runs.emplace_back(sub, command.declare(*sub));
+  }
+
+  std::vector<std::string> arguments;
+  for (int i = count - 1; i > 0; --i) arguments.push_back(normalised(values[i]));
+  app.allow_extras();
+  try {
+    app.parse(arguments);
+  } catch (const CLI::Success& done) {
+    return app.exit(done) == 0 ? success : failed;
+  } catch (const CLI::ParseError& error) {
+    return report(error.what(), wrongUse);
+  }
+  for (const auto& [sub, action] : runs) {
+    if (!sub->parsed()) continue;
+    if (const auto rest = sub->remaining(); !rest.empty()) throw unexpected(*sub, rest);
+    return action();
+  }
+  if (const auto rest = app.remaining(); !rest.empty()) {
+    std::vector<std::string_view> names;
+    for (const Command& command : commands()) names.emplace_back(command.name);
+    const auto meant = nearest(rest.front(), names);
+    return report(fmt::format("there is no command '{}'{}", rest.front(),
+                              meant.empty() ? "; orvanite --help lists them"
+                                            : fmt::format("; did you mean {}?", meant)),
+                  wrongUse);
+  }
+  fmt::print("{}", app.help());
+  return wrongUse;
+}
+
+}  // namespace
+}  // namespace orvanite::cli
+
+int main(int count, char** values) {
+  using namespace orvanite;
+  try {
+    cli::endCleanlyOnSignals();
+    return cli::run(count, values);
+  } catch (const Error& error) {
+    return cli::report(error.what(), cli::codeOf(error.fault()));
+  } catch (const std::bad_alloc&) {
+    return cli::report("out of memory", cli::failed);
+  } catch (const std::exception& error) {
+    return cli::report(error.what(), cli::failed);
+  }
+}

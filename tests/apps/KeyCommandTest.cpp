@@ -1,0 +1,469 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite key` on stills: the bytes are the flat interface's, whatever the formats, and what it
+// does with bad input.
+#include <Imath/half.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "engine/orvanite.h"
+#include "tests/apps/Images.h"
+#include "tests/apps/Program.h"
+
+namespace orvanite::test {
+namespace {
+
+constexpr int width = 37;
+constexpr int height = 21;
+constexpr std::size_t pixels = std::size_t{width} * height;
+
+// Four interleaved channels of a depth, built from a picture's codes as the command should: grey
+// stands for all colours, wider depths are reached by 257 and by division.
+struct Pixels {
+  int depth;
+  std::vector<unsigned char> bytes;
+
+  Pixels(const Image& image, int toDepth, float missingAlpha, int alphaFrom = -1)
+      : depth(toDepth), bytes(pixels * 4 * static_cast<std::size_t>(toDepth)) {
+    const int channels = image.spec.nchannels;
+    const bool integer = !image.spec.format.is_floating_point();
+    const float top = !integer ? 1.0F : image.spec.format.basesize() == 1 ? 255.0F : 65535.0F;
+    for (std::size_t i = 0; i < pixels; ++i) {
+      for (int c = 0; c < 4; ++c) {
+        int from = c;
+        if (channels < 3) from = c == 3 ? (channels == 2 ? 1 : -1) : 0;
+        if (channels == 3 && c == 3) from = -1;
+        if (alphaFrom >= 0 && c == 3) from = alphaFrom;
+        float value = from < 0 ? missingAlpha * top
+                               : image.samples[i * static_cast<std::size_t>(channels) +
+                                               static_cast<std::size_t>(from)];
+        unsigned char* to =
+            &bytes[(i * 4 + static_cast<std::size_t>(c)) * static_cast<std::size_t>(depth)];
+        if (depth == 1) {
+          *to = static_cast<unsigned char>(top == 65535.0F ? value / 257 + 0.5F : value);
+        } else if (depth == 2) {
+          const auto code = static_cast<unsigned short>(top == 255.0F ? value * 257 : value);
+          std::memcpy(to, &code, 2);
+        } else {
+          value = integer ? value * (1.0F / top) : value;
+          std::memcpy(to, &value, 4);
+        }
+      }
+    }
+  }
+
+  OtileImage tile() {
+    unsigned char* first = bytes.data();
+    return {first, first + depth, first + 2 * depth, first + 3 * depth, 4, 4 * width};
+  }
+
+  float sample(std::size_t index) const {
+    float value = 0;
+    if (depth == 1) return bytes[index];
+    if (depth == 4) {
+      std::memcpy(&value, &bytes[index * 4], 4);
+      return value;
+    }
+    unsigned short code = 0;
+    std::memcpy(&code, &bytes[index * 2], 2);
+    return code;
+  }
+};
+
+struct KeyCase {
+  const char* description;
+  const char* plate;
+  OIIO::TypeDesc plateType;
+  int plateChannels;
+  const char* background;  // file name, or null
+  OIIO::TypeDesc backgroundType;
+  int backgroundChannels;
+  const char* output;
+  const char* outputMode;
+  int view;
+  int depth;     // that it keys at
+  int encoding;  // that it keys in
+  OIIO::TypeDesc::BASETYPE outputType;
+};
+
+const KeyCase keyCases[] = {
+    {"8-bit over 8-bit", "fg.png", OIIO::TypeDesc::UINT8, 3, "bg.png", OIIO::TypeDesc::UINT8, 3,
+     "out.png", "composite", 0, 1, 2, OIIO::TypeDesc::UINT8},
+    {"alpha of the background is merged", "fg.png", OIIO::TypeDesc::UINT8, 4, "bg.png",
+     OIIO::TypeDesc::UINT8, 4, "out.png", "composite", 0, 1, 2, OIIO::TypeDesc::UINT8},
+    {"grey plate with alpha", "fg.png", OIIO::TypeDesc::UINT8, 2, "bg.png", OIIO::TypeDesc::UINT8,
+     1, "out.png", "composite", 0, 1, 2, OIIO::TypeDesc::UINT8},
+    {"no background", "fg.png", OIIO::TypeDesc::UINT8, 3, nullptr, OIIO::TypeDesc::UINT8, 0,
+     "out.tif", "composite", 1, 1, 2, OIIO::TypeDesc::UINT8},
+    {"straight colour beside alpha in PNG", "fg.png", OIIO::TypeDesc::UINT8, 3, nullptr,
+     OIIO::TypeDesc::UINT8, 0, "out.png", "unpremultiplied", 4, 1, 2, OIIO::TypeDesc::UINT8},
+    {"8-bit over 16-bit", "fg.png", OIIO::TypeDesc::UINT8, 3, "bg.tif", OIIO::TypeDesc::UINT16, 3,
+     "out.tif", "composite", 0, 2, 2, OIIO::TypeDesc::UINT16},
+    {"16-bit over 8-bit", "fg.tif", OIIO::TypeDesc::UINT16, 3, "bg.png", OIIO::TypeDesc::UINT8, 4,
+     "out.png", "composite", 0, 2, 2, OIIO::TypeDesc::UINT16},
+    {"16-bit status", "fg.png", OIIO::TypeDesc::UINT16, 4, nullptr, OIIO::TypeDesc::UINT8, 0,
+     "out.tif", "status", 5, 2, 2, OIIO::TypeDesc::UINT16},
+    {"8-bit over half", "fg.png", OIIO::TypeDesc::UINT8, 3, "bg.exr", OIIO::TypeDesc::HALF, 4,
+     "out.tif", "composite", 0, 4, 2, OIIO::TypeDesc::FLOAT},
+    {"float matte", "fg.exr", OIIO::TypeDesc::FLOAT, 3, nullptr, OIIO::TypeDesc::UINT8, 0,
+     "out.exr", "matte", 2, 4, 0, OIIO::TypeDesc::FLOAT},
+    {"float over 16-bit", "fg.exr", OIIO::TypeDesc::FLOAT, 4, "bg.tif", OIIO::TypeDesc::UINT16, 3,
+     "out.exr", "composite", 0, 4, 0, OIIO::TypeDesc::FLOAT},
+    {"half over half", "fg.exr", OIIO::TypeDesc::HALF, 3, "bg.exr", OIIO::TypeDesc::HALF, 3,
+     "out.exr", "composite", 0, 4, 0, OIIO::TypeDesc::HALF},
+};
+
+TEST(KeyCommand, GivesTheFlatInterfacesBytesForEveryPairOfFormats) {
+  for (const KeyCase& one : keyCases) {
+    SCOPED_TRACE(one.description);
+    const Folder folder;
+    const Image plate = randomImage(width, height, one.plateChannels, one.plateType, 1);
+    const Image mattes = randomImage(width, height, 4, OIIO::TypeDesc::UINT16, 3);
+    write(plate, folder / one.plate);
+    write(mattes, folder / "mattes.tif");
+    std::vector<std::string> arguments{"key",
+                                       folder / one.plate,
+                                       "-o",
+                                       folder / one.output,
+                                       "--output",
+                                       one.outputMode,
+                                       "--screen",
+                                       "0.2,0.7,0.3",
+                                       "--hold-out",
+                                       folder / "mattes.tif",
+                                       "--hold-out-channel",
+                                       "G",
+                                       "--garbage",
+                                       folder / "mattes.tif"};
+    Image background;
+    if (one.background != nullptr) {
+      background = randomImage(width, height, one.backgroundChannels, one.backgroundType, 2);
+      write(background, folder / one.background);
+      arguments.insert(arguments.end(), {"--bg", folder / one.background});
+    }
+    const Outcome outcome = orvanite(arguments);
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+
+    QMXOrvaniteTable* engine = orvanite_new();
+    orvanite_useRef(engine, 0);
+    orvanite_setView(engine, one.view);
+    orvanite_setColourspace(engine, one.encoding);
+    orvanite_setScreen(engine, 0.2F, 0.7F, 0.3F);
+    orvanite_setNeutral(engine, 0.9F, 0.9F, 0.9F);
+    orvanite_setReplace(engine, 0.5F, 0.5F, 0.5F);
+    const int maximum = one.depth == 1 ? 255 : one.depth == 2 ? 65535 : 1;
+    for (auto set : {orvanite_setFgMax, orvanite_setBgMax, orvanite_setDstMax,
+                     orvanite_setHMatteMax, orvanite_setGMatteMax, orvanite_setRefMax}) {
+      set(engine, maximum);
+    }
+    ASSERT_EQ(orvanite_makeLuts(engine), 0);
+    Pixels keyed(plate, one.depth, 1);
+    Pixels holdOut(mattes, one.depth, 0, 1);
+    Pixels garbage(mattes, one.depth, 0, 3);
+    Otile tile{};
+    tile.fg = tile.dst = keyed.tile();
+    tile.hold.alpha = holdOut.tile().alpha;
+    tile.garbage.alpha = garbage.tile().alpha;
+    tile.hold.pixelStep = tile.garbage.pixelStep = 4;
+    tile.hold.lineStep = tile.garbage.lineStep = 4 * width;
+    std::vector<Pixels> kept;
+    if (one.background != nullptr) {
+      kept.emplace_back(background, one.depth, 0.0F);
+      tile.bg = kept.back().tile();
+    }
+    ASSERT_EQ(orvanite_render(engine, one.depth, width, height, &tile), 0);
+    orvanite_delete(engine);
+
+    const Image result = read(folder / one.output);
+    ASSERT_EQ(result.spec.nchannels, 4);
+    ASSERT_EQ(result.spec.format, OIIO::TypeDesc(one.outputType));
+    for (std::size_t i = 0; i < result.samples.size(); ++i) {
+      float expected = keyed.sample(i);
+      if (result.spec.format == OIIO::TypeDesc::HALF) expected = half(expected);
+      ASSERT_EQ(result.samples[i], expected) << "sample " << i;
+    }
+  }
+}
+
+TEST(KeyCommand, KeepsWindowsAndMetadataAndLinesUpPicturesByTheirFrames) {
+  const Folder folder;
+  Image plate = randomImage(width, height, 3, OIIO::TypeDesc::HALF, 1);
+  plate.spec.x = 5;
+  plate.spec.y = -3;
+  plate.spec.full_width = 64;
+  plate.spec.full_height = 48;
+  plate.spec.attribute("Artist", "somebody");
+  write(plate, folder / "fg.exr");
+  // The background covers the whole frame; only the part behind the plate's pixels counts.
+  const Image background = randomImage(64, 48, 3, OIIO::TypeDesc::HALF, 2);
+  write(background, folder / "bg.exr");
+  // A garbage matte that is white everywhere leaves nothing but background.
+  Image white = randomImage(64, 48, 1, OIIO::TypeDesc::UINT8, 3);
+  std::fill(white.samples.begin(), white.samples.end(), 255.0F);
+  write(white, folder / "white.png");
+  const Outcome outcome =
+      orvanite({"key", folder / "fg.exr", "--bg", folder / "bg.exr", "--garbage",
+                folder / "white.png", "--screen", "0.1,0.7,0.1", "-o", folder / "out.exr"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  const Image result = read(folder / "out.exr");
+  EXPECT_EQ(result.spec.x, 5);
+  EXPECT_EQ(result.spec.y, -3);
+  EXPECT_EQ(result.spec.width, width);
+  EXPECT_EQ(result.spec.full_width, 64);
+  EXPECT_EQ(result.spec.full_height, 48);
+  EXPECT_EQ(result.spec.format, OIIO::TypeDesc(OIIO::TypeDesc::HALF));
+  EXPECT_EQ(result.spec.get_string_attribute("Artist"), "somebody");
+  // The plate's first three rows lie above the frame, where there is neither matte nor background.
+  for (int y = 3; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        const int frameY = y - 3;
+        const float expected =
+            background.samples[static_cast<std::size_t>((frameY * 64 + x + 5) * 3 + c)];
+        ASSERT_EQ(result.samples[static_cast<std::size_t>((y * width + x) * 4 + c)], expected)
+            << x << ' ' << y;
+      }
+    }
+  }
+}
+
+TEST(KeyCommand, PremultipliesWhenAskedAndOnlyThen) {
+  const Folder folder;
+  write(randomImage(width, height, 3, OIIO::TypeDesc::UINT8, 1), folder / "fg.png");
+  for (const char* name : {"straight.png", "multiplied.png"}) {
+    std::vector<std::string> arguments{"key", folder / "fg.png", "--output", "unpremultiplied",
+                                       "-o",  folder / name};
+    if (std::string(name) == "multiplied.png") arguments.push_back("--premultiply");
+    ASSERT_EQ(orvanite(arguments).code, 0);
+  }
+  const Image straight = read(folder / "straight.png");
+  const Image multiplied = read(folder / "multiplied.png");
+  for (std::size_t i = 0; i < straight.samples.size(); ++i) {
+    const double alpha = straight.samples[i | 3];
+    const double expected =
+        i % 4 == 3 ? alpha : std::floor(straight.samples[i] * alpha / 255 + 0.5);
+    ASSERT_EQ(multiplied.samples[i], expected) << i;
+  }
+}
+
+TEST(KeyCommand, ChoosesTheEncodingFromTheFileAndSaysSo) {
+  const Folder folder;
+  write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "fg.png");
+  write(randomImage(8, 8, 3, OIIO::TypeDesc::FLOAT, 1), folder / "fg.exr");
+  Image scan = randomImage(8, 8, 3, OIIO::TypeDesc::UINT16, 1);
+  scan.spec.attribute("dpx:Transfer", "Printing density");
+  scan.spec.attribute("oiio:BitsPerSample", 10);
+  write(scan, folder / "fg.dpx");
+  const std::pair<const char*, const char*> cases[] = {
+      {"fg.png", "video"}, {"fg.exr", "linear"}, {"fg.dpx", "log"}};
+  for (const auto& [plate, encoding] : cases) {
+    const Outcome chosen = orvanite({"key", folder / plate, "-o", folder / "chosen.tif"});
+    EXPECT_EQ(chosen.err.find(std::string("colourspace: ") + encoding), 0U) << chosen.err;
+    const Outcome given =
+        orvanite({"key", folder / plate, "--cspace", encoding, "-o", folder / "given.tif"});
+    EXPECT_EQ(given.err, "");
+    EXPECT_EQ(read(folder / "chosen.tif").samples, read(folder / "given.tif").samples) << plate;
+  }
+}
+
+TEST(KeyCommand, KeysA4KPictureInThePicturesMemoryAnd64MiB) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers have memory of their own";
+#endif
+  const Folder folder;
+  // Written row by row: a child starts with its parent's peak.
+  for (const char* name : {"fg.tif", "bg.tif"}) {
+    std::vector<std::uint16_t> row(4096 * 3);
+    auto output = OIIO::ImageOutput::create(folder / name);
+    ASSERT_TRUE(
+        output->open(folder / name, OIIO::ImageSpec(4096, 2160, 3, OIIO::TypeDesc::UINT16)));
+    for (int y = 0; y < 2160; ++y) {
+      for (std::size_t i = 0; i < row.size(); ++i)
+        row[i] = static_cast<std::uint16_t>(i * 7919 + static_cast<std::size_t>(y));
+      ASSERT_TRUE(output->write_scanline(y, 0, OIIO::TypeDesc::UINT16, row.data()));
+    }
+    ASSERT_TRUE(output->close());
+  }
+  const Outcome outcome =
+      orvanite({"key", folder / "fg.tif", "--bg", folder / "bg.tif", "-o", folder / "out.tif"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  // Plate and background, four channels of two bytes each, and 64 MiB, beyond what the libraries
+  // take before anything is done.
+  const long pictures = 2L * 4096 * 2160 * 4 * 2 / 1024;
+  const long libraries = orvanite({"--version"}).peakKilobytes;
+  EXPECT_LE(outcome.peakKilobytes - libraries, pictures + 64 * 1024);
+  std::printf("peak %ld KiB, of it libraries %ld KiB; pictures %ld KiB\n", outcome.peakKilobytes,
+              libraries, pictures);
+}
+
+// Everything that can be wrong with files and options, each with its line and its code, and nothing
+// but the inputs in the folder afterwards.
+TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
+  const Folder folder;
+  write(randomImage(16, 16, 3, OIIO::TypeDesc::UINT8, 1), folder / "fg.png");
+  write(randomImage(16, 16, 3, OIIO::TypeDesc::HALF, 1), folder / "fg.exr");
+  write(randomImage(16, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "small.png");
+  write(randomImage(300, 300, 3, OIIO::TypeDesc::UINT8, 1), folder / "large.png");
+  write(randomImage(300, 300, 3, OIIO::TypeDesc::HALF, 1), folder / "large.exr");
+  write(randomImage(300, 300, 3, OIIO::TypeDesc::UINT8, 1), folder / "large.tif");
+  write(randomImage(300, 300, 3, OIIO::TypeDesc::UINT8, 1), folder / "large.jpg");
+  const auto cut = [&](const std::string& from, const std::string& to) {
+    std::filesystem::copy_file(folder / from, folder / to);
+    std::filesystem::resize_file(folder / to, std::filesystem::file_size(folder / to) / 2);
+  };
+  cut("large.png", "cut.png");
+  cut("large.exr", "cut.exr");
+  cut("large.tif", "cut.tif");
+  cut("large.jpg", "cut.jpg");
+  std::ofstream(folder / "text.png") << "this is no picture\n";
+  std::ofstream(folder / "empty.exr");
+  // A PNG header of 0x0 and one of 0x7fffffff x 0x7fffffff, with no checksum that fits.
+  const std::string signature("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+  std::ofstream(folder / "zero.png")
+      << signature << std::string("\0\0\0\0\0\0\0\0\x08\2\0\0\0\0\0\0\0", 17);
+  // A PPM header is believed as it stands: large sides, nothing behind them.
+  std::ofstream(folder / "huge.ppm") << "P6\n60000 60000\n255\n";
+  std::filesystem::create_symlink(folder / "fg.png", folder / "link.png");
+  std::filesystem::create_hard_link(folder / "fg.png", folder / "hard.png");
+  std::filesystem::create_directory(folder / "folder.png");
+  const auto before = folder.names();
+  const std::string fg = folder / "fg.png";
+  const std::string out = folder / "out.png";
+
+  struct Case {
+    std::vector<std::string> arguments;
+    int code;
+    std::string message;  // part of the line
+  };
+  const Case cases[] = {
+      {{}, 2, "expected a plate"},
+      {{fg}, 2, "expected an output"},
+      {{folder / "none.png", "-o", out}, 1, "none.png: no such file"},
+      {{folder / "folder.png", "-o", out}, 1, "expected a picture, found a folder"},
+      {{folder / "text.png", "-o", out}, 1, "text.png: cannot be read"},
+      {{folder / "empty.exr", "-o", out}, 1, "empty.exr: cannot be read"},
+      {{folder / "cut.png", "-o", out}, 1, "cut.png: broken near row"},
+      {{folder / "cut.exr", "-o", out}, 1, "cut.exr: broken near row"},
+      {{folder / "cut.tif", "-o", out}, 1, "cut.tif: broken near row"},
+      {{folder / "cut.jpg", "-o", out}, 1, "cut.jpg: broken: the file ends too early"},
+      {{folder / "zero.png", "-o", out}, 1, "zero.png: "},
+      {{folder / "huge.ppm", "-o", out}, 1, "found 60000x60000"},
+      {{fg, "--bg", folder / "small.png", "-o", out},
+       2,
+       "small.png: expected a background of the plate's size 16x16, found 16x8"},
+      {{fg, "--hold-out", folder / "small.png", "-o", out},
+       2,
+       "expected a hold-out matte of the plate's size 16x16, found 16x8"},
+      {{fg, "--garbage", folder / "cut.png", "-o", out}, 2, "found 300x300"},
+      {{fg, "--garbage", folder / "none.png", "-o", out}, 1, "none.png: no such file"},
+      {{fg, "--hold-out", fg, "-o", out},
+       2,
+       "fg.png: expected one of the channels R, G, B, found 'A'"},
+      {{fg, "--garbage", fg, "--garbage-channel", "Z", "-o", out},
+       2,
+       "expected one of the channels R, G, B, found 'Z'"},
+      {{fg, "-o", folder / "none/out.png"}, 1, "there is no folder"},
+      {{fg, "-o", "/proc/out.png"}, 1, "/proc/out.png: cannot be written"},
+      {{fg, "-o", folder / "out.xyz"}, 2, "expected a name with the ending of a picture format"},
+      {{fg, "-o", folder / "out"}, 2, "expected a name with the ending of a picture format"},
+      {{fg, "-o", folder / "folder.png"}, 1, "found a folder"},
+      {{fg, "-o", fg}, 2, "the output is the same file as the input"},
+      {{fg, "-o", folder / "link.png"}, 2, "the output is the same file as the input"},
+      {{fg, "-o", folder / "hard.png"}, 2, "the output is the same file as the input"},
+      {{fg, "-o", folder / "../" + folder.path().filename().string() + "/fg.png"},
+       2,
+       "the output is the same file as the input"},
+      {{fg, "--bg", folder / "link.png", "-o", fg}, 2, "the output is the same file as the input"},
+      {{fg, "-o", out, "--scren", "0,1,0"},
+       2,
+       "--scren: there is no such option; did you mean --screen?"},
+      {{fg, "-o", out, "more.png"}, 2, "one argument too many: 'more.png'"},
+      {{fg, "-o", out, "--output", "alpha"}, 2, "--output: expected composite, compOnBlack,"},
+      {{fg, "-o", out, "--colourspace", "srgb"},
+       2,
+       "--colourspace: expected linear, log or video, found 'srgb'"},
+      {{fg, "-o", out, "--screen", "green"}, 2, "--screen: expected one number or R,G,B"},
+      {{fg, "-o", out, "--screen", "0,nan,0"}, 2, "--screen: expected one number or R,G,B"},
+      {{fg, "-o", out, "--shadow-gain", "-inf"},
+       2,
+       "--shadow-gain: expected a number from -1 to 1, found '-inf'"},
+      {{fg, "-o", out, "--saturation", "3.5"},
+       2,
+       "--saturation: expected a number from 0 to 3, found '3.5'"},
+      {{fg, "-o", out, "--saturation"}, 2, "--saturation"},
+      {{fg, "-o", out, "--screen", "0.5,0.5,0.5"},
+       2,
+       "--screen: expected a colour, found a grey (0.5)"},
+      {{fg, "-o", out, "--screen", "0"}, 2, "--screen: expected a colour, found black (0)"},
+      {{fg, "-o", out, "--threads", "-1"},
+       2,
+       "--threads: expected a number from 0 to 1024, found '-1'"},
+      {{fg, "-o", out, "--threads", "two"}, 2, "--threads"},
+      {{fg, "-o", out, "--premultiply"}, 2, "--premultiply: expected --output unpremultiplied"},
+      {{folder / "fg.exr", "--reference", folder / "fg.exr", "-o", folder / "out.exr"},
+       2,
+       "--reference: expected 8- or 16-bit pictures"},
+  };
+  for (const Case& wrong : cases) {
+    std::vector<std::string> arguments{"key", "-q"};
+    arguments.insert(arguments.end(), wrong.arguments.begin(), wrong.arguments.end());
+    const Outcome outcome = orvanite(arguments);
+    EXPECT_EQ(outcome.code, wrong.code) << wrong.message << "\n" << outcome.err;
+    EXPECT_NE(outcome.err.find(wrong.message), std::string::npos) << wrong.message << "\n"
+                                                                  << outcome.err;
+    EXPECT_EQ(outcome.err.rfind("orvanite: ", 0), 0U) << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(folder.names(), before) << wrong.message;
+  }
+  EXPECT_EQ(orvanite({"kee"}).code, 2);
+  EXPECT_EQ(orvanite({}).code, 2);
+}
+
+// A disk of 64 KiB: every format fails with its line and leaves the disk as it was.
+TEST(KeyCommand, LeavesNothingOnAFullDisk) {
+  const Folder folder;
+  const Folder disk;
+  if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=64k") != 0) {
+    GTEST_SKIP() << "only root can make a small disk";
+  }
+  write(randomImage(300, 300, 3, OIIO::TypeDesc::UINT8, 1), folder / "fg.png");
+  for (const char* name : {"a.png", "a.tif", "a.exr", "a.jpg", "a.dpx", "a.tga", "a.bmp", "a.ppm",
+                           "a.sgi", "a.webp", "a.hdr"}) {
+    const Outcome outcome = orvanite({"key", "-q", folder / "fg.png", "--screen", "0,1,0",
+                                      "--output", "matte", "-o", disk / name});
+    EXPECT_EQ(outcome.code, 1) << name;
+    EXPECT_EQ(outcome.err.rfind("orvanite: " + (disk / name) + ": cannot be written: ", 0), 0U)
+        << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_TRUE(disk.names().empty()) << name;
+  }
+  ::umount2(disk.path().c_str(), MNT_DETACH);
+}
+
+TEST(KeyCommand, HelpNamesEveryParameterWithRangeAndDefault) {
+  const Outcome help = orvanite({"key", "--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_EQ(help.err, "");
+  for (const char* part : {"--screen-range X", "distance in colour 0 to 1, default 0",
+                           "--bg-saturation X", "Background grade:", "unpremultiplied:",
+                           "0.9 for a screen", "--hold-out-channel CHANNEL"}) {
+    EXPECT_NE(help.out.find(part), std::string::npos) << part;
+  }
+  for (std::size_t at = 0, end; (end = help.out.find('\n', at)) != std::string::npos;
+       at = end + 1) {
+    EXPECT_LE(end - at, 100U) << help.out.substr(at, end - at);
+  }
+  const Outcome version = orvanite({"--version"});
+  EXPECT_EQ(version.code, 0);
+  EXPECT_EQ(version.out.rfind("orvanite 1.4.0\n", 0), 0U);
+}
+
+}  // namespace
+}  // namespace orvanite::test

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Output goes to files, so that no pipe fills up whichever way a program writes.
+#include "tests/apps/Program.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace orvanite::test {
+namespace {
+
+std::string contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace
+
+Outcome run(const std::string& program, const std::vector<std::string>& arguments,
+            const std::vector<std::string>& environment) {
+  const Folder folder;
+  const std::string out = folder / "out";
+  const std::string err = folder / "err";
+  std::vector<char*> argv{const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  std::vector<char*> variables;
+  for (const std::string& variable : environment)
+    variables.push_back(const_cast<char*>(variable.c_str()));
+  for (char** variable = environ; *variable != nullptr; ++variable) variables.push_back(*variable);
+  variables.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_CREAT | O_WRONLY, 0600);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_CREAT | O_WRONLY, 0600);
+  pid_t child = 0;
+  const int problem =
+      posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), variables.data());
+  posix_spawn_file_actions_destroy(&actions);
+  if (problem != 0) throw std::runtime_error("cannot run " + program);
+
+  Outcome outcome;
+  int status = 0;
+  rusage usage{};
+  ::wait4(child, &status, 0, &usage);
+  outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  outcome.peakKilobytes = usage.ru_maxrss;
+  outcome.out = contents(out);
+  outcome.err = contents(err);
+  return outcome;
+}
+
+Outcome orvanite(const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment) {
+  return run(ORVANITE_PROGRAM, arguments, environment);
+}
+
+Folder::Folder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "orvanite-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder for files");
+  path_ = pattern;
+}
+
+Folder::~Folder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<std::string> Folder::names() const {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace orvanite::test

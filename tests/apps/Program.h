@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Runs the built programs as a shell would and keeps what they said; a folder for their files.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace orvanite::test {
+
+struct Outcome {
+  int code = -1;  // exit code, or 128 + the signal that ended it
+  std::string out, err;
+  long peakKilobytes = 0;
+};
+
+/// Runs a program to its end. `environment` adds variables as "NAME=VALUE".
+Outcome run(const std::string& program, const std::vector<std::string>& arguments,
+            const std::vector<std::string>& environment = {});
+
+/// Runs `orvanite` with these arguments.
+Outcome orvanite(const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment = {});
+
+/// A fresh folder that goes with the object.
+class Folder {
+ public:
+  Folder();
+  ~Folder();
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  /// Names of the files in it, hidden ones too, in order.
+  std::vector<std::string> names() const;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace orvanite::test
