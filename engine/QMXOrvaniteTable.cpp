@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "engine/tables/HalfTables.h"
+
 namespace {
 
 // A NaN compares false with everything: it becomes 0 here and passes unchanged below.
@@ -65,6 +67,8 @@ void QMXOrvaniteTable::nukeTables() {
   }
   release(holdTable);
   release(garbageTable);
+  delete halfTables;
+  halfTables = nullptr;
   builtKinds = noKind;
   // The foreground grading lives inside the object and depends on no maximum: its flag stays.
   raise({&matteDirty, &screenDirty, &fgLinearDirty, &bgGradeDirty, &holdDirty, &garbageDirty,

@@ -20,6 +20,10 @@
 
 #include "engine/Otile.h"
 
+namespace orvanite {
+struct HalfTables;
+}
+
 struct QMXOrvaniteTable {
   static constexpr int workMax = 16383;            // the working value of 1.0
   static constexpr int workEntries = workMax + 1;  // tables indexed by a working value
@@ -91,6 +95,8 @@ struct QMXOrvaniteTable {
   Imath::half* floatTable[3] = {};                 // half pattern to the channel's screen amount
   void (*callback)(void*) = nullptr;
   void* callbackData = nullptr;
+
+  orvanite::HalfTables* halfTables = nullptr;  // float builds: encodings by half pattern, or null
 
   // Integer and float builds clear the same flags, so each must know what the other has done.
   enum Kind { noKind = 0, integerKind = 1, floatKind = 2 };

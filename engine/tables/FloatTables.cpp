@@ -8,6 +8,7 @@
 
 #include "engine/QMXOrvaniteTable.h"
 #include "engine/tables/Basis.h"
+#include "engine/tables/HalfTables.h"
 
 namespace orvanite {
 
@@ -44,6 +45,10 @@ void buildKeys(QMXOrvaniteTable& e, Basis& basis) {
     const KeyCurve k = keyCurve(e, basis, c, true);
     e.spline_lut32(e.floatTable[c], k.base, k.shadow, k.midtone, k.highlight, basis.midtones[c],
                    scale);
+    if (e.halfTables != nullptr) {
+      const float flat[4] = {k.base, k.base, k.base, k.base};
+      e.halfTables->examineKey(e.floatTable[c], c, scale, splineValue(flat, 0));
+    }
   }
   e.matteDirty = 0;
   e.screenScale = scale;
@@ -80,19 +85,22 @@ void QMXOrvaniteTable::spline_lut32(half* table, float base, float shadow, float
                       base + highlight,
                       base + highlight,
                       base + highlight};
+  const bool decoded = halfTables != nullptr && halfTables->decodedFor == colourspace;
   unsigned u = 0;
-  float linear = 0;
   for (int i = 1; i <= 5; ++i) {
     const float x0 = valueOf(h[i - 1]);
     // The last knot is infinity: its weight is 0 and the curve stays where it is.
     const float w = h[i] != h[i - 1] ? 1 / (valueOf(h[i]) - x0) : 0;
+    if (decoded && u < h[i] && halfTables->fillKey(table, u, h[i], p + i - 1, x0, w, scale)) {
+      u = h[i];
+    }
     for (; u < h[i]; ++u) {
       const float x = valueOf(u);
-      linear = toLinear(x);
-      table[u] = toHalf(scale * linear * splineValue(p + i - 1, (x - x0) * w));
+      table[u] = toHalf(scale * toLinear(x) * splineValue(p + i - 1, (x - x0) * w));
     }
   }
-  std::fill(table + halfInfinity, table + halfEntries, toHalf(scale * linear * (base + highlight)));
+  std::fill(table + halfInfinity, table + halfEntries,
+            toHalf(scale * toLinear(halfMax) * (base + highlight)));
 }
 
 int QMXOrvaniteTable::makeLuts32() {
@@ -107,6 +115,12 @@ int QMXOrvaniteTable::makeLuts32() {
   }
   if (refEnabled != 0) return noTables;
 
+  // They only save time: without memory for them the build goes on.
+  if (halfTables == nullptr) halfTables = new (std::nothrow) HalfTables;
+  if (halfTables != nullptr) {
+    halfTables->decode(colourspace);
+    halfTables->travel(*this);
+  }
   // An integer build in between has cleared the flag without filling these tables.
   if (matteDirty != 0 || lastBuilt != floatKind) buildKeys(*this, basis);
   for (int c = 0; c < 3; ++c) {

@@ -3,6 +3,7 @@
 // Built once per target: the encodings over arrays.
 #include "engine/kernels/simd/Encodings.h"
 
+#include "engine/kernels/simd/Halves.h"
 #include "engine/kernels/simd/Kernels.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
@@ -50,6 +51,44 @@ void regrade(const float* in, float* out, std::size_t n, float exposure, float g
   overArray(in, out, n, Regrade(exposure, gamma, offset));
 }
 
+void fillKey(const float* linear, std::uint16_t* table, unsigned first, unsigned end,
+             const float (&spline)[4], float x0, float w, float scale) {
+  const std::size_t lanes = floatLanes();
+  HWY_ALIGN std::uint16_t part[maxFloatLanes];
+  for (std::size_t u = first; u < end; u += lanes) {
+    const std::size_t n = end - u < lanes ? end - u : lanes;
+    // No entry of a key lies nearer the end of linear than a vector: the last are those of NaNs.
+    const Floats decoded = hn::LoadU(floatTag, linear + u);
+    const hn::Vec<PatternTag> pattern =
+        hn::Iota(patternTag, static_cast<std::uint16_t>(u));
+    const Floats t = hn::Mul(hn::Sub(fromHalf(pattern), floats(x0)), floats(w));
+    const Floats t2 = hn::Mul(t, t), t3 = hn::Mul(t2, t);
+    Floats y = hn::Add(hn::Mul(floats(spline[3]), t3), hn::Mul(floats(spline[2]), t2));
+    y = hn::Add(hn::Add(y, hn::Mul(floats(spline[1]), t)), floats(spline[0]));
+    const Floats share = hn::Mul(hn::Mul(floats(scale), decoded), y);
+    if (n == lanes) {
+      hn::StoreU(signedHalfPatterns(share), patternTag, table + u);
+      continue;
+    }
+    hn::Store(signedHalfPatterns(share), patternTag, part);
+    for (std::size_t k = 0; k < n; ++k) table[u + k] = part[k];
+  }
+}
+
+bool isKeyProduct(const float* linear, const std::uint16_t* table, unsigned entries, float scale,
+                  float factor) {
+  for (std::size_t u = 0; u < entries; u += floatLanes()) {
+    const Floats share = hn::Mul(hn::Mul(floats(scale), hn::LoadU(floatTag, linear + u)),
+                                 floats(factor));
+    // Compared as numbers: the two zeros count alike in every sum of shares.
+    const Floats product = fromHalf(signedHalfPatterns(share));
+    if (!hn::AllTrue(floatTag, hn::Eq(product, fromHalf(hn::LoadU(patternTag, table + u))))) {
+      return false;
+    }
+  }
+  return true;
+}
+
 void powerEstimate(const float* in, double* out, std::size_t n, float exponent) {
   estimates(in, out, n, [exponent](const DoublePack<1>& logarithm) {
     return exp2Of(withinReach(scaled(logarithm, static_cast<double>(exponent))));
@@ -65,6 +104,6 @@ void logarithmEstimate(const float* in, double* out, std::size_t n) {
 
 extern const EncodingFunctions encodings;
 const EncodingFunctions encodings = {compiledFor, toLinear, fromLinear, power, regrade,
-                                     powerEstimate, logarithmEstimate};
+                                     fillKey, isKeyProduct, powerEstimate, logarithmEstimate};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

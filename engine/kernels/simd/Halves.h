@@ -40,6 +40,18 @@ HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
 #endif
 }
 
+/// The half patterns of any values; a zero of either sign gives pattern 0.
+HWY_INLINE hn::Vec<PatternTag> signedHalfPatterns(Floats v) {
+  const auto sign = hn::And(hn::BitCast(wordTag, v), hn::Set(wordTag, 0x80000000));
+  const hn::RebindToSigned<WordTag> signedTag;
+  const auto signs = hn::DemoteTo(patternTag, hn::BitCast(signedTag, hn::ShiftRight<16>(sign)));
+  const auto patterns = hn::Or(halfPatterns(hn::Abs(v)), signs);
+  const auto zero = hn::Eq(v, hn::Zero(floatTag));
+  const auto kept = hn::BitCast(signedTag, hn::VecFromMask(floatTag, hn::Not(zero)));
+  const hn::Rebind<std::int16_t, FloatTag> shortTag;
+  return hn::And(patterns, hn::BitCast(patternTag, hn::DemoteTo(shortTag, kept)));
+}
+
 /// The values of half patterns.
 HWY_INLINE Floats fromHalf(hn::Vec<PatternTag> patterns) {
 #if defined(__F16C__)

@@ -26,6 +26,16 @@ struct EncodingFunctions {
   void (*regrade)(const float* in, float* out, std::size_t n, float exposure, float gamma,
                   float offset);
 
+  /// Entries first to end of a float key table, as half patterns, by half pattern of the sample:
+  /// scale * linear * (s0 + s1 t + s2 t^2 + s3 t^3), highest power first, each step rounded, where
+  /// t = (sample - x0) * w.
+  void (*fillKey)(const float* linear, std::uint16_t* table, unsigned first, unsigned end,
+                  const float (&spline)[4], float x0, float w, float scale);
+
+  /// Whether the first `entries` of a key table are scale * linear * factor throughout.
+  bool (*isKeyProduct)(const float* linear, const std::uint16_t* table, unsigned entries,
+                       float scale, float factor);
+
   /// The double-precision estimates before rounding, of finite values above 0, for measuring how
   /// far they lie from the definition: in^exponent, and the common logarithm.
   void (*powerEstimate)(const float* in, double* out, std::size_t n, float exponent);
