@@ -47,12 +47,12 @@ std::string explanationOf(const Parameter& parameter) {
   std::string text(parameter.help);
   const bool spansUnit = parameter.softLow == 0 && parameter.softHigh == 1;
   if (typeOf(parameter) == F0R_PARAM_DOUBLE && !spansUnit) {
-    text += " 0 to 1 stands for " + plain(static_cast<double>(parameter.softLow)) + " to " +
-            plain(static_cast<double>(parameter.softHigh)) + ".";
+    text.append(" 0 to 1 stands for ").append(plain(static_cast<double>(parameter.softLow)));
+    text.append(" to ").append(plain(static_cast<double>(parameter.softHigh))).append(".");
   }
   if (!parameter.choices.empty()) {
     text += " One of:";
-    for (const Choice& choice : parameter.choices) text += " " + std::string(choice.text);
+    for (const Choice& choice : parameter.choices) text.append(" ").append(choice.text);
     text += ".";
   }
   if (parameter.rule == DefaultRule::balanceOfScreen) {
@@ -65,7 +65,7 @@ std::string nameOf(const Parameter& parameter) {
   std::string label(parameter.label);
   if (parameter.group != "Background grade") return label;
   label.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(label.front())));
-  return "Background " + label;
+  return label.insert(0, "Background ");
 }
 
 std::vector<Control> makeControls() {

@@ -98,10 +98,10 @@ class Describer {
 std::string hintOf(const Parameter& parameter) {
   std::string hint(parameter.help);
   if (!parameter.unit.empty() && parameter.type != ParameterType::colour) {
-    hint += " (" + std::string(parameter.unit) + ")";
+    hint.append(" (").append(parameter.unit).append(")");
   }
   for (const Choice& choice : parameter.choices) {
-    hint += "\n" + std::string(choice.label) + ": " + std::string(choice.help);
+    hint.append("\n").append(choice.label).append(": ").append(choice.help);
   }
   return hint;
 }
