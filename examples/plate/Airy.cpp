@@ -21,8 +21,7 @@ Airy::Airy(const Options& options, V3 screenLight, float pixelWidth)
     : screenTint(screenLight),
       spillStrength(options.difficulty == Difficulty::hard ? 1.7f : 1.0f),
       pixel(pixelWidth),
-      time(static_cast<float>(options.frame - 1) / 24),
-      blue(options.screen == ScreenColour::blue) {}
+      time(static_cast<float>(options.frame - 1) / 24) {}
 
 Layer Airy::ribbon(float x, float y, int which) const {
   const auto n = static_cast<float>(which);
@@ -143,7 +142,7 @@ Layer Airy::ballAt(float x, float y, float turn) const {
   const float c = cosineOfTurns(spin), s = sineOfTurns(spin);
   const V3 q = {n.x * c - n.y * s, n.x * s + n.y * c, n.z};
   const float seam = magnitude(q.z - 0.25f - 0.62f * (q.x * q.x - q.y * q.y) - 0.18f * q.x);
-  V3 albedo = blue ? V3{0.10f, 0.46f, 0.72f} : V3{0.58f, 0.70f, 0.07f};
+  V3 albedo = {0.78f, 0.17f, 0.075f};
   albedo = albedo * (0.88f + 0.24f * noise(q.x * 34, q.y * 34, 41));
   albedo = mix(albedo, {0.80f, 0.80f, 0.76f}, ramp(0.075f, 0.045f, seam));
   const float wrapped = clamp01((dot(n, keyDirection) + 0.25f) / 1.25f);

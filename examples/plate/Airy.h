@@ -32,7 +32,6 @@ class Airy {
 
   V3 screenTint;
   float spillStrength, pixel, time;
-  bool blue;
 };
 
 }  // namespace orvanite::plate

@@ -51,7 +51,7 @@ V3 screenAt(const Options& options, float x, float y, float pixel) {
   return inside < 1 ? mix(lightOfCode(studioAt(x, y, pixel)), cloth, inside) : cloth;
 }
 
-float garbageAt(float x, float y) { return ramp(1.685f, 1.705f, x + 0.006f * y); }
+float garbageAt(float x) { return ramp(1.673f, 1.684f, x); }
 
 V3 landscapeAt(const Options& options, float x, float y) {
   const float drift = 0.0006f * static_cast<float>(options.frame - 1);

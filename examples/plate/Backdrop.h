@@ -15,8 +15,8 @@ V3 screenCode(ScreenColour screen);
 /// The screen in its light, without the subject; `pixel` is a pixel's width in scene units.
 V3 screenAt(const Options& options, float x, float y, float pixel);
 
-/// How much of the place is to be thrown away: 0 on the screen, 1 on the studio beyond it.
-float garbageAt(float x, float y);
+/// How much of the column is to be thrown away: 0 on the screen, 1 from its hem outwards.
+float garbageAt(float x);
 
 V3 landscapeAt(const Options& options, float x, float y);
 

@@ -225,7 +225,7 @@ class Painter {
   /// 1 well inside the solid things, falling to 0 before their edges.
   Plane innerPart() const {
     const int w = options.width, h = options.height;
-    const int margin = std::max(1, static_cast<int>(0.011f * view.scale));
+    const int margin = std::max(1, static_cast<int>(0.004f * view.scale));
     Plane inner(w, h);
     eachRow(h, [&](int y) {
       for (int x = 0; x < w; ++x)
@@ -289,7 +289,7 @@ class Painter {
         put(out.background, landscapeAt(options, sx, sy), 1);
         const float solid = clamp01(core.near(x, y));
         put(out.holdOut, flat(solid), solid);
-        const float away = easy ? 0 : garbageAt(sx, sy);
+        const float away = easy ? 0 : garbageAt(sx);
         put(out.garbage, flat(away), away);
         put(out.matte, flat(matte), matte);
         put(out.foreground, foreground, 1);

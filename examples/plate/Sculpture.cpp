@@ -130,10 +130,10 @@ Sculpture::Sculpture(const Options& options, V3 screenLight) : screenTint(screen
   bounds[neckScarf] = {bust.place + V3{-0.165f, -0.80f, 0} * s, 0.42f * s};
   bounds[plinthA] = {{0.80f, -1.02f, 0}, 0.58f};
   bounds[plinthB] = {{1.17f, -1.05f, 0.30f}, 0.46f};
-  bounds[plinthC] = {{1.47f, -0.98f, -0.05f}, 0.60f};
+  bounds[plinthC] = {{1.45f, -0.98f, -0.05f}, 0.60f};
   bounds[pear] = {{1.17f, -0.60f, 0.30f}, 0.26f};
   bounds[stalk] = {{1.19f, -0.40f, 0.30f}, 0.14f};
-  bounds[glazedJar] = {{1.47f, -0.30f, -0.05f}, 0.30f};
+  bounds[glazedJar] = {{1.45f, -0.30f, -0.05f}, 0.30f};
   bounds[earBead] = {bust.toScene(beadPlace), 0.05f};
 }
 
@@ -150,7 +150,7 @@ float Sculpture::distanceTo(int which, V3 p) const {
     case plinthB:
       return drum(p, {1.17f, -1.15f, 0.30f}, 0.19f, 0.35f, 0.015f);
     case plinthC:
-      return drum(p, {1.47f, -1.02f, -0.05f}, 0.20f, 0.53f, 0.015f);
+      return drum(p, {1.45f, -1.02f, -0.05f}, 0.20f, 0.53f, 0.015f);
     case pear: {
       const float body = ball(p, {1.17f, -0.675f, 0.30f}, 0.132f);
       return join(body, ball(p, {1.185f, -0.505f, 0.30f}, 0.066f), 0.14f);
@@ -158,7 +158,7 @@ float Sculpture::distanceTo(int which, V3 p) const {
     case stalk:
       return rod(p, {1.187f, -0.45f, 0.30f}, {1.222f, -0.365f, 0.31f}, 0.007f, 0.011f);
     case glazedJar: {
-      const V3 c = {1.47f, -0.345f, -0.05f};
+      const V3 c = {1.45f, -0.345f, -0.05f};
       float d = ellipsoid(p, c, {0.165f, 0.15f, 0.165f});
       d = join(d, drum(p, c + V3{0, -0.125f, 0}, 0.09f, 0.022f, 0.008f), 0.04f);
       d = join(d, drum(p, c + V3{0, 0.165f, 0}, 0.060f, 0.045f, 0.006f), 0.05f);
