@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The script file that nodes are written into. It knows which plugs are written already: an
+// expression that refers to a later one is written as its present value and assigned at the end.
+#pragma once
+
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/NRiExport.h"
+#include "platform/NRiName.h"
+
+class NRiPlug;
+
+class NRI_API NRiFile {
+ public:
+  /// The text of a plug as an argument of the call being written.
+  std::string argument(NRiPlug& plug);
+  /// Writes `target = value;`; `later` names the plug when its expression has to wait.
+  void assign(const std::string& target, NRiPlug& plug, const std::string& later = {});
+  /// Writes `name = function(arguments);` on lines of at most 100 characters.
+  void call(const NRiName& name, const NRiName& function,
+            const std::vector<std::string>& arguments);
+  void markWritten(const NRiPlug* plug) { written_.insert(plug); }
+  /// Writes what had to wait.
+  void finish();
+
+  const std::string& text() const { return text_; }
+
+ private:
+  bool mustWait(const NRiPlug& plug) const;
+
+  std::string text_;
+  std::string waiting_;
+  std::unordered_set<const NRiPlug*> written_;
+};

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Writing pictures.
+#include "platform/nodes/NRiFileOut.h"
+
+#include <OpenImageIO/imageio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "platform/NRiLexer.h"
+#include "platform/nodes/NRiFileIn.h"
+#include "platform/nodes/NRiFrames.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The unfinished file's name, for a signal handler: copied before `unfinished` is raised.
+char unfinishedPath[PATH_MAX];
+std::atomic<bool> unfinished{false};
+
+class Pending {
+ public:
+  explicit Pending(const std::string& path) {
+    const fs::path place(path);
+    const std::string name = "." + place.stem().string() + "." + std::to_string(::getpid()) +
+                             ".part" + place.extension().string();
+    temporary_ = (place.parent_path() / name).string();
+    if (temporary_.size() >= sizeof unfinishedPath) throw NRiError(path + ": the name is too long");
+    std::memcpy(unfinishedPath, temporary_.c_str(), temporary_.size() + 1);
+    unfinished = true;
+  }
+  ~Pending() { NRiFileOut::removeUnfinished(); }
+  Pending(const Pending&) = delete;
+  Pending& operator=(const Pending&) = delete;
+
+  const std::string& temporary() const { return temporary_; }
+  void commit(const std::string& path) {
+    if (std::rename(temporary_.c_str(), path.c_str()) != 0) {
+      throw NRiError(path + ": cannot be written: " + std::strerror(errno));
+    }
+    unfinished = false;
+  }
+
+ private:
+  std::string temporary_;
+};
+
+OIIO::TypeDesc memoryType(int bytes) {
+  return bytes == 1   ? OIIO::TypeDesc::UINT8
+         : bytes == 2 ? OIIO::TypeDesc::UINT16
+                      : OIIO::TypeDesc::FLOAT;
+}
+
+OIIO::TypeDesc fileType(const NRiName& samples, int bytes) {
+  const std::string_view text = samples.view();
+  if (text == "auto") return memoryType(bytes);
+  if (text == "uint8") return OIIO::TypeDesc::UINT8;
+  if (text == "uint16") return OIIO::TypeDesc::UINT16;
+  if (text == "half") return OIIO::TypeDesc::HALF;
+  if (text == "float") return OIIO::TypeDesc::FLOAT;
+  throw NRiError(
+      "expected samples \"auto\", \"uint8\", \"uint16\", \"half\" or \"float\", found \"" +
+      NRiPrintable(text) + "\"");
+}
+
+// An output that is one of the script's inputs would destroy it.
+void checkInputs(const std::string& path) {
+  std::error_code error;
+  for (NRiNode* const node : NRiNode::getRoot()->children()) {
+    auto* const input = dynamic_cast<NRiFileIn*>(node);
+    if (input && fs::equivalent(path, input->path(), error)) {
+      throw NRiError(path + ": is also read, by '" + std::string(node->name().view()) +
+                     "': expected another file");
+    }
+  }
+}
+
+}  // namespace
+
+void NRiFileOut::removeUnfinished() {
+  if (unfinished.exchange(false)) ::unlink(unfinishedPath);
+}
+
+NRiFileOut::NRiFileOut() : NRiMonadic(NRiName("In")) {
+  path_ = addPlug(NRiName("path"), nriString, NRiPlug::kIn, nullptr, 0);
+  samples_ = addPlug(NRiName("samples"), nriString, NRiPlug::kIn, nullptr, 0);
+  samples_->set("auto");
+  NRiPlug::addDependencies(out_->image(), path_, samples_, nullptr);
+}
+
+const NRiName& NRiFileOut::getClassName() const {
+  static const NRiName name("FileOut");
+  return name;
+}
+
+std::string NRiFileOut::path() {
+  const float frame = NRiNode::getRoot()->getPlug(NRiName("time"))->asFloat();
+  return NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame)));
+}
+
+std::string NRiFileOut::write() {
+  const std::string file = path();
+  if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
+  if (!getInput(0)->isConnected()) {
+    throw NRiError(file + ": '" + std::string(name().view()) + "' has no image");
+  }
+  auto output = OIIO::ImageOutput::create(file);
+  if (!output) {
+    OIIO::geterror();
+    throw NRiError(file + ": expected a name with the ending of a picture format, such as .exr");
+  }
+  checkInputs(file);
+
+  out_->setRequest(15);
+  const int held = out_->channels()->asInt() & 15;
+  const NRiRect frame = format();
+  if (frame.empty()) throw NRiError(file + ": the image has no size");
+  // Alpha alone is a matte; whatever has colour is written with all three colours.
+  const bool colour = (held & 14) != 0;
+  const bool alpha = (held & 1) != 0 && output->supports("alpha");
+  const NRiIBuf pixels = renderWhole(frame);
+  const int bytes = pixels.depth;
+
+  OIIO::ImageSpec spec(frame.x2, frame.y2, colour ? (alpha ? 4 : 3) : 1,
+                       fileType(samples_->asString(), bytes));
+  spec.channelnames.clear();
+  if (colour) spec.channelnames = {"R", "G", "B"};
+  if (alpha && colour) spec.channelnames.emplace_back("A");
+  if (!colour) spec.channelnames = {"Y"};
+  spec.alpha_channel = alpha && colour ? 3 : -1;
+  spec.attribute("oiio:UnassociatedAlpha", 1);
+  // The file's order is red first: read each pixel backwards from its red element.
+  const auto count = static_cast<std::size_t>(spec.nchannels);
+  const auto size = static_cast<std::size_t>(bytes);
+  const std::size_t pixelCount =
+      static_cast<std::size_t>(frame.x2) * static_cast<std::size_t>(frame.y2);
+  const auto ordered = std::make_unique_for_overwrite<std::byte[]>(pixelCount * count * size);
+  const auto* in = static_cast<const std::byte*>(pixels.data);
+  std::byte* to = ordered.get();
+  for (std::size_t i = 0; i < pixelCount; ++i, in += 4 * size) {
+    for (std::size_t c = 0; c < count; ++c, to += size) {
+      std::memcpy(to, in + (colour ? 3 - c : 0) * size, size);
+    }
+  }
+
+  Pending pending(file);
+  const bool opened = output->open(pending.temporary(), spec);
+  bool fine = opened && output->write_image(memoryType(bytes), ordered.get());
+  std::string why = fine ? std::string() : output->geterror();
+  if (opened && !output->close() && fine) {
+    fine = false;
+    why = output->geterror();
+  }
+  if (!fine) throw NRiError(file + ": cannot be written: " + NRiPrintable(why));
+  pending.commit(file);
+  return file;
+}

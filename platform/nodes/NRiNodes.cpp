@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The script functions of the application's own nodes.
+#include "platform/nodes/NRiNodes.h"
+
+#include <memory>
+#include <stdexcept>
+
+#include "platform/NRiClassName.h"
+#include "platform/NRiCmplr.h"
+#include "platform/NRiGlobals.h"
+#include "platform/nodes/NRiConstant.h"
+#include "platform/nodes/NRiFileIn.h"
+#include "platform/nodes/NRiFileOut.h"
+
+namespace {
+
+constexpr const char* declarations = R"(
+extern image FileIn(string path, float frame = time);
+extern image FileOut(image, string path, string samples = "auto");
+extern image Constant(int width = 720, int height = 576, int bytes = 1,
+    float red = 0, float green = red, float blue = red, float alpha = 1);
+)";
+
+// A node on its way into the tree; deleted when something throws before it is there.
+template <class Node>
+Node* placed() {
+  auto node = std::make_unique<Node>();
+  node->setParent(NRiNode::getRoot());
+  return node.release();
+}
+
+void set(NRiNode& node, const char* plug, const char* text) {
+  node.getPlug(NRiName(plug))->set(text);
+}
+
+NRiIPlug* fileIn(const char* path, const char* frame) {
+  auto* const node = placed<NRiFileIn>();
+  set(*node, "path", path);
+  set(*node, "frame", frame);
+  return node->getOutput();
+}
+
+NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples) {
+  auto* const node = placed<NRiFileOut>();
+  node->getInput(0)->connect(image);
+  set(*node, "path", path);
+  set(*node, "samples", samples);
+  return node->getOutput();
+}
+
+NRiIPlug* constant(const char* width, const char* height, const char* bytes, const char* red,
+                   const char* green, const char* blue, const char* alpha) {
+  auto* const node = placed<NRiConstant>();
+  set(*node, "width", width);
+  set(*node, "height", height);
+  set(*node, "bytes", bytes);
+  set(*node, "red", red);
+  set(*node, "green", green);
+  set(*node, "blue", blue);
+  set(*node, "alpha", alpha);
+  return node->getOutput();
+}
+
+void bind(const char* name, void* address) {
+  NRiScope::getGlobal()->function(NRiName(name))->address = address;
+}
+
+}  // namespace
+
+void NRiNodes::declare() {
+  static std::shared_ptr<NRiDeclaration>& compiled = *new std::shared_ptr<NRiDeclaration>;
+  if (compiled) return;
+  NRiCmplr compiler;
+  NRiValue nothing;
+  compiled = compiler.execute(NRiScope::getGlobal(), NRiType::null, nothing, NRiName(declarations),
+                              NRiName("nodes"));
+  if (!compiled) throw std::logic_error(compiler.errors().front());
+  for (const char* name : {"FileIn", "FileOut", "Constant"}) {
+    const bool monadic = name == std::string_view("FileOut");
+    NRiClassName::registerClassName(NRiName(name), NRiName(monadic ? "NRiMonadic" : "NRiFx"));
+  }
+  bind("FileIn", reinterpret_cast<void*>(&fileIn));
+  bind("FileOut", reinterpret_cast<void*>(&fileOut));
+  bind("Constant", reinterpret_cast<void*>(&constant));
+  NRiGlobals::setCurrentScript(NRiNode::getRoot());
+}
