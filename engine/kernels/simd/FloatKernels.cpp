@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Built once per target: the float kernels, one for each encoding.
+#include <type_traits>
+
 #include "engine/kernels/simd/FloatKey.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
 namespace {
+
+/// Whether rounding to halves costs less than reading a table.
+#if defined(__F16C__)
+constexpr bool cheapHalves = true;
+#else
+constexpr bool cheapHalves = false;
+#endif
 
 /// The kernel of one encoding.
 template <class Decode, class Encode>
@@ -13,7 +22,11 @@ class FloatKernel {
  public:
   FloatKernel(const QMXOrvaniteTable& e, const Otile& record, const FloatTile& tile,
               const TileVariant& variant)
-      : s_(e, record, variant), tile_(tile), grade_{{e, 0}, {e, 1}} {}
+      : s_(e, record, variant), tile_(tile), grade_{{e, 0}, {e, 1}} {
+    for (int c = 0; c < 3; ++c) {
+      flatCode_[c] = fromLinear(e.bgColourLinear[c] / e.neutralScale[c], e.colourspace);
+    }
+  }
 
   void operator()(const Block& block) const {
     if (block.fg == nullptr) {
@@ -24,18 +37,89 @@ class FloatKernel {
   }
 
  private:
+  static constexpr bool coded = !std::is_same_v<Encode, Identity>;
+
   void key(const Block& block) const {
-    Shares shares;
-    readShares(s_, block.fg, tile_.fg.order, block.pixels, shares);
-    for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
-      keyVector(block, samplesPerPixel * i, amountAt(shares, i));
+    const int view = s_.e.view;
+    Planes<std::uint16_t> fg, bg, shares;
+    if constexpr (!coded) {
+      if (s_.keysAreProducts && cheapHalves) {
+        keyProducts(block);
+        return;
+      }
     }
+    const bool halves = readPatterns(block.fg, tile_.fg.order, block.pixels, fg);
+    if constexpr (coded) {
+      if (halves && s_.roundTrip != nullptr && view != 2 && view != 5 &&
+          (view != 0 || readPatterns(block.bg, tile_.bg.order, block.pixels, bg))) {
+        keyHalves(block, fg, bg);
+        return;
+      }
+    }
+    readTables(s_.keys, fg, block.pixels, shares);
+    for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
+      keyVector(block, samplesPerPixel * i, screenAmount(loadHalves(shares, i)));
+    }
+  }
+
+  /// Linear samples whose key needs no table.
+  void keyProducts(const Block& block) const {
+    const Floats zero = hn::Zero(floatTag);
+    for (std::size_t at = 0; at < samplesPerPixel * block.pixels;
+         at += samplesPerPixel * floatLanes()) {
+      const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
+      Colours halves;
+      FloatMask finite = hn::Eq(zero, zero);
+      for (std::size_t c = 0; c < 3; ++c) {
+        halves.v[c] = roundedToHalf(hn::Abs(dropNegative(fg.colour[c])));
+        finite = hn::And(finite, hn::Le(halves.v[c], floats(largestFloat)));
+      }
+      Floats amount = screenAmountOf(s_, halves);
+      if (HWY_UNLIKELY(!hn::AllTrue(floatTag, finite))) amount = amountByTables(halves);
+      keyVector(block, at, amount);
+    }
+  }
+
+  HWY_NOINLINE Floats amountByTables(const Colours& halves) const {
+    Colours shares;
+    HWY_ALIGN std::uint16_t patterns[maxFloatLanes];
+    for (std::size_t c = 0; c < 3; ++c) {
+      hn::Store(halfPatterns(halves.v[c]), patternTag, patterns);
+      for (std::size_t k = 0; k < floatLanes(); ++k) patterns[k] = s_.keys[c][patterns[k]];
+      shares.v[c] = fromHalf(hn::Load(patternTag, patterns));
+    }
+    return screenAmount(shares);
+  }
+
+  HWY_INLINE Matte matteAt(const Block& block, std::size_t at, Floats amount) const {
+    return matteOf(s_.e, amount, block.hold != nullptr ? block.hold + at : nullptr,
+                   block.garbage != nullptr ? block.garbage + at : nullptr);
+  }
+
+  /// The graded foreground without its screen, from its working colour.
+  HWY_INLINE Colours foreground(const Colours& in, const Matte& m, bool holding) const {
+    Colours colour = removeScreen(s_.e, in, m, holding);
+    if (s_.grades[0]) colour = working(grade_[0](linear(colour)));
+    if (s_.saturates[0]) colour = saturate(s_.e.satMatrix32[0], colour);
+    return colour;
+  }
+
+  /// The graded background in the working space, from its linear light.
+  HWY_INLINE Colours background(Colours colour) const {
+    if (s_.grades[1]) colour = grade_[1](colour);
+    colour = working(colour);
+    if (s_.saturates[1]) colour = saturate(s_.e.satMatrix32[1], colour);
+    return colour;
+  }
+
+  HWY_INLINE Colours flat() const {
+    return {{floats(s_.e.bgColourLinear[0]), floats(s_.e.bgColourLinear[1]),
+             floats(s_.e.bgColourLinear[2])}};
   }
 
   HWY_INLINE void keyVector(const Block& block, std::size_t at, Floats amount) const {
     const QMXOrvaniteTable& e = s_.e;
-    const Matte m = matteOf(e, amount, block.hold != nullptr ? block.hold + at : nullptr,
-                            block.garbage != nullptr ? block.garbage + at : nullptr);
+    const Matte m = matteAt(block, at, amount);
     Pixels out;
     out.alpha = m.out;
     if (e.view == 2 || e.view == 5) {
@@ -43,27 +127,125 @@ class FloatKernel {
       for (std::size_t c = 0; c < 3; ++c) out.colour[c] = shown.v[c];
     } else {
       const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
-      Colours colour = working(decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}}));
-      colour = removeScreen(e, colour, m, block.hold != nullptr);
-      if (s_.grades[0]) colour = working(grade_[0](linear(colour)));
-      if (s_.saturates[0]) colour = saturate(e.satMatrix32[0], colour);
+      const Colours decoded = decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}});
+      Colours colour = foreground(working(decoded), m, block.hold != nullptr);
       if (e.view == 0) {
         const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
-        Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
-        if (s_.grades[1]) under = grade_[1](under);
-        under = working(under);
-        if (s_.saturates[1]) under = saturate(e.satMatrix32[1], under);
-        colour = mix(m.out, colour, under);
+        colour = mix(m.out, colour,
+                     background(decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}})));
         if (s_.mergesAlpha) out.alpha = mergeAlpha(m.out, bg.alpha);
       } else if (e.view == 1) {
-        colour = mix(m.out, colour,
-                     {{floats(e.bgColourLinear[0]), floats(e.bgColourLinear[1]),
-                       floats(e.bgColourLinear[2])}});
+        colour = mix(m.out, colour, flat());
       }
       colour = encode_(linear(colour));
       for (std::size_t c = 0; c < 3; ++c) out.colour[c] = colour.v[c];
     }
     store(out, block.dst + at);
+  }
+
+  /// Blocks of which every sample is a half: decoded by table, and encoded by table wherever what
+  /// is written came through unchanged, from the plate or from the background. The others are
+  /// collected and encoded together.
+  void keyHalves(const Block& block, Planes<std::uint16_t>& fg,
+                 const Planes<std::uint16_t>& bg) const {
+    const QMXOrvaniteTable& e = s_.e;
+    const float* const decoders[3] = {s_.linear, s_.linear, s_.linear};
+    const bool over = e.view == 0, overFlat = e.view == 1;
+    Planes<float> fgLinear, bgLinear, flatMasks;
+    Planes<std::uint16_t> shares;
+    readTables(decoders, fg, block.pixels, fgLinear);
+    if (over) readTables(decoders, bg, block.pixels, bgLinear);
+    const bool products = s_.keysAreProducts && cheapHalves;
+    if (!products) readTables(s_.keys, fg, block.pixels, shares);
+
+    // What remains to be encoded, and where it goes: channel * blockPixels + pixel.
+    constexpr std::size_t most = 3 * blockPixels;
+    HWY_ALIGN float values[most + arrayPack * maxFloatLanes];
+    HWY_ALIGN std::uint32_t places[most + maxFloatLanes];
+    HWY_ALIGN float alphas[blockPixels];
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
+      const std::size_t at = samplesPerPixel * i;
+      const Colours decoded = load(fgLinear, i);
+      const Floats amount = products ? screenAmountOf(s_, decoded)
+                                     : screenAmount(loadHalves(shares, i));
+      const Matte m = matteAt(block, at, amount);
+      const Colours top = working(decoded);
+      Colours colour = foreground(top, m, block.hold != nullptr);
+      Colours under = top;
+      Floats alpha = m.out;
+      if (over) {
+        const Colours bgDecoded = load(bgLinear, i);
+        under = working(bgDecoded);
+        colour = mix(m.out, colour, background(bgDecoded));
+        if (s_.mergesAlpha) {
+          alpha = mergeAlpha(m.out, loadPixels(block.bg + at, tile_.bg.order).alpha);
+        }
+      } else if (overFlat) {
+        colour = mix(m.out, colour, flat());
+      }
+      hn::Store(alpha, floatTag, alphas + i);
+      const Colours light = linear(colour);
+      for (std::size_t c = 0; c < 3; ++c) {
+        FloatMask known = hn::Eq(colour.v[c], top.v[c]);
+        if (over) {
+          const FloatMask below = hn::Eq(colour.v[c], under.v[c]);
+          usePatterns(below, bg.of[c] + i, fg.of[c] + i);
+          known = hn::Or(known, below);
+        } else if (overFlat) {
+          const FloatMask below = hn::Eq(colour.v[c], floats(e.bgColourLinear[c]));
+          hn::Store(hn::VecFromMask(floatTag, below), floatTag, flatMasks.of[c] + i);
+          known = hn::Or(known, below);
+        }
+        if (hn::AllTrue(floatTag, known)) continue;
+        count += collect(light.v[c], hn::Not(known),
+                         static_cast<std::uint32_t>(c * blockPixels + i), values + count,
+                         places + count);
+      }
+    }
+
+    Planes<float> out;
+    const float* const trips[3] = {s_.roundTrip[0], s_.roundTrip[1], s_.roundTrip[2]};
+    readTables(trips, fg, block.pixels, out);
+    for (std::size_t k = 0; k < arrayPack * floatLanes(); ++k) values[count + k] = 1;
+    for (std::size_t k = 0; k < count; k += arrayPack * floatLanes()) {
+      FloatPack<arrayPack> pack;
+      for (std::size_t v = 0; v < arrayPack; ++v) {
+        pack.v[v] = hn::LoadU(floatTag, values + k + v * floatLanes());
+      }
+      pack = encode_(pack);
+      for (std::size_t v = 0; v < arrayPack; ++v) {
+        hn::StoreU(pack.v[v], floatTag, values + k + v * floatLanes());
+      }
+    }
+    float* const flatOut = &out.of[0][0];
+    for (std::size_t k = 0; k < count; ++k) flatOut[places[k]] = values[k];
+
+    for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
+      Colours shown = load(out, i);
+      if (overFlat) {
+        const Colours masks = load(flatMasks, i);
+        for (std::size_t c = 0; c < 3; ++c) {
+          shown.v[c] = hn::IfThenElse(hn::MaskFromVec(masks.v[c]), floats(flatCode_[c]),
+                                      shown.v[c]);
+        }
+      }
+      store({{shown.v[0], shown.v[1], shown.v[2]}, hn::Load(floatTag, alphas + i)},
+            block.dst + samplesPerPixel * i);
+    }
+  }
+
+  /// Puts patterns of `from` where the mask holds.
+  static HWY_INLINE void usePatterns(FloatMask mask, const std::uint16_t* from,
+                                     std::uint16_t* to) {
+    if (hn::AllFalse(floatTag, mask)) return;
+    const hn::RebindToSigned<WordTag> signedTag;
+    const hn::Rebind<std::int16_t, FloatTag> shortTag;
+    const auto chosen = hn::BitCast(
+        patternTag,
+        hn::DemoteTo(shortTag, hn::BitCast(signedTag, hn::VecFromMask(floatTag, mask))));
+    const auto a = hn::Load(patternTag, from), b = hn::Load(patternTag, to);
+    hn::Store(hn::Or(hn::And(chosen, a), hn::AndNot(chosen, b)), patternTag, to);
   }
 
   void passBackground(const Block& block) const {
@@ -87,12 +269,19 @@ class FloatKernel {
     }
   }
 
-  /// Linear light to the working space, and back.
-  HWY_INLINE Colours working(const Colours& v) const {
-    return s_.scales ? times(v, s_.e.neutralScale) : v;
+  /// Linear light to the working space, and back. Vector by vector: a choice between whole colours
+  /// has g++ send them through memory.
+  HWY_INLINE Colours working(Colours v) const {
+    if (s_.scales) {
+      for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Mul(floats(s_.e.neutralScale[c]), v.v[c]);
+    }
+    return v;
   }
-  HWY_INLINE Colours linear(const Colours& v) const {
-    return s_.scales ? over(v, s_.e.neutralScale) : v;
+  HWY_INLINE Colours linear(Colours v) const {
+    if (s_.scales) {
+      for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Div(v.v[c], floats(s_.e.neutralScale[c]));
+    }
+    return v;
   }
 
   HWY_INLINE void store(Pixels out, float* to) const {
@@ -103,6 +292,7 @@ class FloatKernel {
   FloatSetup s_;
   FloatTile tile_;
   Grade grade_[2];
+  float flatCode_[3];  // the flat background as it is written where it shows through
   Decode decode_;
   Encode encode_;
 };

@@ -10,6 +10,7 @@
 #include "engine/kernels/simd/Encodings.h"
 #include "engine/kernels/simd/FloatTile.h"
 #include "engine/kernels/simd/Halves.h"
+#include "engine/tables/HalfTables.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
@@ -29,6 +30,16 @@ struct FloatSetup {
       if (engine.neutralScale[c] != 1.0f) scales = true;
       keys[c] = reinterpret_cast<const std::uint16_t*>(engine.floatTable[c]);
     }
+    const HalfTables* const halves = engine.halfTables;
+    if (halves == nullptr || halves->decodedFor != engine.colourspace) return;
+    linear = halves->linear;
+    if (halves->roundTrip[0] != nullptr) roundTrip = halves->roundTrip;
+    keysAreProducts =
+        halves->keyIsProduct[0] && halves->keyIsProduct[1] && halves->keyIsProduct[2];
+    for (int c = 0; c < 3; ++c) {
+      keyFactor[c] = halves->keyFactor[c];
+      endless[c] = halves->endless[c];
+    }
   }
 
   const QMXOrvaniteTable& e;
@@ -37,6 +48,13 @@ struct FloatSetup {
   bool mergesAlpha;              // with the background's
   bool saturates[2], grades[2];
   bool scales = false;           // the working space is not linear light itself
+
+  // By half pattern, when it is there: tables/HalfTables.h.
+  const float* linear = nullptr;
+  const float* const* roundTrip = nullptr;
+  bool keysAreProducts = false;
+  float keyFactor[3] = {};
+  float endless[3] = {};
 };
 
 /// The grading of one set.
@@ -59,18 +77,6 @@ class Grade {
  private:
   Regrade channel_[3];
 };
-
-HWY_INLINE Colours times(const Colours& in, const float (&factor)[3]) {
-  Colours out;
-  for (std::size_t c = 0; c < 3; ++c) out.v[c] = hn::Mul(floats(factor[c]), in.v[c]);
-  return out;
-}
-
-HWY_INLINE Colours over(const Colours& in, const float (&divisor)[3]) {
-  Colours out;
-  for (std::size_t c = 0; c < 3; ++c) out.v[c] = hn::Div(in.v[c], floats(divisor[c]));
-  return out;
-}
 
 HWY_INLINE Colours multiply(const float (&matrix)[3][3], const Colours& in) {
   Colours out;
@@ -106,10 +112,21 @@ struct Matte {
 };
 
 /// How much of each pixel is screen, from the shares of its channels.
-HWY_INLINE Floats screenAmount(const hn::Vec<PatternTag> (&shares)[3]) {
-  const Floats sum = hn::Add(hn::Add(fromHalf(shares[0]), fromHalf(shares[1])),
-                             fromHalf(shares[2]));
+HWY_INLINE Floats screenAmount(const Colours& shares) {
+  const Floats sum = hn::Add(hn::Add(shares.v[0], shares.v[1]), shares.v[2]);
   return atMostOne(dropNegative(sum));
+}
+
+/// The same where every key table is a product, from the linear light of the samples rounded to
+/// halves. Such a product may be -0 where the table has 0; with a channel that is 0 the tables' sum
+/// is never -0, and for all other colours the sign of a zero amount changes nothing.
+HWY_INLINE Floats screenAmountOf(const FloatSetup& s, const Colours& linear) {
+  Colours shares;
+  for (std::size_t c = 0; c < 3; ++c) {
+    const Floats scaled = hn::Mul(floats(s.e.screenScale), linear.v[c]);
+    shares.v[c] = roundedToHalf(hn::Mul(scaled, floats(s.keyFactor[c])));
+  }
+  return hn::Add(screenAmount(shares), hn::Zero(floatTag));
 }
 
 HWY_INLINE Matte matteOf(const QMXOrvaniteTable& e, Floats amount, const float* hold,
@@ -191,37 +208,68 @@ HWY_INLINE Floats mergeAlpha(Floats matte, Floats alpha) {
   return hn::IfThenElse(hn::Eq(alpha, hn::Zero(floatTag)), matte, merged);
 }
 
-/// The shares of the screen amount that the pixels' channels have, as half patterns. Table reads
-/// are scalar loads: gathers are slower on most machines.
-struct Shares {
-  HWY_ALIGN std::uint16_t of[3][blockPixels];
+/// Asks for what the next block will read: its first loop would wait for memory otherwise.
+HWY_INLINE void prefetchNext(const float* from) {
+  constexpr std::size_t line = 64 / sizeof(float);
+  const float* const next = from + samplesPerPixel * blockPixels;
+  for (std::size_t k = 0; k < samplesPerPixel * floatLanes(); k += line) {
+    __builtin_prefetch(next + k);
+  }
+}
+
+/// A number for each channel of a block's pixels.
+template <class T>
+struct Planes {
+  HWY_ALIGN T of[3][blockPixels];
 };
 
-HWY_INLINE void readShares(const FloatSetup& s, const float* fg, Order order, std::size_t pixels,
-                           Shares& shares) {
-  HWY_ALIGN std::uint16_t patterns[3][blockPixels];
+/// The half patterns of a block's samples, negative ones as 0. True when every sample is itself
+/// that half, or a zero.
+HWY_INLINE bool readPatterns(const float* from, Order order, std::size_t pixels,
+                             Planes<std::uint16_t>& patterns) {
+  FloatMask exact = hn::Eq(floats(0), floats(0));
   for (std::size_t i = 0; i < pixels; i += floatLanes()) {
-    const Pixels p = loadPixels(fg + samplesPerPixel * i, order);
+    prefetchNext(from + samplesPerPixel * i);
+    const Pixels p = loadPixels(from + samplesPerPixel * i, order);
     for (std::size_t c = 0; c < 3; ++c) {
-      hn::Store(halfPatterns(dropNegative(p.colour[c])), patternTag, patterns[c] + i);
+      const hn::Vec<PatternTag> pattern = halfPatterns(dropNegative(p.colour[c]));
+      hn::Store(pattern, patternTag, patterns.of[c] + i);
+      exact = hn::And(exact, hn::Eq(fromHalf(pattern), p.colour[c]));
     }
   }
+  return hn::AllTrue(floatTag, exact);
+}
+
+/// Reads tables by pattern, by scalar loads: gathers are slower on most machines.
+template <class T>
+HWY_INLINE void readTables(const T* const (&tables)[3], const Planes<std::uint16_t>& patterns,
+                           std::size_t pixels, Planes<T>& entries) {
   for (std::size_t c = 0; c < 3; ++c) {
-    const std::uint16_t* const table = s.keys[c];
-    for (std::size_t i = 0; i < pixels; i += 4) {
-      shares.of[c][i] = table[patterns[c][i]];
-      shares.of[c][i + 1] = table[patterns[c][i + 1]];
-      shares.of[c][i + 2] = table[patterns[c][i + 2]];
-      shares.of[c][i + 3] = table[patterns[c][i + 3]];
+    const T* const table = tables[c];
+    for (std::size_t i = 0; i < pixels; i += 4) {  // whole vectors: a multiple of 4
+      entries.of[c][i] = table[patterns.of[c][i]];
+      entries.of[c][i + 1] = table[patterns.of[c][i + 1]];
+      entries.of[c][i + 2] = table[patterns.of[c][i + 2]];
+      entries.of[c][i + 3] = table[patterns.of[c][i + 3]];
     }
   }
 }
 
-HWY_INLINE Floats amountAt(const Shares& shares, std::size_t i) {
-  const hn::Vec<PatternTag> three[3] = {hn::Load(patternTag, shares.of[0] + i),
-                                        hn::Load(patternTag, shares.of[1] + i),
-                                        hn::Load(patternTag, shares.of[2] + i)};
-  return screenAmount(three);
+HWY_INLINE Colours load(const Planes<float>& planes, std::size_t i) {
+  return {{hn::Load(floatTag, planes.of[0] + i), hn::Load(floatTag, planes.of[1] + i),
+           hn::Load(floatTag, planes.of[2] + i)}};
+}
+
+HWY_INLINE Colours loadHalves(const Planes<std::uint16_t>& planes, std::size_t i) {
+  Colours out;
+  for (std::size_t c = 0; c < 3; ++c) {
+    out.v[c] = fromHalf(hn::Load(patternTag, planes.of[c] + i));
+  }
+  return out;
+}
+
+HWY_INLINE void store(const Colours& v, Planes<float>& planes, std::size_t i) {
+  for (std::size_t c = 0; c < 3; ++c) hn::Store(v.v[c], floatTag, planes.of[c] + i);
 }
 
 }  // namespace

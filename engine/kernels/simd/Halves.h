@@ -73,6 +73,16 @@ HWY_INLINE Floats fromHalf(hn::Vec<PatternTag> patterns) {
 #endif
 }
 
+/// Values rounded to halves.
+HWY_INLINE Floats roundedToHalf(Floats v) {
+#if defined(__F16C__)
+  const hn::Rebind<hwy::float16_t, FloatTag> halfTag;
+  return hn::PromoteTo(floatTag, hn::DemoteTo(halfTag, v));
+#else
+  return fromHalf(signedHalfPatterns(v));
+#endif
+}
+
 }  // namespace
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

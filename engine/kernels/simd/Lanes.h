@@ -137,6 +137,48 @@ HWY_INLINE Floats fused(Floats a, Floats b, Floats c) {
 }
 #endif
 
+/// For each set of eight lanes: the lanes that are in it, in order.
+struct LaneLists {
+  std::uint8_t lanes[256][8];
+};
+
+constexpr LaneLists makeLaneLists() {
+  LaneLists lists = {};
+  for (unsigned set = 0; set < 256; ++set) {
+    unsigned n = 0;
+    for (unsigned lane = 0; lane < 8; ++lane) {
+      if ((set >> lane & 1U) != 0) lists.lanes[set][n++] = static_cast<std::uint8_t>(lane);
+    }
+  }
+  return lists;
+}
+
+constexpr LaneLists laneLists = makeLaneLists();
+
+/// Stores the lanes of the mask one after the other, and beside them the places first, first + 1,
+/// ... that they have; returns how many. Whole vectors are written at both pointers.
+HWY_INLINE std::size_t collect(Floats v, FloatMask mask, std::uint32_t first, float* values,
+                               std::uint32_t* places) {
+  const Words place = hn::Iota(wordTag, first);
+#if HWY_MAX_BYTES > 32
+  // Compressed in registers: straight to memory is slow on some machines.
+  hn::StoreU(hn::Compress(place, hn::RebindMask(wordTag, mask)), wordTag, places);
+  hn::StoreU(hn::Compress(v, mask), floatTag, values);
+  return hn::CountTrue(floatTag, mask);
+#else
+  // Highway's own, below 512 bits, has g++ copy its table to the stack for every vector.
+  std::uint8_t bits[8] = {};
+  hn::StoreMaskBits(floatTag, mask, bits);
+  const hn::Rebind<std::uint8_t, FloatTag> byteTag;
+  const auto lanes = hn::IndicesFromVec(
+      floatTag, hn::PromoteTo(wordTag, hn::LoadU(byteTag, laneLists.lanes[bits[0]])));
+  hn::StoreU(hn::TableLookupLanes(v, lanes), floatTag, values);
+  hn::StoreU(hn::BitCast(wordTag, hn::TableLookupLanes(hn::BitCast(floatTag, place), lanes)),
+             wordTag, places);
+  return hn::CountTrue(floatTag, mask);
+#endif
+}
+
 /// How many vectors an array function takes through a computation at a time.
 constexpr std::size_t arrayPack = 2;
 
