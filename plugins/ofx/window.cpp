@@ -202,8 +202,7 @@ int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
   };
 
   Otile tile{};
-  tile.fg = input(job.fg, screen);
-  tile.fg.alpha = nullptr;
+  tile.fg = input(job.fg, screen);  // with its alpha: fast kernels load whole pixels
   if (job.background) tile.bg = input(job.bg, nothing);
   if (job.hold) tile.hold = matte(job.hold, job.holdChannel);
   if (job.garbage) tile.garbage = matte(job.garbage, job.garbageChannel);
