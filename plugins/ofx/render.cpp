@@ -6,6 +6,7 @@
 #include <atomic>
 #include <new>
 
+#include "engine/kernels/Target.h"
 #include "keyer/Error.h"
 #include "plugins/ofx/images.h"
 #include "plugins/ofx/instance.h"
@@ -149,7 +150,11 @@ ofx::Status Instance::render(Properties in) {
   Crew crew{job, effect_, !problem.empty()};
   run(crew);
   if (crew.outOfMemory) throw std::bad_alloc();
-  if (crew.refused) throw Error(Fault::failure, "render", "the engine refused the pictures");
+  if (crew.refused) {
+    const std::string& target = targetProblem();
+    throw Error(Fault::failure, "render",
+                target.empty() ? "the engine refused the pictures" : target);
+  }
   return ofx::ok;
 }
 
