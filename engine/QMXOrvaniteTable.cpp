@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "engine/tables/HalfTables.h"
+#include "engine/tables/IntegerPlan.h"
 
 namespace {
 
@@ -69,6 +70,8 @@ void QMXOrvaniteTable::nukeTables() {
   release(garbageTable);
   delete halfTables;
   halfTables = nullptr;
+  delete plan;
+  plan = nullptr;
   builtKinds = noKind;
   // The foreground grading lives inside the object and depends on no maximum: its flag stays.
   raise({&matteDirty, &screenDirty, &fgLinearDirty, &bgGradeDirty, &holdDirty, &garbageDirty,

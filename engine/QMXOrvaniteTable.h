@@ -22,7 +22,8 @@
 
 namespace orvanite {
 struct HalfTables;
-}
+struct IntegerPlan;
+}  // namespace orvanite
 
 struct QMXOrvaniteTable {
   static constexpr int workMax = 16383;            // the working value of 1.0
@@ -102,6 +103,9 @@ struct QMXOrvaniteTable {
   enum Kind { noKind = 0, integerKind = 1, floatKind = 2 };
   int lastBuilt = noKind;   // the kind of the last successful build: the other's tables are stale
   int builtKinds = noKind;  // the kinds whose tables exist, since tables were last discarded
+
+  // Integer builds: what the vector kernels read beside the tables; null when there is none.
+  orvanite::IntegerPlan* plan = nullptr;
 
   QMXOrvaniteTable() = default;
   ~QMXOrvaniteTable() { nukeTables(); }

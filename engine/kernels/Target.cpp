@@ -14,19 +14,23 @@ namespace orvanite {
 namespace sse4 {
 extern const EncodingFunctions encodings;
 extern const FloatKernels floatKernels;
+extern const IntegerKernels integerKernels;
 }  // namespace sse4
 namespace avx2 {
 extern const EncodingFunctions encodings;
 extern const FloatKernels floatKernels;
+extern const IntegerKernels integerKernels;
 }  // namespace avx2
 namespace avx512 {
 extern const EncodingFunctions encodings;
 extern const FloatKernels floatKernels;
+extern const IntegerKernels integerKernels;
 }  // namespace avx512
 #else
 namespace native {
 extern const EncodingFunctions encodings;
 extern const FloatKernels floatKernels;
+extern const IntegerKernels integerKernels;
 }  // namespace native
 #endif
 
@@ -76,11 +80,11 @@ const TargetChoice& chosen() {
 const std::vector<Target>& knownTargets() {
   static const std::vector<Target> targets = {
 #if defined(__x86_64__)
-      {"avx512", hasAvx512, &avx512::encodings, &avx512::floatKernels, nullptr},
-      {"avx2", hasAvx2, &avx2::encodings, &avx2::floatKernels, nullptr},
-      {"sse4", hasSse4, &sse4::encodings, &sse4::floatKernels, nullptr},
+      {"avx512", hasAvx512, &avx512::encodings, &avx512::floatKernels, &avx512::integerKernels},
+      {"avx2", hasAvx2, &avx2::encodings, &avx2::floatKernels, &avx2::integerKernels},
+      {"sse4", hasSse4, &sse4::encodings, &sse4::floatKernels, &sse4::integerKernels},
 #else
-      {"native", always, &native::encodings, &native::floatKernels, nullptr},
+      {"native", always, &native::encodings, &native::floatKernels, &native::integerKernels},
 #endif
       {"reference", always, nullptr, nullptr, nullptr},
   };

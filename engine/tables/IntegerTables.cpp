@@ -12,6 +12,7 @@
 
 #include "engine/QMXOrvaniteTable.h"
 #include "engine/tables/Basis.h"
+#include "engine/tables/IntegerPlan.h"
 #include "engine/tables/Rounding.h"
 
 namespace orvanite {
@@ -229,6 +230,12 @@ int QMXOrvaniteTable::makeLuts() {
 
   // A float build in between has cleared flags without filling these tables.
   const bool stale = lastBuilt != integerKind;
+  int changes = stale ? int{IntegerPlan::all} : 0;
+  if (matteDirty != 0) changes |= IntegerPlan::keys;
+  if (fgLinearDirty != 0) changes |= IntegerPlan::plate;
+  if (bgGradeDirty != 0) changes |= IntegerPlan::background;
+  if (fgGradeDirty != 0) changes |= IntegerPlan::grade;
+  if (outputDirty != 0) changes |= IntegerPlan::output;
   if (!buildKeys(*this, basis, matteDirty != 0 || stale)) {
     lastBuilt = noKind;  // the colours may have been clamped: float tables are stale as well
     return noTables;
@@ -257,6 +264,7 @@ int QMXOrvaniteTable::makeLuts() {
     }
   }
   buildClip(*this, clipPoint(*this, basis));
+  updatePlan(*this, changes);
 
   lastBuilt = integerKind;
   builtKinds |= integerKind;

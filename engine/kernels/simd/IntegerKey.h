@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The integer kernel on whole vectors of pixels, stage by stage over a block: look up the plate,
+// key it, sort vectors into pure foreground, pure background and mixed ones, and give each kind
+// the work that it needs. Stages are loops of their own: one long loop would wait on itself.
+//
+// Read kernels/QMXOrvaniteRender.h first: the same steps, one pixel at a time.
+#pragma once
+
+#include "engine/kernels/simd/IntegerLookups.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+namespace {
+
+/// Vectors of a block by the number of their first pixel.
+struct Places {
+  std::uint16_t at[blockPixels];
+  std::size_t count = 0;
+
+  /// Counts the place in or not, without a branch.
+  void add(std::size_t i, bool in) {
+    at[count] = static_cast<std::uint16_t>(i);
+    count += in ? 1 : 0;
+  }
+};
+
+template <class T>
+class IntegerKernel {
+ public:
+  IntegerKernel(const QMXOrvaniteTable& e, const TileVariant& variant, bool bgAlpha)
+      : e_(e), p_(*e.plan), variant_(variant) {
+    view_ = e.view == 0 || e.view == 1 || e.view == 2 || e.view == 5 ? e.view : 4;
+    mergesAlpha_ = view_ == 0 && variant.alpha && bgAlpha;
+    saturates_[0] = e.saturation[0] != 1.0f;
+    saturates_[1] = e.saturation[1] != 1.0f && view_ == 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+      if constexpr (sizeof(T) == 1) {
+        output_[c] = p_.outputCodes[c];
+      } else {
+        output_[c] = e.outputTable[c];
+      }
+    }
+  }
+
+  void operator()(const Block<T>& block) {
+    lookUpKeyed(block.fg, p_.fg, 0, block.pixels, fg_);
+    if (!p_.fg.keysFit) limitKeys(e_, block.fg, block.pixels, fg_);
+    if (variant_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
+    mixed_.count = pureFg_.count = pureBg_.count = 0;
+    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) keyVector(block, i);
+    if (view_ == 2 || view_ == 5) return;
+    gradeAndMix(block);
+    for (std::size_t n = 0; n < mixed_.count; ++n) writeColours(block, mixed_.at[n]);
+    for (std::size_t n = 0; n < pureFg_.count; ++n) writeForeground(block, pureFg_.at[n]);
+    for (std::size_t n = 0; n < pureBg_.count; ++n) writeBackground(block, pureBg_.at[n]);
+  }
+
+ private:
+  using Output = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::uint16_t>;
+
+  struct Screen {
+    U16 amount, colour[3];
+  };
+
+  HWY_INLINE Screen screenAt(std::size_t i, U16 key) const {
+    Screen s;
+    if (!variant_.ref) {
+      const auto limited =
+          hn::Min(hn::Max(asSigned(key), hn::Zero(i16Tag)), hn::Set(i16Tag, 4095));
+      s.amount = screenAmount(asUnsigned(limited), floats(p_.screenScale));
+      for (std::size_t c = 0; c < 3; ++c) s.colour[c] = shorts(e_.screenWork[c]);
+      return s;
+    }
+    const Keyed ref = loadKeyed(ref_, i, true);
+    const U16Mask usable = above(ref.key, hn::Zero(u16Tag));
+    s.amount = screenAmount(key, hn::IfThenElse(usable, ref.key, shorts(e_.refScreenKey)));
+    for (std::size_t c = 0; c < 3; ++c) {
+      s.colour[c] = hn::IfThenElse(usable, ref.colour[c], shorts(e_.refScreenWork[c]));
+    }
+    return s;
+  }
+
+  /// Keys one vector of pixels: its matte, and its colour where some of it is mixed.
+  HWY_INLINE void keyVector(const Block<T>& block, std::size_t i) {
+    const U16 one = shorts(4096);
+    const Keyed plate = loadKeyed(fg_, i, p_.fg.keysFit);
+    const Screen screen = screenAt(i, plate.key);
+
+    const U16 whole = hn::ShiftRight<12>(screen.amount);
+    const U16 part8 = hn::ShiftLeft<3>(hn::And(screen.amount, shorts(4095)));
+    U16 colour[3];
+    for (std::size_t c = 0; c < 3; ++c) {
+      colour[c] = removeScreen(plate.colour[c], whole, part8, screen.colour[c]);
+    }
+    U16 matte = hn::SaturatedSub(one, screen.amount);
+    U16 held = hn::Zero(u16Tag);
+    if (block.hold != nullptr) {
+      held = keyProduct(hn::Sub(one, matte), matteKey<T>(hn::LoadU(u16Tag, block.hold + i)));
+      matte = hn::Add(matte, held);
+      for (std::size_t c = 0; c < 3; ++c) {
+        const U16 filled = hn::Add(colour[c], keyProduct(held, shorts(e_.replaceWork[c])));
+        colour[c] = hn::Min(filled, shorts(16383));
+      }
+    }
+
+    const U16 largest = hn::Max(hn::Max(colour[0], colour[1]), colour[2]);
+    const U16 needed = matteOfColour(largest);
+    const U16Mask enough = above(matte, needed);
+    const U16 divisor = hn::Max(hn::IfThenElse(enough, matte, largest), shorts(1));
+    U16 shown = hn::Max(matte, needed);
+    if (!p_.clipIsIdentity) shown = clipMatte(shown, floats(p_.clipLow), floats(p_.clipRange));
+    if (block.garbage != nullptr) {
+      const U16 kept = hn::Sub(one, matteKey<T>(hn::LoadU(u16Tag, block.garbage + i)));
+      shown = hn::Sub(kept, keyProduct(hn::Sub(one, shown), kept));
+    }
+
+    if (view_ == 2) return showMatte(block, i, shown);
+    if (view_ == 5) return showStatus(block, i, shown, held);
+    noteAlpha(block, i, shown);
+    if (sort(i, plate, screen.amount, shown, largest)) return;
+
+    const Divisor d = prepareDivision(divisor, hn::Not(enough));
+    for (std::size_t c = 0; c < 3; ++c) {
+      hn::Store(divide(colour[c], d), u16Tag, colour_[c] + i);
+    }
+    hn::Store(shown, u16Tag, matte_ + i);
+  }
+
+  static HWY_INLINE bool areZero(U16 v) {
+    return hn::AllTrue(u16Tag, hn::Eq(v, hn::Zero(u16Tag)));
+  }
+
+  /// Notes what kind of pixels a vector holds; true when they are all pure.
+  HWY_INLINE bool sort(std::size_t i, const Keyed& plate, U16 amount, U16 shown, U16 largest) {
+    const bool fg = !saturates_[0] && areZero(hn::Or(amount, hn::Xor(shown, shorts(4096))));
+    // Where the colour shows whatever its matte, it has to be black too.
+    const U16 rest = view_ == 4 ? hn::Or(shown, largest) : shown;
+    const bool bg = !fg && !saturates_[0] && !saturates_[1] && areZero(rest);
+    pureFg_.add(i, fg);
+    pureBg_.add(i, bg);
+    mixed_.add(i, !fg && !bg);
+    if (sizeof(T) == 2 && fg) {
+      for (std::size_t c = 0; c < 3; ++c) hn::Store(plate.colour[c], u16Tag, colour_[c] + i);
+    }
+    return fg || bg;
+  }
+
+  /// The destination's alpha: the matte joined by the background's, or what stands there.
+  HWY_INLINE void noteAlpha(const Block<T>& block, std::size_t i, U16 shown) {
+    U16 alpha;
+    if (!variant_.alpha) {
+      alpha = loadSamples(block.dst + 4 * i, block.dstAlphaFirst).a;
+    } else if (mergesAlpha_) {
+      const U16 under = loadSamples(block.bg.at + 4 * i, block.bg.alphaFirst).a;
+      alpha = matteCode<T>(mergeAlpha<T>(shown, under));
+    } else {
+      alpha = matteCode<T>(shown);
+    }
+    hn::Store(alpha, u16Tag, alpha_ + i);
+  }
+
+  HWY_INLINE void showMatte(const Block<T>& block, std::size_t i, U16 shown) const {
+    const U16 code = matteCode<T>(shown);
+    storeSamples({code, code, code, code}, block.dstAlphaFirst, block.dst + 4 * i);
+  }
+
+  /// Clear is black, solid blue, anything between green by its matte; held shows in the red.
+  HWY_INLINE void showStatus(const Block<T>& block, std::size_t i, U16 shown, U16 held) const {
+    const U16Mask clear = hn::Eq(shown, hn::Zero(u16Tag));
+    const U16Mask solid = hn::Eq(shown, shorts(4096));
+    const U16 full = shorts(static_cast<T>(~T{0}));
+    const Samples s = {
+        hn::IfThenZeroElse(clear, statusCode<T>(held)),
+        hn::IfThenZeroElse(hn::Or(clear, solid), statusCode<T>(shown)),
+        hn::IfThenElseZero(solid, full), matteCode<T>(shown)};
+    storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
+  }
+
+  /// A saturation matrix over three vectors, in 32-bit lanes.
+  HWY_INLINE void saturate(const int (&matrix)[3][3], U16 (&v)[3]) const {
+    const EvenOdd in[3] = {split(v[0]), split(v[1]), split(v[2])};
+    const auto row = [](const int(&m)[3], Words a, Words b, Words c) {
+      const auto product = [](int k, Words x) {
+        return hn::Mul(hn::Set(i32Tag, k), hn::BitCast(i32Tag, x));
+      };
+      const auto sum = hn::Add(hn::Add(product(m[0], a), product(m[1], b)),
+                               hn::Add(product(m[2], c), hn::Set(i32Tag, 2048)));
+      const auto limited =
+          hn::Min(hn::Max(hn::ShiftRight<12>(sum), hn::Zero(i32Tag)), hn::Set(i32Tag, 16383));
+      return hn::BitCast(wordTag, limited);
+    };
+    for (std::size_t c = 0; c < 3; ++c) {
+      v[c] = join(row(matrix[c], in[0].even, in[1].even, in[2].even),
+                  row(matrix[c], in[0].odd, in[1].odd, in[2].odd));
+    }
+  }
+
+  void grade(const Places& places) {
+    const std::size_t lanes = shortLanes();
+    for (std::size_t c = 0; c < 3; ++c) {
+      const std::uint16_t* const table = e_.fgGradeTable[c];
+      for (std::size_t n = 0; n < places.count; ++n) {
+        std::uint16_t* const v = colour_[c] + places.at[n];
+        for (std::size_t k = 0; k < lanes; ++k) v[k] = table[v[k]];
+      }
+    }
+  }
+
+  void lookUpBackground(const Block<T>& block) {
+    const std::size_t lanes = shortLanes();
+    for (std::size_t n = 0; n < mixed_.count; ++n) {
+      const std::size_t first = mixed_.at[n];
+      if constexpr (sizeof(T) == 1) {
+        lookUpKeyed(block.bg, p_.bg, first, lanes, bg_);
+      } else {
+        for (std::size_t c = 0; c < 3; ++c) {
+          const std::uint16_t* const codes = block.bg.channel(static_cast<int>(c));
+          for (std::size_t i = first; i < first + lanes; ++i) {
+            under_[c][i] = static_cast<std::uint16_t>(e_.bgTable[c][codes[4 * i]]);
+          }
+        }
+      }
+    }
+  }
+
+  HWY_INLINE void loadBackground(std::size_t i, U16 (&under)[3]) const {
+    if constexpr (sizeof(T) == 1) {
+      const Keyed bg = loadKeyed(bg_, i, true);
+      for (std::size_t c = 0; c < 3; ++c) under[c] = bg.colour[c];
+    } else {
+      for (std::size_t c = 0; c < 3; ++c) under[c] = hn::Load(u16Tag, under_[c] + i);
+    }
+  }
+
+  /// Brings the colours of mixed pixels (16-bit: and of pure foreground) to the output's working
+  /// values.
+  void gradeAndMix(const Block<T>& block) {
+    if (!p_.gradeIsIdentity) {
+      grade(mixed_);
+      if (sizeof(T) == 2) grade(pureFg_);
+    }
+    if (view_ == 0) lookUpBackground(block);
+    if (view_ == 4 && !saturates_[0]) return;
+    for (std::size_t n = 0; n < mixed_.count; ++n) {
+      const std::size_t i = mixed_.at[n];
+      U16 over[3];
+      for (std::size_t c = 0; c < 3; ++c) over[c] = hn::Load(u16Tag, colour_[c] + i);
+      if (saturates_[0]) saturate(e_.satMatrix[0], over);
+      if (view_ != 4) {
+        U16 under[3];
+        if (view_ == 0) {
+          loadBackground(i, under);
+          if (saturates_[1]) saturate(e_.satMatrix[1], under);
+        } else {
+          for (std::size_t c = 0; c < 3; ++c) under[c] = shorts(e_.bgColourWork[c]);
+        }
+        const U16 matte = hn::Load(u16Tag, matte_ + i);
+        for (std::size_t c = 0; c < 3; ++c) over[c] = mix(matte, over[c], under[c]);
+      }
+      for (std::size_t c = 0; c < 3; ++c) hn::Store(over[c], u16Tag, colour_[c] + i);
+    }
+  }
+
+  void writeColours(const Block<T>& block, std::size_t i) const {
+    T* const to = block.dst + 4 * i;
+    const std::size_t n = shortLanes();
+    if (block.dstAlphaFirst) {
+      lookUpOutput<true>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n, to);
+    } else {
+      lookUpOutput<false>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n,
+                          to);
+    }
+  }
+
+  /// Copies 8-bit colours, and takes the alpha from the notes.
+  HWY_INLINE void copyColours(const Pixels<T>& from, const Block<T>& block, std::size_t i) const {
+    Samples s = loadSamples(from.at + 4 * i, from.alphaFirst);
+    s.a = hn::Load(u16Tag, alpha_ + i);
+    storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
+  }
+
+  void writeForeground(const Block<T>& block, std::size_t i) const {
+    if constexpr (sizeof(T) == 2) {
+      writeColours(block, i);
+    } else if (p_.plateReturns[0]) {
+      copyColours(block.fg, block, i);
+    } else {
+      writeComposed(block.fg, p_.fgOutput, block, i);
+    }
+  }
+
+  void writeBackground(const Block<T>& block, std::size_t i) const {
+    if (view_ != 0) {
+      writeFlat(block, i);
+    } else if constexpr (sizeof(T) == 1) {
+      if (p_.plateReturns[1]) {
+        copyColours(block.bg, block, i);
+      } else {
+        writeComposed(block.bg, p_.bgOutput, block, i);
+      }
+    } else {
+      const auto code = [&](int c, std::size_t at) {
+        return e_.outputTable[c][e_.bgTable[c][block.bg.channel(c)[4 * at]]];
+      };
+      for (std::size_t k = i; k < i + shortLanes(); ++k) {
+        if (block.dstAlphaFirst) {
+          storePixel<true>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
+        } else {
+          storePixel<false>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
+        }
+      }
+    }
+  }
+
+  HWY_INLINE void writeComposed(const Pixels<T>& from, const std::uint32_t (&table)[3][256],
+                                const Block<T>& block, std::size_t i) const {
+    if (block.dstAlphaFirst) {
+      lookUpComposed<true>(from, table, alpha_, i, shortLanes(), block.dst);
+    } else {
+      lookUpComposed<false>(from, table, alpha_, i, shortLanes(), block.dst);
+    }
+  }
+
+  /// Pure screen over a flat colour, or unmixed: one colour for all.
+  void writeFlat(const Block<T>& block, std::size_t i) const {
+    U16 codes[3];
+    for (std::size_t c = 0; c < 3; ++c) {
+      const int working = view_ == 1 ? e_.bgColourWork[c] : e_.fgGradeTable[c][0];
+      codes[c] = shorts(output_[c][working]);
+    }
+    const U16 alpha = hn::Load(u16Tag, alpha_ + i);
+    storeSamples({codes[0], codes[1], codes[2], alpha}, block.dstAlphaFirst, block.dst + 4 * i);
+  }
+
+  const QMXOrvaniteTable& e_;
+  const IntegerPlan& p_;
+  const TileVariant variant_;
+  int view_;
+  bool mergesAlpha_;
+  bool saturates_[2];
+  const Output* output_[3];
+
+  Places mixed_, pureFg_, pureBg_;
+  KeyedBuffer<T> fg_, ref_;
+  KeyedBuffer<std::uint8_t> bg_;
+  HWY_ALIGN std::uint16_t under_[3][blockPixels];
+  HWY_ALIGN std::uint16_t colour_[3][blockPixels];
+  HWY_ALIGN std::uint16_t matte_[blockPixels];
+  HWY_ALIGN std::uint16_t alpha_[blockPixels];
+};
+
+}  // namespace
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET

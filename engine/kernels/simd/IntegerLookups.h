@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The table look-ups of the integer kernels: plain loops of scalar loads, which beat gathers, over
+// buffers that stay in the first cache.
+#pragma once
+
+#include <cstring>
+
+#include "engine/kernels/simd/IntegerTile.h"
+#include "engine/tables/IntegerPlan.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+namespace {
+
+/// Working values and key contributions of a block, as the look-ups leave them.
+template <class T>
+struct KeyedBuffer;
+
+template <>
+struct KeyedBuffer<std::uint8_t> {
+  HWY_ALIGN std::uint64_t packed[blockPixels];
+};
+
+/// Words of pixels with even and with odd numbers apart, so that two vectors of them make one of
+/// shorts without crossing lanes.
+template <>
+struct KeyedBuffer<std::uint16_t> {
+  HWY_ALIGN std::uint32_t even[3][blockPixels / 2];
+  HWY_ALIGN std::uint32_t odd[3][blockPixels / 2];
+};
+
+/// One vector of pixels: working values, and the sum of the key contributions (signed).
+struct Keyed {
+  U16 colour[3];
+  U16 key;
+};
+
+inline void lookUpKeyed(const Pixels<std::uint8_t>& pixels, const IntegerPlan::Packed& table,
+                        std::size_t first, std::size_t n, KeyedBuffer<std::uint8_t>& to) {
+  const std::uint8_t* const r = pixels.channel(0);
+  const std::uint8_t* const g = pixels.channel(1);
+  const std::uint8_t* const b = pixels.channel(2);
+  for (std::size_t i = first; i < first + n; ++i) {
+    to.packed[i] =
+        table.bytes[0][r[4 * i]] + table.bytes[1][g[4 * i]] + table.bytes[2][b[4 * i]];
+  }
+}
+
+inline void lookUpKeyed(const Pixels<std::uint16_t>& pixels, const IntegerPlan::Packed& table,
+                        std::size_t first, std::size_t n, KeyedBuffer<std::uint16_t>& to) {
+  for (std::size_t c = 0; c < 3; ++c) {
+    const std::uint16_t* const codes = pixels.channel(static_cast<int>(c));
+    const std::uint32_t* const words = table.words[c];
+    for (std::size_t i = first / 2; i < (first + n) / 2; ++i) {
+      to.even[c][i] = words[codes[8 * i]];
+      to.odd[c][i] = words[codes[8 * i + 4]];
+    }
+  }
+}
+
+HWY_INLINE Keyed loadKeyed(const KeyedBuffer<std::uint8_t>& from, std::size_t i, bool) {
+  Keyed k;
+  hn::LoadInterleaved4(u16Tag, reinterpret_cast<const std::uint16_t*>(from.packed + i),
+                       k.colour[0], k.colour[1], k.colour[2], k.key);
+  return k;
+}
+
+/// Keys whose sums do not fit 16 bits come out limited to 0..4095.
+HWY_INLINE Keyed loadKeyed(const KeyedBuffer<std::uint16_t>& from, std::size_t i, bool keysFit) {
+  Keyed k;
+  Words even[3], odd[3];
+  for (std::size_t c = 0; c < 3; ++c) {
+    even[c] = hn::Load(wordTag, from.even[c] + i / 2);
+    odd[c] = hn::Load(wordTag, from.odd[c] + i / 2);
+    k.colour[c] = join(even[c], odd[c]);
+  }
+  if (keysFit) {  // the working values below them never sum to 65536
+    const Words evens = hn::Add(hn::Add(even[0], even[1]), even[2]);
+    const Words odds = hn::Add(hn::Add(odd[0], odd[1]), odd[2]);
+    k.key = hn::OddEven(hn::BitCast(u16Tag, odds),
+                        hn::BitCast(u16Tag, hn::ShiftRight<16>(evens)));
+    return k;
+  }
+  const auto limitedSum = [](const Words(&words)[3]) {
+    const auto share = [](Words v) { return hn::ShiftRight<16>(hn::BitCast(i32Tag, v)); };
+    const auto sum = hn::Add(hn::Add(share(words[0]), share(words[1])), share(words[2]));
+    return hn::BitCast(wordTag, hn::Min(hn::Max(sum, hn::Zero(i32Tag)), hn::Set(i32Tag, 4095)));
+  };
+  k.key = join(limitedSum(even), limitedSum(odd));
+  return k;
+}
+
+/// Puts the keys themselves, limited to 0..4095, where their sum did not fit.
+inline void limitKeys(const QMXOrvaniteTable& e, const Pixels<std::uint8_t>& pixels, std::size_t n,
+                      KeyedBuffer<std::uint8_t>& to) {
+  for (std::size_t i = 0; i < n; ++i) {
+    int key = e.keyTable[0][pixels.channel(0)[4 * i]] + e.keyTable[1][pixels.channel(1)[4 * i]] +
+              e.keyTable[2][pixels.channel(2)[4 * i]];
+    key = key < 0 ? 0 : key > 4095 ? 4095 : key;
+    to.packed[i] = (to.packed[i] & 0xFFFFFFFFFFFFu) | static_cast<std::uint64_t>(key) << 48;
+  }
+}
+inline void limitKeys(const QMXOrvaniteTable&, const Pixels<std::uint16_t>&, std::size_t,
+                      KeyedBuffer<std::uint16_t>&) {}
+
+/// One of the orders of a pixel's samples, from red, green, blue, alpha.
+template <bool alphaFirst>
+HWY_INLINE void storePixel(std::uint8_t* to, std::uint32_t r, std::uint32_t g, std::uint32_t b,
+                           std::uint32_t a) {
+  const std::uint32_t pixel = alphaFirst ? a | b << 8 | g << 16 | r << 24
+                                         : r | g << 8 | b << 16 | a << 24;
+  std::memcpy(to, &pixel, sizeof pixel);
+}
+template <bool alphaFirst>
+HWY_INLINE void storePixel(std::uint16_t* to, std::uint64_t r, std::uint64_t g, std::uint64_t b,
+                           std::uint64_t a) {
+  const std::uint64_t pixel = alphaFirst ? a | b << 16 | g << 32 | r << 48
+                                         : r | g << 16 | b << 32 | a << 48;
+  std::memcpy(to, &pixel, sizeof pixel);
+}
+
+/// A pixel that already lies as red, green, blue, with its alpha.
+template <bool alphaFirst>
+HWY_INLINE void storeComposed(std::uint8_t* to, std::uint32_t colours, std::uint32_t alpha) {
+  std::uint32_t pixel = colours | alpha << 24;
+  if (alphaFirst) pixel = __builtin_bswap32(pixel);
+  std::memcpy(to, &pixel, sizeof pixel);
+}
+
+/// Output codes of working values.
+template <bool alphaFirst, class T, class Entry>
+inline void lookUpOutput(const Entry* const (&table)[3], const std::uint16_t* r,
+                         const std::uint16_t* g, const std::uint16_t* b, const std::uint16_t* a,
+                         std::size_t n, T* to) {
+  for (std::size_t i = 0; i < n; ++i) {
+    storePixel<alphaFirst>(to + 4 * i, table[0][r[i]], table[1][g[i]], table[2][b[i]], a[i]);
+  }
+}
+
+/// 8-bit pixels of pure foreground or background.
+template <bool alphaFirst>
+inline void lookUpComposed(const Pixels<std::uint8_t>& from, const std::uint32_t (&table)[3][256],
+                           const std::uint16_t* alpha, std::size_t first, std::size_t n,
+                           std::uint8_t* dst) {
+  const std::uint8_t* const r = from.channel(0);
+  const std::uint8_t* const g = from.channel(1);
+  const std::uint8_t* const b = from.channel(2);
+  for (std::size_t i = first; i < first + n; ++i) {
+    storeComposed<alphaFirst>(
+        dst + 4 * i, table[0][r[4 * i]] | table[1][g[4 * i]] | table[2][b[4 * i]], alpha[i]);
+  }
+}
+
+/// Every sample's plane of one vector of pixels.
+struct Samples {
+  U16 r, g, b, a;
+};
+
+HWY_INLINE Samples loadSamples(const std::uint8_t* from, bool alphaFirst) {
+  const std::uint16_t* const pairs = reinterpret_cast<const std::uint16_t*>(from);
+  U16 low, high;
+  hn::LoadInterleaved2(u16Tag, pairs, low, high);
+  const U16 byte = shorts(255);
+  const U16 s0 = hn::And(low, byte), s1 = hn::ShiftRight<8>(low);
+  const U16 s2 = hn::And(high, byte), s3 = hn::ShiftRight<8>(high);
+  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
+}
+HWY_INLINE Samples loadSamples(const std::uint16_t* from, bool alphaFirst) {
+  U16 s0, s1, s2, s3;
+  hn::LoadInterleaved4(u16Tag, from, s0, s1, s2, s3);
+  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
+}
+
+HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint8_t* to) {
+  const U16 low = alphaFirst ? hn::Or(s.a, hn::ShiftLeft<8>(s.b))
+                             : hn::Or(s.r, hn::ShiftLeft<8>(s.g));
+  const U16 high = alphaFirst ? hn::Or(s.g, hn::ShiftLeft<8>(s.r))
+                              : hn::Or(s.b, hn::ShiftLeft<8>(s.a));
+  hn::StoreInterleaved2(low, high, u16Tag, reinterpret_cast<std::uint16_t*>(to));
+}
+HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint16_t* to) {
+  if (alphaFirst) {
+    hn::StoreInterleaved4(s.a, s.b, s.g, s.r, u16Tag, to);
+  } else {
+    hn::StoreInterleaved4(s.r, s.g, s.b, s.a, u16Tag, to);
+  }
+}
+
+}  // namespace
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET

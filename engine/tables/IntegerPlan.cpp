@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "engine/tables/IntegerPlan.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+#include "engine/QMXOrvaniteTable.h"
+
+namespace orvanite {
+
+namespace {
+
+constexpr int white = QMXOrvaniteTable::workMax;
+constexpr int one = QMXOrvaniteTable::keyOne;
+
+struct Range {
+  int low = 0, high = 0;
+};
+
+Range rangeOf(const std::int16_t* table, int max) {
+  int low = table[0], high = table[0];
+  for (int i = 1; i <= max; ++i) {
+    low = std::min<int>(low, table[i]);
+    high = std::max<int>(high, table[i]);
+  }
+  return {low, high};
+}
+
+bool areWorking(const std::int16_t* const (&tables)[3], int max) {
+  for (const std::int16_t* table : tables) {
+    const Range r = rangeOf(table, max);
+    if (r.low < 0 || r.high > white) return false;
+  }
+  return true;
+}
+
+bool areWorking(const int (&colour)[3]) {
+  return std::all_of(colour, colour + 3, [](int v) { return v >= 0 && v <= white; });
+}
+
+bool sumsFit(const std::int16_t* const (&tables)[3], int max) {
+  Range sum;
+  for (const std::int16_t* table : tables) {
+    const Range r = rangeOf(table, max);
+    sum.low += r.low;
+    sum.high += r.high;
+  }
+  return sum.low >= -32768 && sum.high <= 32767;
+}
+
+void packBytes(const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
+               IntegerPlan::Packed& to) {
+  for (int c = 0; c < 3; ++c) {
+    for (int i = 0; i < 256; ++i) {
+      const std::uint64_t value = static_cast<std::uint16_t>(work[c][i]);
+      const std::uint64_t share =
+          key[c] != nullptr ? static_cast<std::uint16_t>(key[c][i]) : std::uint64_t{0};
+      to.bytes[c][i] = value << (16 * c) | share << 48;
+    }
+  }
+}
+
+/// False when there is no memory for the entries.
+bool packWords(const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
+               IntegerPlan::Packed& to) {
+  for (int c = 0; c < 3; ++c) {
+    if (to.words[c] == nullptr) to.words[c] = new (std::nothrow) std::uint32_t[65536];
+    if (to.words[c] == nullptr) return false;
+    for (int i = 0; i < 65536; ++i) {
+      to.words[c][i] = static_cast<std::uint32_t>(static_cast<std::uint16_t>(work[c][i])) |
+                       static_cast<std::uint32_t>(static_cast<std::uint16_t>(key[c][i])) << 16;
+    }
+  }
+  return true;
+}
+
+/// Plate or clean plate. False when the vector kernels cannot take it.
+bool packKeyed(int depth, const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
+               IntegerPlan::Packed& to) {
+  const int max = depth == 1 ? 255 : 65535;
+  if (!areWorking(work, max)) return false;
+  to.keysFit = sumsFit(key, max);
+  if (depth == 2) return packWords(work, key, to);
+  packBytes(work, key, to);
+  return true;
+}
+
+/// Whether the kernels' formula gives the screen table. It always does for a finite scale.
+bool screenFollows(const QMXOrvaniteTable& e, float scale) {
+  if (!(scale > 0 && scale < 1e30f)) return false;
+  for (int i = 0; i < one; ++i) {
+    const float amount = std::min(static_cast<float>(i) * scale + 0.5f, 16384.0f);
+    if (static_cast<int>(amount) != e.screenTable[i]) return false;
+  }
+  return e.screenTable[0] == 0;
+}
+
+/// Finds the clipped line that the clip table holds from the table itself: its low end is a whole
+/// key unit, the one before the first entry above 0. False when the kernels' formula does not give
+/// every entry.
+bool clipFollows(const QMXOrvaniteTable& e, IntegerPlan& plan) {
+  const auto end = e.clipTable + one + 1;
+  const int low = static_cast<int>(std::upper_bound(e.clipTable, end, std::int16_t{0}) -
+                                   e.clipTable) - 1;
+  const float range = 1 - 2 * (static_cast<float>(low) / 4096.0f);
+  plan.clipLow = static_cast<float>(low);
+  plan.clipRange = range > 0 ? range : 1e-6f;  // a step from 0 to 4096
+  plan.clipIsIdentity = low == 0 && e.clipTable[1] == 1;
+  for (int i = 0; i <= one; ++i) {
+    const float line = (static_cast<float>(i) - plan.clipLow) / plan.clipRange;
+    const float clipped = std::max(std::min(line, 4096.0f), 0.0f);
+    if (static_cast<int>(clipped + 0.5f) != e.clipTable[i]) return false;
+    plan.clipIsIdentity = plan.clipIsIdentity && e.clipTable[i] == i;
+  }
+  return true;
+}
+
+bool saturationFits(const int (&matrix)[3][3]) {
+  for (const int(&row)[3] : matrix) {
+    std::int64_t sum = 0;
+    for (int m : row) sum += std::abs(std::int64_t{m});
+    if (sum * white + 2048 > std::numeric_limits<std::int32_t>::max()) return false;
+  }
+  return true;
+}
+
+bool gradeIsIdentity(const QMXOrvaniteTable& e) {
+  for (int c = 0; c < 3; ++c) {
+    int differing = 0;
+    for (int j = 0; j <= white; ++j) differing |= e.fgGradeTable[c][j] ^ j;
+    if (differing != 0) return false;
+  }
+  return true;
+}
+
+void composeBytes(const QMXOrvaniteTable& e, int c, IntegerPlan& plan) {
+  for (int i = 0; i < 256; ++i) {
+    const unsigned fg = plan.outputCodes[c][e.fgGradeTable[c][e.fgLinear[c][i]]];
+    const unsigned bg = plan.outputCodes[c][e.bgTable[c][i]];
+    plan.fgOutput[c][i] = fg << (8 * c);
+    plan.bgOutput[c][i] = bg << (8 * c);
+    const unsigned code = static_cast<unsigned>(i);
+    plan.plateReturns[0] = plan.plateReturns[0] && fg == code;
+    plan.plateReturns[1] = plan.plateReturns[1] && bg == code;
+  }
+}
+
+int depthOf(const QMXOrvaniteTable& e) {
+  if (e.fgMax != e.bgMax || e.fgMax != e.dstMax) return 0;
+  return e.fgMax == 255 ? 1 : e.fgMax == 65535 ? 2 : 0;
+}
+
+void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
+  const int depth = depthOf(e);
+  if (plan.depth != depth || !plan.usable) changes = IntegerPlan::all;
+  plan.depth = depth;
+  plan.usable = plan.refUsable = false;
+  if (depth == 0) return;
+  const int max = e.fgMax;
+
+  if ((changes & (IntegerPlan::keys | IntegerPlan::plate)) != 0 &&
+      !packKeyed(depth, e.fgLinear, e.keyTable, plan.fg)) {
+    return;
+  }
+  if ((changes & IntegerPlan::background) != 0) {
+    if (!areWorking(e.bgTable, max)) return;
+    const std::int16_t* const none[3] = {};
+    if (depth == 1) packBytes(e.bgTable, none, plan.bg);
+  }
+  if ((changes & IntegerPlan::grade) != 0) plan.gradeIsIdentity = gradeIsIdentity(e);
+  if (depth == 1) {
+    plan.plateReturns[0] = plan.plateReturns[1] = true;
+    for (int c = 0; c < 3; ++c) {
+      if ((changes & IntegerPlan::output) != 0) {
+        for (int j = 0; j <= white; ++j) {
+          plan.outputCodes[c][j] = static_cast<std::uint8_t>(e.outputTable[c][j]);
+        }
+      }
+      composeBytes(e, c, plan);
+    }
+  }
+  for (int set = 0; set < 2; ++set) plan.saturationFits[set] = saturationFits(e.satMatrix[set]);
+  plan.screenScale = e.screenScale;
+  if (e.refEnabled == 0 && !screenFollows(e, plan.screenScale)) return;
+  if (!clipFollows(e, plan)) return;
+  const int flat[3] = {e.bgColourWork[0], e.bgColourWork[1], e.bgColourWork[2]};
+  plan.usable = areWorking(e.screenWork) && areWorking(e.replaceWork) && areWorking(flat);
+  if (plan.usable && e.refEnabled != 0 && e.refMax == max) {
+    plan.refUsable = packKeyed(depth, e.refTable, e.refKeyTable, plan.ref) && plan.fg.keysFit &&
+                     plan.ref.keysFit && areWorking(e.refScreenWork);
+  }
+}
+
+}  // namespace
+
+IntegerPlan::~IntegerPlan() {
+  for (Packed* packed : {&fg, &ref, &bg}) {
+    for (std::uint32_t* words : packed->words) delete[] words;
+  }
+}
+
+void updatePlan(QMXOrvaniteTable& engine, int changes) {
+  if (engine.plan == nullptr) {
+    engine.plan = new (std::nothrow) IntegerPlan;
+    changes = IntegerPlan::all;
+  }
+  if (engine.plan != nullptr) update(engine, changes, *engine.plan);
+}
+
+}  // namespace orvanite

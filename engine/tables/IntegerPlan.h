@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the vector kernels for 8-bit and 16-bit pictures read beside the engine's tables: the same
+// entries packed so that what is read together lies together, and what was found out about them.
+//
+// makeLuts brings it up to date after the tables; rendering only reads it. It is a convenience:
+// where it is missing or not usable, the reference keys the tile.
+#pragma once
+
+#include <cstdint>
+
+struct QMXOrvaniteTable;
+
+namespace orvanite {
+
+struct IntegerPlan {
+  static constexpr int workEntries = 16384;
+
+  /// What a build has changed, as bits.
+  enum Change { keys = 1, plate = 2, background = 4, grade = 8, output = 16, all = 31 };
+
+  /// An image's entries, by channel. Of 8-bit pictures 64 bits each: the channel's working value
+  /// at its place (red lowest, then green, blue; 16 bits each) and its key contribution in the
+  /// highest 16, so that the sum over the channels is a pixel. Of 16-bit pictures 32 bits each:
+  /// working value below, key contribution above.
+  struct Packed {
+    std::uint64_t bytes[3][256];
+    std::uint32_t* words[3] = {};  // owned; one entry per code, null unless in use
+    bool keysFit;                  // any sum of three key contributions fits 16 bits
+  };
+
+  int depth = 0;        // bytes per sample that the packed entries are for; 0: not usable
+  bool usable = false;  // every entry lies in the range that the kernels rely on
+  bool refUsable = false;
+
+  Packed fg, ref, bg;  // ref while the clean plate is in use; bg without keys, 8-bit only
+
+  // Tables found to be the identity.
+  bool gradeIsIdentity = false;
+  bool clipIsIdentity = false;
+  bool plateReturns[2] = {};  // 8-bit: foreground, background codes come out as they went in
+
+  bool saturationFits[2] = {};  // the matrix's sums of products fit 32 bits
+
+  float screenScale = 1;  // screenTable[i] is min(16384, i * screenScale + 0.5), truncated
+  float clipLow = 0;      // clipTable[i] is (i - clipLow) / clipRange + 0.5 within 0..4096
+  float clipRange = 1;
+
+  // 8-bit: output codes by working value; and by code what a pixel of pure foreground or
+  // background becomes, each channel at its byte of a little-endian red, green, blue, alpha.
+  std::uint8_t outputCodes[3][workEntries];
+  std::uint32_t fgOutput[3][256];
+  std::uint32_t bgOutput[3][256];
+
+  IntegerPlan() = default;
+  ~IntegerPlan();
+  IntegerPlan(const IntegerPlan&) = delete;
+  IntegerPlan& operator=(const IntegerPlan&) = delete;
+};
+
+/// Brings the engine's plan up to date with its tables. Cannot fail: without memory there is no
+/// plan, or one that is not usable.
+void updatePlan(QMXOrvaniteTable& engine, int changes);
+
+}  // namespace orvanite
