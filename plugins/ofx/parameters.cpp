@@ -68,14 +68,12 @@ class Describer {
  public:
   explicit Describer(ofx::ParamSet set) : set_(set) {}
 
-  // A property set to describe a new parameter with; an empty one when the host has it already.
+  // A property set to describe a new parameter with; an empty one, which takes no writes, when the
+  // host has it already or has no such kind.
   Properties define(const char* type, const std::string& name, std::string_view label,
                     std::string_view help) {
     ofx::PropertySet handle = nullptr;
-    const ofx::Status status = host().parameter->define(set_, type, name.c_str(), &handle);
-    if (status == ofx::exists) return Properties(nullptr);
-    if (status != ofx::ok) {
-      if (worst_ == ofx::ok) worst_ = status;
+    if (host().parameter->define(set_, type, name.c_str(), &handle) != ofx::ok) {
       return Properties(nullptr);
     }
     const Properties properties(handle);
@@ -88,11 +86,8 @@ class Describer {
     return properties;
   }
 
-  ofx::Status status() const { return worst_; }
-
  private:
   ofx::ParamSet set_;
-  ofx::Status worst_ = ofx::ok;
 };
 
 std::string hintOf(const Parameter& parameter) {
@@ -224,7 +219,7 @@ ofx::Status describeParameters(ofx::Effect descriptor) {
   if (host().parameter->setGetPropertySet(set, &setProperties) == ofx::ok) {
     Properties(setProperties).set(ofx::prop::pageOrder, "Controls");
   }
-  return describer.status();
+  return ofx::ok;
 }
 
 InstanceParameters::InstanceParameters(ofx::Effect instance) : params_(parameters().size()) {

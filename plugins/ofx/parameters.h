@@ -16,7 +16,8 @@ inline constexpr const char* clipModeParam = "clipMode";
 inline constexpr const char* sampleButton = "sampleScreen";
 inline constexpr const char* versionParam = "version";
 
-/// Defines groups, pages and parameters on a descriptor. Defining them again changes nothing.
+/// Defines groups, pages and parameters on a descriptor. Defining them again changes nothing; one
+/// of a kind that the host does not have is left out and keeps its default.
 ofx::Status describeParameters(ofx::Effect descriptor);
 
 /// The parameters of one instance. Reading them is as safe on several threads as the host makes it.

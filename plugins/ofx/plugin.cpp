@@ -56,11 +56,11 @@ ofx::Status describe(ofx::Effect effect) {
                  "grading and composite in one step.");
   // The standard has the PNG second and finds it in Resources.
   properties.set(ofx::prop::icon, "org.orvanite.keyer.png", 1);
-  bool told = properties.set(ofx::prop::contexts, ofx::context::filter, 0);
-  told = properties.set(ofx::prop::contexts, ofx::context::general, 1) && told;
-  told = properties.set(ofx::prop::pixelDepths, ofx::depth::byte, 0) && told;
-  told = properties.set(ofx::prop::pixelDepths, ofx::depth::word, 1) && told;
-  told = properties.set(ofx::prop::pixelDepths, ofx::depth::real, 2) && told;
+  properties.set(ofx::prop::contexts, ofx::context::filter, 0);
+  properties.set(ofx::prop::contexts, ofx::context::general, 1);
+  properties.set(ofx::prop::pixelDepths, ofx::depth::byte, 0);
+  properties.set(ofx::prop::pixelDepths, ofx::depth::word, 1);
+  properties.set(ofx::prop::pixelDepths, ofx::depth::real, 2);
   properties.set(ofx::prop::singleInstance, 0);
   properties.set(ofx::prop::tiles, 1);
   properties.set(ofx::prop::multiResolution, 1);
@@ -73,7 +73,8 @@ ofx::Status describe(ofx::Effect effect) {
   // A pixel's key needs no other line: both fields are done in one go unless parameters move.
   properties.set(ofx::prop::fieldRenderTwiceAlways, 0);
   properties.set(ofx::prop::clipPreferencesSlaves, "output", 0);
-  return told ? ofx::ok : ofx::failed;
+  // What a host cannot keep it will not use; some fall over an error from here.
+  return ofx::ok;
 }
 
 // Defines a clip, unless an earlier describe has.

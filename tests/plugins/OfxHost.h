@@ -44,6 +44,10 @@ struct Props {
   ofx::PropertySet handle() { return reinterpret_cast<ofx::PropertySet>(this); }
 };
 
+/// The standard's words for a depth in bytes and a number of channels.
+const char* depthName(int depth);
+const char* componentsName(int channels);
+
 /// What a picture's memory looks like.
 struct Layout {
   ofx::RectI bounds{};
@@ -111,6 +115,7 @@ struct Manners {
   bool threadsFail = false;
   int abortAfter = -1;  // calls of abort until it says yes
   bool forgetInstanceData = false;
+  std::string lacksParamType;  // a kind of parameter that it does not have
 };
 
 /// The loaded binary and its one plug-in.

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <random>
 
@@ -113,6 +114,30 @@ TEST(OfxHosts, ThatLackSuitesAreRefusedAtLoad) {
     EffectState effect;
     EXPECT_EQ(host.call("OfxActionDescribe", &effect), ofx::failed);
     EXPECT_EQ(host.call("OfxActionCreateInstance", &effect), ofx::failed);
+  }
+}
+
+TEST(OfxHosts, ThatLackAKindOfParameterKeyWithItsDefault) {
+  for (const char* type : {"OfxParamTypeDouble3D", "OfxParamTypePushButton", "OfxParamTypeGroup",
+                           "OfxParamTypePage", "OfxParamTypeString", "OfxParamTypeBoolean"}) {
+    SCOPED_TRACE(type);
+    Manners manners;
+    manners.lacksParamType = type;
+    Loaded loaded(manners);
+    std::mt19937 random(8);
+    const ofx::RectI frame{0, 0, 7, 5};
+    Pictures in;
+    in.source = randomImage(random, {frame, 4, 2});
+    auto dst = std::make_shared<HostImage>(Layout{frame, 4, 2});
+    connect(*loaded.effect, "Source", in.source);
+    connect(*loaded.effect, "Output", dst);
+    loaded.create();
+    ASSERT_EQ(loaded.host.render(*loaded.effect, frame), ofx::ok);
+    EXPECT_EQ(loaded.host.call("OfxActionSyncPrivateData", loaded.effect.get()), ofx::ok);
+    const auto wanted = flatKey(orvanite::Settings(), in, frame, 2);
+    for (int y = 0; y < 5; ++y) {
+      ASSERT_EQ(std::memcmp(dst->pixel(0, y), wanted->pixel(0, y), 7 * 8), 0) << "line " << y;
+    }
   }
 }
 
