@@ -8,6 +8,7 @@ namespace {
 
 constexpr Command list[] = {
     {"key", "Key a picture shot against a blue or green screen.", declareKey},
+    {"view", "See the key in a browser while its parameters move.", declareView},
 };
 
 }  // namespace

@@ -33,5 +33,6 @@ struct Command {
 std::span<const Command> commands();
 
 Run declareKey(CLI::App& command);
+Run declareView(CLI::App& command);
 
 }  // namespace orvanite::cli

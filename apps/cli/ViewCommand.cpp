@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite view`: opens the page on a plate and serves it until it is stopped.
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "apps/cli/Commands.h"
+#include "apps/cli/ParameterOptions.h"
+#include "apps/view/Script.h"
+#include "apps/view/View.h"
+#include "keyer/Error.h"
+
+namespace orvanite::cli {
+namespace {
+
+struct ViewCommandOptions {
+  view::FootageFiles files;
+  std::string output;
+  int port = 0;
+  int cacheMebibytes = 1024;
+  bool noOpen = false;
+  ParameterOptions parameters;
+};
+
+// As a shell reads it back: in single quotes where it holds anything out of the ordinary.
+std::string shellWord(const std::string& text) {
+  const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:+@%=";
+  if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
+  std::string word = "'";
+  for (const char letter : text) {
+    if (letter == '\'') word += "'\\'";
+    word += letter;
+  }
+  word += '\'';
+  return word;
+}
+
+std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
+  std::string line = "orvanite key " + shellWord(options.files.plate);
+  const auto file = [&](const char* option, const std::string& path) {
+    if (!path.empty()) line += std::string(" ") + option + " " + shellWord(path);
+  };
+  file("--bg", options.files.background);
+  file("--hold-out", options.files.holdOut);
+  file("--garbage", options.files.garbage);
+  file("--reference", options.files.reference);
+  for (const std::string& option : optionsFor(settings)) line += " " + option;
+  return line + " -o " + shellWord(options.output.empty() ? "key.png" : options.output);
+}
+
+int runView(const ViewCommandOptions& options) {
+  if (options.files.plate.empty()) {
+    throw Error(Fault::wrongUse, "view", "expected a plate: orvanite view PLATE");
+  }
+  if (options.port < 0 || options.port > 65535) {
+    throw Error::expected(Fault::wrongUse, "--port", "a number from 0 to 65535",
+                          std::to_string(options.port));
+  }
+  if (options.cacheMebibytes < 1 || options.cacheMebibytes > 1 << 20) {
+    throw Error::expected(Fault::wrongUse, "--cache", "a number from 1 to 1048576",
+                          std::to_string(options.cacheMebibytes));
+  }
+  view::ViewOptions view;
+  view.files = options.files;
+  view.output = options.output;
+  view.port = options.port;
+  view.cacheBytes = static_cast<std::size_t>(options.cacheMebibytes) << 20;
+  const bool desktop =
+      std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
+  view.openBrowser = desktop && !options.noOpen;
+  options.parameters.apply(view.settings);
+  view.exports.command = [&](const Settings& settings) { return commandFor(options, settings); };
+  view.exports.script = [&](const Settings& settings) {
+    return view::scriptFor(options.files, settings);
+  };
+  view.started = [](const std::string& address) {
+    fmt::print("Open this address in a browser on this machine; Ctrl-C ends.\n{}\n", address);
+    std::fflush(stdout);
+  };
+  view::view(view);
+  return success;
+}
+
+}  // namespace
+
+Run declareView(CLI::App& command) {
+  auto options = std::make_shared<ViewCommandOptions>();
+  const char* files = "Files";
+  command.add_option("PLATE", options->files.plate,
+                     "The picture to key, in any format that OpenImageIO reads.");
+  const auto path = [&](const char* names, std::string& to, const char* help) {
+    command.add_option(names, to, help)->group(files)->type_name("FILE")->take_last();
+  };
+  path("-o,--out", options->output,
+       "Where the page's renders go. [default: the page hands them over as a download]");
+  path("--bg,--background-picture", options->files.background,
+       "Background picture for the view composite.");
+  path("--hold-out", options->files.holdOut, "Hold-out matte: white keeps the foreground.");
+  path("--garbage", options->files.garbage, "Garbage matte: white cuts away.");
+  path("--reference", options->files.reference,
+       "Clean plate: the screen without the subject (8- and 16-bit plates).");
+  const char* serving = "Serving";
+  command
+      .add_option("--port", options->port, "Port of 127.0.0.1. [0 to 65535, default any free one]")
+      ->group(serving)
+      ->type_name("N")
+      ->take_last();
+  command
+      .add_option("--cache", options->cacheMebibytes,
+                  "Memory for decoded pictures in MiB. [default 1024]")
+      ->group(serving)
+      ->type_name("N")
+      ->take_last();
+  command
+      .add_flag("--no-open", options->noOpen, "Do not open the browser; print the address only.")
+      ->group(serving);
+  options->parameters.addTo(command);
+  return [options] { return runView(*options); };
+}
+
+}  // namespace orvanite::cli

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "apps/view/Footage.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "apps/media/PictureReader.h"
+#include "apps/view/Proxy.h"
+#include "keyer/Error.h"
+
+namespace orvanite::view {
+namespace {
+
+using media::PictureReader;
+
+const char* nameOf(Role role) {
+  switch (role) {
+    case Role::plate:
+      return "plate";
+    case Role::background:
+      return "background";
+    case Role::holdOut:
+      return "hold-out matte";
+    case Role::garbage:
+      return "garbage matte";
+    default:
+      return "clean plate";
+  }
+}
+
+// The plate's window in the coordinates of another file, whose frame may start elsewhere.
+media::Window windowIn(const PictureReader& plate, const PictureReader& other) {
+  media::Window window = plate.info().data;
+  window.x += other.info().display.x - plate.info().display.x;
+  window.y += other.info().display.y - plate.info().display.y;
+  return window;
+}
+
+void compareSizes(const PictureReader& plate, const PictureReader& other, Role role) {
+  const media::Window& expected = plate.info().display;
+  const media::Window& found = other.info().display;
+  if (expected.width == found.width && expected.height == found.height) return;
+  const auto size = [](const media::Window& window) {
+    return std::to_string(window.width) + "x" + std::to_string(window.height);
+  };
+  throw Error(Fault::wrongUse, other.info().path,
+              std::string("expected a ") + nameOf(role) + " of the plate's size " + size(expected) +
+                  ", found " + size(found));
+}
+
+}  // namespace
+
+const std::string& FootageFiles::of(Role role) const {
+  switch (role) {
+    case Role::plate:
+      return plate;
+    case Role::background:
+      return background;
+    case Role::holdOut:
+      return holdOut;
+    case Role::garbage:
+      return garbage;
+    default:
+      return reference;
+  }
+}
+
+Footage::Footage(FootageFiles files, std::size_t cacheBytes)
+    : files_(std::move(files)), cacheBytes_(cacheBytes) {
+  const PictureReader plate(files_.plate);
+  info_.width = plate.info().data.width;
+  info_.height = plate.info().data.height;
+  info_.samples = plate.info().samples;
+  const media::Encoding encoding = media::encodingOf(plate);
+  info_.colourspace = encoding.colourspace;
+  info_.reason = encoding.reason;
+  for (const Role role : {Role::background, Role::holdOut, Role::garbage, Role::reference}) {
+    if (files_.of(role).empty()) continue;
+    const PictureReader other(files_.of(role));
+    compareSizes(plate, other, role);
+    if (role == Role::background) info_.samples = std::max(info_.samples, other.info().samples);
+  }
+  info_.depth = media::depthOf(info_.samples);
+  info_.inputs = {!files_.background.empty(), !files_.holdOut.empty(), !files_.garbage.empty(),
+                  !files_.reference.empty()};
+}
+
+Footage::~Footage() = default;
+
+media::Picture Footage::readFrame(const Key& key) const {
+  PictureReader reader(files_.of(key.role));
+  if (key.role == Role::plate) return reader.read(info_.depth, reader.info().data, 1);
+  const PictureReader plate(files_.plate);
+  compareSizes(plate, reader, key.role);
+  const media::Window window = windowIn(plate, reader);
+  switch (key.role) {
+    case Role::background:
+      return reader.read(info_.depth, window, 0);
+    case Role::reference:
+      return reader.read(info_.depth, window, 1);
+    default:
+      return reader.readChannel(key.channel, info_.depth, window);
+  }
+}
+
+Footage::Shared Footage::picture(Role role, int frame, const std::string& channel, int divisor) {
+  const bool matte = role == Role::holdOut || role == Role::garbage;
+  const Key key{role, frame, matte ? channel : std::string(), divisor};
+  if (Shared found = find(key)) return found;
+  Shared made;
+  if (divisor == 1) {
+    made = std::make_shared<const media::Picture>(readFrame(key));
+    if (made->data.width != info_.width || made->data.height != info_.height) {
+      throw Error(Fault::failure, files_.of(role), "the file changed its size while it was open");
+    }
+  } else {
+    made =
+        std::make_shared<const media::Picture>(shrink(*picture(role, frame, channel, 1), divisor));
+  }
+  keep(key, made);
+  return made;
+}
+
+Footage::Shared Footage::find(const Key& key) {
+  const std::lock_guard lock(mutex_);
+  const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const Entry& entry) { return entry.key == key; });
+  if (found == entries_.end()) return nullptr;
+  entries_.splice(entries_.begin(), entries_, found);
+  return found->picture;
+}
+
+void Footage::keep(const Key& key, const Shared& picture) {
+  const std::lock_guard lock(mutex_);
+  entries_.push_front({key, picture});
+  bytes_ += picture->bytes();
+  while (bytes_ > cacheBytes_ && entries_.size() > 1) {
+    bytes_ -= entries_.back().picture->bytes();
+    entries_.pop_back();
+  }
+}
+
+std::size_t Footage::cachedBytes() const {
+  const std::lock_guard lock(mutex_);
+  return bytes_;
+}
+
+}  // namespace orvanite::view

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The pictures that were named at the start, decoded and kept within a bound of memory, at full
+// size and as the smaller proxies that are keyed while a control moves. Nothing else is ever read.
+// Knows apps/media.
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "apps/media/Picture.h"
+#include "keyer/Settings.h"
+
+namespace orvanite::view {
+
+enum class Role { plate, background, holdOut, garbage, reference };
+
+/// The files of a page; empty names are absent.
+struct FootageFiles {
+  std::string plate, background, holdOut, garbage, reference;
+  const std::string& of(Role role) const;
+};
+
+struct FootageInfo {
+  int width = 0, height = 0;  // of the plate's pixels
+  int depth = 1;              // that everything is keyed in
+  media::Samples samples = media::Samples::uint8;
+  int firstFrame = 1;
+  int frames = 1;
+  double framesPerSecond = 24;
+  Inputs inputs;
+  std::string colourspace;  // what the plate's file suggests, and why
+  std::string reason;
+};
+
+class Footage {
+ public:
+  using Shared = std::shared_ptr<const media::Picture>;
+
+  /// Opens the files and compares their sizes, as `orvanite key` does. Throws Error.
+  ///
+  /// cacheBytes  bound of the decoded pictures that are kept; those in use are never dropped
+  Footage(FootageFiles files, std::size_t cacheBytes);
+  ~Footage();
+
+  const FootageFiles& files() const { return files_; }
+  const FootageInfo& info() const { return info_; }
+
+  /// A picture at the depth that everything is keyed in, read if it is not there yet.
+  ///
+  /// channel  of a matte: the one that is read into alpha; ignored for the others
+  /// divisor  1 for the picture itself; n for one of ceil(width / n) x ceil(height / n) pixels,
+  ///          each the mean of n x n
+  /// Throws Error when the file cannot be read any more or has no such channel.
+  Shared picture(Role role, int frame, const std::string& channel, int divisor);
+
+  /// Bytes of the pictures that are kept now.
+  std::size_t cachedBytes() const;
+
+ private:
+  struct Key {
+    Role role;
+    int frame;
+    std::string channel;
+    int divisor;
+    auto operator<=>(const Key&) const = default;
+  };
+  struct Entry {
+    Key key;
+    Shared picture;
+  };
+
+  Shared find(const Key& key);
+  void keep(const Key& key, const Shared& picture);
+  media::Picture readFrame(const Key& key) const;
+
+  FootageFiles files_;
+  FootageInfo info_;
+  std::size_t cacheBytes_;
+  mutable std::mutex mutex_;
+  std::list<Entry> entries_;  // the one used last stands first
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace orvanite::view

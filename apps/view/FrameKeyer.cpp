@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A frame is keyed in bands; between two of them a key that nobody waits for any more is given up,
+// so that the newest request never waits for more than one band.
+#include "apps/view/FrameKeyer.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace orvanite::view {
+namespace {
+
+constexpr std::string_view names[] = {"plate",      "matte",       "status",
+                                      "foreground", "composite",   "overBlack",
+                                      "overGrey",   "overChecker", "output"};
+
+// Pixels of a band: a few milliseconds' work.
+constexpr int bandPixels = 1 << 18;
+
+// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
+constexpr int checkerSide = 16;
+constexpr float checkerDark = 0.35F;
+constexpr float checkerLight = 0.6F;
+constexpr double middleGrey = 0.5;
+
+template <class Sample>
+void fillChecker(media::Picture& picture, const media::Window& region, int side, float maximum) {
+  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
+  for (int y = 0; y < region.height; ++y) {
+    for (int x = 0; x < region.width; ++x, pixel += 4) {
+      const bool light = (((region.x + x) / side) + ((region.y + y) / side)) % 2 == 0;
+      const auto value = static_cast<Sample>((light ? checkerLight : checkerDark) * maximum);
+      pixel[0] = pixel[1] = pixel[2] = value;
+      pixel[3] = 0;  // so that the result's alpha stays the matte
+    }
+  }
+}
+
+media::Picture checker(const media::Window& region, int depth, int divisor) {
+  media::Picture picture = media::Picture::make(region, depth, media::Samples::uint8);
+  const int side = std::max(1, checkerSide / divisor);
+  const auto maximum = static_cast<float>(codeMaximum(depth));
+  switch (depth) {
+    case 1:
+      fillChecker<std::uint8_t>(picture, region, side, maximum);
+      break;
+    case 2:
+      fillChecker<std::uint16_t>(picture, region, side, maximum);
+      break;
+    default:
+      fillChecker<float>(picture, region, side, maximum);
+  }
+  return picture;
+}
+
+// A tile image that starts at a pixel of a picture.
+OtileImage imageAt(const media::Picture& picture, int x, int y) {
+  OtileImage image = picture.image();
+  const std::ptrdiff_t bytes = (std::ptrdiff_t{y} * picture.data.width + x) * 4 * picture.depth;
+  for (void** channel : {&image.red, &image.green, &image.blue, &image.alpha}) {
+    *channel = static_cast<char*>(*channel) + bytes;
+  }
+  return image;
+}
+
+}  // namespace
+
+std::optional<PageView> pageViewOf(std::string_view name) {
+  const auto* found = std::find(std::begin(names), std::end(names), name);
+  if (found == std::end(names)) return std::nullopt;
+  return static_cast<PageView>(found - std::begin(names));
+}
+
+Settings settingsFor(PageView view, Settings settings) {
+  switch (view) {
+    case PageView::matte:
+      settings.setText("output", "matte");
+      break;
+    case PageView::status:
+      settings.setText("output", "status");
+      break;
+    case PageView::foreground:
+      settings.setText("output", "unpremultiplied");
+      break;
+    case PageView::composite:
+      settings.setText("output", "composite");
+      break;
+    case PageView::overBlack:
+      settings.setText("output", "compOnBlack");
+      break;
+    case PageView::overGrey:
+      settings.setText("output", "compOnColour");
+      settings.setNumber("background", middleGrey);
+      break;
+    case PageView::overChecker:
+      settings.setText("output", "composite");
+      for (const char* name : {"bgExposure", "bgGamma", "bgOffset", "bgSaturation"}) {
+        settings.reset(name);
+      }
+      break;
+    default:
+      break;
+  }
+  return settings;
+}
+
+std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
+                                              int divisor, const media::Window& region,
+                                              const std::function<bool(double)>& wanted) {
+  const FootageInfo& info = footage_.info();
+  const Settings settings = settingsFor(view, given);
+  Inputs inputs = info.inputs;
+  if (view == PageView::overChecker) inputs.background = true;
+
+  keyer_.prepare(settings, info.depth, inputs);
+
+  const auto picture = [&](Role role, std::string_view channel) {
+    return footage_.picture(role, frame, channel.empty() ? std::string() : settings.text(channel),
+                            divisor);
+  };
+  const Footage::Shared plate = picture(Role::plate, {});
+  Footage::Shared background, holdOut, garbage, reference;
+  media::Picture result = media::Picture::make(region, info.depth, info.samples);
+  Frame whole;
+  whole.width = region.width;
+  whole.height = region.height;
+  whole.depth = info.depth;
+  const auto place = [&](const Footage::Shared& from) {
+    return imageAt(*from, region.x, region.y);
+  };
+  whole.pictures.dst = result.image();
+  whole.pictures.fg = place(plate);
+  media::Picture squares;
+  if (view == PageView::overChecker) {
+    squares = checker(region, info.depth, divisor);
+    whole.pictures.bg = squares.image();
+  } else if (settings.view(inputs) == 0) {
+    background = picture(Role::background, {});
+    whole.pictures.bg = place(background);
+  }
+  if (inputs.holdOut && settings.toggle("useHoldOutMatte")) {
+    holdOut = picture(Role::holdOut, "holdOutChannel");
+    whole.pictures.hold = place(holdOut);
+  }
+  if (inputs.garbage && settings.toggle("useGarbageMatte")) {
+    garbage = picture(Role::garbage, "garbageChannel");
+    whole.pictures.garbage = place(garbage);
+  }
+  if (inputs.reference && settings.toggle("useReference")) {
+    reference = picture(Role::reference, {});
+    whole.pictures.ref = place(reference);
+  }
+
+  const int rows = std::max(16, bandPixels / std::max(1, region.width));
+  for (int row = 0; row < region.height; row += rows) {
+    if (!wanted(static_cast<double>(row) / region.height)) return std::nullopt;
+    Frame band = whole;
+    band.height = std::min(rows, region.height - row);
+    for (OtileImage* image : {&band.pictures.dst, &band.pictures.bg, &band.pictures.fg,
+                              &band.pictures.hold, &band.pictures.garbage, &band.pictures.ref}) {
+      const std::ptrdiff_t bytes = std::ptrdiff_t{image->lineStep} * row * info.depth;
+      for (void** channel : {&image->red, &image->green, &image->blue, &image->alpha}) {
+        if (*channel != nullptr) *channel = static_cast<char*>(*channel) + bytes;
+      }
+    }
+    keyer_.render(band);
+  }
+  return result;
+}
+
+}  // namespace orvanite::view

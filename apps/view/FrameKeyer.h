@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// One view of a frame of the footage, keyed by the real engine: what the page shows and what its
+// renders write both come from here.
+// Knows Footage and the keyer.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include "apps/view/Footage.h"
+#include "keyer/Keyer.h"
+#include "keyer/Settings.h"
+
+namespace orvanite::view {
+
+enum class PageView {
+  plate,
+  matte,
+  status,
+  foreground,
+  composite,
+  overBlack,
+  overGrey,
+  overChecker,
+  output  // what the parameter of that name says: what `orvanite key` writes
+};
+
+/// The view of that name ("overBlack"), if there is one.
+std::optional<PageView> pageViewOf(std::string_view name);
+
+/// The settings with which the engine shows a view. The plate needs no engine.
+Settings settingsFor(PageView view, Settings settings);
+
+class FrameKeyer {
+ public:
+  explicit FrameKeyer(Footage& footage) : footage_(footage) {}
+
+  /// Keys a region of a frame. Alpha is the matte, into which a composite merges the alpha that
+  /// its background may have.
+  ///
+  /// divisor  of the pictures that are keyed: 1, or more for a proxy
+  /// region   in pixels of that size
+  /// wanted   called before each band with the part that is done; false gives up: nothing returned
+  /// Throws Error for settings that cannot key and for files that cannot be read.
+  std::optional<media::Picture> key(const Settings& settings, PageView view, int frame, int divisor,
+                                    const media::Window& region,
+                                    const std::function<bool(double)>& wanted);
+
+ private:
+  Footage& footage_;
+  Keyer keyer_;
+};
+
+}  // namespace orvanite::view

@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "apps/view/Messages.h"
+
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "keyer/Error.h"
+#include "keyer/Parameters.h"
+
+namespace orvanite::view {
+namespace {
+
+using nlohmann::json;
+
+// Longest value of a parameter, and of a page's name, that is looked at.
+constexpr std::size_t textLimit = 256;
+constexpr int bodyDepthLimit = 8;
+
+[[noreturn]] void refuse(const std::string& subject, const std::string& expected) {
+  throw Error(Fault::wrongUse, subject, "expected " + expected);
+}
+
+json parse(const std::string& body) {
+  // Nesting is bounded while it is read: a deep body must not use up the stack.
+  bool deep = false;
+  json parsed = json::parse(
+      body,
+      [&deep](int depth, json::parse_event_t, json&) {
+        deep = deep || depth > bodyDepthLimit;
+        return !deep;
+      },
+      false);
+  if (parsed.is_discarded() || deep || !parsed.is_object()) refuse("request", "a JSON object");
+  return parsed;
+}
+
+std::string textOf(const json& object, const char* name) {
+  const auto found = object.find(name);
+  if (found == object.end() || !found->is_string()) refuse(name, "a text");
+  auto text = found->get<std::string>();
+  if (text.size() > textLimit) refuse(name, "a shorter text");
+  return text;
+}
+
+std::int64_t wholeOf(const json& value, const char* name, std::int64_t low, std::int64_t high) {
+  if (!value.is_number_integer()) refuse(name, "a whole number");
+  // An unsigned one beyond the signed range would come out negative.
+  if (value.is_number_unsigned() &&
+      value.get<std::uint64_t>() >
+          static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+    refuse(name, "a smaller number");
+  }
+  const auto number = value.get<std::int64_t>();
+  if (number < low || number > high) {
+    refuse(name, "a number from " + std::to_string(low) + " to " + std::to_string(high));
+  }
+  return number;
+}
+
+int intOf(const json& object, const char* name) {
+  const auto found = object.find(name);
+  if (found == object.end()) refuse(name, "a whole number");
+  return static_cast<int>(
+      wholeOf(*found, name, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+bool flagOf(const json& object, const char* name) {
+  const auto found = object.find(name);
+  if (found == object.end()) return false;
+  if (!found->is_boolean()) refuse(name, "true or false");
+  return found->get<bool>();
+}
+
+media::Window windowOf(const json& object, const char* name) {
+  const auto found = object.find(name);
+  if (found == object.end() || !found->is_array() || found->size() != 4) {
+    refuse(name, "four whole numbers: x, y, width, height");
+  }
+  const auto number = [&](std::size_t i) {
+    return static_cast<int>(wholeOf((*found)[i], name, 0, std::numeric_limits<int>::max()));
+  };
+  return {number(0), number(1), number(2), number(3)};
+}
+
+Settings settingsIn(const json& object) {
+  const auto found = object.find("settings");
+  if (found == object.end() || !found->is_object()) refuse("settings", "an object of texts");
+  Settings settings;
+  for (const auto& [name, value] : found->items()) {
+    if (!value.is_string() || value.get_ref<const std::string&>().size() > textLimit) {
+      refuse(name.substr(0, textLimit), "a text");
+    }
+    settings.setText(name.substr(0, textLimit), value.get<std::string>());
+  }
+  return settings;
+}
+
+PageView viewIn(const json& object) {
+  const std::string name = textOf(object, "view");
+  const auto view = pageViewOf(name);
+  if (!view) throw Error::expected(Fault::wrongUse, "view", "the name of a view", name);
+  return *view;
+}
+
+const char* nameOf(ParameterType type) {
+  switch (type) {
+    case ParameterType::number:
+      return "number";
+    case ParameterType::triple:
+      return "triple";
+    case ParameterType::colour:
+      return "colour";
+    case ParameterType::choice:
+      return "choice";
+    case ParameterType::toggle:
+      return "toggle";
+    default:
+      return "channel";
+  }
+}
+
+json given(const Settings& settings) {
+  json texts = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (settings.given(parameter.name)) {
+      texts[std::string(parameter.name)] = settings.text(parameter.name);
+    }
+  }
+  return texts;
+}
+
+// The last part of a path. A name that is not UTF-8 is shown with its odd bytes replaced.
+std::string fileName(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+std::string dump(const json& value) {
+  return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+// JSON knows no infinity and no NaN; the page shows them as texts.
+json number(float value) {
+  if (std::isfinite(value)) return value;
+  return std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf";
+}
+
+template <std::size_t n>
+json numbers(const std::array<float, n>& values) {
+  json list = json::array();
+  for (const float value : values) list.push_back(number(value));
+  return list;
+}
+
+}  // namespace
+
+NumberedRequest pictureRequestOf(const std::string& body) {
+  const json object = parse(body);
+  NumberedRequest numbered;
+  PictureRequest& request = numbered.request;
+  request.settings = settingsIn(object);
+  request.view = viewIn(object);
+  request.frame = intOf(object, "frame");
+  request.divisor = intOf(object, "divisor");
+  request.proxy = flagOf(object, "proxy");
+  request.window = windowOf(object, "window");
+  request.measured = flagOf(object, "measured");
+  request.slot = intOf(object, "slot");
+  numbered.page = textOf(object, "page") + std::string(1, '/') + std::to_string(request.slot);
+  const auto count = object.find("number");
+  if (count == object.end()) refuse("number", "a whole number");
+  numbered.number = static_cast<std::uint64_t>(
+      wholeOf(*count, "number", 0, std::numeric_limits<std::int64_t>::max()));
+  return numbered;
+}
+
+ProbeRequest probeRequestOf(const std::string& body) {
+  const json object = parse(body);
+  return {settingsIn(object), viewIn(object),     intOf(object, "frame"),
+          intOf(object, "x"), intOf(object, "y"), intOf(object, "slot")};
+}
+
+BoxRequest boxRequestOf(const std::string& body) {
+  const json object = parse(body);
+  return {intOf(object, "frame"), windowOf(object, "window")};
+}
+
+Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
+
+std::string describe(const Footage& footage, const Settings& settings, const std::string& output) {
+  const FootageInfo& info = footage.info();
+  json table = json::array();
+  const Settings standard;
+  for (const Parameter& parameter : parameters()) {
+    json entry{{"name", parameter.name},
+               {"label", parameter.label},
+               {"group", parameter.group},
+               {"type", nameOf(parameter.type)},
+               {"unit", parameter.unit},
+               {"help", parameter.help},
+               {"softLow", parameter.softLow},
+               {"softHigh", parameter.softHigh},
+               {"low", parameter.low},
+               {"high", parameter.high},
+               {"values", valuesOf(parameter.type)},
+               {"standard", standard.text(parameter.name)},
+               {"followsScreen", parameter.rule == DefaultRule::balanceOfScreen}};
+    for (const Choice& choice : parameter.choices) {
+      entry["choices"].push_back(
+          {{"text", choice.text}, {"label", choice.label}, {"help", choice.help}});
+    }
+    table.push_back(std::move(entry));
+  }
+  const FootageFiles& files = footage.files();
+  return dump({{"version", ORVANITE_VERSION},
+               {"files",
+                {{"plate", fileName(files.plate)},
+                 {"background", fileName(files.background)},
+                 {"holdOut", fileName(files.holdOut)},
+                 {"garbage", fileName(files.garbage)},
+                 {"reference", fileName(files.reference)}}},
+               {"width", info.width},
+               {"height", info.height},
+               {"depth", info.depth},
+               {"samples", media::nameOf(info.samples)},
+               {"firstFrame", info.firstFrame},
+               {"frames", info.frames},
+               {"framesPerSecond", info.framesPerSecond},
+               {"colourspace", info.colourspace},
+               {"reason", info.reason},
+               {"output", fileName(output)},
+               {"parameters", table},
+               {"settings", given(settings)}});
+}
+
+std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
+                         double milliseconds) {
+  const media::Window& window = rendered.window;
+  json header{{"width", rendered.picture.width},
+              {"height", rendered.picture.height},
+              {"window", {window.x, window.y, window.width, window.height}},
+              {"milliseconds", milliseconds}};
+  json inForce = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (parameter.rule != DefaultRule::fixed) {
+      inForce[std::string(parameter.name)] = settings.text(parameter.name);
+    }
+  }
+  header["inForce"] = std::move(inForce);
+  if (rendered.measure) {
+    header["matte"] = {{"bins", rendered.measure->bins},
+                       {"clear", rendered.measure->clear},
+                       {"between", rendered.measure->between},
+                       {"solid", rendered.measure->solid}};
+  }
+  std::string text = dump(header);
+  text.resize((text.size() + 3) / 4 * 4, ' ');
+  std::string reply;
+  reply.reserve(4 + text.size() + rendered.picture.rgba.size());
+  for (unsigned shift = 0; shift < 32; shift += 8) {
+    reply += static_cast<char>((text.size() >> shift) & 0xFF);
+  }
+  reply += text;
+  reply.append(reinterpret_cast<const char*>(rendered.picture.rgba.data()),
+               rendered.picture.rgba.size());
+  return reply;
+}
+
+std::string probeReply(const PixelValues& values, int depth) {
+  return dump({{"plate", numbers(values.plate)},
+               {"matte", number(values.matte)},
+               {"result", numbers(values.result)},
+               {"maximum", codeMaximum(depth)}});
+}
+
+std::string boxReply(const BoxColours& colours) {
+  return dump({{"median", numbers(colours.median)},
+               {"low", numbers(colours.low)},
+               {"high", numbers(colours.high)}});
+}
+
+std::string jobReply(const std::string& state, double done, const std::string& message) {
+  return dump({{"state", state}, {"done", done}, {"message", message}});
+}
+
+std::string presetText(const Settings& settings) {
+  json preset{{"orvanite", "preset"}, {"version", 1}, {"parameters", given(settings)}};
+  return preset.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+std::string textsReply(const std::string& command, const std::string& script) {
+  return dump({{"command", command}, {"script", script}});
+}
+
+std::string errorReply(const std::string& subject, const std::string& message) {
+  return dump({{"error", {{"subject", subject}, {"message", message}}}});
+}
+
+}  // namespace orvanite::view

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page and its server say to each other, as JSON and bytes. Whatever a request holds is
+// checked here; what is wrong with it becomes an Error that the page shows.
+// Knows nlohmann-json; knows no HTTP.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "apps/view/Renderer.h"
+
+namespace orvanite::view {
+
+/// A request for a picture, and where it stands among its page's others.
+struct NumberedRequest {
+  std::string page;  // with its slot: requests of one name replace each other
+  std::uint64_t number = 0;
+  PictureRequest request;
+};
+
+/// Each throws Error (wrongUse) that says what was expected.
+NumberedRequest pictureRequestOf(const std::string& body);
+struct ProbeRequest {
+  Settings settings;
+  PageView view = PageView::composite;
+  int frame = 1, x = 0, y = 0, slot = 0;
+};
+ProbeRequest probeRequestOf(const std::string& body);
+struct BoxRequest {
+  int frame = 1;
+  media::Window box;
+};
+BoxRequest boxRequestOf(const std::string& body);
+/// The member "settings" of a body: texts by parameter names.
+Settings settingsOf(const std::string& body);
+
+/// Everything that a page needs to build itself. `settings` are those that it starts with,
+/// `output` the name that renders are written to, empty where they are only handed over.
+std::string describe(const Footage& footage, const Settings& settings, const std::string& output);
+
+/// A picture: the length of a header in bytes as 4 bytes, low byte first; the header, JSON padded
+/// with blanks to a multiple of 4; then RGBA, rows from the top.
+std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
+                         double milliseconds);
+
+std::string probeReply(const PixelValues& values, int depth);
+std::string boxReply(const BoxColours& colours);
+std::string jobReply(const std::string& state, double done, const std::string& message);
+/// A preset file: its version, and every given parameter by its name.
+std::string presetText(const Settings& settings);
+std::string textsReply(const std::string& command, const std::string& script);
+/// {"error": {"subject": ..., "message": ...}}
+std::string errorReply(const std::string& subject, const std::string& message);
+
+}  // namespace orvanite::view

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "apps/view/RenderJob.h"
+
+#include <exception>
+#include <vector>
+
+#include "apps/media/PictureWriter.h"
+#include "apps/view/FrameKeyer.h"
+#include "keyer/Error.h"
+
+namespace orvanite::view {
+
+RenderJob::~RenderJob() {
+  cancel();
+  if (thread_.joinable()) thread_.join();
+}
+
+bool RenderJob::start(const Settings& settings) {
+  const std::lock_guard lock(mutex_);
+  if (report_.state == State::running) return false;
+  if (thread_.joinable()) thread_.join();
+  cancelled_ = false;
+  done_ = 0;
+  report_ = {State::running, 0, {}};
+  thread_ = std::thread([this, settings] { run(settings); });
+  return true;
+}
+
+void RenderJob::cancel() { cancelled_ = true; }
+
+RenderJob::Report RenderJob::report() const {
+  const std::lock_guard lock(mutex_);
+  Report report = report_;
+  report.done = report.state == State::done ? 1 : done_.load();
+  return report;
+}
+
+void RenderJob::finish(State state, std::string message) {
+  const std::lock_guard lock(mutex_);
+  report_.state = state;
+  report_.message = std::move(message);
+}
+
+void RenderJob::run(const Settings& settings) {
+  try {
+    const FootageFiles& files = footage_.files();
+    std::vector<std::string> inputs;
+    for (const Role role :
+         {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
+      if (!files.of(role).empty()) inputs.push_back(files.of(role));
+    }
+    media::checkOutput(output_, inputs);
+    const FootageInfo& info = footage_.info();
+    FrameKeyer keyer(footage_);
+    auto keyed = keyer.key(settings, PageView::output, info.firstFrame, 1,
+                           {0, 0, info.width, info.height}, [this](double part) {
+                             done_ = part;
+                             return !cancelled_;
+                           });
+    if (!keyed || cancelled_) return finish(State::cancelled, {});
+    const Footage::Shared plate = footage_.picture(Role::plate, info.firstFrame, {}, 1);
+    keyed->data = plate->data;
+    keyed->header = plate->header;
+    keyed->hasAlpha = plate->hasAlpha;
+    media::writePicture(*keyed, output_);
+    finish(State::done, output_);
+  } catch (const std::exception& error) {
+    finish(State::failed, error.what());
+  }
+}
+
+}  // namespace orvanite::view

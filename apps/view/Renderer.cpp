@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Requests wait for one another: two at once would only share the same processors.
+#include "apps/view/Renderer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "keyer/Error.h"
+
+namespace orvanite::view {
+namespace {
+
+// Samples of a box are thinned out beyond this many.
+constexpr std::int64_t boxSamples = 1 << 18;
+
+std::size_t at(int index) { return static_cast<std::size_t>(index); }
+
+template <class Sample>
+void count(const media::Picture& picture, std::uint32_t weight, MatteMeasure& measure) {
+  const auto* sample = reinterpret_cast<const Sample*>(picture.pixels.get()) + 3;
+  const std::size_t pixels = picture.bytes() / sizeof(Sample) / 4;
+  const auto maximum = static_cast<float>(codeMaximum(picture.depth));
+  for (std::size_t i = 0; i < pixels; ++i, sample += 4) {
+    const float alpha = static_cast<float>(*sample) / maximum;
+    if (!(alpha > 0)) {
+      measure.clear += weight;
+      measure.bins[0] += weight;
+    } else if (alpha >= 1) {
+      measure.solid += weight;
+      measure.bins[255] += weight;
+    } else {
+      measure.between += weight;
+      measure.bins[static_cast<std::size_t>(alpha * 255 + 0.5F)] += weight;
+    }
+  }
+}
+
+// Counts alpha; each pixel stands for `weight` of the plate.
+MatteMeasure measureOf(const media::Picture& picture, std::uint32_t weight) {
+  MatteMeasure measure;
+  switch (picture.depth) {
+    case 1:
+      count<std::uint8_t>(picture, weight, measure);
+      break;
+    case 2:
+      count<std::uint16_t>(picture, weight, measure);
+      break;
+    default:
+      count<float>(picture, weight, measure);
+  }
+  return measure;
+}
+
+std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
+  const std::size_t first = 4 * (at(y) * at(picture.data.width) + at(x));
+  const auto maximum = static_cast<float>(codeMaximum(picture.depth));
+  std::array<float, 4> values{};
+  for (std::size_t c = 0; c < 4; ++c) {
+    const std::byte* sample = picture.pixels.get() + (first + c) * at(picture.depth);
+    switch (picture.depth) {
+      case 1:
+        values[c] = static_cast<float>(*reinterpret_cast<const std::uint8_t*>(sample));
+        break;
+      case 2:
+        values[c] = static_cast<float>(*reinterpret_cast<const std::uint16_t*>(sample));
+        break;
+      default:
+        values[c] = *reinterpret_cast<const float*>(sample);
+    }
+    values[c] /= maximum;
+  }
+  return values;
+}
+
+}  // namespace
+
+media::Window Renderer::checked(const media::Window& window) const {
+  const FootageInfo& info = footage_.info();
+  if (window.x < 0 || window.y < 0 || window.width < 1 || window.height < 1 ||
+      window.x >= info.width || window.y >= info.height) {
+    throw Error(Fault::wrongUse, "window", "expected a part of the plate");
+  }
+  return {window.x, window.y, std::min(window.width, info.width - window.x),
+          std::min(window.height, info.height - window.y)};
+}
+
+int Renderer::checkedFrame(int frame) const {
+  const FootageInfo& info = footage_.info();
+  if (frame < info.firstFrame || frame >= info.firstFrame + info.frames) {
+    throw Error::expected(Fault::wrongUse, "frame",
+                          "a number from " + std::to_string(info.firstFrame) + " to " +
+                              std::to_string(info.firstFrame + info.frames - 1),
+                          std::to_string(frame));
+  }
+  return frame;
+}
+
+FrameKeyer& Renderer::keyer(int slot) {
+  if (slot < 0 || slot >= slots) {
+    throw Error::expected(Fault::wrongUse, "slot", "0 or 1", std::to_string(slot));
+  }
+  auto& keyer = keyers_[at(slot)];
+  if (!keyer) keyer.emplace(footage_);
+  return *keyer;
+}
+
+std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
+                                                const std::function<bool()>& wanted) {
+  const FootageInfo& info = footage_.info();
+  const int divisor = request.divisor;
+  if (divisor < 1 || divisor > divisorLimit) {
+    throw Error::expected(Fault::wrongUse, "divisor", "a number from 1 to 16",
+                          std::to_string(divisor));
+  }
+  const int frame = checkedFrame(request.frame);
+  RenderedPicture rendered;
+  rendered.window = checked(request.window);
+  if (rendered.window.x % divisor != 0 || rendered.window.y % divisor != 0) {
+    throw Error(Fault::wrongUse, "window", "expected a corner at a multiple of the divisor");
+  }
+
+  const std::lock_guard lock(mutex_);
+  if (!wanted()) return std::nullopt;
+  const int keyed = request.proxy ? divisor : 1;  // divisor of the pictures that are keyed
+  const auto scaled = [](const media::Window& window, int by) {
+    return media::Window{window.x / by, window.y / by, (window.width + by - 1) / by,
+                         (window.height + by - 1) / by};
+  };
+  const media::Window region = scaled(rendered.window, keyed);
+  const media::Window everything = scaled({0, 0, info.width, info.height}, keyed);
+
+  std::optional<media::Picture> result;
+  if (request.view == PageView::plate) {
+    const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, keyed);
+    const std::byte* first =
+        plate->pixels.get() +
+        (at(region.y) * at(plate->data.width) + at(region.x)) * 4 * at(plate->depth);
+    rendered.picture =
+        toScreen(first, plate->rowBytes(), region.width, region.height, plate->depth);
+  } else {
+    result =
+        keyer(request.slot).key(request.settings, request.view, frame, keyed, region, [&](double) {
+          return wanted();
+        });
+    if (!result) return std::nullopt;
+    rendered.picture = toScreen(result->pixels.get(), result->rowBytes(), region.width,
+                                region.height, result->depth);
+  }
+  if (keyed != divisor) rendered.picture = shrink(rendered.picture, divisor);
+
+  if (request.measured) {
+    // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
+    const bool alphaIsMatte = result && region == everything &&
+                              (request.view == PageView::overChecker || !info.inputs.background ||
+                               settingsFor(request.view, request.settings).view(info.inputs) != 0);
+    if (!alphaIsMatte) {
+      result = keyer(request.slot)
+                   .key(request.settings, PageView::matte, frame, keyed, everything,
+                        [&](double) { return wanted(); });
+      if (!result) return std::nullopt;
+    }
+    rendered.measure = measureOf(*result, static_cast<std::uint32_t>(keyed * keyed));
+  }
+  return rendered;
+}
+
+PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, int x, int y,
+                            int slot) {
+  const media::Window pixel = checked({x, y, 1, 1});
+  checkedFrame(frame);
+  const auto always = [](double) { return true; };
+  const std::lock_guard lock(mutex_);
+  PixelValues values;
+  values.plate = valuesAt(*footage_.picture(Role::plate, frame, {}, 1), x, y);
+  const auto matte = keyer(slot).key(settings, PageView::matte, frame, 1, pixel, always);
+  values.matte = valuesAt(*matte, 0, 0)[3];
+  values.result = view == PageView::plate
+                      ? values.plate
+                      : valuesAt(*keyer(slot).key(settings, view, frame, 1, pixel, always), 0, 0);
+  return values;
+}
+
+BoxColours Renderer::colours(int frame, const media::Window& box) {
+  const media::Window window = checked(box);
+  const Footage::Shared plate = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
+  const std::int64_t pixels = std::int64_t{window.width} * window.height;
+  const int step =
+      std::max(1, static_cast<int>(std::ceil(std::sqrt(static_cast<double>(pixels) / boxSamples))));
+  std::array<std::vector<float>, 3> samples;
+  for (int y = window.y; y < window.y + window.height; y += step) {
+    for (int x = window.x; x < window.x + window.width; x += step) {
+      const std::array<float, 4> values = valuesAt(*plate, x, y);
+      for (std::size_t c = 0; c < 3; ++c) {
+        samples[c].push_back(std::isfinite(values[c]) ? values[c] : 0);
+      }
+    }
+  }
+  BoxColours colours;
+  for (std::size_t c = 0; c < 3; ++c) {
+    auto& sorted = samples[c];
+    std::sort(sorted.begin(), sorted.end());
+    colours.median[c] = sorted[sorted.size() / 2];
+    colours.low[c] = sorted[sorted.size() / 20];
+    colours.high[c] = sorted[sorted.size() - 1 - sorted.size() / 20];
+  }
+  return colours;
+}
+
+}  // namespace orvanite::view

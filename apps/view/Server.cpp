@@ -1,0 +1,305 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Everything that the library would do by itself with a body (forms, uploads, compression) is
+// refused before it reads one.
+#include "apps/view/Server.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+#include <utility>
+
+#include "apps/view/Messages.h"
+#include "keyer/Error.h"
+
+namespace orvanite::view {
+namespace {
+
+using httplib::Request;
+using httplib::Response;
+
+// A request holds some thirty parameters as text.
+constexpr std::size_t bodyLimit = 64 * 1024;
+
+// A page that plays and follows the pointer asks some 60 times a second.
+constexpr double requestsPerSecond = 200;
+constexpr double requestsAtOnce = 400;
+
+// Connections served at once. A browser keeps up to six open; the others wait.
+constexpr std::size_t connectionThreads = 16;
+// Renders and probes that may wait for the renderer; a page has two pictures and a probe.
+constexpr int waitingLimit = 8;
+
+constexpr time_t readSeconds = 5;
+// How long an idle connection is kept: the library looks after it a hundred times a second.
+constexpr time_t idleSeconds = 2;
+
+constexpr const char* json = "application/json";
+
+std::vector<std::string> valuesOf(const Request& request, const char* header) {
+  std::vector<std::string> values;
+  const auto range = request.headers.equal_range(header);
+  for (auto it = range.first; it != range.second; ++it) values.push_back(it->second);
+  return values;
+}
+
+void fail(Response& response, int status, const std::string& subject, const std::string& message) {
+  response.status = status;
+  response.set_content(errorReply(subject, message), json);
+}
+
+const char* nameOf(RenderJob::State state) {
+  switch (state) {
+    case RenderJob::State::idle:
+      return "idle";
+    case RenderJob::State::running:
+      return "running";
+    case RenderJob::State::done:
+      return "done";
+    case RenderJob::State::failed:
+      return "failed";
+    default:
+      return "cancelled";
+  }
+}
+
+// Connections that the system holds until they are accepted. The library asks for 5, with which the
+// others of a burst would try again only after a second.
+constexpr int connectionsPending = 256;
+
+class Http : public httplib::Server {
+ public:
+  void widen() { ::listen(svr_sock_, connectionsPending); }
+};
+
+// Counts itself among those that wait, as long as it lives.
+class Waiting {
+ public:
+  explicit Waiting(std::atomic<int>& count) : count_(count), admitted_(++count <= waitingLimit) {}
+  ~Waiting() { --count_; }
+  Waiting(const Waiting&) = delete;
+  Waiting& operator=(const Waiting&) = delete;
+  explicit operator bool() const { return admitted_; }
+
+ private:
+  std::atomic<int>& count_;
+  bool admitted_;
+};
+
+}  // namespace
+
+struct Server::Implementation {
+  Footage& footage;
+  Renderer& renderer;
+  RenderJob& job;
+  bool handsOver;
+  Settings settings;
+  Exports exports;
+  Http http{};
+  std::unique_ptr<Access> access{};
+  RateLimit rate{requestsPerSecond, requestsAtOnce};
+  Newest newest{};
+  std::atomic<int> waiting = 0;
+  std::atomic<bool> entered = false, stopping = false, ended = false;
+
+  std::optional<std::string_view> admit(const Request& request) const {
+    return access->admit({request.method, request.path, valuesOf(request, "Host"),
+                          valuesOf(request, "Origin"), valuesOf(request, "Sec-Fetch-Site"),
+                          request.get_header_value("Content-Type")});
+  }
+
+  // Before anything of a body is read. True: answered.
+  bool refused(const Request& request, Response& response) {
+    if (!admit(request)) {
+      fail(response, 403, "request", "refused");
+      response.set_header("Connection", "close");
+      return true;
+    }
+    if (!valuesOf(request, "Transfer-Encoding").empty() ||
+        !valuesOf(request, "Content-Encoding").empty()) {
+      fail(response, 411, "request", "expected a body of a stated length, not compressed");
+      response.set_header("Connection", "close");
+      return true;
+    }
+    if (!rate.take()) {
+      fail(response, 429, "request", "too many requests");
+      return true;
+    }
+    return false;
+  }
+
+  void answerGet(const Request& request, Response& response) {
+    const std::string_view wanted = *admit(request);
+    if (wanted == "state") {
+      response.set_content(describe(footage, settings, handsOver ? "" : job.output()), json);
+    } else if (wanted == "job") {
+      answerJob(response);
+    } else if (wanted == "result" && handsOver) {
+      answerResult(response);
+    } else {
+      answerFile(wanted.empty() ? "index.html" : wanted, response);
+    }
+  }
+
+  void answerFile(std::string_view name, Response& response) const {
+    for (const PageFile& file : pageFiles()) {
+      if (file.name != name) continue;
+      response.set_content(file.bytes.data(), file.bytes.size(), std::string(file.type));
+      return;
+    }
+    fail(response, 404, "address", "there is nothing here");
+  }
+
+  void answerJob(Response& response) const {
+    const RenderJob::Report report = job.report();
+    response.set_content(jobReply(nameOf(report.state), report.done, report.message), json);
+  }
+
+  void answerResult(Response& response) const {
+    std::ifstream file(job.output(), std::ios::binary);
+    if (job.report().state != RenderJob::State::done || !file) {
+      return fail(response, 404, "result", "nothing was rendered");
+    }
+    response.set_content(
+        std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()),
+        "application/octet-stream");
+  }
+
+  void answerPicture(const Request& request, Response& response) {
+    const auto start = std::chrono::steady_clock::now();
+    const NumberedRequest asked = pictureRequestOf(request.body);
+    const auto wanted = [&] { return newest.holds(asked.page, asked.number); };
+    std::optional<RenderedPicture> rendered;
+    if (newest.announce(asked.page, asked.number)) {
+      rendered = renderer.render(asked.request, wanted);
+    }
+    if (!rendered) return fail(response, 409, "number", "a newer request came");
+    const std::chrono::duration<double, std::milli> taken =
+        std::chrono::steady_clock::now() - start;
+    response.set_header("Content-Type", "application/octet-stream");
+    response.body = pictureReply(*rendered, asked.request.settings, taken.count());
+  }
+
+  void answerPost(const Request& request, Response& response) {
+    const std::string_view wanted = *admit(request);
+    const bool renders = wanted == "picture" || wanted == "probe" || wanted == "colours";
+    if (renders) {
+      const Waiting turn(waiting);
+      if (!turn) return fail(response, 503, "request", "too many renders wait");
+      if (wanted == "picture") return answerPicture(request, response);
+      if (wanted == "probe") {
+        const ProbeRequest asked = probeRequestOf(request.body);
+        const PixelValues values =
+            renderer.probe(asked.settings, asked.view, asked.frame, asked.x, asked.y, asked.slot);
+        return response.set_content(probeReply(values, footage.info().depth), json);
+      }
+      const BoxRequest asked = boxRequestOf(request.body);
+      return response.set_content(boxReply(renderer.colours(asked.frame, asked.box)), json);
+    }
+    if (wanted == "preset") {
+      response.set_content(presetText(settingsOf(request.body)), json);
+    } else if (wanted == "texts") {
+      const Settings asked = settingsOf(request.body);
+      response.set_content(textsReply(exports.command(asked), exports.script(asked)), json);
+    } else if (wanted == "job") {
+      if (!job.start(settingsOf(request.body))) {
+        return fail(response, 409, "render", "another one is running");
+      }
+      answerJob(response);
+    } else if (wanted == "cancel") {
+      job.cancel();
+      answerJob(response);
+    } else {
+      fail(response, 404, "address", "there is nothing here");
+    }
+  }
+
+  template <class Answer>
+  httplib::Server::Handler guarded(Answer answer) {
+    return [this, answer](const Request& request, Response& response) {
+      try {
+        (this->*answer)(request, response);
+      } catch (const Error& error) {
+        fail(response, error.fault() == Fault::wrongUse ? 400 : 500, error.subject(),
+             error.message());
+      } catch (const std::exception& error) {
+        fail(response, 500, "server", error.what());
+      }
+    };
+  }
+
+  void configure() {
+    http.set_socket_options([](socket_t) {});  // the port is this process's alone
+    http.set_tcp_nodelay(true);
+    http.set_payload_max_length(bodyLimit);
+    http.set_read_timeout(readSeconds);
+    http.set_keep_alive_timeout(idleSeconds);
+    http.set_keep_alive_max_count(10000);
+    http.new_task_queue = [] { return new httplib::ThreadPool(connectionThreads); };
+    http.set_default_headers({
+        {"Content-Security-Policy",
+         "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data: blob:; "
+         "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+        {"Referrer-Policy", "no-referrer"},
+        {"X-Content-Type-Options", "nosniff"},
+        {"Cross-Origin-Resource-Policy", "same-origin"},
+        {"Cross-Origin-Opener-Policy", "same-origin"},
+        {"Cache-Control", "no-store"},
+    });
+    http.set_pre_routing_handler([this](const Request& request, Response& response) {
+      return refused(request, response) ? httplib::Server::HandlerResponse::Handled
+                                        : httplib::Server::HandlerResponse::Unhandled;
+    });
+    http.Get(".*", guarded(&Implementation::answerGet));
+    http.Post(".*", guarded(&Implementation::answerPost));
+  }
+};
+
+Server::Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, bool handsOver,
+               Settings settings, Exports exports)
+    : implementation_(new Implementation{footage, renderer, job, handsOver, std::move(settings),
+                                         std::move(exports)}) {
+  Implementation& self = *implementation_;
+  self.configure();
+  const char* loopback = "127.0.0.1";
+  const int bound = port == 0 ? self.http.bind_to_any_port(loopback)
+                              : (self.http.bind_to_port(loopback, port) ? port : -1);
+  if (bound <= 0) {
+    throw Error(Fault::failure, "--port",
+                port == 0 ? "no port of 127.0.0.1 is free"
+                          : "port " + std::to_string(port) + " of 127.0.0.1 cannot be taken");
+  }
+  self.http.widen();
+  self.access = std::make_unique<Access>(makeToken(), bound);
+}
+
+Server::~Server() = default;
+
+std::string Server::address() const { return implementation_->access->address(); }
+
+// The library forgets a stop that comes before it listens, as a quick signal's does: who stops
+// waits for a run that has begun to get so far, and a run that begins later sees that it need not.
+void Server::run() {
+  Implementation& self = *implementation_;
+  self.entered = true;
+  if (!self.stopping) self.http.listen_after_bind();
+  self.ended = true;
+}
+
+void Server::stop() {
+  Implementation& self = *implementation_;
+  self.stopping = true;
+  if (!self.entered) return;
+  while (!self.ended && !self.http.is_running()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  self.http.stop();
+}
+
+}  // namespace orvanite::view

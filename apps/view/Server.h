@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The page's server: loopback only, one page, a handful of questions that it may ask. Each request
+// is checked before its body is read; sizes, rates and the number of renders that wait are bounded.
+// Knows cpp-httplib, in its source only.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "apps/view/Access.h"
+#include "apps/view/RenderJob.h"
+#include "apps/view/Renderer.h"
+
+namespace orvanite::view {
+
+/// A file of the page, held in the program.
+struct PageFile {
+  std::string_view name;
+  std::string_view type;
+  std::string_view bytes;
+};
+/// The page's files; generated at build time.
+std::span<const PageFile> pageFiles();
+
+/// What the page hands over to the world outside, made by whoever starts the server.
+struct Exports {
+  std::function<std::string(const Settings&)> command;  // a command line that keys the same
+  std::function<std::string(const Settings&)> script;   // the node in the application's script
+};
+
+class Server {
+ public:
+  /// Takes a port of 127.0.0.1; 0 for any that is free. Throws Error (failure) when it is taken.
+  ///
+  /// handsOver  whether the job's output may be fetched by the page: it is not anybody's file
+  Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, bool handsOver,
+         Settings settings, Exports exports);
+  ~Server();
+
+  /// The page's address, with its token.
+  std::string address() const;
+
+  /// Serves until stop is called.
+  void run();
+  /// May be called from any thread. Requests in progress are finished.
+  void stop();
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace orvanite::view

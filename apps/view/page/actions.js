@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What leaves the page: presets, command lines, script, renders.
+import {ask, askBlob, askText} from './server.js';
+
+const jobMilliseconds = 150;
+
+function download(blob, name) {
+  const link = document.createElement('a');
+  link.href = URL.createObjectURL(blob);
+  link.download = name;
+  link.click();
+  setTimeout(() => URL.revokeObjectURL(link.href), 10000);
+}
+
+export class Actions {
+  constructor(state, elements) {
+    Object.assign(this, {state, ...elements});
+    const stem = state.description.files.plate.replace(/\.[^.]*$/, '');
+    this.onClick(this.savePreset, async () => {
+      const text = await askText('preset', {settings: state.settings});
+      download(new Blob([text], {type: 'application/json'}), `${stem}-key.json`);
+      this.tell(`Saved ${stem}-key.json.`);
+    });
+    this.onClick(this.copyCommand, () => this.copy('command', 'Command copied.'));
+    this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
+    this.onClick(this.render, () => this.start(`${stem}-key.png`));
+    this.onClick(this.cancel, () => ask('cancel', {}));
+    this.resume(`${stem}-key.png`);
+  }
+
+  onClick(button, work) {
+    button.addEventListener('click', async () => {
+      try { await work(); } catch (error) { this.tell(error.message); }
+    });
+  }
+
+  tell(text) { this.told.textContent = text; }
+
+  async copy(what, done) {
+    const texts = await ask('texts', {settings: this.state.settings});
+    try {
+      await navigator.clipboard.writeText(texts[what]);
+      this.tell(done);
+    } catch {
+      // Without the clipboard the text is at least there to be marked.
+      this.tell(texts[what]);
+    }
+  }
+
+  async start(name) {
+    await ask('job', {settings: this.state.settings});
+    await this.follow(name);
+  }
+
+  // A render that was going on before the page was loaded again.
+  async resume(name) {
+    try {
+      if ((await ask('job')).state === 'running') await this.follow(name);
+    } catch { /* told of by the picture's own requests */ }
+  }
+
+  async follow(name) {
+    this.running(true);
+    try {
+      for (;;) {
+        const job = await ask('job');
+        this.progress.value = job.done;
+        if (job.state !== 'running') { await this.finish(job, name); return; }
+        this.tell(`Rendering: ${Math.round(100 * job.done)} %`);
+        await new Promise((done) => setTimeout(done, jobMilliseconds));
+      }
+    } finally {
+      this.running(false);
+    }
+  }
+
+  async finish(job, name) {
+    if (job.state === 'failed') this.tell(`The render failed: ${job.message}`);
+    else if (job.state === 'cancelled') this.tell('Cancelled; nothing was written.');
+    else if (this.state.description.output) this.tell(`Written: ${job.message}`);
+    else {
+      download(await askBlob('result'), name);
+      this.tell(`Downloaded as ${name}.`);
+    }
+  }
+
+  running(on) {
+    this.progress.hidden = this.cancel.hidden = !on;
+    this.render.disabled = on;
+  }
+}

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Puts the page together: the modules know nothing of each other but what is handed to them here.
+import {ask} from './server.js';
+import {State} from './state.js';
+import {Stage} from './stage.js';
+import {Renders} from './renders.js';
+import {Panel} from './panel.js';
+import {Picker} from './pick.js';
+import {Probe, showMeasure} from './inspect.js';
+import {Actions} from './actions.js';
+import {Timeline} from './timeline.js';
+
+const byId = (id) => document.getElementById(id);
+
+const views = [
+  ['plate', 'Plate'], ['matte', 'Matte'], ['status', 'Status'], ['foreground', 'Foreground'],
+  ['composite', 'Composite'], ['overBlack', 'Black'], ['overGrey', 'Grey'], ['overChecker', 'Checker'],
+  ['output', 'Output'],
+];
+const viewHelp = {
+  plate: 'The plate as it is',
+  matte: 'White stays, black goes',
+  status: 'Black: all screen. Blue: all foreground. Red to yellow: between',
+  foreground: 'The cleaned foreground, not multiplied by the matte',
+  composite: 'Over the background picture; over black without one',
+  overBlack: 'Over black', overGrey: 'Over middle grey', overChecker: 'Over a checker',
+  output: 'What a render writes: the parameter Output says what',
+};
+
+function words(description) {
+  const {width, height, samples, settings, colourspace, reason} = description;
+  const encoding = settings.colourspace === colourspace ? `${colourspace} (${reason})` : settings.colourspace;
+  return `${width} \u00d7 ${height}, ${samples}, ${encoding}`;
+}
+
+async function start() {
+  const description = await ask('state');
+  const state = new State(description);
+  const stage = new Stage(byId('stage'), byId('picture'), byId('wipeLine'), description);
+  const picker = new Picker(stage, state, byId('box'), byId('hint'));
+  const problem = byId('problem');
+  const fail = (error) => {
+    problem.hidden = !error;
+    if (error) problem.textContent = error.subject === 'server' ? error.message : `${error.subject}: ${error.message}`;
+  };
+  const probe = new Probe(stage, state, byId('values'));
+
+  document.title = `${description.files.plate} \u2013 Orvanite`;
+  byId('title').textContent = description.files.plate;
+  byId('title').title = description.files.plate;
+
+  const renders = new Renders(description, () => stage.visible(), (slot, picture) => {
+    if (slot === 0) {
+      state.inForce = picture.inForce;
+      panel.refresh();
+      if (picture.matte) showMeasure(byId('histogram'), byId('counts'), picture.matte);
+      if (!picture.job.moving) probe.look();
+    }
+    stage.show(slot, picture);
+    // For whoever measures: when the picture of a change stands on screen.
+    dispatchEvent(new CustomEvent('orvanite-shown', {detail: {slot, number: picture.job.number, job: picture.job, milliseconds: picture.milliseconds}}));
+  }, fail);
+
+  const request = (moving) => {
+    const view = picker.target ? 'plate' : state.view;
+    const {frame} = state;
+    renders.want(0, {settings: {...state.settings}, view, frame}, moving);
+    if (!state.wipe) { renders.want(1, null); return; }
+    const plate = state.against === 'plate';
+    // The other side does not move with this one.
+    if (!moving || moving === 'frame') {
+      renders.want(1, {settings: {...(plate ? state.settings : state.other)}, view: plate ? 'plate' : view, frame}, moving);
+    }
+  };
+
+  const panel = new Panel(byId('panel'), byId('help'), state, (parameter) => {
+    picker.start(parameter.name, parameter.name === 'fgBias' ? 'something grey or white of the subject'
+      : parameter.name === 'screen' ? 'the screen' : `a ${parameter.label.toLowerCase()}`);
+  });
+  const timeline = new Timeline(state, description, {
+    bar: byId('timeline'), play: byId('play'), slider: byId('frame'), number: byId('frameNumber'),
+  });
+  const actions = new Actions(state, {
+    savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
+    render: byId('render'), progress: byId('progress'), cancel: byId('cancel'), told: byId('told'),
+  });
+
+  for (const [i, [name, label]] of views.entries()) {
+    const button = document.createElement('button');
+    button.dataset.view = name;
+    button.setAttribute('role', 'radio');
+    button.title = `${viewHelp[name]} (${i + 1})`;
+    button.innerHTML = '<kbd></kbd>';
+    button.firstChild.textContent = i + 1;
+    button.append(label);
+    button.addEventListener('click', () => { picker.stop(); state.show({view: name}); });
+    byId('views').append(button);
+  }
+
+  const marks = () => {
+    for (const button of byId('views').children) {
+      const on = button.dataset.view === (picker.target ? 'plate' : state.view);
+      button.setAttribute('aria-checked', String(on));
+      button.tabIndex = on ? 0 : -1;
+    }
+    byId('wipe').setAttribute('aria-pressed', String(state.wipe));
+    byId('against').value = state.against;
+    byId('against').hidden = !state.wipe;
+    byId('sideA').setAttribute('aria-pressed', String(state.side === 'a'));
+    byId('sideB').setAttribute('aria-pressed', String(state.side === 'b'));
+    byId('undo').disabled = state.past.length === 0;
+    byId('redo').disabled = state.future.length === 0;
+    byId('pickScreen').setAttribute('aria-pressed', String(picker.target === 'screen'));
+    stage.setWipe(state.wipe);
+  };
+  const scaleWords = () => {
+    const percent = `${Math.round(100 * stage.scale)} %`;
+    byId('info').textContent = `${words(description)}, shown at ${percent}`;
+    byId('actual').setAttribute('aria-pressed', String(stage.scale === 1));
+    byId('fit').setAttribute('aria-pressed', String(stage.fitted));
+  };
+
+  state.addEventListener('settings', (event) => { request(event.detail.moving ?? false); marks(); });
+  state.addEventListener('shown', (event) => { request(event.detail.moving ?? false); marks(); });
+  picker.addEventListener('changed', () => { request(false); marks(); });
+  picker.addEventListener('failed', (event) => fail(event.detail));
+  picker.addEventListener('picked', ({detail: {target, colours}}) => {
+    state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
+  });
+  stage.addEventListener('moved', () => { renders.moved(); scaleWords(); });
+
+  const toggleWipe = () => state.show({wipe: !state.wipe});
+  const changeSide = (side) => state.show({side});
+  byId('wipe').addEventListener('click', toggleWipe);
+  byId('against').addEventListener('change', (event) => state.show({against: event.target.value}));
+  byId('sideA').addEventListener('click', () => changeSide('a'));
+  byId('sideB').addEventListener('click', () => changeSide('b'));
+  byId('copySide').addEventListener('click', () => state.copySide());
+  byId('fit').addEventListener('click', () => stage.fit());
+  byId('actual').addEventListener('click', () => stage.zoom(1));
+  byId('undo').addEventListener('click', () => state.undo());
+  byId('redo').addEventListener('click', () => state.redo());
+  const pickScreen = () => picker.target ? picker.stop() : picker.start('screen', 'the screen');
+  byId('pickScreen').addEventListener('click', pickScreen);
+  byId('auto').hidden = !description.auto;
+  byId('auto').addEventListener('click', async () => {
+    try {
+      const found = await ask('auto', {settings: state.settings, frame: state.frame});
+      picker.stop();
+      state.set(found.settings);
+      actions.tell(found.notes);
+    } catch (error) {
+      actions.tell(error.message);
+    }
+  });
+
+  addEventListener('keydown', (event) => {
+    const typing = event.target.matches('input[type=number], input[type=text], select');
+    if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'z') {
+      event.preventDefault();
+      if (event.shiftKey) state.redo(); else state.undo();
+    } else if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'y') {
+      event.preventDefault();
+      state.redo();
+    } else if (event.ctrlKey || event.metaKey || event.altKey || typing) {
+      return;
+    } else if (/^[1-9]$/.test(event.key)) {
+      picker.stop();
+      state.show({view: views[Number(event.key) - 1][0]});
+    } else if (event.key === 'Tab' && event.target === stage.element && !event.shiftKey) {
+      event.preventDefault();
+      changeSide(state.side === 'a' ? 'b' : 'a');
+    } else {
+      const keys = {w: toggleWipe, s: pickScreen, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key];
+      if (!action) return;
+      event.preventDefault();
+      action();
+    }
+  });
+  // Arrows within the views, as in any group of choices.
+  byId('views').addEventListener('keydown', (event) => {
+    const way = {ArrowLeft: -1, ArrowRight: 1}[event.key];
+    if (!way) return;
+    event.preventDefault();
+    const index = views.findIndex(([name]) => name === state.view);
+    const next = (index + way + views.length) % views.length;
+    state.show({view: views[next][0]});
+    byId('views').children[next].focus();
+  });
+
+  // Nobody said what the screen is: that is the first thing to do.
+  if (!('screen' in state.settings)) picker.start('screen', 'the screen');
+  request(false);
+  marks();
+  scaleWords();
+}
+
+start().catch((error) => {
+  const problem = byId('problem');
+  problem.hidden = false;
+  problem.textContent = error.message;
+});

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The eyedropper: while it is out the plate is shown, and a click or a dragged box takes its colour.
+// The colour comes from the plate's own samples, whatever the view.
+import {ask} from './server.js';
+
+// A click takes the median of a little square, so that grain does not decide.
+const clickSide = 5;
+
+export class Picker extends EventTarget {
+  constructor(stage, state, box, hint) {
+    super();
+    Object.assign(this, {stage, state, box, hint});
+    this.target = null;
+    this.from = null;
+    stage.element.addEventListener('pointerdown', (event) => this.begin(event));
+    stage.element.addEventListener('pointermove', (event) => this.drag(event));
+    stage.element.addEventListener('pointerup', (event) => this.end(event));
+    addEventListener('keydown', (event) => { if (event.key === 'Escape') this.stop(); });
+  }
+
+  /** Takes out the eyedropper for a colour parameter; label says what to click. */
+  start(target, label) {
+    this.target = target;
+    this.stage.picking = true;
+    this.stage.element.classList.add('picking');
+    this.hint.textContent = `Click ${label} in the picture, or drag a box over it. Esc ends.`;
+    this.hint.hidden = false;
+    this.dispatchEvent(new Event('changed'));
+  }
+
+  stop() {
+    if (!this.target) return;
+    this.target = null;
+    this.from = null;
+    this.stage.picking = false;
+    this.stage.element.classList.remove('picking');
+    this.hint.hidden = true;
+    this.box.hidden = true;
+    this.dispatchEvent(new Event('changed'));
+  }
+
+  begin(event) {
+    if (!this.target || event.button !== 0) return;
+    this.from = this.stage.pixelAt(event);
+    this.stage.element.setPointerCapture(event.pointerId);
+  }
+
+  drag(event) {
+    if (!this.from) return;
+    const [x, y, w, h] = this.area(this.stage.pixelAt(event));
+    const {stage} = this;
+    const css = (pixels) => `${pixels * stage.scale / devicePixelRatio}px`;
+    this.box.hidden = false;
+    this.box.style.left = `${(stage.x + x * stage.scale) / devicePixelRatio}px`;
+    this.box.style.top = `${(stage.y + y * stage.scale) / devicePixelRatio}px`;
+    this.box.style.width = css(w);
+    this.box.style.height = css(h);
+  }
+
+  async end(event) {
+    if (!this.from) return;
+    const {target} = this;
+    const to = this.stage.pixelAt(event);
+    const moved = Math.max(Math.abs(to[0] - this.from[0]), Math.abs(to[1] - this.from[1]));
+    const half = (clickSide - 1) / 2;
+    if (moved * this.stage.scale < 4) this.from = [to[0] - half, to[1] - half];
+    const area = moved * this.stage.scale < 4 ? this.area([to[0] + half, to[1] + half]) : this.area(to);
+    this.from = null;
+    this.box.hidden = true;
+    if (area[2] < 1 || area[3] < 1) return;  // beside the picture
+    this.stop();
+    try {
+      const colours = await ask('colours', {frame: this.state.frame, window: area});
+      this.dispatchEvent(new CustomEvent('picked', {detail: {target, colours}}));
+    } catch (error) {
+      this.dispatchEvent(new CustomEvent('failed', {detail: error}));
+    }
+  }
+
+  // The box between the first corner and another, within the plate.
+  area(to) {
+    const {width, height} = this.stage;
+    const between = (a, b, end) => [Math.max(0, Math.min(a, b)), Math.min(end - 1, Math.max(a, b))];
+    const [left, right] = between(this.from[0], to[0], width);
+    const [top, bottom] = between(this.from[1], to[1], height);
+    return [left, top, right - left + 1, bottom - top + 1];
+  }
+}

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Which picture to ask for, and when. One request of a slot is on its way at a time; of those that
+// come meanwhile only the newest is sent after it. While a control moves, a smaller picture is keyed
+// whose size follows what the machine manages; when it rests, the real one.
+import {askPicture} from './server.js';
+
+const restMilliseconds = 120;
+const wantedMilliseconds = 28;  // of a request while a control moves
+const leastPixels = 150e3;
+const mostPixels = 2.6e6;       // more than this is never sent at once
+
+export class Renders {
+  /**
+   * visible()    the part of the plate on screen and its scale: {x, y, width, height, scale}
+   * show(slot, picture)   puts a picture on screen
+   * fail(error)  shows what is wrong; null: nothing is
+   */
+  constructor(description, visible, show, fail) {
+    this.description = description;
+    this.visible = visible;
+    this.show = show;
+    this.fail = fail;
+    this.page = Math.random().toString(36).slice(2);
+    this.number = 0;
+    this.budget = 6e5;
+    this.slots = [{}, {}];
+  }
+
+  /** Asks for a view of settings in a slot; null: nothing is to be shown there. */
+  want(slot, what, moving) {
+    const state = this.slots[slot];
+    state.what = what;
+    clearTimeout(state.rest);
+    if (!what) return;
+    if (moving) {
+      this.queue(slot, this.job(slot, what, true));
+      state.rest = setTimeout(() => this.queue(slot, this.job(slot, what, false)), restMilliseconds);
+    } else {
+      this.queue(slot, this.job(slot, what, false));
+    }
+  }
+
+  /** The same again for another part of the plate, when the last picture does not hold it. */
+  moved() {
+    this.slots.forEach((state, slot) => {
+      if (!state.what) return;
+      clearTimeout(state.rest);
+      state.rest = setTimeout(() => {
+        const job = this.job(slot, state.what, false);
+        if (!state.last || !this.covers(state.last, job)) this.queue(slot, job);
+      }, restMilliseconds);
+    });
+  }
+
+  covers(last, job) {
+    const [x, y, w, h] = job.window;
+    const [lx, ly, lw, lh] = last.window;
+    return !last.proxy && last.divisor <= job.divisor && lx <= x && ly <= y && lx + lw >= x + w && ly + lh >= y + h;
+  }
+
+  job(slot, what, moving) {
+    const {width, height} = this.description;
+    const part = this.visible();
+    // The screen needs no finer picture than this.
+    const coarse = Math.min(16, Math.max(1, Math.floor(1 / part.scale + 1e-6)));
+    const fits = (w, h, divisor, pixels) => w * h / (divisor * divisor) <= pixels;
+    const limit = moving ? this.budget : mostPixels;
+    let window = [0, 0, width, height];
+    let divisor = coarse;
+    if (!fits(width, height, divisor, limit)) {
+      const step = 16;
+      const x = Math.floor(Math.max(0, part.x) / step) * step;
+      const y = Math.floor(Math.max(0, part.y) / step) * step;
+      window = [x, y, Math.max(1, Math.min(width - x, Math.ceil(part.width) + step + 1)),
+        Math.max(1, Math.min(height - y, Math.ceil(part.height) + step + 1))];
+      while (divisor < 16 && !fits(window[2], window[3], divisor, limit)) ++divisor;
+    }
+    window[0] -= window[0] % divisor;
+    window[1] -= window[1] % divisor;
+    return {
+      ...what, slot, window, divisor, proxy: moving && divisor > 1, moving,
+      measured: slot === 0, page: this.page, number: ++this.number,
+    };
+  }
+
+  queue(slot, job) {
+    const state = this.slots[slot];
+    state.next = job;
+    if (!state.busy) this.run(slot);
+  }
+
+  async run(slot) {
+    const state = this.slots[slot];
+    state.busy = true;
+    while (state.next) {
+      const job = state.next;
+      state.next = null;
+      const start = performance.now();
+      try {
+        const {moving, ...body} = job;
+        const picture = await askPicture(body);
+        picture.job = job;
+        const taken = performance.now() - start;
+        if (moving) this.adapt(taken);
+        state.last = job;
+        this.fail(null);
+        if (state.what) this.show(slot, picture);
+      } catch (error) {
+        if (error.status === 429 || error.status === 503) {
+          await new Promise((done) => setTimeout(done, 100));
+          state.next ??= job;
+        } else if (error.status !== 409) {
+          this.fail(error);
+        }
+      }
+    }
+    state.busy = false;
+  }
+
+  // Halfway to the size that would have taken the wanted time.
+  adapt(taken) {
+    const wanted = this.budget * Math.min(2, Math.max(0.4, wantedMilliseconds / taken));
+    this.budget = Math.min(mostPixels, Math.max(leastPixels, (this.budget + wanted) / 2));
+  }
+}

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page shows and with which settings. All of it stands in the address, and the changes
+// that can be undone stand in the browser's record of the address: a reload loses nothing.
+
+const historyLimit = 200;
+
+/** Settings are objects of texts by parameter name; a name that is not there has its default. */
+export class State extends EventTarget {
+  constructor(description) {
+    super();
+    this.description = description;
+    this.sides = {a: {...description.settings}, b: {...description.settings}};
+    this.side = 'a';
+    this.view = 'composite';
+    this.frame = description.firstFrame;
+    this.wipe = false;
+    this.against = 'plate';
+    this.past = [];
+    this.future = [];
+    if (location.hash.length > 1) this.read(location.hash.slice(1));
+    const kept = history.state;
+    if (kept && Array.isArray(kept.past) && Array.isArray(kept.future)) {
+      this.past = kept.past;
+      this.future = kept.future;
+    }
+    this.committed = this.settingsText();
+    addEventListener('hashchange', () => {
+      this.read(location.hash.slice(1));
+      this.committed = this.settingsText();
+      this.tell('settings');
+    });
+  }
+
+  get settings() { return this.sides[this.side]; }
+  get other() { return this.sides[this.side === 'a' ? 'b' : 'a']; }
+
+  /** A value in force; what the server said of those that follow the screen counts. */
+  text(name) {
+    return this.settings[name] ?? this.inForce?.[name] ??
+        this.description.parameters.find((one) => one.name === name).standard;
+  }
+
+  /** Changes settings on their way: `null` resets. Nothing to undo until `commit`. */
+  change(texts) {
+    for (const [name, text] of Object.entries(texts)) {
+      if (text === null) delete this.settings[name];
+      else this.settings[name] = text;
+    }
+    this.tell('settings', {moving: true});
+  }
+
+  /** Ends a change: it can be undone from here on. */
+  commit() {
+    const now = this.settingsText();
+    if (now === this.committed) return;
+    this.past.push(this.committed);
+    if (this.past.length > historyLimit) this.past.shift();
+    this.future = [];
+    this.committed = now;
+    this.write();
+    this.tell('settings');
+  }
+
+  set(texts) {
+    this.change(texts);
+    this.commit();
+  }
+
+  step(from, to) {
+    if (from.length === 0) return;
+    to.push(this.committed);
+    this.committed = from.pop();
+    this.readSettings(new URLSearchParams(this.committed));
+    this.write();
+    this.tell('settings');
+  }
+  undo() { this.step(this.past, this.future); }
+  redo() { this.step(this.future, this.past); }
+
+  /** Changes what is shown: any of side, view, frame, wipe, against. */
+  show(what) {
+    Object.assign(this, what);
+    this.write();
+    this.tell('side' in what ? 'settings' : 'shown');
+  }
+
+  copySide() {
+    this.sides[this.side === 'a' ? 'b' : 'a'] = {...this.settings};
+    this.commit();
+  }
+
+  tell(type, detail = {}) { this.dispatchEvent(new CustomEvent(type, {detail})); }
+
+  settingsText() {
+    const text = new URLSearchParams();
+    for (const [side, settings] of Object.entries(this.sides)) {
+      for (const name of Object.keys(settings).sort()) {
+        text.set(side === 'a' ? name : `b.${name}`, settings[name]);
+      }
+    }
+    return text.toString();
+  }
+
+  write() {
+    const text = new URLSearchParams(this.committed);
+    text.set('view', this.view);
+    text.set('side', this.side);
+    if (this.description.frames > 1) text.set('frame', this.frame);
+    if (this.wipe) text.set('wipe', this.against);
+    // Commas and slashes may stand in a fragment as they are, and read better.
+    const hash = '#' + text.toString().replaceAll('%2C', ',');
+    history.replaceState({past: this.past, future: this.future}, '', hash);
+  }
+
+  read(hash) {
+    const text = new URLSearchParams(hash);
+    this.readSettings(text);
+    this.view = text.get('view') ?? this.view;
+    this.side = text.get('side') === 'b' ? 'b' : 'a';
+    const frame = Number(text.get('frame') ?? this.frame);
+    const {firstFrame, frames} = this.description;
+    if (Number.isInteger(frame) && frame >= firstFrame && frame < firstFrame + frames) this.frame = frame;
+    this.wipe = text.has('wipe');
+    if (this.wipe) this.against = text.get('wipe') === 'other' ? 'other' : 'plate';
+  }
+
+  readSettings(text) {
+    for (const side of ['a', 'b']) {
+      const settings = {};
+      for (const {name} of this.description.parameters) {
+        const value = text.get(side === 'a' ? name : `b.${name}`);
+        if (value !== null) settings[name] = value;
+      }
+      this.sides[side] = settings;
+    }
+  }
+}

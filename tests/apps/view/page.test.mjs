@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The page in a real browser: one keys a plate with it as a person would, and what it shows is
+// compared with the bytes that `orvanite key` writes for the same settings.
+import assert from 'node:assert/strict';
+import {execFileSync} from 'node:child_process';
+import {readFileSync} from 'node:fs';
+import {join} from 'node:path';
+import {after, test} from 'node:test';
+import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
+
+const closers = [];
+after(async () => { for (const close of closers.reverse()) await close(); });
+
+async function open(options, {width = 1280, height = 720, hash = ''} = {}) {
+  const server = await serve(...options);
+  closers.push(() => server.stop());
+  const {page, close} = await browse(width, height);
+  closers.push(close);
+  await page.addInitScript(() => {
+    window.seen = [];
+    addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
+  });
+  await page.goto(server.address + hash);
+  await settled(page);
+  return {page, server};
+}
+
+/** Waits until the page shows the whole answer to the last change, and nothing more comes. */
+async function settled(page) {
+  await page.waitForFunction(() => seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
+}
+
+/** The picture as the canvas holds it at 100 %: RGBA bytes. */
+async function shownPixels(page) {
+  await page.click('#actual');
+  await settled(page);
+  const shown = await page.evaluate(() => {
+    const canvas = document.getElementById('picture');
+    const {x, y, scale} = canvas.dataset;
+    const {width, height} = seen.at(-1).job.window ? {width: seen.at(-1).job.window[2], height: seen.at(-1).job.window[3]} : {};
+    const pixels = canvas.getContext('2d').getImageData(Number(x), Number(y), width, height).data;
+    return {scale: Number(scale), width, height, text: Array.from(pixels, (code) => String.fromCharCode(code)).join('')};
+  });
+  assert.equal(shown.scale, 1);
+  return {...shown, pixels: Uint8Array.from(Buffer.from(shown.text, 'latin1'))};
+}
+
+/** Compares colours: the canvas is opaque, the file's alpha holds the matte. */
+function compareColours(shown, file, what) {
+  assert.deepEqual([shown.width, shown.height], [file.width, file.height], what);
+  let wrong = 0;
+  for (let i = 0; i < file.pixels.length; ++i) {
+    if (i % 4 !== 3 && shown.pixels[i] !== file.pixels[i]) ++wrong;
+  }
+  assert.equal(wrong, 0, `${what}: ${wrong} of ${file.pixels.length} samples differ`);
+}
+
+const shellRun = (line) => execFileSync('sh', ['-c', line], {stdio: ['ignore', 'ignore', 'inherit']});
+
+/** Keys with the command that the page hands out, into an 8-bit PNG file. */
+async function keyed(page, output) {
+  await page.click('#copyCommand');
+  await page.waitForFunction(() => document.getElementById('told').textContent === 'Command copied.');
+  const line = await page.evaluate(() => navigator.clipboard.readText());
+  assert.match(line, /^orvanite key /);
+  const to = join(folder(), 'key.png');
+  const deep = /\.(tif|exr)\b/.test(line) ? join(folder(), 'key.tif') : to;
+  const given = output ? line.replace(/ --output \S+/, '').replace(/ -o /, ` --output ${output} -o `) : line;
+  shellRun(given.replace(/^orvanite/, program).replace(/ -o .*$/, ` -q -o ${deep}`));
+  if (deep !== to) shellRun(`oiiotool -iconfig oiio:UnassociatedAlpha 1 ${deep} -d uint8 -o ${to}`);
+  return readPng(to);
+}
+
+const setting = (page, name) => new URLSearchParams(new URL(page.url()).hash.slice(1)).get(name);
+const value = (page, id) => page.locator(`#${id}`).inputValue();
+
+/** Clicks the pixel of the plate at these parts of its width and height. */
+async function clickPlate(page, x, y) {
+  const at = await page.evaluate(([u, v]) => {
+    const canvas = document.getElementById('picture');
+    const box = canvas.getBoundingClientRect();
+    const {x: left, y: top, scale} = canvas.dataset;
+    const {window: [, , w, h]} = seen.at(-1).job;
+    return [box.left + Number(left) + u * w * Number(scale), box.top + Number(top) + v * h * Number(scale)];
+  }, [x, y]);
+  await page.mouse.click(...at);
+}
+
+async function dragSlider(page, id, to) {
+  const box = await page.locator(`#${id}`).boundingBox();
+  await page.mouse.move(box.x + 8, box.y + box.height / 2);
+  await page.mouse.down();
+  for (let i = 1; i <= 10; ++i) {
+    await page.mouse.move(box.x + 8 + (to * (box.width - 16)) * i / 10, box.y + box.height / 2);
+  }
+  await page.mouse.up();
+  await settled(page);
+}
+
+test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render', async () => {
+  const files = drawPlate('--size', '480x270');
+  const {page} = await open([files.plate, '--bg', files.background]);
+  assert.equal(await page.locator('#hint').isVisible(), true, 'one is told to pick the screen');
+
+  await clickPlate(page, 0.55, 0.25);
+  await settled(page);
+  const screen = setting(page, 'screen').split(',').map(Number);
+  assert.ok(screen[1] > 1.5 * screen[0] && screen[1] > 1.5 * screen[2], `a green: ${screen}`);
+  assert.equal(await page.locator('#hint').isVisible(), false);
+  // Green is not bluer than it is green: the balances follow.
+  assert.equal(await value(page, 'p-midtoneBalance'), '0.5');
+
+  await dragSlider(page, 'p-screenRange', 0.5);
+  const range = setting(page, 'screenRange');
+  assert.ok(range > 0.2 && range < 0.3, range);
+  assert.match(await page.locator('#counts').textContent(), /clear (?!0\.0 %).*solid (?!0\.0 %)/);
+
+  await page.keyboard.press('Control+z');
+  assert.equal(setting(page, 'screenRange'), null, 'a whole drag is one change');
+  await page.keyboard.press('Control+Shift+z');
+  assert.equal(setting(page, 'screenRange'), range);
+
+  await page.keyboard.press('2');
+  await page.reload();
+  await settled(page);
+  assert.equal(setting(page, 'screenRange'), range, 'a reload loses nothing');
+  assert.equal(await page.locator('[data-view=matte]').getAttribute('aria-checked'), 'true');
+  await page.keyboard.press('Control+z');
+  assert.equal(setting(page, 'screenRange'), null, 'not even what can be undone');
+  await page.click('#redo');
+
+  // A double click on the name gives the default back.
+  await page.locator('label[for=p-screenRange]').dblclick();
+  assert.equal(setting(page, 'screenRange'), null);
+  await page.click('#undo');
+  await settled(page);
+
+  const [preset] = await Promise.all([page.waitForEvent('download'), page.click('#savePreset')]);
+  const saved = JSON.parse(readFileSync(await preset.path()));
+  assert.equal(saved.parameters.screenRange, range);
+  assert.equal(saved.parameters.screen, setting(page, 'screen'));
+
+  const [rendered] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  const render = readPng(await rendered.path());
+  assert.deepEqual(render, await keyed(page));
+  assert.deepEqual(page.problems, []);
+});
+
+test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {
+  for (const [depth, pairs] of [
+    ['8', {matte: 'matte', status: 'status', foreground: 'unpremultiplied', composite: 'composite', overBlack: 'compOnBlack', output: null}],
+    ['16', {matte: 'matte', composite: 'composite', foreground: 'unpremultiplied'}],
+    ['half', {matte: 'matte', composite: 'composite', foreground: 'unpremultiplied'}],
+  ]) {
+    const files = drawPlate('--size', '400x225', '--depth', depth);
+    const {page} = await open([files.plate, '--bg', files.background, '--hold-out', files.holdout,
+      '--garbage', files.garbage, '--screen', depth === 'half' ? '0.02,0.35,0.05' : '0.16,0.63,0.23', '--screen-range', '0.1', '--gamma', '1.2,1,0.9',
+      '--output', 'compOnReplace']);
+    for (const [view, output] of Object.entries(pairs)) {
+      await page.click(`[data-view=${view}]`);
+      await settled(page);
+      compareColours(await shownPixels(page), await keyed(page, output), `${depth} ${view}`);
+    }
+    assert.deepEqual(page.problems, []);
+  }
+});
+
+test('wipe, sides, values under the pointer and keys', async () => {
+  const files = drawPlate('--size', '320x180');
+  const {page} = await open([files.plate, '--bg', files.background, '--screen', '0.16,0.63,0.23']);
+
+  // The wipe's left half is the plate, its right half the key.
+  await page.click('#actual');
+  await page.keyboard.press('2');
+  await settled(page);
+  const key = await shownPixels(page);
+  await page.keyboard.press('1');
+  await settled(page);
+  const source = await shownPixels(page);
+  await page.keyboard.press('2');
+  await page.keyboard.press('w');
+  await settled(page);
+  const both = await shownPixels(page);
+  const at = (picture, x, y) => [...picture.pixels.subarray(4 * (y * picture.width + x), 4 * (y * picture.width + x) + 3)];
+  for (const y of [20, 90, 170]) {
+    assert.deepEqual(at(both, 20, y), at(source, 20, y));
+    assert.deepEqual(at(both, 300, y), at(key, 300, y));
+  }
+  await page.keyboard.press('w');
+
+  // B starts as A's copy; what changes there stays there.
+  await page.click('#sideB');
+  await page.locator('#p-screenRange').focus();
+  await page.keyboard.press('End');
+  await settled(page);
+  assert.equal(setting(page, 'b.screenRange'), '0.5');
+  assert.equal(setting(page, 'screenRange'), null);
+  await page.click('#sideA');
+  assert.equal(await value(page, 'p-screenRange'), '0');
+
+  // The values under the pointer are the plate's codes.
+  await page.keyboard.press('2');
+  await settled(page);
+  const spot = await page.evaluate(() => {
+    const box = document.getElementById('picture').getBoundingClientRect();
+    const {x, y} = document.getElementById('picture').dataset;
+    return [box.left + Number(x) + 30.5, box.top + Number(y) + 20.5];
+  });
+  await page.mouse.move(...spot);
+  const [r, g, b] = at(source, 30, 20);
+  await page.waitForFunction((wanted) => new RegExp(wanted).test(document.getElementById('values').textContent),
+    `30, +20 +plate +${r} +${g} +${b} +matte ${(at(key, 30, 20)[0] / 255).toFixed(3)}`);
+
+  // Settings that cannot key are told of, and the next good ones go on.
+  for (const input of await page.locator('.row:has-text("Screen colour") input').all()) {
+    await input.fill('0.5');
+    await input.press('Tab');
+  }
+  await page.waitForFunction(() => /screen: expected a colour/.test(document.getElementById('problem').textContent));
+  await page.keyboard.press('Control+z');
+  await settled(page);
+  assert.equal(await page.locator('#problem').isVisible(), false);
+});

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page's server refuses, and that it still answers its own page afterwards. Requests are
+// written by hand, as a browser would not send most of them.
+import assert from 'node:assert/strict';
+import {readdirSync} from 'node:fs';
+import http from 'node:http';
+import net from 'node:net';
+import {tmpdir} from 'node:os';
+import {after, before, test} from 'node:test';
+import {drawPlate, serve} from './program.mjs';
+
+let server, port, token, origin;
+
+before(async () => {
+  const plate = drawPlate('--size', '96x54');
+  server = await serve(plate.plate);
+  const address = new URL(server.address);
+  port = address.port;
+  token = address.pathname.split('/')[1];
+  origin = `http://127.0.0.1:${port}`;
+});
+after(() => server.stop());
+
+/** Sends one request; resolves to its status and body. A header set to null is left out. */
+function send({method = 'GET', path = `/${token}/state`, headers = {}, body} = {}) {
+  const all = {Host: `127.0.0.1:${port}`, ...(method === 'POST' ? {Origin: origin, 'Content-Type': 'application/json'} : {}), ...headers};
+  for (const name of Object.keys(all)) if (all[name] === null) delete all[name];
+  return new Promise((done, failed) => {
+    const request = http.request({host: '127.0.0.1', port, method, path, headers: all, setHost: false, agent: false}, (response) => {
+      const parts = [];
+      response.on('data', (part) => parts.push(part));
+      response.on('end', () => done({status: response.statusCode, headers: response.headers, body: Buffer.concat(parts)}));
+    });
+    request.on('error', failed);
+    request.end(body);
+  });
+}
+
+const picture = (more = {}) => JSON.stringify({
+  settings: {screen: '0.1,0.6,0.2'}, view: 'matte', frame: 1, divisor: 1, proxy: false,
+  window: [0, 0, 96, 54], measured: true, slot: 0, page: 'test', number: 1, ...more,
+});
+
+test('the token, the host and the origin must all be the server\'s own', async () => {
+  assert.equal((await send()).status, 200);
+  assert.equal((await send({headers: {Host: `localhost:${port}`}})).status, 200);
+  const refused = [
+    {path: '/'}, {path: '/state'}, {path: `/${token}`}, {path: `/${'0'.repeat(32)}/state`},
+    {path: `/${token.slice(0, 31)}/state`}, {path: `//${token}/state`}, {path: `/x/../${token}/state`},
+    {headers: {Host: `example.org:${port}`}}, {headers: {Host: '127.0.0.1'}}, {headers: {Host: null}},
+    {headers: {Host: `127.0.0.1:${port}.example.org`}},
+    {headers: {Origin: 'http://example.org'}}, {headers: {Origin: 'null'}},
+    {headers: {Origin: `https://127.0.0.1:${port}`}}, {headers: {Origin: `http://localhost:${port}`}},
+    {headers: {'Sec-Fetch-Site': 'cross-site'}}, {headers: {'Sec-Fetch-Site': 'same-site'}},
+    {method: 'POST', path: `/${token}/picture`, body: picture(), headers: {Origin: null}},
+    {method: 'POST', path: `/${token}/picture`, body: picture(), headers: {'Content-Type': 'text/plain'}},
+    {method: 'OPTIONS', path: `/${token}/picture`}, {method: 'PUT', path: `/${token}/picture`, body: picture()},
+    {method: 'DELETE', path: `/${token}/state`},
+  ];
+  for (const request of refused) {
+    const answer = await send(request);
+    assert.equal(answer.status, request.headers && 'Host' in request.headers && request.headers.Host === null ? answer.status : 403, JSON.stringify(request));
+    assert.ok(answer.status >= 400, JSON.stringify(request));
+    assert.ok(answer.body.length < 200 && !answer.body.includes('plate'), 'a refusal tells nothing');
+    assert.equal(answer.headers['access-control-allow-origin'], undefined);
+  }
+});
+
+test('nothing but the page\'s own files is read', async () => {
+  for (const path of ['../../../etc/passwd', '..%2f..%2f..%2fetc%2fpasswd', '/etc/passwd', 'plate.png', 'result',
+    'main.js/..', '%00', 'index.html%00.png', 'state/']) {
+    const answer = await send({path: `/${token}/${path}`});
+    assert.ok([403, 404].includes(answer.status), `${path}: ${answer.status}`);
+  }
+  const page = await send({path: `/${token}/`});
+  assert.equal(page.status, 200);
+  assert.match(page.headers['content-security-policy'], /default-src 'none'/);
+  assert.equal(page.headers['referrer-policy'], 'no-referrer');
+});
+
+test('requests that are too large, broken or senseless are refused in words', async () => {
+  const post = (body, headers) => send({method: 'POST', path: `/${token}/picture`, body, headers});
+  assert.equal((await post('x'.repeat(100 * 1024))).status, 413);
+  assert.equal((await post(picture(), {'Content-Encoding': 'gzip'})).status, 411);
+  assert.equal((await post(picture(), {'Transfer-Encoding': 'chunked'})).status, 411);
+  const senseless = [
+    '', '{', '[]', '['.repeat(60000), picture({view: 'other'}), picture({view: 7}), picture({frame: 2}), picture({frame: 1.5}),
+    picture({frame: 1e300}), picture({divisor: 0}), picture({divisor: 17}), picture({slot: 2}), picture({slot: -1}),
+    picture({window: [0, 0, 0, 5]}), picture({window: [96, 0, 5, 5]}), picture({window: [1, 0, 5, 5], divisor: 2}),
+    picture({window: [-1, 0, 5, 5]}), picture({window: [0, 0, 4294967296, 5]}), picture({window: 'all'}),
+    picture({settings: {screen: '0.3,0.3,0.3'}}), picture({settings: {screne: '1'}}), picture({settings: {screenRange: '9'}}),
+    picture({settings: {screenRange: 'nan'}}), picture({settings: {screen: 'x'.repeat(1000)}}), picture({number: -1}), picture({number: '1'}),
+  ];
+  for (const body of senseless) {
+    const answer = await post(body);
+    assert.equal(answer.status, 400, body.slice(0, 200));
+    assert.ok(JSON.parse(answer.body).error.message.length > 5, body.slice(0, 200));
+  }
+  // A window that reaches beyond the plate is cut to it.
+  assert.equal((await post(picture({window: [90, 50, 2147483647, 2147483647]}))).status, 200);
+  assert.equal((await send({method: 'POST', path: `/${token}/other`, body: '{}'})).status, 404);
+});
+
+test('a request is dropped when a newer one of its page came', async () => {
+  const post = (number, page = 'order') => send({method: 'POST', path: `/${token}/picture`, body: picture({number, page})});
+  assert.equal((await post(5)).status, 200);
+  assert.equal((await post(4)).status, 409);
+  assert.equal((await post(4, 'elsewhere')).status, 200);
+  assert.equal((await post(6)).status, 200);
+});
+
+test('a thousand requests at once are answered or turned away, and the page goes on', async () => {
+  const answers = await Promise.all(Array.from({length: 1000}, (unused, i) => i % 4 === 0
+    ? send({path: '/guess/state'})
+    : send({method: 'POST', path: `/${token}/picture`, body: picture({page: `p${i % 7}`, number: i})})));
+  const count = new Map();
+  for (const {status} of answers) count.set(status, (count.get(status) ?? 0) + 1);
+  assert.equal(count.get(403), 250);
+  for (const status of count.keys()) assert.ok([200, 403, 409, 429, 503].includes(status), `unexpected ${status}`);
+  assert.ok(count.get(200) > 0);
+  assert.ok((count.get(429) ?? 0) > 0, 'the rate is bounded');
+  await new Promise((done) => setTimeout(done, 500));
+  assert.equal((await send()).status, 200);
+});
+
+test('callers that send nothing do not keep the page from its answers for long', async () => {
+  const idle = Array.from({length: 12}, () => net.connect(port, '127.0.0.1').on('error', () => {}));
+  await new Promise((done) => setTimeout(done, 200));
+  const start = Date.now();
+  assert.equal((await send()).status, 200);
+  assert.ok(Date.now() - start < 1000);
+  for (const socket of idle) socket.destroy();
+});
+
+test('a signal ends the server with nothing left behind', async () => {
+  const plate = drawPlate('--size', '64x36');
+  const own = () => readdirSync(tmpdir()).filter((name) => /^orvanite-view-\w{6}$/.test(name));
+  const before = own();
+  for (const signal of ['SIGTERM', 'SIGINT']) {
+    const other = await serve(plate.plate);
+    assert.equal(own().length, before.length + 1);
+    const start = Date.now();
+    assert.equal(await other.stop(signal), 0);
+    assert.ok(Date.now() - start < 4000);
+    assert.deepEqual(own(), before);
+  }
+});
