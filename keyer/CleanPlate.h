@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The screen without its subject, estimated from the plate itself: where the screen shows, its own
+// local colour; behind the subject, what the screen around it leads to. For plates whose screen is
+// lit unevenly, keyed as clean plates with 8-bit and 16-bit pictures.
+#pragma once
+
+#include <vector>
+
+#include "engine/orvanite.h"
+#include "keyer/Screen.h"
+
+namespace orvanite {
+
+class CleanPlate {
+ public:
+  /// Looks at every pixel of a plate in which a screen was found.
+  CleanPlate(const Plate& plate, const Screen& screen);
+
+  /// The screen's colour at a pixel.
+  Rgb at(int x, int y) const;
+
+  /// Writes the whole estimate, alpha included where there is one (1.0).
+  /// depth  1 or 2; the picture has the plate's size
+  void write(const OtileImage& picture, int depth) const;
+
+ private:
+  int width_, height_, cell_;
+  int columns_, rows_;
+  std::vector<Rgb> cells_;
+};
+
+}  // namespace orvanite

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Finding the screen in a plate: which hue it has, how much of the frame it fills, how even it is.
+// Looks at pixels of any depth through a grid of samples; knows nothing of the engine's tables.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "engine/orvanite.h"
+
+namespace orvanite {
+
+/// Red, green and blue in the plate's encoding; 1.0 is white.
+using Rgb = std::array<float, 3>;
+
+/// A picture to look at. Only the colours are read.
+struct Plate {
+  OtileImage image{};
+  int width = 0;
+  int height = 0;
+  int depth = 1;  // 1 8-bit, 2 16-bit, 4 float
+};
+
+/// A rectangle of pixels, x and y from the top left.
+struct Box {
+  int x = 0, y = 0, width = 1, height = 1;
+};
+
+/// One pixel's colour.
+Rgb colourAt(const Plate& plate, int x, int y);
+
+enum class Average { mean, median };
+
+/// The colour of a box, channel by channel. Throws Error (wrongUse) when the box is empty or
+/// reaches beyond the plate.
+Rgb colourOf(const Plate& plate, const Box& box, Average average = Average::median);
+
+/// A pixel of a plate.
+struct Pixel {
+  Rgb colour{};
+  int x = 0, y = 0;
+};
+
+/// Pixels of an even grid over the plate, at most about `most` of them.
+std::vector<Pixel> sampleGrid(const Plate& plate, int most = 40000);
+
+struct Screen {
+  bool found = false;
+  int primary = 1;             // the channel it leans to: 1 green, 2 blue
+  Rgb colour{};                // the median of its pixels
+  std::array<float, 2> hue{};  // the shares of red and green in its light
+  float coverage = 0;          // its share of the frame, 0..1
+  float evenness = 0;          // its darkest tenth over its brightest, in the primary channel, 0..1
+  std::vector<Pixel> screenPixels;      // samples that are surely screen, darkest first
+  std::vector<Pixel> foregroundPixels;  // samples that surely are not
+
+  /// The median colour of the screen pixels around a fraction (0 darkest, 1 brightest) of them.
+  Rgb colourAtFraction(float fraction) const;
+
+  /// Whether a colour is surely screen: leans to the primary, and of the screen's own hue.
+  bool holds(const Rgb& colour) const;
+};
+
+/// Looks for a green or blue screen. Uneven light, grain and a subject that covers most of the
+/// frame are borne; without a screen `found` is false and the rest says how little there was.
+Screen findScreen(const Plate& plate);
+
+}  // namespace orvanite
