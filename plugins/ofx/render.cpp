@@ -16,11 +16,16 @@ namespace orvanite::ofxPlugin {
 
 namespace {
 
-// A window's bands, taken one by one by however many threads the host really starts.
+// A window's shares of lines, taken one by one by however many threads the host really starts.
+// Between two shares a thread asks whether the host still wants the picture, and a share is what
+// threads finish apart by at the most; below this many lines a tile's start would show.
+constexpr int leastShare = 32, mostShare = 256, sharesOfAThread = 8;
+
 struct Crew {
   const WindowJob& job;
   ofx::Effect effect;
   bool copy;  // the plate as it is, instead of its key
+  int share = leastShare;
   std::atomic<int> nextLine = 0;
   std::atomic<bool> aborted = false;
   std::atomic<bool> refused = false;
@@ -32,13 +37,13 @@ struct Crew {
     try {
       Staging staging;
       while (!stopped()) {
-        const int first = nextLine.fetch_add(bandLines);
+        const int first = nextLine.fetch_add(share);
         if (first >= job.lines) return;
         if (host().effect->abort && host().effect->abort(effect)) {
           aborted = true;
           return;
         }
-        const int count = std::min(bandLines, job.lines - first);
+        const int count = std::min(share, job.lines - first);
         if (copy) {
           copyLines(job, first, count);
         } else if (keyLines(job, first, count, staging) != 0) {
@@ -55,13 +60,16 @@ void onHostThread(unsigned int, unsigned int, void* crew) { static_cast<Crew*>(c
 
 void run(Crew& crew) {
   const ofx::MultiThreadSuite* suite = host().thread;
-  const int bands = (crew.job.lines + bandLines - 1) / bandLines;
   unsigned int threads = 1;
-  if (suite && suite->multiThread && suite->numCpus && suite->numCpus(&threads) == ofx::ok) {
-    threads = std::min(threads, static_cast<unsigned int>(std::max(bands, 1)));
-    // A host refuses calls from its own threads: then this thread does all.
-    if (threads > 1) suite->multiThread(onHostThread, threads, &crew);
+  if (!suite || !suite->multiThread || !suite->numCpus || suite->numCpus(&threads) != ofx::ok) {
+    threads = 1;
   }
+  const int most = std::max(1, crew.job.lines / leastShare);
+  const int wanted = static_cast<int>(std::min(threads, static_cast<unsigned int>(most)));
+  crew.share =
+      std::clamp(crew.job.lines / (std::max(1, wanted) * sharesOfAThread), leastShare, mostShare);
+  // A host refuses calls from its own threads: then this thread does all.
+  if (wanted > 1) suite->multiThread(onHostThread, static_cast<unsigned int>(wanted), &crew);
   crew.work();  // what is left: nothing, or all when the host started no thread
 }
 

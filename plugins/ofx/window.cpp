@@ -45,8 +45,7 @@ bool liesRight(const Picture& picture, const Band& band) {
   const bool aligned =
       picture.rowBytes % depth == 0 &&
       reinterpret_cast<std::uintptr_t>(picture.data) % static_cast<std::uintptr_t>(depth) == 0;
-  // Offsets of a band's lines stay inside the engine's int arithmetic.
-  constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max() / bandLines;
+  constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max();
   return covers && interleaved && aligned && step / depth < limit && step / depth > -limit;
 }
 
@@ -173,10 +172,19 @@ void unstage(const Picture& dst, const Band& band, const std::byte* room) {
   }
 }
 
-}  // namespace
+// Whether nothing of a band needs staging.
+bool allLieRight(const Band& band) {
+  const WindowJob& job = band.job;
+  const auto right = [&](const std::optional<Picture>& picture) {
+    return picture && liesRight(*picture, band);
+  };
+  return job.dst.channels == 4 && liesRight(job.dst, band) && right(job.fg) &&
+         (!job.background || right(job.bg)) && (!job.hold || right(job.hold)) &&
+         (!job.garbage || right(job.garbage)) && (!job.reference || right(job.reference));
+}
 
-int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
-  const Band band{job, first, count};
+int keyBand(const Band& band, Staging& staging) {
+  const WindowJob& job = band.job;
   const PixelBytes screen = screenPixel(job);
   const PixelBytes nothing;
   std::size_t used = 0;
@@ -217,16 +225,30 @@ int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
   // An integer background of three channels is used where it lies and has no alpha to merge.
   if (job.background && !tile.bg.alpha) fillAlpha(tile.dst, band);
 
-  const int result = orvanite_render(job.engine, job.depth, band.width(), count, &tile);
+  const int result = orvanite_render(job.engine, job.depth, band.width(), band.count, &tile);
   if (!direct && result == 0) unstage(job.dst, band, staged);
   return result;
 }
 
+}  // namespace
+
+int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
+  const int most = allLieRight({job, first, count}) ? count : stagedLines;
+  for (int done = 0; done < count; done += most) {
+    const int result = keyBand({job, first + done, std::min(most, count - done)}, staging);
+    if (result != 0) return result;
+  }
+  return 0;
+}
+
 void copyLines(const WindowJob& job, int first, int count) {
-  const Band band{job, first, count};
-  std::vector<std::byte> staging(band.stagedBytes());
-  stage(job.fg ? &*job.fg : nullptr, band, PixelBytes{}, staging.data());
-  unstage(job.dst, band, staging.data());
+  std::vector<std::byte> staging;
+  for (int done = 0; done < count; done += stagedLines) {
+    const Band band{job, first + done, std::min(stagedLines, count - done)};
+    staging.resize(band.stagedBytes());
+    stage(job.fg ? &*job.fg : nullptr, band, PixelBytes{}, staging.data());
+    unstage(job.dst, band, staging.data());
+  }
 }
 
 LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField) {

@@ -48,10 +48,11 @@ struct WindowJob {
 /// One thread's room for staged bands, kept from band to band: a piece for each picture of a tile.
 using Staging = std::array<std::vector<std::byte>, 6>;
 
-/// Rows that one call of keyLines takes at the most: staging for them stays in the cache.
-inline constexpr int bandLines = 32;
+/// Lines that are staged at once at the most: they stay in the cache.
+inline constexpr int stagedLines = 32;
 
-/// Keys lines first to first + count - 1 (count of them at most bandLines) of the job.
+/// Keys lines first to first + count - 1 of the job: as one tile where every picture lies as the
+/// engine reads it, which is fastest.
 ///
 /// staging  the calling thread's own, grown as needed and reusable
 /// Returns orvanite_render's result: 0, or 1 when the engine refused. Throws std::bad_alloc.
