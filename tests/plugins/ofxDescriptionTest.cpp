@@ -211,44 +211,60 @@ TEST(OfxSettings, OfOlderVersionsLoadAndAreStampedWhenSaved) {
 }
 
 TEST(OfxScreen, IsMeasuredByTheButtonAndTakesTheBalancesAlong) {
-  Loaded loaded;
-  std::mt19937 random(11);
-  // Two thirds green screen with a little grain, a shadow, and a subject in red.
-  auto plate = std::make_shared<HostImage>(Layout{{0, 0, 120, 60}, 4, 1});
-  for (int y = 0; y < 60; ++y) {
-    for (int x = 0; x < 120; ++x) {
-      const int grain = static_cast<int>(random() % 5) - 2;
-      const bool shadow = x < 15, subject = x >= 80;
-      plate->setCode(x, y, 0, subject ? 180 : (shadow ? 20 : 40) + grain);
-      plate->setCode(x, y, 1, subject ? 60 : (shadow ? 90 : 170) + grain);
-      plate->setCode(x, y, 2, subject ? 50 : (shadow ? 25 : 60) + grain);
-      plate->setCode(x, y, 3, 255);
+  Layout layouts[3];
+  layouts[1].depth = 2;
+  layouts[1].channels = 3;
+  layouts[1].padBytes = 3;
+  layouts[1].shiftBytes = 1;
+  layouts[2].depth = 4;
+  layouts[2].upsideDown = true;
+  for (Layout& layout : layouts) {
+    SCOPED_TRACE(layout.depth);
+    Loaded loaded;
+    std::mt19937 random(11);
+    // Two thirds green screen with a little grain, a shadow, and a subject in red. In 8-bit codes.
+    layout.bounds = {-7, 3, 113, 63};
+    auto plate = std::make_shared<HostImage>(layout);
+    const double top = layout.depth == 1 ? 255 : layout.depth == 2 ? 65535 : 1;
+    const auto paint = [&](int x, int y, int r, int g, int b) {
+      const int rgba[] = {r, g, b, 255};
+      for (int c = 0; c < layout.channels; ++c) plate->setCode(x, y, c, rgba[c] / 255.0 * top);
+    };
+    for (int y = 3; y < 63; ++y) {
+      for (int x = -7; x < 113; ++x) {
+        const int grain = static_cast<int>(random() % 5) - 2;
+        if (x >= 73) {
+          paint(x, y, 180, 60, 50);
+        } else if (x < 8) {
+          paint(x, y, 20 + grain, 90 + grain, 25 + grain);
+        } else {
+          paint(x, y, 40 + grain, 170 + grain, 60 + grain);
+        }
+      }
     }
-  }
-  connect(*loaded.effect, "Source", plate);
-  loaded.effect->params.at("shadowBalance").value = {0.7};  // the artist's own
-  loaded.create();
-  EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
-  const auto& screen = loaded.effect->params.at("screen").value;
-  // The lit screen is (40, 170, 60) give or take the grain of two codes.
-  EXPECT_NEAR(std::get<double>(screen[0]) * 255, 40, 2);
-  EXPECT_NEAR(std::get<double>(screen[1]) * 255, 170, 2);
-  EXPECT_NEAR(std::get<double>(screen[2]) * 255, 60, 2);
-  EXPECT_EQ(std::get<double>(loaded.effect->params.at("shadowBalance").value[0]), 0.7);
-  EXPECT_EQ(std::get<double>(loaded.effect->params.at("midtoneBalance").value[0]), 0.5);
-  EXPECT_EQ(std::get<double>(loaded.effect->params.at("highlightBalance").value[0]), 0.5);
-  EXPECT_TRUE(loaded.effect->notes.empty());
+    connect(*loaded.effect, "Source", plate);
+    loaded.effect->params.at("shadowBalance").value = {0.7};  // the artist's own
+    loaded.create();
+    EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
+    const auto& screen = loaded.effect->params.at("screen").value;
+    // The lit screen is (40, 170, 60) give or take the grain of two codes.
+    EXPECT_NEAR(std::get<double>(screen[0]) * 255, 40, 2);
+    EXPECT_NEAR(std::get<double>(screen[1]) * 255, 170, 2);
+    EXPECT_NEAR(std::get<double>(screen[2]) * 255, 60, 2);
+    EXPECT_EQ(std::get<double>(loaded.effect->params.at("shadowBalance").value[0]), 0.7);
+    EXPECT_EQ(std::get<double>(loaded.effect->params.at("midtoneBalance").value[0]), 0.5);
+    EXPECT_EQ(std::get<double>(loaded.effect->params.at("highlightBalance").value[0]), 0.5);
+    EXPECT_TRUE(loaded.effect->notes.empty());
 
-  // No screen, no new colour, but a word.
-  const auto kept = screen;
-  for (int y = 0; y < 60; ++y) {
-    for (int x = 0; x < 120; ++x) {
-      for (int c = 0; c < 3; ++c) plate->setCode(x, y, c, 100);
+    // No screen, no new colour, but a word.
+    const auto kept = screen;
+    for (int y = 3; y < 63; ++y) {
+      for (int x = -7; x < 113; ++x) paint(x, y, 100, 100, 100);
     }
+    EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
+    EXPECT_EQ(screen, kept);
+    EXPECT_EQ(loaded.effect->notes.size(), 1U);
   }
-  EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
-  EXPECT_EQ(screen, kept);
-  EXPECT_EQ(loaded.effect->notes.size(), 1U);
 }
 
 }  // namespace ofxTest
