@@ -7,6 +7,15 @@ import os
 import sys
 
 
+# The order of the tables: measurements come in random order. A name that is not here comes last.
+ORDER = ["linear", "log", "video", "composite", "compOnColour", "matte", "unpremultiplied", "status",
+         "everything", "screen", "gain", "exposure", "bgExposure", "screenRange"]
+
+
+def place(name):
+    return ORDER.index(name) if name in ORDER else len(ORDER)
+
+
 def best_seconds(runs):
     """Name, without Google Benchmark's suffix, to seconds an iteration and pixels."""
     best = {}
@@ -63,7 +72,7 @@ def main():
         parts = name.split("/")
         if parts[0] in ("memory", "key") and parts[:-1] not in keys:
             keys.append(parts[:-1])
-    keys.sort(key=lambda k: (int(k[1]), k[0] == "key"))  # stable: registration order within
+    keys.sort(key=lambda k: (int(k[1]), k[0] == "key", [place(part) for part in k[2:]]))
     rows = []
     for parts in keys:
         row = [parts[1], *(parts[2:4] if parts[0] == "key" else ["-", "memory pass"])]
@@ -78,10 +87,10 @@ def main():
         parts = name.split("/")
         if parts[0] == "tables":
             changes.setdefault((parts[1], parts[2]), {})[parts[3]] = seconds * 1e3
-    columns = list(dict.fromkeys(c for row in changes.values() for c in row))
+    columns = sorted({c for row in changes.values() for c in row}, key=place)
     print_table(["bits", "encoding", *(c + ", ms" for c in columns)],
                 [[*k, *(f"{row[c]:.3f}" if c in row else "-" for c in columns)]
-                 for k, row in changes.items()])
+                 for k, row in sorted(changes.items(), key=lambda c: (int(c[0][0]), place(c[0][1])))])
 
 
 main()

@@ -24,3 +24,11 @@ function(orvanite_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} orvanite_build GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${ARG_LABELS}")
 endfunction()
+
+# `cmake --build --preset dev --target format` puts every source into the house's shape.
+find_program(CLANG_FORMAT NAMES clang-format-14 clang-format)
+if(CLANG_FORMAT AND PROJECT_IS_TOP_LEVEL)
+  add_custom_target(format
+    COMMAND git ls-files -z "*.h" "*.c" "*.cpp" | xargs -0 ${CLANG_FORMAT} -i
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM)
+endif()

@@ -80,13 +80,13 @@ const TargetChoice& chosen() {
 const std::vector<Target>& knownTargets() {
   static const std::vector<Target> targets = {
 #if defined(__x86_64__)
-      {"avx512", hasAvx512, &avx512::encodings, &avx512::floatKernels, &avx512::integerKernels},
-      {"avx2", hasAvx2, &avx2::encodings, &avx2::floatKernels, &avx2::integerKernels},
-      {"sse4", hasSse4, &sse4::encodings, &sse4::floatKernels, &sse4::integerKernels},
+    {"avx512", hasAvx512, &avx512::encodings, &avx512::floatKernels, &avx512::integerKernels},
+    {"avx2", hasAvx2, &avx2::encodings, &avx2::floatKernels, &avx2::integerKernels},
+    {"sse4", hasSse4, &sse4::encodings, &sse4::floatKernels, &sse4::integerKernels},
 #else
-      {"native", always, &native::encodings, &native::floatKernels, &native::integerKernels},
+    {"native", always, &native::encodings, &native::floatKernels, &native::integerKernels},
 #endif
-      {"reference", always, nullptr, nullptr, nullptr},
+    {"reference", always, nullptr, nullptr, nullptr},
   };
   return targets;
 }
@@ -106,8 +106,8 @@ TargetChoice chooseTarget(const char* wanted) {
     names += target.name;
     if (!supported) names += " (not on this processor)";
   }
-  return {nullptr, std::string("ORVANITE_TARGET=") + wanted + ": " + trouble +
-                       ": expected one of " + names};
+  return {nullptr,
+          std::string("ORVANITE_TARGET=") + wanted + ": " + trouble + ": expected one of " + names};
 }
 
 const Target* activeTarget() { return chosen().target; }

@@ -25,8 +25,7 @@ void encodeAll(float* values, int n, int colourspace) {
   if (const EncodingFunctions* const f = functions()) {
     f->fromLinear(values, values, static_cast<std::size_t>(n), colourspace);
   } else {
-    std::transform(values, values + n, values,
-                   [&](float v) { return fromLinear(v, colourspace); });
+    std::transform(values, values + n, values, [&](float v) { return fromLinear(v, colourspace); });
   }
 }
 
@@ -51,8 +50,8 @@ void HalfTables::travel(const QMXOrvaniteTable& e) {
   if (travelled_ == e.colourspace && std::equal(scale_, scale_ + 3, e.neutralScale)) return;
   std::copy(e.neutralScale, e.neutralScale + 3, scale_);
   travelled_ = e.colourspace;
-  const bool coded = functions() != nullptr &&
-                     (e.colourspace == logSpace || e.colourspace == videoSpace);
+  const bool coded =
+      functions() != nullptr && (e.colourspace == logSpace || e.colourspace == videoSpace);
   for (int c = 0; c < 3; ++c) {
     roundTrip[c] = coded ? storage_[c] : nullptr;
     if (!coded) continue;

@@ -45,8 +45,8 @@ struct HalfTables {
   void examineKey(const Imath::half* table, int channel, float scale, float factor);
 
  private:
-  int travelled_ = -1;    // the encoding of roundTrip
-  float scale_[3] = {};   // the neutral scale of roundTrip
+  int travelled_ = -1;   // the encoding of roundTrip
+  float scale_[3] = {};  // the neutral scale of roundTrip
   float storage_[3][entries];
 };
 

@@ -103,8 +103,8 @@ bool screenFollows(const QMXOrvaniteTable& e, float scale) {
 /// every entry.
 bool clipFollows(const QMXOrvaniteTable& e, IntegerPlan& plan) {
   const auto end = e.clipTable + one + 1;
-  const int low = static_cast<int>(std::upper_bound(e.clipTable, end, std::int16_t{0}) -
-                                   e.clipTable) - 1;
+  const int low =
+      static_cast<int>(std::upper_bound(e.clipTable, end, std::int16_t{0}) - e.clipTable) - 1;
   const float range = 1 - 2 * (static_cast<float>(low) / 4096.0f);
   plan.clipLow = static_cast<float>(low);
   plan.clipRange = range > 0 ? range : 1e-6f;  // a step from 0 to 4096

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -63,20 +64,21 @@ struct Layout {
   int pixelStep = 4;
   int linePad = 0;  // samples between lines
   bool bottomUp = false;
-  int margin = 0;         // samples before the first and after the last that the image owns
-  bool reversed = false;  // interleaved channels in the order alpha, blue, green, red
+  int margin = 0;  // samples before the first and after the last that the image owns
+  std::array<int, 4> order = {0, 1, 2, 3};  // where red, green, blue and alpha stand
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Layout& l) {
   return out << (l.planar ? "planar" : "interleaved") << " step " << l.pixelStep << " pad "
-             << l.linePad << (l.bottomUp ? " bottom-up" : "") << " margin " << l.margin
-             << (l.reversed ? " ABGR" : "");
+             << l.linePad << (l.bottomUp ? " bottom-up" : "") << " margin " << l.margin << " order "
+             << l.order[0] << l.order[1] << l.order[2] << l.order[3];
 }
 
 template <class T>
 Layout randomLayout(Random& random) {
   Layout l;
-  l.planar = sizeof(T) < 4 && random.oneIn(2);
+  // Float pixels are four samples apart, but their channels may lie far from one another.
+  l.planar = random.oneIn(sizeof(T) < 4 ? 2 : 8);
   if (sizeof(T) == 4)
     l.pixelStep = 4;
   else if (l.planar)
@@ -86,7 +88,13 @@ Layout randomLayout(Random& random) {
   l.linePad = random.pick({0, 0, 1, 3, 16});
   l.bottomUp = random.oneIn(3);
   l.margin = random.pick({0, 0, 1, 5, 64});
-  l.reversed = random.oneIn(2);
+  l.order = random.pick({std::array{0, 1, 2, 3},
+                         {0, 1, 2, 3},
+                         {3, 2, 1, 0},
+                         {3, 2, 1, 0},
+                         {2, 1, 0, 3},
+                         {1, 2, 3, 0},
+                         {2, 0, 3, 1}});
   return l;
 }
 
@@ -142,7 +150,7 @@ class Picture {
   int index(int c, int x, int y) const {
     const int column = layout.pixelStep > 0 ? x : width - 1 - x;
     const int row = layout.bottomUp ? height - 1 - y : y;
-    const int channel = layout.reversed ? 3 - c : c;
+    const int channel = layout.order[static_cast<std::size_t>(c)];
     const int start = layout.planar ? channel * (lineLength() * height + 3) : channel;
     return layout.margin + start + row * lineLength() + column * stride();
   }
@@ -269,6 +277,19 @@ T randomSample(Random& random, int max, float screen) {
   }
 }
 
+/// Rounds a float scene's pictures to half values, as pictures from half files are: all of it, or
+/// from some column on. Kernels may take another way for such stretches.
+inline void makeHalves(Random& random, Scene<float>& scene) {
+  const int first = random.oneIn(2) ? 0 : random.between(0, std::max(0, scene.width - 1));
+  for (Picture<float>* picture : {&scene.fg, &scene.bg})
+    for (int y = 0; y < scene.height; ++y)
+      for (int x = first; x < scene.width; ++x)
+        for (int c = 0; c < 4; ++c) {
+          float& v = picture->at(c, x, y);
+          v = model::fromHalf(model::toHalf(v));
+        }
+}
+
 template <class T>
 void fillInputs(Random& random, Scene<T>& scene, const Parameters& p) {
   for (int y = 0; y < scene.height; ++y)
@@ -289,6 +310,9 @@ void fillInputs(Random& random, Scene<T>& scene, const Parameters& p) {
       scene.hold.at(3, x, y) = randomSample<T>(random, p.hMatteMax, 0.0f);
       scene.garbage.at(3, x, y) = randomSample<T>(random, p.gMatteMax, 0.0f);
     }
+  if constexpr (sizeof(T) == 4) {
+    if (random.oneIn(2)) makeHalves(random, scene);
+  }
 }
 
 /// Keys the scene by `render(tile)`, which must return `result`, and compares every sample in

@@ -144,7 +144,7 @@ void sweepOne(Random& random, const Parameters& p, std::set<int>& instances) {
       const auto placement = present.bg && random.oneIn(3)   ? Placement::onBackground
                              : present.fg && random.oneIn(2) ? Placement::onForeground
                                                              : Placement::own;
-      Scene<T> scene(random, 23, 2, present, placement);
+      Scene<T> scene(random, random.oneIn(8) ? 150 : 23, 2, present, placement);
       fillInputs(random, scene, p);
       auto copy = scene;
       const model::Instance instance = model::chosenInstance(reference.p, present);

@@ -40,10 +40,14 @@ struct Function {
 
   float define(float v) const {
     switch (kind) {
-      case decode: return orvanite::toLinear(v, colourspace);
-      case encode: return orvanite::fromLinear(v, colourspace);
-      case raise: return orvanite::power(v, exponent);
-      default: return orvanite::regrade(v, 1.25f, exponent, -0.03125f);
+      case decode:
+        return orvanite::toLinear(v, colourspace);
+      case encode:
+        return orvanite::fromLinear(v, colourspace);
+      case raise:
+        return orvanite::power(v, exponent);
+      default:
+        return orvanite::regrade(v, 1.25f, exponent, -0.03125f);
     }
   }
 
@@ -51,9 +55,12 @@ struct Function {
            std::vector<float>& out) const {
     out.resize(in.size());
     switch (kind) {
-      case decode: return f.toLinear(in.data(), out.data(), in.size(), colourspace);
-      case encode: return f.fromLinear(in.data(), out.data(), in.size(), colourspace);
-      case raise: return f.power(in.data(), out.data(), in.size(), exponent);
+      case decode:
+        return f.toLinear(in.data(), out.data(), in.size(), colourspace);
+      case encode:
+        return f.fromLinear(in.data(), out.data(), in.size(), colourspace);
+      case raise:
+        return f.power(in.data(), out.data(), in.size(), exponent);
       default:
         return f.regrade(in.data(), out.data(), in.size(), 1.25f, exponent, -0.03125f);
     }

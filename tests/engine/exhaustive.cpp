@@ -34,8 +34,8 @@ double estimateError(const orvanite::EncodingFunctions& f, const sweep::Function
   double worst = 0;
   for (std::size_t i = 0; i < in.size(); ++i) {
     const double v = static_cast<double>(in[i]);
-    const double exact = logarithm ? std::log10(v)
-                                   : std::pow(v, static_cast<double>(function.exponent));
+    const double exact =
+        logarithm ? std::log10(v) : std::pow(v, static_cast<double>(function.exponent));
     // Only what a float can hold matters.
     if (exact == 0 || !(std::fabs(exact) < 0x1p128) || std::fabs(exact) < 0x1p-150) continue;
     worst = std::max(worst, std::fabs(got[i] / exact - 1));
@@ -76,10 +76,12 @@ int main() {
     std::atomic<std::uint32_t> next{0};
     Findings findings;
     std::vector<std::thread> threads(std::max(1U, std::thread::hardware_concurrency()));
-    for (std::thread& t : threads) t = std::thread(look, std::cref(f), std::ref(next), std::ref(findings));
+    for (std::thread& t : threads)
+      t = std::thread(look, std::cref(f), std::ref(next), std::ref(findings));
     for (std::thread& t : threads) t.join();
     const bool close = findings.worst * 10 <= margin;
-    std::printf("%-20s %s", f.name, findings.difference.empty() ? "all floats equal" : findings.difference.c_str());
+    std::printf("%-20s %s", f.name,
+                findings.difference.empty() ? "all floats equal" : findings.difference.c_str());
     if (findings.worst > 0) std::printf(", estimate within 2^%.1f", std::log2(findings.worst));
     std::printf("%s\n", close ? "" : ": too near the margin of 2^-40");
     std::fflush(stdout);

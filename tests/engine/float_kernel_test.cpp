@@ -47,9 +47,9 @@ int renderReference(QMXOrvaniteTable& e, int w, int h, Otile& tile,
 /// then what no picture should hold.
 float anySample(Random& random) {
   constexpr float inf = std::numeric_limits<float>::infinity();
-  static const float odd[] = {0,      -0.0f,   1,        -1,     inf,     -inf,     NAN,
-                              1e-40f, -1e-40f, 6.5e4f,   7e4f,   1e30f,   -1e30f,   3e38f,
-                              0.081f, 1e-7f,   -1e-3f,   5.9e-8f, 2e-45f, 0x1p-24f, 0.018f};
+  static const float odd[] = {0,      -0.0f,   1,      -1,      inf,    -inf,     NAN,
+                              1e-40f, -1e-40f, 6.5e4f, 7e4f,    1e30f,  -1e30f,   3e38f,
+                              0.081f, 1e-7f,   -1e-3f, 5.9e-8f, 2e-45f, 0x1p-24f, 0.018f};
   const auto kind = random() % 16;
   const float unit = static_cast<float>(random() % 0x10000) / 65536.0f;
   if (kind == 0) return odd[random() % (sizeof odd / sizeof odd[0])];
@@ -109,10 +109,14 @@ struct Picture {
   OtileImage image(Layout layout) {
     float* const p = data.data() + guard + 1;  // one float off any vector's alignment
     switch (layout) {
-      case rgba: return {p, p + 1, p + 2, p + 3, 4, step};
-      case abgr: return {p + 3, p + 2, p + 1, p, 4, step};
-      case rgbaNoAlpha: return {p, p + 1, p + 2, nullptr, 4, step};
-      default: return {p + 3, p + 2, p + 1, nullptr, 4, step};
+      case rgba:
+        return {p, p + 1, p + 2, p + 3, 4, step};
+      case abgr:
+        return {p + 3, p + 2, p + 1, p, 4, step};
+      case rgbaNoAlpha:
+        return {p, p + 1, p + 2, nullptr, 4, step};
+      default:
+        return {p + 3, p + 2, p + 1, nullptr, 4, step};
     }
   }
 };
@@ -247,8 +251,15 @@ TEST(FloatKernels, GiveTheReferenceBitsForEveryVariantAndSetting) {
         prepare(e, s, colourspace, view);
         for (int variant = 0; variant < 16; ++variant) {
           const bool noAlpha = (variant & 4) != 0;
-          const Shape shape = {150, 2, 4, rgba, noAlpha ? rgbaNoAlpha : rgba, rgba, 0,
-                               (variant & 1) != 0, (variant & 2) != 0,
+          const Shape shape = {150,
+                               2,
+                               4,
+                               rgba,
+                               noAlpha ? rgbaNoAlpha : rgba,
+                               rgba,
+                               0,
+                               (variant & 1) != 0,
+                               (variant & 2) != 0,
                                view == 0 || (variant & 8) == 0};
           onEveryTarget([&](const orvanite::Target& target) {
             for (const Content content : {halves, clean, anything}) {
@@ -270,9 +281,16 @@ TEST(FloatKernels, TakeEveryWidthOrderLineStepAndPlace) {
     for (int order = 0; order < 16; ++order) {
       const Layout fg = static_cast<Layout>(order & 3), bg = static_cast<Layout>(order >> 2);
       for (int place = 0; place < 3; ++place) {
-        const Shape shape = {width, 3, static_cast<int>(random() % 5), fg, bg,
-                             width % 2 == 0 ? rgba : abgr, place, width % 3 == 0,
-                             width % 5 == 0, true};
+        const Shape shape = {width,
+                             3,
+                             static_cast<int>(random() % 5),
+                             fg,
+                             bg,
+                             width % 2 == 0 ? rgba : abgr,
+                             place,
+                             width % 3 == 0,
+                             width % 5 == 0,
+                             true};
         onEveryTarget([&](const orvanite::Target& target) {
           EXPECT_EQ(differ(target, width % 4 == 1 ? video : linear, shape,
                            width % 8 == 1 ? halves : anything, random),

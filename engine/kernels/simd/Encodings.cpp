@@ -59,8 +59,7 @@ void fillKey(const float* linear, std::uint16_t* table, unsigned first, unsigned
     const std::size_t n = end - u < lanes ? end - u : lanes;
     // No entry of a key lies nearer the end of linear than a vector: the last are those of NaNs.
     const Floats decoded = hn::LoadU(floatTag, linear + u);
-    const hn::Vec<PatternTag> pattern =
-        hn::Iota(patternTag, static_cast<std::uint16_t>(u));
+    const hn::Vec<PatternTag> pattern = hn::Iota(patternTag, static_cast<std::uint16_t>(u));
     const Floats t = hn::Mul(hn::Sub(fromHalf(pattern), floats(x0)), floats(w));
     const Floats t2 = hn::Mul(t, t), t3 = hn::Mul(t2, t);
     Floats y = hn::Add(hn::Mul(floats(spline[3]), t3), hn::Mul(floats(spline[2]), t2));
@@ -78,8 +77,8 @@ void fillKey(const float* linear, std::uint16_t* table, unsigned first, unsigned
 bool isKeyProduct(const float* linear, const std::uint16_t* table, unsigned entries, float scale,
                   float factor) {
   for (std::size_t u = 0; u < entries; u += floatLanes()) {
-    const Floats share = hn::Mul(hn::Mul(floats(scale), hn::LoadU(floatTag, linear + u)),
-                                 floats(factor));
+    const Floats share =
+        hn::Mul(hn::Mul(floats(scale), hn::LoadU(floatTag, linear + u)), floats(factor));
     // Compared as numbers: the two zeros count alike in every sum of shares.
     const Floats product = fromHalf(signedHalfPatterns(share));
     if (!hn::AllTrue(floatTag, hn::Eq(product, fromHalf(hn::LoadU(patternTag, table + u))))) {
@@ -96,14 +95,14 @@ void powerEstimate(const float* in, double* out, std::size_t n, float exponent) 
 }
 
 void logarithmEstimate(const float* in, double* out, std::size_t n) {
-  estimates(in, out, n,
-            [](const DoublePack<1>& logarithm) { return scaled(logarithm, log10Of2); });
+  estimates(in, out, n, [](const DoublePack<1>& logarithm) { return scaled(logarithm, log10Of2); });
 }
 
 }  // namespace
 
 extern const EncodingFunctions encodings;
-const EncodingFunctions encodings = {compiledFor, toLinear, fromLinear, power, regrade,
-                                     fillKey, isKeyProduct, powerEstimate, logarithmEstimate};
+const EncodingFunctions encodings = {compiledFor,  toLinear,      fromLinear,
+                                     power,        regrade,       fillKey,
+                                     isKeyProduct, powerEstimate, logarithmEstimate};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -89,9 +89,8 @@ struct VideoToLinear {
     for (std::size_t i = 0; i < n; ++i) {
       const Floats w = hn::IfThenZeroElse(hn::Lt(in.v[i], hn::Zero(floatTag)), in.v[i]);
       toe.v[i] = hn::Le(w, floats(videoKneeEncoded));
-      base.v[i] = hn::IfThenElse(
-          toe.v[i], hn::Div(w, floats(videoSlope)),
-          hn::Div(hn::Add(w, floats(videoOffset)), floats(videoScale)));
+      base.v[i] = hn::IfThenElse(toe.v[i], hn::Div(w, floats(videoSlope)),
+                                 hn::Div(hn::Add(w, floats(videoOffset)), floats(videoScale)));
       exponent.v[i] = hn::IfThenElse(toe.v[i], floats(1), floats(videoDecodeExponent));
     }
     DoublePack<n> y = log2Of(promote(positives(base, positive)));
@@ -102,15 +101,13 @@ struct VideoToLinear {
     for (std::size_t i = 0; i < n; ++i) {
       first.value.v[i] = hn::IfThenElse(toe.v[i], base.v[i], first.value.v[i]);
     }
-    Guess<n> result =
-        roundSafely(secondPower(y, t, promote(first.value), videoDecodeTone));
+    Guess<n> result = roundSafely(secondPower(y, t, promote(first.value), videoDecodeTone));
     for (std::size_t i = 0; i < n; ++i) {
       // 0 stays 0; infinities and NaNs are what base is.
-      const Floats special =
-          hn::IfThenZeroElse(hn::Eq(base.v[i], hn::Zero(floatTag)), base.v[i]);
+      const Floats special = hn::IfThenZeroElse(hn::Eq(base.v[i], hn::Zero(floatTag)), base.v[i]);
       result.value.v[i] = hn::IfThenElse(positive.v[i], result.value.v[i], special);
-      const FloatMask either = hn::Or(hn::AndNot(toe.v[i], first.doubtful.v[i]),
-                                      result.doubtful.v[i]);
+      const FloatMask either =
+          hn::Or(hn::AndNot(toe.v[i], first.doubtful.v[i]), result.doubtful.v[i]);
       result.doubtful.v[i] = hn::And(either, positive.v[i]);
     }
     return settle(*this, in, result);
@@ -124,12 +121,10 @@ struct LinearToVideo {
   HWY_INLINE FloatPack<n> operator()(const FloatPack<n>& in) const {
     MaskPack<n> positive;
     const FloatPack<n> base = positives(in, positive);
-    const DoublePack<n> y =
-        scaled(log2Of(promote(base)), static_cast<double>(videoEncodeTone));
+    const DoublePack<n> y = scaled(log2Of(promote(base)), static_cast<double>(videoEncodeTone));
     const DoublePack<n> t = exp2Of(y);
     const Guess<n> first = roundSafely(t);
-    Guess<n> result =
-        roundSafely(secondPower(y, t, promote(first.value), videoEncodeExponent));
+    Guess<n> result = roundSafely(secondPower(y, t, promote(first.value), videoEncodeExponent));
     for (std::size_t i = 0; i < n; ++i) {
       const FloatMask toe = hn::Lt(first.value.v[i], floats(videoKneeLinear));
       const Floats line = hn::Mul(floats(videoSlope), first.value.v[i]);
@@ -138,8 +133,7 @@ struct LinearToVideo {
       const Floats curve = fused(floats(videoScale), power, floats(-videoOffset));
       const Floats value = hn::IfThenElse(hn::And(toe, positive.v[i]), line, curve);
       result.value.v[i] = hn::IfThenZeroElse(hn::Le(in.v[i], hn::Zero(floatTag)), value);
-      const FloatMask either = hn::Or(first.doubtful.v[i],
-                                      hn::AndNot(toe, result.doubtful.v[i]));
+      const FloatMask either = hn::Or(first.doubtful.v[i], hn::AndNot(toe, result.doubtful.v[i]));
       result.doubtful.v[i] = hn::And(either, positive.v[i]);
     }
     return settle(*this, in, result);
@@ -187,8 +181,7 @@ class PowerOf {
       const Floats asked = integer_ ? hn::Xor(zero, floats(-0.0f)) : floats(-largestFloat);
       const FloatMask special =
           hn::And(hn::Not(positive.v[i]), hn::Or(hn::Lt(v, asked), integerZero(v)));
-      result.doubtful.v[i] =
-          hn::Or(special, hn::And(result.doubtful.v[i], positive.v[i]));
+      result.doubtful.v[i] = hn::Or(special, hn::And(result.doubtful.v[i], positive.v[i]));
     }
     return settle(*this, in, result);
   }

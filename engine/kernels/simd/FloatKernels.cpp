@@ -167,8 +167,8 @@ class FloatKernel {
     for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
       const std::size_t at = samplesPerPixel * i;
       const Colours decoded = load(fgLinear, i);
-      const Floats amount = products ? screenAmountOf(s_, decoded)
-                                     : screenAmount(loadHalves(shares, i));
+      const Floats amount =
+          products ? screenAmountOf(s_, decoded) : screenAmount(loadHalves(shares, i));
       const Matte m = matteAt(block, at, amount);
       const Colours top = working(decoded);
       Colours colour = foreground(top, m, block.hold != nullptr);
@@ -198,9 +198,9 @@ class FloatKernel {
           known = hn::Or(known, below);
         }
         if (hn::AllTrue(floatTag, known)) continue;
-        count += collect(light.v[c], hn::Not(known),
-                         static_cast<std::uint32_t>(c * blockPixels + i), values + count,
-                         places + count);
+        count +=
+            collect(light.v[c], hn::Not(known), static_cast<std::uint32_t>(c * blockPixels + i),
+                    values + count, places + count);
       }
     }
 
@@ -226,8 +226,8 @@ class FloatKernel {
       if (overFlat) {
         const Colours masks = load(flatMasks, i);
         for (std::size_t c = 0; c < 3; ++c) {
-          shown.v[c] = hn::IfThenElse(hn::MaskFromVec(masks.v[c]), floats(flatCode_[c]),
-                                      shown.v[c]);
+          shown.v[c] =
+              hn::IfThenElse(hn::MaskFromVec(masks.v[c]), floats(flatCode_[c]), shown.v[c]);
         }
       }
       store({{shown.v[0], shown.v[1], shown.v[2]}, hn::Load(floatTag, alphas + i)},
@@ -236,8 +236,7 @@ class FloatKernel {
   }
 
   /// Puts patterns of `from` where the mask holds.
-  static HWY_INLINE void usePatterns(FloatMask mask, const std::uint16_t* from,
-                                     std::uint16_t* to) {
+  static HWY_INLINE void usePatterns(FloatMask mask, const std::uint16_t* from, std::uint16_t* to) {
     if (hn::AllFalse(floatTag, mask)) return;
     const hn::RebindToSigned<WordTag> signedTag;
     const hn::Rebind<std::int16_t, FloatTag> shortTag;

@@ -34,8 +34,7 @@ struct FloatSetup {
     if (halves == nullptr || halves->decodedFor != engine.colourspace) return;
     linear = halves->linear;
     if (halves->roundTrip[0] != nullptr) roundTrip = halves->roundTrip;
-    keysAreProducts =
-        halves->keyIsProduct[0] && halves->keyIsProduct[1] && halves->keyIsProduct[2];
+    keysAreProducts = halves->keyIsProduct[0] && halves->keyIsProduct[1] && halves->keyIsProduct[2];
     for (int c = 0; c < 3; ++c) {
       keyFactor[c] = halves->keyFactor[c];
       endless[c] = halves->endless[c];
@@ -47,7 +46,7 @@ struct FloatSetup {
   bool alpha;                    // the destination's is written
   bool mergesAlpha;              // with the background's
   bool saturates[2], grades[2];
-  bool scales = false;           // the working space is not linear light itself
+  bool scales = false;  // the working space is not linear light itself
 
   // By half pattern, when it is there: tables/HalfTables.h.
   const float* linear = nullptr;
@@ -81,8 +80,8 @@ class Grade {
 HWY_INLINE Colours multiply(const float (&matrix)[3][3], const Colours& in) {
   Colours out;
   for (std::size_t c = 0; c < 3; ++c) {
-    const Floats sum = hn::Add(hn::Mul(floats(matrix[c][0]), in.v[0]),
-                               hn::Mul(floats(matrix[c][1]), in.v[1]));
+    const Floats sum =
+        hn::Add(hn::Mul(floats(matrix[c][0]), in.v[0]), hn::Mul(floats(matrix[c][1]), in.v[1]));
     out.v[c] = hn::Add(sum, hn::Mul(floats(matrix[c][2]), in.v[2]));
   }
   return out;
@@ -92,9 +91,7 @@ HWY_INLINE Floats dropNegative(Floats v) {
   return hn::IfThenZeroElse(hn::Lt(v, hn::Zero(floatTag)), v);
 }
 
-HWY_INLINE Floats atMostOne(Floats v) {
-  return hn::IfThenElse(hn::Gt(v, floats(1)), floats(1), v);
-}
+HWY_INLINE Floats atMostOne(Floats v) { return hn::IfThenElse(hn::Gt(v, floats(1)), floats(1), v); }
 
 HWY_INLINE Colours saturate(const float (&matrix)[3][3], const Colours& in) {
   Colours out = multiply(matrix, in);
@@ -108,7 +105,7 @@ struct Matte {
   Floats keyed;   // 1 - amount, raised where the hold-out holds: what the colour is divided by
   Floats held;
   FloatMask holds;  // where the hold-out changed anything
-  Floats out;     // clipped, and taken away where the garbage matte is
+  Floats out;       // clipped, and taken away where the garbage matte is
 };
 
 /// How much of each pixel is screen, from the shares of its channels.

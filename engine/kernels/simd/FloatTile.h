@@ -166,7 +166,8 @@ HWY_NOINLINE void walkStaged(const FloatTile& tile, std::ptrdiff_t x, std::ptrdi
   const std::size_t alphaPlace = tile.dst.order == alphaFirst ? 0 : 3;
   for (std::size_t i = 0; i < n; ++i) {
     for (std::size_t s = 0; s < samplesPerPixel; ++s) {
-      if (s != alphaPlace || alpha) to[samplesPerPixel * i + s] = block.dst[samplesPerPixel * i + s];
+      if (s != alphaPlace || alpha)
+        to[samplesPerPixel * i + s] = block.dst[samplesPerPixel * i + s];
     }
   }
 }
@@ -189,9 +190,12 @@ inline void walk(const FloatTile& tile, bool alpha, const Body& body) {
     for (std::size_t left = middle; left > 0;) {
       const std::size_t n = left < blockPixels ? left : blockPixels;
       const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(x);
-      const Block block = {const_cast<float*>(at(tile.dst, column, y)), at(tile.bg, column, y),
-                           at(tile.fg, column, y), at(tile.hold, column, y),
-                           at(tile.garbage, column, y), n};
+      const Block block = {const_cast<float*>(at(tile.dst, column, y)),
+                           at(tile.bg, column, y),
+                           at(tile.fg, column, y),
+                           at(tile.hold, column, y),
+                           at(tile.garbage, column, y),
+                           n};
       body(block);
       x += n;
       left -= n;

@@ -18,8 +18,7 @@ inline constexpr PatternTag patternTag;
 HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
 #if defined(__F16C__)
   const hn::Rebind<hwy::float16_t, FloatTag> halfTag;
-  return hn::And(hn::BitCast(patternTag, hn::DemoteTo(halfTag, v)),
-                 hn::Set(patternTag, 0x7FFF));
+  return hn::And(hn::BitCast(patternTag, hn::DemoteTo(halfTag, v)), hn::Set(patternTag, 0x7FFF));
 #else
   const Words bits = hn::And(hn::BitCast(wordTag, v), hn::Set(wordTag, 0x7FFFFFFF));
   // Normal: move the exponent's bias, round away 13 bits, ties to even.
@@ -33,8 +32,8 @@ HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
   const auto magnitude = hn::BitCast(signedTag, bits);
   const auto small = hn::Lt(magnitude, hn::Set(signedTag, 0x38800000));
   const auto large = hn::Gt(magnitude, hn::Set(signedTag, 0x477FEFFF));
-  auto result = hn::IfThenElse(small, hn::BitCast(signedTag, subnormal),
-                               hn::BitCast(signedTag, normal));
+  auto result =
+      hn::IfThenElse(small, hn::BitCast(signedTag, subnormal), hn::BitCast(signedTag, normal));
   result = hn::IfThenElse(large, hn::Set(signedTag, 0x7C00), result);
   return hn::DemoteTo(patternTag, result);
 #endif
@@ -65,10 +64,10 @@ HWY_INLINE Floats fromHalf(hn::Vec<PatternTag> patterns) {
   const Floats finite = hn::Mul(hn::BitCast(floatTag, magnitude), floats(0x1p112f));
   const Words endless = hn::Or(magnitude, hn::Set(wordTag, 0x7F800000));
   const hn::RebindToSigned<WordTag> signedTag;
-  const auto isEndless = hn::Gt(hn::BitCast(signedTag, magnitude),
-                                hn::Set(signedTag, (0x7C00 << 13) - 1));
-  const auto value = hn::IfThenElse(isEndless, hn::BitCast(signedTag, endless),
-                                    hn::BitCast(signedTag, finite));
+  const auto isEndless =
+      hn::Gt(hn::BitCast(signedTag, magnitude), hn::Set(signedTag, (0x7C00 << 13) - 1));
+  const auto value =
+      hn::IfThenElse(isEndless, hn::BitCast(signedTag, endless), hn::BitCast(signedTag, finite));
   return hn::BitCast(floatTag, hn::Or(hn::BitCast(wordTag, value), sign));
 #endif
 }

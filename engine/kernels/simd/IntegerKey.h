@@ -66,8 +66,7 @@ class IntegerKernel {
   HWY_INLINE Screen screenAt(std::size_t i, U16 key) const {
     Screen s;
     if (!variant_.ref) {
-      const auto limited =
-          hn::Min(hn::Max(asSigned(key), hn::Zero(i16Tag)), hn::Set(i16Tag, 4095));
+      const auto limited = hn::Min(hn::Max(asSigned(key), hn::Zero(i16Tag)), hn::Set(i16Tag, 4095));
       s.amount = screenAmount(asUnsigned(limited), floats(p_.screenScale));
       for (std::size_t c = 0; c < 3; ++c) s.colour[c] = shorts(e_.screenWork[c]);
       return s;
@@ -127,9 +126,7 @@ class IntegerKernel {
     hn::Store(shown, u16Tag, matte_ + i);
   }
 
-  static HWY_INLINE bool areZero(U16 v) {
-    return hn::AllTrue(u16Tag, hn::Eq(v, hn::Zero(u16Tag)));
-  }
+  static HWY_INLINE bool areZero(U16 v) { return hn::AllTrue(u16Tag, hn::Eq(v, hn::Zero(u16Tag))); }
 
   /// Notes what kind of pixels a vector holds; true when they are all pure.
   HWY_INLINE bool sort(std::size_t i, const Keyed& plate, U16 amount, U16 shown, U16 largest) {
@@ -170,10 +167,9 @@ class IntegerKernel {
     const U16Mask clear = hn::Eq(shown, hn::Zero(u16Tag));
     const U16Mask solid = hn::Eq(shown, shorts(4096));
     const U16 full = shorts(static_cast<T>(~T{0}));
-    const Samples s = {
-        hn::IfThenZeroElse(clear, statusCode<T>(held)),
-        hn::IfThenZeroElse(hn::Or(clear, solid), statusCode<T>(shown)),
-        hn::IfThenElseZero(solid, full), matteCode<T>(shown)};
+    const Samples s = {hn::IfThenZeroElse(clear, statusCode<T>(held)),
+                       hn::IfThenZeroElse(hn::Or(clear, solid), statusCode<T>(shown)),
+                       hn::IfThenElseZero(solid, full), matteCode<T>(shown)};
     storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
   }
 
@@ -266,7 +262,8 @@ class IntegerKernel {
     T* const to = block.dst + 4 * i;
     const std::size_t n = shortLanes();
     if (block.dstAlphaFirst) {
-      lookUpOutput<true>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n, to);
+      lookUpOutput<true>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n,
+                         to);
     } else {
       lookUpOutput<false>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n,
                           to);

@@ -137,8 +137,7 @@ HWY_INLINE Divisor prepareDivision(U16 divisor, U16Mask raised) {
   const U16 r = join(even.reciprocal, odd.reciprocal);
   const U16 factor = join(even.factor, odd.factor);
   // 65532 / 65536 is 16383 / 16384.
-  return {divisor, hn::Sub(divisor, shorts(1)),
-          hn::IfThenElse(raised, shorts(16383), shorts(4096)),
+  return {divisor, hn::Sub(divisor, shorts(1)), hn::IfThenElse(raised, shorts(16383), shorts(4096)),
           hn::IfThenElse(raised, hn::MulHigh(r, shorts(65532)), r),
           hn::IfThenElse(raised, factor, hn::ShiftRight<2>(factor))};
 }

@@ -42,8 +42,7 @@ inline void lookUpKeyed(const Pixels<std::uint8_t>& pixels, const IntegerPlan::P
   const std::uint8_t* const g = pixels.channel(1);
   const std::uint8_t* const b = pixels.channel(2);
   for (std::size_t i = first; i < first + n; ++i) {
-    to.packed[i] =
-        table.bytes[0][r[4 * i]] + table.bytes[1][g[4 * i]] + table.bytes[2][b[4 * i]];
+    to.packed[i] = table.bytes[0][r[4 * i]] + table.bytes[1][g[4 * i]] + table.bytes[2][b[4 * i]];
   }
 }
 
@@ -61,8 +60,8 @@ inline void lookUpKeyed(const Pixels<std::uint16_t>& pixels, const IntegerPlan::
 
 HWY_INLINE Keyed loadKeyed(const KeyedBuffer<std::uint8_t>& from, std::size_t i, bool) {
   Keyed k;
-  hn::LoadInterleaved4(u16Tag, reinterpret_cast<const std::uint16_t*>(from.packed + i),
-                       k.colour[0], k.colour[1], k.colour[2], k.key);
+  hn::LoadInterleaved4(u16Tag, reinterpret_cast<const std::uint16_t*>(from.packed + i), k.colour[0],
+                       k.colour[1], k.colour[2], k.key);
   return k;
 }
 
@@ -78,8 +77,7 @@ HWY_INLINE Keyed loadKeyed(const KeyedBuffer<std::uint16_t>& from, std::size_t i
   if (keysFit) {  // the working values below them never sum to 65536
     const Words evens = hn::Add(hn::Add(even[0], even[1]), even[2]);
     const Words odds = hn::Add(hn::Add(odd[0], odd[1]), odd[2]);
-    k.key = hn::OddEven(hn::BitCast(u16Tag, odds),
-                        hn::BitCast(u16Tag, hn::ShiftRight<16>(evens)));
+    k.key = hn::OddEven(hn::BitCast(u16Tag, odds), hn::BitCast(u16Tag, hn::ShiftRight<16>(evens)));
     return k;
   }
   const auto limitedSum = [](const Words(&words)[3]) {
@@ -108,15 +106,15 @@ inline void limitKeys(const QMXOrvaniteTable&, const Pixels<std::uint16_t>&, std
 template <bool alphaFirst>
 HWY_INLINE void storePixel(std::uint8_t* to, std::uint32_t r, std::uint32_t g, std::uint32_t b,
                            std::uint32_t a) {
-  const std::uint32_t pixel = alphaFirst ? a | b << 8 | g << 16 | r << 24
-                                         : r | g << 8 | b << 16 | a << 24;
+  const std::uint32_t pixel =
+      alphaFirst ? a | b << 8 | g << 16 | r << 24 : r | g << 8 | b << 16 | a << 24;
   std::memcpy(to, &pixel, sizeof pixel);
 }
 template <bool alphaFirst>
 HWY_INLINE void storePixel(std::uint16_t* to, std::uint64_t r, std::uint64_t g, std::uint64_t b,
                            std::uint64_t a) {
-  const std::uint64_t pixel = alphaFirst ? a | b << 16 | g << 32 | r << 48
-                                         : r | g << 16 | b << 32 | a << 48;
+  const std::uint64_t pixel =
+      alphaFirst ? a | b << 16 | g << 32 | r << 48 : r | g << 16 | b << 32 | a << 48;
   std::memcpy(to, &pixel, sizeof pixel);
 }
 
@@ -173,10 +171,10 @@ HWY_INLINE Samples loadSamples(const std::uint16_t* from, bool alphaFirst) {
 }
 
 HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint8_t* to) {
-  const U16 low = alphaFirst ? hn::Or(s.a, hn::ShiftLeft<8>(s.b))
-                             : hn::Or(s.r, hn::ShiftLeft<8>(s.g));
-  const U16 high = alphaFirst ? hn::Or(s.g, hn::ShiftLeft<8>(s.r))
-                              : hn::Or(s.b, hn::ShiftLeft<8>(s.a));
+  const U16 low =
+      alphaFirst ? hn::Or(s.a, hn::ShiftLeft<8>(s.b)) : hn::Or(s.r, hn::ShiftLeft<8>(s.g));
+  const U16 high =
+      alphaFirst ? hn::Or(s.g, hn::ShiftLeft<8>(s.r)) : hn::Or(s.b, hn::ShiftLeft<8>(s.a));
   hn::StoreInterleaved2(low, high, u16Tag, reinterpret_cast<std::uint16_t*>(to));
 }
 HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint16_t* to) {

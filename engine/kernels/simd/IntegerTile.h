@@ -26,9 +26,9 @@ enum Arrangement { unused, redFirst, alphaFirst, planes, unknown };
 template <class T>
 struct Image {
   Arrangement arrangement = unused;
-  const T* base = nullptr;        // interleaved: the first sample of the first pixel
-  const T* channel[4] = {};       // red, green, blue, alpha; those that may be touched
-  bool whole = false;             // interleaved: all four samples may be
+  const T* base = nullptr;   // interleaved: the first sample of the first pixel
+  const T* channel[4] = {};  // red, green, blue, alpha; those that may be touched
+  bool whole = false;        // interleaved: all four samples may be
   int pixelStep = 0;
   std::ptrdiff_t lineStep = 0;
 };
@@ -86,7 +86,9 @@ struct IntegerTile {
 /// destination: they share nothing, or each pixel only the same pixel.
 template <class T>
 inline bool apart(const IntegerTile<T>& tile, const Image<T>& input, const T* in, const T* out) {
-  const auto across = [&tile](int step) { return static_cast<std::ptrdiff_t>(tile.width - 1) * step; };
+  const auto across = [&tile](int step) {
+    return static_cast<std::ptrdiff_t>(tile.width - 1) * step;
+  };
   const auto down = [&tile](std::ptrdiff_t step) { return (tile.height - 1) * step; };
   const auto lowest = [](const T* p, std::ptrdiff_t x, std::ptrdiff_t y) {
     return p + (x < 0 ? x : 0) + (y < 0 ? y : 0);
@@ -163,8 +165,8 @@ struct Block {
   Pixels<T> fg, bg, ref;
   T* dst;
   bool dstAlphaFirst;
-  std::size_t pixels;           // whole vectors
-  const std::uint16_t* hold;    // matte codes, null without
+  std::size_t pixels;         // whole vectors
+  const std::uint16_t* hold;  // matte codes, null without
   const std::uint16_t* garbage;
 };
 

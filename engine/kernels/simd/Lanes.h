@@ -113,8 +113,7 @@ HWY_INLINE Floats fused(Floats a, Floats b, Floats c) { return hn::MulAdd(a, b, 
 HWY_INLINE DoubleVector oddSum(DoubleVector product, DoubleVector c) {
   const DoubleVector sum = hn::Add(product, c);
   const DoubleVector back = hn::Sub(sum, product);
-  const DoubleVector error =
-      hn::Add(hn::Sub(product, hn::Sub(sum, back)), hn::Sub(c, back));
+  const DoubleVector error = hn::Add(hn::Sub(product, hn::Sub(sum, back)), hn::Sub(c, back));
   const auto bits = hn::BitCast(longTag, sum);
   const auto one = hn::Set(longTag, 1);
   // An even, rounded sum moves one place: outwards when the error has the sum's sign.
@@ -125,9 +124,9 @@ HWY_INLINE DoubleVector oddSum(DoubleVector product, DoubleVector c) {
   const auto inwards = hn::ShiftRight<63>(signs);  // 1 where the signs differ
   const auto step = hn::Sub(one, hn::Add(inwards, inwards));
   const auto moved = hn::Add(bits, step);
-  return hn::IfThenElse(hn::And(inexact, hn::MaskFromVec(hn::BitCast(
-                                             doubleTag, hn::VecFromMask(longTag, even)))),
-                        hn::BitCast(doubleTag, moved), sum);
+  return hn::IfThenElse(
+      hn::And(inexact, hn::MaskFromVec(hn::BitCast(doubleTag, hn::VecFromMask(longTag, even)))),
+      hn::BitCast(doubleTag, moved), sum);
 }
 
 HWY_INLINE Floats fused(Floats a, Floats b, Floats c) {

@@ -57,8 +57,8 @@ HWY_INLINE DoublePack<n> log2Of(const DoublePack<n>& x) {
         hn::Add(hn::BitCast(longTag, x.v[i]), hn::Set(longTag, (bias << 52) - rootHalf));
     const auto exponent =
         hn::Or(hn::ShiftRight<52>(moved), hn::BitCast(longTag, doubles(integers)));
-    e.v[i] = hn::Sub(hn::BitCast(doubleTag, exponent),
-                     doubles(integers + static_cast<double>(bias)));
+    e.v[i] =
+        hn::Sub(hn::BitCast(doubleTag, exponent), doubles(integers + static_cast<double>(bias)));
     const auto fraction = hn::And(moved, hn::Set(longTag, 0x000fffffffffffff));
     const DoubleVector z = hn::BitCast(doubleTag, hn::Add(fraction, hn::Set(longTag, rootHalf)));
     s.v[i] = hn::Div(hn::Sub(z, doubles(1)), hn::Add(z, doubles(1)));
@@ -85,8 +85,7 @@ HWY_INLINE DoublePack<n> exp2Of(const DoublePack<n>& y) {
   DoublePack<n> power = polynomial(series, f);
   for (std::size_t i = 0; i < 2 * n; ++i) {
     const auto integer = hn::ShiftLeft<52>(hn::BitCast(longTag, rounded.v[i]));
-    power.v[i] =
-        hn::BitCast(doubleTag, hn::Add(hn::BitCast(longTag, power.v[i]), integer));
+    power.v[i] = hn::BitCast(doubleTag, hn::Add(hn::BitCast(longTag, power.v[i]), integer));
   }
   return power;
 }
@@ -162,8 +161,7 @@ HWY_INLINE FloatPack<n> settle(const Definition& definition, const FloatPack<n>&
   for (std::size_t i = 1; i < n; ++i) any = hn::Or(any, guess.doubtful.v[i]);
   if (HWY_LIKELY(hn::AllFalse(floatTag, any))) return guess.value;
   for (std::size_t i = 0; i < n; ++i) {
-    guess.value.v[i] =
-        askDefinition(definition, in.v[i], guess.value.v[i], guess.doubtful.v[i]);
+    guess.value.v[i] = askDefinition(definition, in.v[i], guess.value.v[i], guess.doubtful.v[i]);
   }
   return guess.value;
 }
