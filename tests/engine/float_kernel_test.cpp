@@ -64,9 +64,15 @@ float screenSample(Random& random, int c) {
   return static_cast<float>(Imath::half((c == 2 ? 0.7f : 0.15f) + noise));
 }
 
-/// What a picture holds: nothing but non-negative halves, what a good float picture would, or
-/// whatever a float can be.
-enum Content { halves, clean, anything };
+/// What a picture holds: nothing but non-negative halves, what a good float picture would,
+/// whatever a float can be, or runs of values from which shortcuts must keep away.
+enum Content { halves, clean, anything, extremes };
+
+/// Log light of 30000 is infinite; a hold-out of 1e-44 divides by next to nothing.
+float extremeSample(Random& random) {
+  static const float values[] = {0.2f, 1, 1, 3.9f, 4.1f, 100, 30000.5f, 1e-44f, 0};
+  return values[random() % (sizeof values / sizeof values[0])];
+}
 
 float sampleOf(Random& random, Content content) {
   const float v = anySample(random);
@@ -89,18 +95,22 @@ struct Picture {
     data.assign(static_cast<std::size_t>(2 * guard + step * h + 1), mark);
   }
 
-  void fill(Random& random, Content content) {
+  void fill(Random& random, Content content, bool plate) {
     for (int y = 0; y < height; ++y) {
       int run = 0;
       bool screen = false;
+      float held[4] = {};  // through a run of extremes
       for (int x = 0; x < width; ++x) {
         if (run-- == 0) {
           run = static_cast<int>(random() % 24);
           screen = random() % 2 == 0;
+          for (float& v : held) v = extremeSample(random);
         }
         for (int c = 0; c < 4; ++c) {
           data[static_cast<std::size_t>(guard + 1 + y * step + 4 * x + c)] =
-              screen && c < 3 ? screenSample(random, c) : sampleOf(random, content);
+              content == extremes && !(screen && plate) ? held[c]
+              : screen && c < 3                         ? screenSample(random, c)
+                                                        : sampleOf(random, content);
         }
       }
     }
@@ -191,9 +201,9 @@ struct Shape {
 std::string differ(const orvanite::Target& target, QMXOrvaniteTable& e, const Shape& shape,
                    Content content, Random& random) {
   Picture fg(shape.width, shape.height, shape.extra), bg = fg, mattes = fg, dst = fg;
-  fg.fill(random, content);
-  bg.fill(random, content);
-  mattes.fill(random, content);
+  fg.fill(random, content, true);
+  bg.fill(random, content, false);
+  mattes.fill(random, content, false);
   Picture fg2 = fg, bg2 = bg, dst2 = dst;
   const auto tileOf = [&](Picture& f, Picture& b, Picture& d) {
     Otile tile = {};
@@ -262,7 +272,7 @@ TEST(FloatKernels, GiveTheReferenceBitsForEveryVariantAndSetting) {
                                (variant & 2) != 0,
                                view == 0 || (variant & 8) == 0};
           onEveryTarget([&](const orvanite::Target& target) {
-            for (const Content content : {halves, clean, anything}) {
+            for (const Content content : {halves, clean, anything, extremes}) {
               EXPECT_EQ(differ(target, e, shape, content, random), "") << s.name;
             }
           });

@@ -22,7 +22,7 @@ class FloatKernel {
  public:
   FloatKernel(const QMXOrvaniteTable& e, const Otile& record, const FloatTile& tile,
               const TileVariant& variant)
-      : s_(e, record, variant), tile_(tile), grade_{{e, 0}, {e, 1}} {
+      : s_(e, record, variant), tile_(tile), grade_{{e, 0}, {e, 1}}, tame_(isTameSetup(s_)) {
     for (int c = 0; c < 3; ++c) {
       flatCode_[c] = fromLinear(e.bgColourLinear[c] / e.neutralScale[c], e.colourspace);
     }
@@ -96,20 +96,22 @@ class FloatKernel {
                    block.garbage != nullptr ? block.garbage + at : nullptr);
   }
 
-  /// The graded foreground without its screen, from its working colour.
-  HWY_INLINE Colours foreground(const Colours& in, const Matte& m, bool holding) const {
-    Colours colour = removeScreen(s_.e, in, m, holding);
-    if (s_.grades[0]) colour = working(grade_[0](linear(colour)));
-    if (s_.saturates[0]) colour = saturate(s_.e.satMatrix32[0], colour);
-    return colour;
+  /// From the working colour of the plate to the graded foreground without its screen.
+  HWY_INLINE void toForeground(const Matte& m, bool holding, Colours& colour) const {
+    removeScreen(s_.e, m, holding, colour);
+    if (s_.grades[0]) {
+      toLinear(colour);
+      assign(colour, grade_[0](colour));
+      toWorking(colour);
+    }
+    if (s_.saturates[0]) saturate(s_.e.satMatrix32[0], colour);
   }
 
-  /// The graded background in the working space, from its linear light.
-  HWY_INLINE Colours background(Colours colour) const {
-    if (s_.grades[1]) colour = grade_[1](colour);
-    colour = working(colour);
-    if (s_.saturates[1]) colour = saturate(s_.e.satMatrix32[1], colour);
-    return colour;
+  /// From the background's linear light to the graded background in the working space.
+  HWY_INLINE void toBackground(Colours& colour) const {
+    if (s_.grades[1]) assign(colour, grade_[1](colour));
+    toWorking(colour);
+    if (s_.saturates[1]) saturate(s_.e.satMatrix32[1], colour);
   }
 
   HWY_INLINE Colours flat() const {
@@ -123,24 +125,83 @@ class FloatKernel {
     Pixels out;
     out.alpha = m.out;
     if (e.view == 2 || e.view == 5) {
-      const Colours shown = e.view == 2 ? showMatte(m) : showStatus(m);
-      for (std::size_t c = 0; c < 3; ++c) out.colour[c] = shown.v[c];
+      const Colours status = showStatus(m);
+      for (std::size_t c = 0; c < 3; ++c) out.colour[c] = e.view == 2 ? m.out : status.v[c];
     } else {
       const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
-      const Colours decoded = decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}});
-      Colours colour = foreground(working(decoded), m, block.hold != nullptr);
+      if constexpr (coded) {
+        if (tame_ && hn::AllTrue(floatTag, hn::Eq(m.out, hn::Zero(floatTag))) &&
+            showBackground(block, at, fg, m)) {
+          return;
+        }
+      }
+      Colours colour = decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}});
+      toWorking(colour);
+      toForeground(m, block.hold != nullptr, colour);
       if (e.view == 0) {
         const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
-        colour = mix(m.out, colour,
-                     background(decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}})));
+        Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
+        toBackground(under);
+        mix(m.out, under, colour);
         if (s_.mergesAlpha) out.alpha = mergeAlpha(m.out, bg.alpha);
       } else if (e.view == 1) {
-        colour = mix(m.out, colour, flat());
+        mix(m.out, flat(), colour);
       }
-      colour = encode_(linear(colour));
-      for (std::size_t c = 0; c < 3; ++c) out.colour[c] = colour.v[c];
+      toLinear(colour);
+      const Colours written = encode_(colour);
+      for (std::size_t c = 0; c < 3; ++c) out.colour[c] = written.v[c];
     }
     store(out, block.dst + at);
+  }
+
+  /// Pixels that are clear throughout, in views 0 and 1: what lies under them is what is written,
+  /// since 0 * (colour - under) + under is under unless something is infinite. False, and nothing
+  /// written, when something might be.
+  HWY_INLINE bool showBackground(const Block& block, std::size_t at, const Pixels& fg,
+                                 const Matte& m) const {
+    // With a divisor of 2^-24 or more, tame colours stay far below infinity.
+    FloatMask tame = hn::Or(hn::Eq(m.keyed, hn::Zero(floatTag)), hn::Ge(m.keyed, floats(0x1p-24f)));
+    for (std::size_t c = 0; c < 3; ++c) tame = hn::And(tame, isTame(fg.colour[c]));
+    if (s_.e.view == 1) {
+      if (!hn::AllTrue(floatTag, tame)) return false;
+      store({{floats(flatCode_[0]), floats(flatCode_[1]), floats(flatCode_[2])}, m.out},
+            block.dst + at);
+      return true;
+    }
+    const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
+    for (std::size_t c = 0; c < 3; ++c) tame = hn::And(tame, isTame(bg.colour[c]));
+    if (!hn::AllTrue(floatTag, tame)) return false;
+    Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
+    toBackground(under);
+    toLinear(under);
+    const Colours written = encode_(under);
+    Pixels out = {{written.v[0], written.v[1], written.v[2]}, m.out};
+    if (s_.mergesAlpha) out.alpha = mergeAlpha(m.out, bg.alpha);
+    store(out, block.dst + at);
+    return true;
+  }
+
+  /// Samples that are at most 10^6.2 in linear light.
+  static HWY_INLINE FloatMask isTame(Floats v) {
+    return hn::And(hn::Ge(v, hn::Zero(floatTag)), hn::Le(v, floats(4)));
+  }
+
+  /// Whether tame samples give tame colours: no grade, and no parameter that is not far below
+  /// 10^10. Then a colour is below 10^10 * 2^24 * 10^10.
+  static bool isTameSetup(const FloatSetup& s) {
+    constexpr float limit = 1e10f;
+    const auto within = [](float v) { return v > -limit && v < limit; };
+    const QMXOrvaniteTable& e = s.e;
+    bool tame = (e.view == 0 || e.view == 1) && !s.grades[0] && !s.grades[1];
+    for (int c = 0; c < 3; ++c) {
+      tame = tame && e.neutralScale[c] > 0 && e.neutralScale[c] < 1000;
+      tame = tame && within(e.screenLinear[c]) && within(e.replaceLinear[c]);
+      tame = tame && within(e.bgColourLinear[c]);
+      for (int k = 0; k < 3; ++k) {
+        tame = tame && within(e.satMatrix32[0][c][k]) && within(e.satMatrix32[1][c][k]);
+      }
+    }
+    return tame;
   }
 
   /// Blocks of which every sample is a half: decoded by table, and encoded by table wherever what
@@ -166,26 +227,32 @@ class FloatKernel {
     std::size_t count = 0;
     for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
       const std::size_t at = samplesPerPixel * i;
-      const Colours decoded = load(fgLinear, i);
+      Colours colour = load(fgLinear, i);
       const Floats amount =
-          products ? screenAmountOf(s_, decoded) : screenAmount(loadHalves(shares, i));
+          products ? screenAmountOf(s_, colour) : screenAmount(loadHalves(shares, i));
       const Matte m = matteAt(block, at, amount);
-      const Colours top = working(decoded);
-      Colours colour = foreground(top, m, block.hold != nullptr);
-      Colours under = top;
+      toWorking(colour);
+      Colours top, under;  // as they come in; the background as it would go out untouched
+      assign(top, colour);
+      assign(under, colour);
+      toForeground(m, block.hold != nullptr, colour);
       Floats alpha = m.out;
       if (over) {
-        const Colours bgDecoded = load(bgLinear, i);
-        under = working(bgDecoded);
-        colour = mix(m.out, colour, background(bgDecoded));
+        Colours below = load(bgLinear, i);
+        assign(under, below);
+        toWorking(under);
+        toBackground(below);
+        mix(m.out, below, colour);
         if (s_.mergesAlpha) {
           alpha = mergeAlpha(m.out, loadPixels(block.bg + at, tile_.bg.order).alpha);
         }
       } else if (overFlat) {
-        colour = mix(m.out, colour, flat());
+        mix(m.out, flat(), colour);
       }
       hn::Store(alpha, floatTag, alphas + i);
-      const Colours light = linear(colour);
+      Colours light;
+      assign(light, colour);
+      toLinear(light);
       for (std::size_t c = 0; c < 3; ++c) {
         FloatMask known = hn::Eq(colour.v[c], top.v[c]);
         if (over) {
@@ -253,14 +320,16 @@ class FloatKernel {
          at += samplesPerPixel * floatLanes()) {
       const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
       Colours colour = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
-      colour = working(grade_[1](colour));
+      assign(colour, grade_[1](colour));
+      toWorking(colour);
       if (s_.saturates[1]) {
-        colour = multiply(e.satMatrix32[1], colour);
+        assign(colour, multiply(e.satMatrix32[1], colour));
         for (Floats& v : colour.v) {
           v = hn::IfThenElseZero(hn::Gt(v, hn::Zero(floatTag)), v);  // a NaN becomes 0 here
         }
       }
-      colour = encode_(linear(colour));
+      toLinear(colour);
+      assign(colour, encode_(colour));
       // A background without alpha counts as one whose alpha is 0.
       Pixels out = {{colour.v[0], colour.v[1], colour.v[2]}, hn::Zero(floatTag)};
       if (tile_.bg.whole) out.alpha = bg.alpha;
@@ -268,19 +337,14 @@ class FloatKernel {
     }
   }
 
-  /// Linear light to the working space, and back. Vector by vector: a choice between whole colours
-  /// has g++ send them through memory.
-  HWY_INLINE Colours working(Colours v) const {
-    if (s_.scales) {
-      for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Mul(floats(s_.e.neutralScale[c]), v.v[c]);
-    }
-    return v;
+  /// Linear light to the working space, and back.
+  HWY_INLINE void toWorking(Colours& v) const {
+    if (!s_.scales) return;
+    for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Mul(floats(s_.e.neutralScale[c]), v.v[c]);
   }
-  HWY_INLINE Colours linear(Colours v) const {
-    if (s_.scales) {
-      for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Div(v.v[c], floats(s_.e.neutralScale[c]));
-    }
-    return v;
+  HWY_INLINE void toLinear(Colours& v) const {
+    if (!s_.scales) return;
+    for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Div(v.v[c], floats(s_.e.neutralScale[c]));
   }
 
   HWY_INLINE void store(Pixels out, float* to) const {
@@ -292,6 +356,7 @@ class FloatKernel {
   FloatTile tile_;
   Grade grade_[2];
   float flatCode_[3];  // the flat background as it is written where it shows through
+  bool tame_;
   Decode decode_;
   Encode encode_;
 };

@@ -77,6 +77,13 @@ class Grade {
   Regrade channel_[3];
 };
 
+// Colours are changed in place and channel by channel: whole ones, when chosen between or handed
+// on, g++ sends through memory.
+
+HWY_INLINE void assign(Colours& to, const Colours& from) {
+  for (std::size_t c = 0; c < 3; ++c) to.v[c] = from.v[c];
+}
+
 HWY_INLINE Colours multiply(const float (&matrix)[3][3], const Colours& in) {
   Colours out;
   for (std::size_t c = 0; c < 3; ++c) {
@@ -93,10 +100,9 @@ HWY_INLINE Floats dropNegative(Floats v) {
 
 HWY_INLINE Floats atMostOne(Floats v) { return hn::IfThenElse(hn::Gt(v, floats(1)), floats(1), v); }
 
-HWY_INLINE Colours saturate(const float (&matrix)[3][3], const Colours& in) {
-  Colours out = multiply(matrix, in);
-  for (Floats& v : out.v) v = dropNegative(v);
-  return out;
+HWY_INLINE void saturate(const float (&matrix)[3][3], Colours& colour) {
+  const Colours mixed = multiply(matrix, colour);
+  for (std::size_t c = 0; c < 3; ++c) colour.v[c] = dropNegative(mixed.v[c]);
 }
 
 /// What keying knows of a pixel beside its colour.
@@ -149,8 +155,8 @@ HWY_INLINE Matte matteOf(const QMXOrvaniteTable& e, Floats amount, const float* 
 }
 
 /// Takes the screen out of working colours and undoes the premultiplication.
-HWY_INLINE Colours removeScreen(const QMXOrvaniteTable& e, Colours colour, const Matte& m,
-                                bool holding) {
+HWY_INLINE void removeScreen(const QMXOrvaniteTable& e, const Matte& m, bool holding,
+                             Colours& colour) {
   const Floats one = floats(1), zero = hn::Zero(floatTag);
   const FloatMask screened = hn::Gt(m.amount, zero);
   for (std::size_t c = 0; c < 3; ++c) {
@@ -170,11 +176,7 @@ HWY_INLINE Colours removeScreen(const QMXOrvaniteTable& e, Colours colour, const
       colour.v[c] = hn::IfThenElse(between, hn::Div(colour.v[c], m.keyed), colour.v[c]);
     }
   }
-  return colour;
 }
-
-/// The matte view.
-HWY_INLINE Colours showMatte(const Matte& m) { return {{m.out, m.out, m.out}}; }
 
 /// The status view: clear is black, solid blue, anything between green by its matte; held shows in
 /// the red.
@@ -191,12 +193,10 @@ HWY_INLINE Colours showStatus(const Matte& m) {
   return status;
 }
 
-HWY_INLINE Colours mix(Floats matte, const Colours& top, const Colours& under) {
-  Colours out;
+HWY_INLINE void mix(Floats matte, const Colours& under, Colours& top) {
   for (std::size_t c = 0; c < 3; ++c) {
-    out.v[c] = hn::Add(hn::Mul(matte, hn::Sub(top.v[c], under.v[c])), under.v[c]);
+    top.v[c] = hn::Add(hn::Mul(matte, hn::Sub(top.v[c], under.v[c])), under.v[c]);
   }
-  return out;
 }
 
 /// The keyed matte with the background's alpha merged in.
@@ -244,10 +244,18 @@ HWY_INLINE void readTables(const T* const (&tables)[3], const Planes<std::uint16
   for (std::size_t c = 0; c < 3; ++c) {
     const T* const table = tables[c];
     for (std::size_t i = 0; i < pixels; i += 4) {  // whole vectors: a multiple of 4
-      entries.of[c][i] = table[patterns.of[c][i]];
-      entries.of[c][i + 1] = table[patterns.of[c][i + 1]];
-      entries.of[c][i + 2] = table[patterns.of[c][i + 2]];
-      entries.of[c][i + 3] = table[patterns.of[c][i + 3]];
+      // Read as one word, since g++ would have vectors take patterns apart one by one.
+      std::uint64_t four = 0;
+      __builtin_memcpy(&four, patterns.of[c] + i, sizeof four);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+      constexpr int shifts[4] = {48, 32, 16, 0};
+#else
+      constexpr int shifts[4] = {0, 16, 32, 48};
+#endif
+      entries.of[c][i] = table[four >> shifts[0] & 0xFFFF];
+      entries.of[c][i + 1] = table[four >> shifts[1] & 0xFFFF];
+      entries.of[c][i + 2] = table[four >> shifts[2] & 0xFFFF];
+      entries.of[c][i + 3] = table[four >> shifts[3] & 0xFFFF];
     }
   }
 }
