@@ -186,6 +186,11 @@ BoxRequest boxRequestOf(const std::string& body) {
   return {intOf(object, "frame"), windowOf(object, "window")};
 }
 
+FindRequest findRequestOf(const std::string& body) {
+  const json object = parse(body);
+  return {settingsIn(object), intOf(object, "frame")};
+}
+
 Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 
 std::string describe(const Footage& footage, const Settings& settings, const std::string& output) {
@@ -272,6 +277,17 @@ std::string probeReply(const PixelValues& values, int depth) {
                {"matte", number(values.matte)},
                {"result", numbers(values.result)},
                {"maximum", codeMaximum(depth)}});
+}
+
+std::string foundReply(const Renderer::Found& found) {
+  json texts = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (!followsFromScreen(parameter)) continue;
+    const std::string_view name = parameter.name;
+    texts[std::string(name)] =
+        found.settings.given(name) ? json(found.settings.text(name)) : json(nullptr);
+  }
+  return dump({{"settings", std::move(texts)}, {"coverage", number(found.coverage)}});
 }
 
 std::string boxReply(const BoxColours& colours) {

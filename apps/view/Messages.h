@@ -32,6 +32,11 @@ struct BoxRequest {
   media::Window box;
 };
 BoxRequest boxRequestOf(const std::string& body);
+struct FindRequest {
+  Settings settings;
+  int frame = 1;
+};
+FindRequest findRequestOf(const std::string& body);
 /// The member "settings" of a body: texts by parameter names.
 Settings settingsOf(const std::string& body);
 
@@ -45,6 +50,8 @@ std::string pictureReply(const RenderedPicture& rendered, const Settings& settin
                          double milliseconds);
 
 std::string probeReply(const PixelValues& values, int depth);
+/// What was found: texts by the names of the parameters that finding sets, null for a default.
+std::string foundReply(const Renderer::Found& found);
 std::string boxReply(const BoxColours& colours);
 std::string jobReply(const std::string& state, double done, const std::string& message);
 /// A preset file: its version, and every given parameter by its name.

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "keyer/AutoKey.h"
 #include "keyer/Error.h"
 
 namespace orvanite::view {
@@ -107,6 +108,11 @@ FrameKeyer& Renderer::keyer(int slot) {
   return *keyer;
 }
 
+bool followsFromScreen(const Parameter& parameter) {
+  return parameter.group == "Screen" || parameter.group == "Balance and gain" ||
+         parameter.name == "replace";
+}
+
 std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
                                                 const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
@@ -181,6 +187,21 @@ PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, 
                       ? values.plate
                       : valuesAt(*keyer(slot).key(settings, view, frame, 1, pixel, always), 0, 0);
   return values;
+}
+
+Renderer::Found Renderer::find(Settings settings, int frame) {
+  const Footage::Shared plate = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
+  for (const Parameter& parameter : parameters()) {
+    if (followsFromScreen(parameter)) settings.reset(parameter.name);
+  }
+  const Plate seen{plate->image(), plate->data.width, plate->data.height, plate->depth};
+  // It tries settings on the engine, on all processors.
+  const std::lock_guard lock(mutex_);
+  const bool cleanPlate =
+      footage_.info().inputs.reference && seen.depth != 4 && settings.toggle("useReference");
+  const AutoKey key =
+      autoKey(seen, settings, cleanPlate ? CleanPlateUse::always : CleanPlateUse::never);
+  return {settings, key.screen.coverage};
 }
 
 BoxColours Renderer::colours(int frame, const media::Window& box) {

@@ -51,6 +51,9 @@ struct BoxColours {
   std::array<float, 3> median{}, low{}, high{};  // low and high leave out a twentieth each
 };
 
+/// Whether finding the screen may set a parameter.
+bool followsFromScreen(const Parameter& parameter);
+
 class Renderer {
  public:
   static constexpr int slots = 2;
@@ -66,6 +69,15 @@ class Renderer {
   PixelValues probe(const Settings& settings, PageView view, int frame, int x, int y, int slot);
 
   BoxColours colours(int frame, const media::Window& box);
+
+  /// The screen, and the parameters that follow from it, found in a frame. Those of them that
+  /// were given are forgotten first; the others stay as they are.
+  /// Throws Error when there is no screen.
+  struct Found {
+    Settings settings;
+    float coverage = 0;  // the screen's share of the frame
+  };
+  Found find(Settings settings, int frame);
 
  private:
   FrameKeyer& keyer(int slot);

@@ -188,7 +188,8 @@ struct Server::Implementation {
 
   void answerPost(const Request& request, Response& response) {
     const std::string_view wanted = *admit(request);
-    const bool renders = wanted == "picture" || wanted == "probe" || wanted == "colours";
+    const bool renders =
+        wanted == "picture" || wanted == "probe" || wanted == "colours" || wanted == "auto";
     if (renders) {
       const Waiting turn(waiting);
       if (!turn) return fail(response, 503, "request", "too many renders wait");
@@ -198,6 +199,10 @@ struct Server::Implementation {
         const PixelValues values =
             renderer.probe(asked.settings, asked.view, asked.frame, asked.x, asked.y, asked.slot);
         return response.set_content(probeReply(values, footage.info().depth), json);
+      }
+      if (wanted == "auto") {
+        const FindRequest asked = findRequestOf(request.body);
+        return response.set_content(foundReply(renderer.find(asked.settings, asked.frame)), json);
       }
       const BoxRequest asked = boxRequestOf(request.body);
       return response.set_content(boxReply(renderer.colours(asked.frame, asked.box)), json);

@@ -52,8 +52,9 @@ async function start() {
 
   const renders = new Renders(description, () => stage.visible(), (slot, picture) => {
     if (slot === 0) {
+      const before = JSON.stringify(state.inForce);
       state.inForce = picture.inForce;
-      panel.refresh();
+      if (JSON.stringify(state.inForce) !== before) panel.refresh();
       if (picture.matte) showMeasure(byId('histogram'), byId('counts'), picture.matte);
       if (!picture.job.moving) probe.look();
     }
@@ -126,6 +127,9 @@ async function start() {
   picker.addEventListener('changed', () => { request(false); marks(); });
   picker.addEventListener('failed', (event) => fail(event.detail));
   picker.addEventListener('picked', ({detail: {target, colours}}) => {
+    if (target === 'screen') {
+      picker.advise('Look at the matte (press 2): raise Screen range until the screen is black. 5 shows the composite.');
+    }
     state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
   });
   stage.addEventListener('moved', () => { renders.moved(); scaleWords(); });
@@ -143,13 +147,12 @@ async function start() {
   byId('redo').addEventListener('click', () => state.redo());
   const pickScreen = () => picker.target ? picker.stop() : picker.start('screen', 'the screen');
   byId('pickScreen').addEventListener('click', pickScreen);
-  byId('auto').hidden = !description.auto;
   byId('auto').addEventListener('click', async () => {
     try {
       const found = await ask('auto', {settings: state.settings, frame: state.frame});
       picker.stop();
       state.set(found.settings);
-      actions.tell(found.notes);
+      picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame. Ctrl+Z takes it back. 2 shows the matte, 5 the composite.`);
     } catch (error) {
       actions.tell(error.message);
     }
@@ -191,7 +194,7 @@ async function start() {
   });
 
   // Nobody said what the screen is: that is the first thing to do.
-  if (!('screen' in state.settings)) picker.start('screen', 'the screen');
+  if (!('screen' in state.settings)) picker.start('screen', 'the screen', 'Auto finds it by itself.');
   request(false);
   marks();
   scaleWords();

@@ -72,7 +72,7 @@ export class Panel {
 
   explain(parameter) {
     const {unit, low, high, label, help, standard, type} = parameter;
-    const range = ['number', 'triple', 'colour'].includes(type) ? ` ${unit}, ${short(low)} to ${short(high)}.` : '';
+    const range = ['number', 'triple', 'colour'].includes(type) ? ` Unit: ${unit}, ${short(low)} to ${short(high)}.` : '';
     const usual = parameter.followsScreen ? '0.9 for a screen bluer than green, else 0.5' : standard;
     this.help.textContent = `${label}: ${help}${range} Default ${usual}.`;
   }

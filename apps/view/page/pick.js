@@ -6,6 +6,7 @@ import {ask} from './server.js';
 
 // A click takes the median of a little square, so that grain does not decide.
 const clickSide = 5;
+const adviceMilliseconds = 12000;
 
 export class Picker extends EventTarget {
   constructor(stage, state, box, hint) {
@@ -19,12 +20,20 @@ export class Picker extends EventTarget {
     addEventListener('keydown', (event) => { if (event.key === 'Escape') this.stop(); });
   }
 
+  /** Says what to do next, for a while. */
+  advise(text) {
+    this.hint.textContent = text;
+    this.hint.hidden = false;
+    clearTimeout(this.advice);
+    this.advice = setTimeout(() => { if (!this.target) this.hint.hidden = true; }, adviceMilliseconds);
+  }
+
   /** Takes out the eyedropper for a colour parameter; label says what to click. */
-  start(target, label) {
+  start(target, label, more = 'Esc ends.') {
     this.target = target;
     this.stage.picking = true;
     this.stage.element.classList.add('picking');
-    this.hint.textContent = `Click ${label} in the picture, or drag a box over it. Esc ends.`;
+    this.hint.textContent = `Click ${label} in the picture, or drag a box over it. ${more}`;
     this.hint.hidden = false;
     this.dispatchEvent(new Event('changed'));
   }

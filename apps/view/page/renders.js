@@ -88,6 +88,8 @@ export class Renders {
     const state = this.slots[slot];
     state.next = job;
     if (!state.busy) this.run(slot);
+    // A large picture on its way would hold up the next ones, and is out of date.
+    else if (!state.job.moving) state.abort.abort();
   }
 
   async run(slot) {
@@ -97,9 +99,11 @@ export class Renders {
       const job = state.next;
       state.next = null;
       const start = performance.now();
+      state.job = job;
+      state.abort = new AbortController();
       try {
         const {moving, ...body} = job;
-        const picture = await askPicture(body);
+        const picture = await askPicture(body, state.abort.signal);
         picture.job = job;
         const taken = performance.now() - start;
         if (moving) this.adapt(taken);
@@ -107,6 +111,7 @@ export class Renders {
         this.fail(null);
         if (state.what) this.show(slot, picture);
       } catch (error) {
+        if (state.abort.signal.aborted) continue;
         if (error.status === 429 || error.status === 503) {
           await new Promise((done) => setTimeout(done, 100));
           state.next ??= job;

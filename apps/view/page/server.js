@@ -11,8 +11,9 @@ export class Refusal extends Error {
   }
 }
 
-async function send(name, body) {
+async function send(name, body, signal) {
   const options = body === undefined ? {} : {
+    signal,
     method: 'POST',
     headers: {'Content-Type': 'application/json'},
     body: JSON.stringify(body),
@@ -20,11 +21,13 @@ async function send(name, body) {
   let response;
   try {
     response = await fetch(name, options);
-  } catch {
+  } catch (error) {
+    if (signal?.aborted) throw error;
     // The server may have closed an idle connection in this very moment: once more decides.
     try {
       response = await fetch(name, options);
     } catch {
+      if (signal?.aborted) throw error;
       throw new Refusal(0, 'server', 'The program behind this page has ended.');
     }
   }
@@ -42,9 +45,12 @@ export const ask = async (name, body) => (await send(name, body)).json();
 export const askText = async (name, body) => (await send(name, body)).text();
 export const askBlob = async (name) => (await send(name)).blob();
 
-/** A picture: its header's members and `pixels`, an ImageData without transparency. */
-export async function askPicture(body) {
-  const bytes = await (await send('picture', body)).arrayBuffer();
+/**
+ * A picture: its header's members and `pixels`, an ImageData without transparency.
+ * The signal gives it up.
+ */
+export async function askPicture(body, signal) {
+  const bytes = await (await send('picture', body, signal)).arrayBuffer();
   const length = new DataView(bytes).getUint32(0, true);
   const header = JSON.parse(new TextDecoder().decode(new Uint8Array(bytes, 4, length)));
   // Alpha is the matte; what is shown is the colour beside it, so the canvas gets it opaque.

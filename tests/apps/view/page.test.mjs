@@ -107,7 +107,7 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   await settled(page);
   const screen = setting(page, 'screen').split(',').map(Number);
   assert.ok(screen[1] > 1.5 * screen[0] && screen[1] > 1.5 * screen[2], `a green: ${screen}`);
-  assert.equal(await page.locator('#hint').isVisible(), false);
+  assert.match(await page.locator('#hint').textContent(), /Screen range/, 'and what to do next');
   // Green is not bluer than it is green: the balances follow.
   assert.equal(await value(page, 'p-midtoneBalance'), '0.5');
 
@@ -164,6 +164,26 @@ test('at 100 % the page shows what orvanite key writes, whatever the depth and t
     }
     assert.deepEqual(page.problems, []);
   }
+});
+
+test('Auto finds the screen, and says when there is none', async () => {
+  const files = drawPlate('--size', '480x270', '--screen', 'blue');
+  const {page} = await open([files.plate]);
+  await page.click('#auto');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  await settled(page);
+  const screen = setting(page, 'screen').split(',').map(Number);
+  assert.ok(screen[2] > 1.5 * screen[0] && screen[2] > screen[1], `a blue: ${screen}`);
+  const [clear, , solid] = (await page.locator('#counts span').allTextContents()).map((text) => parseFloat(text.match(/[\d.]+/)[0]));
+  assert.ok(clear > 30 && solid > 20, `clear ${clear} %, solid ${solid} %`);
+  await page.keyboard.press('Control+z');
+  assert.equal(setting(page, 'screen'), null, 'all that it set is one change');
+
+  // A picture without a screen: a matte.
+  const {page: other} = await open([files.holdout]);
+  await other.click('#auto');
+  await other.waitForFunction(() => /screen/.test(document.getElementById('told').textContent));
+  assert.equal(setting(other, 'screen'), null);
 });
 
 test('wipe, sides, values under the pointer and keys', async () => {
