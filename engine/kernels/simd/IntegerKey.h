@@ -48,43 +48,85 @@ class IntegerKernel {
     if (!p_.fg.keysFit) limitKeys(e_, block.fg, block.pixels, fg_);
     if (variant_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
     mixed_.count = pureFg_.count = pureBg_.count = 0;
-    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) keyVector(block, i);
+    keyVectors(block);
     if (view_ == 2 || view_ == 5) return;
-    gradeAndMix(block);
-    for (std::size_t n = 0; n < mixed_.count; ++n) writeColours(block, mixed_.at[n]);
-    for (std::size_t n = 0; n < pureFg_.count; ++n) writeForeground(block, pureFg_.at[n]);
-    for (std::size_t n = 0; n < pureBg_.count; ++n) writeBackground(block, pureBg_.at[n]);
+    if (!p_.gradeIsIdentity) {
+      grade(mixed_);
+      if (sizeof(T) == 2) grade(pureFg_);
+    }
+    if (view_ == 0) lookUpBackground(block);
+    if (view_ != 4 || saturates_[0]) mixVectors();
+    writeColours(block, mixed_);
+    writeForeground(block);
+    writeBackground(block);
   }
 
  private:
   using Output = std::conditional_t<sizeof(T) == 1, std::uint8_t, std::uint16_t>;
 
+  /// What every vector of a tile reads, kept where a loop finds it without looking it up again.
+  struct Constants {
+    U16 screen[3], replace[3];
+    U16 refScreen[3], refScreenKey;
+    Floats screenScale, clipLow, clipRange;
+  };
+
   struct Screen {
     U16 amount, colour[3];
   };
 
-  HWY_INLINE Screen screenAt(std::size_t i, U16 key) const {
+  HWY_INLINE Constants constants() const {
+    Constants k;
+    for (std::size_t c = 0; c < 3; ++c) {
+      k.screen[c] = shorts(e_.screenWork[c]);
+      k.replace[c] = shorts(e_.replaceWork[c]);
+      k.refScreen[c] = shorts(variant_.ref ? e_.refScreenWork[c] : 0);
+    }
+    k.refScreenKey = shorts(variant_.ref ? e_.refScreenKey : 1);
+    k.screenScale = floats(p_.screenScale);
+    k.clipLow = floats(p_.clipLow);
+    k.clipRange = floats(p_.clipRange);
+    return k;
+  }
+
+  template <bool ref>
+  HWY_INLINE Screen screenAt(const Constants& k, std::size_t i, U16 key) const {
     Screen s;
-    if (!variant_.ref) {
+    if constexpr (!ref) {
       const auto limited = hn::Min(hn::Max(asSigned(key), hn::Zero(i16Tag)), hn::Set(i16Tag, 4095));
-      s.amount = screenAmount(asUnsigned(limited), floats(p_.screenScale));
-      for (std::size_t c = 0; c < 3; ++c) s.colour[c] = shorts(e_.screenWork[c]);
+      s.amount = screenAmount(asUnsigned(limited), k.screenScale);
+      for (std::size_t c = 0; c < 3; ++c) s.colour[c] = k.screen[c];
       return s;
     }
-    const Keyed ref = loadKeyed(ref_, i, true);
-    const U16Mask usable = above(ref.key, hn::Zero(u16Tag));
-    s.amount = screenAmount(key, hn::IfThenElse(usable, ref.key, shorts(e_.refScreenKey)));
+    const Keyed clean = loadKeyed(ref_, i, true);
+    const U16Mask usable = above(clean.key, hn::Zero(u16Tag));
+    s.amount = screenAmount(key, hn::IfThenElse(usable, clean.key, k.refScreenKey));
     for (std::size_t c = 0; c < 3; ++c) {
-      s.colour[c] = hn::IfThenElse(usable, ref.colour[c], shorts(e_.refScreenWork[c]));
+      s.colour[c] = hn::IfThenElse(usable, clean.colour[c], k.refScreen[c]);
     }
     return s;
   }
 
+  void keyVectors(const Block<T>& block) {
+    if (variant_.ref)
+      return block.hold ? keyVectors<true, true>(block) : keyVectors<true, false>(block);
+    return block.hold ? keyVectors<false, true>(block) : keyVectors<false, false>(block);
+  }
+
+  template <bool ref, bool hold>
+  HWY_NOINLINE void keyVectors(const Block<T>& block) {
+    const Constants k = constants();
+    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+      keyVector<ref, hold>(block, k, i);
+    }
+  }
+
   /// Keys one vector of pixels: its matte, and its colour where some of it is mixed.
-  HWY_INLINE void keyVector(const Block<T>& block, std::size_t i) {
+  template <bool ref, bool hold>
+  HWY_INLINE void keyVector(const Block<T>& block, const Constants& k, std::size_t i) {
     const U16 one = shorts(4096);
     const Keyed plate = loadKeyed(fg_, i, p_.fg.keysFit);
-    const Screen screen = screenAt(i, plate.key);
+    const Screen screen = screenAt<ref>(k, i, plate.key);
 
     const U16 whole = hn::ShiftRight<12>(screen.amount);
     const U16 part8 = hn::ShiftLeft<3>(hn::And(screen.amount, shorts(4095)));
@@ -94,21 +136,19 @@ class IntegerKernel {
     }
     U16 matte = hn::SaturatedSub(one, screen.amount);
     U16 held = hn::Zero(u16Tag);
-    if (block.hold != nullptr) {
+    if constexpr (hold) {
       held = keyProduct(hn::Sub(one, matte), matteKey<T>(hn::LoadU(u16Tag, block.hold + i)));
       matte = hn::Add(matte, held);
       for (std::size_t c = 0; c < 3; ++c) {
-        const U16 filled = hn::Add(colour[c], keyProduct(held, shorts(e_.replaceWork[c])));
-        colour[c] = hn::Min(filled, shorts(16383));
+        colour[c] = hn::Min(hn::Add(colour[c], keyProduct(held, k.replace[c])), shorts(16383));
       }
     }
 
     const U16 largest = hn::Max(hn::Max(colour[0], colour[1]), colour[2]);
     const U16 needed = matteOfColour(largest);
     const U16Mask enough = above(matte, needed);
-    const U16 divisor = hn::Max(hn::IfThenElse(enough, matte, largest), shorts(1));
     U16 shown = hn::Max(matte, needed);
-    if (!p_.clipIsIdentity) shown = clipMatte(shown, floats(p_.clipLow), floats(p_.clipRange));
+    if (!p_.clipIsIdentity) shown = clipMatte(shown, k.clipLow, k.clipRange);
     if (block.garbage != nullptr) {
       const U16 kept = hn::Sub(one, matteKey<T>(hn::LoadU(u16Tag, block.garbage + i)));
       shown = hn::Sub(kept, keyProduct(hn::Sub(one, shown), kept));
@@ -119,6 +159,7 @@ class IntegerKernel {
     noteAlpha(block, i, shown);
     if (sort(i, plate, screen.amount, shown, largest)) return;
 
+    const U16 divisor = hn::Max(hn::IfThenElse(enough, matte, largest), shorts(1));
     const Divisor d = prepareDivision(divisor, hn::Not(enough));
     for (std::size_t c = 0; c < 3; ++c) {
       hn::Store(divide(colour[c], d), u16Tag, colour_[c] + i);
@@ -192,7 +233,7 @@ class IntegerKernel {
     }
   }
 
-  void grade(const Places& places) {
+  HWY_NOINLINE void grade(const Places& places) {
     const std::size_t lanes = shortLanes();
     for (std::size_t c = 0; c < 3; ++c) {
       const std::uint16_t* const table = e_.fgGradeTable[c];
@@ -203,7 +244,7 @@ class IntegerKernel {
     }
   }
 
-  void lookUpBackground(const Block<T>& block) {
+  HWY_NOINLINE void lookUpBackground(const Block<T>& block) {
     const std::size_t lanes = shortLanes();
     for (std::size_t n = 0; n < mixed_.count; ++n) {
       const std::size_t first = mixed_.at[n];
@@ -229,27 +270,20 @@ class IntegerKernel {
     }
   }
 
-  /// Brings the colours of mixed pixels (16-bit: and of pure foreground) to the output's working
-  /// values.
-  void gradeAndMix(const Block<T>& block) {
-    if (!p_.gradeIsIdentity) {
-      grade(mixed_);
-      if (sizeof(T) == 2) grade(pureFg_);
-    }
-    if (view_ == 0) lookUpBackground(block);
-    if (view_ == 4 && !saturates_[0]) return;
+  /// Brings the graded colours of mixed pixels to the output's working values.
+  HWY_NOINLINE void mixVectors() {
+    U16 flat[3];
+    for (std::size_t c = 0; c < 3; ++c) flat[c] = shorts(e_.bgColourWork[c]);
     for (std::size_t n = 0; n < mixed_.count; ++n) {
       const std::size_t i = mixed_.at[n];
       U16 over[3];
       for (std::size_t c = 0; c < 3; ++c) over[c] = hn::Load(u16Tag, colour_[c] + i);
       if (saturates_[0]) saturate(e_.satMatrix[0], over);
       if (view_ != 4) {
-        U16 under[3];
+        U16 under[3] = {flat[0], flat[1], flat[2]};
         if (view_ == 0) {
           loadBackground(i, under);
           if (saturates_[1]) saturate(e_.satMatrix[1], under);
-        } else {
-          for (std::size_t c = 0; c < 3; ++c) under[c] = shorts(e_.bgColourWork[c]);
         }
         const U16 matte = hn::Load(u16Tag, matte_ + i);
         for (std::size_t c = 0; c < 3; ++c) over[c] = mix(matte, over[c], under[c]);
@@ -258,15 +292,13 @@ class IntegerKernel {
     }
   }
 
-  void writeColours(const Block<T>& block, std::size_t i) const {
-    T* const to = block.dst + 4 * i;
-    const std::size_t n = shortLanes();
-    if (block.dstAlphaFirst) {
-      lookUpOutput<true>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n,
-                         to);
-    } else {
-      lookUpOutput<false>(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, n,
-                          to);
+  HWY_NOINLINE void writeColours(const Block<T>& block, const Places& places) const {
+    const auto write =
+        block.dstAlphaFirst ? lookUpOutput<true, T, Output> : lookUpOutput<false, T, Output>;
+    for (std::size_t n = 0; n < places.count; ++n) {
+      const std::size_t i = places.at[n];
+      write(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, shortLanes(),
+            block.dst + 4 * i);
     }
   }
 
@@ -277,35 +309,45 @@ class IntegerKernel {
     storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
   }
 
-  void writeForeground(const Block<T>& block, std::size_t i) const {
+  HWY_NOINLINE void writeForeground(const Block<T>& block) const {
     if constexpr (sizeof(T) == 2) {
-      writeColours(block, i);
-    } else if (p_.plateReturns[0]) {
-      copyColours(block.fg, block, i);
+      writeColours(block, pureFg_);
     } else {
-      writeComposed(block.fg, p_.fgOutput, block, i);
+      for (std::size_t n = 0; n < pureFg_.count; ++n) {
+        if (p_.plateReturns[0]) {
+          copyColours(block.fg, block, pureFg_.at[n]);
+        } else {
+          writeComposed(block.fg, p_.fgOutput, block, pureFg_.at[n]);
+        }
+      }
     }
   }
 
-  void writeBackground(const Block<T>& block, std::size_t i) const {
-    if (view_ != 0) {
-      writeFlat(block, i);
-    } else if constexpr (sizeof(T) == 1) {
-      if (p_.plateReturns[1]) {
+  HWY_NOINLINE void writeBackground(const Block<T>& block) const {
+    for (std::size_t n = 0; n < pureBg_.count; ++n) {
+      const std::size_t i = pureBg_.at[n];
+      if (view_ != 0) {
+        writeFlat(block, i);
+      } else if constexpr (sizeof(T) == 2) {
+        writeComposed(block, i);
+      } else if (p_.plateReturns[1]) {
         copyColours(block.bg, block, i);
       } else {
         writeComposed(block.bg, p_.bgOutput, block, i);
       }
-    } else {
-      const auto code = [&](int c, std::size_t at) {
-        return e_.outputTable[c][e_.bgTable[c][block.bg.channel(c)[4 * at]]];
-      };
-      for (std::size_t k = i; k < i + shortLanes(); ++k) {
-        if (block.dstAlphaFirst) {
-          storePixel<true>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
-        } else {
-          storePixel<false>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
-        }
+    }
+  }
+
+  /// 16-bit background codes to output codes.
+  HWY_INLINE void writeComposed(const Block<T>& block, std::size_t i) const {
+    const auto code = [&](int c, std::size_t at) {
+      return e_.outputTable[c][e_.bgTable[c][block.bg.channel(c)[4 * at]]];
+    };
+    for (std::size_t k = i; k < i + shortLanes(); ++k) {
+      if (block.dstAlphaFirst) {
+        storePixel<true>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
+      } else {
+        storePixel<false>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
       }
     }
   }

@@ -7,6 +7,8 @@
 // buffers that hold whole vectors of pixels.
 #pragma once
 
+#include <hwy/cache_control.h>
+
 #include "engine/QMXOrvaniteTable.h"
 #include "engine/kernels/simd/IntegerLanes.h"
 #include "engine/kernels/simd/Kernels.h"
@@ -234,19 +236,47 @@ HWY_INLINE Pixels<T> pixelsOf(const Image<T>& image, const IntegerTile<T>& tile,
   return {buffer, alpha1};
 }
 
+/// Asks for the pixels of a later block, so that its look-ups need not wait for memory.
 template <class T>
-HWY_INLINE const std::uint16_t* matteCodes(const Image<T>& image, std::ptrdiff_t x,
-                                           std::ptrdiff_t y, std::size_t n, std::uint16_t* to) {
+HWY_INLINE void fetchAhead(const Image<T>& image, std::ptrdiff_t x, std::ptrdiff_t y,
+                           std::size_t n) {
+  if (image.base == nullptr) return;
+  const T* const from = at(image, image.base, x, y);
+  constexpr std::size_t line = 64 / sizeof(T);
+  for (std::size_t i = 0; i < samplesPerPixel * n; i += line) hwy::Prefetch(from + i);
+}
+
+/// The first of four samples of each of a vector's pixels.
+HWY_INLINE U16 everyFourth(const std::uint8_t* from) {
+  U16 low, high;
+  hn::LoadInterleaved2(u16Tag, reinterpret_cast<const std::uint16_t*>(from), low, high);
+  return hn::And(low, shorts(255));
+}
+HWY_INLINE U16 everyFourth(const std::uint16_t* from) {
+  U16 first, b, c, d;
+  hn::LoadInterleaved4(u16Tag, from, first, b, c, d);
+  return first;
+}
+
+/// The codes of a matte's n pixels, of which `left` remain in the row.
+template <class T>
+HWY_NOINLINE const std::uint16_t* matteCodes(const Image<T>& image, std::ptrdiff_t x,
+                                             std::ptrdiff_t y, std::size_t n, std::size_t left,
+                                             std::uint16_t* to) {
   if (image.arrangement == unused) return nullptr;
   const T* const from = at(image, image.channel[3], x, y);
+  std::size_t i = 0;
   if (image.pixelStep == 4) {
-    for (std::size_t i = 0; i < n; ++i) to[i] = from[4 * i];
-  } else if (image.pixelStep == 1) {
-    for (std::size_t i = 0; i < n; ++i) to[i] = from[i];
-  } else {
-    for (std::size_t i = 0; i < n; ++i) {
-      to[i] = from[static_cast<std::ptrdiff_t>(i) * image.pixelStep];
+    // Samples between the row's first and last may be touched, those after it may not.
+    const std::size_t lanes = shortLanes();
+    for (; i + lanes <= n && i + lanes < left; i += lanes) {
+      hn::StoreU(everyFourth(from + 4 * i), u16Tag, to + i);
     }
+    for (; i < n; ++i) to[i] = from[4 * i];
+  } else if (image.pixelStep == 1) {
+    for (; i < n; ++i) to[i] = from[i];
+  } else {
+    for (; i < n; ++i) to[i] = from[static_cast<std::ptrdiff_t>(i) * image.pixelStep];
   }
   return to;
 }
@@ -297,8 +327,13 @@ inline void walk(const IntegerTile<T>& tile, bool alpha, const Body& body) {
       block.fg = pixelsOf(tile.fg, tile, x, y, n, whole, buffers.pixels[0]);
       block.bg = pixelsOf(tile.bg, tile, x, y, n, whole, buffers.pixels[1]);
       block.ref = pixelsOf(tile.ref, tile, x, y, n, whole, buffers.pixels[2]);
-      block.hold = matteCodes(tile.hold, x, y, n, buffers.mattes[0]);
-      block.garbage = matteCodes(tile.garbage, x, y, n, buffers.mattes[1]);
+      if (left > n) {
+        const std::size_t next = left - n < blockPixels ? left - n : blockPixels;
+        fetchAhead(tile.fg, x + static_cast<std::ptrdiff_t>(n), y, next);
+        fetchAhead(tile.bg, x + static_cast<std::ptrdiff_t>(n), y, next);
+      }
+      block.hold = matteCodes(tile.hold, x, y, n, left, buffers.mattes[0]);
+      block.garbage = matteCodes(tile.garbage, x, y, n, left, buffers.mattes[1]);
       block.dstAlphaFirst = tile.dst.arrangement == alphaFirst;
       if (whole && tile.dst.arrangement != planes) {
         block.dst = const_cast<T*>(at(tile.dst, tile.dst.base, x, y));
