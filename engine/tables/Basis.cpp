@@ -101,11 +101,6 @@ void deriveSaturation(QMXOrvaniteTable& engine) {
   }
 }
 
-float splineValue(const float* p, float t) {
-  const float t2 = t * t;
-  const float t3 = t2 * t;
-  return ((3 * (p[1] - p[2]) - p[0] + p[3]) / 6) * t3 + ((p[0] - 2 * p[1] + p[2]) / 2) * t2 +
-         ((p[2] - p[0]) / 2) * t + (p[0] + 4 * p[1] + p[2]) / 6;
-}
+float splineValue(const float* p, float t) { return Spline(p)(t); }
 
 }  // namespace orvanite

@@ -48,4 +48,21 @@ void deriveSaturation(QMXOrvaniteTable& engine);
 /// One value of a uniform cubic B-spline over p[0..3], at t in 0..1.
 float splineValue(const float* p, float t);
 
+/// The same curve with its coefficients taken once: loops over it can be vectorised.
+struct Spline {
+  explicit Spline(const float* p)
+      : cubic((3 * (p[1] - p[2]) - p[0] + p[3]) / 6),
+        square((p[0] - 2 * p[1] + p[2]) / 2),
+        slope((p[2] - p[0]) / 2),
+        start((p[0] + 4 * p[1] + p[2]) / 6) {}
+
+  float operator()(float t) const {
+    const float t2 = t * t;
+    const float t3 = t2 * t;
+    return cubic * t3 + square * t2 + slope * t + start;
+  }
+
+  float cubic, square, slope, start;
+};
+
 }  // namespace orvanite

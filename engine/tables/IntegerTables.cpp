@@ -7,6 +7,7 @@
 // step of a key table moves 16-bit alpha by 16 codes, so the order of operations is part of the
 // promise.
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <new>
 
@@ -14,6 +15,7 @@
 #include "engine/tables/Basis.h"
 #include "engine/tables/IntegerPlan.h"
 #include "engine/tables/Rounding.h"
+#include "engine/tables/Scratch.h"
 
 namespace orvanite {
 
@@ -52,27 +54,33 @@ bool allocate(QMXOrvaniteTable& e) {
 }
 
 /// Working values of every code of an image.
-void fillLinear(const QMXOrvaniteTable& e, int channel, int max, Codes* table) {
-  for (int i = 0; i <= max; ++i) {
-    table[i] =
-        toShort(roundToInt(e.neutralScale[channel] * workOne * e.toLinear(fraction(i, max))));
+void fillLinear(const QMXOrvaniteTable& e, int channel, int max, Scratch& scratch, Codes* table) {
+  const float scale = e.neutralScale[channel] * workOne;
+  if (const float* const linear = scratch.linear(max)) {
+    for (int i = 0; i <= max; ++i) table[i] = roundToShort(scale * linear[i]);
+    return;
   }
+  for (int i = 0; i <= max; ++i) table[i] = roundToShort(scale * e.toLinear(fraction(i, max)));
 }
 
 /// Key contributions of every code of an image, along the channel's curve.
 void fillKey(const QMXOrvaniteTable& e, const Basis& basis, int channel, bool gains, int max,
-             float* curve, Codes* table) {
+             float* curve, Scratch& scratch, Codes* table) {
   const KeyCurve k = keyCurve(e, basis, channel, gains);
   QMXOrvaniteTable::spline_lut(curve, k.base, k.shadow, k.midtone, k.highlight,
                                basis.midtones[channel], max + 1);
+  if (const float* const linear = scratch.linear(max)) {
+    for (int i = 0; i <= max; ++i) table[i] = roundToShort(keyOne * curve[i] * linear[i]);
+    return;
+  }
   for (int i = 0; i <= max; ++i) {
-    table[i] = toShort(roundToInt(keyOne * curve[i] * e.toLinear(fraction(i, max))));
+    table[i] = roundToShort(keyOne * curve[i] * e.toLinear(fraction(i, max)));
   }
 }
 
 /// Key tables of the foreground when they are out of date, and of the clean plate whenever it is
 /// in use. False when the curve does not fit into memory; then nothing was filled.
-bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte) {
+bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte, Scratch& scratch) {
   const bool reference = e.refEnabled != 0;
   if (!matte && !reference) return true;
   const int longest = reference ? std::max(e.fgMax, e.refMax) : e.fgMax;
@@ -84,15 +92,15 @@ bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte) {
   if (matte) {
     for (int i = 0; i < 3; ++i) {
       const int c = basis.order(i);
-      fillKey(e, basis, c, true, e.fgMax, curve.get(), e.keyTable[c]);
+      fillKey(e, basis, c, true, e.fgMax, curve.get(), scratch, e.keyTable[c]);
     }
     e.matteDirty = 0;
   }
   if (reference) {
     for (int i = 0; i < 3; ++i) {
       const int c = basis.order(i);
-      fillKey(e, basis, c, false, e.refMax, curve.get(), e.refKeyTable[c]);
-      fillLinear(e, c, e.refMax, e.refTable[c]);
+      fillKey(e, basis, c, false, e.refMax, curve.get(), scratch, e.refKeyTable[c]);
+      fillLinear(e, c, e.refMax, scratch, e.refTable[c]);
     }
     e.refScreenKey = 0;
     for (int c = 0; c < 3; ++c) {
@@ -131,27 +139,99 @@ void buildMattes(QMXOrvaniteTable& e) {
   }
 }
 
-void buildBackgroundGrade(QMXOrvaniteTable& e, int c) {
-  for (int i = 0; i <= e.bgMax; ++i) {
-    const float g = unit(e.bgLinearRegrade(fraction(i, e.bgMax), c));
-    e.bgTable[c][i] = toShort(roundToInt(workOne * g));
+/// An earlier channel that has this one's scale and, of a grading set, its grading: its table is
+/// this one's too. -1 when there is none.
+int twin(const QMXOrvaniteTable& e, int c, int set) {
+  for (int k = 0; k < c; ++k) {
+    if (e.neutralScale[k] != e.neutralScale[c]) continue;
+    if (set < 0 || (e.exposure[set][k] == e.exposure[set][c] &&
+                    e.gamma[set][k] == e.gamma[set][c] && e.offset[set][k] == e.offset[set][c])) {
+      return k;
+    }
+  }
+  return -1;
+}
+
+/// The entry of a graded value.
+int gradedEntry(float scale, float graded) { return roundToShort(workOne * unit(scale * graded)); }
+
+void buildBackgroundGrade(QMXOrvaniteTable& e, int c, Scratch& scratch) {
+  Codes* const table = e.bgTable[c];
+  const int n = e.bgMax + 1;
+  if (const int k = twin(e, c, 1); k >= 0) {
+    std::copy(e.bgTable[k], e.bgTable[k] + n, table);
+    return;
+  }
+  const float scale = e.neutralScale[c];
+  if (const float* const linear = scratch.linear(e.bgMax)) {
+    float* const values = scratch.values();
+    std::copy(linear, linear + n, values);
+    scratch.regrade(values, n, c, 1);
+    for (int i = 0; i < n; ++i) table[i] = static_cast<Codes>(gradedEntry(scale, values[i]));
+    return;
+  }
+  for (int i = 0; i < n; ++i) {
+    const float graded = e.regrade(e.toLinear(fraction(i, e.bgMax)), c, 1);
+    table[i] = static_cast<Codes>(gradedEntry(scale, graded));
   }
 }
 
-void buildForegroundGrade(QMXOrvaniteTable& e, int c) {
+/// The working values as linear light.
+float* linearLight(const QMXOrvaniteTable& e, int c, Scratch& scratch) {
+  float* const values = scratch.values();
   const float one = e.neutralScale[c] * workOne;
-  for (int j = 0; j < QMXOrvaniteTable::workEntries; ++j) {
-    const float g = unit(e.neutralScale[c] * e.regrade(static_cast<float>(j) / one, c, 0));
-    e.fgGradeTable[c][j] = static_cast<std::uint16_t>(roundToInt(workOne * g));
+  for (int j = 0; values != nullptr && j < QMXOrvaniteTable::workEntries; ++j) {
+    values[j] = static_cast<float>(j) / one;
+  }
+  return values;
+}
+
+void buildForegroundGrade(QMXOrvaniteTable& e, int c, Scratch& scratch) {
+  constexpr int n = QMXOrvaniteTable::workEntries;
+  std::uint16_t* const table = e.fgGradeTable[c];
+  if (const int k = twin(e, c, 0); k >= 0) {
+    std::copy(e.fgGradeTable[k], e.fgGradeTable[k] + n, table);
+    return;
+  }
+  const float scale = e.neutralScale[c];
+  if (float* const values = linearLight(e, c, scratch)) {
+    scratch.regrade(values, n, c, 0);
+    for (int j = 0; j < n; ++j) {
+      table[j] = static_cast<std::uint16_t>(gradedEntry(scale, values[j]));
+    }
+    return;
+  }
+  const float one = scale * workOne;
+  for (int j = 0; j < n; ++j) {
+    const float graded = e.regrade(static_cast<float>(j) / one, c, 0);
+    table[j] = static_cast<std::uint16_t>(gradedEntry(scale, graded));
   }
 }
 
-void buildOutput(QMXOrvaniteTable& e, int c) {
+void buildOutput(QMXOrvaniteTable& e, int c, Scratch& scratch) {
+  constexpr int n = QMXOrvaniteTable::workEntries;
+  std::uint16_t* const table = e.outputTable[c];
+  if (const int k = twin(e, c, -1); k >= 0) {
+    std::copy(e.outputTable[k], e.outputTable[k] + n, table);
+    return;
+  }
+  // Entries are 16 bits wide, whatever dstMax says.
+  const float max = static_cast<float>(e.dstMax);
+  float* const values = e.dstMax <= 65535 ? linearLight(e, c, scratch) : nullptr;
+  if (values != nullptr) {
+    scratch.encode(values, n);
+    for (int j = 0; j < n; ++j) {
+      float sum = max * values[j] + 0.5f;  // roundToInt, limited before it is truncated
+      sum = sum == sum ? sum : 0.0f;
+      sum = sum < 0 ? 0.0f : sum > max ? max : sum;
+      table[j] = static_cast<std::uint16_t>(static_cast<int>(sum));
+    }
+    return;
+  }
   const float one = e.neutralScale[c] * workOne;
-  for (int j = 0; j < QMXOrvaniteTable::workEntries; ++j) {
-    const float code = static_cast<float>(e.dstMax) * e.fromLinear(static_cast<float>(j) / one);
-    // Entries are 16 bits wide, whatever dstMax says.
-    e.outputTable[c][j] = static_cast<std::uint16_t>(std::clamp(roundToInt(code), 0, e.dstMax));
+  for (int j = 0; j < n; ++j) {
+    const float code = max * e.fromLinear(static_cast<float>(j) / one);
+    table[j] = static_cast<std::uint16_t>(std::clamp(roundToInt(code), 0, e.dstMax));
   }
 }
 
@@ -208,9 +288,9 @@ void QMXOrvaniteTable::spline_lut(float* out, float base, float shadow, float mi
   int u = 0;
   for (int i = 1; i <= 4; ++i) {
     const float w = k[i] != k[i - 1] ? 1 / static_cast<float>(k[i] - k[i - 1]) : 0;
-    for (; u < k[i]; ++u) {
-      out[u] = orvanite::splineValue(p + i - 1, static_cast<float>(u - k[i - 1]) * w);
-    }
+    const orvanite::Spline segment(p + i - 1);
+    const int start = k[i - 1];
+    for (; u < k[i]; ++u) out[u] = segment(static_cast<float>(u - start) * w);
   }
 }
 
@@ -236,7 +316,8 @@ int QMXOrvaniteTable::makeLuts() {
   if (bgGradeDirty != 0) changes |= IntegerPlan::background;
   if (fgGradeDirty != 0) changes |= IntegerPlan::grade;
   if (outputDirty != 0) changes |= IntegerPlan::output;
-  if (!buildKeys(*this, basis, matteDirty != 0 || stale)) {
+  Scratch scratch(*this);
+  if (!buildKeys(*this, basis, matteDirty != 0 || stale, scratch)) {
     lastBuilt = noKind;  // the colours may have been clamped: float tables are stale as well
     return noTables;
   }
@@ -248,10 +329,12 @@ int QMXOrvaniteTable::makeLuts() {
     replaceWork[c] = roundToInt(workOne * basis.replace[c]);
     screenWork[c] = roundToInt(workOne * basis.screen[c]);
     bgColourWork[c] = toShort(roundToInt(neutralScale[c] * workOne * toLinear(background[c])));
-    if (fgLinearDirty != 0 || stale) fillLinear(*this, c, fgMax, fgLinear[c]);
-    if (bgGradeDirty != 0 || stale) buildBackgroundGrade(*this, c);
-    if (fgGradeDirty != 0) buildForegroundGrade(*this, c);
-    if (outputDirty != 0 || stale) buildOutput(*this, c);
+    if (fgLinearDirty != 0 || stale) fillLinear(*this, c, fgMax, scratch, fgLinear[c]);
+    if (fgGradeDirty != 0) buildForegroundGrade(*this, c, scratch);
+    if (outputDirty != 0 || stale) buildOutput(*this, c, scratch);
+  }
+  for (int c = 0; c < 3; ++c) {
+    if (bgGradeDirty != 0 || stale) buildBackgroundGrade(*this, c, scratch);
   }
   fgLinearDirty = bgGradeDirty = outputDirty = fgGradeDirty = 0;
 

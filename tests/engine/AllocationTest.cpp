@@ -89,13 +89,13 @@ TEST(Memory, ThatRunsOutInANewEngineGivesNone) {
 TEST(Memory, ThatRunsOutInABuildLeavesTheEngineUsable) {
   Parameters p;
   p.screen[1] = 0.3f;
-  failEach<unsigned char>(p, 11, 12, 1);  // 3 x (foreground, background, key), 2 mattes; curve
+  failEach<unsigned char>(p, 11, 12, 2);  // 3 x (foreground, background, key), 2 mattes; curve
   p.hold = p.garbage = false;
-  failEach<unsigned char>(p, 9, 10, 1);
+  failEach<unsigned char>(p, 9, 10, 2);
   p.ref = true;
-  failEach<unsigned short>(p, 15, 16, 1);  // and 3 x (clean plate, its key)
+  failEach<unsigned short>(p, 15, 16, 2);  // and 3 x (clean plate, its key)
   p.setAllMaxima(65535);
-  failEach<unsigned short>(p, 15, 16, 7);  // packed tables of plate and clean plate
+  failEach<unsigned short>(p, 15, 16, 8);  // packed tables of plate and clean plate
   p = {};
   p.setAllMaxima(1);
   failEach<float>(p, 3, 3, 1);  // and what is kept by half pattern
