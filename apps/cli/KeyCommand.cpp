@@ -13,6 +13,7 @@
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/ParameterOptions.h"
+#include "apps/cli/ScreenOptions.h"
 #include "apps/media/PictureReader.h"
 #include "apps/media/PictureWriter.h"
 #include "keyer/Error.h"
@@ -31,6 +32,7 @@ struct KeyOptions {
   bool premultiply = false;
   bool quiet = false;
   ParameterOptions parameters;
+  ScreenOptions screen;
 };
 
 std::string sizeOf(const media::Window& window) {
@@ -66,7 +68,7 @@ std::optional<PictureReader> openInput(const std::string& path, const PictureRea
   return reader;
 }
 
-int runKey(const KeyOptions& options) {
+int runKey(KeyOptions& options) {
   if (options.plate.empty())
     throw Error(Fault::wrongUse, "key", "expected a plate: orvanite key PLATE -o OUT");
   if (options.output.empty()) throw Error(Fault::wrongUse, "key", "expected an output: -o OUT");
@@ -75,7 +77,7 @@ int runKey(const KeyOptions& options) {
                           std::to_string(options.threads));
   }
   Settings settings;
-  options.parameters.apply(settings);
+  options.screen.apply(options.parameters, settings);
   if (options.premultiply && settings.choice("output") != "unpremultiplied") {
     throw Error(Fault::wrongUse, "--premultiply", "expected --output unpremultiplied with it");
   }
@@ -86,7 +88,8 @@ int runKey(const KeyOptions& options) {
   auto background = openInput(options.background, plate, "background");
   auto holdOut = openInput(options.holdOut, plate, "hold-out matte");
   auto garbage = openInput(options.garbage, plate, "garbage matte");
-  auto reference = openInput(options.reference, plate, "clean plate");
+  auto reference = openInput(ScreenOptions::estimates(options.reference) ? "" : options.reference,
+                             plate, "clean plate");
   std::vector<std::string> inputs;
   for (const std::string* path : {&options.plate, &options.background, &options.holdOut,
                                   &options.garbage, &options.reference}) {
@@ -105,8 +108,15 @@ int runKey(const KeyOptions& options) {
   Samples samples = plate.info().samples;
   if (background) samples = finer(samples, background->info().samples);
   const int depth = media::depthOf(samples);
+  options.screen.look(
+      [&](std::optional<int> frame) {
+        if (!frame) return plate.read(depth, plate.info().display, 1);
+        return PictureReader(frameBeside(options.plate, *frame))
+            .read(depth, plate.info().display, 1);
+      },
+      options.reference, depth, settings, options.quiet);
   const Inputs present{background.has_value(), holdOut.has_value(), garbage.has_value(),
-                       reference.has_value()};
+                       reference.has_value() || options.screen.makesCleanPlates()};
 
   Keyer keyer;
   try {
@@ -138,7 +148,10 @@ int runKey(const KeyOptions& options) {
         garbage->readChannel(settings.text("garbageChannel"), depth, windowIn(plate, *garbage));
     frame.pictures.garbage = garbagePixels.image();
   }
-  if (reference && settings.toggle("useReference")) {
+  if (options.screen.makesCleanPlates()) {
+    referencePixels = options.screen.cleanPlateOf(keyed);
+    frame.pictures.ref = referencePixels.image();
+  } else if (reference && settings.toggle("useReference")) {
     referencePixels = reference->read(depth, windowIn(plate, *reference), 1);
     frame.pictures.ref = referencePixels.image();
   }
@@ -173,7 +186,8 @@ Run declareKey(CLI::App& command) {
   path("--hold-out", options->holdOut, "Hold-out matte: white keeps the foreground.");
   path("--garbage", options->garbage, "Garbage matte: white cuts away.");
   path("--reference", options->reference,
-       "Clean plate: the screen without the subject (8- and 16-bit plates).");
+       "Clean plate: the screen without the subject (8- and 16-bit plates); auto estimates it from "
+       "the plate.");
   command
       .add_flag("--premultiply", options->premultiply,
                 "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
@@ -187,6 +201,7 @@ Run declareKey(CLI::App& command) {
       ->take_last();
   command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group("Running");
   options->parameters.addTo(command);
+  options->screen.addTo(command);
   return [options] { return runKey(*options); };
 }
 

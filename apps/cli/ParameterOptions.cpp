@@ -85,9 +85,16 @@ void ParameterOptions::addTo(CLI::App& command) {
   }
 }
 
-void ParameterOptions::apply(Settings& settings) const {
+const std::string* ParameterOptions::text(std::string_view parameter) const {
   for (const Entry& entry : entries_) {
-    if (entry.option->count() == 0) continue;
+    if (entry.parameter == parameter && entry.option->count() > 0) return &entry.text;
+  }
+  return nullptr;
+}
+
+void ParameterOptions::apply(Settings& settings, std::string_view except) const {
+  for (const Entry& entry : entries_) {
+    if (entry.option->count() == 0 || entry.parameter == except) continue;
     try {
       settings.setText(entry.parameter, entry.text);
     } catch (const Error& error) {

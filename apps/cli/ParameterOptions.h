@@ -24,8 +24,11 @@ class ParameterOptions {
   /// Adds an option for every parameter, in the table's groups. The object must outlive the parse.
   void addTo(CLI::App& command);
 
-  /// Sets what was given. Throws Error that names the option.
-  void apply(Settings& settings) const;
+  /// Sets what was given, save for one parameter. Throws Error that names the option.
+  void apply(Settings& settings, std::string_view except = {}) const;
+
+  /// What was given for a parameter; null where nothing was.
+  const std::string* text(std::string_view parameter) const;
 
  private:
   struct Entry {
