@@ -32,7 +32,8 @@ To convertElement(From value) {
   } else if constexpr (sizeof(From) == 4) {
     return fromUnit<To>(value);
   } else if constexpr (sizeof(To) == 4) {
-    return static_cast<float>(value) / (sizeof(From) == 1 ? 255.0f : 65535.0f);
+    // As picture readers do it: one product with the nearest float of the reciprocal.
+    return static_cast<float>(value) * (1.0f / (sizeof(From) == 1 ? 255.0f : 65535.0f));
   } else if constexpr (sizeof(From) == 1) {
     return static_cast<To>(value * 257);
   } else {
@@ -62,13 +63,25 @@ void places(int stored, int has, int place[4]) {
   }
 }
 
+// What a channel that the image lacks is taken to be: a picture without alpha is opaque, anything
+// else is as its background.
+float absent(int c, int has, int wanted, const NRiBPixel& background) {
+  const bool picture = (has & 14) && (wanted & 14);
+  return c == 0 && picture && !(has & 1) ? 1.0f : background.component(c);
+}
+
 // Copies `source` into the four-channel buffer `target`, whose rectangle it need not cover.
 template <class To, class From>
-void interleave(const NRiIBuf& source, NRiIBuf& target, const NRiBPixel& background, int has) {
+void interleave(const NRiIBuf& source, NRiIBuf& target, const NRiBPixel& background, int has,
+                int wanted) {
   int place[4];
   places(source.channels, has, place);
-  To missing[4];
-  for (int c = 0; c < 4; ++c) missing[c] = fromUnit<To>(background.component(c));
+  To missing[4];  // of pixels outside
+  To lacked[4];   // of pixels inside
+  for (int c = 0; c < 4; ++c) {
+    missing[c] = fromUnit<To>(background.component(c));
+    lacked[c] = fromUnit<To>(absent(c, has, wanted, background));
+  }
   const NRiRect whole = target.rect();
   NRiRect common = source.data ? source.rect().intersect(whole) : NRiRect{};
   if (common.empty()) common = {whole.x1, whole.y2, whole.x1, whole.y2};
@@ -86,7 +99,7 @@ void interleave(const NRiIBuf& source, NRiIBuf& target, const NRiBPixel& backgro
       const From* in = reinterpret_cast<const From*>(source.at(from, y));
       for (int x = from; x < to; ++x, in += count, out += 4) {
         for (int c = 0; c < 4; ++c) {
-          out[c] = place[c] < 0 ? missing[c] : convertElement<To>(in[place[c]]);
+          out[c] = place[c] < 0 ? lacked[c] : convertElement<To>(in[place[c]]);
         }
       }
     }
@@ -163,14 +176,14 @@ void NRiIBuf::expand([[maybe_unused]] int sliceWidth, int bytes, const NRiBPixel
     if (!fits) {
       NRiIBuf own;
       own.allocate(share_, 15, bytes);
-      interleave<T, T>(*this, own, background, has);
+      interleave<T, T>(*this, own, background, has, wanted);
       own.share_ = share_;
       *this = std::move(own);
       return;
     }
     for (int c = 0; c < 4; ++c) {
       if (!((wanted & ~has) & (1 << c))) continue;
-      const T value = fromUnit<T>(background.component(c));
+      const T value = fromUnit<T>(absent(c, has, wanted, background));
       for (int y = share_.y1; y < share_.y2; ++y) {
         T* out = reinterpret_cast<T*>(at(share_.x1, y)) + c;
         for (int x = share_.x1; x < share_.x2; ++x, out += 4) *out = value;
@@ -193,7 +206,7 @@ NRiIBuf NRiIBuf::interleaved(const NRiRect& rect, int bytes, const NRiBPixel& ba
   }
   withElement(bytes, [&](auto to) {
     withElement(data ? depth : bytes, [&](auto from) {
-      interleave<decltype(to), decltype(from)>(*this, copy, background, 15);
+      interleave<decltype(to), decltype(from)>(*this, copy, background, 15, 15);
     });
   });
   return copy;

@@ -53,7 +53,8 @@ class NRI_API NRiIBuf {
 
   /// Makes this slice hold four channels for every pixel of its share, `sliceWidth` pixels a line.
   /// A wanted channel that the image lacks (`has`), and every pixel outside the buffer, takes the
-  /// background pixel's value. A slice of a four-channel buffer that covers the share stays a view
+  /// background pixel's value; but a picture without alpha is opaque when colours are wanted of it.
+  /// A slice of a four-channel buffer that covers the share stays a view
   /// of that buffer; any other gets memory of its own.
   void expand(int sliceWidth, int bytes, const NRiBPixel& background, int has, int wanted);
 

@@ -8,6 +8,9 @@ namespace {
 
 constexpr Command list[] = {
     {"key", "Key a picture shot against a blue or green screen.", declareKey},
+#ifdef ORVANITE_WITH_NODE
+    {"run", "Render what a script describes.", declareRun},
+#endif
     {"view", "See the key in a browser while its parameters move.", declareView},
 };
 

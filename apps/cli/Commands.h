@@ -33,6 +33,7 @@ struct Command {
 std::span<const Command> commands();
 
 Run declareKey(CLI::App& command);
+Run declareRun(CLI::App& command);
 Run declareView(CLI::App& command);
 
 }  // namespace orvanite::cli

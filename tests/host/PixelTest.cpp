@@ -274,8 +274,9 @@ TEST(NodePixels, BuffersStartAnywhereAndHaveExtraElements) {
               for (int c = 0; c < 4; ++c) {
                 putElement(one + c * depth, depth, x, y, c, 1);
                 const NRiRect& held = places[bgPlace];
-                if (c > 0 && x >= held.x1 && x < held.x2 && y >= held.y1 && y < held.y2) {
+                if (x >= held.x1 && x < held.x2 && y >= held.y1 && y < held.y2) {
                   putElement(back + c * depth, depth, x, y, c, 2);
+                  if (c == 0) putScreen(back, depth, 1.0f);  // without alpha: opaque
                 }
               }
               if (x >= roi.x1 && x < roi.x2) {

@@ -98,7 +98,10 @@ TEST(Buffers, SharesExpandToFourChannelsWhereverTheBufferLies) {
                     const double missing = depth == 4
                                                ? 0.25 * (c + 1)
                                                : static_cast<int>(0.25 * (c + 1) * white + 0.5);
-                    ASSERT_EQ(element(at, depth), held ? valueAt(x, y, c) : missing)
+                    const bool opaque = inside && c == 0 && (mask & 14);
+                    ASSERT_EQ(element(at, depth), held     ? valueAt(x, y, c)
+                                                  : opaque ? white
+                                                           : missing)
                         << "depth " << depth << " mask " << mask << " x " << x << " y " << y
                         << " channel " << c << " threads " << threads;
                   }
@@ -125,8 +128,11 @@ TEST(Buffers, AFourChannelSliceIsPartOfTheBuffer) {
   EXPECT_EQ(slice.data, buffer.at(2, 8));
   // A line is 12 pixels of 4 and 5 more; 7 pixels of 4 lie in the slice: 53 - 28.
   EXPECT_EQ(slice.extra, 25);
-  // A wanted channel that the image lacks takes the background's value, in the buffer itself.
-  slice.expand(7, 2, {1.0f, 0, 0, 0, 0}, 14, 15);
+  // A wanted channel that the image lacks takes the background's value, in the buffer itself; a
+  // picture's alpha is opaque then.
+  slice.expand(7, 2, {0.2f, 0, 0, 0, 0}, 14, 1);
+  EXPECT_EQ(element(buffer.at(2, 8), 2), 13107);
+  slice.expand(7, 2, {0.2f, 0, 0, 0, 0}, 14, 15);
   EXPECT_EQ(element(buffer.at(2, 8), 2), 65535);
   EXPECT_EQ(element(buffer.at(1, 8), 2), valueAt(1, 8, 0));  // outside the share: untouched
 }
@@ -140,8 +146,9 @@ TEST(Buffers, ConvertBetweenDepthsAsCodesOfTheirMaxima) {
   const NRiIBuf floats = bytes.converted(4);
   for (int x = 0; x < 4; ++x) {
     EXPECT_EQ(element(words.at(x, 0), 2), codes[x] * 257.0);  // 65535 / 255
-    EXPECT_EQ(element(floats.at(x, 0), 4),
-              static_cast<double>(static_cast<float>(codes[x]) / 255.0f));
+    EXPECT_EQ(
+        element(floats.at(x, 0), 4),
+        static_cast<double>(static_cast<float>(codes[x]) * 0.003921568859f) /* 1/255 as a float */);
     EXPECT_EQ(element(words.converted(1).at(x, 0), 1), codes[x]);
     EXPECT_EQ(element(floats.converted(1).at(x, 0), 1), codes[x]);
   }

@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite run`: loads the plug-ins and a script, and renders every FileOut of it, frame by frame.
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "apps/cli/Commands.h"
+#include "keyer/Error.h"
+#include "keyer/Keyer.h"
+#include "platform/NRiCmplr.h"
+#include "platform/NRiFile.h"
+#include "platform/NRiNode.h"
+#include "platform/NRiOrigin.h"
+#include "platform/NRiPlugins.h"
+#include "platform/NRiThread.h"
+#include "platform/nodes/NRiFileOut.h"
+#include "platform/nodes/NRiNodes.h"
+
+namespace orvanite::cli {
+namespace {
+
+struct RunOptions {
+  std::string script, frames = "1", identity;
+  std::vector<std::string> sets;
+  int threads = 0;
+  bool print = false;
+  bool quiet = false;
+};
+
+extern "C" void leaveRun(int) {
+  NRiFileOut::removeUnfinished();
+  ::_exit(cancelled);
+}
+
+void removeUnfinishedOnSignals() {
+  struct sigaction action {};
+  action.sa_handler = leaveRun;
+  ::sigemptyset(&action.sa_mask);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
+}
+
+// "1-24,30,1001-1100x2" in the order given.
+std::vector<int> framesOf(const std::string& text) {
+  constexpr std::size_t most = 1000000;
+  const auto fail = [&]() {
+    return Error::expected(Fault::wrongUse, "--frames", "frames such as 1-24,30 or 1-99x2", text);
+  };
+  std::vector<int> frames;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  const auto number = [&](int least) {
+    int value = 0;
+    const auto read = std::from_chars(at, end, value);
+    if (read.ec != std::errc() || value < least || value > 99999999) throw fail();
+    at = read.ptr;
+    return value;
+  };
+  const auto take = [&](char wanted) { return at != end && *at == wanted && ++at; };
+  do {
+    const int first = number(0);
+    const int last = take('-') ? number(first) : first;
+    const int step = take('x') ? number(1) : 1;
+    for (int frame = first; frame <= last; frame += step) {
+      if (frames.size() == most) throw fail();
+      frames.push_back(frame);
+    }
+  } while (take(','));
+  if (at != end) throw fail();
+  return frames;
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw Error(Fault::missingInput, path, "this script cannot be read");
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// node.plug=value or variable=value. A text plug takes the value as it is, unless it is in quotes.
+void set(const std::string& assignment) {
+  const std::size_t equals = assignment.find('=');
+  const std::string target = assignment.substr(0, equals);
+  if (equals == std::string::npos || equals == 0) {
+    throw Error::expected(Fault::wrongUse, "--set", "node.plug=value", assignment);
+  }
+  const std::size_t dot = target.find('.');
+  const std::string node = dot == std::string::npos ? "script" : target.substr(0, dot);
+  const std::string plugName = dot == std::string::npos ? target : target.substr(dot + 1);
+  const NRiNode* const owner = NRiScope::findNode(NRiName(std::string_view(node)));
+  if (!owner) {
+    throw Error(Fault::wrongUse, "--set " + target, "the script has no node '" + node + "'");
+  }
+  NRiPlug* const plug = owner->getPlug(NRiName(std::string_view(plugName)));
+  if (!plug || plug->io() != NRiPlug::kIn || plug->type() == nriImage || target == "time") {
+    std::string names;
+    for (const NRiPlug* const one : owner->getPublicPlugs()) {
+      names += (names.empty() ? "" : ", ") + std::string(one->name().view());
+    }
+    throw Error(Fault::wrongUse, "--set " + target,
+                "expected a parameter of '" + node + "': " + names);
+  }
+  const std::string value = assignment.substr(equals + 1);
+  if (plug->type() == nriString && !value.starts_with('"')) {
+    plug->set(NRiName(std::string_view(value)));
+    return;
+  }
+  const NRiOrigin::Places places{{value.c_str(), {"--set " + target, 1, 1}}};
+  const NRiOrigin origin(&places);
+  plug->set(value.c_str());
+  plug->checkReferences();
+}
+
+void loadPlugins(bool quiet) {
+  const std::vector<NRiPlugins::Report> reports = NRiPlugins::loadAll();
+  for (const NRiPlugins::Report& report : reports) {
+    if (!report.loaded) {
+      fmt::print(stderr, "orvanite: plug-in {}: {}\n", report.path, report.message);
+    } else if (!quiet) {
+      fmt::print(stderr, "plug-in {}: {}\n", report.path, report.message);
+    }
+  }
+  if (reports.empty() && !quiet) {
+    std::string folders;
+    for (const std::string& folder : NRiPlugins::searchPath()) {
+      folders += (folders.empty() ? "" : ", ") + folder;
+    }
+    fmt::print(stderr, "no plug-ins in {}\n", folders);
+  }
+}
+
+bool compile(const std::string& path) {
+  const std::string text = contents(path);
+  NRiCmplr compiler;
+  NRiValue value;
+  // Declarations live as long as their handle; the process is as long as they are needed.
+  static std::shared_ptr<NRiDeclaration> declared;
+  declared = compiler.execute(NRiScope::getGlobal(), NRiType::null, value,
+                              NRiName(std::string_view(text)), NRiName(std::string_view(path)));
+  for (const std::string& error : compiler.errors()) fmt::print(stderr, "orvanite: {}\n", error);
+  return declared != nullptr;
+}
+
+void printIdentity(const std::string& name) {
+  const NRiNode* const node = NRiScope::findNode(NRiName(std::string_view(name)));
+  NRiIPlug* const image = node ? node->getOutput() : nullptr;
+  if (!image) throw Error(Fault::wrongUse, "--identity", "the script has no image '" + name + "'");
+  fmt::print("{}\n", image->image()->asString().view());
+}
+
+int render(const RunOptions& options, const std::vector<int>& frames) {
+  std::vector<NRiFileOut*> outputs;
+  for (NRiNode* const node : NRiNode::getRoot()->children()) {
+    if (auto* const out = dynamic_cast<NRiFileOut*>(node)) outputs.push_back(out);
+  }
+  if (outputs.empty()) {
+    throw Error(Fault::wrongUse, options.script, "expected a FileOut, found none to render");
+  }
+  NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
+  std::size_t done = 0;
+  std::size_t failures = 0;
+  for (const int frame : frames) {
+    time->set(static_cast<float>(frame));
+    std::string files;
+    try {
+      for (NRiFileOut* const out : outputs) files += (files.empty() ? "" : ", ") + out->write();
+      ++done;
+      if (!options.quiet) {
+        fmt::print("frame {}: {} ({}/{})\n", frame, files, done + failures, frames.size());
+        std::fflush(stdout);
+      }
+    } catch (const NRiError& error) {
+      ++failures;
+      std::fflush(stdout);
+      fmt::print(stderr, "orvanite: frame {}: {}\n", frame, error.what());
+    }
+  }
+  return failures == 0 ? success : done == 0 ? failed : framesFailed;
+}
+
+int runScript(const RunOptions& options) {
+  if (options.script.empty()) throw Error(Fault::wrongUse, "run", "expected a script");
+  if (options.threads < 0 || options.threads > 256) {
+    throw Error::expected(Fault::wrongUse, "--threads", "a number from 0 to 256",
+                          std::to_string(options.threads));
+  }
+  const std::vector<int> frames = framesOf(options.frames);
+  const int threads = options.threads > 0 ? options.threads : std::min(availableThreads(), 256);
+  NRiThread::setCount(threads);
+  OIIO::attribute("threads", threads);
+  removeUnfinishedOnSignals();
+
+  // What the script left is gone before the plug-ins that made it.
+  struct Tidy {
+    ~Tidy() { NRiNode::getRoot()->deleteChildren(); }
+  } const tidy;
+  try {
+    NRiNodes::declare();
+    loadPlugins(options.quiet || options.print || !options.identity.empty());
+    if (!compile(options.script)) return failed;
+    for (const std::string& assignment : options.sets) set(assignment);
+    if (options.print) {
+      NRiFile file;
+      NRiNode::getRoot()->serialize(file, 0);
+      fmt::print("{}", file.text());
+    }
+    if (!options.identity.empty()) {
+      NRiNode::getRoot()->getPlug(NRiName("time"))->set(static_cast<float>(frames.front()));
+      printIdentity(options.identity);
+    }
+    if (options.print || !options.identity.empty()) return success;
+    return render(options, frames);
+  } catch (const NRiError& error) {
+    std::fflush(stdout);
+    fmt::print(stderr, "orvanite: {}\n", error.what());
+    return failed;
+  }
+}
+
+}  // namespace
+
+Run declareRun(CLI::App& command) {
+  auto options = std::make_shared<RunOptions>();
+  command.add_option("SCRIPT", options->script, "The script whose FileOut nodes are rendered.");
+  const char* running = "Running";
+  command
+      .add_option("--frames", options->frames,
+                  "Frames to render, such as 1-24,30 or 1001-1100x2. [default 1]")
+      ->group(running)
+      ->type_name("RANGE")
+      ->take_last();
+  command
+      .add_option("--threads", options->threads,
+                  "Threads to key on. [1 to 256, default the task's share or all processors]")
+      ->group(running)
+      ->type_name("N")
+      ->take_last();
+  command
+      .add_option("--set", options->sets,
+                  "Set a parameter of the loaded script: node.plug=value, or variable=value. May "
+                  "be given several times.")
+      ->group(running)
+      ->type_name("NODE.PLUG=VALUE")
+      ->take_all();
+  command.add_flag("--print", options->print, "Print the loaded script instead of rendering it.")
+      ->group("Looking");
+  command
+      .add_option("--identity", options->identity,
+                  "Print the identity text of an image of the script instead of rendering it.")
+      ->group("Looking")
+      ->type_name("IMAGE")
+      ->take_last();
+  command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group(running);
+  return [options] { return runScript(*options); };
+}
+
+}  // namespace orvanite::cli

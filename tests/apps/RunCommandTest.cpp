@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite run`: frames by name, the script printed back, identities, and what is said of scripts
+// that cannot be rendered.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/apps/Images.h"
+#include "tests/apps/Program.h"
+
+namespace orvanite::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+TEST(RunCommand, RendersFramesAndNamesThem) {
+  const Folder folder;
+  for (const int frame : {3, 4, 6}) {
+    write(randomImage(16, 9, 3, OIIO::TypeDesc::UINT8, 5),
+          folder / ("p." + std::to_string(frame) + ".png"));
+  }
+  write(folder / "s.orv", "p = FileIn(\"" + (folder / "p.#.png") + "\");\nk = Orvanite(p);\n" +
+                              "o = FileOut(k, \"" + (folder / "o.%02d.tif") + "\");\n");
+  const Outcome all = orvanite({"run", folder / "s.orv", "--frames", "3-4,6"});
+  EXPECT_EQ(all.code, 0) << all.err;
+  EXPECT_EQ(all.out, "frame 3: " + (folder / "o.03.tif") +
+                         " (1/3)\nframe 4: " + (folder / "o.04.tif") +
+                         " (2/3)\nframe 6: " + (folder / "o.06.tif") + " (3/3)\n");
+  const Outcome some = orvanite({"run", folder / "s.orv", "--frames", "4-8x2", "-q", "--set",
+                                 "o.path=" + (folder / "q.#.tif")});
+  EXPECT_EQ(some.code, 4);
+  EXPECT_EQ(some.out, "");
+  EXPECT_NE(some.err.find("frame 8: " + (folder / "p.8.png") + ": cannot be read"),
+            std::string::npos);
+  EXPECT_EQ(folder.names(), (Lines{"o.03.tif", "o.04.tif", "o.06.tif", "p.3.png", "p.4.png",
+                                   "p.6.png", "q.4.tif", "q.6.tif", "s.orv"}));
+}
+
+TEST(RunCommand, PrintsTheScriptAndIdentities) {
+  const Folder folder;
+  write(folder / "s.orv",
+        "gain = 0.25;\na = Constant(8, 8, 1, gain);\nk = Orvanite_1v3(0, a, 0);\n");
+  const Outcome printed =
+      orvanite({"run", folder / "s.orv", "--print", "--set", "k.shadowBalance=0.7", "--set",
+                "gain=1/8", "--set", "k.output=status"});
+  EXPECT_EQ(printed.code, 0);
+  EXPECT_EQ(
+      printed.out,
+      "float gain = 1/8;\na = Constant(8, 8, 1, gain, red, red, 1);\n"
+            "k = Orvanite(a, 0, 0, 0, \"\", \"status\", 0, 0, 0.9, 0, 0.5, 0.5, 0.5, 0.7, "
+            "shadowBalance,\n    shadowBalance, 0, shadowGain, shadowGain, 0.5, 0.5, 0.5, 0.5, 1, "
+            "rExposure, rExposure, 1,\n    rGamma, rGamma, 1, \"linear\", 1, \"A\", 1, \"A\", 0, "
+            "0);\n");
+  const Outcome identity = orvanite({"run", folder / "s.orv", "--identity", "k"});
+  EXPECT_EQ(identity.out,
+            "Orvanite(Constant(8,8,1,0.25,0.25,0.25,1),,0,0,0,composite,0,0,0.9,0,0.5,0.5,0.5,0.5,"
+            "0.5,0.5,0.5,0,0,0,0.5,0.5,0.5,1,1,1,1,1,1,1,linear,0,A,0,A,0)\n");
+}
+
+TEST(RunCommand, SaysWhatIsWrong) {
+  const Folder folder;
+  write(folder / "bad.orv", "a = Constant(;\nb = Nothing();\n");
+  write(folder / "none.orv", "a = Constant();\n");
+  write(folder / "loop.orv",
+        "a = Constant(8, 8, 1, 0.5);\na.red = green;\na.green = red + 1;\n"
+        "o = FileOut(a, \"" +
+            (folder / "o.png") + "\");\n");
+  struct Case {
+    Lines arguments;
+    int code;
+    const char* message;
+  };
+  const Case cases[] = {
+      {{"bad.orv"}, 1, "bad.orv:1:14: expected an expression, found ';'\norvanite: "},
+      {{"bad.orv"}, 1, "bad.orv:2:5: expected the name of a function, found 'Nothing'"},
+      {{"none.orv"}, 2, "expected a FileOut, found none"},
+      {{"loop.orv"}, 1, "depends on itself"},
+      {{"missing.orv"}, 1, "this script cannot be read"},
+      {{"none.orv", "--frames", "4-2"}, 2, "expected frames such as"},
+      {{"none.orv", "--frames", "1-5x0"}, 2, "expected frames such as"},
+      {{"none.orv", "--frames", "1,"}, 2, "expected frames such as"},
+      {{"none.orv", "--threads", "-1"}, 2, "expected a number from 0 to 256"},
+      {{"none.orv", "--set", "a"}, 2, "expected node.plug=value"},
+      {{"none.orv", "--set", "b.red=1"}, 2, "the script has no node 'b'"},
+      {{"none.orv", "--set", "a.rad=1"}, 2, "width, height, bytes, red"},
+      {{"none.orv", "--set", "a.red=1/"}, 1, "--set a.red:1:3: expected a number"},
+      {{"none.orv", "--identity", "z"}, 2, "no image 'z'"},
+  };
+  for (const Case& one : cases) {
+    Lines arguments{"run"};
+    arguments.insert(arguments.end(), one.arguments.begin(), one.arguments.end());
+    arguments[1] = folder / arguments[1];
+    const Outcome outcome = orvanite(arguments);
+    EXPECT_NE(outcome.err.find(one.message), std::string::npos) << outcome.err;
+    // A missing input may have a code of its own.
+    EXPECT_TRUE(outcome.code == one.code ||
+                (one.arguments[0] == "missing.orv" && outcome.code == 3))
+        << one.message << " " << outcome.code;
+  }
+  EXPECT_EQ(folder.names(), (Lines{"bad.orv", "loop.orv", "none.orv"}));
+}
+
+}  // namespace
+}  // namespace orvanite::test
