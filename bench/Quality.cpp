@@ -216,7 +216,7 @@ int main(int count, char** arguments) try {
         std::fflush(stdout);
       }
     } else {
-      fmt::print(" as in 8 bits | as in 8 bits |");
+      fmt::print("{}", peers ? " keys 8 bits | keys 8 bits |" : " not run | not run |");
     }
     fmt::print("\n");
     fmt::print(stderr, "  {}\n", own.chosen);

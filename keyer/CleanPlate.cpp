@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace orvanite {
 namespace {
@@ -54,28 +55,13 @@ auto between(float x, float y, Get&& get) {
              iy + 1, u * v);
 }
 
-}  // namespace
-
-CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
-    : width_(plate.width),
-      height_(plate.height),
-      cell_(std::max(4, std::max(plate.width, plate.height) / 96)),
-      columns_((plate.width + cell_ - 1) / cell_),
-      rows_((plate.height + cell_ - 1) / cell_) {
+/// From the top down: what a cell lacks in certainty it takes from the level above.
+void spread(Level& finest, float full) {
   std::vector<Level> pyramid;
-  pyramid.push_back({columns_, rows_, {}});
-  pyramid[0].sums.resize(static_cast<std::size_t>(columns_ * rows_));
-  for (int y = 0; y < height_; ++y) {
-    for (int x = 0; x < width_; ++x) {
-      const Rgb c = colourAt(plate, x, y);
-      if (screen.holds(c)) pyramid[0].at(x / cell_, y / cell_).add({c[0], c[1], c[2], 1}, 1);
-    }
-  }
+  pyramid.push_back(std::move(finest));
   while (pyramid.back().columns > 1 || pyramid.back().rows > 1) {
     pyramid.push_back(halved(pyramid.back()));
   }
-  // From the top down: what a cell lacks in certainty it takes from the level above.
-  const float full = 0.25F * static_cast<float>(cell_ * cell_);
   for (std::size_t i = pyramid.size() - 1; i-- > 0;) {
     Level& fine = pyramid[i];
     Level& coarse = pyramid[i + 1];
@@ -100,9 +86,40 @@ CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
       }
     }
   }
-  for (const Sum& s : pyramid[0].sums) {
-    cells_.push_back(s.weight > 0 ? Rgb{s.r / s.weight, s.g / s.weight, s.b / s.weight}
-                                  : screen.colour);
+  finest = std::move(pyramid[0]);
+}
+
+}  // namespace
+
+CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
+    : width_(plate.width),
+      height_(plate.height),
+      cell_(std::max(4, std::max(plate.width, plate.height) / 96)),
+      columns_((plate.width + cell_ - 1) / cell_),
+      rows_((plate.height + cell_ - 1) / cell_) {
+  // A hundred and some pixels say what a cell's colour is.
+  const int step = std::max(1, cell_ / 12);
+  const float full = 0.25F * static_cast<float>((cell_ / step) * (cell_ / step));
+  // Where a screen is lit too much or too little its hue drifts. So the crowd grows, round by
+  // round, by pixels that are like the screen beside them.
+  constexpr int rounds = 4;
+  for (int round = 0; round < rounds; ++round) {
+    Level level{columns_, rows_, {}};
+    level.sums.resize(static_cast<std::size_t>(columns_ * rows_));
+    for (int y = step / 2; y < height_; y += step) {
+      for (int x = step / 2; x < width_; x += step) {
+        const Rgb c = colourAt(plate, x, y);
+        if (screen.holds(c) || (round > 0 && screen.holdsBeside(c, at(x, y)))) {
+          level.at(x / cell_, y / cell_).add({c[0], c[1], c[2], 1}, 1);
+        }
+      }
+    }
+    spread(level, full);
+    cells_.clear();
+    for (const Sum& s : level.sums) {
+      cells_.push_back(s.weight > 0 ? Rgb{s.r / s.weight, s.g / s.weight, s.b / s.weight}
+                                    : screen.colour);
+    }
   }
 }
 

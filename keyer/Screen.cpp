@@ -25,6 +25,10 @@ constexpr float leastLight = 0.04F;
 // Chromaticities that lie no further from the screen's hue are screen. Narrower than the crowd's
 // reach: what is mixed with foreground by more than a little must stay out.
 constexpr float ownHue = 0.07F;
+// Beside screen whose hue has drifted, a pixel may be that far from it, and that far from the whole
+// screen's.
+constexpr float besideHue = 0.04F;
+constexpr float farthestHue = 0.2F;
 // A screen fills at least this share of the frame.
 constexpr float leastCoverage = 0.004F;
 
@@ -171,19 +175,25 @@ bool Screen::holds(const Rgb& c) const {
   return found && leansTo(c, primary) && distance(chromaticity(c), {hue[0], hue[1]}) < ownHue;
 }
 
+bool Screen::holdsBeside(const Rgb& c, const Rgb& beside) const {
+  const Chromaticity own = chromaticity(c);
+  return found && leansTo(c, primary) && distance(own, {hue[0], hue[1]}) < farthestHue &&
+         distance(own, chromaticity(beside)) < besideHue;
+}
+
 Screen findScreen(const Plate& plate) {
   Screen screen;
   const std::vector<Pixel> samples = sampleGrid(plate);
   if (samples.empty()) return screen;
 
   // The hue that more light leans to; its crowd decides which of its pixels are the screen.
-  std::array<std::size_t, 3> leaning{};
+  std::array<std::size_t, 3> crowds{};
   for (const Pixel& p : samples) {
     for (int c = 1; c < 3; ++c) {
-      if (leansTo(p.colour, c)) ++leaning[static_cast<std::size_t>(c)];
+      if (leansTo(p.colour, c)) ++crowds[static_cast<std::size_t>(c)];
     }
   }
-  screen.primary = leaning[2] > leaning[1] ? 2 : 1;
+  screen.primary = crowds[2] > crowds[1] ? 2 : 1;
   const auto primary = static_cast<std::size_t>(screen.primary);
   std::vector<Pixel> candidates;
   for (const Pixel& p : samples) {
@@ -213,12 +223,16 @@ Screen findScreen(const Plate& plate) {
       screen.colourAtFraction(0.05F)[primary] / screen.colourAtFraction(0.95F)[primary];
 
   // Up to most of the way back to grey from the screen's hue a pixel may still be a mix of the two;
-  // what is further away, or does not lean to the primary, is foreground.
+  // what is further away, or does not lean to the primary, is foreground. What leans to it more
+  // than the screen does is not: screen in the dark does.
   constexpr Chromaticity grey = {1.0F / 3, 1.0F / 3};
   const float span = distance(grey, centre);
   for (const Pixel& p : samples) {
-    const bool leansAway = lean(p.colour, screen.primary) < 0.02F;
-    if (leansAway || distance(chromaticity(p.colour), centre) > 0.75F * span) {
+    const float leaning = lean(p.colour, screen.primary);
+    const bool greyer =
+        leaning * screen.colour[primary] < lean(screen.colour, screen.primary) * p.colour[primary];
+    const bool far = distance(chromaticity(p.colour), centre) > 0.75F * span;
+    if (leaning < 0.02F || (far && greyer)) {
       screen.foregroundPixels.push_back(p);
     }
   }

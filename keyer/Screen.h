@@ -60,6 +60,10 @@ struct Screen {
 
   /// Whether a colour is surely screen: leans to the primary, and of the screen's own hue.
   bool holds(const Rgb& colour) const;
+
+  /// Whether a colour may be screen where the screen beside it has a colour of its own: its hue may
+  /// lie further away then, if that one's does.
+  bool holdsBeside(const Rgb& colour, const Rgb& beside) const;
 };
 
 /// Looks for a green or blue screen. Uneven light, grain and a subject that covers most of the

@@ -207,6 +207,24 @@ TEST(CleanPlate, ShowsTheLocalScreenAndLeadsItBehindTheSubject) {
   }
 }
 
+TEST(CleanPlate, FollowsAHueThatDrifts) {
+  Canvas canvas(width, height, 2);
+  // From the middle to the right edge green turns into a paler one, whose chromaticity is further
+  // away (0.13) than what is screen at once (0.07). At column 230 the drift is 110 / 119 = 0.924 of
+  // (0.16, 0.1, 0.17): (0.348, 0.792, 0.407).
+  canvas.fill([](int x, int) {
+    const float drift = std::max(0.0F, static_cast<float>(x - 120) / 119);
+    return Rgb{green[0] + 0.16F * drift, green[1] + 0.1F * drift, green[2] + 0.17F * drift};
+  });
+  const Plate plate = canvas.plate();
+  const Screen screen = findScreen(plate);
+  ASSERT_FALSE(screen.holds({0.348F, 0.792F, 0.407F}));
+  const Rgb found = CleanPlate(plate, screen).at(230, 80);
+  EXPECT_NEAR(found[0], 0.348F, 0.005F);
+  EXPECT_NEAR(found[1], 0.792F, 0.005F);
+  EXPECT_NEAR(found[2], 0.407F, 0.005F);
+}
+
 /// Mean absolute error of a key's matte where the garbage matte keeps the plate, in percent.
 double errorOf(const plate::Pictures& truth, Canvas& canvas, Settings settings,
                const AutoKey* key) {
