@@ -112,7 +112,8 @@ ORVANITE_API int orvanite_getView(QMXOrvaniteTable* engine);
 
 /* Code value that stands for 1.0 in an image: 255 (default), 65535, or 1 for float pictures. When
  * any of the six is 1, the float tables are built. Values below 1 are refused: nothing changes.
- * A change of any but dstMax discards the tables. Codes above the maximum read as the maximum. */
+ * A change of any but dstMax discards the tables. Codes above the maximum read as the maximum.
+ * Tables for a maximum beyond 2^24 cannot be built. */
 ORVANITE_API void orvanite_setFgMax(QMXOrvaniteTable* engine, int max);
 ORVANITE_API void orvanite_setBgMax(QMXOrvaniteTable* engine, int max);
 ORVANITE_API void orvanite_setGMatteMax(QMXOrvaniteTable* engine, int max);

@@ -27,7 +27,12 @@ constexpr float keyOne = 4096.0f;
 using Codes = std::int16_t;
 
 /// A table of one entry per code; null when memory runs out.
-Codes* newTable(int max) { return new (std::nothrow) Codes[static_cast<std::size_t>(max) + 1]; }
+Codes* newTable(int max) {
+  // Greater codes have no exact value in single precision: such a table counts as too large.
+  constexpr int largest = 1 << 24;
+  if (max > largest) return nullptr;
+  return new (std::nothrow) Codes[static_cast<std::size_t>(max) + 1];
+}
 
 float fraction(int code, int max) { return static_cast<float>(code) / static_cast<float>(max); }
 

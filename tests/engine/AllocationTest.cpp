@@ -134,18 +134,20 @@ TEST(Memory, ThatRunsOutBetweenFloatBuildsLeavesNoStaleFloatTable) {
   EXPECT_TRUE(rendersLikeTheModel<float>(engine, p));
 }
 
-TEST(Memory, IsAskedForInFullWhenAMaximumIsTheLargestInteger) {
+TEST(Memory, IsNotAskedForWhereAMaximumIsPastTheCodesThatAFloatHoldsExactly) {
   for (auto* setMax : {orvanite_setFgMax, orvanite_setBgMax, orvanite_setRefMax,
                        orvanite_setGMatteMax, orvanite_setHMatteMax}) {
-    Parameters p;
-    p.ref = true;
-    const Engine engine = makeEngine(p);
-    setMax(engine.get(), std::numeric_limits<int>::max());
-    failingNew::refusals = 0;
-    EXPECT_EQ(orvanite_makeLuts(engine.get()), 3);
-    EXPECT_GT(failingNew::refusals, 0);
-    setMax(engine.get(), 255);
-    ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-    EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+    for (const int max : {(1 << 24) + 1, std::numeric_limits<int>::max()}) {
+      Parameters p;
+      p.ref = true;
+      const Engine engine = makeEngine(p);
+      setMax(engine.get(), max);
+      failingNew::refusals = 0;
+      EXPECT_EQ(orvanite_makeLuts(engine.get()), 3) << max;
+      EXPECT_EQ(failingNew::refusals, 0) << max;
+      setMax(engine.get(), 255);
+      ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+      EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+    }
   }
 }
