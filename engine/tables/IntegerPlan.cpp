@@ -108,13 +108,19 @@ bool clipFollows(const QMXOrvaniteTable& e, IntegerPlan& plan) {
   const float range = 1 - 2 * (static_cast<float>(low) / 4096.0f);
   plan.clipLow = static_cast<float>(low);
   plan.clipRange = range > 0 ? range : 1e-6f;  // a step from 0 to 4096
+  plan.clipSlope = 1 / plan.clipRange;
   plan.clipIsIdentity = low == 0 && e.clipTable[1] == 1;
+  const auto entry = [](float line) {
+    return static_cast<int>(std::max(std::min(line, 4096.0f), 0.0f) + 0.5f);
+  };
+  bool slopeWillDo = true;
   for (int i = 0; i <= one; ++i) {
-    const float line = (static_cast<float>(i) - plan.clipLow) / plan.clipRange;
-    const float clipped = std::max(std::min(line, 4096.0f), 0.0f);
-    if (static_cast<int>(clipped + 0.5f) != e.clipTable[i]) return false;
+    const float above = static_cast<float>(i) - plan.clipLow;
+    if (entry(above / plan.clipRange) != e.clipTable[i]) return false;
+    slopeWillDo = slopeWillDo && entry(above * plan.clipSlope) == e.clipTable[i];
     plan.clipIsIdentity = plan.clipIsIdentity && e.clipTable[i] == i;
   }
+  if (!slopeWillDo) plan.clipSlope = 0;
   return true;
 }
 

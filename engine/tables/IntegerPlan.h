@@ -43,8 +43,9 @@ struct IntegerPlan {
   bool saturationFits[2] = {};  // the matrix's sums of products fit 32 bits
 
   float screenScale = 1;  // screenTable[i] is min(16384, i * screenScale + 0.5), truncated
-  float clipLow = 0;      // clipTable[i] is (i - clipLow) / clipRange + 0.5 within 0..4096
+  float clipLow = 0;      // clipTable[i] is (i - clipLow) / clipRange + 0.5 within 0..4096,
   float clipRange = 1;
+  float clipSlope = 0;  // or, where this is not 0, (i - clipLow) * clipSlope + 0.5
 
   // 8-bit: output codes by working value; and by code what a pixel of pure foreground or
   // background becomes, each channel at its byte of a little-endian red, green, blue, alpha.

@@ -34,6 +34,7 @@ class IntegerKernel {
     mergesAlpha_ = view_ == 0 && variant.alpha && bgAlpha;
     saturates_[0] = e.saturation[0] != 1.0f;
     saturates_[1] = e.saturation[1] != 1.0f && view_ == 0;
+    showsPure_ = view_ != 2 && view_ != 5 && !saturates_[0];
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[c];
@@ -68,7 +69,7 @@ class IntegerKernel {
   struct Constants {
     U16 screen[3], replace[3];
     U16 refScreen[3], refScreenKey;
-    Floats screenScale, clipLow, clipRange;
+    Floats screenScale, clipLow, clipRange, clipSlope;
   };
 
   struct Screen {
@@ -86,6 +87,7 @@ class IntegerKernel {
     k.screenScale = floats(p_.screenScale);
     k.clipLow = floats(p_.clipLow);
     k.clipRange = floats(p_.clipRange);
+    k.clipSlope = floats(p_.clipSlope);
     return k;
   }
 
@@ -126,6 +128,10 @@ class IntegerKernel {
   HWY_INLINE void keyVector(const Block<T>& block, const Constants& k, std::size_t i) {
     const U16 one = shorts(4096);
     const Keyed plate = loadKeyed(fg_, i, p_.fg.keysFit);
+    if (showsPure_ && hn::AllFalse(u16Tag, above(plate.key, hn::Zero(u16Tag))) &&
+        (block.garbage == nullptr || areZero(hn::LoadU(u16Tag, block.garbage + i)))) {
+      return passForeground(block, i, plate);
+    }
     const Screen screen = screenAt<ref>(k, i, plate.key);
 
     const U16 whole = hn::ShiftRight<12>(screen.amount);
@@ -148,7 +154,10 @@ class IntegerKernel {
     const U16 needed = matteOfColour(largest);
     const U16Mask enough = above(matte, needed);
     U16 shown = hn::Max(matte, needed);
-    if (!p_.clipIsIdentity) shown = clipMatte(shown, k.clipLow, k.clipRange);
+    if (!p_.clipIsIdentity) {
+      shown = p_.clipSlope != 0 ? clipMatte<true>(shown, k.clipLow, k.clipSlope)
+                                : clipMatte<false>(shown, k.clipLow, k.clipRange);
+    }
     if (block.garbage != nullptr) {
       const U16 kept = hn::Sub(one, matteKey<T>(hn::LoadU(u16Tag, block.garbage + i)));
       shown = hn::Sub(kept, keyProduct(hn::Sub(one, shown), kept));
@@ -165,6 +174,16 @@ class IntegerKernel {
       hn::Store(divide(colour[c], d), u16Tag, colour_[c] + i);
     }
     hn::Store(shown, u16Tag, matte_ + i);
+  }
+
+  /// Pixels without any screen and without garbage: the plate is what shows.
+  HWY_INLINE void passForeground(const Block<T>& block, std::size_t i, const Keyed& plate) {
+    pureFg_.add(i, true);
+    const U16 alpha = variant_.alpha ? shorts(static_cast<T>(~T{0}))
+                                     : loadSamples(block.dst + 4 * i, block.dstAlphaFirst).a;
+    hn::Store(alpha, u16Tag, alpha_ + i);
+    if (sizeof(T) == 1) return;
+    for (std::size_t c = 0; c < 3; ++c) hn::Store(plate.colour[c], u16Tag, colour_[c] + i);
   }
 
   static HWY_INLINE bool areZero(U16 v) { return hn::AllTrue(u16Tag, hn::Eq(v, hn::Zero(u16Tag))); }
@@ -340,15 +359,11 @@ class IntegerKernel {
 
   /// 16-bit background codes to output codes.
   HWY_INLINE void writeComposed(const Block<T>& block, std::size_t i) const {
-    const auto code = [&](int c, std::size_t at) {
-      return e_.outputTable[c][e_.bgTable[c][block.bg.channel(c)[4 * at]]];
-    };
-    for (std::size_t k = i; k < i + shortLanes(); ++k) {
-      if (block.dstAlphaFirst) {
-        storePixel<true>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
-      } else {
-        storePixel<false>(block.dst + 4 * k, code(0, k), code(1, k), code(2, k), alpha_[k]);
-      }
+    T* const to = block.dst + 4 * i;
+    if (block.dstAlphaFirst) {
+      lookUpTwice<true>(block.bg, e_.bgTable, e_.outputTable, alpha_, i, shortLanes(), to);
+    } else {
+      lookUpTwice<false>(block.bg, e_.bgTable, e_.outputTable, alpha_, i, shortLanes(), to);
     }
   }
 
@@ -378,6 +393,7 @@ class IntegerKernel {
   int view_;
   bool mergesAlpha_;
   bool saturates_[2];
+  bool showsPure_;  // where no pixel has any screen, the plate is what shows
   const Output* output_[3];
 
   Places mixed_, pureFg_, pureBg_;

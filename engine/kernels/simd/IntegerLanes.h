@@ -148,10 +148,12 @@ HWY_INLINE U16 divide(U16 colour, const Divisor& d) {
   return countIf(above(remainder, d.lessOne), q);
 }
 
-/// The clip curve, IntegerPlan::clipLow and clipRange.
-HWY_INLINE U16 clipMatte(U16 matte, Floats low, Floats range) {
-  return byFloats(matte, [low, range](Floats v) {
-    const Floats line = hn::Div(hn::Sub(v, low), range);
+/// The clip curve: IntegerPlan::clipLow, and clipSlope or clipRange.
+template <bool bySlope>
+HWY_INLINE U16 clipMatte(U16 matte, Floats low, Floats slopeOrRange) {
+  return byFloats(matte, [low, slopeOrRange](Floats v) {
+    const Floats above = hn::Sub(v, low);
+    const Floats line = bySlope ? hn::Mul(above, slopeOrRange) : hn::Div(above, slopeOrRange);
     return hn::Add(hn::Max(hn::Min(line, floats(4096.0f)), hn::Zero(floatTag)), floats(0.5f));
   });
 }

@@ -174,6 +174,24 @@ inline void lookUpComposed(const Pixels<std::uint8_t>& from, const std::uint32_t
   }
 }
 
+/// 16-bit pixels of pure background: codes to working values to output codes.
+template <bool alphaFirst>
+inline void lookUpTwice(const Pixels<std::uint16_t>& from, const std::int16_t* const (&work)[3],
+                        const std::uint16_t (&output)[3][IntegerPlan::workEntries],
+                        const std::uint16_t* alpha, std::size_t first, std::size_t n,
+                        std::uint16_t* to) {
+  const std::uint16_t* const r = from.channel(0) + 4 * first;
+  const std::uint16_t* const g = from.channel(1) + 4 * first;
+  const std::uint16_t* const b = from.channel(2) + 4 * first;
+  const std::int16_t* const red = work[0];
+  const std::int16_t* const green = work[1];
+  const std::int16_t* const blue = work[2];
+  for (std::size_t i = 0; i < n; ++i) {
+    storePixel<alphaFirst>(to + 4 * i, output[0][red[r[4 * i]]], output[1][green[g[4 * i]]],
+                           output[2][blue[b[4 * i]]], alpha[first + i]);
+  }
+}
+
 /// Every sample's plane of one vector of pixels.
 struct Samples {
   U16 r, g, b, a;

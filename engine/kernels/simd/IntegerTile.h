@@ -240,8 +240,10 @@ HWY_INLINE Pixels<T> pixelsOf(const Image<T>& image, const IntegerTile<T>& tile,
 template <class T>
 HWY_INLINE void fetchAhead(const Image<T>& image, std::ptrdiff_t x, std::ptrdiff_t y,
                            std::size_t n) {
-  if (image.base == nullptr) return;
-  const T* const from = at(image, image.base, x, y);
+  // A matte's one sample in four is as good as the whole pixel here.
+  const T* const start = image.base != nullptr ? image.base : image.channel[3];
+  if (start == nullptr || image.pixelStep != static_cast<int>(samplesPerPixel)) return;
+  const T* const from = at(image, start, x, y);
   constexpr std::size_t line = 64 / sizeof(T);
   for (std::size_t i = 0; i < samplesPerPixel * n; i += line) hwy::Prefetch(from + i);
 }
@@ -329,8 +331,9 @@ inline void walk(const IntegerTile<T>& tile, bool alpha, const Body& body) {
       block.ref = pixelsOf(tile.ref, tile, x, y, n, whole, buffers.pixels[2]);
       if (left > n) {
         const std::size_t next = left - n < blockPixels ? left - n : blockPixels;
-        fetchAhead(tile.fg, x + static_cast<std::ptrdiff_t>(n), y, next);
-        fetchAhead(tile.bg, x + static_cast<std::ptrdiff_t>(n), y, next);
+        for (const Image<T>* image : {&tile.fg, &tile.bg, &tile.ref, &tile.hold, &tile.garbage}) {
+          fetchAhead(*image, x + static_cast<std::ptrdiff_t>(n), y, next);
+        }
       }
       block.hold = matteCodes(tile.hold, x, y, n, left, buffers.mattes[0]);
       block.garbage = matteCodes(tile.garbage, x, y, n, left, buffers.mattes[1]);
