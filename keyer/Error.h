@@ -13,9 +13,10 @@
 namespace orvanite {
 
 enum class Fault {
-  wrongUse,      // the caller asked for something that cannot be
-  missingInput,  // a file that should be there is not
-  failure        // the world got in the way: unreadable file, full disk, no memory
+  wrongUse,       // the caller asked for something that cannot be
+  missingInput,   // a file that should be there is not
+  missingFrames,  // a shot that should be there is not, or lacks frames
+  failure         // the world got in the way: unreadable file, full disk, no memory
 };
 
 class Error : public std::runtime_error {

@@ -1,36 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// `orvanite key`: one plate and what belongs to it in, one keyed picture out. The plate's own
-// pixels are keyed in place, so that a key needs no memory beyond its pictures.
+// `orvanite key`: from options to a job: what to read, how to key it, where to write.
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
+#include <fstream>
+#include <iterator>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/cli/KeyJob.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
-#include "apps/media/PictureReader.h"
+#include "apps/media/FrameRange.h"
+#include "apps/media/PendingFile.h"
 #include "apps/media/PictureWriter.h"
 #include "keyer/Error.h"
-#include "keyer/Keyer.h"
+#include "keyer/Preset.h"
 
 namespace orvanite::cli {
 namespace {
 
-using media::Picture;
-using media::PictureReader;
 using media::Samples;
+using media::Source;
 
 struct KeyOptions {
   std::string plate, background, holdOut, garbage, reference, output;
-  int threads = 0;
-  bool premultiply = false;
-  bool quiet = false;
+  std::string matteOutput, statusOutput, foregroundOutput;
+  std::string frames, pastEnd = "hold", progress, preset, savePreset;
+  int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
+  int threads = 0, inFlight = 0;
+  bool premultiply = false, quiet = false, skipExisting = false, keepGoing = false, json = false;
+  bool passThrough = false;
   ParameterOptions parameters;
   ScreenOptions screen;
 };
@@ -39,133 +42,220 @@ std::string sizeOf(const media::Window& window) {
   return fmt::format("{}x{}", window.width, window.height);
 }
 
+void checkNumber(const char* option, int value, int low, int high) {
+  if (value >= low && value <= high) return;
+  throw Error::expected(Fault::wrongUse, option, fmt::format("a number from {} to {}", low, high),
+                        std::to_string(value));
+}
+
+PastEnd pastEndOf(const std::string& text) {
+  if (text == "hold") return PastEnd::hold;
+  if (text == "loop") return PastEnd::loop;
+  if (text == "black") return PastEnd::black;
+  throw Error::expected(Fault::wrongUse, "--bg-time", "hold, loop or black", text);
+}
+
 // A picture beside the plate must show the same frame.
-void compareSizes(const PictureReader& plate, const PictureReader& other, const char* role) {
+SideInput openSide(const std::string& path, int offset, const Source& plate, const char* role) {
+  SideInput input;
+  input.offset = offset;
+  if (path.empty()) return input;
+  input.source = Source::open(path);
   const media::Window& expected = plate.info().display;
-  const media::Window& found = other.info().display;
-  if (expected.width == found.width && expected.height == found.height) return;
-  throw Error(Fault::wrongUse, other.info().path,
-              fmt::format("expected a {} of the plate's size {}, found {}", role, sizeOf(expected),
-                          sizeOf(found)));
+  const media::Window& found = input.source->info().display;
+  if (expected.width != found.width || expected.height != found.height) {
+    throw Error(Fault::wrongUse, input.source->info().path,
+                fmt::format("expected a {} of the plate's size {}, found {}", role,
+                            sizeOf(expected), sizeOf(found)));
+  }
+  return input;
 }
 
-// The window of the plate in another file's coordinates, whose frame may start elsewhere.
-media::Window windowIn(const PictureReader& plate, const PictureReader& other) {
-  media::Window window = plate.info().data;
-  window.x += other.info().display.x - plate.info().display.x;
-  window.y += other.info().display.y - plate.info().display.y;
-  return window;
+Settings settingsOf(KeyOptions& options) {
+  Settings settings;
+  if (!options.preset.empty()) {
+    std::ifstream file(options.preset, std::ios::binary);
+    if (!file)
+      throw Error(Fault::missingInput, options.preset,
+                  "there is no such preset, or it cannot be read");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    settings = settingsFromPreset(text, options.preset);
+  }
+  options.screen.apply(options.parameters, settings);
+  return settings;
 }
 
-// The plate's samples, or those of a background that needs more.
-Samples finer(Samples a, Samples b) { return std::max(a, b); }
+void savePreset(const Settings& settings, const std::string& path) {
+  media::PendingFile pending(path);
+  std::ofstream file(pending.temporary(), std::ios::binary);
+  file << presetText(settings);
+  file.close();
+  if (!file) throw Error(Fault::failure, path, "cannot be written");
+  pending.commit();
+}
 
-std::optional<PictureReader> openInput(const std::string& path, const PictureReader& plate,
-                                       const char* role) {
-  if (path.empty()) return std::nullopt;
-  PictureReader reader(path);
-  compareSizes(plate, reader, role);
-  return reader;
+// The frames to key: those asked for, less what lies past the shot's ends; all of it otherwise.
+std::vector<int> framesOf(const KeyOptions& options, const Source& plate) {
+  if (!plate.isShot())
+    return options.frames.empty() ? std::vector<int>{}
+                                  : media::parseFrames(options.frames, "--frames");
+  const int first = plate.frames().front();
+  const int last = plate.frames().back();
+  std::vector<int> frames;
+  if (options.frames.empty()) {
+    for (int frame = first; frame <= last; ++frame) frames.push_back(frame);
+    return frames;
+  }
+  for (int frame : media::parseFrames(options.frames, "--frames")) {
+    if (frame >= first && frame <= last) frames.push_back(frame);
+  }
+  if (frames.empty()) {
+    throw Error(
+        Fault::missingFrames, plate.info().path,
+        fmt::format("the shot has frames {} to {}, none of {}", first, last, options.frames));
+  }
+  return frames;
+}
+
+void addOutput(KeyJob& job, const std::string& view, const std::string& path, bool severalFrames) {
+  if (path.empty()) return;
+  ViewOutput output;
+  output.output = view;
+  output.path = path;
+  output.pattern = media::FramePattern::parse(path);
+  if (severalFrames && !output.pattern) {
+    throw Error::expected(Fault::wrongUse, path,
+                          "a name with a frame number for a shot, such as out.####.exr", path);
+  }
+  job.outputs.push_back(std::move(output));
+}
+
+// No output may be an input, at any frame.
+void checkOutputs(const KeyJob& job, const KeyOptions& options, const std::vector<int>& frames) {
+  for (int frame : frames) {
+    std::vector<std::string> inputs{job.plate->fileOf(frame)};
+    for (const SideInput* side : {&job.background, &job.holdOut, &job.garbage, &job.reference}) {
+      if (side->source) inputs.push_back(side->source->fileOf(frame + side->offset));
+    }
+    if (!options.preset.empty()) inputs.push_back(options.preset);
+    std::vector<std::string> outputs;
+    for (const ViewOutput& output : job.outputs) {
+      const std::string path = output.fileOf(frame);
+      media::checkOutput(path, inputs);
+      if (std::find(outputs.begin(), outputs.end(), path) != outputs.end()) {
+        throw Error(Fault::wrongUse, path, "two outputs have this name");
+      }
+      outputs.push_back(path);
+    }
+  }
+}
+
+void chooseEncoding(const KeyOptions& options, const Source& plate, Settings& settings) {
+  if (settings.given("colourspace")) return;
+  const media::Encoding encoding =
+      media::encodingOf(plate.header(), plate.info().format, plate.info().samples);
+  settings.setText("colourspace", encoding.colourspace);
+  if (options.quiet) return;
+  fmt::print(stderr, "colourspace: {} ({}; --colourspace says otherwise)\n", encoding.colourspace,
+             encoding.reason);
+}
+
+void prepareKeyers(KeyJob& job, const Settings& settings, const Inputs& present) {
+  for (ViewOutput& output : job.outputs) {
+    Settings own = settings;
+    own.setText("output", output.output);
+    output.keyer = std::make_unique<Keyer>();
+    try {
+      output.keyer->prepare(own, job.depth, present);
+    } catch (const Error& error) {
+      throw error.subject() == "reference" ? error.about("--reference") : aboutOption(error);
+    }
+  }
 }
 
 int runKey(KeyOptions& options) {
   if (options.plate.empty())
     throw Error(Fault::wrongUse, "key", "expected a plate: orvanite key PLATE -o OUT");
   if (options.output.empty()) throw Error(Fault::wrongUse, "key", "expected an output: -o OUT");
-  if (options.threads < 0 || options.threads > 1024) {
-    throw Error::expected(Fault::wrongUse, "--threads", "a number from 0 to 1024",
-                          std::to_string(options.threads));
-  }
-  Settings settings;
-  options.screen.apply(options.parameters, settings);
+  checkNumber("--threads", options.threads, 0, 1024);
+  checkNumber("--in-flight", options.inFlight, 0, 1024);
+  Settings settings = settingsOf(options);
   if (options.premultiply && settings.choice("output") != "unpremultiplied") {
     throw Error(Fault::wrongUse, "--premultiply", "expected --output unpremultiplied with it");
   }
-  const int threads = options.threads > 0 ? options.threads : availableThreads();
-  OIIO::attribute("threads", threads);
 
-  PictureReader plate(options.plate);
-  auto background = openInput(options.background, plate, "background");
-  auto holdOut = openInput(options.holdOut, plate, "hold-out matte");
-  auto garbage = openInput(options.garbage, plate, "garbage matte");
-  auto reference = openInput(ScreenOptions::estimates(options.reference) ? "" : options.reference,
-                             plate, "clean plate");
-  std::vector<std::string> inputs;
-  for (const std::string* path : {&options.plate, &options.background, &options.holdOut,
-                                  &options.garbage, &options.reference}) {
-    if (!path->empty()) inputs.push_back(*path);
-  }
-  media::checkOutput(options.output, inputs);
+  KeyJob job;
+  job.threads = options.threads > 0 ? options.threads : availableThreads();
+  job.premultiply = options.premultiply;
+  job.passThrough = options.passThrough;
+  job.pastEnd = pastEndOf(options.pastEnd);
+  OIIO::attribute("threads", job.threads);
+  job.plate = Source::open(options.plate);
+  job.background = openSide(options.background, options.backgroundOffset, *job.plate, "background");
+  job.holdOut = openSide(options.holdOut, options.holdOutOffset, *job.plate, "hold-out matte");
+  job.garbage = openSide(options.garbage, options.garbageOffset, *job.plate, "garbage matte");
+  job.reference = openSide(ScreenOptions::estimates(options.reference) ? "" : options.reference,
+                           options.referenceOffset, *job.plate, "clean plate");
 
-  if (!settings.given("colourspace")) {
-    const media::Encoding encoding = media::encodingOf(plate);
-    settings.setText("colourspace", encoding.colourspace);
-    if (!options.quiet) {
-      fmt::print(stderr, "colourspace: {} ({}; --colourspace says otherwise)\n",
-                 encoding.colourspace, encoding.reason);
-    }
-  }
-  Samples samples = plate.info().samples;
-  if (background) samples = finer(samples, background->info().samples);
-  const int depth = media::depthOf(samples);
+  std::vector<int> frames = framesOf(options, *job.plate);
+  const bool shot = !frames.empty();
+  const bool several = frames.size() > 1;
+  addOutput(job, std::string(settings.choice("output")), options.output, several);
+  addOutput(job, "matte", options.matteOutput, several);
+  addOutput(job, "status", options.statusOutput, several);
+  addOutput(job, "unpremultiplied", options.foregroundOutput, several);
+  checkOutputs(job, options, shot ? frames : std::vector<int>{1});
+  chooseEncoding(options, *job.plate, settings);
+
+  job.samples = job.plate->info().samples;
+  if (job.background.source)
+    job.samples = std::max(job.samples, job.background.source->info().samples);
+  job.depth = media::depthOf(job.samples);
+  const media::Window whole = job.plate->info().display;
   options.screen.look(
       [&](std::optional<int> frame) {
-        if (!frame) return plate.read(depth, plate.info().display, 1);
-        return PictureReader(frameBeside(options.plate, *frame))
-            .read(depth, plate.info().display, 1);
+        if (!job.plate->isShot() && frame) {
+          return media::PictureReader(frameBeside(options.plate, *frame)).read(job.depth, whole, 1);
+        }
+        const int first = job.plate->isShot() ? frames.front() : 1;
+        return job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
       },
-      options.reference, depth, settings, options.quiet);
-  const Inputs present{background.has_value(), holdOut.has_value(), garbage.has_value(),
-                       reference.has_value() || options.screen.makesCleanPlates()};
-
-  Keyer keyer;
-  try {
-    keyer.prepare(settings, depth, present);
-  } catch (const Error& error) {
-    throw error.subject() == "reference" ? error.about("--reference") : aboutOption(error);
-  }
-
-  // Only what the view and the switches use is read.
-  Picture keyed = plate.read(depth, plate.info().data, 1);
-  keyed.samples = samples;
-  Frame frame;
-  frame.width = keyed.data.width;
-  frame.height = keyed.data.height;
-  frame.depth = depth;
-  frame.pictures.fg = frame.pictures.dst = keyed.image();
-  Picture backgroundPixels, holdOutPixels, garbagePixels, referencePixels;
-  if (background && settings.view(present) == 0) {
-    backgroundPixels = background->read(depth, windowIn(plate, *background), 0);
-    frame.pictures.bg = backgroundPixels.image();
-  }
-  if (holdOut && settings.toggle("useHoldOutMatte")) {
-    holdOutPixels =
-        holdOut->readChannel(settings.text("holdOutChannel"), depth, windowIn(plate, *holdOut));
-    frame.pictures.hold = holdOutPixels.image();
-  }
-  if (garbage && settings.toggle("useGarbageMatte")) {
-    garbagePixels =
-        garbage->readChannel(settings.text("garbageChannel"), depth, windowIn(plate, *garbage));
-    frame.pictures.garbage = garbagePixels.image();
-  }
+      options.reference, job.depth, settings, options.quiet);
   if (options.screen.makesCleanPlates()) {
-    referencePixels = options.screen.cleanPlateOf(keyed);
-    frame.pictures.ref = referencePixels.image();
-  } else if (reference && settings.toggle("useReference")) {
-    referencePixels = reference->read(depth, windowIn(plate, *reference), 1);
-    frame.pictures.ref = referencePixels.image();
+    job.cleanPlateOf = [&options](const media::Picture& plate) {
+      return options.screen.cleanPlateOf(plate);
+    };
   }
+  const Inputs present{job.background.source != nullptr, job.holdOut.source != nullptr,
+                       job.garbage.source != nullptr,
+                       job.reference.source != nullptr || job.cleanPlateOf != nullptr};
+  // Only what the views and the switches use is read.
+  job.background.used = present.background && settings.view(present) == 0;
+  job.holdOut.used = present.holdOut && settings.toggle("useHoldOutMatte");
+  job.holdOut.channel = settings.text("holdOutChannel");
+  job.garbage.used = present.garbage && settings.toggle("useGarbageMatte");
+  job.garbage.channel = settings.text("garbageChannel");
+  job.reference.used = job.reference.source && settings.toggle("useReference");
+  prepareKeyers(job, settings, present);
+  if (!options.savePreset.empty()) savePreset(settings, options.savePreset);
 
-  const auto start = std::chrono::steady_clock::now();
-  keyer.render(frame, threads);
-  const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-
-  if (options.premultiply) media::multiplyByAlpha(keyed);
-  media::writePicture(keyed, options.output);
+  if (shot) {
+    // Frames are read side by side, each by one thread.
+    if (several) OIIO::attribute("threads", 1);
+    ShotOptions run;
+    run.frames = std::move(frames);
+    run.skipExisting = options.skipExisting;
+    run.keepGoing = options.keepGoing;
+    run.inFlight = options.inFlight;
+    run.progress = options.quiet ? ProgressForm::none : progressFormOf(options.progress);
+    run.json = options.json;
+    return keyShot(job, run);
+  }
+  const double seconds = keyStill(job, 1);
   if (!options.quiet) {
-    fmt::print("{}: {}, {}, {}; keyed in {:.1f} ms on {} {}\n", options.output, sizeOf(keyed.data),
-               media::nameOf(samples), settings.choice("output"), taken.count(), threads,
-               threads == 1 ? "thread" : "threads");
+    fmt::print("{}: {}, {}, {}; keyed in {:.1f} ms on {} {}\n", job.outputs[0].fileOf(1),
+               sizeOf(job.plate->info().data), media::nameOf(job.samples), job.outputs[0].output,
+               seconds * 1000, job.threads, job.threads == 1 ? "thread" : "threads");
   }
   return success;
 }
@@ -174,32 +264,75 @@ int runKey(KeyOptions& options) {
 
 Run declareKey(CLI::App& command) {
   auto options = std::make_shared<KeyOptions>();
-  const char* files = "Files";
-  command.add_option("PLATE", options->plate,
-                     "The picture to key, in any format that OpenImageIO reads.");
-  const auto path = [&](const char* names, std::string& to, const char* help) {
-    command.add_option(names, to, help)->group(files)->type_name("FILE")->take_last();
+  command.add_option(
+      "PLATE", options->plate,
+      "What to key, in any format that OpenImageIO reads: a picture, a numbered "
+      "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr) or a folder of one.");
+  const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
+                        const char* help) {
+    command.add_option(names, to, help)->group(group)->type_name(type)->take_last();
   };
-  path("-o,--out", options->output,
-       "Where to write; the ending says the format. The file appears when it is whole. [required]");
-  path("--bg,--background", options->background, "Background picture for the output composite.");
-  path("--hold-out", options->holdOut, "Hold-out matte: white keeps the foreground.");
-  path("--garbage", options->garbage, "Garbage matte: white cuts away.");
-  path("--reference", options->reference,
+  const auto number = [&](const char* group, const char* names, int& to, const char* help) {
+    command.add_option(names, to, help)->group(group)->type_name("N")->take_last();
+  };
+  const auto flag = [&](const char* group, const char* names, bool& to, const char* help) {
+    command.add_flag(names, to, help)->group(group);
+  };
+  const char* files = "Files";
+  text(files, "FILE", "-o,--out", options->output,
+       "Where to write; the ending says the format, a shot needs a pattern. Files appear when they "
+       "are whole. [required]");
+  text(files, "FILE", "--bg,--background", options->background,
+       "Background picture for the output composite.");
+  text(files, "FILE", "--hold-out", options->holdOut,
+       "Hold-out matte: white keeps the foreground.");
+  text(files, "FILE", "--garbage", options->garbage, "Garbage matte: white cuts away.");
+  text(files, "FILE", "--reference", options->reference,
        "Clean plate: the screen without the subject (8- and 16-bit plates); auto estimates it from "
        "the plate.");
-  command
-      .add_flag("--premultiply", options->premultiply,
-                "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
-                "unpremultiplied. [default off]")
-      ->group(files);
-  command
-      .add_option("--threads", options->threads,
-                  "Threads to key on. [1 to 1024, default the task's share or all processors]")
-      ->group("Running")
-      ->type_name("N")
-      ->take_last();
-  command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group("Running");
+  text(files, "FILE", "--matte-output", options->matteOutput, "Writes the matte as well.");
+  text(files, "FILE", "--status-output", options->statusOutput, "Writes the status as well.");
+  text(files, "FILE", "--foreground-output", options->foregroundOutput,
+       "Writes the unpremultiplied foreground as well.");
+  flag(files, "--premultiply", options->premultiply,
+       "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
+       "unpremultiplied. [default off]");
+  text(files, "FILE", "--preset", options->preset, "Parameters from a preset; options go over it.");
+  text(files, "FILE", "--save-preset", options->savePreset,
+       "Writes all parameters in force as a preset.");
+
+  const char* shots = "Shots";
+  text(shots, "FRAMES", "--frames", options->frames,
+       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12. Those past the shot's ends are ignored. "
+       "[default all]");
+  number(shots, "--bg-frame-offset", options->backgroundOffset,
+         "Added to the plate's frame for the background's. [frames, default 0]");
+  number(shots, "--hold-out-frame-offset", options->holdOutOffset,
+         "The same for the hold-out matte. [frames, default 0]");
+  number(shots, "--garbage-frame-offset", options->garbageOffset,
+         "The same for the garbage matte. [frames, default 0]");
+  number(shots, "--reference-frame-offset", options->referenceOffset,
+         "The same for the clean plate. [frames, default 0]");
+  text(shots, "HOW", "--bg-time", options->pastEnd,
+       "What a background or matte shows past its ends: hold, loop or black. A still is always "
+       "held. [default hold]");
+  flag(shots, "--skip-existing", options->skipExisting,
+       "Leave frames whose outputs exist: resumes a stopped shot. [default off]");
+  flag(shots, "--keep-going", options->keepGoing, "Go on after a frame that failed. [default off]");
+
+  const char* running = "Running";
+  number(running, "--threads", options->threads,
+         "Threads to work on. [1 to 1024, default the task's share or all processors]");
+  number(running, "--in-flight", options->inFlight,
+         "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
+         "busy within 1 GiB]");
+  text(running, "FORM", "--progress", options->progress,
+       "Of a shot: bar, plain, openjd, alf or none. [default a bar on a terminal, else plain]");
+  flag(running, "--json", options->json,
+       "Print one JSON object per frame of a shot, and a summary. [default off]");
+  flag(running, "--no-key", options->passThrough,
+       "Read and write only, to see what that takes. [default off]");
+  flag(running, "-q,--quiet", options->quiet, "Say nothing but errors.");
   options->parameters.addTo(command);
   options->screen.addTo(command);
   return [options] { return runKey(*options); };

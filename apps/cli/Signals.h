@@ -9,4 +9,10 @@ namespace orvanite::cli {
 /// code for cancelled; a closed pipe is an error of the write, not the end.
 void endCleanlyOnSignals();
 
+/// From now on the first of these signals only makes stopAsked() true, so that work in hand can be
+/// finished; the second ends the program as above.
+void stopAtNextFrameOnSignals();
+
+bool stopAsked();
+
 }  // namespace orvanite::cli

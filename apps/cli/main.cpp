@@ -21,6 +21,7 @@
 #include "apps/cli/HelpFormat.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/Signals.h"
+#include "engine/kernels/Target.h"
 #include "keyer/Error.h"
 
 namespace orvanite::cli {
@@ -37,9 +38,11 @@ std::string versionText() {
 #else
   const char* kind = "with assertions";
 #endif
-  return fmt::format("orvanite {}\nbuilt {} by {}\nwith OpenImageIO {} and oneTBB {}.{}",
-                     ORVANITE_VERSION, kind, compiler, OIIO_VERSION_STRING, TBB_VERSION_MAJOR,
-                     TBB_VERSION_MINOR);
+  const Target* target = activeTarget();
+  return fmt::format(
+      "orvanite {}\nkernels: {}\nbuilt {} by {}\nwith OpenImageIO {} and oneTBB {}.{}",
+      ORVANITE_VERSION, target != nullptr ? target->name : "none", kind, compiler,
+      OIIO_VERSION_STRING, TBB_VERSION_MAJOR, TBB_VERSION_MINOR);
 }
 
 // Parameters may be named as presets and scripts name them: --screenRange is --screen-range.
@@ -71,7 +74,11 @@ Error unexpected(const CLI::App& command, const std::vector<std::string>& argume
   return Error(Fault::wrongUse, name, message);
 }
 
-int codeOf(Fault fault) { return fault == Fault::wrongUse ? wrongUse : failed; }
+int codeOf(Fault fault) {
+  return fault == Fault::wrongUse        ? wrongUse
+         : fault == Fault::missingFrames ? missingInput
+                                         : failed;
+}
 
 int report(const std::string& message, int code) {
   std::fflush(stdout);
@@ -80,6 +87,8 @@ int report(const std::string& message, int code) {
 }
 
 int run(int count, char** values) {
+  if (const std::string& problem = targetProblem(); !problem.empty())
+    return report(problem, wrongUse);
   CLI::App app("A colour-difference keyer: takes the blue or green screen out of pictures.",
                "orvanite");
   app.formatter(std::make_shared<HelpFormat>());

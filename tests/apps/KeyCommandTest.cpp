@@ -174,7 +174,7 @@ TEST(KeyCommand, GivesTheFlatInterfacesBytesForEveryPairOfFormats) {
     tile.hold.lineStep = tile.garbage.lineStep = 4 * width;
     std::vector<Pixels> kept;
     if (one.background != nullptr) {
-      kept.emplace_back(background, one.depth, 0.0F);
+      kept.emplace_back(background, one.depth, 1.0F);
       tile.bg = kept.back().tile();
     }
     ASSERT_EQ(orvanite_render(engine, one.depth, width, height, &tile), 0);
@@ -345,7 +345,7 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {{}, 2, "expected a plate"},
       {{fg}, 2, "expected an output"},
       {{folder / "none.png", "-o", out}, 1, "none.png: no such file"},
-      {{folder / "folder.png", "-o", out}, 1, "expected a picture, found a folder"},
+      {{folder / "folder.png", "-o", out}, 3, "expected a folder of numbered pictures, found none"},
       {{folder / "text.png", "-o", out}, 1, "text.png: cannot be read"},
       {{folder / "empty.exr", "-o", out}, 1, "empty.exr: cannot be read"},
       {{folder / "cut.png", "-o", out}, 1, "cut.png: broken near row"},

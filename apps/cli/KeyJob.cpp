@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A shot runs through three stages: frames are handed out in order (and read there, where a source
+// has to be read in order), read, keyed and written side by side, and reported in order. How many
+// are under way is bounded, and memory with it.
+#include "apps/cli/KeyJob.h"
+
+#include <fmt/format.h>
+#include <tbb/global_control.h>
+#include <tbb/info.h>
+#include <tbb/parallel_pipeline.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+#include "apps/cli/Commands.h"
+#include "apps/cli/Signals.h"
+#include "apps/media/FrameRange.h"
+#include "apps/media/PictureWriter.h"
+#include "keyer/Error.h"
+
+namespace orvanite::cli {
+namespace {
+
+using media::Picture;
+using media::Source;
+using media::Window;
+
+constexpr std::size_t memoryInFlight = std::size_t{1} << 30;
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+struct FramePictures {
+  Picture plate, background, holdOut, garbage, reference;
+};
+
+// The frame of a side input that goes with a frame of the plate; none where it shows black.
+std::optional<int> frameOf(const SideInput& input, int frame, PastEnd pastEnd) {
+  const std::vector<int>& frames = input.source->frames();
+  if (frames.empty()) return frame;
+  const int first = frames.front();
+  const int last = frames.back();
+  const int wanted = frame + input.offset;
+  if (wanted >= first && wanted <= last) return wanted;
+  switch (pastEnd) {
+    case PastEnd::hold:
+      return std::clamp(wanted, first, last);
+    case PastEnd::loop: {
+      const int length = last - first + 1;
+      return first + ((wanted - first) % length + length) % length;
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+// The plate's pixels in another source's coordinates, whose frame may start elsewhere.
+Window windowIn(const Source& plate, const Source& other, const Window& data) {
+  Window window = data;
+  window.x += other.info().display.x - plate.info().display.x;
+  window.y += other.info().display.y - plate.info().display.y;
+  return window;
+}
+
+Picture readSide(const KeyJob& job, const SideInput& input, int frame, const Window& data) {
+  if (!input.used) return {};
+  const Window window = windowIn(*job.plate, *input.source, data);
+  if (const auto own = frameOf(input, frame, job.pastEnd)) {
+    return input.source->read(*own, {job.depth, window, 1, input.channel});
+  }
+  Picture black = Picture::make(window, job.depth, job.samples);
+  std::memset(black.pixels.get(), 0, black.bytes());
+  return black;
+}
+
+Window plateWindow(const KeyJob& job) { return job.plate->info().data; }
+
+Picture readPlate(const KeyJob& job, int frame) {
+  Picture plate = job.plate->read(frame, {job.depth, plateWindow(job), 1, ""});
+  plate.samples = job.samples;
+  return plate;
+}
+
+void readSides(const KeyJob& job, int frame, FramePictures& pictures, bool sequential) {
+  const auto read = [&](const SideInput& input, Picture& to) {
+    if (input.used && input.source->sequential() == sequential)
+      to = readSide(job, input, frame, plateWindow(job));
+  };
+  read(job.background, pictures.background);
+  read(job.holdOut, pictures.holdOut);
+  read(job.garbage, pictures.garbage);
+  read(job.reference, pictures.reference);
+}
+
+// The keyed views, in the order of the job's outputs; the first takes the plate's place.
+std::vector<Picture> keyed(const KeyJob& job, FramePictures& pictures, int threads) {
+  std::vector<Picture> views(job.outputs.size());
+  Frame frame;
+  frame.width = pictures.plate.data.width;
+  frame.height = pictures.plate.data.height;
+  frame.depth = job.depth;
+  frame.pictures.fg = pictures.plate.image();
+  if (job.background.used) frame.pictures.bg = pictures.background.image();
+  if (job.holdOut.used) frame.pictures.hold = pictures.holdOut.image();
+  if (job.garbage.used) frame.pictures.garbage = pictures.garbage.image();
+  if (job.cleanPlateOf) {
+    pictures.reference = job.cleanPlateOf(pictures.plate);
+    frame.pictures.ref = pictures.reference.image();
+  }
+  if (job.reference.used) frame.pictures.ref = pictures.reference.image();
+  for (std::size_t i = views.size(); i-- > 1;) {
+    views[i] = Picture::make(pictures.plate.data, job.depth, job.samples);
+    views[i].header = pictures.plate.header;
+    views[i].hasAlpha = true;
+    frame.pictures.dst = views[i].image();
+    job.outputs[i].keyer->render(frame, threads);
+  }
+  frame.pictures.dst = frame.pictures.fg;
+  if (!job.passThrough) job.outputs[0].keyer->render(frame, threads);
+  views[0] = std::move(pictures.plate);
+  if (job.premultiply) media::multiplyByAlpha(views[0]);
+  return views;
+}
+
+void write(const KeyJob& job, const std::vector<Picture>& views, int frame) {
+  for (std::size_t i = 0; i < views.size(); ++i)
+    media::writePicture(views[i], job.outputs[i].fileOf(frame));
+}
+
+// A frame on its way through the pipeline.
+struct Work {
+  int frame = 0;
+  FramePictures pictures;
+  FrameStatus status = FrameStatus::done;
+  Fault fault = Fault::failure;
+  std::string message;
+  double seconds = 0;
+};
+
+template <class Action>
+void guarded(Work& work, const Action& action) {
+  if (work.status != FrameStatus::done) return;
+  try {
+    action();
+  } catch (const Error& error) {
+    work.status = FrameStatus::failed;
+    work.fault = error.fault();
+    work.message = error.what();
+  } catch (const std::exception& error) {
+    work.status = FrameStatus::failed;
+    work.message =
+        dynamic_cast<const std::bad_alloc*>(&error) != nullptr ? "out of memory" : error.what();
+  }
+}
+
+bool allExist(const KeyJob& job, int frame) {
+  std::error_code ignored;
+  return std::all_of(job.outputs.begin(), job.outputs.end(), [&](const ViewOutput& output) {
+    return std::filesystem::exists(output.fileOf(frame), ignored);
+  });
+}
+
+int framesInFlight(const KeyJob& job, const ShotOptions& options) {
+  if (options.inFlight > 0) return options.inFlight;
+  const Window data = plateWindow(job);
+  std::size_t pictures = job.outputs.size();
+  for (const SideInput* input : {&job.background, &job.holdOut, &job.garbage, &job.reference}) {
+    if (input->used) ++pictures;
+  }
+  const std::size_t bytes = pictures * 4 * static_cast<std::size_t>(job.depth) *
+                            static_cast<std::size_t>(data.width) *
+                            static_cast<std::size_t>(data.height);
+  return static_cast<int>(std::clamp<std::size_t>(memoryInFlight / std::max<std::size_t>(bytes, 1),
+                                                  1, static_cast<std::size_t>(job.threads) + 2));
+}
+
+}  // namespace
+
+double keyStill(const KeyJob& job, int frame) {
+  FramePictures pictures;
+  pictures.plate = readPlate(job, frame);
+  readSides(job, frame, pictures, false);
+  readSides(job, frame, pictures, true);
+  const auto start = std::chrono::steady_clock::now();
+  const std::vector<Picture> views = keyed(job, pictures, job.threads);
+  const double seconds = secondsSince(start);
+  write(job, views, frame);
+  return seconds;
+}
+
+int keyShot(const KeyJob& job, const ShotOptions& options) {
+  stopAtNextFrameOnSignals();
+  Progress progress(options.progress, options.json, static_cast<int>(options.frames.size()));
+  std::size_t next = 0;
+  std::atomic<bool> stop = false;
+  Fault fault = Fault::failure;
+  std::vector<int> finished;
+  bool firstReport = true;
+
+  const auto handOut = [&](tbb::flow_control& control) -> std::shared_ptr<Work> {
+    if (next == options.frames.size() || stop || stopAsked()) {
+      control.stop();
+      return nullptr;
+    }
+    auto work = std::make_shared<Work>();
+    work->frame = options.frames[next++];
+    if (options.skipExisting && allExist(job, work->frame)) work->status = FrameStatus::skipped;
+    const auto start = std::chrono::steady_clock::now();
+    guarded(*work, [&] {
+      if (job.plate->sequential()) work->pictures.plate = readPlate(job, work->frame);
+      readSides(job, work->frame, work->pictures, true);
+    });
+    work->seconds = secondsSince(start);
+    return work;
+  };
+  const auto keyAndWrite = [&](std::shared_ptr<Work> work) {
+    const auto start = std::chrono::steady_clock::now();
+    guarded(*work, [&] {
+      if (!job.plate->sequential()) work->pictures.plate = readPlate(job, work->frame);
+      readSides(job, work->frame, work->pictures, false);
+      // Frames run side by side; one alone does not split further.
+      const std::vector<Picture> views = keyed(job, work->pictures, 1);
+      write(job, views, work->frame);
+    });
+    work->pictures = {};
+    work->seconds += secondsSince(start);
+    return work;
+  };
+  const auto report = [&](const std::shared_ptr<Work>& work) {
+    progress.frame(work->frame, job.outputs[0].fileOf(work->frame), work->status, work->seconds,
+                   work->message);
+    if (work->status != FrameStatus::failed) {
+      finished.push_back(work->frame);
+      return;
+    }
+    std::fflush(stdout);
+    fmt::print(stderr, "orvanite: frame {}: {}\n", work->frame, work->message);
+    if (firstReport) fault = work->fault;
+    firstReport = false;
+    if (!options.keepGoing) stop = true;
+  };
+
+  std::optional<tbb::global_control> more;
+  if (job.threads > tbb::info::default_concurrency()) {
+    more.emplace(tbb::global_control::max_allowed_parallelism,
+                 static_cast<std::size_t>(job.threads));
+  }
+  tbb::task_arena(job.threads).execute([&] {
+    tbb::parallel_pipeline(
+        static_cast<std::size_t>(framesInFlight(job, options)),
+        tbb::make_filter<void, std::shared_ptr<Work>>(tbb::filter_mode::serial_in_order, handOut) &
+            tbb::make_filter<std::shared_ptr<Work>, std::shared_ptr<Work>>(
+                tbb::filter_mode::parallel, keyAndWrite) &
+            tbb::make_filter<std::shared_ptr<Work>, void>(tbb::filter_mode::serial_in_order,
+                                                          report));
+  });
+
+  const bool wasCancelled =
+      stopAsked() &&
+      finished.size() + static_cast<std::size_t>(progress.failed()) < options.frames.size();
+  progress.finish(wasCancelled);
+  if (wasCancelled || progress.failed() > 0) {
+    std::fflush(stdout);
+    std::sort(finished.begin(), finished.end());
+    fmt::print(stderr,
+               "orvanite: {}; finished frames are whole ({}); the same command with "
+               "--skip-existing does the others\n",
+               wasCancelled ? "stopped" : "not all frames are done",
+               finished.empty() ? "none" : media::formatFrames(finished));
+  }
+  if (wasCancelled) return cancelled;
+  if (progress.failed() == 0) return success;
+  return fault == Fault::missingFrames ? missingInput : framesFailed;
+}
+
+}  // namespace orvanite::cli

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Names of numbered files: plate.####.exr, plate.@@@@.exr and plate.%04d.exr are the same.
+// Uses the standard library only.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvanite::media {
+
+class FramePattern {
+ public:
+  /// The pattern in a path's last part; none when it has no frame number.
+  static std::optional<FramePattern> parse(const std::string& path);
+
+  /// The pattern of a folder that holds the files of one sequence. Throws Error (missingFrames or
+  /// wrongUse) when it holds none, or several.
+  static FramePattern ofFolder(const std::string& folder);
+
+  std::string path(int frame) const;
+
+  /// The frames that exist, ascending.
+  std::vector<int> existing() const;
+
+  /// The pattern with # signs.
+  std::string text() const;
+
+ private:
+  std::string folder_;  // with its slash, or empty
+  std::string before_, after_;
+  int digits_ = 1;  // at the least
+};
+
+}  // namespace orvanite::media

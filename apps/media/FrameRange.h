@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Frame numbers as people and farm managers write them: 1001-1100, 1-100x2, 1,5,9-12.
+// Uses the standard library only.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvanite::media {
+
+/// The frames of a range, in the order given, each once. Frames are 0..99999999, a range has at
+/// most a million. Throws Error (wrongUse) about `subject`.
+std::vector<int> parseFrames(std::string_view text, const std::string& subject);
+
+/// The shortest way to write ascending frames: "1-4,6-10".
+std::string formatFrames(const std::vector<int>& frames);
+
+}  // namespace orvanite::media

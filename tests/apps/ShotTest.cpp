@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite key` on sequences: the same bytes as stills, times that line up, and every way in which
+// a shot can stop.
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <thread>
+
+#include "apps/media/FrameRange.h"
+#include "keyer/Error.h"
+#include "tests/apps/Images.h"
+#include "tests/apps/Program.h"
+
+namespace orvanite::test {
+namespace {
+
+std::string number(int frame) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%04d", frame);
+  return text;
+}
+
+void writeShot(const Folder& folder, const std::string& name, int first, int last, int width = 24,
+               int height = 16) {
+  for (int frame = first; frame <= last; ++frame) {
+    write(randomImage(width, height, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(frame)),
+          folder / (name + "." + number(frame) + ".png"));
+  }
+}
+
+// Flat pictures: frame n is n in every channel.
+void writeCounter(const Folder& folder, const std::string& name, int first, int last) {
+  for (int frame = first; frame <= last; ++frame) {
+    Image image = randomImage(24, 16, 3, OIIO::TypeDesc::UINT8, 1);
+    std::fill(image.samples.begin(), image.samples.end(), static_cast<float>(frame));
+    write(image, folder / (name + "." + number(frame) + ".png"));
+  }
+}
+
+bool isWhole(const std::string& file) {
+  try {
+    return !read(file).samples.empty();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+pid_t start(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), ORVANITE_PROGRAM);
+  const pid_t child = ::fork();
+  if (child != 0) return child;
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  std::freopen("/dev/null", "w", stdout);
+  std::freopen("/dev/null", "w", stderr);
+  ::execv(ORVANITE_PROGRAM, argv.data());
+  ::_exit(127);
+}
+
+int waitFor(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST(FrameRange, ReadsWhatPeopleAndFarmsWrite) {
+  const std::pair<const char*, std::vector<int>> good[] = {{"5", {5}},
+                                                           {"1001-1003", {1001, 1002, 1003}},
+                                                           {"1-10x4", {1, 5, 9}},
+                                                           {"1,5,9-11", {1, 5, 9, 10, 11}},
+                                                           {"3-5,4-6", {3, 4, 5, 6}},
+                                                           {"7-7", {7}},
+                                                           {"10,1", {10, 1}}};
+  for (const auto& [text, frames] : good) EXPECT_EQ(media::parseFrames(text, "x"), frames) << text;
+  for (const char* text : {"", "a", "1-", "-5", "5-1", "1-5x0", "1-5x", "1,,2", "1,", "1 2",
+                           "0-1000000", "99999999999", "1-5x-1", "1.5"}) {
+    EXPECT_THROW(media::parseFrames(text, "x"), Error) << text;
+  }
+  EXPECT_EQ(media::formatFrames({1, 2, 3, 5, 7, 8}), "1-3,5,7-8");
+}
+
+TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
+  const Folder plates;
+  const Folder folder;
+  writeShot(plates, "fg", 8, 11);
+  for (int frame = 8; frame <= 11; ++frame) {
+    ASSERT_EQ(orvanite({"key", "-q", plates / ("fg." + number(frame) + ".png"), "-o",
+                        folder / ("still." + number(frame) + ".png")})
+                  .code,
+              0);
+  }
+  const std::string inputs[] = {plates / "fg.####.png", plates / "fg.%04d.png",
+                                plates / "fg.@@@@.png", plates.path().string()};
+  for (const std::string& input : inputs) {
+    const Folder out;
+    const Outcome outcome = orvanite({"key", input, "-o", out / "out.####.png", "--threads", "3"});
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    for (int frame = 8; frame <= 11; ++frame) {
+      EXPECT_EQ(read(out / ("out." + number(frame) + ".png")).samples,
+                read(folder / ("still." + number(frame) + ".png")).samples)
+          << input << " frame " << frame;
+    }
+  }
+  const Folder out;
+  ASSERT_EQ(orvanite({"key", "-q", inputs[0], "-o", out / "o.%d.png", "--frames", "9,11-40"}).code,
+            0);
+  EXPECT_EQ(out.names(), (std::vector<std::string>{"o.11.png", "o.9.png"}));
+  const Outcome past =
+      orvanite({"key", "-q", inputs[0], "-o", out / "o.%d.png", "--frames", "12-20"});
+  EXPECT_EQ(past.code, 3);
+  EXPECT_NE(past.err.find("the shot has frames 8 to 11, none of 12-20"), std::string::npos)
+      << past.err;
+}
+
+TEST(Shot, SidePicturesFollowTheirOffsetsAndPastTheirEndsWhatWasAsked) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 6);
+  writeCounter(folder, "bg", 11, 13);
+  // All garbage: the output is the background.
+  Image white = randomImage(24, 16, 1, OIIO::TypeDesc::UINT8, 1);
+  std::fill(white.samples.begin(), white.samples.end(), 255.0F);
+  write(white, folder / "white.png");
+  struct Case {
+    const char *time, *offset;
+    std::vector<float> shown;  // at the plate's frames 1 to 6
+  };
+  const Case cases[] = {{"hold", "10", {11, 12, 13, 13, 13, 13}},
+                        {"loop", "10", {11, 12, 13, 11, 12, 13}},
+                        {"black", "9", {0, 11, 12, 13, 0, 0}},
+                        {"loop", "9", {13, 11, 12, 13, 11, 12}},
+                        {"hold", "0", {11, 11, 11, 11, 11, 11}}};
+  for (const Case& one : cases) {
+    const Folder out;
+    const Outcome outcome =
+        orvanite({"key", "-q", folder / "fg.####.png", "--bg", folder / "bg.####.png", "--garbage",
+                  folder / "white.png", "--cspace", "linear", "--bg-time", one.time,
+                  "--bg-frame-offset", one.offset, "-o", out / "o.####.png"});
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    for (int frame = 1; frame <= 6; ++frame) {
+      EXPECT_EQ(read(out / ("o." + number(frame) + ".png")).samples[0],
+                one.shown[static_cast<std::size_t>(frame - 1)])
+          << one.time << ' ' << one.offset << " frame " << frame;
+    }
+  }
+}
+
+TEST(Shot, WritesSeveralViewsInOnePass) {
+  const Folder folder;
+  const Folder out;
+  writeShot(folder, "fg", 1, 2);
+  ASSERT_EQ(orvanite({"key", "-q", folder / "fg.#.png", "-o", out / "c.#.png", "--matte-output",
+                      out / "m.#.png", "--status-output", out / "s.#.png", "--foreground-output",
+                      out / "f.#.png"})
+                .code,
+            3);  // the files have four digits
+  ASSERT_EQ(orvanite({"key", "-q", folder / "fg.####.png", "-o", out / "c.#.png", "--matte-output",
+                      out / "m.#.png", "--status-output", out / "s.#.png", "--foreground-output",
+                      out / "f.#.png"})
+                .code,
+            0);
+  const std::pair<const char*, const char*> views[] = {
+      {"c", "composite"}, {"m", "matte"}, {"s", "status"}, {"f", "unpremultiplied"}};
+  for (const auto& [name, view] : views) {
+    ASSERT_EQ(
+        orvanite({"key", "-q", folder / "fg.0002.png", "--output", view, "-o", out / "alone.png"})
+            .code,
+        0);
+    EXPECT_EQ(read(out / (std::string(name) + ".2.png")).samples, read(out / "alone.png").samples)
+        << view;
+  }
+}
+
+TEST(Shot, ABrokenFrameIsNamedTheOthersAreWholeAndAResumeCompletesIt) {
+  struct Case {
+    const char* what;
+    int code;
+    const char* message;
+  };
+  for (const Case& one :
+       {Case{"missing", 3, "frame 3: "}, Case{"cut", 4, "frame 3: "},
+        Case{"other size", 4, "expected a frame of the shot's size 24x16, found 8x8"}}) {
+    SCOPED_TRACE(one.what);
+    const Folder folder;
+    const Folder out;
+    writeShot(folder, "fg", 1, 6);
+    const std::string third = folder / "fg.0003.png";
+    const std::string kept = folder / "kept.png";
+    std::filesystem::copy_file(third, kept);
+    if (std::string(one.what) == "missing") std::filesystem::remove(third);
+    if (std::string(one.what) == "cut") std::filesystem::resize_file(third, 300);
+    if (std::string(one.what) == "other size")
+      write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), third);
+    const std::vector<std::string> command{"key", "-q", folder / "fg.####.png", "-o",
+                                           out / "o.####.png"};
+    const Outcome stopped = orvanite(command);
+    EXPECT_EQ(stopped.code, one.code) << stopped.err;
+    EXPECT_NE(stopped.err.find(one.message), std::string::npos) << stopped.err;
+    EXPECT_NE(stopped.err.find("--skip-existing"), std::string::npos) << stopped.err;
+    for (const std::string& name : out.names()) EXPECT_TRUE(isWhole(out / name)) << name;
+    EXPECT_FALSE(std::filesystem::exists(out / "o.0003.png"));
+
+    auto goOn = command;
+    goOn.push_back("--keep-going");
+    EXPECT_EQ(orvanite(goOn).code, one.code);
+    EXPECT_EQ(out.names().size(), 5U);
+
+    std::filesystem::copy_file(kept, third, std::filesystem::copy_options::overwrite_existing);
+    const auto untouched = std::filesystem::last_write_time(out / "o.0001.png");
+    auto resume = command;
+    resume.push_back("--skip-existing");
+    EXPECT_EQ(orvanite(resume).code, 0);
+    EXPECT_EQ(out.names().size(), 6U);
+    EXPECT_EQ(std::filesystem::last_write_time(out / "o.0001.png"), untouched);
+  }
+}
+
+TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 40, 160, 120);
+  std::mt19937 random(5);
+  for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
+    for (int round = 0; round < 4; ++round) {
+      const Folder out;
+      std::vector<std::string> command{"key", folder / "fg.####.png", "-o", out / "o.####.png"};
+      const pid_t child = start(command);
+      // Some rounds at once, some when the first frames are there.
+      if (round > 0) {
+        for (int i = 0; i < 2000 && out.names().size() < 3U * static_cast<unsigned>(round); ++i) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+      ::kill(child, signal);
+      const int code = waitFor(child);
+      std::size_t temporary = 0;
+      for (const std::string& name : out.names()) {
+        if (name.starts_with('.')) {
+          ++temporary;
+        } else {
+          EXPECT_TRUE(isWhole(out / name)) << name << " after signal " << signal;
+        }
+      }
+      if (signal != SIGKILL) {
+        EXPECT_EQ(temporary, 0U);
+        // A signal before the program has set itself up ends it as usual.
+        EXPECT_TRUE(code == 130 || code == 0 || (round == 0 && code == 128 + signal)) << code;
+      }
+      command.push_back("--skip-existing");
+      EXPECT_EQ(orvanite(command).code, 0);
+      for (int frame = 1; frame <= 40; ++frame)
+        EXPECT_TRUE(isWhole(out / ("o." + number(frame) + ".png")));
+    }
+  }
+}
+
+TEST(Shot, ProgressHasTheFormsThatManagersParse) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 4);
+  const auto lines = [&](const std::vector<std::string>& more) {
+    const Folder out;
+    std::vector<std::string> command{"key", folder / "fg.####.png", "--cspace", "video",
+                                     "-o",  out / "o.####.png"};
+    command.insert(command.end(), more.begin(), more.end());
+    return orvanite(command).out;
+  };
+  EXPECT_EQ(lines({"--progress", "none"}), "");
+  EXPECT_EQ(lines({"--progress", "alf"}),
+            "ALF_PROGRESS 25%\nALF_PROGRESS 50%\nALF_PROGRESS 75%\nALF_PROGRESS 100%\n");
+  EXPECT_EQ(
+      lines({}).rfind(
+          "Progress: 25%\nProgress: 50%\nProgress: 75%\nProgress: 100%\n4 of 4 frames done", 0),
+      0U);
+  EXPECT_EQ(lines({"--progress", "openjd"})
+                .rfind("openjd_progress: 25.0\nopenjd_status: frame 1\nopenjd_progress: 50.0\n", 0),
+            0U);
+
+  std::istringstream json(lines({"--json"}));
+  int frame = 0;
+  for (std::string text; std::getline(json, text);) {
+    const auto object = nlohmann::json::parse(text);
+    if (object.contains("summary")) {
+      EXPECT_EQ(object["summary"]["done"], 4);
+      EXPECT_EQ(frame, 4);
+    } else {
+      EXPECT_EQ(object["frame"], ++frame);
+      EXPECT_EQ(object["status"], "done");
+    }
+  }
+}
+
+TEST(Shot, ShowsABarOnATerminal) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 4);
+  int terminal = -1;
+  const std::string plate = folder / "fg.####.png";
+  const std::string out = folder / "o.####.png";
+  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", out.c_str(), nullptr);
+    ::_exit(127);
+  }
+  std::string shown;
+  char buffer[4096];
+  for (ssize_t count; (count = ::read(terminal, buffer, sizeof buffer)) > 0;)
+    shown.append(buffer, static_cast<std::size_t>(count));
+  ::close(terminal);
+  EXPECT_EQ(waitFor(child), 0);
+  EXPECT_NE(shown.find("\r[=======                       ]  25%  frame 1 "), std::string::npos)
+      << shown;
+  EXPECT_NE(shown.find("100%  frame 4 "), std::string::npos) << shown;
+  EXPECT_NE(shown.find("frames/s"), std::string::npos);
+  EXPECT_NE(shown.find("left"), std::string::npos);
+}
+
+TEST(Preset, SavesWhatWasInForceAndOptionsGoOverIt) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 1);
+  const std::string fg = folder / "fg.0001.png";
+  const std::string look = folder / "look.json";
+  ASSERT_EQ(orvanite({"key", "-q", fg, "--screen", "0.1234,0.7,0.2", "--midtone-gain", "-0.25",
+                      "--output", "unpremultiplied", "--save-preset", look, "-o", folder / "a.png"})
+                .code,
+            0);
+  ASSERT_EQ(orvanite({"key", "-q", fg, "--preset", look, "-o", folder / "b.png"}).code, 0);
+  EXPECT_EQ(read(folder / "a.png").samples, read(folder / "b.png").samples);
+  ASSERT_EQ(orvanite({"key", "-q", fg, "--preset", look, "--midtone-gain", "0", "--save-preset",
+                      folder / "c.json", "-o", folder / "c.png"})
+                .code,
+            0);
+  EXPECT_NE(read(folder / "a.png").samples, read(folder / "c.png").samples);
+  std::ifstream file(folder / "c.json");
+  const auto saved = nlohmann::json::parse(file);
+  EXPECT_EQ(saved["parameters"]["midtoneGain"], 0.0);
+  EXPECT_EQ(saved["parameters"]["screen"], (std::vector<double>{0.1234, 0.7, 0.2}));
+  // A balance that followed the screen is written as it was.
+  EXPECT_EQ(saved["parameters"]["shadowBalance"], 0.5);
+
+  const std::pair<const char*, const char*> wrong[] = {
+      {R"({"orvanite": "preset", "version": 1, "parameters": {"scren": 1}})",
+       "scren: no parameter has this name; did you mean 'screen'?"},
+      {R"({"orvanite": "preset", "version": 1, "parameters": {"saturation": 9}})",
+       "saturation: expected a number from 0 to 3, found '9'"},
+      {R"({"orvanite": "preset", "version": 1, "parameters": {"screen": [1, 2]}})",
+       "screen: expected one number or R,G,B"},
+      {R"({"orvanite": "preset", "version": 1, "parameters": {"saturation": 1e999}})",
+       "this is no preset"},
+      {R"({"orvanite": "preset", "version": 2})",
+       "expected a preset of version 1, found version 2"},
+      {R"({"orvanite": "preset", "version": 1, "note": 1})",
+       "there is no key \"note\" in a preset"},
+      {"[1, 2]", "expected a preset, with"},
+      {"{", "this is no preset"},
+      {"[[[[[[[[[[[[[[[[", "this is no preset"},
+      {"", "this is no preset"}};
+  for (const auto& [text, message] : wrong) {
+    std::ofstream(look) << text;
+    const Outcome outcome = orvanite({"key", "-q", fg, "--preset", look, "-o", folder / "d.png"});
+    EXPECT_EQ(outcome.code, 1) << text;
+    EXPECT_NE(outcome.err.find("look.json: "), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
+  }
+}
+
+}  // namespace
+}  // namespace orvanite::test
