@@ -12,8 +12,6 @@ foreach(object IN LISTS objects)
   if(NOT result EQUAL 0)
     message(FATAL_ERROR "${NM} failed on ${object}")
   endif()
-  # The address sanitizer marks what it watches by symbols of its own.
-  string(REGEX REPLACE "[^\n]*__odr_asan[^\n]*\n" "" listing "${listing}")
   if(NOT listing MATCHES "^[0-9a-f]+ [BDR] orvanite::${TARGET}::[A-Za-z]+\n$")
     message(FATAL_ERROR "${object} must export one table of orvanite::${TARGET}, not:\n${listing}")
   endif()
