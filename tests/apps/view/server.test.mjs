@@ -111,6 +111,7 @@ test('a request is dropped when a newer one of its page came', async () => {
 });
 
 test('a thousand requests at once are answered or turned away, and the page goes on', async () => {
+  const start = Date.now();
   const answers = await Promise.all(Array.from({length: 1000}, (unused, i) => i % 4 === 0
     ? send({path: '/guess/state'})
     : send({method: 'POST', path: `/${token}/picture`, body: picture({page: `p${i % 7}`, number: i})})));
@@ -119,7 +120,9 @@ test('a thousand requests at once are answered or turned away, and the page goes
   assert.equal(count.get(403), 250);
   for (const status of count.keys()) assert.ok([200, 403, 409, 429, 503].includes(status), `unexpected ${status}`);
   assert.ok(count.get(200) > 0);
-  assert.ok((count.get(429) ?? 0) > 0, 'the rate is bounded');
+  // 400 at once and 200 a second, whatever came before.
+  const admitted = 750 - (count.get(429) ?? 0);
+  assert.ok(admitted <= 400 + 200 * (Date.now() - start) / 1000 + 1, `${admitted} were admitted`);
   await new Promise((done) => setTimeout(done, 500));
   assert.equal((await send()).status, 200);
 });
@@ -129,7 +132,7 @@ test('callers that send nothing do not keep the page from its answers for long',
   await new Promise((done) => setTimeout(done, 200));
   const start = Date.now();
   assert.equal((await send()).status, 200);
-  assert.ok(Date.now() - start < 1000);
+  assert.ok(Date.now() - start < 3000, 'less than the five seconds that a silent caller is borne');
   for (const socket of idle) socket.destroy();
 });
 
@@ -142,7 +145,7 @@ test('a signal ends the server with nothing left behind', async () => {
     assert.equal(own().length, before.length + 1);
     const start = Date.now();
     assert.equal(await other.stop(signal), 0);
-    assert.ok(Date.now() - start < 4000);
+    assert.ok(Date.now() - start < 10000);
     assert.deepEqual(own(), before);
   }
 });
