@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -13,13 +15,14 @@
 #include "apps/view/Script.h"
 #include "apps/view/View.h"
 #include "keyer/Error.h"
+#include "keyer/Preset.h"
 
 namespace orvanite::cli {
 namespace {
 
 struct ViewCommandOptions {
   view::FootageFiles files;
-  std::string output;
+  std::string output, preset;
   int port = 0;
   int cacheMebibytes = 1024;
   bool noOpen = false;
@@ -72,6 +75,15 @@ int runView(const ViewCommandOptions& options) {
   const bool desktop =
       std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
   view.openBrowser = desktop && !options.noOpen;
+  if (!options.preset.empty()) {
+    std::ifstream file(options.preset, std::ios::binary);
+    if (!file) {
+      throw Error(Fault::missingInput, options.preset,
+                  "there is no such preset, or it cannot be read");
+    }
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    view.settings = settingsFromPreset(text, options.preset);
+  }
   options.parameters.apply(view.settings);
   view.exports.command = [&](const Settings& settings) { return commandFor(options, settings); };
   view.exports.script = [&](const Settings& settings) {
@@ -90,8 +102,10 @@ int runView(const ViewCommandOptions& options) {
 Run declareView(CLI::App& command) {
   auto options = std::make_shared<ViewCommandOptions>();
   const char* files = "Files";
-  command.add_option("PLATE", options->files.plate,
-                     "The picture to key, in any format that OpenImageIO reads.");
+  command.add_option(
+      "PLATE", options->files.plate,
+      "The picture to key, in any format that OpenImageIO reads, or a numbered sequence such as "
+      "plate.####.exr.");
   const auto path = [&](const char* names, std::string& to, const char* help) {
     command.add_option(names, to, help)->group(files)->type_name("FILE")->take_last();
   };
@@ -103,6 +117,7 @@ Run declareView(CLI::App& command) {
   path("--garbage", options->files.garbage, "Garbage matte: white cuts away.");
   path("--reference", options->files.reference,
        "Clean plate: the screen without the subject (8- and 16-bit plates).");
+  path("--preset", options->preset, "Parameters to start with, from a preset; options go over it.");
   const char* serving = "Serving";
   command
       .add_option("--port", options->port, "Port of 127.0.0.1. [0 to 65535, default any free one]")

@@ -2,16 +2,16 @@
 #include "apps/view/Footage.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "apps/media/PictureReader.h"
+#include "apps/media/Source.h"
 #include "apps/view/Proxy.h"
 #include "keyer/Error.h"
 
 namespace orvanite::view {
 namespace {
 
-using media::PictureReader;
+using media::Source;
 
 const char* nameOf(Role role) {
   switch (role) {
@@ -29,14 +29,14 @@ const char* nameOf(Role role) {
 }
 
 // The plate's window in the coordinates of another file, whose frame may start elsewhere.
-media::Window windowIn(const PictureReader& plate, const PictureReader& other) {
+media::Window windowIn(const Source& plate, const Source& other) {
   media::Window window = plate.info().data;
   window.x += other.info().display.x - plate.info().display.x;
   window.y += other.info().display.y - plate.info().display.y;
   return window;
 }
 
-void compareSizes(const PictureReader& plate, const PictureReader& other, Role role) {
+void compareSizes(const Source& plate, const Source& other, Role role) {
   const media::Window& expected = plate.info().display;
   const media::Window& found = other.info().display;
   if (expected.width == found.width && expected.height == found.height) return;
@@ -67,40 +67,47 @@ const std::string& FootageFiles::of(Role role) const {
 
 Footage::Footage(FootageFiles files, std::size_t cacheBytes)
     : files_(std::move(files)), cacheBytes_(cacheBytes) {
-  const PictureReader plate(files_.plate);
+  for (const Role role :
+       {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
+    if (files_.of(role).empty()) continue;
+    auto& opened = sources_[static_cast<std::size_t>(role)];
+    opened = Source::open(files_.of(role));
+    if (role != Role::plate) compareSizes(source(Role::plate), *opened, role);
+  }
+  const Source& plate = source(Role::plate);
   info_.width = plate.info().data.width;
   info_.height = plate.info().data.height;
   info_.samples = plate.info().samples;
-  const media::Encoding encoding = media::encodingOf(plate);
-  info_.colourspace = encoding.colourspace;
-  info_.reason = encoding.reason;
-  for (const Role role : {Role::background, Role::holdOut, Role::garbage, Role::reference}) {
-    if (files_.of(role).empty()) continue;
-    const PictureReader other(files_.of(role));
-    compareSizes(plate, other, role);
-    if (role == Role::background) info_.samples = std::max(info_.samples, other.info().samples);
+  if (!files_.background.empty()) {
+    info_.samples = std::max(info_.samples, source(Role::background).info().samples);
   }
   info_.depth = media::depthOf(info_.samples);
+  info_.isShot = plate.isShot();
+  info_.frames = plate.isShot() ? plate.frames() : std::vector<int>{1};
+  const media::Encoding encoding =
+      media::encodingOf(plate.header(), plate.info().format, plate.info().samples);
+  info_.colourspace = encoding.colourspace;
+  info_.reason = encoding.reason;
   info_.inputs = {!files_.background.empty(), !files_.holdOut.empty(), !files_.garbage.empty(),
                   !files_.reference.empty()};
 }
 
 Footage::~Footage() = default;
 
-media::Picture Footage::readFrame(const Key& key) const {
-  PictureReader reader(files_.of(key.role));
-  if (key.role == Role::plate) return reader.read(info_.depth, reader.info().data, 1);
-  const PictureReader plate(files_.plate);
-  compareSizes(plate, reader, key.role);
-  const media::Window window = windowIn(plate, reader);
-  switch (key.role) {
-    case Role::background:
-      return reader.read(info_.depth, window, 0);
-    case Role::reference:
-      return reader.read(info_.depth, window, 1);
-    default:
-      return reader.readChannel(key.channel, info_.depth, window);
+std::string Footage::plateFile(int frame) const { return source(Role::plate).fileOf(frame); }
+
+media::Picture Footage::readFrame(const Key& key) {
+  auto& from = *sources_[static_cast<std::size_t>(key.role)];
+  const Source& plate = source(Role::plate);
+  int frame = key.frame;
+  // A clip beside the plate holds its ends, as in `orvanite key`.
+  if (key.role != Role::plate && from.isShot()) {
+    frame = std::clamp(frame, from.frames().front(), from.frames().back());
   }
+  const media::Window window = key.role == Role::plate ? plate.info().data : windowIn(plate, from);
+  std::unique_lock<std::mutex> lock(reading_, std::defer_lock);
+  if (from.sequential()) lock.lock();
+  return from.read(frame, {info_.depth, window, 1, key.channel});
 }
 
 Footage::Shared Footage::picture(Role role, int frame, const std::string& channel, int divisor) {
@@ -111,7 +118,8 @@ Footage::Shared Footage::picture(Role role, int frame, const std::string& channe
   if (divisor == 1) {
     made = std::make_shared<const media::Picture>(readFrame(key));
     if (made->data.width != info_.width || made->data.height != info_.height) {
-      throw Error(Fault::failure, files_.of(role), "the file changed its size while it was open");
+      throw Error(Fault::failure, files_.of(role),
+                  "expected every frame to have the first one's size");
     }
   } else {
     made =

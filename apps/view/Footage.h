@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The pictures that were named at the start, decoded and kept within a bound of memory, at full
-// size and as the smaller proxies that are keyed while a control moves. Nothing else is ever read.
-// Knows apps/media.
+// The pictures and shots that were named at the start, decoded and kept within a bound of memory,
+// at full size and as the smaller proxies that are keyed while a control moves. Nothing else is
+// ever read. Knows apps/media.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "apps/media/Picture.h"
+#include "apps/media/Source.h"
 #include "keyer/Settings.h"
 
 namespace orvanite::view {
@@ -28,8 +31,8 @@ struct FootageInfo {
   int width = 0, height = 0;  // of the plate's pixels
   int depth = 1;              // that everything is keyed in
   media::Samples samples = media::Samples::uint8;
-  int firstFrame = 1;
-  int frames = 1;
+  std::vector<int> frames;  // ascending; a still has one
+  bool isShot = false;
   double framesPerSecond = 24;
   Inputs inputs;
   std::string colourspace;  // what the plate's file suggests, and why
@@ -57,6 +60,9 @@ class Footage {
   /// Throws Error when the file cannot be read any more or has no such channel.
   Shared picture(Role role, int frame, const std::string& channel, int divisor);
 
+  /// The file that holds a frame of the plate.
+  std::string plateFile(int frame) const;
+
   /// Bytes of the pictures that are kept now.
   std::size_t cachedBytes() const;
 
@@ -75,9 +81,13 @@ class Footage {
 
   Shared find(const Key& key);
   void keep(const Key& key, const Shared& picture);
-  media::Picture readFrame(const Key& key) const;
+  media::Picture readFrame(const Key& key);
+
+  const media::Source& source(Role role) const { return *sources_[static_cast<std::size_t>(role)]; }
 
   FootageFiles files_;
+  std::array<std::unique_ptr<media::Source>, 5> sources_;  // by role; null where there is none
+  std::mutex reading_;  // of sources that are read in order by one thread
   FootageInfo info_;
   std::size_t cacheBytes_;
   mutable std::mutex mutex_;

@@ -229,8 +229,8 @@ std::string describe(const Footage& footage, const Settings& settings, const std
                {"height", info.height},
                {"depth", info.depth},
                {"samples", media::nameOf(info.samples)},
-               {"firstFrame", info.firstFrame},
                {"frames", info.frames},
+               {"isShot", info.isShot},
                {"framesPerSecond", info.framesPerSecond},
                {"colourspace", info.colourspace},
                {"reason", info.reason},
@@ -298,11 +298,6 @@ std::string boxReply(const BoxColours& colours) {
 
 std::string jobReply(const std::string& state, double done, const std::string& message) {
   return dump({{"state", state}, {"done", done}, {"message", message}});
-}
-
-std::string presetText(const Settings& settings) {
-  json preset{{"orvanite", "preset"}, {"version", 1}, {"parameters", given(settings)}};
-  return preset.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
 std::string textsReply(const std::string& command, const std::string& script) {

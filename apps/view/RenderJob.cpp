@@ -4,6 +4,7 @@
 #include <exception>
 #include <vector>
 
+#include "apps/media/FramePattern.h"
 #include "apps/media/PictureWriter.h"
 #include "apps/view/FrameKeyer.h"
 #include "keyer/Error.h"
@@ -51,18 +52,24 @@ void RenderJob::run(const Settings& settings) {
     }
     media::checkOutput(output_, inputs);
     const FootageInfo& info = footage_.info();
+    const auto pattern = info.isShot ? media::FramePattern::parse(output_) : std::nullopt;
     FrameKeyer keyer(footage_);
-    auto keyed = keyer.key(settings, PageView::output, info.firstFrame, 1,
-                           {0, 0, info.width, info.height}, [this](double part) {
-                             done_ = part;
-                             return !cancelled_;
-                           });
-    if (!keyed || cancelled_) return finish(State::cancelled, {});
-    const Footage::Shared plate = footage_.picture(Role::plate, info.firstFrame, {}, 1);
-    keyed->data = plate->data;
-    keyed->header = plate->header;
-    keyed->hasAlpha = plate->hasAlpha;
-    media::writePicture(*keyed, output_);
+    const auto count = static_cast<double>(info.frames.size());
+    double before = 0;  // frames that are written
+    for (const int frame : info.frames) {
+      auto keyed = keyer.key(settings, PageView::output, frame, 1, {0, 0, info.width, info.height},
+                             [&](double part) {
+                               done_ = (before + part) / count;
+                               return !cancelled_;
+                             });
+      if (!keyed || cancelled_) return finish(State::cancelled, {});
+      const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, 1);
+      keyed->data = plate->data;
+      keyed->header = plate->header;
+      keyed->hasAlpha = plate->hasAlpha;
+      media::writePicture(*keyed, pattern ? pattern->path(frame) : output_);
+      before += 1;
+    }
     finish(State::done, output_);
   } catch (const std::exception& error) {
     finish(State::failed, error.what());

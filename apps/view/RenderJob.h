@@ -23,7 +23,7 @@ class RenderJob {
     std::string message;  // what went wrong, or where the result lies
   };
 
-  /// output  the file that is written to
+  /// output  the file that is written to; for a shot, the pattern of the files
   RenderJob(Footage& footage, std::string output) : footage_(footage), output_(std::move(output)) {}
   /// Cancels and waits.
   ~RenderJob();

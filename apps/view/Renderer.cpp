@@ -89,11 +89,11 @@ media::Window Renderer::checked(const media::Window& window) const {
 }
 
 int Renderer::checkedFrame(int frame) const {
-  const FootageInfo& info = footage_.info();
-  if (frame < info.firstFrame || frame >= info.firstFrame + info.frames) {
+  const std::vector<int>& frames = footage_.info().frames;
+  if (!std::binary_search(frames.begin(), frames.end(), frame)) {
     throw Error::expected(Fault::wrongUse, "frame",
-                          "a number from " + std::to_string(info.firstFrame) + " to " +
-                              std::to_string(info.firstFrame + info.frames - 1),
+                          "one of the plate's, from " + std::to_string(frames.front()) + " to " +
+                              std::to_string(frames.back()),
                           std::to_string(frame));
   }
   return frame;

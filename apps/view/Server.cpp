@@ -17,6 +17,7 @@
 
 #include "apps/view/Messages.h"
 #include "keyer/Error.h"
+#include "keyer/Preset.h"
 
 namespace orvanite::view {
 namespace {
@@ -213,6 +214,9 @@ struct Server::Implementation {
       const Settings asked = settingsOf(request.body);
       response.set_content(textsReply(exports.command(asked), exports.script(asked)), json);
     } else if (wanted == "job") {
+      if (job.output().empty()) {
+        return fail(response, 409, "render", "start with -o and a pattern such as key.####.png");
+      }
       if (!job.start(settingsOf(request.body))) {
         return fail(response, 409, "render", "another one is running");
       }

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "apps/media/FramePattern.h"
 #include "apps/media/PictureWriter.h"
 #include "keyer/Error.h"
 
@@ -106,7 +107,9 @@ void view(const ViewOptions& options) {
   }
   std::optional<OwnFolder> folder;
   std::string output = options.output;
-  if (output.empty()) {
+  if (output.empty() && footage.info().isShot) {
+    // Nothing to hand over in one piece; the page says so when it is asked to render.
+  } else if (output.empty()) {
     folder.emplace();
     output = (folder->path() / "key.png").string();
   } else {
@@ -114,6 +117,10 @@ void view(const ViewOptions& options) {
     for (const Role role :
          {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
       if (!options.files.of(role).empty()) inputs.push_back(options.files.of(role));
+    }
+    if (footage.info().isShot && !media::FramePattern::parse(output)) {
+      throw Error::expected(Fault::wrongUse, "-o",
+                            "a pattern for a shot's frames, such as key.####.png", output);
     }
     media::checkOutput(output, inputs);
   }

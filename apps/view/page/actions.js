@@ -16,7 +16,7 @@ function download(blob, name) {
 export class Actions {
   constructor(state, elements) {
     Object.assign(this, {state, ...elements});
-    const stem = state.description.files.plate.replace(/\.[^.]*$/, '');
+    const stem = state.description.files.plate.replace(/\.[^.]*$/, '').replace(/\.?(#+|@+|%\d*d)$/, '') || 'plate';
     this.onClick(this.savePreset, async () => {
       const text = await askText('preset', {settings: state.settings});
       download(new Blob([text], {type: 'application/json'}), `${stem}-key.json`);

@@ -13,7 +13,7 @@ export class State extends EventTarget {
     this.sides = {a: {...description.settings}, b: {...description.settings}};
     this.side = 'a';
     this.view = 'composite';
-    this.frame = description.firstFrame;
+    this.frame = description.frames[0];
     this.wipe = false;
     this.against = 'plate';
     this.past = [];
@@ -106,7 +106,7 @@ export class State extends EventTarget {
     const text = new URLSearchParams(this.committed);
     text.set('view', this.view);
     text.set('side', this.side);
-    if (this.description.frames > 1) text.set('frame', this.frame);
+    if (this.description.isShot) text.set('frame', this.frame);
     if (this.wipe) text.set('wipe', this.against);
     // Commas and slashes may stand in a fragment as they are, and read better.
     const hash = '#' + text.toString().replaceAll('%2C', ',');
@@ -119,8 +119,7 @@ export class State extends EventTarget {
     this.view = text.get('view') ?? this.view;
     this.side = text.get('side') === 'b' ? 'b' : 'a';
     const frame = Number(text.get('frame') ?? this.frame);
-    const {firstFrame, frames} = this.description;
-    if (Number.isInteger(frame) && frame >= firstFrame && frame < firstFrame + frames) this.frame = frame;
+    if (this.description.frames.includes(frame)) this.frame = frame;
     this.wipe = text.has('wipe');
     if (this.wipe) this.against = text.get('wipe') === 'other' ? 'other' : 'plate';
   }

@@ -5,11 +5,12 @@
 export class Timeline {
   constructor(state, description, {bar, play, slider, number}) {
     Object.assign(this, {state, description, play, slider, number});
-    bar.hidden = description.frames < 2;
-    slider.min = description.firstFrame;
-    slider.max = description.firstFrame + description.frames - 1;
-    slider.addEventListener('input', () => this.go(Number(slider.value), true));
-    slider.addEventListener('change', () => state.show({frame: Number(slider.value)}));
+    this.frames = description.frames;  // their numbers, which need not follow one another
+    bar.hidden = this.frames.length < 2;
+    slider.min = 0;
+    slider.max = this.frames.length - 1;
+    slider.addEventListener('input', () => this.go(this.frames[slider.value], true));
+    slider.addEventListener('change', () => state.show({frame: this.frames[slider.value]}));
     play.addEventListener('click', () => this.toggle());
     state.addEventListener('shown', () => this.refresh());
     this.refresh();
@@ -21,9 +22,9 @@ export class Timeline {
   }
 
   toggle() {
-    if (this.description.frames < 2) return;
+    if (this.frames.length < 2) return;
     if (this.stop) { this.stop(); return; }
-    const {firstFrame, frames, framesPerSecond} = this.description;
+    const {framesPerSecond} = this.description;
     let shown = true;
     // The next frame is asked for when the last one stands, and not before its time.
     const seen = (event) => { if (event.detail.slot === 0) shown = true; };
@@ -31,7 +32,7 @@ export class Timeline {
     const clock = setInterval(() => {
       if (!shown) return;
       shown = false;
-      this.go(firstFrame + (this.state.frame - firstFrame + 1) % frames, true);
+      this.go(this.frames[(this.frames.indexOf(this.state.frame) + 1) % this.frames.length], true);
     }, 1000 / framesPerSecond);
     this.stop = () => {
       clearInterval(clock);
@@ -44,7 +45,8 @@ export class Timeline {
   }
 
   refresh() {
-    this.slider.value = this.state.frame;
+    this.slider.value = this.frames.indexOf(this.state.frame);
+    this.slider.setAttribute('aria-valuetext', this.state.frame);
     this.number.textContent = this.state.frame;
     this.play.setAttribute('aria-pressed', String(Boolean(this.stop)));
     this.play.textContent = this.stop ? 'Stop' : 'Play';

@@ -4,7 +4,7 @@
 // compared with the bytes that `orvanite key` writes for the same settings.
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
-import {readFileSync} from 'node:fs';
+import {existsSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
@@ -137,13 +137,16 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   await settled(page);
 
   const [preset] = await Promise.all([page.waitForEvent('download'), page.click('#savePreset')]);
-  const saved = JSON.parse(readFileSync(await preset.path()));
-  assert.equal(saved.parameters.screenRange, range);
-  assert.equal(saved.parameters.screen, setting(page, 'screen'));
+  const byPreset = join(folder(), 'preset.png');
+  execFileSync(program, ['key', files.plate, '--bg', files.background, '--preset', await preset.path(), '-q', '-o', byPreset]);
 
   const [rendered] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
   const render = readPng(await rendered.path());
+  assert.deepEqual(render, readPng(byPreset));
   assert.deepEqual(render, await keyed(page));
+  await page.keyboard.press('5');
+  await settled(page);
+  compareColours(await shownPixels(page), render, 'the composite');
   assert.deepEqual(page.problems, []);
 });
 
@@ -164,6 +167,37 @@ test('at 100 % the page shows what orvanite key writes, whatever the depth and t
     }
     assert.deepEqual(page.problems, []);
   }
+});
+
+test('a shot: frames by the slider, play, and a render of every frame', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-10');
+  const out = folder();
+  const {page} = await open([join(shot, 'plate.####.png'), '--bg', join(shot, 'background.####.png'),
+    '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
+  await page.locator('#frame').focus();
+  await page.keyboard.press('ArrowRight');
+  await page.keyboard.press('ArrowRight');
+  await settled(page);
+  assert.equal(await page.locator('#frameNumber').textContent(), '9');
+  assert.equal(setting(page, 'frame'), '9');
+  const shown = await shownPixels(page);
+
+  await page.click('#render');
+  await page.waitForFunction(() => /Written/.test(document.getElementById('told').textContent));
+  const other = folder();
+  execFileSync(program, ['key', join(shot, 'plate.####.png'), '--bg', join(shot, 'background.####.png'),
+    '--screen', '0.16,0.63,0.23', '-q', '-o', join(other, 'key.####.png')]);
+  for (const frame of ['0007', '0008', '0009', '0010']) {
+    assert.deepEqual(readPng(join(out, `key.${frame}.png`)), readPng(join(other, `key.${frame}.png`)));
+  }
+  assert.equal(existsSync(join(out, 'key.0011.png')), false);
+  compareColours(shown, readPng(join(out, 'key.0009.png')), 'frame 9');
+
+  await page.click('#play');
+  await page.waitForFunction(() => new Set(seen.slice(-12).map((one) => one.job.frame)).size === 4);
+  await page.click('#play');
+  await settled(page);
+  assert.deepEqual(page.problems, []);
 });
 
 test('Auto finds the screen, and says when there is none', async () => {

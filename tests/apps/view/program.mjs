@@ -30,7 +30,7 @@ export function drawPlate(...options) {
   const to = folder();
   execFileSync(wanted('ORVANITE_PLATE'), [...options, to]);
   const ending = options.includes('half') ? '.exr' : options.includes('16') ? '.tif' : '.png';
-  return Object.fromEntries(['plate', 'background', 'holdout', 'garbage'].map((name) => [name, join(to, name + ending)]));
+  return Object.fromEntries([['folder', to], ...['plate', 'background', 'holdout', 'garbage'].map((name) => [name, join(to, name + ending)])]);
 }
 
 /** Starts the server; resolves to its address and a stop that resolves to the exit code. */
