@@ -28,6 +28,7 @@ async function open(options, {width = 1280, height = 720, hash = ''} = {}) {
 
 /** Waits until the page shows the whole answer to the last change, and nothing more comes. */
 async function settled(page) {
+  await page.waitForTimeout(300);  // for the change to reach the server at all
   await page.waitForFunction(() => seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
 }
 
@@ -104,6 +105,7 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   assert.equal(await page.locator('#hint').isVisible(), true, 'one is told to pick the screen');
 
   await clickPlate(page, 0.55, 0.25);
+  await page.waitForFunction(() => location.hash.includes('screen='));
   await settled(page);
   const screen = setting(page, 'screen').split(',').map(Number);
   assert.ok(screen[1] > 1.5 * screen[0] && screen[1] > 1.5 * screen[2], `a green: ${screen}`);
