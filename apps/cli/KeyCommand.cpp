@@ -13,6 +13,7 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/KeyJob.h"
 #include "apps/cli/ParameterOptions.h"
+#include "apps/cli/SaveScript.h"
 #include "apps/cli/ScreenOptions.h"
 #include "apps/media/FrameRange.h"
 #include "apps/media/PendingFile.h"
@@ -29,7 +30,7 @@ using media::Source;
 struct KeyOptions {
   std::string plate, background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
-  std::string frames, pastEnd = "hold", progress, preset, savePreset;
+  std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
   int threads = 0, inFlight = 0;
   bool premultiply = false, quiet = false, skipExisting = false, keepGoing = false, json = false;
@@ -160,6 +161,23 @@ void chooseEncoding(const KeyOptions& options, const Source& plate, Settings& se
              encoding.reason);
 }
 
+// The graph of the job. What no script can hold is refused.
+std::string scriptOfJob(const KeyOptions& options, const KeyJob& job, const Settings& settings) {
+  const auto refuse = [](const char* what) {
+    throw Error(Fault::wrongUse, "--save-script", std::string("a script cannot hold ") + what);
+  };
+  if (job.reference.used || job.cleanPlateOf) refuse("a clean plate");
+  if (job.premultiply) refuse("--premultiply");
+  if (job.outputs.size() > 1) refuse("several views");
+  return scriptOf(settings,
+                  {{options.plate},
+                   {options.background, options.backgroundOffset},
+                   {options.holdOut, options.holdOutOffset},
+                   {options.garbage, options.garbageOffset},
+                   options.output},
+                  job.samples);
+}
+
 void prepareKeyers(KeyJob& job, const Settings& settings, const Inputs& present) {
   for (ViewOutput& output : job.outputs) {
     Settings own = settings;
@@ -237,6 +255,9 @@ int runKey(KeyOptions& options) {
   job.garbage.channel = settings.text("garbageChannel");
   job.reference.used = job.reference.source && settings.toggle("useReference");
   prepareKeyers(job, settings, present);
+  if (!options.saveScript.empty()) {
+    saveText(options.saveScript, scriptOfJob(options, job, settings));
+  }
   if (!options.savePreset.empty()) savePreset(settings, options.savePreset);
 
   if (shot) {
@@ -300,6 +321,8 @@ Run declareKey(CLI::App& command) {
   text(files, "FILE", "--preset", options->preset, "Parameters from a preset; options go over it.");
   text(files, "FILE", "--save-preset", options->savePreset,
        "Writes all parameters in force as a preset.");
+  text(files, "FILE", "--save-script", options->saveScript,
+       "Writes the graph as a script that orvanite run renders to the same pixels.");
 
   const char* shots = "Shots";
   text(shots, "FRAMES", "--frames", options->frames,

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Writing scripts: the node's own defaults are not relied on, every parameter is written.
+#include "apps/cli/SaveScript.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+
+#include "apps/media/FramePattern.h"
+#include "apps/media/PendingFile.h"
+#include "keyer/Error.h"
+#include "keyer/Parameters.h"
+
+namespace orvanite::cli {
+namespace {
+
+std::string inQuotes(std::string_view text) {
+  std::string result = "\"";
+  for (const char letter : text) {
+    if (letter == '"' || letter == '\\') result += '\\';
+    result += letter;
+  }
+  return result + "\"";
+}
+
+// Scripts write frame numbers as # signs; folders and other spellings become those.
+std::string patternOf(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return media::FramePattern::ofFolder(path).text();
+  }
+  const auto pattern = media::FramePattern::parse(path);
+  return pattern ? pattern->text() : path;
+}
+
+// The node knows channels by their letters only.
+std::string channelText(const std::string& name, const std::string& value) {
+  if (value.size() == 1 && std::string_view("RGBArgba").find(value[0]) != std::string_view::npos) {
+    return inQuotes(value);
+  }
+  throw Error::expected(Fault::wrongUse, "--save-script", "a " + name + " of R, G, B or A", value);
+}
+
+void checkExpressible(const Settings& settings) {
+  const std::string_view output = settings.choice("output");
+  if (output == "matte" || output == "compOnColour") {
+    throw Error(Fault::wrongUse, "--save-script",
+                "a script cannot hold the output " + std::string(output));
+  }
+  const Settings defaults;
+  for (const Parameter& parameter : parameters()) {
+    if (!parameter.plugs[0].empty() || parameter.name == "useReference") continue;
+    if (settings.text(parameter.name) != defaults.text(parameter.name)) {
+      throw Error(Fault::wrongUse, "--save-script",
+                  "a script cannot hold " + std::string(parameter.name));
+    }
+  }
+}
+
+}  // namespace
+
+std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::Samples samples) {
+  checkExpressible(settings);
+  std::string script;
+  const auto input = [&](const char* name, const ScriptInput& from) {
+    if (from.path.empty()) return std::string("0");
+    const std::string frame = from.offset ? fmt::format(", time + {}", from.offset) : "";
+    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(patternOf(from.path)), frame);
+    return std::string(name);
+  };
+  input("plate", files.plate);
+  const std::string background = input("background", files.background);
+  const std::string holdOut = input("holdOut", files.holdOut);
+  const std::string garbage = input("garbage", files.garbage);
+  script += fmt::format("keyed = Orvanite(plate, {}, {}, {});\n", background, holdOut, garbage);
+  for (const Parameter& parameter : parameters()) {
+    for (std::size_t channel = 0; channel < parameter.plugs.size(); ++channel) {
+      if (parameter.plugs[channel].empty()) continue;
+      std::string value;
+      switch (parameter.type) {
+        case ParameterType::choice:
+          value = inQuotes(settings.choice(parameter.name));
+          break;
+        case ParameterType::channel:
+          value = channelText(std::string(parameter.label), settings.text(parameter.name));
+          break;
+        default:
+          value = fmt::format("{}", settings.number(parameter.name, static_cast<int>(channel)));
+      }
+      script += fmt::format("keyed.{} = {};\n", parameter.plugs[channel], value);
+    }
+  }
+  // An image's own depth says everything but whether floats are halved.
+  const char* const held = samples == media::Samples::half ? "half" : "auto";
+  return script +
+         fmt::format("out = FileOut(keyed, {}, \"{}\");\n", inQuotes(patternOf(files.output)), held);
+}
+
+void saveText(const std::string& path, const std::string& text) {
+  media::PendingFile file(path);
+  std::FILE* const out = std::fopen(file.temporary().c_str(), "wb");
+  const bool written = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
+  const bool closed = out && std::fclose(out) == 0;
+  if (!written || !closed) throw Error(Fault::failure, path, "cannot be written");
+  file.commit();
+}
+
+}  // namespace orvanite::cli

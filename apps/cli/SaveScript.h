@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The graph of a `key` command as a script that `orvanite run` renders to the same pixels.
+#pragma once
+
+#include <string>
+
+#include "apps/media/Picture.h"
+#include "keyer/Settings.h"
+
+namespace orvanite::cli {
+
+/// A picture of a key: its file, pattern or folder of a sequence; an empty path is an absent one.
+struct ScriptInput {
+  std::string path;
+  int offset = 0;  // added to the plate's frame
+};
+
+struct ScriptFiles {
+  ScriptInput plate, background, holdOut, garbage;
+  std::string output;
+};
+
+/// The script. `samples` is how the output holds its values.
+/// Throws Error (wrongUse) about a setting that the node has no parameter for.
+std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::Samples samples);
+
+/// Writes a text to a file, whole or not at all. Throws Error (failure).
+void saveText(const std::string& path, const std::string& text);
+
+}  // namespace orvanite::cli
