@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/media/FrameRange.h"
 #include "keyer/Error.h"
 #include "keyer/Keyer.h"
 #include "platform/NRiCmplr.h"
@@ -48,36 +48,6 @@ void removeUnfinishedOnSignals() {
   action.sa_handler = leaveRun;
   ::sigemptyset(&action.sa_mask);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
-}
-
-// "1-24,30,1001-1100x2" in the order given.
-std::vector<int> framesOf(const std::string& text) {
-  constexpr std::size_t most = 1000000;
-  const auto fail = [&]() {
-    return Error::expected(Fault::wrongUse, "--frames", "frames such as 1-24,30 or 1-99x2", text);
-  };
-  std::vector<int> frames;
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  const auto number = [&](int least) {
-    int value = 0;
-    const auto read = std::from_chars(at, end, value);
-    if (read.ec != std::errc() || value < least || value > 99999999) throw fail();
-    at = read.ptr;
-    return value;
-  };
-  const auto take = [&](char wanted) { return at != end && *at == wanted && ++at; };
-  do {
-    const int first = number(0);
-    const int last = take('-') ? number(first) : first;
-    const int step = take('x') ? number(1) : 1;
-    for (int frame = first; frame <= last; frame += step) {
-      if (frames.size() == most) throw fail();
-      frames.push_back(frame);
-    }
-  } while (take(','));
-  if (at != end) throw fail();
-  return frames;
 }
 
 std::string contents(const std::string& path) {
@@ -195,7 +165,7 @@ int runScript(const RunOptions& options) {
     throw Error::expected(Fault::wrongUse, "--threads", "a number from 0 to 256",
                           std::to_string(options.threads));
   }
-  const std::vector<int> frames = framesOf(options.frames);
+  const std::vector<int> frames = media::parseFrames(options.frames, "--frames");
   const int threads = options.threads > 0 ? options.threads : std::min(availableThreads(), 256);
   NRiThread::setCount(threads);
   OIIO::attribute("threads", threads);
