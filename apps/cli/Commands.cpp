@@ -11,6 +11,8 @@ constexpr Command list[] = {
 #ifdef ORVANITE_WITH_NODE
     {"run", "Render what a script describes.", declareRun},
 #endif
+    {"info", "Say what plates are and what the keyer takes them for.", declareInfo},
+    {"compare", "Say how far two pictures are from one another.", declareCompare},
     {"view", "See the key in a browser while its parameters move.", declareView},
 };
 

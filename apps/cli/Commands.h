@@ -32,6 +32,8 @@ struct Command {
 
 std::span<const Command> commands();
 
+Run declareCompare(CLI::App& command);
+Run declareInfo(CLI::App& command);
 Run declareKey(CLI::App& command);
 Run declareRun(CLI::App& command);
 Run declareView(CLI::App& command);
