@@ -58,8 +58,14 @@ runMelt() {  # output-file arguments...
   shift
   printf '%s\n' description=plate frame_rate_num=25 frame_rate_den=1 width=640 height=352 progressive=1 \
     sample_aspect_num=1 sample_aspect_den=1 display_aspect_num=20 display_aspect_den=11 colorspace=709 >plate.profile
-  melt -silent -profile plate.profile "$@" -consumer "avformat:$out" f=rawvideo vcodec=rawvideo pix_fmt=rgba \
-    mlt_image_format=rgba an=1 real_time=-1 </dev/null 2>/dev/null
+  # On a busy machine melt now and then ends well, having written nothing: then it is asked again.
+  # What it does write is compared as it is.
+  for _ in 1 2 3 4; do
+    rm -f "$out"
+    melt -silent -profile plate.profile "$@" -consumer "avformat:$out" f=rawvideo vcodec=rawvideo pix_fmt=rgba \
+      mlt_image_format=rgba an=1 real_time=-1 </dev/null 2>/dev/null
+    [[ ! -s $out ]] || break
+  done
 }
 filterMelt() { runMelt "$2" avformat:plate.png out=0 -filter frei0r.orvanite 0="$1" "${meltValues[@]}"; }
 mixMelt() {
