@@ -58,6 +58,7 @@ std::size_t FileSink::read(void* to, std::size_t size) {
 
 std::size_t FileSink::write(const void* from, std::size_t size) {
   if (file_ == nullptr) return 0;
+  if (size == 0) return 0;  // some formats write empty fields from nowhere
   errno = 0;
   note(std::fwrite(from, 1, size, file_) == size);
   return size;
