@@ -16,13 +16,17 @@ if(ORVANITE_SANITIZE)
   target_link_options(orvanite_build INTERFACE -fsanitize=${ORVANITE_SANITIZE})
 endif()
 
-# orvanite_test(NAME SOURCES ... LIBRARIES ... [LABELS ...])
+# orvanite_test(NAME SOURCES ... LIBRARIES ... [LABELS ...] [ENVIRONMENT VARIABLE=VALUE])
 # One GoogleTest binary, each of its cases a ctest entry.
 function(orvanite_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "ENVIRONMENT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} orvanite_build GTest::gtest_main)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${ARG_LABELS}")
+  set(properties LABELS "${ARG_LABELS}")
+  if(ARG_ENVIRONMENT)
+    list(APPEND properties ENVIRONMENT "${ARG_ENVIRONMENT}")
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()
 
 # `cmake --build --preset dev --target format` puts every source into the house's shape.
