@@ -9,6 +9,9 @@ namespace orvanite::bench {
 /// memory/BITS/THREADS and key/BITS/ENCODING/OUTPUT/THREADS.
 void registerKeying();
 
+/// kernel/BITS/ENCODING/CASE/TARGET, where TARGET can be "reference".
+void registerTargets();
+
 /// tables/BITS/ENCODING/WHAT.
 void registerRebuild();
 

@@ -25,9 +25,9 @@ float encoded(float light, Encoding encoding) {
   return light;
 }
 
-/// The scene is drawn once; its plate and background are kept in light.
+/// The scene is drawn once; what is keyed of it is kept in light.
 struct Drawn {
-  plate::Picture fg, bg;
+  plate::Picture fg, bg, hold, garbage, clean;
 
   Drawn() {
     plate::Options options;
@@ -36,8 +36,16 @@ struct Drawn {
     plate::Pictures all = plate::draw(options);
     fg = std::move(all.plate);
     bg = std::move(all.background);
+    hold = std::move(all.holdOut);
+    garbage = std::move(all.garbage);
+    clean = std::move(all.cleanPlate);
   }
 };
+
+const Drawn& drawn() {
+  static const Drawn scene;
+  return scene;
+}
 
 template <class T>
 void fill(std::byte* to, const plate::Picture& from, Encoding encoding, float max) {
@@ -64,33 +72,38 @@ void setFrameSize(int w, int h) {
 int frameWidth() { return width; }
 int frameHeight() { return height; }
 
+Colour screenCode(Encoding encoding) {
+  const plate::Colour light = plate::screenColour(plate::ScreenColour::green, false);
+  return {encoded(light.r, encoding), encoded(light.g, encoding), encoded(light.b, encoding)};
+}
+
 Settings everydaySettings(Encoding encoding, const char* output) {
   Settings settings;
-  const plate::Colour screen = plate::screenColour(plate::ScreenColour::green, false);
-  settings.setNumbers("screen", static_cast<double>(encoded(screen.r, encoding)),
-                      static_cast<double>(encoded(screen.g, encoding)),
-                      static_cast<double>(encoded(screen.b, encoding)));
+  const Colour screen = screenCode(encoding);
+  settings.setNumbers("screen", static_cast<double>(screen.r), static_cast<double>(screen.g),
+                      static_cast<double>(screen.b));
   settings.setText("colourspace", encodingNames[static_cast<int>(encoding)]);
   settings.setText("output", output);
   settings.setNumber("screenRange", 0.1);
   return settings;
 }
 
+OtileImage imageOf(std::byte* samples, int depth) {
+  OtileImage i = {};
+  i.red = samples;
+  i.green = samples + depth;
+  i.blue = samples + 2 * depth;
+  i.alpha = samples + 3 * depth;
+  i.pixelStep = 4;
+  i.lineStep = 4 * width;
+  return i;
+}
+
 Frame Pictures::frame() const {
-  const auto image = [this](std::byte* samples) {
-    OtileImage i = {};
-    i.red = samples;
-    i.green = samples + depth;
-    i.blue = samples + 2 * depth;
-    i.alpha = samples + 3 * depth;
-    i.pixelStep = 4;
-    i.lineStep = 4 * width;
-    return i;
-  };
   Frame f;
-  f.pictures.dst = image(dst.get());
-  f.pictures.bg = image(bg.get());
-  f.pictures.fg = image(fg.get());
+  f.pictures.dst = imageOf(dst.get(), depth);
+  f.pictures.bg = imageOf(bg.get(), depth);
+  f.pictures.fg = imageOf(fg.get(), depth);
   f.width = width;
   f.height = height;
   f.depth = depth;
@@ -98,17 +111,31 @@ Frame Pictures::frame() const {
 }
 
 const Pictures& pictures(int depth, Encoding encoding) {
-  static const Drawn drawn;
   static std::map<std::pair<int, Encoding>, Pictures> all;
   Pictures& p = all[{depth, encoding}];
   if (p.fg != nullptr) return p;
-  p.bytes = drawn.fg.samples.size() * static_cast<std::size_t>(depth);
+  p.bytes = drawn().fg.samples.size() * static_cast<std::size_t>(depth);
   p.depth = depth;
   for (auto* picture : {&p.fg, &p.bg, &p.dst})
     *picture = std::make_unique<std::byte[]>(p.bytes);  // zeroed: every page is there
-  fillAny(p.fg.get(), drawn.fg, depth, encoding);
-  fillAny(p.bg.get(), drawn.bg, depth, encoding);
+  fillAny(p.fg.get(), drawn().fg, depth, encoding);
+  fillAny(p.bg.get(), drawn().bg, depth, encoding);
   return p;
+}
+
+const Extras& extras(int depth, Encoding encoding) {
+  static std::map<std::pair<int, Encoding>, Extras> all;
+  Extras& x = all[{depth, encoding}];
+  if (x.hold != nullptr) return x;
+  const auto make = [depth](const plate::Picture& from, Encoding as) {
+    auto to = std::make_unique<std::byte[]>(from.samples.size() * static_cast<std::size_t>(depth));
+    fillAny(to.get(), from, depth, as);
+    return to;
+  };
+  x.hold = make(drawn().hold, Encoding::linear);  // mattes have no encoding
+  x.garbage = make(drawn().garbage, Encoding::linear);
+  if (depth != 4) x.clean = make(drawn().clean, encoding);
+  return x;
 }
 
 }  // namespace orvanite::bench

@@ -20,6 +20,12 @@ void setFrameSize(int width, int height);
 int frameWidth();
 int frameHeight();
 
+/// The plate's screen colour in an encoding.
+struct Colour {
+  float r, g, b;
+};
+Colour screenCode(Encoding encoding);
+
 /// Settings of an everyday key for a plate of this encoding: its screen colour, some clipping.
 Settings everydaySettings(Encoding encoding, const char* output);
 
@@ -35,5 +41,16 @@ struct Pictures {
 /// The pictures of a depth and encoding, made on first need and kept, so that runs can alternate:
 /// all of them take 2.1 GB at 3840 x 2160.
 const Pictures& pictures(int depth, Encoding encoding);
+
+/// What else a tile can have: both mattes, whose codes are in every channel, and the clean plate.
+struct Extras {
+  std::unique_ptr<std::byte[]> hold, garbage, clean;
+};
+
+/// The extras of a depth and encoding, made on first need and kept. There is no float clean plate.
+const Extras& extras(int depth, Encoding encoding);
+
+/// Interleaved pixels of frame size as an image of a tile: red, green, blue, alpha.
+OtileImage imageOf(std::byte* samples, int depth);
 
 }  // namespace orvanite::bench

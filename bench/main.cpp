@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
   }
   orvanite::bench::registerKeying();
   orvanite::bench::registerRebuild();
+  orvanite::bench::registerTargets();
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Every target beside the reference: the same tile keyed by each in one process, on one thread, in
+// place on the plate as the node keys it. The plate is put back before each time; only keying
+// counts, in processor time of the thread. "best_ms" is the best time of all, which other work on
+// the machine moves least. Output that differs from the reference's is an error, not a time.
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include <Imath/half.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "bench/Benchmarks.h"
+#include "bench/Frames.h"
+#include "bench/Reference.h"
+#include "engine/kernels/Target.h"
+
+namespace orvanite::bench {
+
+namespace {
+
+enum Parameters { plain, graded, saturated };
+
+struct Case {
+  const char* name;
+  Parameters parameters;
+  int view;
+  bool mattes, clean;
+};
+
+constexpr Case cases[] = {
+    {"composite", plain, 0, false, false},
+    {"composite-mattes", plain, 0, true, false},
+    {"composite-clean", plain, 0, false, true},
+    {"colour-mattes", plain, 1, true, false},
+    {"matte", plain, 2, false, false},
+    {"unpremultiplied", plain, 4, false, false},
+    {"status-mattes", plain, 5, true, false},
+    {"graded-composite", graded, 0, false, false},
+    {"graded-composite-mattes", graded, 0, true, false},
+    {"graded-composite-clean", graded, 0, false, true},
+    {"graded-unpremultiplied", graded, 4, false, false},
+    {"saturated-composite", saturated, 0, false, false},
+    {"saturated-composite-mattes", saturated, 0, true, false},
+    {"saturated-unpremultiplied", saturated, 4, false, false},
+};
+
+double threadSeconds() {
+  timespec t;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+
+/// "plain" has constant curves, no grade and no neutral scale; "graded" has all three; "saturated"
+/// has foreground saturation and a grade.
+void setUp(QMXOrvaniteTable& e, int depth, Encoding encoding, const Case& c) {
+  const int max = depth == 1 ? 255 : depth == 2 ? 65535 : 1;
+  e.setFgMax(max);
+  e.setBgMax(max);
+  e.setRefMax(max);
+  e.setDstMax(max);
+  e.setGMatteMax(max);
+  e.setHMatteMax(max);
+  e.setColourspace(static_cast<int>(encoding));
+  e.setView(c.view);
+  e.useRef(c.clean ? 1 : 0);
+  const Colour screen = screenCode(encoding);
+  e.setScreen(screen.r, screen.g, screen.b);
+  e.setScreenRange(0.1f);
+  e.setBackground(0.2f, 0.3f, 0.4f);
+  e.setReplace(0.3f, 0.3f, 0.3f);
+  if (c.parameters == graded) {
+    e.setNeutral(0.5f, 0.48f, 0.52f);
+    e.setGain(1, 0.05f);
+    e.setBalance(0, 0.4f);
+    e.setGamma(1.1f, 1, 1, 0);
+  }
+  if (c.parameters == saturated) e.setSaturation(1.2f, 0);
+  if (c.parameters != plain) e.setExposure(1.1f, 1, 0.95f, 0);
+}
+
+/// Float samples as a half file would have brought them.
+std::vector<std::byte> halved(const std::byte* from, std::size_t bytes) {
+  std::vector<std::byte> to(bytes);
+  for (std::size_t i = 0; i < bytes; i += sizeof(float)) {
+    float v;
+    std::memcpy(&v, from + i, sizeof v);
+    v = Imath::half(v);
+    std::memcpy(to.data() + i, &v, sizeof v);
+  }
+  return to;
+}
+
+void measure(benchmark::State& state, int depth, Encoding encoding, bool halves, const Case& c,
+             const Target& target) {
+  const Pictures& p = pictures(depth, encoding);
+  const Extras& x = extras(depth, encoding);
+  std::vector<std::byte> plate(p.fg.get(), p.fg.get() + p.bytes), under;
+  if (halves) {
+    plate = halved(p.fg.get(), p.bytes);
+    under = halved(p.bg.get(), p.bytes);
+  }
+
+  QMXOrvaniteTable engine;
+  setUp(engine, depth, encoding, c);
+  if (engine.makeLuts() != 0) return state.SkipWithError("tables cannot be built");
+  Otile tile = {};
+  tile.dst = tile.fg = imageOf(p.dst.get(), depth);
+  if (c.view == 0) tile.bg = imageOf(halves ? under.data() : p.bg.get(), depth);
+  if (c.mattes) {
+    tile.hold = imageOf(x.hold.get(), depth);
+    tile.garbage = imageOf(x.garbage.get(), depth);
+  }
+  if (c.clean) tile.ref = imageOf(x.clean.get(), depth);
+  const TileVariant variant = {c.clean, c.mattes, c.mattes, true};
+  const int width = frameWidth(), height = frameHeight();
+
+  TileKernel kernel = nullptr;
+  if (depth == 4) {
+    if (target.floats) kernel = target.floats->choose(engine, width, height, tile, variant);
+  } else if (target.integers) {
+    kernel = target.integers->choose(engine, depth, width, height, tile, variant);
+  }
+  const bool isReference = target.integers == nullptr;
+  if (!isReference && kernel == nullptr) return state.SkipWithError("left to the reference");
+  const auto key = [&] {
+    if (kernel != nullptr) return kernel(engine, width, height, tile, variant);
+    renderReference(engine, depth, width, height, tile, variant);
+  };
+  const auto putPlateBack = [&] { std::memcpy(p.dst.get(), plate.data(), p.bytes); };
+
+  if (!isReference) {
+    putPlateBack();
+    renderReference(engine, depth, width, height, tile, variant);
+    const std::vector<std::byte> wanted(p.dst.get(), p.dst.get() + p.bytes);
+    putPlateBack();
+    key();
+    if (std::memcmp(p.dst.get(), wanted.data(), p.bytes) != 0) {
+      return state.SkipWithError("differs from the reference");
+    }
+  }
+  double best = std::numeric_limits<double>::infinity();
+  for (auto _ : state) {
+    putPlateBack();
+    const double start = threadSeconds();
+    key();
+    const double seconds = threadSeconds() - start;
+    state.SetIterationTime(seconds);
+    best = std::min(best, seconds);
+  }
+  state.counters["best_ms"] = 1e3 * best;
+  state.counters["pixels"] = static_cast<double>(width) * height;
+}
+
+}  // namespace
+
+void registerTargets() {
+  for (const int depth : {1, 2, 4}) {
+    for (const Encoding encoding : {Encoding::linear, Encoding::log, Encoding::video}) {
+      for (const bool halves : {false, true}) {
+        if (halves && (depth != 4 || encoding == Encoding::linear)) continue;
+        for (const Case& c : cases) {
+          if (depth == 4 && c.clean) continue;
+          for (const Target& target : knownTargets()) {
+            if (!target.supported()) continue;
+            const std::string name = "kernel/" + std::to_string(8 * depth) + "/" +
+                                     encodingNames[static_cast<int>(encoding)] + "/" +
+                                     (halves ? "half-" : "") + c.name + "/" + target.name;
+            benchmark::RegisterBenchmark(name.c_str(),
+                                         [=, &c, &target](benchmark::State& state) {
+                                           measure(state, depth, encoding, halves, c, target);
+                                         })
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+          }
+        }
+      }
+    }
+  }
+}
+
+}  // namespace orvanite::bench
