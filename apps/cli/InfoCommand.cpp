@@ -1,50 +1,254 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// `orvanite info`: what plates are, and what the keyer would take them for.
+// `orvanite info`: what plates are, the screen that is found in them, and the options that a first
+// key would start from. Looks at one frame of a shot; writes nothing.
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/cli/ScreenOptions.h"
 #include "apps/media/FrameRange.h"
 #include "apps/media/Source.h"
+#include "keyer/AutoKey.h"
 #include "keyer/Error.h"
 
 namespace orvanite::cli {
 namespace {
 
-void describe(const std::string& path) {
-  const auto source = media::Source::open(path);
-  const media::PictureInfo& info = source->info();
-  std::string channels;
-  for (const std::string& name : info.channels) channels += (channels.empty() ? "" : ", ") + name;
-  const media::Encoding encoding = media::encodingOf(source->header(), info.format, info.samples);
-  fmt::print("{}\n", path);
-  fmt::print("  size      {}x{}\n", info.display.width, info.display.height);
+using media::Source;
+
+struct InfoOptions {
+  std::vector<std::string> files;
+  int screenFrame = 0;
+  bool frameGiven = false, headerOnly = false, json = false;
+};
+
+/// What a look at the pixels found; `key` is there where a screen is.
+struct Look {
+  std::optional<int> frame;  // of a shot
+  Screen screen;
+  std::vector<std::string> key;  // options, each with its value
+};
+
+Look lookAt(Source& source, const InfoOptions& options, const std::string& colourspace) {
+  Look look;
+  if (source.isShot()) {
+    look.frame = options.frameGiven ? options.screenFrame : source.frames().front();
+  }
+  const int depth = media::depthOf(source.info().samples);
+  const media::Picture picture =
+      source.read(look.frame.value_or(1), {depth, source.info().display, 1, ""});
+  const Plate plate{picture.image(), picture.data.width, picture.data.height, depth};
+  look.screen = findScreen(plate);
+  if (!look.screen.found) return look;
+  Settings settings;
+  settings.setText("colourspace", colourspace);
+  AutoKey key = autoKey(plate, settings);
+  look.key = optionsOf(key, settings);
+  if (key.cleanPlate) look.key.insert(look.key.begin(), "--reference auto");
+  return look;
+}
+
+/// Frames that are not there between the first and the last.
+std::vector<int> missingOf(const std::vector<int>& frames) {
+  std::vector<int> missing;
+  for (std::size_t i = 1; i < frames.size(); ++i) {
+    for (int frame = frames[i - 1] + 1; frame < frames[i]; ++frame) missing.push_back(frame);
+  }
+  return missing;
+}
+
+std::string plural(std::size_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+/// Bold text and a patch of a colour, where a terminal shows them.
+class Style {
+ public:
+  explicit Style(bool terminal) {
+    const auto text = [](const char* name) {
+      const char* value = std::getenv(name);
+      return std::string(value != nullptr ? value : "");
+    };
+    bold_ = terminal && text("NO_COLOR").empty() && text("TERM") != "dumb";
+    colours_ = bold_ && (text("COLORTERM") == "truecolor" || text("COLORTERM") == "24bit");
+  }
+  std::string bold(const std::string& text) const {
+    return bold_ ? "\033[1m" + text + "\033[0m" : text;
+  }
+  std::string patch(const Rgb& colour, bool linear) const {
+    if (!colours_) return "";
+    const auto code = [linear](float v) {
+      return std::lround(255 * std::pow(std::clamp(v, 0.0F, 1.0F), linear ? 1 / 2.2F : 1));
+    };
+    return fmt::format("\033[48;2;{};{};{}m    \033[0m ", code(colour[0]), code(colour[1]),
+                       code(colour[2]));
+  }
+
+ private:
+  bool bold_, colours_;
+};
+
+void line(const char* label, const std::string& text) { fmt::print("  {:<9} {}\n", label, text); }
+
+// A word that a shell takes as it is, or in quotes.
+std::string forShell(const std::string& word) {
+  if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                              "0123456789_-+=./:@%,") == std::string::npos) {
+    return word;
+  }
+  std::string quoted = "'";
+  for (const char letter : word) quoted += letter == '\'' ? "'\\''" : std::string(1, letter);
+  return quoted + "'";
+}
+
+/// A command that can be pasted into a shell, broken into lines that fit.
+void printKey(const std::string& path, const Look& look) {
+  constexpr std::size_t width = 86;
+  std::string text = "orvanite key " + forShell(path);
+  std::vector<std::string> words = look.key;
+  words.emplace_back("-o OUT");
+  bool first = true;
+  for (const std::string& word : words) {
+    if (text.size() + word.size() + 3 > width) {
+      line(first ? "key" : "", text + " \\");
+      first = false;
+      text = "  " + word;
+    } else {
+      text += ' ' + word;
+    }
+  }
+  line(first ? "key" : "", text);
+}
+
+std::string samplesOf(const media::PictureInfo& info) {
+  const int held = info.samples == media::Samples::uint8     ? 8
+                   : info.samples == media::Samples::float32 ? 32
+                                                             : 16;
+  const std::string used = info.bits == held ? "" : fmt::format(" of which {} are used", info.bits);
+  return media::nameOf(info.samples) + used + ", " + info.format;
+}
+
+void printText(const std::string& path, Source& source, const InfoOptions& options) {
+  const media::PictureInfo& info = source.info();
+  const media::Encoding encoding = media::encodingOf(source.header(), info.format, info.samples);
+  const Style style(::isatty(STDOUT_FILENO) != 0);
+  fmt::print("{}\n", style.bold(path));
+  line("size", fmt::format("{}x{}", info.display.width, info.display.height));
   if (!(info.data == info.display)) {
-    fmt::print("  data      {}x{} at {},{}\n", info.data.width, info.data.height, info.data.x,
-               info.data.y);
+    line("data", fmt::format("{}x{} at {},{} of the frame", info.data.width, info.data.height,
+                             info.data.x - info.display.x, info.data.y - info.display.y));
   }
-  fmt::print("  samples   {} ({} bits, {})\n", media::nameOf(info.samples), info.bits, info.format);
-  fmt::print("  channels  {}\n", channels);
-  fmt::print("  encoding  {} ({})\n", encoding.colourspace, encoding.reason);
-  if (source->isShot()) {
-    fmt::print("  frames    {} ({})\n", media::formatFrames(source->frames()),
-               source->frames().size());
+  line("samples", samplesOf(info));
+  line("channels", fmt::format("{}", fmt::join(info.channels, ", ")));
+  line("encoding", fmt::format("{} ({})", encoding.colourspace, encoding.reason));
+  if (source.isShot()) {
+    const std::vector<int> missing = missingOf(source.frames());
+    line("frames", fmt::format("{} ({}{})", media::formatFrames(source.frames()),
+                               plural(source.frames().size(), "frame"),
+                               missing.empty() ? "" : ", missing " + media::formatFrames(missing)));
   }
+  if (options.headerOnly) return;
+  std::fflush(stdout);  // looking takes a moment
+  const Look look = lookAt(source, options, encoding.colourspace);
+  const std::string frame = look.frame ? fmt::format(" (frame {})", *look.frame) : "";
+  if (!look.screen.found) {
+    line("screen", "none found: no green or blue that fills enough of the frame" + frame);
+    return;
+  }
+  const Rgb& c = look.screen.colour;
+  line("screen", style.patch(c, encoding.colourspace == "linear") + describe(look.screen) + frame);
+  line("", fmt::format("its median colour {:.4g},{:.4g},{:.4g}", c[0], c[1], c[2]));
+  printKey(path, look);
+}
+
+void printJson(const std::string& path, Source& source, const InfoOptions& options) {
+  const media::PictureInfo& info = source.info();
+  const media::Encoding encoding = media::encodingOf(source.header(), info.format, info.samples);
+  const auto window = [](const media::Window& w) {
+    return nlohmann::ordered_json{{"x", w.x}, {"y", w.y}, {"width", w.width}, {"height", w.height}};
+  };
+  nlohmann::ordered_json object{{"file", path},
+                                {"format", info.format},
+                                {"width", info.display.width},
+                                {"height", info.display.height},
+                                {"displayWindow", window(info.display)},
+                                {"dataWindow", window(info.data)},
+                                {"samples", media::nameOf(info.samples)},
+                                {"bits", info.bits},
+                                {"channels", info.channels},
+                                {"colourspace", encoding.colourspace},
+                                {"colourspaceFrom", encoding.reason}};
+  if (source.isShot()) {
+    object["frames"] = source.frames();
+    object["missingFrames"] = missingOf(source.frames());
+  }
+  if (!options.headerOnly) {
+    const Look look = lookAt(source, options, encoding.colourspace);
+    if (look.frame) object["screenFrame"] = *look.frame;
+    object["screen"] = nullptr;
+    if (look.screen.found) {
+      object["screen"] = {{"hue", look.screen.primary == 2 ? "blue" : "green"},
+                          {"colour", look.screen.colour},
+                          {"coverage", look.screen.coverage},
+                          {"evenness", look.screen.evenness}};
+      // An option and its value are two words.
+      auto& words = object["recommended"] = nlohmann::ordered_json::array();
+      for (const std::string& option : look.key) {
+        const std::size_t space = option.find(' ');
+        words.push_back(option.substr(0, space));
+        if (space != std::string::npos) words.push_back(option.substr(space + 1));
+      }
+    }
+  }
+  fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+int runInfo(const InfoOptions& options) {
+  if (options.files.empty())
+    throw Error(Fault::wrongUse, "info", "expected a file: orvanite info FILE...");
+  int code = success;
+  for (const std::string& file : options.files) {
+    try {
+      const auto source = Source::open(file);
+      options.json ? printJson(file, *source, options) : printText(file, *source, options);
+    } catch (const Error& error) {
+      if (options.files.size() == 1) throw;
+      std::fflush(stdout);
+      fmt::print(stderr, "orvanite: {}\n", error.what());
+      code = failed;  // the others are looked at all the same
+    }
+    std::fflush(stdout);
+  }
+  return code;
 }
 
 }  // namespace
 
 Run declareInfo(CLI::App& command) {
-  auto files = std::make_shared<std::vector<std::string>>();
-  command.add_option("FILE", *files, "Pictures, sequences or folders of one.");
-  return [files] {
-    if (files->empty())
-      throw Error(Fault::wrongUse, "info", "expected a file: orvanite info FILE...");
-    for (const std::string& file : *files) describe(file);
-    return success;
+  auto options = std::make_shared<InfoOptions>();
+  command.add_option("FILE", options->files,
+                     "What to look at: pictures, numbered sequences or folders of one.");
+  CLI::Option* frame =
+      command
+          .add_option("--screen-frame", options->screenFrame,
+                      "Frame of a shot in which the screen is looked for. [default the first]")
+          ->type_name("N")
+          ->take_last();
+  command.add_flag("--header", options->headerOnly,
+                   "Look at the headers only, not for a screen. [default off]");
+  command.add_flag("--json", options->json, "Print one JSON object per file. [default off]");
+  return [options, frame] {
+    options->frameGiven = frame->count() > 0;
+    return runInfo(*options);
   };
 }
 

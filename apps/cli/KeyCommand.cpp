@@ -233,7 +233,12 @@ int runKey(KeyOptions& options) {
   options.screen.look(
       [&](std::optional<int> frame) {
         if (!job.plate->isShot() && frame) {
-          return media::PictureReader(frameBeside(options.plate, *frame)).read(job.depth, whole, 1);
+          const auto pattern = media::FramePattern::ofFile(options.plate);
+          if (!pattern) {
+            throw Error::expected(Fault::wrongUse, "--screen-frame",
+                                  "a plate with a frame number in its name", options.plate);
+          }
+          return media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
         }
         const int first = job.plate->isShot() ? frames.front() : 1;
         return job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});

@@ -3,11 +3,9 @@
 
 #include <fmt/format.h>
 
-#include <cctype>
 #include <charconv>
 #include <vector>
 
-#include "keyer/AutoKey.h"
 #include "keyer/CleanPlate.h"
 #include "keyer/Error.h"
 
@@ -48,20 +46,30 @@ Screen foundIn(const Plate& plate, const char* option) {
               "says where or which");
 }
 
-std::string describe(const Screen& screen) {
-  return fmt::format(
-      "screen: {}, {:.0f} % of the frame, its darkest part at {:.0f} % of its "
-      "brightest",
-      screen.primary == 2 ? "blue" : "green", 100 * static_cast<double>(screen.coverage),
-      100 * static_cast<double>(screen.evenness));
-}
-
 void setScreen(Settings& settings, const Rgb& c) {
   settings.setNumbers("screen", static_cast<double>(c[0]), static_cast<double>(c[1]),
                       static_cast<double>(c[2]));
 }
 
 }  // namespace
+
+std::string describe(const Screen& screen) {
+  const char* light = screen.evenness >= 0.97F   ? "even"
+                      : screen.evenness >= 0.85F ? "fairly even"
+                                                 : "uneven";
+  return fmt::format(
+      "{}, {:.0f} % of the frame, {} (its darkest part at {:.0f} % of its brightest)",
+      screen.primary == 2 ? "blue" : "green", 100 * static_cast<double>(screen.coverage), light,
+      100 * static_cast<double>(screen.evenness));
+}
+
+std::vector<std::string> optionsOf(const AutoKey& key, const Settings& settings) {
+  std::vector<std::string> options;
+  for (const std::string& parameter : key.set) {
+    options.push_back(optionName(parameter) + ' ' + settings.text(parameter));
+  }
+  return options;
+}
 
 void ScreenOptions::addTo(CLI::App& command) {
   const char* group = "Screen";
@@ -161,7 +169,7 @@ void ScreenOptions::look(const Load& load, const std::string& reference, int dep
       chosen.insert(chosen.begin(), "--reference auto");
       clean_ = key.screen;
     }
-    for (const std::string& parameter : key.set) choose(parameter);
+    for (std::string& option : optionsOf(key, settings)) chosen.push_back(std::move(option));
     screen = std::move(key.screen);
   } else if (automaticColour_ || estimate) {
     screen = foundIn(plate, automaticColour_ ? "--screen auto" : "--reference auto");
@@ -172,7 +180,7 @@ void ScreenOptions::look(const Load& load, const std::string& reference, int dep
     if (estimate) clean_ = screen;
   }
   if (quiet) return;
-  if (screen) fmt::print(stderr, "{}\n", describe(*screen));
+  if (screen) fmt::print(stderr, "screen: {}\n", describe(*screen));
   if (!chosen.empty()) fmt::print(stderr, "chosen: {}\n", fmt::join(chosen, " "));
 }
 
@@ -180,23 +188,6 @@ media::Picture ScreenOptions::cleanPlateOf(const media::Picture& plate) const {
   media::Picture clean = media::Picture::make(plate.data, plate.depth, plate.samples);
   CleanPlate(plateOf(plate), *clean_).write(clean.image(), plate.depth);
   return clean;
-}
-
-std::string frameBeside(const std::string& path, int frame) {
-  const std::size_t name = path.find_last_of('/') + 1;  // 0 without a folder
-  std::size_t end = path.find_last_of('.');
-  if (end == std::string::npos || end < name) end = path.size();
-  const auto digit = [&](std::size_t i) {
-    return std::isdigit(static_cast<unsigned char>(path[i])) != 0;
-  };
-  while (end > name && !digit(end - 1)) --end;
-  std::size_t begin = end;
-  while (begin > name && digit(begin - 1)) --begin;
-  if (begin == end) {
-    throw Error(Fault::wrongUse, "--screen-frame",
-                "expected a plate with a frame number in its name, found '" + path + "'");
-  }
-  return path.substr(0, begin) + fmt::format("{:0{}}", frame, end - begin) + path.substr(end);
 }
 
 }  // namespace orvanite::cli

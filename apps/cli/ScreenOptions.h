@@ -9,13 +9,21 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/cli/ParameterOptions.h"
 #include "apps/media/Picture.h"
+#include "keyer/AutoKey.h"
 #include "keyer/Screen.h"
 #include "keyer/Settings.h"
 
 namespace orvanite::cli {
+
+/// A screen that was found, in words.
+std::string describe(const Screen& screen);
+
+/// What an automatic key set, as options with their values.
+std::vector<std::string> optionsOf(const AutoKey& key, const Settings& settings);
 
 class ScreenOptions {
  public:
@@ -56,9 +64,5 @@ class ScreenOptions {
   int frame_ = 0;
   std::optional<Screen> clean_;  // the screen that the clean plates are estimated from
 };
-
-/// The file of another frame beside this one: its last number replaced, as wide at least. Throws
-/// Error (wrongUse) when the name has no number.
-std::string frameBeside(const std::string& path, int frame);
 
 }  // namespace orvanite::cli

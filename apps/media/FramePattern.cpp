@@ -5,7 +5,6 @@
 #include "apps/media/FramePattern.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <filesystem>
 #include <map>
@@ -20,6 +19,12 @@ bool isDigit(char letter) { return letter >= '0' && letter <= '9'; }
 std::string folderOf(const std::string& path) {
   const auto slash = path.rfind('/');
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+// Where the digits that stand before `end` begin.
+std::size_t firstDigit(const std::string& name, std::size_t end) {
+  while (end > 0 && isDigit(name[end - 1])) --end;
+  return end;
 }
 
 }  // namespace
@@ -48,6 +53,20 @@ std::optional<FramePattern> FramePattern::parse(const std::string& path) {
   return pattern;
 }
 
+std::optional<FramePattern> FramePattern::ofFile(const std::string& path) {
+  FramePattern pattern;
+  pattern.folder_ = folderOf(path);
+  const std::string name = path.substr(pattern.folder_.size());
+  auto end = std::min(name.rfind('.'), name.size());
+  while (end > 0 && !isDigit(name[end - 1])) --end;
+  if (end == 0) return std::nullopt;
+  const auto first = firstDigit(name, end);
+  pattern.before_ = name.substr(0, first);
+  pattern.after_ = name.substr(end);
+  pattern.digits_ = static_cast<int>(end - first);
+  return pattern;
+}
+
 FramePattern FramePattern::ofFolder(const std::string& folder) {
   std::map<std::pair<std::string, std::string>, std::size_t> found;  // and the fewest digits
   std::error_code problem;
@@ -55,10 +74,9 @@ FramePattern FramePattern::ofFolder(const std::string& folder) {
     const std::string name = entry.path().filename().string();
     if (name.starts_with('.') || !entry.is_regular_file()) continue;
     const std::string extension = entry.path().extension().string();
-    auto end = name.size() - extension.size();
+    const auto end = name.size() - extension.size();
     if (extension.empty() || end == 0 || !isDigit(name[end - 1])) continue;
-    auto first = end;
-    while (first > 0 && isDigit(name[first - 1])) --first;
+    const auto first = firstDigit(name, end);
     auto& digits = found.try_emplace({name.substr(0, first), extension}, end - first).first->second;
     digits = std::min(digits, end - first);
   }

@@ -15,6 +15,9 @@ class FramePattern {
   /// The pattern in a path's last part; none when it has no frame number.
   static std::optional<FramePattern> parse(const std::string& path);
 
+  /// The pattern of a file's own name: its last number is the frame's. None without a number.
+  static std::optional<FramePattern> ofFile(const std::string& path);
+
   /// The pattern of a folder that holds the files of one sequence. Throws Error (missingFrames or
   /// wrongUse) when it holds none, or several.
   static FramePattern ofFolder(const std::string& folder);

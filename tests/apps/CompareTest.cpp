@@ -3,6 +3,9 @@
 // `orvanite compare` and `orvanite info`: figures worked out by hand, and what they refuse.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
 
@@ -39,19 +42,58 @@ TEST(Compare, GivesTheFiguresOfAKnownDifference) {
   EXPECT_EQ(orvanite({"compare", folder / "a.png"}).code, 2);
 }
 
-TEST(Info, SaysWhatAPlateIs) {
-  const Folder folder;
-  for (const char* name : {"a.0001.exr", "a.0002.exr", "a.0004.exr"}) {
-    write(randomImage(6, 5, 3, OIIO::TypeDesc::HALF, 1), folder / name);
+// A green screen, 24 columns of 100, 200, 60 and 8 of 80, 160, 48, over a grey subject.
+Image screenImage() {
+  Image image = randomImage(40, 20, 3, OIIO::TypeDesc::UINT8, 1);
+  for (std::size_t i = 0; i < 800; ++i) {
+    const std::size_t x = i % 40;
+    const float light = x < 24 ? 1 : 0.8F;
+    const float colour[] = {100 * light, 200 * light, 60 * light};
+    for (std::size_t c = 0; c < 3; ++c) image.samples[3 * i + c] = x < 32 ? colour[c] : 120;
   }
-  const Outcome outcome = orvanite({"info", folder / "a.####.exr"});
+  return image;
+}
+
+TEST(Info, SaysWhatAPlateIsAndWhatScreenItHas) {
+  const Folder folder;
+  for (const char* name : {"a.0001.png", "a.0002.png", "a.0004.png"}) {
+    write(screenImage(), folder / name);
+  }
+  const std::string shot = folder / "a.####.png";
+  const Outcome outcome = orvanite({"info", shot});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
+  // 32 of 40 columns, and 160 of 200.
   for (const char* part :
-       {"6x5", "half (16 bits, openexr)", "R, G, B", "linear (half samples)", "1-2,4 (3)"}) {
+       {"40x20", "8-bit, png", "R, G, B", "video (8-bit png)", "1-2,4 (3 frames, missing 3)",
+        "green, 80 % of the frame, uneven (its darkest part at 80 % of its brightest) (frame 1)",
+        "0.3922,0.7843,0.2353"}) {
     EXPECT_NE(outcome.out.find(part), std::string::npos) << part << "\n" << outcome.out;
   }
+
+  // What is recommended is what --auto does.
+  const Outcome json = orvanite({"info", "--json", shot, "--screen-frame", "2"});
+  const auto object = nlohmann::json::parse(json.out);
+  EXPECT_EQ(object["missingFrames"], std::vector<int>{3});
+  EXPECT_EQ(object["screenFrame"], 2);
+  EXPECT_NEAR(object["screen"]["coverage"].get<double>(), 0.8, 1e-6);
+  std::vector<std::string> key{"key", "-q", folder / "a.0002.png", "-o", folder / "own.png"};
+  for (const auto& word : object["recommended"]) key.push_back(word);
+  EXPECT_EQ(orvanite(key).code, 0);
+  EXPECT_EQ(
+      orvanite({"key", "-q", folder / "a.0002.png", "--auto", "-o", folder / "auto.png"}).code, 0);
+  EXPECT_EQ(read(folder / "own.png").samples, read(folder / "auto.png").samples);
+
+  // One that is no picture does not keep the others back; a grey one has no screen.
+  Image grey = screenImage();
+  std::fill(grey.samples.begin(), grey.samples.end(), 90.0F);
+  write(grey, folder / "grey.png");
+  const Outcome several =
+      orvanite({"info", "--json", folder / "none.png", folder / "grey.png", "--header", shot});
+  EXPECT_EQ(several.code, 1);
+  EXPECT_NE(several.err.find("none.png: "), std::string::npos);
+  EXPECT_EQ(std::count(several.out.begin(), several.out.end(), '\n'), 2);
+  EXPECT_NE(orvanite({"info", folder / "grey.png"}).out.find("none found"), std::string::npos);
   EXPECT_EQ(orvanite({"info"}).code, 2);
-  EXPECT_EQ(orvanite({"info", folder / "none.exr"}).code, 1);
 }
 
 }  // namespace
