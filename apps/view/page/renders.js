@@ -106,7 +106,7 @@ export class Renders {
         const picture = await askPicture(body, state.abort.signal);
         picture.job = job;
         const taken = performance.now() - start;
-        if (moving) this.adapt(taken);
+        if (moving) this.adapt(job, taken);
         state.last = job;
         this.fail(null);
         if (state.what) this.show(slot, picture);
@@ -124,8 +124,9 @@ export class Renders {
   }
 
   // Halfway to the size that would have taken the wanted time.
-  adapt(taken) {
-    const wanted = this.budget * Math.min(2, Math.max(0.4, wantedMilliseconds / taken));
+  adapt({window: [, , width, height], divisor}, taken) {
+    const pixels = width * height / (divisor * divisor);
+    const wanted = pixels * Math.min(4, wantedMilliseconds / taken);
     this.budget = Math.min(mostPixels, Math.max(leastPixels, (this.budget + wanted) / 2));
   }
 }

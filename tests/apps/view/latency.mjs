@@ -9,8 +9,8 @@ const percentile = (values, part) => [...values].sort((a, b) => a - b)[Math.min(
 const words = (values) => values.length === 0 ? 'none'
   : `median ${percentile(values, 0.5).toFixed(0)} ms, 95th percentile ${percentile(values, 0.95).toFixed(0)} ms, longest ${Math.max(...values).toFixed(0)} ms, of ${values.length}`;
 
-/** Moves a slider in steps of some milliseconds; resolves to the latencies in milliseconds. */
-async function measure(page, steps, every) {
+/** Moves a slider, with `pause(step)` milliseconds from one step to the next; resolves to the latencies. */
+async function measure(page, steps, pause) {
   await page.evaluate(() => {
     window.moved = new Map();
     window.moving = [];
@@ -25,7 +25,7 @@ async function measure(page, steps, every) {
     const part = 0.5 - 0.5 * Math.cos(2 * Math.PI * i / 37 + 0.01 * i);
     const start = Date.now();
     await page.mouse.move(box.x + 8 + (box.width - 16) * part, y);
-    await new Promise((done) => setTimeout(done, Math.max(0, every - (Date.now() - start))));
+    await new Promise((done) => setTimeout(done, Math.max(0, pause(i) - (Date.now() - start))));
   }
   await page.mouse.up();
   await new Promise((done) => setTimeout(done, 1500));
@@ -57,9 +57,11 @@ async function report(depth, options = []) {
   });
   await page.goto(server.address);
   await page.waitForFunction(() => document.getElementById('counts').textContent.includes('%'));
-  await measure(page, 40, 30);  // the page finds the size that suits the machine
-  for (const [name, steps, every] of [['one move at a time', 100, 150 - 40], ['a drag, 60 moves a second', 240, 16]]) {
-    const {moving, resting, sizes} = await measure(page, steps, every);
+  await measure(page, 40, () => 30);  // the page finds the size that suits the machine
+  // Pauses from 110 to 330 ms: the next move comes before, amid and after the picture at full size.
+  const single = (step) => 110 + 220 * (0.618 * step % 1);
+  for (const [name, steps, pause] of [['single moves', 100, single], ['a drag, 60 moves a second', 240, () => 16]]) {
+    const {moving, resting, sizes} = await measure(page, steps, pause);
     console.log(`${depth}, ${name}: moving ${words(moving)} (pixels averaged ${JSON.stringify(sizes)}); at rest, full size: ${words(resting)}`);
   }
   await close();
