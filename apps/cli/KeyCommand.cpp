@@ -240,7 +240,8 @@ int runKey(KeyOptions& options) {
           }
           return media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
         }
-        const int first = job.plate->isShot() ? frames.front() : 1;
+        // Whatever part of the shot is keyed: all tasks of a farm see the same screen.
+        const int first = job.plate->isShot() ? job.plate->frames().front() : 1;
         return job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
       },
       options.reference, job.depth, settings, options.quiet);
@@ -331,7 +332,7 @@ Run declareKey(CLI::App& command) {
 
   const char* shots = "Shots";
   text(shots, "FRAMES", "--frames", options->frames,
-       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12. Those past the shot's ends are ignored. "
+       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are ignored. "
        "[default all]");
   number(shots, "--bg-frame-offset", options->backgroundOffset,
          "Added to the plate's frame for the background's. [frames, default 0]");

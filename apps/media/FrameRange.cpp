@@ -4,6 +4,7 @@
 #include "apps/media/FrameRange.h"
 
 #include <charconv>
+#include <cstdlib>
 #include <unordered_set>
 
 #include "keyer/Error.h"
@@ -42,16 +43,30 @@ std::vector<int> parseFrames(std::string_view text, const std::string& subject) 
     int first = 0;
     int last = 0;
     int step = 1;
+    bool others = false;  // 1-10y3: all frames but every third
+    bool ranged = false;
+    bool back = false;
     if (!takeNumber(rest, first)) throw refuse();
     last = first;
-    if (takeLetter(rest, '-') && !takeNumber(rest, last)) throw refuse();
-    if (takeLetter(rest, 'x') && (!takeNumber(rest, step) || step == 0)) throw refuse();
-    if (last < first) throw refuse();
-    if ((last - first) / step >= frameLimit - static_cast<int>(frames.size())) {
+    if (takeLetter(rest, '-')) {
+      if (!takeNumber(rest, last)) throw refuse();
+      ranged = true;
+    }
+    others = takeLetter(rest, 'y');
+    if (others || takeLetter(rest, 'x') || takeLetter(rest, ':')) {
+      back = takeLetter(rest, '-');
+      if (!takeNumber(rest, step) || step == 0 || (others && step == 1)) throw refuse();
+      // A step back in a range that goes up has no frames beyond the first.
+      if (back && (!ranged || last > first)) throw refuse();
+    }
+    const int length = std::abs(last - first);
+    if ((others ? length : length / step) >= frameLimit - static_cast<int>(frames.size())) {
       throw Error(Fault::wrongUse, subject, "expected no more than a million frames");
     }
-    for (int frame = first; frame <= last; frame += step) {
-      if (seen.insert(frame).second) frames.push_back(frame);
+    const int sign = last < first ? -1 : 1;
+    for (int i = 0; i <= length; i += others ? 1 : step) {
+      if (others && i % step == 0) continue;
+      if (seen.insert(first + sign * i).second) frames.push_back(first + sign * i);
     }
   } while (takeLetter(rest, ','));
   if (!rest.empty()) throw refuse();

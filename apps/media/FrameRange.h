@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Frame numbers as people and farm managers write them: 1001-1100, 1-100x2, 1,5,9-12.
+// Frame numbers as people and farm managers write them: 1001-1100, 0001-0100, 1,5,9-12; every
+// second one as 1-100x2 or 1-100:2, all but those as 1-100y2; backwards as 10-1, 10-1x2 or 10-1x-2.
 // Uses the standard library only.
 #pragma once
 

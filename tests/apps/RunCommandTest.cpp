@@ -79,7 +79,7 @@ TEST(RunCommand, SaysWhatIsWrong) {
       {{"none.orv"}, 2, "expected a FileOut, found none"},
       {{"loop.orv"}, 1, "depends on itself"},
       {{"missing.orv"}, 1, "this script cannot be read"},
-      {{"none.orv", "--frames", "4-2"}, 2, "expected frames such as"},
+      {{"none.orv", "--frames", "4-"}, 2, "expected frames such as"},
       {{"none.orv", "--frames", "1-5x0"}, 2, "expected frames such as"},
       {{"none.orv", "--frames", "1,"}, 2, "expected frames such as"},
       {{"none.orv", "--threads", "-1"}, 2, "expected a number from 0 to 256"},
