@@ -100,6 +100,7 @@ CommandLine::CommandLine(const std::vector<std::string>& words)
   std::vector<std::pair<CLI::App*, Run>> runs;
   for (const Command& command : commands()) {
     CLI::App* sub = app.add_subcommand(command.name, command.summary);
+    if (!command.listed) sub->group("");
     sub->allow_extras();
     sub->fallthrough(false);
     runs.emplace_back(sub, command.declare(*sub));

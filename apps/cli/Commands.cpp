@@ -14,6 +14,7 @@ constexpr Command list[] = {
     {"info", "Say what plates are and what the keyer takes them for.", declareInfo},
     {"compare", "Say how far two pictures are from one another.", declareCompare},
     {"view", "See the key in a browser while its parameters move.", declareView},
+    {"describe", "Write the manual and the shells' completions.", declareDescribe, false},
 };
 
 }  // namespace

@@ -28,11 +28,13 @@ struct Command {
   const char* name;
   const char* summary;
   Run (*declare)(CLI::App& command);  // adds options, and returns what runs with them
+  bool listed = true;                 // in --help and what is made from it
 };
 
 std::span<const Command> commands();
 
 Run declareCompare(CLI::App& command);
+Run declareDescribe(CLI::App& command);
 Run declareInfo(CLI::App& command);
 Run declareKey(CLI::App& command);
 Run declareRun(CLI::App& command);

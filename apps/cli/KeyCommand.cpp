@@ -342,9 +342,8 @@ Run declareKey(CLI::App& command) {
          "The same for the garbage matte. [frames, default 0]");
   number(shots, "--reference-frame-offset", options->referenceOffset,
          "The same for the clean plate. [frames, default 0]");
-  text(shots, "HOW", "--bg-time", options->pastEnd,
-       "What a background or matte shows past its ends: hold, loop or black. A still is always "
-       "held. [default hold]");
+  text(shots, "hold|loop|black", "--bg-time", options->pastEnd,
+       "What a background or matte shows past its ends. A still is always held. [default hold]");
   flag(shots, "--skip-existing", options->skipExisting,
        "Leave frames whose outputs exist: resumes a stopped shot. [default off]");
   flag(shots, "--keep-going", options->keepGoing, "Go on after a frame that failed. [default off]");
@@ -355,8 +354,8 @@ Run declareKey(CLI::App& command) {
   number(running, "--in-flight", options->inFlight,
          "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
          "busy within 1 GiB]");
-  text(running, "FORM", "--progress", options->progress,
-       "Of a shot: bar, plain, openjd, alf or none. [default a bar on a terminal, else plain]");
+  text(running, "bar|plain|openjd|alf|none", "--progress", options->progress,
+       "Of a shot. [default a bar on a terminal, else plain]");
   flag(running, "--json", options->json,
        "Print one JSON object per frame of a shot, and a summary. [default off]");
   flag(running, "--no-key", options->passThrough,

@@ -90,13 +90,12 @@ void ScreenOptions::addTo(CLI::App& command) {
       ->group(group)
       ->type_name("X,Y[,W,H]")
       ->take_last();
-  averageOption_ =
-      command
-          .add_option("--screen-average", average_,
-                      "What --screen-at takes of its box: median or mean. [default median]")
-          ->group(group)
-          ->type_name("NAME")
-          ->take_last();
+  averageOption_ = command
+                       .add_option("--screen-average", average_,
+                                   "What --screen-at takes of its box. [default median]")
+                       ->group(group)
+                       ->type_name("median|mean")
+                       ->take_last();
   frameOption_ = command
                      .add_option("--screen-frame", frame_,
                                  "Frame of the shot that --auto, --screen auto, --screen-at and "
