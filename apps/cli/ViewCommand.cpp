@@ -12,7 +12,7 @@
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/ParameterOptions.h"
-#include "apps/view/Script.h"
+#include "apps/cli/SaveScript.h"
 #include "apps/view/View.h"
 #include "keyer/Error.h"
 #include "keyer/Preset.h"
@@ -42,6 +42,11 @@ std::string shellWord(const std::string& text) {
   return word;
 }
 
+// Where a render goes that is not the page's own.
+std::string outputOf(const ViewCommandOptions& options) {
+  return options.output.empty() ? "key.png" : options.output;
+}
+
 std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
   std::string line = "orvanite key " + shellWord(options.files.plate);
   const auto file = [&](const char* option, const std::string& path) {
@@ -52,7 +57,19 @@ std::string commandFor(const ViewCommandOptions& options, const Settings& settin
   file("--garbage", options.files.garbage);
   file("--reference", options.files.reference);
   for (const std::string& option : optionsFor(settings)) line += " " + option;
-  return line + " -o " + shellWord(options.output.empty() ? "key.png" : options.output);
+  return line + " -o " + shellWord(outputOf(options));
+}
+
+std::string scriptFor(const ViewCommandOptions& options, const Settings& settings,
+                      media::Samples samples) {
+  const view::FootageFiles& files = options.files;
+  if (!files.reference.empty() && settings.toggle("useReference")) {
+    throw Error(Fault::wrongUse, "script", "a script cannot hold a clean plate");
+  }
+  return scriptOf(
+      settings,
+      {{files.plate}, {files.background}, {files.holdOut}, {files.garbage}, outputOf(options)},
+      samples);
 }
 
 int runView(const ViewCommandOptions& options) {
@@ -86,8 +103,8 @@ int runView(const ViewCommandOptions& options) {
   }
   options.parameters.apply(view.settings);
   view.exports.command = [&](const Settings& settings) { return commandFor(options, settings); };
-  view.exports.script = [&](const Settings& settings) {
-    return view::scriptFor(options.files, settings);
+  view.exports.script = [&](const Settings& settings, media::Samples samples) {
+    return scriptFor(options, settings, samples);
   };
   view.started = [](const std::string& address) {
     fmt::print("Open this address in a browser on this machine; Ctrl-C ends.\n{}\n", address);

@@ -300,10 +300,6 @@ std::string jobReply(const std::string& state, double done, const std::string& m
   return dump({{"state", state}, {"done", done}, {"message", message}});
 }
 
-std::string textsReply(const std::string& command, const std::string& script) {
-  return dump({{"command", command}, {"script", script}});
-}
-
 std::string errorReply(const std::string& subject, const std::string& message) {
   return dump({{"error", {{"subject", subject}, {"message", message}}}});
 }

@@ -54,7 +54,6 @@ std::string probeReply(const PixelValues& values, int depth);
 std::string foundReply(const Renderer::Found& found);
 std::string boxReply(const BoxColours& colours);
 std::string jobReply(const std::string& state, double done, const std::string& message);
-std::string textsReply(const std::string& command, const std::string& script);
 /// {"error": {"subject": ..., "message": ...}}
 std::string errorReply(const std::string& subject, const std::string& message);
 

@@ -54,21 +54,25 @@ void RenderJob::run(const Settings& settings) {
     const FootageInfo& info = footage_.info();
     const auto pattern = info.isShot ? media::FramePattern::parse(output_) : std::nullopt;
     FrameKeyer keyer(footage_);
-    const auto count = static_cast<double>(info.frames.size());
-    double before = 0;  // frames that are written
+    std::size_t written = 0;
     for (const int frame : info.frames) {
-      auto keyed = keyer.key(settings, PageView::output, frame, 1, {0, 0, info.width, info.height},
-                             [&](double part) {
-                               done_ = (before + part) / count;
-                               return !cancelled_;
-                             });
-      if (!keyed || cancelled_) return finish(State::cancelled, {});
+      auto keyed = keyer.key(
+          settings, PageView::output, frame, 1, {0, 0, info.width, info.height}, [&](double part) {
+            done_ = (static_cast<double>(written) + part) / static_cast<double>(info.frames.size());
+            return !cancelled_;
+          });
+      if (!keyed || cancelled_) {
+        return finish(State::cancelled, written == 0 ? "nothing was written"
+                                                     : std::to_string(written) + " of " +
+                                                           std::to_string(info.frames.size()) +
+                                                           " frames were written");
+      }
       const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, 1);
       keyed->data = plate->data;
       keyed->header = plate->header;
       keyed->hasAlpha = plate->hasAlpha;
       media::writePicture(*keyed, pattern ? pattern->path(frame) : output_);
-      before += 1;
+      ++written;
     }
     finish(State::done, output_);
   } catch (const std::exception& error) {

@@ -20,7 +20,7 @@ class RenderJob {
   struct Report {
     State state = State::idle;
     double done = 0;      // 0..1
-    std::string message;  // what went wrong, or where the result lies
+    std::string message;  // what went wrong, where the result lies, or what there is of it
   };
 
   /// output  the file that is written to; for a shot, the pattern of the files

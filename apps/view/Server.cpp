@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "apps/view/Connection.h"
 #include "apps/view/Messages.h"
 #include "keyer/Error.h"
 #include "keyer/Preset.h"
@@ -37,9 +38,11 @@ constexpr std::size_t connectionThreads = 16;
 // Renders and probes that may wait for the renderer; a page has two pictures and a probe.
 constexpr int waitingLimit = 8;
 
-constexpr time_t readSeconds = 5;
-// How long an idle connection is kept: the library looks after it a hundred times a second.
-constexpr time_t idleSeconds = 2;
+// A browser's head of a request takes about a KiB. An idle connection holds a thread.
+constexpr std::size_t headLimit = 16 * 1024;
+constexpr Connection::Limits connectionLimits{headLimit + bodyLimit, std::chrono::seconds(5),
+                                              std::chrono::seconds(2), std::chrono::seconds(5)};
+constexpr int requestsOfAConnection = 10000;
 
 constexpr const char* json = "application/json";
 
@@ -77,6 +80,19 @@ constexpr int connectionsPending = 256;
 class Http : public httplib::Server {
  public:
   void widen() { ::listen(svr_sock_, connectionsPending); }
+
+ private:
+  bool process_and_close_socket(int socket) override {
+    Connection connection(socket, connectionLimits);
+    bool answered = false;
+    for (int left = requestsOfAConnection; left > 0 && svr_sock_ >= 0 && connection.next();
+         --left) {
+      bool closed = false;
+      answered = process_request(connection, left == 1, closed, nullptr);
+      if (!answered || closed) break;
+    }
+    return answered;
+  }
 };
 
 // Counts itself among those that wait, as long as it lives.
@@ -210,9 +226,11 @@ struct Server::Implementation {
     }
     if (wanted == "preset") {
       response.set_content(presetText(settingsOf(request.body)), json);
-    } else if (wanted == "texts") {
-      const Settings asked = settingsOf(request.body);
-      response.set_content(textsReply(exports.command(asked), exports.script(asked)), json);
+    } else if (wanted == "command") {
+      response.set_content(exports.command(settingsOf(request.body)), "text/plain");
+    } else if (wanted == "script") {
+      response.set_content(exports.script(settingsOf(request.body), footage.info().samples),
+                           "text/plain");
     } else if (wanted == "job") {
       if (job.output().empty()) {
         return fail(response, 409, "render", "start with -o and a pattern such as key.####.png");
@@ -247,9 +265,7 @@ struct Server::Implementation {
     http.set_socket_options([](socket_t) {});  // the port is this process's alone
     http.set_tcp_nodelay(true);
     http.set_payload_max_length(bodyLimit);
-    http.set_read_timeout(readSeconds);
-    http.set_keep_alive_timeout(idleSeconds);
-    http.set_keep_alive_max_count(10000);
+    http.set_keep_alive_max_count(requestsOfAConnection);
     http.new_task_queue = [] { return new httplib::ThreadPool(connectionThreads); };
     http.set_default_headers({
         {"Content-Security-Policy",

@@ -26,10 +26,12 @@ struct PageFile {
 /// The page's files; generated at build time.
 std::span<const PageFile> pageFiles();
 
-/// What the page hands over to the world outside, made by whoever starts the server.
+/// What the page hands over to the world outside, made by whoever starts the server. Each throws
+/// Error about settings that it cannot say.
 struct Exports {
   std::function<std::string(const Settings&)> command;  // a command line that keys the same
-  std::function<std::string(const Settings&)> script;   // the node in the application's script
+  std::function<std::string(const Settings&, media::Samples)>
+      script;  // the same as a script for `orvanite run`
 };
 
 class Server {

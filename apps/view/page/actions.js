@@ -38,13 +38,13 @@ export class Actions {
   tell(text) { this.told.textContent = text; }
 
   async copy(what, done) {
-    const texts = await ask('texts', {settings: this.state.settings});
+    const text = await askText(what, {settings: this.state.settings});
     try {
-      await navigator.clipboard.writeText(texts[what]);
+      await navigator.clipboard.writeText(text);
       this.tell(done);
     } catch {
       // Without the clipboard the text is at least there to be marked.
-      this.tell(texts[what]);
+      this.tell(text);
     }
   }
 
@@ -62,12 +62,13 @@ export class Actions {
 
   async follow(name) {
     this.running(true);
+    this.tell('Rendering.');
     try {
       for (;;) {
         const job = await ask('job');
         this.progress.value = job.done;
+        this.done.textContent = `${Math.round(100 * job.done)} %`;
         if (job.state !== 'running') { await this.finish(job, name); return; }
-        this.tell(`Rendering: ${Math.round(100 * job.done)} %`);
         await new Promise((done) => setTimeout(done, jobMilliseconds));
       }
     } finally {
@@ -77,7 +78,7 @@ export class Actions {
 
   async finish(job, name) {
     if (job.state === 'failed') this.tell(`The render failed: ${job.message}`);
-    else if (job.state === 'cancelled') this.tell('Cancelled; nothing was written.');
+    else if (job.state === 'cancelled') this.tell(`Cancelled: ${job.message}.`);
     else if (this.state.description.output) this.tell(`Written: ${job.message}`);
     else {
       download(await askBlob('result'), name);
@@ -86,7 +87,7 @@ export class Actions {
   }
 
   running(on) {
-    this.progress.hidden = this.cancel.hidden = !on;
+    this.progress.hidden = this.done.hidden = this.cancel.hidden = !on;
     this.render.disabled = on;
   }
 }

@@ -63,8 +63,9 @@ async function start() {
     dispatchEvent(new CustomEvent('orvanite-shown', {detail: {slot, number: picture.job.number, job: picture.job, milliseconds: picture.milliseconds}}));
   }, fail);
 
+  const shownView = () => picker.target ? 'plate' : state.view;
   const request = (moving) => {
-    const view = picker.target ? 'plate' : state.view;
+    const view = shownView();
     const {frame} = state;
     renders.want(0, {settings: {...state.settings}, view, frame}, moving);
     if (!state.wipe) { renders.want(1, null); return; }
@@ -84,7 +85,7 @@ async function start() {
   });
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
-    render: byId('render'), progress: byId('progress'), cancel: byId('cancel'), told: byId('told'),
+    render: byId('render'), progress: byId('progress'), done: byId('done'), cancel: byId('cancel'), told: byId('told'),
   });
 
   for (const [i, [name, label]] of views.entries()) {
@@ -101,7 +102,7 @@ async function start() {
 
   const marks = () => {
     for (const button of byId('views').children) {
-      const on = button.dataset.view === (picker.target ? 'plate' : state.view);
+      const on = button.dataset.view === shownView();
       button.setAttribute('aria-checked', String(on));
       button.tabIndex = on ? 0 : -1;
     }
@@ -114,6 +115,8 @@ async function start() {
     byId('redo').disabled = state.future.length === 0;
     byId('pickScreen').setAttribute('aria-pressed', String(picker.target === 'screen'));
     stage.setWipe(state.wipe);
+    const said = `${views.find(([name]) => name === shownView())?.[1]}, settings ${state.side.toUpperCase()}`;
+    if (byId('said').textContent !== said) byId('said').textContent = said;
   };
   const scaleWords = () => {
     const percent = `${Math.round(100 * stage.scale)} %`;
@@ -128,7 +131,10 @@ async function start() {
   picker.addEventListener('failed', (event) => fail(event.detail));
   picker.addEventListener('picked', ({detail: {target, colours}}) => {
     if (target === 'screen') {
-      picker.advise('Look at the matte (press 2): raise Screen range until the screen is black. 5 shows the composite.');
+      const [red, green, blue] = colours.median;
+      picker.advise(Math.max(green, blue) > red
+        ? 'Look at the matte (press 2): raise Screen range until the screen is black. 5 shows the composite.'
+        : 'This is neither a green nor a blue: if it was not the screen, press S and click again.');
     }
     state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
   });
@@ -171,11 +177,9 @@ async function start() {
     } else if (/^[1-9]$/.test(event.key)) {
       picker.stop();
       state.show({view: views[Number(event.key) - 1][0]});
-    } else if (event.key === 'Tab' && event.target === stage.element && !event.shiftKey) {
-      event.preventDefault();
-      changeSide(state.side === 'a' ? 'b' : 'a');
     } else {
-      const keys = {w: toggleWipe, s: pickScreen, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key];
       if (!action) return;
       event.preventDefault();

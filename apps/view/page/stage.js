@@ -61,7 +61,7 @@ export class Stage extends EventTarget {
   fit() {
     this.fitted = true;
     const room = Math.min(this.canvas.width / this.width, this.canvas.height / this.height);
-    this.scale = room >= 1 ? Math.max(1, Math.floor(room)) : room;
+    this.scale = room;
     this.x = Math.round((this.canvas.width - this.width * this.scale) / 2);
     this.y = Math.round((this.canvas.height - this.height * this.scale) / 2);
     this.moved();
@@ -78,6 +78,14 @@ export class Stage extends EventTarget {
     this.y = Math.round(y - (y - this.y) * next / this.scale);
     this.scale = next;
     this.moved();
+  }
+
+  /** The scale a step up or down from here: above 1 a whole one, and never past 1 on the way down. */
+  stepped(up) {
+    const {scale} = this;
+    const next = up ? scale * zoomStep : scale / zoomStep;
+    if (up && scale >= 1) return Math.max(Math.floor(scale) + 1, next);
+    return !up && scale > 1 ? Math.max(1, Math.min(Math.ceil(scale) - 1, next)) : next;
   }
 
   pan(dx, dy) {
@@ -156,7 +164,7 @@ export class Stage extends EventTarget {
       if (!layer) continue;
       const {window: [x, y], width, height, job} = layer.picture;
       const size = job.divisor * this.scale;
-      this.context.imageSmoothingEnabled = size < 1 || job.divisor > 1;
+      this.context.imageSmoothingEnabled = !Number.isInteger(size) || job.divisor > 1;
       this.context.imageSmoothingQuality = 'medium';
       this.context.drawImage(layer.canvas, this.x + x * this.scale, this.y + y * this.scale, width * size, height * size);
     }
@@ -167,12 +175,7 @@ export class Stage extends EventTarget {
     element.addEventListener('wheel', (event) => {
       event.preventDefault();
       const [x, y] = this.screenAt(event);
-      // Above 1 scales are whole: a step must reach the next one.
-      const up = event.deltaY < 0;
-      const next = this.scale >= 1 && (up || this.scale > 1)
-        ? (up ? Math.max(this.scale + 1, this.scale * zoomStep) : Math.min(this.scale - 1, this.scale / zoomStep) || 1 / zoomStep)
-        : this.scale * (up ? zoomStep : 1 / zoomStep);
-      this.zoom(next, x, y);
+      this.zoom(this.stepped(event.deltaY < 0), x, y);
     }, {passive: false});
 
     let last = null;
@@ -197,8 +200,7 @@ export class Stage extends EventTarget {
       const step = event.shiftKey ? 200 : 40;
       const moves = {ArrowLeft: [step, 0], ArrowRight: [-step, 0], ArrowUp: [0, step], ArrowDown: [0, -step]};
       if (moves[event.key]) this.pan(...moves[event.key]);
-      else if (event.key === '+' || event.key === '=') this.zoom(Math.max(this.scale * zoomStep, this.scale >= 1 ? this.scale + 1 : 0));
-      else if (event.key === '-') this.zoom(this.scale > 1 ? Math.min(this.scale - 1, this.scale / zoomStep) : this.scale / zoomStep);
+      else if (/^[-+=]$/.test(event.key)) this.zoom(this.stepped(event.key !== '-'));
       else return;
       event.preventDefault();
     });

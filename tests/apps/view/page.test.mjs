@@ -4,7 +4,7 @@
 // compared with the bytes that `orvanite key` writes for the same settings.
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
-import {existsSync} from 'node:fs';
+import {copyFileSync, existsSync, readFileSync, readdirSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
@@ -71,6 +71,16 @@ async function keyed(page, output) {
   shellRun(given.replace(/^orvanite/, program).replace(/ -o .*$/, ` -q -o ${deep}`));
   if (deep !== to) shellRun(`oiiotool -iconfig oiio:UnassociatedAlpha 1 ${deep} -d uint8 -o ${to}`);
   return readPng(to);
+}
+
+/** Runs the script that the page hands out. */
+async function ran(page) {
+  await page.click('#copyScript');
+  await page.waitForFunction(() => document.getElementById('told').textContent === 'Script copied.');
+  const at = folder();
+  writeFileSync(join(at, 'key.orv'), await page.evaluate(() => navigator.clipboard.readText()));
+  execFileSync(program, ['run', 'key.orv'], {cwd: at});
+  return readPng(join(at, 'key.png'));
 }
 
 const setting = (page, name) => new URLSearchParams(new URL(page.url()).hash.slice(1)).get(name);
@@ -146,6 +156,7 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   const render = readPng(await rendered.path());
   assert.deepEqual(render, readPng(byPreset));
   assert.deepEqual(render, await keyed(page));
+  assert.deepEqual(render, await ran(page));
   await page.keyboard.press('5');
   await settled(page);
   compareColours(await shownPixels(page), render, 'the composite');
@@ -200,6 +211,100 @@ test('a shot: frames by the slider, play, and a render of every frame', async ()
   await page.click('#play');
   await settled(page);
   assert.deepEqual(page.problems, []);
+});
+
+test('a render is cancelled from the page: whole files stay, and the page says how many', async () => {
+  const files = drawPlate('--size', '640x360');
+  const [shot, out] = [folder(), folder()];
+  const count = 60;
+  const name = (stem, frame) => `${stem}.${String(frame).padStart(4, '0')}.png`;
+  for (let frame = 1; frame <= count; ++frame) copyFileSync(files.plate, join(shot, name('plate', frame)));
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
+  const whole = join(folder(), 'key.png');
+  execFileSync(program, ['key', files.plate, '--screen', '0.16,0.63,0.23', '-q', '-o', whole]);
+
+  const underWay = () => page.waitForFunction(() => document.getElementById('progress').value > 0.05
+    && /^[1-9]\d? %$/.test(document.getElementById('done').textContent) && document.getElementById('cancel').offsetWidth > 0);
+  const stopped = async () => {
+    await page.waitForFunction(() => /^Cancelled/.test(document.getElementById('told').textContent));
+    const said = await page.locator('#told').textContent();
+    const written = Number(said.match(/^Cancelled: (\d+) of 60 frames were written\.$/)?.[1]);
+    assert.ok(written > 0 && written < count, said);
+    assert.equal(await page.locator('#progress').isVisible(), false);
+    return written;
+  };
+  await page.click('#render');
+  await underWay();
+  await page.click('#cancel');
+  const written = await stopped();
+  assert.deepEqual(readdirSync(out).sort(), Array.from({length: written}, (unused, i) => name('key', i + 1)));
+  for (const file of readdirSync(out)) assert.ok(readFileSync(join(out, file)).equals(readFileSync(whole)), file);
+
+  // Another one goes on after a reload, and is cancelled with the keyboard.
+  await page.click('#render');
+  await underWay();
+  await page.reload();
+  await underWay();
+  await page.locator('#cancel').press('Enter');
+  await stopped();
+  assert.deepEqual(page.problems, []);
+});
+
+test('every control is reached by Tab, has a name, shows its focus and can be read', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-2');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23'], {hash: '#wipe=plate&view=matte'});
+  await page.evaluate(() => { for (const group of document.querySelectorAll('details')) group.open = true; });
+
+  // What assistive programs are told.
+  const {nodes} = await (await page.context().newCDPSession(page)).send('Accessibility.getFullAXTree');
+  const controls = new Set(['button', 'slider', 'spinbutton', 'combobox', 'checkbox', 'textbox', 'radio', 'DisclosureTriangle', 'application']);
+  const seen = nodes.filter((node) => !node.ignored && controls.has(node.role?.value));
+  assert.ok(seen.length > 60, `${seen.length} controls`);
+  assert.deepEqual(seen.filter((node) => !node.name?.value).map((node) => [node.role.value, node.backendDOMNodeId]), []);
+
+  // Once around with Tab. A group of radio buttons is one stop.
+  const {all, hidden} = await page.evaluate(() => {
+    const every = [...document.querySelectorAll('button, input, select, summary, [tabindex]')];
+    every.forEach((one, i) => { one.dataset.stop = i; });
+    const stops = every.filter((one) => one.tabIndex >= 0 && !one.disabled && one.checkVisibility());
+    return {all: stops.map((one) => one.dataset.stop), hidden: every.filter((one) => one.tabIndex < 0 && one.getAttribute('role') !== 'radio').length};
+  });
+  assert.equal(hidden, 0);
+  const reached = new Set();
+  for (let i = 0; i < all.length + 5; ++i) {
+    await page.keyboard.press('Tab');
+    const at = await page.evaluate(() => {
+      const one = document.activeElement;
+      const style = getComputedStyle(one);
+      return {stop: one.dataset.stop, ring: style.outlineStyle !== 'none' && parseFloat(style.outlineWidth) >= 1};
+    });
+    if (at.stop === undefined) continue;  // past the last one, at the document
+    assert.ok(at.ring, `no focus to be seen at ${at.stop}`);
+    reached.add(at.stop);
+  }
+  assert.deepEqual([...reached].sort(), all.sort());
+
+  // Contrast of every text with what is behind it: 4.5 to 1, by the formula of WCAG 2.
+  const faint = await page.evaluate(() => {
+    const numbers = (colour) => colour.match(/[\d.]+/g).map(Number);
+    const light = ([r, g, b]) => [r, g, b].map((code) => code / 255).map((part) => part <= 0.04045 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4)
+      .reduce((sum, part, i) => sum + part * [0.2126, 0.7152, 0.0722][i], 0);
+    const behind = (one) => {
+      for (; one; one = one.parentElement) {
+        const colour = numbers(getComputedStyle(one).backgroundColor);
+        if ((colour[3] ?? 1) > 0.5) return colour;
+      }
+      return [255, 255, 255];
+    };
+    const texts = [...document.querySelectorAll('body *')].filter((one) => one.checkVisibility() && !one.disabled &&
+      (one.matches('input[type=number], input[type=text], select') || [...one.childNodes].some((node) => node.nodeType === 3 && node.data.trim())));
+    return texts.map((one) => {
+      const [low, high] = [light(numbers(getComputedStyle(one).color)), light(behind(one))].sort((a, b) => a - b);
+      const opacity = Number(getComputedStyle(one).opacity);
+      return {text: one.id || one.textContent, ratio: opacity * (high + 0.05) / (low + 0.05)};
+    }).filter(({ratio}) => ratio < 4.5);
+  });
+  assert.deepEqual(faint, []);
 });
 
 test('Auto finds the screen, and says when there is none', async () => {

@@ -102,6 +102,36 @@ test('requests that are too large, broken or senseless are refused in words', as
   assert.equal((await send({method: 'POST', path: `/${token}/other`, body: '{}'})).status, 404);
 });
 
+test('a head without an end is cut off, whether it comes fast or slowly', async () => {
+  const most = 64 * 1024 * 1024;
+  const flood = (first, more) => new Promise((done) => {
+    let sent = 0;
+    const socket = net.connect(port, '127.0.0.1').on('error', () => {}).on('close', () => done(sent)).resume();
+    const on = () => {
+      if (socket.destroyed) return;
+      if (sent >= most) { socket.destroy(); return; }
+      sent += more.length;
+      if (socket.write(more)) setImmediate(on); else socket.once('drain', on);
+    };
+    socket.write(first);
+    on();
+  });
+  const trickle = new Promise((done) => {
+    const start = Date.now();
+    const socket = net.connect(port, '127.0.0.1').on('error', () => {}).resume();
+    const timer = setInterval(() => { if (Date.now() - start > 20000) socket.destroy(); else socket.write('x'); }, 300);
+    socket.on('close', () => { clearInterval(timer); done(Date.now() - start); });
+  });
+  // 80 KiB are read; the rest is what sockets hold on their way.
+  for (const [first, more] of [['GET /', 'x'.repeat(65536)], ['GET / HTTP/1.1\r\nHost: ', 'x'.repeat(65536)],
+    ['GET / HTTP/1.1\r\n', 'X-a: y\r\n'.repeat(8192)]]) {
+    const sent = await flood(first, more);
+    assert.ok(sent < most / 4, `${first}: ${sent} bytes were taken`);
+  }
+  assert.ok(await trickle < 10000, 'five seconds for a request');
+  assert.equal((await send()).status, 200);
+});
+
 test('a request is dropped when a newer one of its page came', async () => {
   const post = (number, page = 'order') => send({method: 'POST', path: `/${token}/picture`, body: picture({number, page})});
   assert.equal((await post(5)).status, 200);
