@@ -260,6 +260,8 @@ int runKey(KeyOptions& options) {
   job.garbage.used = present.garbage && settings.toggle("useGarbageMatte");
   job.garbage.channel = settings.text("garbageChannel");
   job.reference.used = job.reference.source && settings.toggle("useReference");
+  job.screen = {settings.number("screen", 0), settings.number("screen", 1),
+                settings.number("screen", 2)};
   prepareKeyers(job, settings, present);
   if (!options.saveScript.empty()) {
     saveText(options.saveScript, scriptOfJob(options, job, settings));

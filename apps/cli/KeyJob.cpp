@@ -12,8 +12,11 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -61,17 +64,72 @@ std::optional<int> frameOf(const SideInput& input, int frame, PastEnd pastEnd) {
   }
 }
 
-// The plate's pixels in another source's coordinates, whose frame may start elsewhere.
-Window windowIn(const Source& plate, const Source& other, const Window& data) {
-  Window window = data;
-  window.x += other.info().display.x - plate.info().display.x;
-  window.y += other.info().display.y - plate.info().display.y;
+// Where a window of one source lies in the coordinates of another, whose frame may start elsewhere.
+Window windowIn(const Source& to, const Source& from, Window window) {
+  window.x += to.info().display.x - from.info().display.x;
+  window.y += to.info().display.y - from.info().display.y;
   return window;
 }
 
-Picture readSide(const KeyJob& job, const SideInput& input, int frame, const Window& data) {
+Window united(const Window& a, const Window& b) {
+  const int x = std::min(a.x, b.x);
+  const int y = std::min(a.y, b.y);
+  return {x, y, std::max(a.x + a.width, b.x + b.width) - x,
+          std::max(a.y + a.height, b.y + b.height) - y};
+}
+
+// The pixels of a keyed frame: all that the plate, the background and the mattes have, and the
+// whole frame where a file cannot hold less. A key beside a plate's pixels shows what is behind it.
+Window keyedWindow(const KeyJob& job, int frame) {
+  Window window = job.plate->windowOf(frame);
+  for (const SideInput* side : {&job.background, &job.holdOut, &job.garbage}) {
+    if (!side->source) continue;
+    const auto own = frameOf(*side, frame, job.pastEnd);
+    if (own)
+      window = united(window, windowIn(*job.plate, *side->source, side->source->windowOf(*own)));
+  }
+  const bool kept =
+      std::all_of(job.outputs.begin(), job.outputs.end(),
+                  [](const ViewOutput& output) { return media::keepsDataWindow(output.path); });
+  return kept ? window : united(window, job.plate->info().display);
+}
+
+template <class Sample>
+void paintOutside(Picture& picture, const Window& inside, const std::array<Sample, 3>& colour) {
+  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
+  const Window& data = picture.data;
+  for (int y = data.y; y < data.y + data.height; ++y) {
+    const bool rowInside = y >= inside.y && y < inside.y + inside.height;
+    for (int x = data.x; x < data.x + data.width; ++x, pixel += 4) {
+      if (rowInside && x >= inside.x && x < inside.x + inside.width) continue;
+      std::copy(colour.begin(), colour.end(), pixel);
+    }
+  }
+}
+
+// Beside the plate's pixels there is nothing but screen.
+void paintScreen(Picture& picture, const Window& inside, const std::array<float, 3>& screen) {
+  if (picture.data == inside) return;
+  const auto codes = [&screen]<class Sample>(Sample most) {
+    const auto code = [most](float v) {
+      const float top = static_cast<float>(most);
+      return static_cast<Sample>(std::clamp(std::fma(v, top, 0.5F), 0.0F, top));
+    };
+    return std::array<Sample, 3>{code(screen[0]), code(screen[1]), code(screen[2])};
+  };
+  switch (picture.depth) {
+    case 1:
+      return paintOutside(picture, inside, codes(std::uint8_t{255}));
+    case 2:
+      return paintOutside(picture, inside, codes(std::uint16_t{65535}));
+    default:
+      return paintOutside(picture, inside, screen);
+  }
+}
+
+Picture readSide(const KeyJob& job, const SideInput& input, int frame) {
   if (!input.used) return {};
-  const Window window = windowIn(*job.plate, *input.source, data);
+  const Window window = windowIn(*input.source, *job.plate, keyedWindow(job, frame));
   if (const auto own = frameOf(input, frame, job.pastEnd)) {
     return input.source->read(*own, {job.depth, window, 1, input.channel});
   }
@@ -80,27 +138,30 @@ Picture readSide(const KeyJob& job, const SideInput& input, int frame, const Win
   return black;
 }
 
-Window plateWindow(const KeyJob& job) { return job.plate->info().data; }
-
 Picture readPlate(const KeyJob& job, int frame) {
-  Picture plate = job.plate->read(frame, {job.depth, plateWindow(job), 1, ""});
+  Picture plate = job.plate->read(frame, {job.depth, keyedWindow(job, frame), 1, ""});
   plate.samples = job.samples;
+  if (!job.passThrough) paintScreen(plate, job.plate->windowOf(frame), job.screen);
   return plate;
 }
 
 void readSides(const KeyJob& job, int frame, FramePictures& pictures, bool sequential) {
   const auto read = [&](const SideInput& input, Picture& to) {
-    if (input.used && input.source->sequential() == sequential)
-      to = readSide(job, input, frame, plateWindow(job));
+    if (input.used && input.source->sequential() == sequential) to = readSide(job, input, frame);
   };
   read(job.background, pictures.background);
   read(job.holdOut, pictures.holdOut);
   read(job.garbage, pictures.garbage);
   read(job.reference, pictures.reference);
+  // What is painted as screen is screen beside a clean plate, too.
+  if (pictures.reference.pixels) {
+    const Window inside = windowIn(*job.reference.source, *job.plate, job.plate->windowOf(frame));
+    paintScreen(pictures.reference, inside, job.screen);
+  }
 }
 
 // The keyed views, in the order of the job's outputs; the first takes the plate's place.
-std::vector<Picture> keyed(const KeyJob& job, FramePictures& pictures, int threads) {
+std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& pictures, int threads) {
   std::vector<Picture> views(job.outputs.size());
   Frame frame;
   frame.width = pictures.plate.data.width;
@@ -112,6 +173,7 @@ std::vector<Picture> keyed(const KeyJob& job, FramePictures& pictures, int threa
   if (job.garbage.used) frame.pictures.garbage = pictures.garbage.image();
   if (job.cleanPlateOf) {
     pictures.reference = job.cleanPlateOf(pictures.plate);
+    paintScreen(pictures.reference, job.plate->windowOf(number), job.screen);
     frame.pictures.ref = pictures.reference.image();
   }
   if (job.reference.used) frame.pictures.ref = pictures.reference.image();
@@ -169,7 +231,7 @@ bool allExist(const KeyJob& job, int frame) {
 
 int framesInFlight(const KeyJob& job, const ShotOptions& options) {
   if (options.inFlight > 0) return options.inFlight;
-  const Window data = plateWindow(job);
+  const Window data = united(job.plate->info().data, job.plate->info().display);
   std::size_t pictures = job.outputs.size();
   for (const SideInput* input : {&job.background, &job.holdOut, &job.garbage, &job.reference}) {
     if (input->used) ++pictures;
@@ -189,7 +251,7 @@ double keyStill(const KeyJob& job, int frame) {
   readSides(job, frame, pictures, false);
   readSides(job, frame, pictures, true);
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<Picture> views = keyed(job, pictures, job.threads);
+  const std::vector<Picture> views = keyed(job, frame, pictures, job.threads);
   const double seconds = secondsSince(start);
   write(job, views, frame);
   return seconds;
@@ -226,7 +288,7 @@ int keyShot(const KeyJob& job, const ShotOptions& options) {
       if (!job.plate->sequential()) work->pictures.plate = readPlate(job, work->frame);
       readSides(job, work->frame, work->pictures, false);
       // Frames run side by side; one alone does not split further.
-      const std::vector<Picture> views = keyed(job, work->pictures, 1);
+      const std::vector<Picture> views = keyed(job, work->frame, work->pictures, 1);
       write(job, views, work->frame);
     });
     work->pictures = {};

@@ -4,6 +4,7 @@
 // of it out; one frame, or a shot through a pipeline.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -42,6 +43,7 @@ struct KeyJob {
   SideInput background, holdOut, garbage, reference;
   // Where clean plates are estimated: what makes one from a frame of the plate.
   std::function<media::Picture(const media::Picture&)> cleanPlateOf;
+  std::array<float, 3> screen{};  // what lies beside the plate's pixels
   PastEnd pastEnd = PastEnd::hold;
   std::vector<ViewOutput> outputs;  // the first is keyed in place
   int depth = 1;

@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/cli/Progress.h"
 #include "apps/media/FrameRange.h"
 #include "keyer/Error.h"
 #include "keyer/Keyer.h"
@@ -31,14 +35,20 @@ namespace orvanite::cli {
 namespace {
 
 struct RunOptions {
-  std::string script, frames = "1", identity;
+  std::string script, frames = "1", identity, progress;
   std::vector<std::string> sets;
   int threads = 0;
   bool print = false;
-  bool quiet = false;
+  bool quiet = false, json = false, skipExisting = false;
 };
 
+// The frame under way is finished first; a second signal does not wait.
+std::atomic<bool> rendering{false};
+std::atomic<bool> stopping{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
 extern "C" void leaveRun(int) {
+  if (rendering && !stopping.exchange(true)) return;
   NRiFileOut::removeUnfinished();
   ::_exit(cancelled);
 }
@@ -46,6 +56,7 @@ extern "C" void leaveRun(int) {
 void removeUnfinishedOnSignals() {
   struct sigaction action {};
   action.sa_handler = leaveRun;
+  action.sa_flags = SA_RESTART;
   ::sigemptyset(&action.sa_mask);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
 }
@@ -129,34 +140,70 @@ void printIdentity(const std::string& name) {
   fmt::print("{}\n", image->image()->asString().view());
 }
 
-int render(const RunOptions& options, const std::vector<int>& frames) {
+std::vector<NRiFileOut*> outputsOf(const std::string& script) {
   std::vector<NRiFileOut*> outputs;
   for (NRiNode* const node : NRiNode::getRoot()->children()) {
     if (auto* const out = dynamic_cast<NRiFileOut*>(node)) outputs.push_back(out);
   }
-  if (outputs.empty()) {
-    throw Error(Fault::wrongUse, options.script, "expected a FileOut, found none to render");
-  }
+  if (outputs.empty())
+    throw Error(Fault::wrongUse, script, "expected a FileOut, found none to render");
+  return outputs;
+}
+
+int render(const RunOptions& options, const std::vector<int>& frames) {
+  const std::vector<NRiFileOut*> outputs = outputsOf(options.script);
   NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
-  std::size_t done = 0;
-  std::size_t failures = 0;
+  // One frame alone is named rather than counted.
+  const bool named =
+      frames.size() == 1 && options.progress.empty() && !options.json && !options.quiet;
+  const ProgressForm form =
+      options.quiet || named ? ProgressForm::none : progressFormOf(options.progress);
+  Progress progress(form, options.json, static_cast<int>(frames.size()));
+  std::vector<int> finished;
+  rendering = true;
   for (const int frame : frames) {
-    time->set(static_cast<float>(frame));
+    if (stopping) break;
+    const auto start = std::chrono::steady_clock::now();
     std::string files;
+    FrameStatus status = FrameStatus::done;
+    std::string message;
     try {
-      for (NRiFileOut* const out : outputs) files += (files.empty() ? "" : ", ") + out->write();
-      ++done;
-      if (!options.quiet) {
-        fmt::print("frame {}: {} ({}/{})\n", frame, files, done + failures, frames.size());
-        std::fflush(stdout);
+      time->set(static_cast<float>(frame));
+      bool exists = options.skipExisting;
+      for (NRiFileOut* const out : outputs) {
+        const std::string file = out->path();
+        files += (files.empty() ? "" : ", ") + file;
+        exists = exists && std::filesystem::exists(file);
       }
-    } catch (const NRiError& error) {
-      ++failures;
-      std::fflush(stdout);
-      fmt::print(stderr, "orvanite: frame {}: {}\n", frame, error.what());
+      if (exists) status = FrameStatus::skipped;
+      for (NRiFileOut* const out : outputs) {
+        if (!exists) out->write();
+      }
+      finished.push_back(frame);
+    } catch (const std::exception& error) {
+      status = FrameStatus::failed;
+      message = error.what();
     }
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    progress.frame(frame, files, status, seconds.count(), message);
+    if (named && status == FrameStatus::done) fmt::print("frame {}: {}\n", frame, files);
+    if (status != FrameStatus::failed) continue;
+    std::fflush(stdout);
+    fmt::print(stderr, "orvanite: frame {}: {}\n", frame, message);
   }
-  return failures == 0 ? success : done == 0 ? failed : framesFailed;
+  const bool wasStopped =
+      stopping && finished.size() + static_cast<std::size_t>(progress.failed()) < frames.size();
+  progress.finish(wasStopped);
+  if (wasStopped) {
+    std::fflush(stdout);
+    std::sort(finished.begin(), finished.end());
+    fmt::print(stderr,
+               "orvanite: stopped; finished frames are whole ({}); the same command with "
+               "--skip-existing does the others\n",
+               finished.empty() ? "none" : media::formatFrames(finished));
+    return cancelled;
+  }
+  return progress.failed() == 0 ? success : finished.empty() ? failed : framesFailed;
 }
 
 int runScript(const RunOptions& options) {
@@ -231,6 +278,20 @@ Run declareRun(CLI::App& command) {
       ->group("Looking")
       ->type_name("IMAGE")
       ->take_last();
+  command
+      .add_option("--progress", options->progress,
+                  "bar, plain, openjd, alf or none. [default a bar on a terminal, else plain]")
+      ->group(running)
+      ->type_name("FORM")
+      ->take_last();
+  command
+      .add_flag("--json", options->json,
+                "Print one JSON object per frame, and a summary. [default off]")
+      ->group(running);
+  command
+      .add_flag("--skip-existing", options->skipExisting,
+                "Leave frames whose files exist: resumes a stopped script. [default off]")
+      ->group(running);
   command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group(running);
   return [options] { return runScript(*options); };
 }

@@ -37,13 +37,19 @@ OIIO::TypeDesc typeInMemory(int depth) {
                       : OIIO::TypeDesc::FLOAT;
 }
 
-OIIO::ImageSpec headerFor(const Picture& picture, const OIIO::ImageOutput& output) {
-  OIIO::ImageSpec spec(picture.data.width, picture.data.height, 4, typeOf(picture.samples));
+// Others ignore windows, or are read by programs that do.
+bool hasWindows(const OIIO::ImageOutput& output) {
+  return std::string_view(output.format_name()) == "openexr";
+}
+
+OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
+                          const OIIO::ImageOutput& output) {
+  OIIO::ImageSpec spec(part.width, part.height, 4, typeOf(picture.samples));
   if (picture.header) {
     const OIIO::ImageSpec& old = *picture.header;
     spec.extra_attribs = old.extra_attribs;
-    spec.x = picture.data.x;
-    spec.y = picture.data.y;
+    spec.x = part.x;
+    spec.y = part.y;
     spec.full_x = old.full_x;
     spec.full_y = old.full_y;
     spec.full_width = old.full_width;
@@ -78,6 +84,18 @@ OIIO::ImageSpec headerFor(const Picture& picture, const OIIO::ImageOutput& outpu
   return spec;
 }
 
+// The part of a picture that goes into a file without windows.
+Window writtenPart(const Picture& picture, const OIIO::ImageOutput& output) {
+  const Window& data = picture.data;
+  if (!picture.header || hasWindows(output)) return data;
+  const OIIO::ImageSpec& spec = *picture.header;
+  const Window frame{spec.full_x, spec.full_y, spec.full_width, spec.full_height};
+  const bool inside = frame.width > 0 && frame.height > 0 && frame.x >= data.x &&
+                      frame.y >= data.y && frame.x + frame.width <= data.x + data.width &&
+                      frame.y + frame.height <= data.y + data.height;
+  return inside ? frame : data;
+}
+
 bool diskIsFull(const std::string& path) {
   struct statvfs disk {};
   return ::statvfs(path.c_str(), &disk) == 0 && disk.f_bavail == 0;
@@ -105,6 +123,12 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs) {
   }
 }
 
+bool keepsDataWindow(const std::string& path) {
+  const auto output = OIIO::ImageOutput::create(path);
+  if (!output) OIIO::geterror();
+  return output && hasWindows(*output);
+}
+
 void writePicture(const Picture& picture, const std::string& path) {
   const auto fail = [&path](const std::string& reason) {
     throw Error(Fault::failure, path,
@@ -114,16 +138,21 @@ void writePicture(const Picture& picture, const std::string& path) {
   auto output = OIIO::ImageOutput::create(path);
   if (!output) fail(OIIO::geterror());
   PendingFile file(path);
-  const OIIO::ImageSpec spec = headerFor(picture, *output);
+  const Window part = writtenPart(picture, *output);
+  const OIIO::ImageSpec spec = headerFor(picture, part, *output);
   // TIFF reports its own failed writes, and needs more of a file than a sink can give.
   const bool isTiff = std::string_view(output->format_name()) == "tiff";
   const bool throughSink = output->supports("ioproxy") != 0 && !isTiff;
   FileSink sink(file.temporary(), path);
   if (throughSink) output->set_ioproxy(&sink);
   if (!output->open(file.temporary(), spec)) fail(output->geterror());
-  const bool written = output->write_image(typeInMemory(picture.depth), picture.pixels.get(),
-                                           OIIO::stride_t{4} * picture.depth,
-                                           static_cast<OIIO::stride_t>(picture.rowBytes()));
+  const std::byte* const first =
+      picture.pixels.get() +
+      picture.rowBytes() * static_cast<std::size_t>(part.y - picture.data.y) +
+      std::size_t{4} * static_cast<std::size_t>(picture.depth * (part.x - picture.data.x));
+  const bool written =
+      output->write_image(typeInMemory(picture.depth), first, OIIO::stride_t{4} * picture.depth,
+                          static_cast<OIIO::stride_t>(picture.rowBytes()));
   const bool closed = output->close();
   if (const std::string reason = sink.finish(); !reason.empty()) fail(reason);
   if (!written || !closed) fail(output->geterror());

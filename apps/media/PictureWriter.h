@@ -19,8 +19,12 @@ namespace orvanite::media {
 /// by whatever path; failure when its folder is missing.
 void checkOutput(const std::string& path, std::span<const std::string> inputs);
 
+/// Whether files of this name's format keep pixels that are less or more than the frame.
+bool keepsDataWindow(const std::string& path);
+
 /// Writes the picture with its header's windows and metadata, in the picture's samples or the
-/// nearest that the format holds. Throws Error (failure); no file is left behind then.
+/// nearest that the format holds. Where the format knows no windows, a picture that holds the whole
+/// frame is cut to it. Throws Error (failure); no file is left behind then.
 void writePicture(const Picture& picture, const std::string& path);
 
 }  // namespace orvanite::media

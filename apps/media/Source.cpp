@@ -30,13 +30,14 @@ class FileSource : public Source {
 
   std::string fileOf(int frame) const override { return pattern_ ? pattern_->path(frame) : path_; }
 
+  // Only OpenEXR gives every frame a window of its own; others are not opened twice.
+  Window windowOf(int frame) override {
+    if (!pattern_ || info_.format != "openexr") return info_.data;
+    return opened(frame).info().data;
+  }
+
   Picture read(int frame, const Request& request) override {
-    const std::string file = fileOf(frame);
-    std::error_code ignored;
-    if (pattern_ && !std::filesystem::exists(file, ignored)) {
-      throw Error(Fault::missingFrames, file, "no such file");
-    }
-    PictureReader reader(file);
+    PictureReader reader = opened(frame);
     const Window& size = reader.info().display;
     if (size.width != info_.display.width || size.height != info_.display.height) {
       throw Error(Fault::failure, reader.info().path,
@@ -50,6 +51,15 @@ class FileSource : public Source {
   }
 
  private:
+  PictureReader opened(int frame) const {
+    const std::string file = fileOf(frame);
+    std::error_code ignored;
+    if (pattern_ && !std::filesystem::exists(file, ignored)) {
+      throw Error(Fault::missingFrames, file, "no such file");
+    }
+    return PictureReader(file);
+  }
+
   void describe(const std::string& file) {
     PictureReader reader(file);
     info_ = reader.info();
@@ -61,6 +71,8 @@ class FileSource : public Source {
 };
 
 }  // namespace
+
+Window Source::windowOf(int) { return info_.data; }
 
 std::unique_ptr<Source> Source::open(const std::string& path) {
   std::error_code ignored;

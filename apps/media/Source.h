@@ -35,6 +35,9 @@ class Source {
   const std::vector<int>& frames() const { return frames_; }
   bool isShot() const { return !frames_.empty(); }
 
+  /// Where the pixels of a frame lie. Throws Error as `read` does.
+  virtual Window windowOf(int frame);
+
   /// Whether frames have to be read one after the other, in ascending order, by one thread at a
   /// time.
   virtual bool sequential() const { return false; }

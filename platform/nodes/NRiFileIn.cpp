@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -44,6 +45,25 @@ std::string stampOf(const std::string& path) {
   if (error) return "0";
   const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
   return fmt::format("{:x}.{:x}", size, time);
+}
+
+template <class Element>
+void fillAlpha(NRiIBuf& pixels, Element opaque) {
+  for (int y = 0; y < pixels.lines; ++y) {
+    auto* alpha = reinterpret_cast<Element*>(pixels.at(pixels.firstPixel, pixels.firstLine + y));
+    for (int x = 0; x < pixels.width; ++x, alpha += 4) *alpha = opaque;
+  }
+}
+
+void makeOpaque(NRiIBuf& pixels) {
+  switch (pixels.depth) {
+    case 1:
+      return fillAlpha<std::uint8_t>(pixels, 255);
+    case 2:
+      return fillAlpha<std::uint16_t>(pixels, 65535);
+    default:
+      return fillAlpha<float>(pixels, 1);
+  }
 }
 
 }  // namespace
@@ -106,7 +126,8 @@ const NRiFileIn::Header& NRiFileIn::header() {
     found.blue = spec.nchannels >= 3 ? 2 : 0;
   }
   found.alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : spec.channelindex("A");
-  if (found.alpha < 0 && spec.nchannels == 1) found.alpha = 0;
+  found.grey = found.alpha < 0 && spec.nchannels == 1;
+  if (found.grey) found.alpha = 0;
   found.channels = found.alpha >= 0 ? 15 : 14;
   header_ = found;
   return header_;
@@ -184,4 +205,9 @@ void NRiFileIn::fillOutputBuffer() {
   for (int y = region.y1; y < region.y2; ++y) {
     std::memcpy(out.at(region.x1, y), pixels_.at(region.x1, y), length);
   }
+  const auto& readers = out_->consumers();
+  const bool asMatte = std::any_of(readers.begin(), readers.end(), [](const NRiIPlug* reader) {
+    return reader->requested()->asInt() == 1;
+  });
+  if (file.grey && !asMatte) makeOpaque(out);
 }

@@ -2,7 +2,8 @@
 //
 // Reads pictures, in any format that OpenImageIO knows. The data window of a file is the domain of
 // definition, relative to its display window, which is the frame. One grey channel stands for all
-// three colours, and for alpha when it is alone. Alpha is not multiplied in or divided out.
+// three colours. Alone it stands for alpha, too, where some reader asks for nothing but alpha, as a
+// matte; a picture with colour is opaque. Alpha is not multiplied in or divided out.
 #pragma once
 
 #include <string>
@@ -31,6 +32,7 @@ class NRI_API NRiFileIn final : public NRiFx {
     int height = 0;
     int bytes = 1;
     int channels = 0;
+    bool grey = false;  // one channel, which is no alpha by name
     int red = 0, green = 0, blue = 0, alpha = -1;  // indices in the file
   };
   const Header& header();

@@ -125,11 +125,21 @@ std::string NRiFileOut::write() {
   // Alpha alone is a matte; whatever has colour is written with all three colours.
   const bool colour = (held & 14) != 0;
   const bool alpha = (held & 1) != 0 && output->supports("alpha");
-  const NRiIBuf pixels = renderWhole(frame);
+  const NRiRect domain = out_->getDod();
+  const bool windowed = std::string_view(output->format_name()) == "openexr" && !domain.empty();
+  const NRiRect region = windowed ? domain : frame;
+  const int width = region.x2 - region.x1;
+  const int height = region.y2 - region.y1;
+  const NRiIBuf pixels = renderWhole(region);
   const int bytes = pixels.depth;
 
-  OIIO::ImageSpec spec(frame.x2, frame.y2, colour ? (alpha ? 4 : 3) : 1,
+  OIIO::ImageSpec spec(width, height, colour ? (alpha ? 4 : 3) : 1,
                        fileType(samples_->asString(), bytes));
+  spec.x = region.x1;
+  spec.y = region.y1;
+  spec.full_x = spec.full_y = 0;
+  spec.full_width = frame.x2;
+  spec.full_height = frame.y2;
   spec.channelnames.clear();
   if (colour) spec.channelnames = {"R", "G", "B"};
   if (alpha && colour) spec.channelnames.emplace_back("A");
@@ -139,8 +149,7 @@ std::string NRiFileOut::write() {
   // The file's order is red first: read each pixel backwards from its red element.
   const auto count = static_cast<std::size_t>(spec.nchannels);
   const auto size = static_cast<std::size_t>(bytes);
-  const std::size_t pixelCount =
-      static_cast<std::size_t>(frame.x2) * static_cast<std::size_t>(frame.y2);
+  const std::size_t pixelCount = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   const auto ordered = std::make_unique_for_overwrite<std::byte[]>(pixelCount * count * size);
   const auto* in = static_cast<const std::byte*>(pixels.data);
   std::byte* to = ordered.get();

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Writes pictures, in the format that the path's ending says, whole or not at all: under another
-// name in the same folder first. Passes its image on.
+// name in the same folder first. Passes its image on. OpenEXR files hold the image's domain of
+// definition as their data window; others, whose readers know no windows, the frame.
 #pragma once
 
 #include <string>

@@ -4,6 +4,7 @@
 // that cannot be rendered.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "tests/apps/Images.h"
@@ -24,11 +25,17 @@ TEST(RunCommand, RendersFramesAndNamesThem) {
   }
   write(folder / "s.orv", "p = FileIn(\"" + (folder / "p.#.png") + "\");\nk = Orvanite(p);\n" +
                               "o = FileOut(k, \"" + (folder / "o.%02d.tif") + "\");\n");
-  const Outcome all = orvanite({"run", folder / "s.orv", "--frames", "3-4,6"});
+  const Outcome all = orvanite({"run", folder / "s.orv", "--frames", "3-4,6", "--progress", "alf"});
   EXPECT_EQ(all.code, 0) << all.err;
-  EXPECT_EQ(all.out, "frame 3: " + (folder / "o.03.tif") +
-                         " (1/3)\nframe 4: " + (folder / "o.04.tif") +
-                         " (2/3)\nframe 6: " + (folder / "o.06.tif") + " (3/3)\n");
+  EXPECT_EQ(all.out, "ALF_PROGRESS 33%\nALF_PROGRESS 66%\nALF_PROGRESS 100%\n");
+  std::filesystem::remove(folder / "o.04.tif");
+  const Outcome rest =
+      orvanite({"run", folder / "s.orv", "--frames", "3-4", "--skip-existing", "--json"});
+  EXPECT_NE(rest.out.find("\"frame\":3,\"status\":\"skipped\""), std::string::npos) << rest.out;
+  EXPECT_NE(rest.out.find("\"frame\":4,\"status\":\"done\",\"output\":\"" + (folder / "o.04.tif")),
+            std::string::npos)
+      << rest.out;
+  EXPECT_NE(rest.out.find("\"frames\":2,\"done\":1,\"skipped\":1"), std::string::npos);
   const Outcome some = orvanite({"run", folder / "s.orv", "--frames", "4-8x2", "-q", "--set",
                                  "o.path=" + (folder / "q.#.tif")});
   EXPECT_EQ(some.code, 4);
@@ -47,9 +54,8 @@ TEST(RunCommand, PrintsTheScriptAndIdentities) {
       orvanite({"run", folder / "s.orv", "--print", "--set", "k.shadowBalance=0.7", "--set",
                 "gain=1/8", "--set", "k.output=status"});
   EXPECT_EQ(printed.code, 0);
-  EXPECT_EQ(
-      printed.out,
-      "float gain = 1/8;\na = Constant(8, 8, 1, gain, red, red, 1);\n"
+  EXPECT_EQ(printed.out,
+            "float gain = 1/8;\na = Constant(8, 8, 1, gain, red, red, 1);\n"
             "k = Orvanite(a, 0, 0, 0, \"\", \"status\", 0, 0, 0.9, 0, 0.5, 0.5, 0.5, 0.7, "
             "shadowBalance,\n    shadowBalance, 0, shadowGain, shadowGain, 0.5, 0.5, 0.5, 0.5, 1, "
             "rExposure, rExposure, 1,\n    rGamma, rGamma, 1, \"linear\", 1, \"A\", 1, \"A\", 0, "

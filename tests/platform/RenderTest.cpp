@@ -96,7 +96,7 @@ TEST_F(Rendering, FilesCarryTheirChannelsDepthsAndOrder) {
   writeFile(path("grey.png"), OIIO::ImageSpec(3, 2, 1, OIIO::TypeDesc::UINT8));
   const NRiValue grey = run("x = FileIn(\"@/grey.png\");");
   EXPECT_EQ(bytesOf(nodeOf(grey).renderWhole({0, 0, 3, 2}), 1, 1),
-            (std::vector<int>{11, 11, 11, 11}));
+            (std::vector<int>{255, 11, 11, 11}));
 }
 
 TEST_F(Rendering, ADataWindowIsTheDomainOfDefinition) {
