@@ -208,4 +208,4 @@ start().catch((error) => {
   const problem = byId('problem');
   problem.hidden = false;
   problem.textContent = error.message;
-});
+}).finally(() => { document.body.inert = false; });

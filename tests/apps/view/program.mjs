@@ -51,11 +51,12 @@ export function serve(...options) {
   });
 }
 
-/** Opens a page in Debian's Chromium with a profile of its own. */
+/** Opens a page in Debian's Chromium with a profile of its own; its folder is on the browser's command line. */
 export async function browse(width = 1280, height = 720) {
   const require = createRequire(join(wanted('ORVANITE_NODE_MODULES'), 'x'));
   const {chromium} = require('playwright-core');
-  const context = await chromium.launchPersistentContext(folder(), {
+  const profile = folder();
+  const context = await chromium.launchPersistentContext(profile, {
     executablePath: '/usr/bin/chromium',
     headless: true,
     viewport: {width, height},
@@ -68,7 +69,7 @@ export async function browse(width = 1280, height = 720) {
   page.problems = [];
   page.on('pageerror', (error) => page.problems.push(error.message));
   page.on('console', (message) => { if (message.type() === 'error') page.problems.push(message.text()); });
-  return {page, close: () => context.close()};
+  return {page, profile, close: () => context.close()};
 }
 
 /** Width, height and RGBA bytes of an 8-bit RGBA PNG file. */
