@@ -215,6 +215,15 @@ int runKey(KeyOptions& options) {
   job.reference = openSide(ScreenOptions::estimates(options.reference) ? "" : options.reference,
                            options.referenceOffset, *job.plate, "clean plate");
 
+  if (!options.quiet) {
+    for (const Source* source :
+         {job.plate.get(), job.background.source.get(), job.holdOut.source.get(),
+          job.garbage.source.get(), job.reference.source.get()}) {
+      if (source != nullptr && !source->notice().empty()) {
+        fmt::print(stderr, "{}\n", source->notice());
+      }
+    }
+  }
   std::vector<int> frames = framesOf(options, *job.plate);
   const bool shot = !frames.empty();
   const bool several = frames.size() > 1;
@@ -296,7 +305,8 @@ Run declareKey(CLI::App& command) {
   command.add_option(
       "PLATE", options->plate,
       "What to key, in any format that OpenImageIO reads: a picture, a numbered "
-      "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr) or a folder of one.");
+      "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr), a folder of one, or a "
+      "movie that FFmpeg decodes, whose frames count from 1.");
   const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
                         const char* help) {
     command.add_option(names, to, help)->group(group)->type_name(type)->take_last();

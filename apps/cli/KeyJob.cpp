@@ -44,6 +44,11 @@ struct FramePictures {
   Picture plate, background, holdOut, garbage, reference;
 };
 
+// The same while some of it is decoded but not converted.
+struct FrameReads {
+  std::function<Picture()> plate, background, holdOut, garbage, reference;
+};
+
 // The frame of a side input that goes with a frame of the plate; none where it shows black.
 std::optional<int> frameOf(const SideInput& input, int frame, PastEnd pastEnd) {
   const std::vector<int>& frames = input.source->frames();
@@ -127,37 +132,60 @@ void paintScreen(Picture& picture, const Window& inside, const std::array<float,
   }
 }
 
-Picture readSide(const KeyJob& job, const SideInput& input, int frame) {
-  if (!input.used) return {};
-  const Window window = windowIn(*input.source, *job.plate, keyedWindow(job, frame));
-  if (const auto own = frameOf(input, frame, job.pastEnd)) {
-    return input.source->read(*own, {job.depth, window, 1, input.channel});
-  }
-  Picture black = Picture::make(window, job.depth, job.samples);
-  std::memset(black.pixels.get(), 0, black.bytes());
-  return black;
+// Begins what one thread must do of a read, in order; leaves the rest, and all that need not be
+// done so, to whoever calls the result.
+std::function<Picture()> beginRead(Source& source, int frame,
+                                   std::function<media::Request()> request) {
+  if (source.sequential()) return source.begin(frame, request());
+  return [&source, frame, request = std::move(request)] { return source.read(frame, request()); };
 }
 
-Picture readPlate(const KeyJob& job, int frame) {
-  Picture plate = job.plate->read(frame, {job.depth, keyedWindow(job, frame), 1, ""});
-  plate.samples = job.samples;
-  if (!job.passThrough) paintScreen(plate, job.plate->windowOf(frame), job.screen);
-  return plate;
-}
-
-void readSides(const KeyJob& job, int frame, FramePictures& pictures, bool sequential) {
-  const auto read = [&](const SideInput& input, Picture& to) {
-    if (input.used && input.source->sequential() == sequential) to = readSide(job, input, frame);
+std::function<Picture()> beginSide(const KeyJob& job, const SideInput& input, int frame) {
+  const auto window = [&job, &input, frame] {
+    return windowIn(*input.source, *job.plate, keyedWindow(job, frame));
   };
-  read(job.background, pictures.background);
-  read(job.holdOut, pictures.holdOut);
-  read(job.garbage, pictures.garbage);
-  read(job.reference, pictures.reference);
-  // What is painted as screen is screen beside a clean plate, too.
-  if (pictures.reference.pixels) {
+  if (const auto own = frameOf(input, frame, job.pastEnd)) {
+    return beginRead(*input.source, *own, [&job, &input, window] {
+      return media::Request{job.depth, window(), 1, input.channel};
+    });
+  }
+  return [&job, window] {
+    Picture black = Picture::make(window(), job.depth, job.samples);
+    std::memset(black.pixels.get(), 0, black.bytes());
+    return black;
+  };
+}
+
+FrameReads beginReads(const KeyJob& job, int frame) {
+  FrameReads reads;
+  reads.plate = beginRead(*job.plate, frame, [&job, frame] {
+    return media::Request{job.depth, keyedWindow(job, frame), 1, ""};
+  });
+  const auto begin = [&](const SideInput& input, std::function<Picture()>& to) {
+    if (input.used) to = beginSide(job, input, frame);
+  };
+  begin(job.background, reads.background);
+  begin(job.holdOut, reads.holdOut);
+  begin(job.garbage, reads.garbage);
+  begin(job.reference, reads.reference);
+  return reads;
+}
+
+FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads) {
+  FramePictures pictures;
+  pictures.plate = reads.plate();
+  pictures.plate.samples = job.samples;
+  if (!job.passThrough) paintScreen(pictures.plate, job.plate->windowOf(frame), job.screen);
+  if (reads.background) pictures.background = reads.background();
+  if (reads.holdOut) pictures.holdOut = reads.holdOut();
+  if (reads.garbage) pictures.garbage = reads.garbage();
+  if (reads.reference) {
+    pictures.reference = reads.reference();
+    // What is painted as screen is screen beside a clean plate, too.
     const Window inside = windowIn(*job.reference.source, *job.plate, job.plate->windowOf(frame));
     paintScreen(pictures.reference, inside, job.screen);
   }
+  return pictures;
 }
 
 // The keyed views, in the order of the job's outputs; the first takes the plate's place.
@@ -199,7 +227,7 @@ void write(const KeyJob& job, const std::vector<Picture>& views, int frame) {
 // A frame on its way through the pipeline.
 struct Work {
   int frame = 0;
-  FramePictures pictures;
+  FrameReads reads;
   FrameStatus status = FrameStatus::done;
   Fault fault = Fault::failure;
   std::string message;
@@ -246,10 +274,7 @@ int framesInFlight(const KeyJob& job, const ShotOptions& options) {
 }  // namespace
 
 double keyStill(const KeyJob& job, int frame) {
-  FramePictures pictures;
-  pictures.plate = readPlate(job, frame);
-  readSides(job, frame, pictures, false);
-  readSides(job, frame, pictures, true);
+  FramePictures pictures = finishReads(job, frame, beginReads(job, frame));
   const auto start = std::chrono::steady_clock::now();
   const std::vector<Picture> views = keyed(job, frame, pictures, job.threads);
   const double seconds = secondsSince(start);
@@ -275,23 +300,20 @@ int keyShot(const KeyJob& job, const ShotOptions& options) {
     work->frame = options.frames[next++];
     if (options.skipExisting && allExist(job, work->frame)) work->status = FrameStatus::skipped;
     const auto start = std::chrono::steady_clock::now();
-    guarded(*work, [&] {
-      if (job.plate->sequential()) work->pictures.plate = readPlate(job, work->frame);
-      readSides(job, work->frame, work->pictures, true);
-    });
+    guarded(*work, [&] { work->reads = beginReads(job, work->frame); });
     work->seconds = secondsSince(start);
     return work;
   };
   const auto keyAndWrite = [&](std::shared_ptr<Work> work) {
     const auto start = std::chrono::steady_clock::now();
     guarded(*work, [&] {
-      if (!job.plate->sequential()) work->pictures.plate = readPlate(job, work->frame);
-      readSides(job, work->frame, work->pictures, false);
+      FramePictures pictures = finishReads(job, work->frame, work->reads);
+      work->reads = {};
       // Frames run side by side; one alone does not split further.
-      const std::vector<Picture> views = keyed(job, work->frame, work->pictures, 1);
+      const std::vector<Picture> views = keyed(job, work->frame, pictures, 1);
       write(job, views, work->frame);
     });
-    work->pictures = {};
+    work->reads = {};
     work->seconds += secondsSince(start);
     return work;
   };

@@ -3,12 +3,23 @@
 // Pictures in memory.
 #include "apps/media/Picture.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "keyer/Error.h"
 
 namespace orvanite::media {
 namespace {
+
+// Beyond the last pixel: converters of whole vectors may touch what lies there.
+constexpr std::size_t slackBytes = 64;
+
+OIIO::TypeDesc typeOf(int depth) {
+  return depth == 1   ? OIIO::TypeDesc::UINT8
+         : depth == 2 ? OIIO::TypeDesc::UINT16
+                      : OIIO::TypeDesc::FLOAT;
+}
 
 template <class Code, unsigned maximum>
 void multiplyCodes(Picture& picture) {
@@ -46,7 +57,7 @@ Picture Picture::make(const Window& data, int depth, Samples samples) {
   picture.depth = depth;
   picture.samples = samples;
   try {
-    picture.pixels = std::make_unique_for_overwrite<std::byte[]>(picture.bytes());
+    picture.pixels = std::make_unique_for_overwrite<std::byte[]>(picture.bytes() + slackBytes);
   } catch (const std::bad_alloc&) {
     throw Error(Fault::failure, "picture",
                 "out of memory for " + std::to_string(data.width) + "x" +
@@ -60,6 +71,40 @@ OtileImage Picture::image() const {
   return {
       first, first + depth, first + std::ptrdiff_t{2} * depth, first + std::ptrdiff_t{3} * depth,
       4,     4 * data.width};
+}
+
+Picture atDepth(const Picture& picture, int depth) {
+  Picture result = Picture::make(picture.data, depth, picture.samples);
+  result.hasAlpha = picture.hasAlpha;
+  result.header = picture.header;
+  OIIO::convert_image(4, picture.data.width, picture.data.height, 1, picture.pixels.get(),
+                      typeOf(picture.depth), OIIO::stride_t{4} * picture.depth,
+                      static_cast<OIIO::stride_t>(picture.rowBytes()), OIIO::AutoStride,
+                      result.pixels.get(), typeOf(depth), OIIO::stride_t{4} * depth,
+                      static_cast<OIIO::stride_t>(result.rowBytes()), OIIO::AutoStride);
+  return result;
+}
+
+Picture placed(Picture picture, const Window& window) {
+  const Window& from = picture.data;
+  if (from == window) return picture;
+  Picture result = Picture::make(window, picture.depth, picture.samples);
+  std::memset(result.pixels.get(), 0, result.bytes());
+  const int left = std::max(from.x, window.x);
+  const int right = std::min(from.x + from.width, window.x + window.width);
+  const int top = std::max(from.y, window.y);
+  const int bottom = std::min(from.y + from.height, window.y + window.height);
+  const auto pixelBytes = std::size_t{4} * static_cast<std::size_t>(picture.depth);
+  for (int y = top; y < bottom && left < right; ++y) {
+    std::memcpy(result.pixels.get() + result.rowBytes() * static_cast<std::size_t>(y - window.y) +
+                    pixelBytes * static_cast<std::size_t>(left - window.x),
+                picture.pixels.get() + picture.rowBytes() * static_cast<std::size_t>(y - from.y) +
+                    pixelBytes * static_cast<std::size_t>(left - from.x),
+                pixelBytes * static_cast<std::size_t>(right - left));
+  }
+  result.hasAlpha = picture.hasAlpha;
+  result.header = picture.header;
+  return result;
 }
 
 void multiplyByAlpha(Picture& picture) {

@@ -49,6 +49,13 @@ struct Picture {
   OtileImage image() const;
 };
 
+/// The picture with its samples in another depth, rounded to the nearest as file formats do.
+/// Whatever lies outside 0..1 is clipped where the depth cannot hold it.
+Picture atDepth(const Picture& picture, int depth);
+
+/// The pixels of a window, cut out of the picture or surrounded by zeros.
+Picture placed(Picture picture, const Window& window);
+
 /// Multiplies the colours by alpha, code values as they are, to the nearest.
 void multiplyByAlpha(Picture& picture);
 

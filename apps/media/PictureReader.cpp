@@ -254,29 +254,6 @@ Picture PictureReader::readChannel(std::string_view channel, int depth, const Wi
   return placed(std::move(picture), window);
 }
 
-// The pixels of a window, cut out of or surrounded by nothing.
-Picture PictureReader::placed(Picture picture, const Window& window) const {
-  const Window& from = picture.data;
-  if (from == window) return picture;
-  Picture result = Picture::make(window, picture.depth, picture.samples);
-  std::memset(result.pixels.get(), 0, result.bytes());
-  const int left = std::max(from.x, window.x);
-  const int right = std::min(from.x + from.width, window.x + window.width);
-  const int top = std::max(from.y, window.y);
-  const int bottom = std::min(from.y + from.height, window.y + window.height);
-  const auto pixelBytes = std::size_t{4} * static_cast<std::size_t>(picture.depth);
-  for (int y = top; y < bottom && left < right; ++y) {
-    std::memcpy(result.pixels.get() + result.rowBytes() * static_cast<std::size_t>(y - window.y) +
-                    pixelBytes * static_cast<std::size_t>(left - window.x),
-                picture.pixels.get() + picture.rowBytes() * static_cast<std::size_t>(y - from.y) +
-                    pixelBytes * static_cast<std::size_t>(left - from.x),
-                pixelBytes * static_cast<std::size_t>(right - left));
-  }
-  result.hasAlpha = picture.hasAlpha;
-  result.header = picture.header;
-  return result;
-}
-
 Encoding encodingOf(const OIIO::ImageSpec& spec, const std::string& format, Samples samples) {
   if (samples == Samples::half || samples == Samples::float32) {
     return {"linear", nameOf(samples) + " samples"};
@@ -285,6 +262,9 @@ Encoding encodingOf(const OIIO::ImageSpec& spec, const std::string& format, Samp
   const std::string transfer = spec.get_string_attribute("dpx:Transfer");
   if (transfer == "Printing density" || transfer == "Logarithmic") {
     return {"log", "a DPX file marked " + transfer};
+  }
+  if (spec.get_string_attribute("orvanite:transfer") == "linear") {
+    return {"linear", "a movie tagged as linear light"};
   }
   return {"video", nameOf(samples) + " " + format};
 }

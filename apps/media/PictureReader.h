@@ -50,7 +50,6 @@ class PictureReader {
 
  private:
   void readInto(Picture& picture, int firstChannel, int channels, int firstSlot);
-  Picture placed(Picture picture, const Window& window) const;
   [[noreturn]] void fail(const std::string& reason) const;
 
   std::unique_ptr<OIIO::ImageInput> input_;

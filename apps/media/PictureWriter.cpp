@@ -73,6 +73,7 @@ OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
     spec.erase_attribute("compression");
   }
   spec.erase_attribute("orvanite:format");
+  spec.erase_attribute("orvanite:transfer");
   spec.channelnames = {"R", "G", "B", "A"};
   spec.alpha_channel = 3;
   if (!output.supports("alpha")) {

@@ -4,9 +4,11 @@
 // number of threads may read at once.
 #include "apps/media/Source.h"
 
+#include <cmath>
 #include <filesystem>
 
 #include "apps/media/FramePattern.h"
+#include "apps/media/MovieSource.h"
 #include "keyer/Error.h"
 
 namespace orvanite::media {
@@ -14,6 +16,26 @@ namespace {
 
 std::string sizeText(const Window& window) {
   return std::to_string(window.width) + "x" + std::to_string(window.height);
+}
+
+ShotFacts factsOf(const OIIO::ImageSpec& header) {
+  ShotFacts facts;
+  int rate[2] = {};
+  if (header.getattribute("FramesPerSecond", OIIO::TypeRational, rate) && rate[0] > 0 &&
+      rate[1] > 0) {
+    facts.frameRate = {rate[0], rate[1]};
+  } else if (const float dpx = header.get_float_attribute("dpx:FrameRate");
+             dpx >= 1 && dpx <= 1000) {
+    facts.frameRate = {static_cast<int>(std::lround(dpx * 1000)), 1000};
+  }
+  const float aspect = header.get_float_attribute("PixelAspectRatio");
+  if (aspect > 0.01F && aspect < 100 && aspect != 1) {
+    facts.pixelAspect = {static_cast<int>(std::lround(aspect * 10000)), 10000};
+  }
+  if (const auto* code = header.find_attribute("smpte:TimeCode")) {
+    facts.timeCode = code->get_string();
+  }
+  return facts;
 }
 
 class FileSource : public Source {
@@ -36,7 +58,21 @@ class FileSource : public Source {
     return opened(frame).info().data;
   }
 
-  Picture read(int frame, const Request& request) override {
+  std::function<Picture()> begin(int frame, const Request& request) override {
+    return [this, frame, request] { return readFile(frame, request); };
+  }
+
+ private:
+  PictureReader opened(int frame) const {
+    const std::string file = fileOf(frame);
+    std::error_code ignored;
+    if (pattern_ && !std::filesystem::exists(file, ignored)) {
+      throw Error(Fault::missingFrames, file, "no such file");
+    }
+    return PictureReader(file);
+  }
+
+  Picture readFile(int frame, const Request& request) const {
     PictureReader reader = opened(frame);
     const Window& size = reader.info().display;
     if (size.width != info_.display.width || size.height != info_.display.height) {
@@ -50,20 +86,11 @@ class FileSource : public Source {
     return reader.read(request.depth, request.window, request.missingAlpha);
   }
 
- private:
-  PictureReader opened(int frame) const {
-    const std::string file = fileOf(frame);
-    std::error_code ignored;
-    if (pattern_ && !std::filesystem::exists(file, ignored)) {
-      throw Error(Fault::missingFrames, file, "no such file");
-    }
-    return PictureReader(file);
-  }
-
   void describe(const std::string& file) {
     PictureReader reader(file);
     info_ = reader.info();
     header_ = std::make_shared<const OIIO::ImageSpec>(reader.header());
+    facts_ = factsOf(*header_);
   }
 
   std::string path_;
@@ -83,6 +110,7 @@ std::unique_ptr<Source> Source::open(const std::string& path) {
   if (!std::filesystem::exists(path, ignored)) {
     if (auto pattern = FramePattern::parse(path)) return std::make_unique<FileSource>(*pattern);
   }
+  if (isMovieName(path)) return openMovie(path);
   return std::make_unique<FileSource>(path);
 }
 
