@@ -10,6 +10,11 @@ target_compile_options(orvanite_build INTERFACE
 target_include_directories(orvanite_build INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(orvanite_build INTERFACE ORVANITE_VERSION="${PROJECT_VERSION}")
 
+# Everything is bound when a program starts, and the tables of bindings are read-only from then on.
+if(CMAKE_SYSTEM_NAME STREQUAL Linux)
+  target_link_options(orvanite_build INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
 if(ORVANITE_SANITIZE)
   target_compile_options(orvanite_build INTERFACE
     -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -3,18 +3,24 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orvanite EXPORT OrvaniteTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES engine/orvanite.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+install(FILES engine/orvanite.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Orvanite)
-install(EXPORT OrvaniteTargets NAMESPACE orvanite:: DESTINATION ${package_folder})
+install(EXPORT OrvaniteTargets NAMESPACE orvanite:: DESTINATION ${package_folder}
+  COMPONENT development)
 configure_package_config_file(cmake/OrvaniteConfig.cmake.in OrvaniteConfig.cmake
   INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(OrvaniteConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/OrvaniteConfig.cmake
-  ${PROJECT_BINARY_DIR}/OrvaniteConfigVersion.cmake DESTINATION ${package_folder})
+  ${PROJECT_BINARY_DIR}/OrvaniteConfigVersion.cmake DESTINATION ${package_folder}
+  COMPONENT development)
 
+# The prefix is told from where the file lies, so that what was installed can be moved.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE ORVANITE_PC_UP)
 cmake_path(APPEND ORVANITE_PC_LIBDIR "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
 cmake_path(APPEND ORVANITE_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
 configure_file(cmake/orvanite.pc.in orvanite.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/orvanite.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/orvanite.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development)

@@ -20,7 +20,7 @@
 #include "platform/NRxPlugin.h"
 
 #ifndef ORVANITE_PLUGIN_FOLDER
-#define ORVANITE_PLUGIN_FOLDER "/usr/local/lib/orvanite"
+#define ORVANITE_PLUGIN_FOLDER "lib/orvanite"
 #endif
 
 namespace {
@@ -99,8 +99,11 @@ std::vector<std::string> NRiPlugins::searchPath() {
   }
   std::error_code error;
   const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  if (!error) folders.push_back((program.parent_path().parent_path() / "lib/orvanite").string());
-  folders.emplace_back(ORVANITE_PLUGIN_FOLDER);
+  if (!error) {
+    const fs::path prefix = program.parent_path().parent_path();
+    folders.push_back((prefix / "lib/orvanite").string());
+    folders.push_back((prefix / ORVANITE_PLUGIN_FOLDER).string());
+  }
   return folders;
 }
 

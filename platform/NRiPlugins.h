@@ -24,7 +24,7 @@ class NRI_API NRiPlugins {
 
   /// Folders that are searched, in order: those of the environment variable
   /// ORVANITE_PLUGIN_PATH, separated by ':'; lib/orvanite beside the folder of the running
-  /// program; the install folder.
+  /// program; the same in this system's own library folder, such as lib/x86_64-linux-gnu/orvanite.
   static std::vector<std::string> searchPath();
   /// Loads every *.so of the search path, in the order of their names; of two with one file name
   /// the first found wins.

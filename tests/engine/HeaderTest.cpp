@@ -17,11 +17,21 @@ TEST(PublicHeader, ServesACClientAlone) {
   EXPECT_LE(blue[3], 1) << "the default screen is blue";
 }
 
+// What a client compiled against an older header has in its binary: four pointers and two 32-bit
+// steps an image, six images. A change here is another soname.
 TEST(PublicHeader, LaysTheTileOutAsSixImagesInOrder) {
+  static_assert(sizeof(int) == 4, "steps are 32 bits");
+  const std::size_t pointer = sizeof(void*);
+  EXPECT_EQ(sizeof(OtileImage), 4 * pointer + 8);
+  EXPECT_EQ(alignof(OtileImage), pointer);
   EXPECT_EQ(sizeof(Otile), 6 * sizeof(OtileImage));
+  const std::size_t channels[] = {offsetof(OtileImage, red), offsetof(OtileImage, green),
+                                  offsetof(OtileImage, blue), offsetof(OtileImage, alpha),
+                                  offsetof(OtileImage, pixelStep)};
+  for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(channels[i], i * pointer);
   const std::size_t offsets[] = {offsetof(Otile, dst),     offsetof(Otile, bg),
                                  offsetof(Otile, fg),      offsetof(Otile, hold),
                                  offsetof(Otile, garbage), offsetof(Otile, ref)};
   for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(offsets[i], i * sizeof(OtileImage));
-  EXPECT_EQ(offsetof(OtileImage, lineStep), 4 * sizeof(void*) + sizeof(int));
+  EXPECT_EQ(offsetof(OtileImage, lineStep), 4 * pointer + 4);
 }
