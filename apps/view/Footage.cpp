@@ -67,8 +67,7 @@ const std::string& FootageFiles::of(Role role) const {
 
 Footage::Footage(FootageFiles files, std::size_t cacheBytes)
     : files_(std::move(files)), cacheBytes_(cacheBytes) {
-  for (const Role role :
-       {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
+  for (const Role role : roles) {
     if (files_.of(role).empty()) continue;
     auto& opened = sources_[static_cast<std::size_t>(role)];
     opened = Source::open(files_.of(role));
@@ -94,20 +93,28 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
 
 Footage::~Footage() = default;
 
-std::string Footage::plateFile(int frame) const { return source(Role::plate).fileOf(frame); }
+// A clip beside the plate holds its ends, as in `orvanite key`.
+int Footage::frameOf(Role role, int frame) const {
+  const Source& from = source(role);
+  if (role == Role::plate || !from.isShot()) return frame;
+  return std::clamp(frame, from.frames().front(), from.frames().back());
+}
+
+std::vector<std::string> Footage::filesOf(int frame) const {
+  std::vector<std::string> files;
+  for (const Role role : roles) {
+    if (!files_.of(role).empty()) files.push_back(source(role).fileOf(frameOf(role, frame)));
+  }
+  return files;
+}
 
 media::Picture Footage::readFrame(const Key& key) {
   auto& from = *sources_[static_cast<std::size_t>(key.role)];
   const Source& plate = source(Role::plate);
-  int frame = key.frame;
-  // A clip beside the plate holds its ends, as in `orvanite key`.
-  if (key.role != Role::plate && from.isShot()) {
-    frame = std::clamp(frame, from.frames().front(), from.frames().back());
-  }
   const media::Window window = key.role == Role::plate ? plate.info().data : windowIn(plate, from);
   std::unique_lock<std::mutex> lock(reading_, std::defer_lock);
   if (from.sequential()) lock.lock();
-  return from.read(frame, {info_.depth, window, 1, key.channel});
+  return from.read(frameOf(key.role, key.frame), {info_.depth, window, 1, key.channel});
 }
 
 Footage::Shared Footage::picture(Role role, int frame, const std::string& channel, int divisor) {

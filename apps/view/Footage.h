@@ -20,6 +20,8 @@
 namespace orvanite::view {
 
 enum class Role { plate, background, holdOut, garbage, reference };
+inline constexpr std::array roles{Role::plate, Role::background, Role::holdOut, Role::garbage,
+                                  Role::reference};
 
 /// The files of a page; empty names are absent.
 struct FootageFiles {
@@ -60,8 +62,8 @@ class Footage {
   /// Throws Error when the file cannot be read any more or has no such channel.
   Shared picture(Role role, int frame, const std::string& channel, int divisor);
 
-  /// The file that holds a frame of the plate.
-  std::string plateFile(int frame) const;
+  /// The files that a frame is keyed from.
+  std::vector<std::string> filesOf(int frame) const;
 
   /// Bytes of the pictures that are kept now.
   std::size_t cachedBytes() const;
@@ -82,11 +84,13 @@ class Footage {
   Shared find(const Key& key);
   void keep(const Key& key, const Shared& picture);
   media::Picture readFrame(const Key& key);
+  int frameOf(Role role, int frame) const;
 
   const media::Source& source(Role role) const { return *sources_[static_cast<std::size_t>(role)]; }
 
   FootageFiles files_;
-  std::array<std::unique_ptr<media::Source>, 5> sources_;  // by role; null where there is none
+  std::array<std::unique_ptr<media::Source>, roles.size()>
+      sources_;         // by role; null where there is none
   std::mutex reading_;  // of sources that are read in order by one thread
   FootageInfo info_;
   std::size_t cacheBytes_;

@@ -2,14 +2,27 @@
 #include "apps/view/RenderJob.h"
 
 #include <exception>
-#include <vector>
+#include <utility>
 
-#include "apps/media/FramePattern.h"
 #include "apps/media/PictureWriter.h"
 #include "apps/view/FrameKeyer.h"
 #include "keyer/Error.h"
 
 namespace orvanite::view {
+
+RenderJob::RenderJob(Footage& footage, std::string output)
+    : footage_(footage), output_(std::move(output)) {
+  if (output_.empty()) return;
+  const FootageInfo& info = footage_.info();
+  if (info.isShot) {
+    pattern_ = media::FramePattern::parse(output_);
+    if (!pattern_) {
+      throw Error::expected(Fault::wrongUse, "-o",
+                            "a pattern for a shot's frames, such as key.####.png", output_);
+    }
+  }
+  for (const int frame : info.frames) media::checkOutput(fileOf(frame), footage_.filesOf(frame));
+}
 
 RenderJob::~RenderJob() {
   cancel();
@@ -44,15 +57,7 @@ void RenderJob::finish(State state, std::string message) {
 
 void RenderJob::run(const Settings& settings) {
   try {
-    const FootageFiles& files = footage_.files();
-    std::vector<std::string> inputs;
-    for (const Role role :
-         {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
-      if (!files.of(role).empty()) inputs.push_back(files.of(role));
-    }
-    media::checkOutput(output_, inputs);
     const FootageInfo& info = footage_.info();
-    const auto pattern = info.isShot ? media::FramePattern::parse(output_) : std::nullopt;
     FrameKeyer keyer(footage_);
     std::size_t written = 0;
     for (const int frame : info.frames) {
@@ -71,7 +76,7 @@ void RenderJob::run(const Settings& settings) {
       keyed->data = plate->data;
       keyed->header = plate->header;
       keyed->hasAlpha = plate->hasAlpha;
-      media::writePicture(*keyed, pattern ? pattern->path(frame) : output_);
+      media::writePicture(*keyed, fileOf(frame));
       ++written;
     }
     finish(State::done, output_);

@@ -6,9 +6,11 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
+#include "apps/media/FramePattern.h"
 #include "apps/view/Footage.h"
 #include "keyer/Settings.h"
 
@@ -23,8 +25,10 @@ class RenderJob {
     std::string message;  // what went wrong, where the result lies, or what there is of it
   };
 
-  /// output  the file that is written to; for a shot, the pattern of the files
-  RenderJob(Footage& footage, std::string output) : footage_(footage), output_(std::move(output)) {}
+  /// output  the file that is written to; for a shot, the pattern of the files. Empty: there is
+  ///         nothing to write to, and the job may not be started
+  /// Throws Error (wrongUse) about a name that cannot be written, or that of a picture it keys.
+  RenderJob(Footage& footage, std::string output);
   /// Cancels and waits.
   ~RenderJob();
 
@@ -35,11 +39,13 @@ class RenderJob {
   const std::string& output() const { return output_; }
 
  private:
+  std::string fileOf(int frame) const { return pattern_ ? pattern_->path(frame) : output_; }
   void run(const Settings& settings);
   void finish(State state, std::string message);
 
   Footage& footage_;
   std::string output_;
+  std::optional<media::FramePattern> pattern_;
   std::atomic<bool> cancelled_ = false;
   std::atomic<double> done_ = 0;
   mutable std::mutex mutex_;

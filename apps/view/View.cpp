@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/view/View.h"
 
-#include <pthread.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,10 +10,8 @@
 #include <filesystem>
 #include <optional>
 #include <thread>
-#include <vector>
 
-#include "apps/media/FramePattern.h"
-#include "apps/media/PictureWriter.h"
+#include "apps/view/StopSignals.h"
 #include "keyer/Error.h"
 
 extern char** environ;
@@ -42,40 +39,6 @@ class OwnFolder {
 
  private:
   std::filesystem::path path_;
-};
-
-// SIGINT and SIGTERM, taken by a thread of their own. Blocks them for the threads that come later.
-class StopSignals {
- public:
-  StopSignals() {
-    sigemptyset(&signals_);
-    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) sigaddset(&signals_, number);
-    pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-  }
-  ~StopSignals() {
-    // The thread may still wait for a signal: this one only ends it.
-    if (thread_.joinable()) {
-      pthread_kill(thread_.native_handle(), SIGUSR1);
-      thread_.join();
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
-  template <class Stop>
-  void watch(Stop stop) {
-    thread_ = std::thread([this, stop] {
-      int number = 0;
-      sigwait(&signals_, &number);
-      if (number != SIGUSR1) stop();
-    });
-  }
-
- private:
-  sigset_t signals_{};
-  sigset_t before_{};
-  std::thread thread_;
 };
 
 // Shows the page if the desktop can; who sees no page has its address.
@@ -107,22 +70,10 @@ void view(const ViewOptions& options) {
   }
   std::optional<OwnFolder> folder;
   std::string output = options.output;
-  if (output.empty() && footage.info().isShot) {
-    // Nothing to hand over in one piece; the page says so when it is asked to render.
-  } else if (output.empty()) {
+  // A shot cannot be handed over in one piece; the page says so when it is asked to render.
+  if (output.empty() && !footage.info().isShot) {
     folder.emplace();
     output = (folder->path() / "key.png").string();
-  } else {
-    std::vector<std::string> inputs;
-    for (const Role role :
-         {Role::plate, Role::background, Role::holdOut, Role::garbage, Role::reference}) {
-      if (!options.files.of(role).empty()) inputs.push_back(options.files.of(role));
-    }
-    if (footage.info().isShot && !media::FramePattern::parse(output)) {
-      throw Error::expected(Fault::wrongUse, "-o",
-                            "a pattern for a shot's frames, such as key.####.png", output);
-    }
-    media::checkOutput(output, inputs);
   }
   Renderer renderer(footage);
   RenderJob job(footage, output);

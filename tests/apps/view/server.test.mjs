@@ -3,12 +3,14 @@
 // What the page's server refuses, and that it still answers its own page afterwards. Requests are
 // written by hand, as a browser would not send most of them.
 import assert from 'node:assert/strict';
-import {readdirSync} from 'node:fs';
+import {spawnSync} from 'node:child_process';
+import {mkdirSync, readdirSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import {tmpdir} from 'node:os';
+import {join} from 'node:path';
 import {after, before, test} from 'node:test';
-import {drawPlate, serve} from './program.mjs';
+import {drawPlate, program, serve} from './program.mjs';
 
 let server, port, token, origin;
 
@@ -164,6 +166,17 @@ test('callers that send nothing do not keep the page from its answers for long',
   assert.equal((await send()).status, 200);
   assert.ok(Date.now() - start < 3000, 'less than the five seconds that a silent caller is borne');
   for (const socket of idle) socket.destroy();
+});
+
+test('renders never go over what is keyed', () => {
+  const {folder: shot} = drawPlate('--size', '64x36', '--frames', '1-2');
+  mkdirSync(join(shot, 'x'));
+  const plates = join(shot, 'plate.####.png');
+  for (const [plate, output] of [[plates, plates], [plates, join(shot, 'plate.%04d.png')], [plates, `${shot}/x/../background.@@@@.png`],
+    [plates, join(shot, 'key.png')], [join(shot, 'plate.0001.png'), `${shot}/x/../plate.0001.png`]]) {
+    const {status, stderr} = spawnSync(program, ['view', plate, '--bg', join(shot, 'background.####.png'), '--no-open', '-o', output], {encoding: 'utf8', timeout: 5000});
+    assert.equal(status, 2, `${output}: ${stderr}`);
+  }
 });
 
 test('a signal ends the server with nothing left behind', async () => {
