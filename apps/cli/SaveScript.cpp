@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "apps/media/FramePattern.h"
+#include "apps/media/MovieSource.h"
 #include "apps/media/PendingFile.h"
 #include "keyer/Error.h"
 #include "keyer/Parameters.h"
@@ -66,6 +67,11 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   std::string script;
   const auto input = [&](const char* name, const ScriptInput& from) {
     if (from.path.empty()) return std::string("0");
+    if (media::isMovieName(from.path)) {
+      throw Error(
+          Fault::wrongUse, "--save-script",
+          "a script cannot hold the movie " + from.path + "; its frames as pictures it can");
+    }
     const std::string frame = from.offset ? fmt::format(", time + {}", from.offset) : "";
     script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(patternOf(from.path)), frame);
     return std::string(name);
@@ -94,8 +100,8 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   }
   // An image's own depth says everything but whether floats are halved.
   const char* const held = samples == media::Samples::half ? "half" : "auto";
-  return script +
-         fmt::format("out = FileOut(keyed, {}, \"{}\");\n", inQuotes(patternOf(files.output)), held);
+  return script + fmt::format("out = FileOut(keyed, {}, \"{}\");\n",
+                              inQuotes(patternOf(files.output)), held);
 }
 
 void saveText(const std::string& path, const std::string& text) {

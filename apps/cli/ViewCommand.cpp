@@ -122,7 +122,7 @@ Run declareView(CLI::App& command) {
   command.add_option(
       "PLATE", options->files.plate,
       "The picture to key, in any format that OpenImageIO reads, or a numbered sequence such as "
-      "plate.####.exr.");
+      "plate.####.exr, or a movie that FFmpeg decodes.");
   const auto path = [&](const char* names, std::string& to, const char* help) {
     command.add_option(names, to, help)->group(files)->type_name("FILE")->take_last();
   };

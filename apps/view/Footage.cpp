@@ -72,6 +72,7 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
     auto& opened = sources_[static_cast<std::size_t>(role)];
     opened = Source::open(files_.of(role));
     if (role != Role::plate) compareSizes(source(Role::plate), *opened, role);
+    if (!opened->notice().empty()) info_.notices.push_back(opened->notice());
   }
   const Source& plate = source(Role::plate);
   info_.width = plate.info().data.width;
@@ -83,6 +84,9 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
   info_.depth = media::depthOf(info_.samples);
   info_.isShot = plate.isShot();
   info_.frames = plate.isShot() ? plate.frames() : std::vector<int>{1};
+  if (const media::Ratio rate = plate.facts().frameRate; rate.numerator > 0) {
+    info_.framesPerSecond = static_cast<double>(rate.numerator) / rate.denominator;
+  }
   const media::Encoding encoding =
       media::encodingOf(plate.header(), plate.info().format, plate.info().samples);
   info_.colourspace = encoding.colourspace;
@@ -112,9 +116,14 @@ media::Picture Footage::readFrame(const Key& key) {
   auto& from = *sources_[static_cast<std::size_t>(key.role)];
   const Source& plate = source(Role::plate);
   const media::Window window = key.role == Role::plate ? plate.info().data : windowIn(plate, from);
-  std::unique_lock<std::mutex> lock(reading_, std::defer_lock);
-  if (from.sequential()) lock.lock();
-  return from.read(frameOf(key.role, key.frame), {info_.depth, window, 1, key.channel});
+  const int frame = frameOf(key.role, key.frame);
+  const media::Request request{info_.depth, window, 1, key.channel};
+  if (!from.sequential()) return from.read(frame, request);
+  const auto rest = [&] {
+    const std::lock_guard lock(reading_);
+    return from.begin(frame, request);
+  }();
+  return rest();
 }
 
 Footage::Shared Footage::picture(Role role, int frame, const std::string& channel, int divisor) {

@@ -35,10 +35,11 @@ struct FootageInfo {
   media::Samples samples = media::Samples::uint8;
   std::vector<int> frames;  // ascending; a still has one
   bool isShot = false;
-  double framesPerSecond = 24;
+  double framesPerSecond = 24;  // where the plate does not say
   Inputs inputs;
   std::string colourspace;  // what the plate's file suggests, and why
   std::string reason;
+  std::vector<std::string> notices;  // what had to be assumed about the files
 };
 
 class Footage {
@@ -91,7 +92,7 @@ class Footage {
   FootageFiles files_;
   std::array<std::unique_ptr<media::Source>, roles.size()>
       sources_;         // by role; null where there is none
-  std::mutex reading_;  // of sources that are read in order by one thread
+  std::mutex reading_;  // of sources that one thread at a time must read
   FootageInfo info_;
   std::size_t cacheBytes_;
   mutable std::mutex mutex_;

@@ -234,6 +234,7 @@ std::string describe(const Footage& footage, const Settings& settings, const std
                {"framesPerSecond", info.framesPerSecond},
                {"colourspace", info.colourspace},
                {"reason", info.reason},
+               {"notices", info.notices},
                {"output", fileName(output)},
                {"parameters", table},
                {"settings", given(settings)}});

@@ -199,6 +199,7 @@ async function start() {
 
   // Nobody said what the screen is: that is the first thing to do.
   if (!('screen' in state.settings)) picker.start('screen', 'the screen', 'Auto finds it by itself.');
+  actions.tell(description.notices.join(' '));
   request(false);
   marks();
   scaleWords();

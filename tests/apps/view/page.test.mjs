@@ -221,6 +221,32 @@ test('a shot: frames by the slider, play, and a render of every frame', async ()
   assert.deepEqual(page.problems, []);
 });
 
+test('a movie is a shot whose frames count from 1, in any order', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-10');
+  const movies = Object.fromEntries(['plate', 'background'].map((name) => {
+    const movie = join(shot, `${name}.mkv`);
+    execFileSync('ffmpeg', ['-v', 'error', '-framerate', '12', '-start_number', '7', '-i', join(shot, `${name}.%04d.png`), '-c:v', 'ffv1', '-pix_fmt', 'bgr0', movie]);
+    return [name, movie];
+  }));
+  const {page} = await open([movies.plate, '--bg', movies.background, '--screen', '0.16,0.63,0.23']);
+  for (const [key, frame] of [['End', 4], ['ArrowLeft', 3], ['Home', 1]]) {
+    await page.locator('#frame').press(key);
+    await settled(page);
+    assert.equal(await page.locator('#frameNumber').textContent(), String(frame));
+    const of = (name) => join(shot, `${name}.${String(frame + 6).padStart(4, '0')}.png`);
+    const to = join(folder(), 'key.png');
+    execFileSync(program, ['key', of('plate'), '--bg', of('background'), '--screen', '0.16,0.63,0.23', '-q', '-o', to]);
+    compareColours(await shownPixels(page), readPng(to), `frame ${frame}`);
+  }
+  await page.click('#play');
+  await page.waitForFunction(() => new Set(seen.slice(-12).map((one) => one.job.frame)).size === 4);
+  const times = await page.evaluate(() => seen.slice(-5).map((one) => one.at));
+  assert.ok((times.at(-1) - times[0]) / 4 > 75, `no faster than 12 frames a second: ${times}`);
+  await page.click('#play');
+  await page.click('#copyScript');
+  await page.waitForFunction(() => /cannot hold the movie/.test(document.getElementById('told').textContent));
+});
+
 test('a render is cancelled from the page: whole files stay, and the page says how many', async () => {
   const files = drawPlate('--size', '640x360');
   const [shot, out] = [folder(), folder()];
