@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -16,6 +17,8 @@
 #include "apps/cli/SaveScript.h"
 #include "apps/cli/ScreenOptions.h"
 #include "apps/media/FrameRange.h"
+#include "apps/media/MovieSource.h"
+#include "apps/media/MovieWriter.h"
 #include "apps/media/PendingFile.h"
 #include "apps/media/PictureWriter.h"
 #include "keyer/Error.h"
@@ -30,6 +33,7 @@ using media::Source;
 struct KeyOptions {
   std::string plate, background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
+  std::string codec, frameRate;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
   int threads = 0, inFlight = 0;
@@ -124,9 +128,12 @@ void addOutput(KeyJob& job, const std::string& view, const std::string& path, bo
   output.output = view;
   output.path = path;
   output.pattern = media::FramePattern::parse(path);
-  if (severalFrames && !output.pattern) {
-    throw Error::expected(Fault::wrongUse, path,
-                          "a name with a frame number for a shot, such as out.####.exr", path);
+  output.isMovie = !output.pattern && media::isMovieName(path);
+  if (severalFrames && !output.pattern && !output.isMovie) {
+    throw Error::expected(
+        Fault::wrongUse, path,
+        "a name with a frame number or of a movie for a shot, such as out.####.exr or out.mov",
+        path);
   }
   job.outputs.push_back(std::move(output));
 }
@@ -142,7 +149,11 @@ void checkOutputs(const KeyJob& job, const KeyOptions& options, const std::vecto
     std::vector<std::string> outputs;
     for (const ViewOutput& output : job.outputs) {
       const std::string path = output.fileOf(frame);
-      media::checkOutput(path, inputs);
+      if (output.isMovie) {
+        media::checkMovieOutput(path, options.codec, inputs);
+      } else {
+        media::checkOutput(path, inputs);
+      }
       if (std::find(outputs.begin(), outputs.end(), path) != outputs.end()) {
         throw Error(Fault::wrongUse, path, "two outputs have this name");
       }
@@ -176,6 +187,52 @@ std::string scriptOfJob(const KeyOptions& options, const KeyJob& job, const Sett
                    {options.garbage, options.garbageOffset},
                    options.output},
                   job.samples);
+}
+
+// Whether frames follow one another.
+bool follow(const std::vector<int>& frames) {
+  return std::adjacent_find(frames.begin(), frames.end(),
+                            [](int a, int b) { return b != a + 1; }) == frames.end();
+}
+
+// Opens the movies to write. One that is there already is whole, and stays where it may.
+void openMovies(KeyJob& job, const KeyOptions& options, const std::vector<int>& frames) {
+  std::vector<std::string> notices;
+  for (ViewOutput& output : job.outputs) {
+    std::error_code ignored;
+    if (!output.isMovie) continue;
+    if (options.skipExisting && std::filesystem::exists(output.path, ignored)) continue;
+    if (options.keepGoing) {
+      throw Error(Fault::wrongUse, "--keep-going",
+                  "expected numbered stills with it: a movie cannot leave frames out");
+    }
+    media::MovieOptions movie;
+    movie.codec = options.codec;
+    movie.frame = job.plate->info().display;
+    movie.samples = job.samples;
+    movie.facts = job.plate->facts();
+    movie.threads = job.threads;
+    if (!options.frameRate.empty()) {
+      movie.facts.frameRate = media::parseFrameRate(options.frameRate, "--fps");
+    } else if (movie.facts.frameRate.numerator == 0) {
+      movie.facts.frameRate = {24, 1};
+      notices.emplace_back("frame rate: 24 (nothing says another; --fps does)");
+    }
+    const int shotFirst = job.plate->isShot() ? job.plate->frames().front() : frames.front();
+    movie.firstFrame = frames.front() - shotFirst;
+    movie.frameCount = static_cast<int>(frames.size());
+    movie.toTheEnd = job.plate->isShot() && frames.back() == job.plate->frames().back();
+    movie.sound = follow(frames) && options.frameRate.empty();
+    if (!movie.sound && !movie.facts.sound.empty()) {
+      notices.emplace_back(
+          "the sound is left out: it goes with frames that follow one another at "
+          "the plate's rate");
+    }
+    output.movie = std::make_unique<media::MovieWriter>(output.path, movie);
+    for (const std::string& notice : output.movie->notices()) notices.push_back(notice);
+  }
+  if (options.quiet) return;
+  for (const std::string& notice : notices) fmt::print(stderr, "{}\n", notice);
 }
 
 void prepareKeyers(KeyJob& job, const Settings& settings, const Inputs& present) {
@@ -225,12 +282,18 @@ int runKey(KeyOptions& options) {
     }
   }
   std::vector<int> frames = framesOf(options, *job.plate);
-  const bool shot = !frames.empty();
   const bool several = frames.size() > 1;
   addOutput(job, std::string(settings.choice("output")), options.output, several);
   addOutput(job, "matte", options.matteOutput, several);
   addOutput(job, "status", options.statusOutput, several);
   addOutput(job, "unpremultiplied", options.foregroundOutput, several);
+  const auto isMovie = [](const ViewOutput& output) { return output.isMovie; };
+  const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(), isMovie);
+  if (!options.codec.empty() && !movies) {
+    throw Error(Fault::wrongUse, "--codec", "expected a movie to write, such as -o out.mov");
+  }
+  if (movies && frames.empty()) frames.push_back(1);
+  const bool shot = !frames.empty();
   checkOutputs(job, options, shot ? frames : std::vector<int>{1});
   chooseEncoding(options, *job.plate, settings);
 
@@ -287,6 +350,7 @@ int runKey(KeyOptions& options) {
     run.inFlight = options.inFlight;
     run.progress = options.quiet ? ProgressForm::none : progressFormOf(options.progress);
     run.json = options.json;
+    openMovies(job, options, run.frames);
     return keyShot(job, run);
   }
   const double seconds = keyStill(job, 1);
@@ -318,9 +382,10 @@ Run declareKey(CLI::App& command) {
     command.add_flag(names, to, help)->group(group);
   };
   const char* files = "Files";
-  text(files, "FILE", "-o,--out", options->output,
-       "Where to write; the ending says the format, a shot needs a pattern. Files appear when they "
-       "are whole. [required]");
+  text(
+      files, "FILE", "-o,--out", options->output,
+      "Where to write; the ending says the format, a shot needs a pattern or a movie's name. Files "
+      "appear when they are whole. [required]");
   text(files, "FILE", "--bg,--background", options->background,
        "Background picture for the output composite.");
   text(files, "FILE", "--hold-out", options->holdOut,
@@ -342,6 +407,12 @@ Run declareKey(CLI::App& command) {
   text(files, "FILE", "--save-script", options->saveScript,
        "Writes the graph as a script that orvanite run renders to the same pixels.");
 
+  text(files, "NAME", "--codec", options->codec,
+       "Of a movie: prores4444, ffv1, vp9, qtrle and png hold alpha, h264 does not. [default "
+       "prores4444 in .mov, ffv1 in .mkv and .avi, vp9 in .webm, h264 in .mp4]");
+  text(files, "RATE", "--fps", options->frameRate,
+       "Frames a second of a movie, such as 24 or 24000/1001. [default the plate's, else 24]");
+
   const char* shots = "Shots";
   text(shots, "FRAMES", "--frames", options->frames,
        "Frames to key: 1001-1100, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are ignored. "
@@ -357,7 +428,8 @@ Run declareKey(CLI::App& command) {
   text(shots, "hold|loop|black", "--bg-time", options->pastEnd,
        "What a background or matte shows past its ends. A still is always held. [default hold]");
   flag(shots, "--skip-existing", options->skipExisting,
-       "Leave frames whose outputs exist: resumes a stopped shot. [default off]");
+       "Leave frames whose outputs exist: resumes a stopped shot. A movie exists when it is whole; "
+       "a stopped one is begun again. [default off]");
   flag(shots, "--keep-going", options->keepGoing, "Go on after a frame that failed. [default off]");
 
   const char* running = "Running";

@@ -94,8 +94,9 @@ Window keyedWindow(const KeyJob& job, int frame) {
       window = united(window, windowIn(*job.plate, *side->source, side->source->windowOf(*own)));
   }
   const bool kept =
-      std::all_of(job.outputs.begin(), job.outputs.end(),
-                  [](const ViewOutput& output) { return media::keepsDataWindow(output.path); });
+      std::all_of(job.outputs.begin(), job.outputs.end(), [](const ViewOutput& output) {
+        return !output.isMovie && media::keepsDataWindow(output.path);
+      });
   return kept ? window : united(window, job.plate->info().display);
 }
 
@@ -219,15 +220,38 @@ std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& picture
   return views;
 }
 
-void write(const KeyJob& job, const std::vector<Picture>& views, int frame) {
-  for (std::size_t i = 0; i < views.size(); ++i)
-    media::writePicture(views[i], job.outputs[i].fileOf(frame));
+// What still has to be done in order: the movies' frames, by output.
+using MovieFrames = std::vector<std::shared_ptr<AVFrame>>;
+
+MovieFrames write(const KeyJob& job, const std::vector<Picture>& views, int frame) {
+  MovieFrames rest(views.size());
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    const ViewOutput& output = job.outputs[i];
+    if (output.movie) {
+      rest[i] = output.movie->prepare(views[i]);
+    } else if (!output.isMovie) {
+      media::writePicture(views[i], output.fileOf(frame));
+    }
+  }
+  return rest;
+}
+
+void writeMovies(const KeyJob& job, const MovieFrames& frames) {
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    if (frames[i]) job.outputs[i].movie->write(frames[i]);
+  }
+}
+
+bool hasMovies(const KeyJob& job) {
+  return std::any_of(job.outputs.begin(), job.outputs.end(),
+                     [](const ViewOutput& output) { return output.movie != nullptr; });
 }
 
 // A frame on its way through the pipeline.
 struct Work {
   int frame = 0;
   FrameReads reads;
+  MovieFrames movieFrames;
   FrameStatus status = FrameStatus::done;
   Fault fault = Fault::failure;
   std::string message;
@@ -278,7 +302,7 @@ double keyStill(const KeyJob& job, int frame) {
   const auto start = std::chrono::steady_clock::now();
   const std::vector<Picture> views = keyed(job, frame, pictures, job.threads);
   const double seconds = secondsSince(start);
-  write(job, views, frame);
+  static_cast<void>(write(job, views, frame));
   return seconds;
 }
 
@@ -311,13 +335,16 @@ int keyShot(const KeyJob& job, const ShotOptions& options) {
       work->reads = {};
       // Frames run side by side; one alone does not split further.
       const std::vector<Picture> views = keyed(job, work->frame, pictures, 1);
-      write(job, views, work->frame);
+      work->movieFrames = write(job, views, work->frame);
     });
     work->reads = {};
     work->seconds += secondsSince(start);
     return work;
   };
   const auto report = [&](const std::shared_ptr<Work>& work) {
+    // A movie with a hole is none: what follows a frame that failed is not written.
+    if (progress.failed() == 0) guarded(*work, [&] { writeMovies(job, work->movieFrames); });
+    work->movieFrames.clear();
     progress.frame(work->frame, job.outputs[0].fileOf(work->frame), work->status, work->seconds,
                    work->message);
     if (work->status != FrameStatus::failed) {
@@ -349,8 +376,19 @@ int keyShot(const KeyJob& job, const ShotOptions& options) {
   const bool wasCancelled =
       stopAsked() &&
       finished.size() + static_cast<std::size_t>(progress.failed()) < options.frames.size();
+  const bool moviesLost = hasMovies(job) && (wasCancelled || progress.failed() > 0);
+  if (!moviesLost) {
+    for (const ViewOutput& output : job.outputs) {
+      if (output.movie) output.movie->finish();
+    }
+  }
   progress.finish(wasCancelled);
-  if (wasCancelled || progress.failed() > 0) {
+  if (moviesLost) {
+    std::fflush(stdout);
+    fmt::print(stderr,
+               "orvanite: {}; a movie appears when it is whole: the same command begins it again\n",
+               wasCancelled ? "stopped" : "not all frames are done");
+  } else if (wasCancelled || progress.failed() > 0) {
     std::fflush(stdout);
     std::sort(finished.begin(), finished.end());
     fmt::print(stderr,

@@ -13,6 +13,7 @@
 
 #include "apps/cli/Progress.h"
 #include "apps/media/FramePattern.h"
+#include "apps/media/MovieWriter.h"
 #include "apps/media/Source.h"
 #include "keyer/Keyer.h"
 
@@ -34,6 +35,8 @@ struct ViewOutput {
   std::string output;  // the parameter's text, such as "matte"
   std::string path;    // a file, or a pattern
   std::optional<media::FramePattern> pattern;
+  bool isMovie = false;
+  std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
   std::unique_ptr<Keyer> keyer;
   std::string fileOf(int frame) const { return pattern ? pattern->path(frame) : path; }
 };

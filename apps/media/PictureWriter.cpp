@@ -112,6 +112,10 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs) {
         "a name with the ending of a picture format, such as .png, .tif, .exr or .jpg",
         std::filesystem::path(path).extension().string());
   }
+  checkPlace(path, inputs);
+}
+
+void checkPlace(const std::string& path, std::span<const std::string> inputs) {
   std::error_code ignored;
   for (const std::string& input : inputs) {
     if (std::filesystem::equivalent(path, input, ignored)) {

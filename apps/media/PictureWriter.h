@@ -19,6 +19,9 @@ namespace orvanite::media {
 /// by whatever path; failure when its folder is missing.
 void checkOutput(const std::string& path, std::span<const std::string> inputs);
 
+/// The same for a file of any format.
+void checkPlace(const std::string& path, std::span<const std::string> inputs);
+
 /// Whether files of this name's format keep pixels that are less or more than the frame.
 bool keepsDataWindow(const std::string& path);
 

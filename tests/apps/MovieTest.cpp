@@ -9,30 +9,10 @@
 #include <fstream>
 #include <string>
 
-#include "tests/apps/Images.h"
-#include "tests/apps/Program.h"
+#include "tests/apps/Movies.h"
 
 namespace orvanite::test {
 namespace {
-
-using Arguments = std::vector<std::string>;
-
-void ffmpeg(const Arguments& arguments) {
-  Arguments all{"-y", "-v", "error"};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  const Outcome outcome = run(FFMPEG_PROGRAM, all);
-  ASSERT_EQ(outcome.code, 0) << outcome.err;
-}
-
-std::string number(int frame) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%04d", frame);
-  return text;
-}
-
-void expectSame(const std::string& a, const std::string& b) {
-  EXPECT_EQ(read(a).samples, read(b).samples) << a << " and " << b;
-}
 
 TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
   struct Case {

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Movies out: what comes back of pixels and alpha, what is carried over from the plate's file, and
+// that a movie is whole or not there, whatever ends the program.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "tests/apps/Movies.h"
+
+namespace orvanite::test {
+namespace {
+
+TEST(MovieOut, LosslessCodecsBringBackEveryBitAndAlpha) {
+  for (const OIIO::TypeDesc type : {OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT16}) {
+    const Folder folder;
+    for (int frame = 1; frame <= 3; ++frame) {
+      write(randomImage(35, 21, 4, type, static_cast<unsigned>(frame)),
+            folder / ("s." + number(frame) + ".png"));
+    }
+    for (const Arguments& output : std::vector<Arguments>{{"ffv1.mkv"},
+                                                          {"ffv1.avi"},
+                                                          {"ffv1.mov", "--codec", "ffv1"},
+                                                          {"png.mov", "--codec", "png"},
+                                                          {"qtrle.mov", "--codec", "qtrle"}}) {
+      if (output[0] == "qtrle.mov" && type == OIIO::TypeDesc::UINT16) continue;  // 8 bits only
+      SCOPED_TRACE(output[0] + " " + type.c_str());
+      Arguments key{"key", "-q", "--no-key", folder / "s.####.png", "-o", folder / output[0]};
+      key.insert(key.end(), output.begin() + 1, output.end());
+      const Outcome out = orvanite(key);
+      ASSERT_EQ(out.code, 0) << out.err;
+      const Outcome back =
+          orvanite({"key", "-q", "--no-key", folder / output[0], "-o", folder / "b.####.png"});
+      ASSERT_EQ(back.code, 0) << back.err;
+      for (int frame = 1; frame <= 3; ++frame) {
+        expectSame(folder / ("s." + number(frame) + ".png"),
+                   folder / ("b." + number(frame) + ".png"));
+      }
+    }
+  }
+}
+
+TEST(MovieOut, LossyCodecsComeCloseInColourAndAlpha) {
+  // Four flat quarters: what a codec loses there is rounding, unless planes are mixed up.
+  const Folder folder;
+  const float quarters[4][4] = {
+      {200, 40, 30, 255}, {30, 180, 60, 128}, {40, 50, 220, 0}, {235, 235, 20, 64}};
+  Image image = randomImage(128, 128, 4, OIIO::TypeDesc::UINT8, 1);
+  for (std::size_t i = 0; i < image.samples.size(); ++i) {
+    const std::size_t x = i / 4 % 128;
+    const std::size_t y = i / 4 / 128;
+    image.samples[i] = quarters[y / 64 * 2 + x / 64][i % 4];
+  }
+  write(image, folder / "s.png");
+  struct Case {
+    const char* movie;
+    float tolerance;  // of 255
+    bool alpha;
+  };
+  for (const Case& one :
+       {Case{"m.mov", 2, true}, Case{"m.webm", 4, true}, Case{"m.mp4", 4, false}}) {
+    SCOPED_TRACE(one.movie);
+    const Outcome out =
+        orvanite({"key", "--no-key", folder / "s.png", "-o", folder / one.movie, "--fps", "25"});
+    ASSERT_EQ(out.code, 0) << out.err;
+    EXPECT_EQ(out.err.find("holds no alpha") != std::string::npos, !one.alpha) << out.err;
+    ASSERT_EQ(
+        orvanite({"key", "-q", "--no-key", folder / one.movie, "-o", folder / "b.#.tif"}).code, 0);
+    const Image back = read(folder / "b.1.tif");
+    const float scale = back.spec.format == OIIO::TypeDesc::UINT16 ? 257.0F : 1.0F;
+    for (int quarter = 0; quarter < 4; ++quarter) {
+      const int x = quarter % 2 * 64 + 32;
+      const int y = quarter / 2 * 64 + 32;
+      for (std::size_t c = 0; c < 4; ++c) {
+        const float expected = c == 3 && !one.alpha ? 255 : quarters[quarter][c];
+        EXPECT_NEAR(back.samples[static_cast<std::size_t>(y * 128 + x) * 4 + c] / scale, expected,
+                    one.tolerance)
+            << "quarter " << quarter << " channel " << c;
+      }
+    }
+  }
+}
+
+TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
+  const Folder folder;
+  ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=96x64:r=24000/1001:d=4", "-f", "lavfi", "-i",
+          "sine=d=4:r=48000", "-vf",
+          "setsar=4/3,setparams=colorspace=bt709:color_primaries=bt709:color_trc=bt709:range=tv",
+          "-c:v", "libx264", "-pix_fmt", "yuv420p", "-c:a", "pcm_s16le", "-timecode", "01:00:00:00",
+          folder / "s.mov"});
+  for (const Arguments& output : std::vector<Arguments>{
+           {"m.mov"}, {"m.mkv", "--codec", "vp9"}, {"h.mov", "--codec", "h264"}}) {
+    SCOPED_TRACE(output[0]);
+    Arguments key{"key", folder / "s.mov", "--frames", "25-72", "-o", folder / output[0]};
+    key.insert(key.end(), output.begin() + 1, output.end());
+    const Outcome outcome = orvanite(key);
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    const auto streams = streamsOf(folder / output[0]);
+    ASSERT_GE(streams.size(), 2U);
+    const auto& video = streams[0];
+    EXPECT_EQ(video["r_frame_rate"], "24000/1001");
+    EXPECT_EQ(video["sample_aspect_ratio"], "4:3");
+    for (const char* tag : {"color_space", "color_primaries", "color_transfer"}) {
+      EXPECT_EQ(video.value(tag, "none"), "bt709") << tag;
+    }
+    EXPECT_EQ(video.value("color_range", "none"), "tv");
+    // The 25th frame is 24 frames, which count as one second, after the first.
+    const auto& tags = video["tags"];
+    EXPECT_EQ(tags.value("timecode", tags.value("TIMECODE", "none")), "01:00:01:00");
+    EXPECT_EQ(streams[1]["codec_type"], "audio");
+    // 48 frames take 48 * 1001 / 24000 = 2.002 s; packets are cut where their middle lies.
+    run(FFMPEG_PROGRAM, {"-y", "-v", "error", "-i", folder / output[0], "-f", "s16le", "-ac", "1",
+                         folder / "sound"});
+    const auto bytes = std::filesystem::file_size(folder / "sound");
+    EXPECT_NEAR(static_cast<double>(bytes) / 2 / 48000, 2.002, 1024.0 / 48000);
+  }
+  const Outcome gaps =
+      orvanite({"key", folder / "s.mov", "--frames", "1-20x2", "-o", folder / "g.mov"});
+  EXPECT_NE(gaps.err.find("the sound is left out"), std::string::npos) << gaps.err;
+  EXPECT_EQ(streamsOf(folder / "g.mov")[0]["nb_frames"], "10");
+}
+
+TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
+  const Folder folder;
+  write(randomImage(21, 20, 3, OIIO::TypeDesc::UINT8, 1), folder / "s.png");
+  const std::pair<Arguments, const char*> cases[] = {
+      {{"-o", folder / "m.mov", "--codec", "dnx"},
+       "--codec: expected one of prores4444, h264, ffv1, vp9, qtrle, png, found 'dnx'"},
+      {{"-o", folder / "m.webm", "--codec", "png"}, "expected an ending that holds png: .mov"},
+      {{"-o", folder / "m.wmv"}, "expected a movie ending that can be written: .mov"},
+      {{"-o", folder / "m.mp4"}, "h264 takes an even width and height, found 21x20"},
+      {{"-o", folder / "m.mov", "--fps", "fast"}, "--fps: expected frames a second"},
+      {{"-o", folder / "m.mov", "--keep-going"}, "a movie cannot leave frames out"},
+      {{"-o", folder / "m.png", "--codec", "png"}, "--codec: expected a movie to write"}};
+  for (const auto& [arguments, message] : cases) {
+    Arguments key{"key", "-q", folder / "s.png"};
+    key.insert(key.end(), arguments.begin(), arguments.end());
+    const Outcome outcome = orvanite(key);
+    EXPECT_EQ(outcome.code, 2) << message;
+    EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
+  }
+  EXPECT_EQ(folder.names(), std::vector<std::string>{"s.png"});
+}
+
+TEST(MovieOut, ABrokenFrameOrAFullDiskLeavesNoMovie) {
+  const Folder folder;
+  for (int frame = 1; frame <= 6; ++frame) {
+    write(randomImage(200, 200, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(frame)),
+          folder / ("s." + number(frame) + ".png"));
+  }
+  const Folder disk;
+  if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=256k") == 0) {
+    for (const char* name : {"m.mov", "m.mkv", "m.avi"}) {
+      const Outcome full =
+          orvanite({"key", "-q", folder / "s.####.png", "--screen", "0,1,0", "-o", disk / name});
+      EXPECT_EQ(full.code, 4) << name;
+      EXPECT_NE(full.err.find(": cannot be written: No space left on device"), std::string::npos)
+          << full.err;
+      EXPECT_TRUE(disk.names().empty()) << name;
+    }
+    ::umount2(disk.path().c_str(), MNT_DETACH);
+  }
+  const Folder out;
+  std::filesystem::resize_file(folder / "s.0004.png", 300);
+  const Outcome broken = orvanite({"key", "-q", folder / "s.####.png", "-o", out / "m.mov",
+                                   "--matte-output", out / "k.####.png"});
+  EXPECT_EQ(broken.code, 4);
+  EXPECT_NE(broken.err.find("orvanite: frame 4: "), std::string::npos) << broken.err;
+  EXPECT_NE(broken.err.find("a movie appears when it is whole"), std::string::npos) << broken.err;
+  for (const std::string& name : out.names()) EXPECT_TRUE(name.starts_with("k.")) << name;
+}
+
+TEST(MovieOut, KilledAtAnyMomentItIsNotThereAndTheNextRunMakesIt) {
+  const Folder folder;
+  const std::string plate = folder / "s.mov";
+  ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=320x240:r=25:d=2", "-c:v", "png", plate});
+  for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
+    const Folder out;
+    const std::string movie = out / "m.mov";
+    const pid_t child = ::fork();
+    if (child == 0) {
+      std::freopen("/dev/null", "w", stdout);
+      std::freopen("/dev/null", "w", stderr);
+      ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", movie.c_str(), nullptr);
+      ::_exit(127);
+    }
+    // Until there is something to lose.
+    for (int i = 0; i < 2000 && out.names().empty(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ::kill(child, signal);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (signal != SIGKILL) {
+      EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 130);
+      EXPECT_TRUE(out.names().empty());
+    }
+    EXPECT_FALSE(std::filesystem::exists(movie));
+    const Arguments again{"key", "-q", "--skip-existing", plate, "-o", movie};
+    EXPECT_EQ(orvanite(again).code, 0);
+    EXPECT_EQ(streamsOf(movie)[0]["nb_frames"], "50");
+    const auto made = std::filesystem::last_write_time(movie);
+    EXPECT_EQ(orvanite(again).code, 0);
+    EXPECT_EQ(std::filesystem::last_write_time(movie), made);
+  }
+}
+
+}  // namespace
+}  // namespace orvanite::test
