@@ -10,6 +10,7 @@
 #include <cassert>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "platform/NRiExpression.h"
 #include "platform/NRiLexer.h"
@@ -97,18 +98,21 @@ void NRiPlug::reset() {
   object_ = nullptr;
 }
 
+// Plugs that are destroyed spread, too, so that nothing here may fail: those still to be gone on from
+// are chained through themselves. Each is there once, as only one that was not dirty comes in.
 void NRiPlug::spread() {
-  std::vector<NRiPlug*> work{this};
-  while (!work.empty()) {
-    NRiPlug* const plug = work.back();
-    work.pop_back();
-    for (NRiPlug* const dependent : plug->dependents_) {
+  NRiPlug* work = nullptr;
+  const auto goOnFrom = [&work](const NRiPlug& plug) {
+    for (NRiPlug* const dependent : plug.dependents_) {
       if (dependent->dirty_) continue;  // then so is what depends on it, or has not read it
       dependent->dirty_ = true;
-      work.push_back(dependent);
+      dependent->next_ = work;
+      work = dependent;
       if (dependent->owner_) dependent->owner_->notify(dependent);
     }
-  }
+  };
+  goOnFrom(*this);
+  while (work) goOnFrom(*std::exchange(work, work->next_));
 }
 
 void NRiPlug::invalidate() {
@@ -208,8 +212,8 @@ bool NRiPlug::resolve(std::size_t i) {
   const auto& reference = expression_->references()[i];
   NRiPlug* const target = NRiScope::findPlug(owner_, reference.node, reference.plug);
   if (!target) return false;
-  targets_[i] = target;
   target->dependents_.push_back(this);
+  targets_[i] = target;
   return true;
 }
 
@@ -311,9 +315,9 @@ void NRiPlug::connect(NRiPlug* source) {
   assert(source != this);
   const bool had = source_ != nullptr || expression_ != nullptr;
   leave();
-  source_ = source;
   if (source) {
     source->dependents_.push_back(this);
+    source_ = source;
     dirty_ = true;
   } else if (had || computed_) {
     if (had) reset();
@@ -326,8 +330,10 @@ void NRiPlug::connect(NRiPlug* source) {
 }
 
 void NRiPlug::addDependency(NRiPlug* source) {
-  declared_.push_back(source);
+  // Both ends of the edge or none, whatever fails.
+  declared_.reserve(declared_.size() + 1);
   source->dependents_.push_back(this);
+  declared_.push_back(source);
   computed_ = true;
   dirty_ = true;
   spread();

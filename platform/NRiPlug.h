@@ -117,6 +117,7 @@ class NRI_API NRiPlug {
   bool computed_;  // eval() works the value out when nothing else gives it
   bool evaluating_ = false;
   long evaluations_ = 0;
+  NRiPlug* next_ = nullptr;  // while dirtiness spreads
 
   int integer_ = 0;
   float number_ = 0;

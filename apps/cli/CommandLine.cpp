@@ -146,12 +146,9 @@ void CommandLine::refuse(const std::string& message) {
   run_ = [message] { return report(message, wrongUse); };
 }
 
-int runCommandLine(const std::vector<std::string>& words) {
+int reported(const std::function<int()>& action) {
   try {
-    if (const std::string& problem = targetProblem(); !problem.empty()) {
-      return report(problem, wrongUse);
-    }
-    return CommandLine(words).run();
+    return action();
   } catch (const Error& error) {
     return report(error.what(), codeOf(error.fault()));
   } catch (const std::bad_alloc&) {
@@ -159,6 +156,13 @@ int runCommandLine(const std::vector<std::string>& words) {
   } catch (const std::exception& error) {
     return report(error.what(), failed);
   }
+}
+
+int runCommandLine(const std::vector<std::string>& words) {
+  return reported([&words] {
+    const std::string& problem = targetProblem();
+    return problem.empty() ? CommandLine(words).run() : report(problem, wrongUse);
+  });
 }
 
 }  // namespace orvanite::cli

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,8 +33,10 @@ class CommandLine {
   Run run_;
 };
 
-/// The whole command: understands, runs, and turns whatever goes wrong into one line on standard
-/// error and an exit code. Lets no exception through.
+/// Turns whatever an action throws into one line on standard error and an exit code.
+int reported(const std::function<int()>& action);
+
+/// The whole command, understood, run and reported. Lets no exception through.
 ///
 /// words  without the program's own name
 int runCommandLine(const std::vector<std::string>& words);

@@ -112,7 +112,7 @@ std::vector<std::string> optionsFor(const Settings& settings) {
   std::vector<std::string> options;
   for (const Parameter& parameter : parameters()) {
     if (settings.given(parameter.name)) {
-      options.push_back(optionName(parameter.name) + ' ' + settings.text(parameter.name));
+      options.push_back(optionName(parameter.name) + '=' + settings.text(parameter.name));
     }
   }
   return options;

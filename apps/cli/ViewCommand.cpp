@@ -56,7 +56,7 @@ std::string commandFor(const ViewCommandOptions& options, const Settings& settin
   file("--hold-out", options.files.holdOut);
   file("--garbage", options.files.garbage);
   file("--reference", options.files.reference);
-  for (const std::string& option : optionsFor(settings)) line += " " + option;
+  for (const std::string& option : optionsFor(settings)) line += " " + shellWord(option);
   return line + " -o " + shellWord(outputOf(options));
 }
 

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "apps/media/DpxHeader.h"
 #include "apps/media/JpegEnd.h"
 #include "apps/media/QuietPng.h"
 #include "keyer/Error.h"
@@ -20,6 +21,9 @@ namespace {
 // More than any camera or scanner gives; a header that says more is taken for a broken one.
 constexpr int sideLimit = 65535;
 constexpr std::int64_t pixelLimit = std::int64_t{1} << 28;
+
+// How far from the origin windows may lie, so that no sum of their edges leaves an int.
+constexpr int farthest = 1 << 24;
 
 // Of one read: large enough for OpenEXR's largest compressed blocks (256 rows), small beside a
 // picture.
@@ -106,6 +110,15 @@ std::string sizeText(int width, int height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
+bool sizeIsFine(int width, int height) {
+  return width >= 1 && height >= 1 && width <= sideLimit && height <= sideLimit &&
+         std::int64_t{width} * height <= pixelLimit;
+}
+
+bool placeIsFine(int x, int y) {
+  return x >= -farthest && y >= -farthest && x <= farthest && y <= farthest;
+}
+
 }  // namespace
 
 std::string oneLine(std::string text) {
@@ -130,6 +143,9 @@ PictureReader::PictureReader(const std::string& path) {
   if (status.type() == std::filesystem::file_type::directory) {
     fail("expected a picture, found a folder");
   }
+  if (!dpxHoldsItsUserData(path)) {
+    fail("broken: its header promises more user data than the file holds");
+  }
   quietPng();
   OIIO::ImageSpec wish;
   wish.attribute("oiio:UnassociatedAlpha", 1);
@@ -142,10 +158,17 @@ PictureReader::PictureReader(const std::string& path) {
   auto kept = std::make_shared<OIIO::ImageSpec>(spec);
   kept->attribute("orvanite:format", input_->format_name());
   spec_ = kept;
-  if (spec.width < 1 || spec.height < 1 || spec.width > sideLimit || spec.height > sideLimit ||
-      std::int64_t{spec.width} * spec.height > pixelLimit) {
+  const bool framed = spec.full_width >= 1 && spec.full_height >= 1;
+  const int width = framed && sizeIsFine(spec.width, spec.height) ? spec.full_width : spec.width;
+  const int height = framed && sizeIsFine(spec.width, spec.height) ? spec.full_height : spec.height;
+  if (!sizeIsFine(width, height)) {
     fail("expected a picture of 1x1 to 65535x65535 and no more than 268435456 pixels, found " +
-         sizeText(spec.width, spec.height));
+         sizeText(width, height));
+  }
+  if (!placeIsFine(spec.x, spec.y) || !placeIsFine(spec.full_x, spec.full_y)) {
+    fail("expected pixels within 16777216 of the origin, found them at " + std::to_string(spec.x) +
+         "," + std::to_string(spec.y) + " in a frame at " + std::to_string(spec.full_x) + "," +
+         std::to_string(spec.full_y));
   }
   if (spec.deep) fail("expected one sample a pixel, found a deep picture");
   if (spec.depth > 1) fail("expected a flat picture, found a volume");
@@ -154,8 +177,8 @@ PictureReader::PictureReader(const std::string& path) {
   info_.format = input_->format_name();
   if (info_.format == "jpeg" && !jpegIsWhole(path)) fail("broken: the file ends too early");
   info_.data = {spec.x, spec.y, spec.width, spec.height};
-  info_.display = {spec.full_x, spec.full_y, spec.full_width, spec.full_height};
-  if (spec.full_width < 1 || spec.full_height < 1) info_.display = info_.data;
+  info_.display = info_.data;
+  if (framed) info_.display = {spec.full_x, spec.full_y, spec.full_width, spec.full_height};
   info_.samples = samplesOf(spec.format);
   info_.bits =
       spec.get_int_attribute("oiio:BitsPerSample", static_cast<int>(spec.format.basesize()) * 8);
@@ -180,7 +203,7 @@ void PictureReader::readInto(Picture& picture, int firstChannel, int channels, i
   const OIIO::ImageSpec& spec = *spec_;
   const auto pixelBytes = std::ptrdiff_t{4} * picture.depth;
   const auto rowBytes = static_cast<std::ptrdiff_t>(picture.rowBytes());
-  const bool tiled = spec.tile_width > 0;
+  const bool tiled = spec.tile_width > 0 && spec.tile_height > 0;
   const int rows = tiled ? spec.tile_height : bandRows;
   for (int row = 0; row < spec.height; row += rows) {
     const int end = std::min(row + rows, spec.height);

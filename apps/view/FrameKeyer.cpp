@@ -90,7 +90,7 @@ Settings settingsFor(PageView view, Settings settings) {
       break;
     case PageView::overGrey:
       settings.setText("output", "compOnColour");
-      settings.setNumber("background", middleGrey);
+      settings.setNumber("backgroundColour", middleGrey);
       break;
     case PageView::overChecker:
       settings.setText("output", "composite");

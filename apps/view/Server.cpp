@@ -81,6 +81,14 @@ class Http : public httplib::Server {
  public:
   void widen() { ::listen(svr_sock_, connectionsPending); }
 
+  std::string answer(const std::string& request) {
+    httplib::detail::BufferStream stream;
+    stream.write(request.data(), request.size());
+    bool closed = false;
+    process_request(stream, true, closed, nullptr);
+    return stream.get_buffer().substr(request.size());
+  }
+
  private:
   bool process_and_close_socket(int socket) override {
     Connection connection(socket, connectionLimits);
@@ -305,6 +313,10 @@ Server::Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, b
 }
 
 Server::~Server() = default;
+
+std::string Server::answer(const std::string& request) {
+  return implementation_->http.answer(request);
+}
 
 std::string Server::address() const { return implementation_->access->address(); }
 

@@ -43,6 +43,9 @@ class Server {
          Settings settings, Exports exports);
   ~Server();
 
+  /// Answers the bytes of one request without a connection. For fuzzers.
+  std::string answer(const std::string& request);
+
   /// The page's address, with its token.
   std::string address() const;
 

@@ -11,7 +11,9 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
+#include <utility>
 
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFrames.h"
@@ -19,6 +21,13 @@
 namespace {
 
 constexpr int largestSide = 65536;
+constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
+
+// How far from the origin pixels may lie, so that no sum of their edges leaves an int.
+constexpr std::int64_t farthest = 1 << 24;
+
+// Of the lines that are read at once.
+constexpr std::size_t bandBytes = std::size_t{1} << 26;
 
 std::unique_ptr<OIIO::ImageInput> opened(const std::string& path) {
   OIIO::ImageSpec wish;
@@ -104,18 +113,24 @@ const NRiFileIn::Header& NRiFileIn::header() {
   const bool framed = spec.full_width > 0 && spec.full_height > 0;
   found.width = framed ? spec.full_width : spec.width;
   found.height = framed ? spec.full_height : spec.height;
-  if (std::min(found.width, found.height) < 1 ||
-      std::max(found.width, found.height) > largestSide || std::min(spec.width, spec.height) < 1 ||
-      std::max(spec.width, spec.height) > largestSide) {
-    throw NRiError(fmt::format("{}: expected 1x1 to 65536x65536 pixels, found {}x{}", file,
-                               found.width, found.height));
+  for (const auto& [width, height] :
+       {std::pair(spec.width, spec.height), std::pair(found.width, found.height)}) {
+    if (std::min(width, height) >= 1 && std::max(width, height) <= largestSide &&
+        std::int64_t{width} * height <= mostPixels) {
+      continue;
+    }
+    throw NRiError(fmt::format(
+        "{}: expected 1x1 to 65536x65536 and no more than 268435456 pixels, found {}x{}", file,
+        width, height));
   }
-  const int x = framed ? spec.x - spec.full_x : 0;
-  const int y = framed ? spec.y - spec.full_y : 0;
-  if (std::abs(x) > largestSide || std::abs(y) > largestSide) {
+  const std::int64_t x = framed ? std::int64_t{spec.x} - spec.full_x : 0;
+  const std::int64_t y = framed ? std::int64_t{spec.y} - spec.full_y : 0;
+  if (std::abs(x) > largestSide || std::abs(y) > largestSide ||
+      std::max(std::abs(std::int64_t{spec.x}), std::abs(std::int64_t{spec.y})) > farthest) {
     throw NRiError(file + ": expected a data window near the display window");
   }
-  found.data = {x, y, x + spec.width, y + spec.height};
+  found.data = {static_cast<int>(x), static_cast<int>(y), static_cast<int>(x) + spec.width,
+                static_cast<int>(y) + spec.height};
   found.bytes = bytesOf(spec.format);
   found.red = spec.channelindex("R");
   found.green = spec.channelindex("G");
@@ -126,6 +141,7 @@ const NRiFileIn::Header& NRiFileIn::header() {
     found.blue = spec.nchannels >= 3 ? 2 : 0;
   }
   found.alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : spec.channelindex("A");
+  if (found.alpha >= spec.nchannels) found.alpha = -1;
   found.grey = found.alpha < 0 && spec.nchannels == 1;
   if (found.grey) found.alpha = 0;
   found.channels = found.alpha >= 0 ? 15 : 14;
@@ -151,27 +167,33 @@ int NRiFileIn::eval(NRiPlug* plug) {
 
 NRiIBuf NRiFileIn::read(const Header& header) const {
   const auto input = opened(header.path);
-  const int count = input->spec().nchannels;
+  const OIIO::ImageSpec& spec = input->spec();
+  const int count = spec.nchannels;
   const auto bytes = static_cast<std::size_t>(header.bytes);
+  const int order[4] = {header.alpha, header.blue, header.green, header.red};
+  if (spec.width != header.data.x2 - header.data.x1 ||
+      spec.height != header.data.y2 - header.data.y1 ||
+      count <= *std::max_element(std::begin(order), std::end(order))) {
+    throw NRiError(header.path + ": changed while it was read");
+  }
   // All channels of a band of lines at a time, then the wanted ones into their order.
   NRiIBuf pixels;
   pixels.allocate(header.data, header.channels, header.bytes);
-  const int order[4] = {header.alpha, header.blue, header.green, header.red};
   const int first = header.channels == 15 ? 0 : 1;
-  const OIIO::ImageSpec& spec = input->spec();
-  const int rows = spec.tile_width > 0 ? spec.tile_height : 64;
+  const bool tiled = spec.tile_width > 0 && spec.tile_height > 0;
   const std::size_t pixelSize = static_cast<std::size_t>(count) * bytes;
-  const std::size_t bandSize =
-      static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(rows) * pixelSize;
-  const auto band = std::make_unique<std::byte[]>(bandSize);
+  const std::size_t lineSize = static_cast<std::size_t>(spec.width) * pixelSize;
+  const int rows = tiled ? std::min(spec.tile_height, spec.height)
+                         : static_cast<int>(std::clamp<std::size_t>(bandBytes / lineSize, 1, 64));
+  const auto band =
+      std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(rows) * lineSize);
   for (int row = 0; row < spec.height; row += rows) {
     const int end = std::min(row + rows, spec.height);
     const OIIO::TypeDesc type = typeOf(header.bytes);
-    const bool fine = spec.tile_width > 0
-                          ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row,
-                                              spec.y + end, 0, 1, 0, count, type, band.get())
-                          : input->read_scanlines(0, 0, spec.y + row, spec.y + end, 0, 0, count,
-                                                  type, band.get());
+    const bool fine = tiled ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row,
+                                                spec.y + end, 0, 1, 0, count, type, band.get())
+                            : input->read_scanlines(0, 0, spec.y + row, spec.y + end, 0, 0, count,
+                                                    type, band.get());
     if (!fine) {
       throw NRiError(fmt::format("{}: broken near line {}: {}", header.path, row,
                                  NRiPrintable(input->geterror())));

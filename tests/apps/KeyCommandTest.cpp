@@ -323,6 +323,16 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   const std::string signature("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
   std::ofstream(folder / "zero.png")
       << signature << std::string("\0\0\0\0\0\0\0\0\x08\2\0\0\0\0\0\0\0", 17);
+  // A few pixels of a frame that no memory holds, or that lies where sums leave an int.
+  Image framed = randomImage(16, 16, 3, OIIO::TypeDesc::HALF, 1);
+  framed.spec.full_width = framed.spec.full_height = 1 << 29;
+  write(framed, folder / "framed.exr");
+  framed.spec.full_width = framed.spec.full_height = 16;
+  framed.spec.x = framed.spec.full_x = 1 << 29;
+  write(framed, folder / "far.exr");
+  // A DPX header whose four bytes at 32 promise a gigabyte of user data.
+  std::ofstream(folder / "user.dpx")
+      << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
   // A PPM header is believed as it stands: large sides, nothing behind them.
   std::ofstream(folder / "huge.ppm") << "P6\n60000 60000\n255\n";
   std::filesystem::create_symlink(folder / "fg.png", folder / "link.png");
@@ -350,6 +360,9 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {{folder / "cut.jpg", "-o", out}, 1, "cut.jpg: broken: the file ends too early"},
       {{folder / "zero.png", "-o", out}, 1, "zero.png: "},
       {{folder / "huge.ppm", "-o", out}, 1, "found 60000x60000"},
+      {{folder / "user.dpx", "-o", out}, 1, "promises more user data than the file holds"},
+      {{folder / "framed.exr", "--auto", "-o", out}, 1, "found 536870912x536870912"},
+      {{folder / "far.exr", "-o", out}, 1, "found them at 536870912,0"},
       {{fg, "--bg", folder / "small.png", "-o", out},
        2,
        "small.png: expected a background of the plate's size 16x16, found 16x8"},

@@ -72,7 +72,7 @@ async function keyed(page, output) {
   const line = await copiedCommand(page);
   const to = join(folder(), 'key.png');
   const deep = /\.(tif|exr)\b/.test(line) ? join(folder(), 'key.tif') : to;
-  const given = output ? line.replace(/ --output \S+/, '').replace(/ -o /, ` --output ${output} -o `) : line;
+  const given = output ? line.replace(/ --output=\S+/, '').replace(/ -o /, ` --output ${output} -o `) : line;
   shellRun(given.replace(/^orvanite/, program).replace(/ -o .*$/, ` -q -o ${deep}`));
   if (deep !== to) shellRun(`oiiotool -iconfig oiio:UnassociatedAlpha 1 ${deep} -d uint8 -o ${to}`);
   return readPng(to);

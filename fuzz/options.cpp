@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Takes every line as a word of a command line. The whole line is understood but not run; the
+// options of a key are set, and said again they set the same; each word is taken for frames and for
+// a pattern, too. No file is opened.
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "apps/cli/CommandLine.h"
+#include "apps/cli/ParameterOptions.h"
+#include "apps/cli/ScreenOptions.h"
+#include "apps/media/FramePattern.h"
+#include "apps/media/FrameRange.h"
+#include "keyer/Error.h"
+
+namespace {
+
+using orvanite::Error;
+using orvanite::Settings;
+using Words = std::vector<std::string>;
+
+Words wordsOf(const unsigned char* data, std::size_t size) {
+  std::istringstream text(std::string(reinterpret_cast<const char*>(data), size));
+  Words words;
+  for (std::string word; std::getline(text, word);) words.push_back(word);
+  return words;
+}
+
+// Whatever fails says why.
+template <class Action>
+bool allowed(const Action& action) {
+  try {
+    action();
+    return true;
+  } catch (const Error& error) {
+    if (error.message().empty()) std::abort();
+    return false;
+  }
+}
+
+// A grey picture with some green, for the options that look at one.
+orvanite::media::Picture plate() {
+  auto picture = orvanite::media::Picture::make({0, 0, 8, 8}, 1, orvanite::media::Samples::uint8);
+  for (std::size_t i = 0; i < picture.bytes(); ++i) {
+    picture.pixels[i] = static_cast<std::byte>(i % 4 == 1 ? 180 : i % 9);
+  }
+  return picture;
+}
+
+// The words that belong to these options, set as a key sets them.
+bool set(const Words& words, Settings& settings, bool look) {
+  CLI::App app;
+  orvanite::cli::ParameterOptions parameters;
+  orvanite::cli::ScreenOptions screen;
+  parameters.addTo(app);
+  screen.addTo(app);
+  app.allow_extras();
+  try {
+    app.parse(Words(words.rbegin(), words.rend()));
+  } catch (const CLI::Error&) {
+    return false;
+  }
+  return allowed([&] {
+    screen.apply(parameters, settings);
+    if (look) screen.look([](std::optional<int>) { return plate(); }, "", 1, settings, true);
+  });
+}
+
+void readAsFrames(const std::string& word) {
+  std::vector<int> frames;
+  if (!allowed([&] { frames = orvanite::media::parseFrames(word, "--frames"); })) return;
+  if (frames.empty() || frames.size() > 10000) return;
+  std::sort(frames.begin(), frames.end());
+  if (orvanite::media::parseFrames(orvanite::media::formatFrames(frames), "again") != frames) {
+    std::abort();
+  }
+}
+
+void readAsPattern(const std::string& word) {
+  if (const auto pattern = orvanite::media::FramePattern::parse(word)) {
+    if (pattern->path(7) == pattern->path(8)) std::abort();
+    pattern->text();
+  }
+  for (const int frame : {0, -3, 1001}) {
+    allowed([&] { orvanite::cli::frameBeside(word, frame); });
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  const Words words = wordsOf(data, size);
+  allowed([&] { const orvanite::cli::CommandLine line(words); });
+  Settings settings;
+  if (set(words, settings, true)) {
+    Settings again;
+    if (!set(orvanite::cli::optionsFor(settings), again, false)) std::abort();
+    if (!(again == settings)) std::abort();
+  }
+  for (const std::string& word : words) {
+    readAsFrames(word);
+    readAsPattern(word);
+  }
+  return 0;
+}
