@@ -24,6 +24,8 @@ class NRiExpression::Compiler {
   void compile() {
     choice();
     if (token_.kind != NRiToken::kEnd) fail("the end of the expression");
+    // A comment at the end would hide what is saved behind the expression.
+    out_.text_.resize(last_);
   }
 
  private:
@@ -39,6 +41,7 @@ class NRiExpression::Compiler {
   }
 
   void advance() {
+    last_ = token_.end();
     token_ = lexer_.next();
     if (token_.kind == NRiToken::kBad) throw NRiError(here(), token_.text);
   }
@@ -204,6 +207,7 @@ class NRiExpression::Compiler {
   NRiExpression& out_;
   NRiLexer lexer_;
   NRiToken token_;
+  std::size_t last_ = 0;  // end of the token before
   NRiPosition at_;
   int depth_ = 0;
 };

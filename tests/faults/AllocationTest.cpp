@@ -43,7 +43,7 @@ std::string contents(const std::string& path) {
 
 int step() {
   const char* text = std::getenv("ORVANITE_FAULT_STEP");
-  return text != nullptr ? std::max(1, std::atoi(text)) : 7;
+  return text != nullptr ? std::max(1, std::atoi(text)) : 29;
 }
 
 // Where an exception was let go.
@@ -78,8 +78,9 @@ Outcome starved(const Words& words, long number, Failing failing, const std::str
   return outcome;
 }
 
-// Until nothing failed any more.
-void starveEach(const Words& words, const Folder& out, const std::string& output) {
+// Until nothing failed any more. `unkeyed` is what may be written as well.
+void starveEach(const Words& words, const Folder& out, const std::string& output,
+                const std::string& unkeyed = {}) {
   const Folder said;
   const Outcome fed = starved(words, -1, Failing::once, said / "said");
   ASSERT_EQ(fed.code, nothingFailed) << fed.err;
@@ -95,7 +96,8 @@ void starveEach(const Words& words, const Folder& out, const std::string& output
       if (outcome.code == nothingFailed) break;
       ++tried;
       if (outcome.code == 0) {
-        EXPECT_EQ(contents(output), whole);
+        const std::string written = contents(output);
+        EXPECT_TRUE(written == whole || (!unkeyed.empty() && written == unkeyed));
         std::filesystem::remove(output);
       } else {
         EXPECT_EQ(outcome.code, cli::failed);
@@ -126,12 +128,14 @@ TEST(Starved, ARunEndsCleanly) {
   const Folder in;
   const Folder out;
   write(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), in / "fg.png");
-  std::ofstream(in / "s.orv") << "fg = FileIn(\"" << in / "fg.png"
-                              << "\");\n"
-                              << "k = Orvanite(fg, fg);\n"
-                              << "o = FileOut(k, \"" << out / "out.png"
-                              << "\");\n";
-  starveEach({"run", "-q", "--threads", "2", in / "s.orv"}, out, out / "out.png");
+  const std::string plate = "fg = FileIn(\"" + (in / "fg.png") + "\");\n";
+  const std::string output = "\"" + (out / "out.png") + "\");\n";
+  std::ofstream(in / "plate.orv") << plate << "o = FileOut(fg, " << output;
+  std::ofstream(in / "key.orv") << plate << "k = Orvanite(fg, fg);\no = FileOut(k, " << output;
+  // Without memory for its tables the node shows its foreground.
+  ASSERT_EQ(orvanite({"run", "-q", in / "plate.orv"}).code, 0);
+  starveEach({"run", "-q", "--threads", "2", in / "key.orv"}, out, out / "out.png",
+             contents(out / "out.png"));
 }
 
 }  // namespace
