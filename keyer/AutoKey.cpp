@@ -84,34 +84,64 @@ Rgb meanOf(const std::vector<Pixel>& pixels) {
           static_cast<float>(sum[2] / count)};
 }
 
-/// Steps every knob that was not given up and down, ever finer, for as long as the error falls.
+/// The same plate gives the same key: chance from a fixed seed.
+struct Chance {
+  std::uint32_t state = 1;
+  std::uint32_t next() {
+    state = state * 1664525U + 1013904223U;
+    return state >> 8;
+  }
+  float signedShare() { return static_cast<float>(next()) / 8388608.0F - 1; }
+};
+
+/// Steps every knob that was not given up and down, and several at a time, ever finer, for as long
+/// as the error falls.
 class Search {
  public:
   Search(const Settings& given, const Screen& screen, KeyTrial& trial)
       : given_(given), screen_(screen), trial_(trial) {}
 
-  Settings best(Settings settings, const std::vector<Knob>& knobs) {
+  Settings best(Settings settings, const std::vector<Knob>& all) {
+    std::vector<Knob> knobs;
     std::vector<float> values;
-    for (const Knob& knob : knobs) {
+    for (const Knob& knob : all) {
+      if (given_.given(knob.name == fraction ? "screen" : knob.name)) continue;
+      knobs.push_back(knob);
       values.push_back(knob.name == fraction ? knob.start : settings.number(knob.name));
     }
     float error = trial_.error(settings);
+    const auto keepBetter = [&](const Settings& next, const std::vector<float>& turned) {
+      // Less than a thousandth better is chance.
+      const float found = trial_.error(next);
+      if (found >= 0.999F * error) return;
+      error = found;
+      values = turned;
+      settings = next;
+    };
+    const auto turnedTo = [](const Knob& knob, float value) {
+      return std::clamp(value, knob.low, knob.high);
+    };
     for (float scale = 1; scale > 0.05F;) {
       const float before = error;
       for (std::size_t i = 0; i < knobs.size(); ++i) {
-        const Knob& knob = knobs[i];
-        if (given_.given(knob.name == fraction ? "screen" : knob.name)) continue;
         for (const float sign : {1.0F, -1.0F}) {
-          const float value = std::clamp(values[i] + sign * scale * knob.step, knob.low, knob.high);
           Settings next = settings;
-          turn(next, knob, value);
-          // Less than a thousandth better is chance.
-          if (const float found = trial_.error(next); found < 0.999F * error) {
-            error = found;
-            values[i] = value;
-            settings = next;
-          }
+          std::vector<float> turned = values;
+          turned[i] = turnedTo(knobs[i], values[i] + sign * scale * knobs[i].step);
+          turn(next, knobs[i], turned[i]);
+          keepBetter(next, turned);
         }
+      }
+      // Knobs turned together find what no one of them finds: balances and gains pull at one edge.
+      Chance chance;
+      for (int trial = 0; trial < jointTrials && knobs.size() > 1; ++trial) {
+        Settings next = settings;
+        std::vector<float> turned = values;
+        for (std::size_t i = 0; i < knobs.size(); ++i) {
+          turned[i] = turnedTo(knobs[i], values[i] + chance.signedShare() * scale * knobs[i].step);
+          turn(next, knobs[i], turned[i]);
+        }
+        keepBetter(next, turned);
       }
       if (error == before) scale /= 2;
     }
@@ -119,6 +149,8 @@ class Search {
   }
 
  private:
+  static constexpr int jointTrials = 60;  // at each scale; a search takes half a second with them
+
   void turn(Settings& settings, const Knob& knob, float value) const {
     if (knob.name == fraction) {
       setColour(settings, "screen", screen_.colourAtFraction(value));
@@ -147,10 +179,9 @@ std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean
         {b.colour, clean.at(b.x, b.y), 0, static_cast<float>(back.size()) / sure / count});
   }
   if (front.empty()) return known;
-  std::uint32_t state = 1;  // a fixed seed: the same plate gives the same key
-  const auto pick = [&state](const std::vector<Pixel>& from) -> const Pixel& {
-    state = state * 1664525U + 1013904223U;
-    return from[(state >> 8) % from.size()];
+  Chance chance;
+  const auto pick = [&chance](const std::vector<Pixel>& from) -> const Pixel& {
+    return from[chance.next() % from.size()];
   };
   for (std::size_t i = 0; i < count; ++i) {
     const Pixel& f = front[i * front.size() / count];
@@ -186,7 +217,7 @@ std::vector<KnownPixel> scaled(std::vector<KnownPixel> pixels, float scale) {
 }
 
 /// Pixels of the plate with the mattes that a key beside the screen's local colour gives them; the
-/// soft ones weigh a third of all.
+/// soft ones weigh half of all.
 std::vector<KnownPixel> keyedPixels(const Plate& plate, const CleanPlate& clean,
                                     const Settings& settings, float scale) {
   std::vector<KnownPixel> seen;
@@ -200,7 +231,7 @@ std::vector<KnownPixel> keyedPixels(const Plate& plate, const CleanPlate& clean,
     seen[i].matte = trial.matteOf(i);
     kinds[seen[i].matte > 0.03F && seen[i].matte < 0.97F ? 1 : 0].push_back(seen[i]);
   }
-  constexpr std::array<float, 2> shares = {0.7F, 0.3F};
+  constexpr std::array<float, 2> shares = {0.5F, 0.5F};
   constexpr std::size_t most = 1700;  // of either
   std::vector<KnownPixel> known;
   for (std::size_t kind = 0; kind < 2; ++kind) {

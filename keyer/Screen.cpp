@@ -29,6 +29,9 @@ constexpr float ownHue = 0.07F;
 // screen's.
 constexpr float besideHue = 0.04F;
 constexpr float farthestHue = 0.2F;
+// A fuller colour than the screen's is the screen in the dark rather than a mix: no subject makes a
+// green screen greener. Its hue may change faster.
+constexpr float besideFuller = 0.12F;
 // A screen fills at least this share of the frame.
 constexpr float leastCoverage = 0.004F;
 
@@ -177,8 +180,15 @@ bool Screen::holds(const Rgb& c) const {
 
 bool Screen::holdsBeside(const Rgb& c, const Rgb& beside) const {
   const Chromaticity own = chromaticity(c);
-  return found && leansTo(c, primary) && distance(own, {hue[0], hue[1]}) < farthestHue &&
-         distance(own, chromaticity(beside)) < besideHue;
+  const float step = distance(own, chromaticity(beside));
+  if (!found || !leansTo(c, primary)) return false;
+  if (isFuller(c)) return step < besideFuller;
+  return distance(own, {hue[0], hue[1]}) < farthestHue && step < besideHue;
+}
+
+bool Screen::isFuller(const Rgb& c) const {
+  const auto p = static_cast<std::size_t>(primary);
+  return lean(c, primary) * colour[p] > lean(colour, primary) * c[p];
 }
 
 Screen findScreen(const Plate& plate) {
@@ -219,8 +229,17 @@ Screen findScreen(const Plate& plate) {
   std::vector<Rgb> colours;
   for (const Pixel& p : pixels) colours.push_back(p.colour);
   screen.colour = medianOf(colours);
-  screen.evenness =
-      screen.colourAtFraction(0.05F)[primary] / screen.colourAtFraction(0.95F)[primary];
+
+  // Screen in the dark is fuller than the crowd. It counts for how much screen there is and how its
+  // light varies; the screen's colour does not follow it.
+  std::vector<float> lights;
+  for (const Pixel& p : candidates) {
+    const bool own = distance(chromaticity(p.colour), centre) < ownHue;
+    if (own || screen.isFuller(p.colour)) lights.push_back(p.colour[primary]);
+  }
+  screen.coverage = static_cast<float>(lights.size()) / static_cast<float>(samples.size());
+  std::sort(lights.begin(), lights.end());
+  screen.evenness = lights[lights.size() / 20] / lights[lights.size() - 1 - lights.size() / 20];
 
   // Up to most of the way back to grey from the screen's hue a pixel may still be a mix of the two;
   // what is further away, or does not lean to the primary, is foreground. What leans to it more

@@ -64,6 +64,9 @@ struct Screen {
   /// Whether a colour may be screen where the screen beside it has a colour of its own: its hue may
   /// lie further away then, if that one's does.
   bool holdsBeside(const Rgb& colour, const Rgb& beside) const;
+
+  /// Whether a colour leans to the primary more than the screen does, as the screen in shadow may.
+  bool isFuller(const Rgb& colour) const;
 };
 
 /// Looks for a green or blue screen. Uneven light, grain and a subject that covers most of the

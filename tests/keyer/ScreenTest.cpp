@@ -225,6 +225,27 @@ TEST(CleanPlate, FollowsAHueThatDrifts) {
   EXPECT_NEAR(found[2], 0.407F, 0.005F);
 }
 
+TEST(CleanPlate, FollowsAScreenIntoTheDark) {
+  Canvas canvas(width, height, 1);
+  // From column 140 to the right edge the light falls to two fifths and the lesser channels go with
+  // it faster, as codes do in shadow. At column 215 the drift is 75 / 99 = 0.758: green is
+  // 0.7 (1 - 0.6 x 0.758) = 0.382, red 0.2 x 0.242 = 0.048, blue 0.25 x 0.242 = 0.061; its share of
+  // green, 0.777, is far from the screen's 0.609. The subject fills 48 x 96 of 240 x 160 pixels.
+  canvas.fill([](int x, int y) {
+    if (x >= 20 && x < 68 && y >= 64) return skin;
+    const float drift = std::max(0.0F, static_cast<float>(x - 140) / 99);
+    return Rgb{green[0] * (1 - drift), green[1] * (1 - 0.6F * drift), green[2] * (1 - drift)};
+  });
+  const Plate plate = canvas.plate();
+  const Screen screen = findScreen(plate);
+  EXPECT_NEAR(screen.coverage, 1 - 48 * 96 / (240.0F * 160), 0.01F);
+  // The estimate lags a little.
+  const Rgb found = CleanPlate(plate, screen).at(215, 80);
+  EXPECT_NEAR(found[0], 0.048F, 0.01F);
+  EXPECT_NEAR(found[1], 0.382F, 0.01F);
+  EXPECT_NEAR(found[2], 0.061F, 0.01F);
+}
+
 /// Mean absolute error of a key's matte where the garbage matte keeps the plate, in percent.
 double errorOf(const plate::Pictures& truth, Canvas& canvas, Settings settings,
                const AutoKey* key) {
