@@ -41,3 +41,10 @@ if(CLANG_FORMAT AND PROJECT_IS_TOP_LEVEL)
     COMMAND git ls-files -z "*.h" "*.c" "*.cpp" | xargs -0 ${CLANG_FORMAT} -i
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} VERBATIM)
 endif()
+
+# `cmake --build --preset release --target docs`: pages of the public headers, in build/release/docs.
+find_program(DOXYGEN doxygen)
+if(DOXYGEN AND PROJECT_IS_TOP_LEVEL)
+  configure_file(cmake/Doxyfile.in Doxyfile @ONLY)
+  add_custom_target(docs COMMAND ${DOXYGEN} ${PROJECT_BINARY_DIR}/Doxyfile VERBATIM)
+endif()

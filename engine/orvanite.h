@@ -20,6 +20,7 @@
 extern "C" {
 #endif
 
+/* Marks what the shared library exports. */
 #if defined(_WIN32)
 #define ORVANITE_API
 #else
@@ -34,10 +35,10 @@ typedef struct QMXOrvaniteTable QMXOrvaniteTable;
  * Steps count elements, not bytes; they may be negative. Float images must be interleaved with
  * four elements a pixel: the float kernels do not read pixelStep. */
 typedef struct OtileImage {
-  void* red;
-  void* green;
-  void* blue;
-  void* alpha;
+  void* red;     /* the first pixel's red value */
+  void* green;   /* its green value */
+  void* blue;    /* its blue value */
+  void* alpha;   /* its alpha value */
   int pixelStep; /* from one pixel to the next of the same line */
   int lineStep;  /* from the first pixel of a line to the first of the next */
 } OtileImage;
@@ -94,10 +95,13 @@ ORVANITE_API void orvanite_setMp(QMXOrvaniteTable* engine, float r, float g, flo
 ORVANITE_API void orvanite_setScreenRange(QMXOrvaniteTable* engine, float value);
 
 /* Grading of a set (0 foreground, 1 background; others are forced into that range), applied to
- * linear light: exposure * value^(1 / gamma) + offset. Defaults 1, 1, 0. */
+ * linear light, channel by channel: exposure * value^(1 / gamma) + offset. This sets the factor;
+ * default 1. */
 ORVANITE_API void orvanite_setExposure(QMXOrvaniteTable* engine, float r, float g, float b,
                                        int set);
+/* The exponent's inverse in that formula: above 1 brightens; default 1. */
 ORVANITE_API void orvanite_setGamma(QMXOrvaniteTable* engine, float r, float g, float b, int set);
+/* What that formula adds, in linear light; default 0. */
 ORVANITE_API void orvanite_setOffset(QMXOrvaniteTable* engine, float r, float g, float b, int set);
 
 /* Saturation of a grading set, clamped to 0..3; default 1. */
@@ -110,22 +114,29 @@ ORVANITE_API void orvanite_setView(QMXOrvaniteTable* engine, int code);
 /* The stored view code. */
 ORVANITE_API int orvanite_getView(QMXOrvaniteTable* engine);
 
-/* Code value that stands for 1.0 in an image: 255 (default), 65535, or 1 for float pictures. When
+/* Code value that stands for 1.0 in the plate: 255 (default), 65535, or 1 for float pictures. When
  * any of the six is 1, the float tables are built. Values below 1 are refused: nothing changes.
  * A change of any but dstMax discards the tables. Codes above the maximum read as the maximum.
  * Tables for a maximum beyond 2^24 cannot be built. */
 ORVANITE_API void orvanite_setFgMax(QMXOrvaniteTable* engine, int max);
+/* The same of the background picture. */
 ORVANITE_API void orvanite_setBgMax(QMXOrvaniteTable* engine, int max);
+/* The same of the garbage matte. */
 ORVANITE_API void orvanite_setGMatteMax(QMXOrvaniteTable* engine, int max);
+/* The same of the hold-out matte. */
 ORVANITE_API void orvanite_setHMatteMax(QMXOrvaniteTable* engine, int max);
+/* The same of the destination. A change keeps the tables: only what depends on it is built again.
+ */
 ORVANITE_API void orvanite_setDstMax(QMXOrvaniteTable* engine, int max);
+/* The same of the clean plate. */
 ORVANITE_API void orvanite_setRefMax(QMXOrvaniteTable* engine, int max);
 
-/* Whether the hold-out matte, the garbage matte and the clean plate are used when a tile has
- * them; all three default to 1. With the clean plate wanted, a tile without one is refused and the
- * float build fails. */
+/* Whether the hold-out matte is used when a tile has one: 0 no, others yes; default 1. */
 ORVANITE_API void orvanite_useHold(QMXOrvaniteTable* engine, int on);
+/* Whether the garbage matte is used when a tile has one: 0 no, others yes; default 1. */
 ORVANITE_API void orvanite_useGarbage(QMXOrvaniteTable* engine, int on);
+/* Whether each pixel has the clean plate's colour for a screen colour: 0 no, others yes; default 1.
+ * A tile without a clean plate is then refused, and the float build fails. */
 ORVANITE_API void orvanite_useRef(QMXOrvaniteTable* engine, int on);
 
 /* Builds the tables that are out of date.

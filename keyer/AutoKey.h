@@ -13,8 +13,9 @@
 
 namespace orvanite {
 
+/// What autoKey found and set.
 struct AutoKey {
-  Screen screen;
+  Screen screen;                 // the screen that was found
   std::vector<std::string> set;  // the parameters that were set, in the table's order
   // Whether they are meant for a clean plate; where the caller has no better one, CleanPlate's.
   bool cleanPlate = false;

@@ -12,6 +12,7 @@
 
 namespace orvanite {
 
+/// The screen as it would look without the subject, estimated from one plate.
 class CleanPlate {
  public:
   /// Looks at every pixel of a plate in which a screen was found.

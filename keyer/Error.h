@@ -12,6 +12,7 @@
 
 namespace orvanite {
 
+/// Whose fault it is.
 enum class Fault {
   wrongUse,       // the caller asked for something that cannot be
   missingInput,   // a file that should be there is not
@@ -19,6 +20,7 @@ enum class Fault {
   failure         // the world got in the way: unreadable file, full disk, no memory
 };
 
+/// The one exception above the engine: what it is about, and what is wrong with it.
 class Error : public std::runtime_error {
  public:
   /// "subject: message"
@@ -38,6 +40,7 @@ class Error : public std::runtime_error {
   /// The same error about something that its reader knows by another name.
   Error about(std::string subject) const { return Error(fault_, std::move(subject), message_); }
 
+  /// What kind of fault it is: exit codes go by it.
   Fault fault() const { return fault_; }
   /// The parameter, file or option that the error is about.
   const std::string& subject() const { return subject_; }

@@ -14,13 +14,16 @@
 
 namespace orvanite {
 
+/// A pixel whose matte is known.
 struct KnownPixel {
   Rgb colour{};  // as the plate shows it
   Rgb screen{};  // the screen's own colour there; what a clean plate would show
+  /// 0 screen, 1 subject
   float matte = 0;
-  float weight = 1;
+  float weight = 1;  // its part in the mean, above 0
 };
 
+/// Keys known pixels with settings that are tried. One thread at a time.
 class KeyTrial {
  public:
   /// cleanPlate  whether each pixel is keyed beside its own screen colour, as 8-bit and 16-bit
@@ -34,6 +37,7 @@ class KeyTrial {
   /// What the last settings made of a pixel.
   float matteOf(std::size_t pixel) const;
 
+  /// The error of settings that cannot key, worse than any other.
   static constexpr float unusable = 1e6F;
 
  private:

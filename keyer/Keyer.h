@@ -15,11 +15,12 @@ namespace orvanite {
 /// Where a frame's pictures lie. The pictures are the caller's.
 struct Frame {
   Otile pictures{};  // each pointer at the first pixel of the first row; a step may be negative
-  int width = 0;
-  int height = 0;
-  int depth = 1;  // 1 8-bit, 2 16-bit, 4 float
+  int width = 0;     // pixels, at least 1
+  int height = 0;    // rows, at least 1
+  int depth = 1;     // 1 8-bit, 2 16-bit, 4 float
 };
 
+/// An engine with its tables built, for any number of frames of one kind.
 class Keyer {
  public:
   /// Throws Error (failure) when memory runs out.

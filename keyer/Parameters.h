@@ -11,6 +11,7 @@
 
 namespace orvanite {
 
+/// What a parameter's values are.
 enum class ParameterType {
   number,  // one value
   triple,  // one value a channel, usually moved together: an amount, not a colour to pick
@@ -20,6 +21,7 @@ enum class ParameterType {
   channel  // the name or the letter of a picture's channel
 };
 
+/// Where a default comes from.
 enum class DefaultRule {
   fixed,
   // 0.9 where the screen is bluer than green and 0.5 otherwise, for as long as no value is given.
@@ -27,28 +29,32 @@ enum class DefaultRule {
   balanceOfScreen
 };
 
+/// One of the texts that a choice may take.
 struct Choice {
   std::string_view text;   // as options, presets and scripts spell it
   std::string_view label;  // as a menu shows it
-  std::string_view help;
+  std::string_view help;   // a sentence for a reader of help and tooltips
 };
 
+/// A parameter as every front end shows and checks it.
 struct Parameter {
-  std::string_view name;  // camel case; an option is its kebab-case form
-  std::string_view label;
-  std::string_view group;
-  ParameterType type;
+  std::string_view name;            // camel case; an option is its kebab-case form
+  std::string_view label;           // as a panel shows it
+  std::string_view group;           // the heading that it stands under
+  ParameterType type;               // what its values are
   std::string_view unit;            // empty where a value has none
-  float softLow, softHigh;          // what a slider spans
-  float low, high;                  // what is accepted
+  float softLow;                    // what a slider spans, from
+  float softHigh;                   // and to
+  float low;                        // what is accepted, from
+  float high;                       // and to
   std::array<float, 3> defaults;    // a choice: the index of its text; a single value: the first
   std::string_view defaultText;     // a channel's
   std::span<const Choice> choices;  // a choice's
   // The node's plugs that hold the value, one a channel or the first alone; empty: the node has
   // none and keeps the default.
   std::array<std::string_view, 3> plugs;
-  DefaultRule rule;
-  std::string_view help;
+  DefaultRule rule;       // where its default comes from
+  std::string_view help;  // a sentence or two for who meets it first
 };
 
 /// Every parameter, in the order in which a panel shows them; those of a group stand together.

@@ -16,20 +16,24 @@ using Rgb = std::array<float, 3>;
 
 /// A picture to look at. Only the colours are read.
 struct Plate {
-  OtileImage image{};
-  int width = 0;
-  int height = 0;
-  int depth = 1;  // 1 8-bit, 2 16-bit, 4 float
+  OtileImage image{};  // where its pixels lie; the caller owns them
+  int width = 0;       // pixels, at least 1
+  int height = 0;      // rows, at least 1
+  int depth = 1;       // 1 8-bit, 2 16-bit, 4 float
 };
 
 /// A rectangle of pixels, x and y from the top left.
 struct Box {
-  int x = 0, y = 0, width = 1, height = 1;
+  int x = 0;       // column of the first pixel
+  int y = 0;       // row of the first pixel
+  int width = 1;   // pixels
+  int height = 1;  // rows
 };
 
 /// One pixel's colour.
 Rgb colourAt(const Plate& plate, int x, int y);
 
+/// What stands for many values: their mean, or the one in the middle.
 enum class Average { mean, median };
 
 /// The colour of a box, channel by channel. Throws Error (wrongUse) when the box is empty or
@@ -38,15 +42,17 @@ Rgb colourOf(const Plate& plate, const Box& box, Average average = Average::medi
 
 /// A pixel of a plate.
 struct Pixel {
-  Rgb colour{};
-  int x = 0, y = 0;
+  Rgb colour{};  // in the plate's encoding
+  int x = 0;     // column
+  int y = 0;     // row from the top
 };
 
 /// Pixels of an even grid over the plate, at most about `most` of them.
 std::vector<Pixel> sampleGrid(const Plate& plate, int most = 40000);
 
+/// What findScreen saw.
 struct Screen {
-  bool found = false;
+  bool found = false;          // whether there is a screen; the rest counts only then
   int primary = 1;             // the channel it leans to: 1 green, 2 blue
   Rgb colour{};                // the median of its pixels
   std::array<float, 2> hue{};  // the shares of red and green in its light

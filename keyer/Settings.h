@@ -17,13 +17,15 @@ namespace orvanite {
 
 /// Which pictures there are beside the plate.
 struct Inputs {
-  bool background = false;
-  bool holdOut = false;
-  bool garbage = false;
-  bool reference = false;
+  bool background = false;  // a picture to put behind
+  bool holdOut = false;     // a matte that keeps
+  bool garbage = false;     // a matte that cuts
+  bool reference = false;   // a clean plate
+  /// Whether the same pictures are there.
   bool operator==(const Inputs&) const = default;
 };
 
+/// A value for every parameter. One thread at a time; copies are independent.
 class Settings {
  public:
   /// Every parameter at its default.
@@ -37,11 +39,14 @@ class Settings {
 
   /// The same from numbers; one number sets all channels. A choice takes its index.
   void setNumber(std::string_view name, double value);
+  /// Three numbers, one a channel.
   void setNumbers(std::string_view name, double r, double g, double b);
 
   /// The value in force: the one given, or the default.
   float number(std::string_view name, int channel = 0) const;
+  /// Whether a toggle is on.
   bool toggle(std::string_view name) const { return number(name) != 0; }
+  /// The text of a choice.
   std::string_view choice(std::string_view name) const;
 
   /// The value in force as text that setText takes and that gives the same value back.
@@ -49,6 +54,7 @@ class Settings {
 
   /// Whether a value was given since the last reset.
   bool given(std::string_view name) const;
+  /// Back to the default, as if it had never been given.
   void reset(std::string_view name);
 
   /// Sets every parameter and code maximum of an engine, for pictures of a depth (1, 2 or 4) of

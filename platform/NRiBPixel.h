@@ -8,15 +8,17 @@
 
 #include "platform/NRiExport.h"
 
+/// Four values, 1.0 is white.
 struct NRI_API NRiBPixel {
-  float alpha = 0;
-  float blue = 0;
-  float green = 0;
-  float red = 0;
+  float alpha = 0;         // 0 clear, 1 solid
+  float blue = 0;          // blue
+  float green = 0;         // green
+  float red = 0;           // red
   std::uint32_t word = 0;  // free for the owner of the pixel
 
   /// Component 0 .. 3 in memory order: alpha, blue, green, red.
   float component(int i) const { return i == 0 ? alpha : i == 1 ? blue : i == 2 ? green : red; }
+  /// Sets the component that component(i) returns.
   void setComponent(int i, float value) {
     (i == 0 ? alpha : i == 1 ? blue : i == 2 ? green : red) = value;
   }
@@ -25,6 +27,7 @@ struct NRI_API NRiBPixel {
   /// 1/255 or 1/65535 within 0..1 for 1 and 2, unchanged for others. NaN becomes 0.
   void quantize(int depth);
 
+  /// Exact equality of all five.
   bool operator==(const NRiBPixel&) const = default;
 };
 

@@ -12,6 +12,7 @@
 #include "platform/NRiScope.h"
 #include "platform/NRiType.h"
 
+/// The compiler of scripts.
 class NRI_API NRiCmplr {
  public:
   NRiCmplr();

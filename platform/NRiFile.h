@@ -13,6 +13,7 @@
 
 class NRiPlug;
 
+/// A script as it is being written.
 class NRI_API NRiFile {
  public:
   /// The text of a plug as an argument of the call being written.
@@ -22,10 +23,12 @@ class NRI_API NRiFile {
   /// Writes `name = function(arguments);` on lines of at most 100 characters.
   void call(const NRiName& name, const NRiName& function,
             const std::vector<std::string>& arguments);
+  /// Notes that a plug stands in the text: expressions that refer to it need not wait any more.
   void markWritten(const NRiPlug* plug) { written_.insert(plug); }
   /// Writes what had to wait.
   void finish();
 
+  /// What has been written so far.
   const std::string& text() const { return text_; }
 
  private:

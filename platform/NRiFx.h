@@ -9,11 +9,13 @@
 #include "platform/NRiIBuf.h"
 #include "platform/NRiNode.h"
 
+/// A node that makes a picture.
 class NRI_API NRiFx : public NRiNode {
  public:
   NRiFx();
   ~NRiFx() override;
 
+  /// The picture.
   NRiIPlug* getOutput() const override { return out_; }
 
   /// What the parts of the output are when the class says nothing else: the identity is the class
@@ -35,9 +37,10 @@ class NRI_API NRiFx : public NRiNode {
   virtual void fillOutputBuffer() = 0;
   /// Brings the inputs' pixels in.
   virtual void prepare(const NRiRect&) {}
+  /// Where fillOutputBuffer() leaves the pixels.
   virtual NRiIBuf& outputBuffer() { return output_; }
 
-  NRiIPlug* out_;
+  NRiIPlug* out_;            // the output; the node owns it
   NRiBPixel background_;     // what the output's bPixel may point at
   NRiRect domain_;           // what the output's dod may point at
   bool keepsOutput_ = true;  // whether a picture with several readers is worth keeping

@@ -8,6 +8,7 @@
 #include "platform/NRiExport.h"
 #include "platform/NRiPlug.h"
 
+/// Finds the global plugs.
 class NRI_API NRiGlobals {
  public:
   /// The global plug of that name and type. When there is none: null if `quiet` is not 0, else

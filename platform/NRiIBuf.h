@@ -13,18 +13,20 @@
 #include "platform/NRiExport.h"
 #include "platform/NRiRect.h"
 
+/// A rectangle of pixels, its own memory or a view of another's.
 class NRI_API NRiIBuf {
  public:
   void* data = nullptr;  // first pixel of the first line; null when the buffer holds nothing
   int extra = 0;         // elements that follow the pixels of each line
-  int firstLine = 0;
-  int lines = 0;
-  int firstPixel = 0;
-  int width = 0;
-  int channels = 0;  // stored channels
-  int depth = 0;     // bytes of an element: 1, 2 or 4
+  int firstLine = 0;     // the first, from the top
+  int lines = 0;         // how many
+  int firstPixel = 0;    // column of the first
+  int width = 0;         // pixels a line
+  int channels = 0;      // stored channels
+  int depth = 0;         // bytes of an element: 1, 2 or 4
 
   NRiIBuf() = default;
+  /// Takes the memory over; the other holds nothing then.
   NRiIBuf(NRiIBuf&& other) noexcept { swap(other); }
   NRiIBuf& operator=(NRiIBuf&& other) noexcept {
     NRiIBuf taken(std::move(other));  // leaves `other` holding nothing
@@ -38,7 +40,9 @@ class NRI_API NRiIBuf {
   /// Lets memory go; the buffer then holds nothing.
   void clear();
 
+  /// What it covers.
   NRiRect rect() const { return {firstPixel, firstLine, firstPixel + width, firstLine + lines}; }
+  /// How many channels a mask names.
   static int channelCount(int mask);
   std::ptrdiff_t lineStep() const {  // in elements
     return static_cast<std::ptrdiff_t>(width) * channelCount(channels) + extra;

@@ -11,15 +11,19 @@
 
 #include "platform/NRiFx.h"
 
+/// A node that makes its picture from others.
 class NRI_API NRiMonadic : public NRiFx {
  public:
   /// A node with one input.
   explicit NRiMonadic(const NRiName& input);
   ~NRiMonadic() override;
 
+  /// How many inputs a node may have.
   static constexpr int mostInputs = 4;
 
+  /// The input at an index, or null.
   NRiIPlug* getInput(int i) const override { return i < count_ ? inputs_[i] : nullptr; }
+  /// How many were added.
   int getNbInputs() const override { return count_; }
   int eval(NRiPlug* plug) override;
 
@@ -33,12 +37,13 @@ class NRI_API NRiMonadic : public NRiFx {
   /// covering all of it, the others as their nodes deliver them. A buffer holds nothing when
   /// its input is not connected or nothing is requested of it.
   void prepare(const NRiRect& region) override;
+  /// The first input's pixels, keyed in place.
   NRiIBuf& outputBuffer() override { return *buffers_[0]; }
 
-  NRiIPlug* inputs_[mostInputs] = {};
-  NRiIBuf* buffers_[mostInputs];  // one for each input, in input order
-  NRiPlug* outputDepth_;          // bytes of the output's channels: 1, 2 or 4
-  NRiPlug* inputDepth_;           // bytes of the channels that the buffers are brought to
+  NRiIPlug* inputs_[mostInputs] = {};  // in the order in which they were added; the node owns them
+  NRiIBuf* buffers_[mostInputs];       // one for each input, in input order
+  NRiPlug* outputDepth_;               // bytes of the output's channels: 1, 2 or 4
+  NRiPlug* inputDepth_;                // bytes of the channels that the buffers are brought to
 
  private:
   NRiIBuf storage_[mostInputs];

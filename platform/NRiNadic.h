@@ -5,6 +5,7 @@
 
 #include "platform/NRiMonadic.h"
 
+/// The base of nodes with several inputs.
 class NRI_API NRiNadic : public NRiMonadic {
  public:
   NRiNadic();

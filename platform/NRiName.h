@@ -11,13 +11,20 @@
 
 #include "platform/NRiExport.h"
 
+/// An interned text: equal texts are one entry, so comparing is comparing pointers. Safe from any
+/// thread.
 class NRI_API NRiName {
  public:
   NRiName() noexcept = default;  // the empty name
+  /// The name of a text; null is the empty name.
   explicit NRiName(const char* text) : NRiName(std::string_view(text ? text : "")) {}
+  /// The name of a text.
   explicit NRiName(std::string_view text);
+  /// Another handle to the same entry.
   NRiName(const NRiName& other) noexcept;
+  /// Takes the entry over.
   NRiName(NRiName&& other) noexcept : entry_(std::exchange(other.entry_, nullptr)) {}
+  /// Lets the old entry go.
   NRiName& operator=(NRiName other) noexcept {
     std::swap(entry_, other.entry_);
     return *this;
@@ -36,9 +43,12 @@ class NRI_API NRiName {
 
   /// The text, closed by a null; never null itself.
   const char* getString() const { return view().data(); }
+  /// The text.
   std::string_view view() const;
+  /// Whether it is the empty name.
   bool empty() const { return entry_ == nullptr; }
 
+  /// Whether the texts are equal.
   friend bool operator==(const NRiName& a, const NRiName& b) { return a.entry_ == b.entry_; }
   /// An order for containers; not alphabetical.
   const void* identity() const { return entry_; }
@@ -53,6 +63,7 @@ class NRI_API NRiName {
 
 /// For unordered containers.
 struct NRiNameHash {
+  /// For unordered containers.
   std::size_t operator()(const NRiName& name) const {
     return std::hash<const void*>()(name.identity());
   }

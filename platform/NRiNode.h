@@ -15,6 +15,7 @@
 
 class NRiFile;
 
+/// A node of the script. The tree is one thread's; only renders fork.
 class NRI_API NRiNode {
  public:
   NRiNode() = default;
@@ -36,18 +37,25 @@ class NRI_API NRiNode {
   /// their creation, without those that carry flag 4. `flags` is 0. Returns 0.
   virtual int serialize(NRiFile& file, int flags);
 
+  /// The image input at an index, or null.
   virtual NRiIPlug* getInput(int) const { return nullptr; }
+  /// How many image inputs there are.
   virtual int getNbInputs() const { return 0; }
+  /// The image output, or null.
   virtual NRiIPlug* getOutput() const { return nullptr; }
 
   /// A new plug; the node owns it. `parent` and `flags` are 0.
   NRiPlug* addPlug(const NRiName& name, NRiId type, NRiPlug::IO io, NRiPlug* parent, int flags);
+  /// The plug of that name, or null.
   NRiPlug* getPlug(const NRiName& name) const;
+  /// Deletes a plug of this node; any other stays as it is.
   void deletePlug(const NRiPlug* plug);
+  /// Every plug, in the order of their creation.
   const std::vector<std::unique_ptr<NRiPlug>>& plugs() const { return plugs_; }
   /// Plugs that a script sets: inputs that are no images.
   std::vector<NRiPlug*> getPublicPlugs() const;
 
+  /// What a script calls it.
   const NRiName& name() const { return name_; }
   /// Takes the name, or name_2, name_3 and so on when another child of the parent bears it.
   void setName(const NRiName& name);
@@ -55,8 +63,11 @@ class NRI_API NRiNode {
   /// Hands the node to `parent`, which then owns it; a node without a name gets one from its class.
   /// Null takes it out of the tree; the caller then owns it.
   void setParent(NRiNode* parent);
+  /// The node that owns this one, or null.
   NRiNode* parent() const { return parent_; }
+  /// In the order in which they came.
   const std::vector<NRiNode*>& children() const { return children_; }
+  /// The child of that name, or null.
   NRiNode* child(const NRiName& name) const;
   /// Deletes all children, the last first.
   void deleteChildren();

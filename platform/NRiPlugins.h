@@ -14,11 +14,13 @@
 class NRiDeclaration;
 class NRxPlugin;
 
+/// The plug-ins of this process.
 class NRI_API NRiPlugins {
  public:
+  /// What became of one file.
   struct Report {
-    std::string path;
-    bool loaded = false;
+    std::string path;     // as it was found
+    bool loaded = false;  // whether its functions can be called
     std::string message;  // the plug-in's banner, or why it failed
   };
 
@@ -38,5 +40,6 @@ class NRI_API NRiPlugins {
   // For the compiler and NRxPlugin: what a library does while it is being loaded.
   static void noteDeclaration(const NRiDeclaration& declaration,
                               const std::vector<std::string>& errors);
+  /// A plug-in object was made.
   static void notePlugin(const NRxPlugin& plugin);
 };

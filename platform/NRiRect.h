@@ -5,15 +5,19 @@
 
 #include <algorithm>
 
+/// Pixels x1..x2-1 of lines y1..y2-1.
 struct NRiRect {
-  int x1 = 0;
-  int y1 = 0;
-  int x2 = 0;
-  int y2 = 0;
+  int x1 = 0;  // first column
+  int y1 = 0;  // first line
+  int x2 = 0;  // one beyond the last column
+  int y2 = 0;  // one beyond the last line
 
+  /// Whether it holds no pixel.
   bool empty() const { return x1 >= x2 || y1 >= y2; }
+  /// Equal corners; two empty ones may differ.
   bool operator==(const NRiRect&) const = default;
 
+  /// What both hold.
   NRiRect intersect(const NRiRect& other) const {
     return {std::max(x1, other.x1), std::max(y1, other.y1), std::min(x2, other.x2),
             std::min(y2, other.y2)};

@@ -17,20 +17,23 @@
 class NRiNode;
 class NRiPlug;
 
+/// A parameter of a declared function.
 struct NRiParameter {
-  NRiId type = nriNull;
-  NRiName name;  // empty for an unnamed one
-  bool hasDefault = false;
-  std::string text;  // of the default, as a plug takes it; images have none
+  NRiId type = nriNull;     // what arguments are
+  NRiName name;             // empty for an unnamed one
+  bool hasDefault = false;  // whether a call may leave it out
+  std::string text;         // of the default, as a plug takes it; images have none
+  /// Equal declarations.
   bool operator==(const NRiParameter&) const = default;
 };
 
+/// A function that scripts may call.
 struct NRiFunction {
-  NRiName name;
+  NRiName name;                          // as scripts write it
   std::vector<NRiParameter> parameters;  // images first
-  int images = 0;
-  NRiPosition declared;
-  void* address = nullptr;  // null until bound
+  int images = 0;                        // how many parameters are images
+  NRiPosition declared;                  // where, for messages
+  void* address = nullptr;               // null until bound
 };
 
 /// The functions that one piece of text declared; they go with the last handle to it.
@@ -40,11 +43,13 @@ class NRI_API NRiDeclaration {
   ~NRiDeclaration();
   NRiDeclaration(const NRiDeclaration&) = delete;
   NRiDeclaration& operator=(const NRiDeclaration&) = delete;
-  std::vector<NRiName> functions;
+  std::vector<NRiName> functions;  // in the order of the text
 };
 
+/// What names mean in scripts.
 class NRI_API NRiScope {
  public:
+  /// The one scope of the process.
   static NRiScope* getGlobal();
 
   /// The function of that name, or null.
@@ -52,10 +57,14 @@ class NRI_API NRiScope {
   /// False, with nothing changed, when another function of that name is declared. Declaring the
   /// same again is fine and gives `fresh` = false.
   bool declare(const NRiFunction& function, bool& fresh);
+  /// Forgets a function; a name that is not known is fine.
   void undeclare(const NRiName& name) { functions_.erase(name); }
 
+  /// The image that a variable holds, or null.
   NRiIPlug* image(const NRiName& name) const;
+  /// Makes a variable hold an image.
   void setImage(const NRiName& name, NRiIPlug* image) { images_[name] = image; }
+  /// Every variable that holds an image.
   const std::unordered_map<NRiName, NRiIPlug*, NRiNameHash>& images() const { return images_; }
   /// Drops the variables that hold the node's image.
   void forget(const NRiNode* node);

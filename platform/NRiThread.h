@@ -6,11 +6,14 @@
 
 #include "platform/NRiExport.h"
 
+/// One of the threads that share a piece of work.
 class NRI_API NRiThread {
  public:
+  /// Thread `number` of `count`.
   NRiThread(int number, int count) : number_(number), count_(count) {}
 
   int number() const { return number_; }  // 0 .. count - 1
+  /// How many share the work.
   int count() const { return count_; }
 
   /// Runs work(thread, job) once for every thread of the pool, at the same time. An exception of
@@ -21,6 +24,7 @@ class NRI_API NRiThread {
   /// Threads of the pool, 1 .. 256 (others are forced into that range); at first as many as the
   /// machine runs at once. Must not be called inside a fork.
   static void setCount(int count);
+  /// Threads of the pool now.
   static int getCount();
 
  private:

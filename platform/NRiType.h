@@ -21,8 +21,11 @@ enum NRiId : int {
 /// A type of the script language.
 class NRI_API NRiType {
  public:
+  /// The type of a code.
   constexpr explicit NRiType(NRiId id) : id_(id) {}
+  /// Its code.
   constexpr NRiId id() const { return id_; }
+  /// The type of what has no value.
   static const NRiType null;
 
  private:
@@ -31,8 +34,8 @@ class NRI_API NRiType {
 
 /// What a script, or its last statement, came to: nothing, a number, a text or an image.
 struct NRiValue {
-  NRiId type = nriNull;
-  double number = 0;
-  NRiName text;
-  NRiIPlug* image = nullptr;
+  NRiId type = nriNull;       // which of the others counts
+  double number = 0;          // a number's
+  NRiName text;               // a text's
+  NRiIPlug* image = nullptr;  // an image's; the script's nodes own it
 };

@@ -10,8 +10,10 @@
 #include "platform/NRiName.h"
 #include "platform/NRiScope.h"
 
+/// A product that plugs into the application; a static object of its library.
 class NRI_API NRxPlugin {
  public:
+  /// Announces itself by its banner.
   explicit NRxPlugin(const NRiName& banner);
   virtual ~NRxPlugin();
   NRxPlugin(const NRxPlugin&) = delete;
@@ -21,6 +23,6 @@ class NRI_API NRxPlugin {
   const NRiName& name() const { return name_; }
 
  protected:
-  NRiName name_;
+  NRiName name_;                              // the banner
   std::shared_ptr<NRiDeclaration> compiled_;  // empty until the declaration has been compiled
 };
