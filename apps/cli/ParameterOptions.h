@@ -42,7 +42,7 @@ class ParameterOptions {
 /// An error about a parameter, told of its option.
 Error aboutOption(const Error& error);
 
-/// Options that give the values that were given to these settings: "--screen=0.1,0.8,0.2".
+/// Arguments that give the values that were given to these settings: "--screen=0.1,0.8,0.2".
 std::vector<std::string> optionsFor(const Settings& settings);
 
 }  // namespace orvanite::cli

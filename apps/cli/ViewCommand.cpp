@@ -9,6 +9,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/ParameterOptions.h"
@@ -47,17 +48,28 @@ std::string outputOf(const ViewCommandOptions& options) {
   return options.output.empty() ? "key.png" : options.output;
 }
 
-std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
-  std::string line = "orvanite key " + shellWord(options.files.plate);
+// What follows `orvanite` on the command line that keys the same into a file.
+std::vector<std::string> argumentsFor(const ViewCommandOptions& options, const Settings& settings,
+                                      const std::string& output) {
+  std::vector<std::string> arguments{"key", options.files.plate};
   const auto file = [&](const char* option, const std::string& path) {
-    if (!path.empty()) line += std::string(" ") + option + " " + shellWord(path);
+    if (!path.empty()) arguments.insert(arguments.end(), {option, path});
   };
   file("--bg", options.files.background);
   file("--hold-out", options.files.holdOut);
   file("--garbage", options.files.garbage);
   file("--reference", options.files.reference);
-  for (const std::string& option : optionsFor(settings)) line += " " + shellWord(option);
-  return line + " -o " + shellWord(outputOf(options));
+  for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
+  file("-o", output);
+  return arguments;
+}
+
+std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
+  std::string line = "orvanite";
+  for (const std::string& argument : argumentsFor(options, settings, outputOf(options))) {
+    line += ' ' + shellWord(argument);
+  }
+  return line;
 }
 
 std::string scriptFor(const ViewCommandOptions& options, const Settings& settings,
@@ -102,6 +114,9 @@ int runView(const ViewCommandOptions& options) {
     view.settings = settingsFromPreset(text, options.preset);
   }
   options.parameters.apply(view.settings);
+  view.exports.arguments = [&](const Settings& settings, const std::string& output) {
+    return argumentsFor(options, settings, output);
+  };
   view.exports.command = [&](const Settings& settings) { return commandFor(options, settings); };
   view.exports.script = [&](const Settings& settings, media::Samples samples) {
     return scriptFor(options, settings, samples);

@@ -106,7 +106,7 @@ Settings settingsFor(PageView view, Settings settings) {
 
 std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
                                               int divisor, const media::Window& region,
-                                              const std::function<bool(double)>& wanted) {
+                                              const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
   const Settings settings = settingsFor(view, given);
   Inputs inputs = info.inputs;
@@ -153,7 +153,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
 
   const int rows = std::max(16, bandPixels / std::max(1, region.width));
   for (int row = 0; row < region.height; row += rows) {
-    if (!wanted(static_cast<double>(row) / region.height)) return std::nullopt;
+    if (!wanted()) return std::nullopt;
     Frame band = whole;
     band.height = std::min(rows, region.height - row);
     for (OtileImage* image : {&band.pictures.dst, &band.pictures.bg, &band.pictures.fg,

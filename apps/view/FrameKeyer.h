@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// One view of a frame of the footage, keyed by the real engine: what the page shows and what its
-// renders write both come from here.
+// One view of a frame of the footage, keyed by the real engine: what the page shows.
 // Knows Footage and the keyer.
 #pragma once
 
@@ -42,11 +41,11 @@ class FrameKeyer {
   ///
   /// divisor  of the pictures that are keyed: 1, or more for a proxy
   /// region   in pixels of that size
-  /// wanted   called before each band with the part that is done; false gives up: nothing returned
+  /// wanted   called before each band; false gives up: nothing returned
   /// Throws Error for settings that cannot key and for files that cannot be read.
   std::optional<media::Picture> key(const Settings& settings, PageView view, int frame, int divisor,
                                     const media::Window& region,
-                                    const std::function<bool(double)>& wanted);
+                                    const std::function<bool()>& wanted);
 
  private:
   Footage& footage_;

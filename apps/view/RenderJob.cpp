@@ -1,19 +1,38 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/view/RenderJob.h"
 
-#include <exception>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <string_view>
 #include <utility>
 
+#include "apps/media/MovieSource.h"
 #include "apps/media/PictureWriter.h"
-#include "apps/view/FrameKeyer.h"
+#include "apps/view/Child.h"
 #include "keyer/Error.h"
 
 namespace orvanite::view {
+namespace {
 
-RenderJob::RenderJob(Footage& footage, std::string output)
-    : footage_(footage), output_(std::move(output)) {
+// The page's own pictures go first.
+constexpr int renderNiceness = 10;
+
+constexpr std::string_view complaintStart = "orvanite: ";
+
+}  // namespace
+
+RenderJob::RenderJob(const Footage& footage, std::string output, KeyArguments arguments)
+    : output_(std::move(output)),
+      arguments_(std::move(arguments)),
+      frames_(footage.info().frames.size()) {
   if (output_.empty()) return;
-  const FootageInfo& info = footage_.info();
+  const FootageInfo& info = footage.info();
   if (info.isShot) {
     pattern_ = media::FramePattern::parse(output_);
     if (!pattern_) {
@@ -21,7 +40,7 @@ RenderJob::RenderJob(Footage& footage, std::string output)
                             "a pattern for a shot's frames, such as key.####.png", output_);
     }
   }
-  for (const int frame : info.frames) media::checkOutput(fileOf(frame), footage_.filesOf(frame));
+  for (const int frame : info.frames) media::checkOutput(fileOf(frame), footage.filesOf(frame));
 }
 
 RenderJob::~RenderJob() {
@@ -31,57 +50,88 @@ RenderJob::~RenderJob() {
 
 bool RenderJob::start(const Settings& settings) {
   const std::lock_guard lock(mutex_);
-  if (report_.state == State::running) return false;
+  if (state_ == State::running) return false;
   if (thread_.joinable()) thread_.join();
+  std::vector<std::string> arguments = arguments_(settings, output_);
+  arguments.emplace_back("--json");
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw Error(Fault::failure, "render", "no pipe can be made");
+  }
+  child_ = startChild("/proc/self/exe", arguments, ends[1]);
+  ::close(ends[1]);
+  if (child_ < 0) {
+    ::close(ends[0]);
+    throw Error(Fault::failure, "render", "no process can be started");
+  }
+  ::setpriority(PRIO_PROCESS, static_cast<id_t>(child_), renderNiceness);
+  state_ = State::running;
+  message_.clear();
+  written_ = 0;
   cancelled_ = false;
-  done_ = 0;
-  report_ = {State::running, 0, {}};
-  thread_ = std::thread([this, settings] { run(settings); });
+  thread_ = std::thread([this, child = child_, said = ends[0]] { follow(child, said); });
   return true;
 }
 
-void RenderJob::cancel() { cancelled_ = true; }
+void RenderJob::cancel() {
+  const std::lock_guard lock(mutex_);
+  if (child_ < 0) return;
+  cancelled_ = true;
+  ::kill(child_, SIGINT);
+}
 
 RenderJob::Report RenderJob::report() const {
   const std::lock_guard lock(mutex_);
-  Report report = report_;
-  report.done = report.state == State::done ? 1 : done_.load();
-  return report;
+  const double part = static_cast<double>(written_) / static_cast<double>(frames_);
+  return {state_, state_ == State::done ? 1 : part, message_};
 }
 
-void RenderJob::finish(State state, std::string message) {
+// A frame that is done, or the first complaint.
+void RenderJob::take(const std::string& line, std::string& complaint) {
+  if (line.starts_with(complaintStart)) {
+    if (complaint.empty()) complaint = line.substr(complaintStart.size());
+    return;
+  }
+  const auto told = nlohmann::json::parse(line, nullptr, false);
+  if (!told.is_object() || told.value("status", "") != "done") return;
   const std::lock_guard lock(mutex_);
-  report_.state = state;
-  report_.message = std::move(message);
+  ++written_;
 }
 
-void RenderJob::run(const Settings& settings) {
-  try {
-    const FootageInfo& info = footage_.info();
-    FrameKeyer keyer(footage_);
-    std::size_t written = 0;
-    for (const int frame : info.frames) {
-      auto keyed = keyer.key(
-          settings, PageView::output, frame, 1, {0, 0, info.width, info.height}, [&](double part) {
-            done_ = (static_cast<double>(written) + part) / static_cast<double>(info.frames.size());
-            return !cancelled_;
-          });
-      if (!keyed || cancelled_) {
-        return finish(State::cancelled, written == 0 ? "nothing was written"
-                                                     : std::to_string(written) + " of " +
-                                                           std::to_string(info.frames.size()) +
-                                                           " frames were written");
+void RenderJob::follow(pid_t child, int said) {
+  std::string line, complaint;
+  std::array<char, 4096> some{};
+  for (ssize_t count = 0; (count = ::read(said, some.data(), some.size())) > 0;) {
+    for (const char letter : std::string_view(some.data(), static_cast<std::size_t>(count))) {
+      if (letter != '\n') {
+        line += letter;
+        continue;
       }
-      const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, 1);
-      keyed->data = plate->data;
-      keyed->header = plate->header;
-      keyed->hasAlpha = plate->hasAlpha;
-      media::writePicture(*keyed, fileOf(frame));
-      ++written;
+      take(line, complaint);
+      line.clear();
     }
-    finish(State::done, output_);
-  } catch (const std::exception& error) {
-    finish(State::failed, error.what());
+  }
+  ::close(said);
+  {
+    // A signal after the wait could reach another process.
+    const std::lock_guard lock(mutex_);
+    child_ = -1;
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+
+  const std::lock_guard lock(mutex_);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+    state_ = State::done;
+    message_ = output_;
+  } else if (cancelled_) {
+    state_ = State::cancelled;
+    message_ = written_ == 0 ? "nothing was written"
+                             : std::to_string(written_) + " of " + std::to_string(frames_) +
+                                   " frames were written";
+  } else {
+    state_ = State::failed;
+    message_ = complaint.empty() ? "it ended without a word" : complaint;
   }
 }
 

@@ -1,20 +1,30 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// A render that the page asked for: every frame keyed at full size and written, on a thread of its
-// own, one job at a time. The files are the same as those of `orvanite key` with these settings.
+// A render that the page asked for: `orvanite key` with the page's settings as a process of its
+// own, one at a time. So its files are those of the command that the page hands out, and the page
+// stays quick meanwhile.
+// Knows Footage for the names of files only.
 #pragma once
 
-#include <atomic>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "apps/media/FramePattern.h"
 #include "apps/view/Footage.h"
 #include "keyer/Settings.h"
 
 namespace orvanite::view {
+
+/// What follows `orvanite` on the command line that keys with these settings into `output`.
+using KeyArguments =
+    std::function<std::vector<std::string>(const Settings&, const std::string& output)>;
 
 class RenderJob {
  public:
@@ -28,28 +38,32 @@ class RenderJob {
   /// output  the file that is written to; for a shot, the pattern of the files. Empty: there is
   ///         nothing to write to, and the job may not be started
   /// Throws Error (wrongUse) about a name that cannot be written, or that of a picture it keys.
-  RenderJob(Footage& footage, std::string output);
+  RenderJob(const Footage& footage, std::string output, KeyArguments arguments);
   /// Cancels and waits.
   ~RenderJob();
 
-  /// Starts; false while another one runs.
+  /// Starts; false while another one runs. Throws Error (failure) when no process can be started.
   bool start(const Settings& settings);
+  /// What is under way is finished or removed: every file that is left is whole.
   void cancel();
   Report report() const;
   const std::string& output() const { return output_; }
 
  private:
   std::string fileOf(int frame) const { return pattern_ ? pattern_->path(frame) : output_; }
-  void run(const Settings& settings);
-  void finish(State state, std::string message);
+  void follow(pid_t child, int said);
+  void take(const std::string& line, std::string& complaint);
 
-  Footage& footage_;
   std::string output_;
   std::optional<media::FramePattern> pattern_;
-  std::atomic<bool> cancelled_ = false;
-  std::atomic<double> done_ = 0;
+  KeyArguments arguments_;
+  std::size_t frames_;
   mutable std::mutex mutex_;
-  Report report_;
+  State state_ = State::idle;
+  std::string message_;
+  std::size_t written_ = 0;  // frames
+  pid_t child_ = -1;         // as long as it can be sent a signal
+  bool cancelled_ = false;
   std::thread thread_;
 };
 

@@ -147,10 +147,7 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
     rendered.picture =
         toScreen(first, plate->rowBytes(), region.width, region.height, plate->depth);
   } else {
-    result =
-        keyer(request.slot).key(request.settings, request.view, frame, keyed, region, [&](double) {
-          return wanted();
-        });
+    result = keyer(request.slot).key(request.settings, request.view, frame, keyed, region, wanted);
     if (!result) return std::nullopt;
     rendered.picture = toScreen(result->pixels.get(), result->rowBytes(), region.width,
                                 region.height, result->depth);
@@ -164,8 +161,7 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
                                settingsFor(request.view, request.settings).view(info.inputs) != 0);
     if (!alphaIsMatte) {
       result = keyer(request.slot)
-                   .key(request.settings, PageView::matte, frame, keyed, everything,
-                        [&](double) { return wanted(); });
+                   .key(request.settings, PageView::matte, frame, keyed, everything, wanted);
       if (!result) return std::nullopt;
     }
     rendered.measure = measureOf(*result, static_cast<std::uint32_t>(keyed * keyed));
@@ -177,7 +173,7 @@ PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, 
                             int slot) {
   const media::Window pixel = checked({x, y, 1, 1});
   checkedFrame(frame);
-  const auto always = [](double) { return true; };
+  const auto always = [] { return true; };
   const std::lock_guard lock(mutex_);
   PixelValues values;
   values.plate = valuesAt(*footage_.picture(Role::plate, frame, {}, 1), x, y);

@@ -29,6 +29,7 @@ std::span<const PageFile> pageFiles();
 /// What the page hands over to the world outside, made by whoever starts the server. Each throws
 /// Error about settings that it cannot say.
 struct Exports {
+  KeyArguments arguments;                               // of the renders
   std::function<std::string(const Settings&)> command;  // a command line that keys the same
   std::function<std::string(const Settings&, media::Samples)>
       script;  // the same as a script for `orvanite run`

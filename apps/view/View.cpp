@@ -1,20 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/view/View.h"
 
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <thread>
 
+#include "apps/view/Child.h"
 #include "apps/view/StopSignals.h"
 #include "keyer/Error.h"
-
-extern char** environ;
 
 namespace orvanite::view {
 namespace {
@@ -43,20 +39,8 @@ class OwnFolder {
 
 // Shows the page if the desktop can; who sees no page has its address.
 void openInBrowser(const std::string& address) {
-  const char* program = "xdg-open";
-  std::string argument = address;
-  char* const arguments[] = {const_cast<char*>(program), argument.data(), nullptr};
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t none;
-  sigemptyset(&none);
-  posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-  pid_t child = 0;
-  if (posix_spawnp(&child, program, nullptr, &attributes, arguments, environ) == 0) {
-    std::thread([child] { waitpid(child, nullptr, 0); }).detach();
-  }
-  posix_spawnattr_destroy(&attributes);
+  const pid_t child = startChild("xdg-open", {address});
+  if (child >= 0) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
 }
 
 }  // namespace
@@ -76,7 +60,7 @@ void view(const ViewOptions& options) {
     output = (folder->path() / "key.png").string();
   }
   Renderer renderer(footage);
-  RenderJob job(footage, output);
+  RenderJob job(footage, output, options.exports.arguments);
   Server server(options.port, footage, renderer, job, folder.has_value(), settings,
                 options.exports);
   signals.watch([&] {

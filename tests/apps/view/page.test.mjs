@@ -4,7 +4,7 @@
 // compared with the bytes that `orvanite key` writes for the same settings.
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
-import {copyFileSync, existsSync, readFileSync, readdirSync, renameSync, writeFileSync} from 'node:fs';
+import {copyFileSync, existsSync, readFileSync, readdirSync, renameSync, rmSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
@@ -281,6 +281,11 @@ test('a render is cancelled from the page: whole files stay, and the page says h
   await underWay();
   await page.locator('#cancel').press('Enter');
   await stopped();
+
+  // One that cannot be done says why.
+  rmSync(out, {recursive: true});
+  await page.click('#render');
+  await page.waitForFunction(() => /^The render failed: .*there is no folder/.test(document.getElementById('told').textContent));
   assert.deepEqual(page.problems, []);
 });
 
