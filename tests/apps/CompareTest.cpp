@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "tests/apps/Images.h"
@@ -25,9 +26,12 @@ TEST(Compare, GivesTheFiguresOfAKnownDifference) {
       orvanite({"compare", folder / "a.png", folder / "b.png", "--difference", folder / "d.png"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "");
-  EXPECT_NE(outcome.out.find("R        0.050000     0.100000     0.200000     1\n"),
-            std::string::npos)
+  // The second of four pixels.
+  EXPECT_NE(
+      outcome.out.find("R        0.050000     0.100000     0.200000     1  (largest at 1,0)\n"),
+      std::string::npos)
       << outcome.out;
+  EXPECT_EQ(outcome.out.find("\nA "), std::string::npos) << "neither has alpha";
   EXPECT_NE(outcome.out.find("G        0.000000     0.000000     0.000000     0\n"),
             std::string::npos);
   const Image difference = read(folder / "d.png");
@@ -35,11 +39,63 @@ TEST(Compare, GivesTheFiguresOfAKnownDifference) {
   EXPECT_EQ(difference.samples[0], 0);
   EXPECT_EQ(difference.samples[3], 255);
 
+  ASSERT_EQ(orvanite({"compare", folder / "a.png", folder / "b.png", "--difference",
+                      folder / "d.png", "--difference-gain", "4"})
+                .code,
+            1);
+  EXPECT_EQ(read(folder / "d.png").samples[4], 204);
+
   write(randomImage(4, 2, 3, OIIO::TypeDesc::UINT8, 1), folder / "c.png");
   const Outcome sizes = orvanite({"compare", folder / "a.png", folder / "c.png"});
   EXPECT_EQ(sizes.code, 2);
   EXPECT_NE(sizes.err.find("expected a picture of the size 4x1, found 4x2"), std::string::npos);
   EXPECT_EQ(orvanite({"compare", folder / "a.png"}).code, 2);
+}
+
+TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
+  const Folder folder;
+  Image image = randomImage(4, 2, 3, OIIO::TypeDesc::UINT8, 1);
+  image.samples.assign(24, 100);
+  for (const int frame : {1, 2, 3, 5})
+    write(image, folder / ("a." + std::to_string(frame) + ".png"));
+  for (const int frame : {2, 3, 4, 5}) {
+    // Frame 3 is 51 codes off in green, at 2,1: the sixth pixel of eight, of 24 in three frames.
+    image.samples[6 * 3 + 1] = frame == 3 ? 151 : 100;
+    write(image, folder / ("b." + std::to_string(frame) + ".png"));
+  }
+  const Outcome outcome = orvanite({"compare", folder / "a.#.png", folder / "b.#.png", "--json",
+                                    "--difference", folder / "d.#.png"});
+  EXPECT_EQ(outcome.code, 1) << outcome.err;
+  const auto found = nlohmann::json::parse(outcome.out);
+  EXPECT_EQ(found["frames"], (std::vector<int>{2, 3, 5}));
+  EXPECT_EQ(found["missingFrames"], (std::vector<int>{1, 4}));
+  const auto& g = found["channels"]["G"];
+  EXPECT_NEAR(g["mean"].get<double>(), 0.2 / 24, 1e-6);
+  EXPECT_NEAR(g["rms"].get<double>(), 0.2 / std::sqrt(24), 1e-6);
+  EXPECT_EQ(g["largestInFrame"], 3);
+  EXPECT_EQ(g["largestAt"], (std::vector<int>{2, 1}));
+  EXPECT_EQ(found["channels"]["R"]["differentPixels"], 0);
+  EXPECT_EQ(read(folder / "d.3.png").samples[6 * 4 + 1], 51);  // with alpha
+  EXPECT_EQ(orvanite({"compare", folder / "a.#.png", folder / "b.#.png", "--difference",
+                      folder / "d.png"})
+                .code,
+            2);
+  EXPECT_EQ(orvanite({"compare", folder / "a.#.png", folder / "b.4.png", "--frames", "9"}).code, 3);
+
+  // One half of the frame against all of it: the rest is nothing.
+  Image half = randomImage(2, 2, 3, OIIO::TypeDesc::HALF, 1);
+  half.samples.assign(12, 0.5F);
+  half.spec.x = 2;
+  half.spec.full_x = 0;
+  half.spec.full_width = 4;
+  write(half, folder / "half.exr");
+  Image whole = randomImage(4, 2, 3, OIIO::TypeDesc::HALF, 1);
+  whole.samples.assign(24, 0.5F);
+  write(whole, folder / "whole.exr");
+  const auto windows = nlohmann::json::parse(
+      orvanite({"compare", "--json", folder / "half.exr", folder / "whole.exr"}).out);
+  EXPECT_EQ(windows["channels"]["R"]["differentPixels"], 4);
+  EXPECT_EQ(windows["channels"]["R"]["mean"], 0.25);
 }
 
 // A green screen, 24 columns of 100, 200, 60 and 8 of 80, 160, 48, over a grey subject.
