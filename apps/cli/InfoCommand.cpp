@@ -66,6 +66,10 @@ std::vector<int> missingOf(const std::vector<int>& frames) {
   return missing;
 }
 
+double valueOf(const media::Ratio& ratio) {
+  return static_cast<double>(ratio.numerator) / ratio.denominator;
+}
+
 std::string plural(std::size_t count, const char* what) {
   return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
@@ -156,6 +160,17 @@ void printText(const std::string& path, Source& source, const InfoOptions& optio
                                plural(source.frames().size(), "frame"),
                                missing.empty() ? "" : ", missing " + media::formatFrames(missing)));
   }
+  const media::ShotFacts& facts = source.facts();
+  std::vector<std::string> tags;
+  if (facts.frameRate.numerator > 0)
+    tags.push_back(fmt::format("{:.5g} frames/s", valueOf(facts.frameRate)));
+  if (!facts.timeCode.empty()) tags.push_back("time code " + facts.timeCode);
+  if (facts.pixelAspect.numerator > 0 &&
+      facts.pixelAspect.numerator != facts.pixelAspect.denominator)
+    tags.push_back(fmt::format("pixels {:.4g} times as wide as high", valueOf(facts.pixelAspect)));
+  if (!facts.sound.empty()) tags.emplace_back("sound");
+  if (!tags.empty()) line("shot", fmt::format("{}", fmt::join(tags, ", ")));
+  if (!source.notice().empty()) line("note", source.notice());
   if (options.headerOnly) return;
   std::fflush(stdout);  // looking takes a moment
   const Look look = lookAt(source, options, encoding.colourspace);
@@ -191,6 +206,13 @@ void printJson(const std::string& path, Source& source, const InfoOptions& optio
     object["frames"] = source.frames();
     object["missingFrames"] = missingOf(source.frames());
   }
+  const media::ShotFacts& facts = source.facts();
+  if (facts.frameRate.numerator > 0)
+    object["frameRate"] = {facts.frameRate.numerator, facts.frameRate.denominator};
+  if (facts.pixelAspect.numerator > 0)
+    object["pixelAspect"] = {facts.pixelAspect.numerator, facts.pixelAspect.denominator};
+  if (!facts.timeCode.empty()) object["timeCode"] = facts.timeCode;
+  if (!source.notice().empty()) object["note"] = source.notice();
   if (!options.headerOnly) {
     const Look look = lookAt(source, options, encoding.colourspace);
     if (look.frame) object["screenFrame"] = *look.frame;
@@ -236,7 +258,7 @@ int runInfo(const InfoOptions& options) {
 Run declareInfo(CLI::App& command) {
   auto options = std::make_shared<InfoOptions>();
   command.add_option("FILE", options->files,
-                     "What to look at: pictures, numbered sequences or folders of one.");
+                     "What to look at: pictures, numbered sequences, folders of one, movies.");
   CLI::Option* frame =
       command
           .add_option("--screen-frame", options->screenFrame,
