@@ -4,7 +4,7 @@
 # Exit code 77: there is no such shell here.
 set -euo pipefail
 shell=$1 program=$2 share=$3
-command -v "$shell" >/dev/null || exit 77
+[[ $shell == man ]] || command -v "$shell" >/dev/null || exit 77
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
