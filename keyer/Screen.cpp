@@ -64,18 +64,21 @@ bool leansTo(const Rgb& c, int primary) {
 
 /// The fullest cell of a grid of chromaticities, then the mean of what lies around it.
 Chromaticity densest(const std::vector<Pixel>& pixels) {
-  constexpr int cells = 48;
-  std::vector<float> crowd(static_cast<std::size_t>(cells) * cells);
+  constexpr std::size_t cells = 48;
+  std::vector<float> crowd(cells * cells);
   const auto cell = [](float share) {
-    return std::clamp(static_cast<int>(share * cells), 0, cells - 1);
+    const int place = static_cast<int>(share * cells);
+    return static_cast<std::size_t>(std::clamp(place, 0, static_cast<int>(cells) - 1));
   };
   for (const Pixel& p : pixels) {
     const Chromaticity c = chromaticity(p.colour);
-    crowd[static_cast<std::size_t>(cell(c.g) * cells + cell(c.r))] += 1;
+    crowd[cell(c.g) * cells + cell(c.r)] += 1;
   }
-  const auto fullest = std::max_element(crowd.begin(), crowd.end()) - crowd.begin();
-  Chromaticity centre = {(static_cast<float>(fullest % cells) + 0.5F) / cells,
-                         (static_cast<float>(fullest / cells) + 0.5F) / cells};
+  const auto fullest =
+      static_cast<std::size_t>(std::max_element(crowd.begin(), crowd.end()) - crowd.begin());
+  const std::size_t row = fullest / cells, column = fullest % cells;
+  Chromaticity centre = {(static_cast<float>(column) + 0.5F) / cells,
+                         (static_cast<float>(row) + 0.5F) / cells};
   for (int round = 0; round < 8; ++round) {
     double r = 0;
     double g = 0;
@@ -227,6 +230,7 @@ Screen findScreen(const Plate& plate) {
   }
   screen.found = true;
   std::vector<Rgb> colours;
+  colours.reserve(pixels.size());
   for (const Pixel& p : pixels) colours.push_back(p.colour);
   screen.colour = medianOf(colours);
 

@@ -19,7 +19,7 @@ const EncodingFunctions* functions() {
 
 bool Scratch::reserve() {
   if (memory_ == nullptr && !refused_) {
-    memory_.reset(new (std::nothrow) float[2 * longest]);
+    memory_.reset(new (std::nothrow) float[std::size_t{2} * longest]);
     refused_ = memory_ == nullptr;
   }
   return !refused_;
