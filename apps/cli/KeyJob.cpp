@@ -287,7 +287,11 @@ int framesInFlight(const KeyJob& job, const ShotOptions& options) {
   std::size_t pictures = job.outputs.size();
   for (const SideInput* input : {&job.background, &job.holdOut, &job.garbage, &job.reference}) {
     if (input->used) ++pictures;
+    // A movie's frame takes as much again before it is a picture, or when it has been one.
+    if (input->used && input->source->sequential()) ++pictures;
   }
+  if (job.plate->sequential()) ++pictures;
+  for (const ViewOutput& output : job.outputs) pictures += output.movie != nullptr ? 1 : 0;
   const std::size_t bytes = pictures * 4 * static_cast<std::size_t>(job.depth) *
                             static_cast<std::size_t>(data.width) *
                             static_cast<std::size_t>(data.height);

@@ -71,6 +71,8 @@ OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
   if (!sameFormat) {
     spec.erase_attribute("oiio:BitsPerSample");
     spec.erase_attribute("compression");
+    // Grain, in colours and matte alike, packs smaller and twice as fast so than by "zip".
+    if (std::string_view(output.format_name()) == "openexr") spec.attribute("compression", "piz");
   }
   spec.erase_attribute("orvanite:format");
   spec.erase_attribute("orvanite:transfer");
