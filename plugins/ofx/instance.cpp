@@ -123,8 +123,7 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
 ofx::Status Instance::isIdentity(Properties in, Properties out) {
   const double time = in.real(ofx::prop::time, 0);
   const auto window = in.rectI(ofx::prop::renderWindow);
-  bool same = window && isEmpty(*window);
-  if (!same) {
+  if (!window || !isEmpty(*window)) {
     // A key that cannot be built shows the plate as it is, where the output can hold the plate.
     const Settings settings = parameters_.at(time);
     const int depth = depthOf(Properties(source_.properties).text(ofx::prop::pixelDepth));
@@ -140,7 +139,6 @@ ofx::Status Instance::isIdentity(Properties in, Properties out) {
       return ofx::replyDefault;
     }
     report(ofx::message::warning, problem);
-    same = true;
   }
   out.set(ofx::prop::name, ofx::sourceClip);
   out.set(ofx::prop::time, time);

@@ -129,7 +129,7 @@ ofx::Status createInstance(ofx::Effect effect) {
   auto instance = std::make_unique<Instance>(effect);
   delete instanceOf(effect);  // a host that creates twice without destroying
   if (!properties.setPointer(ofx::prop::instanceData, instance.get())) return ofx::failed;
-  instance.release();
+  static_cast<void>(instance.release());  // the effect's from now on
   return ofx::ok;
 }
 

@@ -46,7 +46,7 @@ ofx::Status Instance::sampleScreen(ofx::Time time) {
     Copy copy(picture, depth);
     std::byte* const at = copy.bytes.data();
     Plate plate;
-    plate.image = {at,      at + depth,       at + 2 * depth,
+    plate.image = {at,      at + depth,       at + std::ptrdiff_t{2} * depth,
                    nullptr, picture.channels, picture.channels * copy.width};
     plate.width = copy.width;
     plate.height = copy.height;

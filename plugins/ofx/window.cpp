@@ -51,7 +51,9 @@ bool liesRight(const Picture& picture, const Band& band) {
 
 OtileImage imageAt(std::byte* data, int depth, int channels, std::ptrdiff_t lineBytes) {
   OtileImage image{};
-  const auto channel = [&](int index) { return static_cast<void*>(data + index * depth); };
+  const auto channel = [&](int index) {
+    return static_cast<void*>(data + std::ptrdiff_t{index} * depth);
+  };
   if (channels >= 3) {
     image.red = channel(0);
     image.green = channel(1);
@@ -115,7 +117,8 @@ struct PixelBytes {
 PixelBytes screenPixel(const WindowJob& job) {
   PixelBytes pixel;
   for (int c = 0; c < 3; ++c) {
-    writeCode(pixel.bytes + c * job.depth, job.depth, job.screen[static_cast<std::size_t>(c)]);
+    writeCode(pixel.bytes + std::ptrdiff_t{c} * job.depth, job.depth,
+              job.screen[static_cast<std::size_t>(c)]);
   }
   return pixel;
 }
@@ -155,7 +158,8 @@ void fillAlpha(const OtileImage& dst, const Band& band) {
   auto* line = static_cast<std::byte*>(dst.alpha);
   for (int i = 0; i < band.count; ++i, line += std::ptrdiff_t{dst.lineStep} * depth) {
     std::byte* at = line;
-    for (int x = 0; x < band.width(); ++x, at += dst.pixelStep * depth) writeCode(at, depth, 1.0F);
+    for (int x = 0; x < band.width(); ++x, at += std::ptrdiff_t{dst.pixelStep} * depth)
+      writeCode(at, depth, 1.0F);
   }
 }
 
