@@ -150,6 +150,7 @@ ManualPage page(const CommandFacts& command, const std::vector<CommandFacts>& al
 
 std::vector<ManualPage> manualPages(const std::vector<CommandFacts>& commands) {
   std::vector<ManualPage> pages;
+  pages.reserve(commands.size());
   for (const CommandFacts& command : commands) pages.push_back(page(command, commands));
   return pages;
 }

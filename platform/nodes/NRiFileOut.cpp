@@ -106,7 +106,7 @@ std::string NRiFileOut::path() {
 }
 
 std::string NRiFileOut::write() {
-  const std::string file = path();
+  std::string file = path();
   if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
   if (!getInput(0)->isConnected()) {
     throw NRiError(file + ": '" + std::string(name().view()) + "' has no image");
