@@ -4,7 +4,12 @@
 // scripts/bench: SUBJECT/BITS/... with the fields in a fixed order.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 namespace orvanite::bench {
+
+/// Says how many pixels an iteration keys, and how many that is a second.
+void countPixels(benchmark::State& state);
 
 /// memory/BITS/THREADS and key/BITS/ENCODING/OUTPUT/THREADS.
 void registerKeying();
@@ -14,5 +19,8 @@ void registerTargets();
 
 /// tables/BITS/ENCODING/WHAT.
 void registerRebuild();
+
+/// peer/NAME/THREADS: other people's keyers on the 8-bit frame.
+void registerPeers();
 
 }  // namespace orvanite::bench

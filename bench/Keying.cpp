@@ -15,14 +15,14 @@
 
 namespace orvanite::bench {
 
-namespace {
-
 void countPixels(benchmark::State& state) {
   const double pixels = static_cast<double>(frameWidth()) * frameHeight();
   state.counters["pixels"] = pixels;
   state.counters["MP/s"] = benchmark::Counter(
       pixels * 1e-6 * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
+
+namespace {
 
 void passOver(const Pictures& p, std::size_t begin, std::size_t end) {
   // Eight bytes at a time: vectorised, and bound by memory whatever the operation.

@@ -17,14 +17,16 @@ def place(name):
 
 
 def best_seconds(runs):
-    """Name, without Google Benchmark's suffix, to seconds an iteration and pixels."""
+    """Name, without Google Benchmark's suffix, to seconds an iteration and pixels.
+
+    Where a benchmark tells its best iteration itself (best_ms), that counts."""
     best = {}
     for run in runs:
         if run.get("run_type") != "iteration" or run.get("error_occurred"):
             continue
-        name = run["name"].removesuffix("/real_time")
+        name = run["name"].removesuffix("/real_time").removesuffix("/manual_time")
         scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}[run["time_unit"]]
-        seconds = run["real_time"] * scale
+        seconds = run["best_ms"] * 1e-3 if "best_ms" in run else run["real_time"] * scale
         if name not in best or seconds < best[name][0]:
             best[name] = (seconds, run.get("pixels"))
     return best
@@ -58,6 +60,48 @@ def print_table(head, rows):
     print()
 
 
+def print_peers(best):
+    """Other people's keyers, and how many times as fast the everyday key of the same frame is."""
+    peers = {}
+    for name, (seconds, _) in best.items():
+        parts = name.split("/")
+        if parts[0] == "peer":
+            peers.setdefault(parts[1], {})[parts[2]] = seconds * 1e3
+    rows = []
+    for peer, times in peers.items():
+        # What composites nothing is held against the matte alone.
+        output = "composite" if "overlay" in peer else "matte"
+        row = [peer, output]
+        for threads in ("1", "2"):
+            own = best.get(f"key/8/video/{output}/{threads}")
+            if threads in times and own:
+                row += [f"{times[threads]:.1f}", f"{own[0] * 1e3:.1f}",
+                        f"{times[threads] / (own[0] * 1e3):.1f}x"]
+            else:
+                row += ["-", "-", "-"]
+        rows.append(row)
+    print_table(["peer, 8 bits", "beside", "its ms, 1 thread", "ours, ms", "faster",
+                 "its ms, 2 threads", "ours, ms", "faster"], rows)
+
+
+def print_targets(best):
+    """Each target's kernels on one thread, as times the speed of the reference's."""
+    rows, targets = {}, []
+    for name, (seconds, _) in best.items():
+        parts = name.split("/")
+        if parts[0] == "kernel":
+            rows.setdefault(tuple(parts[1:4]), {})[parts[4]] = seconds * 1e3
+            if parts[4] not in targets and parts[4] != "reference":
+                targets.append(parts[4])
+    table = []
+    for key in sorted(rows, key=lambda k: (int(k[0]), place(k[1]))):
+        reference = rows[key].get("reference")
+        ratios = [f"{reference / rows[key][t]:.1f}x" if reference and t in rows[key] else "-"
+                  for t in targets]
+        table.append([*key, f"{reference:.1f}" if reference else "-", *ratios])
+    print_table(["bits", "encoding", "case", "reference, ms", *targets], table)
+
+
 def main():
     with open(sys.argv[1], encoding="utf-8") as file:
         result = json.load(file)
@@ -81,6 +125,9 @@ def main():
         rows.append(row)
     print_table(["bits", "encoding", "output", "MP/s, 1 thread", "of memory", "MP/s, 2 threads",
                  "of memory"], rows)
+
+    print_peers(best)
+    print_targets(best)
 
     changes = {}
     for name, (seconds, _) in best.items():
