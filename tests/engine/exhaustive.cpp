@@ -5,9 +5,11 @@
 // own error is below 2^-52. The margin at which an estimate is not trusted must be ten times that.
 //
 // cmake --build --preset release --target exhaustive
-// exhaustive_encodings NAME   only the functions whose name begins so, such as "power 80"
+// exhaustive_encodings NAME        only the functions whose name begins so, such as "power 80"
+// exhaustive_encodings NAME 3 16   of these, the third sixteenth of all floats
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -16,6 +18,7 @@
 namespace {
 
 constexpr std::uint32_t chunk = 1U << 16;
+constexpr std::uint32_t chunks = 1U << 16;
 constexpr double margin = 0x1p-40;  // kernels/simd/Powers.h, doubt
 
 /// The largest relative distance of the estimates of a chunk from the C library's results.
@@ -50,9 +53,10 @@ struct Findings {
   double worst = 0;
 };
 
-void look(const sweep::Function& f, std::atomic<std::uint32_t>& next, Findings& findings) {
+void look(const sweep::Function& f, std::atomic<std::uint32_t>& next, std::uint32_t end,
+          Findings& findings) {
   std::vector<float> in(chunk), wanted(chunk);
-  for (std::uint32_t c = next++; c < (1U << 16); c = next++) {
+  for (std::uint32_t c = next++; c < end; c = next++) {
     for (std::uint32_t i = 0; i < chunk; ++i) {
       in[i] = sweep::fromBits(c * chunk + i);
       wanted[i] = f.define(in[i]);
@@ -73,14 +77,25 @@ void look(const sweep::Function& f, std::atomic<std::uint32_t>& next, Findings& 
 
 int main(int argc, char** argv) {
   const std::string wanted = argc > 1 ? argv[1] : "";
-  int failures = 0;
+  const int part = argc == 4 ? std::atoi(argv[2]) : 1;
+  const int parts = argc == 4 ? std::atoi(argv[3]) : 1;
+  if (argc == 3 || argc > 4 || part < 1 || part > parts || parts > static_cast<int>(chunks)) {
+    std::fprintf(stderr, "exhaustive_encodings: expected [NAME [PART PARTS]], PART in 1..PARTS\n");
+    return 2;
+  }
+  const auto chunkAt = [parts](int share) {
+    return static_cast<std::uint32_t>(std::uint64_t{chunks} * static_cast<unsigned>(share) /
+                                      static_cast<unsigned>(parts));
+  };
+  int failures = 0, functions = 0;
   for (const sweep::Function& f : sweep::functions()) {
     if (std::string(f.name).rfind(wanted, 0) != 0) continue;
-    std::atomic<std::uint32_t> next{0};
+    ++functions;
+    std::atomic<std::uint32_t> next{chunkAt(part - 1)};
     Findings findings;
     std::vector<std::thread> threads(std::max(1U, std::thread::hardware_concurrency()));
     for (std::thread& t : threads)
-      t = std::thread(look, std::cref(f), std::ref(next), std::ref(findings));
+      t = std::thread(look, std::cref(f), std::ref(next), chunkAt(part), std::ref(findings));
     for (std::thread& t : threads) t.join();
     const bool close = findings.worst * 10 <= margin;
     std::printf("%-20s %s", f.name,
@@ -89,6 +104,10 @@ int main(int argc, char** argv) {
     std::printf("%s\n", close ? "" : ": too near the margin of 2^-40");
     std::fflush(stdout);
     if (!close || !findings.difference.empty()) ++failures;
+  }
+  if (functions == 0) {
+    std::fprintf(stderr, "exhaustive_encodings: no function's name begins \"%s\"\n", argv[1]);
+    return 2;
   }
   return failures == 0 ? 0 : 1;
 }
