@@ -46,17 +46,16 @@ struct Page {
       1 << 20};
   view::Renderer renderer{footage};
   view::RenderJob job{footage, {}, {}};  // without an output it starts no process
-  view::Server server{0,
-                      footage,
-                      renderer,
-                      job,
-                      true,
-                      Settings(),
-                      {{},
-                       [](const Settings& settings) { return settings.text("screen"); },
-                       [](const Settings& settings, media::Samples) {
-                         return settings.text("screen");
-                       }}};
+  view::Server server{
+      0,
+      footage,
+      renderer,
+      job,
+      true,
+      Settings(),
+      {{},
+       [](const Settings& settings) { return settings.text("screen"); },
+       [](const Settings& settings, media::Samples) { return settings.text("screen"); }}};
   int left = requestsEach;
 
   ~Page() { std::filesystem::remove_all(folder()); }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/cli/ColourOptions.h"
 #include "apps/cli/Commands.h"
 #include "apps/cli/KeyJob.h"
 #include "apps/cli/ParameterOptions.h"
@@ -41,6 +42,7 @@ struct KeyOptions {
   bool passThrough = false;
   ParameterOptions parameters;
   ScreenOptions screen;
+  ColourOptions colours;
 };
 
 std::string sizeOf(const media::Window& window) {
@@ -162,10 +164,14 @@ void checkOutputs(const KeyJob& job, const KeyOptions& options, const std::vecto
   }
 }
 
-void chooseEncoding(const KeyOptions& options, const Source& plate, Settings& settings) {
+void chooseEncoding(const KeyOptions& options, const Source& plate, const ColourPath& colours,
+                    Settings& settings) {
   if (settings.given("colourspace")) return;
-  const media::Encoding encoding =
+  media::Encoding encoding =
       media::encodingOf(plate.header(), plate.info().format, plate.info().samples);
+  if (colours.used && colours.linear) {
+    encoding = {"linear", "working space " + colours.workingSpace};
+  }
   settings.setText("colourspace", encoding.colourspace);
   if (options.quiet) return;
   fmt::print(stderr, "colourspace: {} ({}; --colourspace says otherwise)\n", encoding.colourspace,
@@ -179,6 +185,7 @@ std::string scriptOfJob(const KeyOptions& options, const KeyJob& job, const Sett
   };
   if (job.reference.used || job.cleanPlateOf) refuse("a clean plate");
   if (job.premultiply) refuse("--premultiply");
+  if (job.colours.used) refuse("colour spaces");
   if (job.outputs.size() > 1) refuse("several views");
   return scriptOf(settings,
                   {{options.plate},
@@ -295,11 +302,14 @@ int runKey(KeyOptions& options) {
   if (movies && frames.empty()) frames.push_back(1);
   const bool shot = !frames.empty();
   checkOutputs(job, options, shot ? frames : std::vector<int>{1});
-  chooseEncoding(options, *job.plate, settings);
+  job.colours = options.colours.path();
+  chooseEncoding(options, *job.plate, job.colours, settings);
 
   job.samples = job.plate->info().samples;
   if (job.background.source)
     job.samples = std::max(job.samples, job.background.source->info().samples);
+  // Between spaces codes leave 0..1.
+  if (job.colours.used) job.samples = std::max(job.samples, Samples::half);
   job.depth = media::depthOf(job.samples);
   const media::Window whole = job.plate->info().display;
   options.screen.look(
@@ -310,11 +320,15 @@ int runKey(KeyOptions& options) {
             throw Error::expected(Fault::wrongUse, "--screen-frame",
                                   "a plate with a frame number in its name", options.plate);
           }
-          return media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
+          auto picture = media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
+          job.colours.plate.apply(picture);
+          return picture;
         }
         // Whatever part of the shot is keyed: all tasks of a farm see the same screen.
         const int first = job.plate->isShot() ? job.plate->frames().front() : 1;
-        return job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
+        auto picture = job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
+        job.colours.plate.apply(picture);
+        return picture;
       },
       options.reference, job.depth, settings, options.quiet);
   if (options.screen.makesCleanPlates()) {
@@ -447,6 +461,7 @@ Run declareKey(CLI::App& command) {
   flag(running, "-q,--quiet", options->quiet, "Say nothing but errors.");
   options->parameters.addTo(command);
   options->screen.addTo(command);
+  options->colours.addTo(command);
   return [options] { return runKey(*options); };
 }
 

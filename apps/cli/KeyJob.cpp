@@ -176,12 +176,17 @@ FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads)
   FramePictures pictures;
   pictures.plate = reads.plate();
   pictures.plate.samples = job.samples;
+  job.colours.plate.apply(pictures.plate);
   if (!job.passThrough) paintScreen(pictures.plate, job.plate->windowOf(frame), job.screen);
-  if (reads.background) pictures.background = reads.background();
+  if (reads.background) {
+    pictures.background = reads.background();
+    job.colours.background.apply(pictures.background);
+  }
   if (reads.holdOut) pictures.holdOut = reads.holdOut();
   if (reads.garbage) pictures.garbage = reads.garbage();
   if (reads.reference) {
     pictures.reference = reads.reference();
+    job.colours.plate.apply(pictures.reference);
     // What is painted as screen is screen beside a clean plate, too.
     const Window inside = windowIn(*job.reference.source, *job.plate, job.plate->windowOf(frame));
     paintScreen(pictures.reference, inside, job.screen);
@@ -216,6 +221,13 @@ std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& picture
   frame.pictures.dst = frame.pictures.fg;
   if (!job.passThrough) job.outputs[0].keyer->render(frame, threads);
   views[0] = std::move(pictures.plate);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    // A matte is no colour, unless there is nothing but the plate.
+    const std::string& output = job.outputs[i].output;
+    if (job.passThrough || (output != "matte" && output != "status")) {
+      job.colours.out.apply(views[i]);
+    }
+  }
   if (job.premultiply) media::multiplyByAlpha(views[0]);
   return views;
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/cli/ColourOptions.h"
 #include "apps/cli/Progress.h"
 #include "apps/media/FramePattern.h"
 #include "apps/media/MovieWriter.h"
@@ -47,6 +48,7 @@ struct KeyJob {
   // Where clean plates are estimated: what makes one from a frame of the plate.
   std::function<media::Picture(const media::Picture&)> cleanPlateOf;
   std::array<float, 3> screen{};  // what lies beside the plate's pixels
+  ColourPath colours;
   PastEnd pastEnd = PastEnd::hold;
   std::vector<ViewOutput> outputs;  // the first is keyed in place
   int depth = 1;

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Keys in a working space. The test's spaces are powers of two apart, so that every conversion is
+// exact and keys must agree to the last bit with keys of pictures that were scaled by hand.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "tests/apps/Images.h"
+#include "tests/apps/Program.h"
+
+namespace orvanite::test {
+namespace {
+
+/// "twice" holds light / 2, "quadruple" light / 4, "root" the square root of light.
+void writeConfig(const std::string& path) {
+  std::ofstream(path) << R"(ocio_profile_version: 2
+roles: {scene_linear: light, default: light}
+file_rules: [!<Rule> {name: Default, colorspace: default}]
+displays: {none: [!<View> {name: none, colorspace: light}]}
+colorspaces:
+  - !<ColorSpace> {name: light}
+  - !<ColorSpace>
+    name: twice
+    to_scene_reference: !<MatrixTransform> {matrix: [2,0,0,0, 0,2,0,0, 0,0,2,0, 0,0,0,1]}
+  - !<ColorSpace>
+    name: quadruple
+    to_scene_reference: !<MatrixTransform> {matrix: [4,0,0,0, 0,4,0,0, 0,0,4,0, 0,0,0,1]}
+  - !<ColorSpace>
+    name: root
+    to_scene_reference: !<ExponentTransform> {value: [2, 2, 2, 1]}
+)";
+}
+
+/// Random multiples of 1/256 in 0..1, colours scaled by a power of two.
+Image floats(unsigned seed, float scale) {
+  Image image = randomImage(40, 30, 4, OIIO::TypeDesc::UINT8, seed);
+  image.spec.set_format(OIIO::TypeDesc::FLOAT);
+  for (std::size_t i = 0; i < image.samples.size(); ++i)
+    image.samples[i] *= (i % 4 == 3 ? 1 : scale) / 256;
+  return image;
+}
+
+TEST(ColourSpaces, PicturesAreKeyedInTheWorkingSpaceAndWrittenInTheOutputSpace) {
+  const Folder folder;
+  writeConfig(folder / "config.ocio");
+  write(floats(1, 0.5F), folder / "plate.exr");
+  write(floats(2, 0.25F), folder / "bg.exr");
+  write(floats(1, 1), folder / "light.exr");
+  write(floats(2, 1), folder / "lightbg.exr");
+  const std::vector<std::string> look = {"--screen", "0.1,0.7,0.2", "--screen-range", "0.1"};
+  const auto key = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "key");
+    arguments.insert(arguments.end(), look.begin(), look.end());
+    return orvanite(arguments, {"OCIO=" + folder / "config.ocio"});
+  };
+  ASSERT_EQ(key({folder / "light.exr", "--bg", folder / "lightbg.exr", "-o", folder / "hand.exr",
+                 "--matte-output", folder / "handmatte.exr"})
+                .code,
+            0);
+  // The working space is light, and linear; the plate's own space is where it is written.
+  const Outcome told =
+      key({folder / "plate.exr", "--input-space", "twice", "--bg", folder / "bg.exr", "--bg-space",
+           "quadruple", "-o", folder / "key.exr", "--matte-output", folder / "matte.exr"});
+  ASSERT_EQ(told.code, 0) << told.err;
+  EXPECT_NE(told.err.find("colourspace: linear (working space light"), std::string::npos)
+      << told.err;
+  const Image hand = read(folder / "hand.exr"), own = read(folder / "key.exr");
+  ASSERT_EQ(hand.samples.size(), own.samples.size());
+  for (std::size_t i = 0; i < own.samples.size(); ++i)
+    ASSERT_EQ(own.samples[i], hand.samples[i] * (i % 4 == 3 ? 1 : 0.5F)) << i;
+  EXPECT_EQ(read(folder / "matte.exr").samples, read(folder / "handmatte.exr").samples);
+
+  ASSERT_EQ(key({folder / "light.exr", "--input-space", "root", "--output-space", "scene_linear",
+                 "--no-key", "-o", folder / "squared.exr"})
+                .code,
+            0);
+  const Image light = read(folder / "light.exr"), squared = read(folder / "squared.exr");
+  for (std::size_t i = 0; i < light.samples.size(); ++i)
+    ASSERT_NEAR(squared.samples[i],
+                i % 4 == 3 ? light.samples[i] : light.samples[i] * light.samples[i], 1e-6)
+        << i;
+}
+
+TEST(ColourSpaces, AnEightBitPlateIsKeyedInFloatAndWrittenToHalf) {
+  const Folder folder;
+  writeConfig(folder / "config.ocio");
+  write(randomImage(16, 16, 3, OIIO::TypeDesc::UINT8, 3), folder / "plate.png");
+  ASSERT_EQ(
+      orvanite({"key", folder / "plate.png", "--ocio", folder / "config.ocio", "--input-space",
+                "root", "--output-space", "light", "--no-key", "-o", folder / "out.exr"})
+          .code,
+      0);
+  const Image plate = read(folder / "plate.png"), out = read(folder / "out.exr");
+  EXPECT_EQ(out.spec.format, OIIO::TypeDesc::HALF);
+  for (std::size_t p = 0; p < 256; ++p) {
+    for (std::size_t c = 0; c < 3; ++c) {
+      const double code = plate.samples[3 * p + c] / 255;
+      ASSERT_NEAR(out.samples[4 * p + c], code * code, 0.0005) << p;  // half: 2^-11 of 1
+    }
+  }
+}
+
+TEST(ColourSpaces, SayWhatIsWrong) {
+  const Folder folder;
+  writeConfig(folder / "config.ocio");
+  std::ofstream(folder / "broken.ocio") << "no: [configuration";
+  write(floats(1, 1), folder / "plate.exr");
+  const struct {
+    std::vector<std::string> options;
+    int code;
+    std::string says;
+  } cases[] = {
+      {{"--ocio", folder / "config.ocio", "--input-space", "twize"},
+       2,
+       "--input-space: expected a colour space of " + folder / "config.ocio" +
+           " (light, twice, quadruple, root), found 'twize'"},
+      {{"--input-space", "twice"}, 2, "--input-space: expected an OpenColorIO configuration"},
+      {{"--ocio", folder / "config.ocio"}, 2, "--ocio: expected --input-space"},
+      {{"--output-space", "twice"}, 2, "--output-space: expected --input-space"},
+      {{"--ocio", folder / "none.ocio", "--input-space", "twice"}, 1, "there is no such"},
+      {{"--ocio", folder / "broken.ocio", "--input-space", "twice"},
+       1,
+       "no OpenColorIO configuration"},
+      {{"--ocio", folder / "config.ocio", "--input-space", "twice", "--save-script",
+        folder / "s.orv"},
+       2,
+       "a script cannot hold colour spaces"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> arguments{"key", "-q", folder / "plate.exr", "-o", folder / "out.exr"};
+    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+    const Outcome outcome = orvanite(arguments, {"OCIO="});
+    EXPECT_EQ(outcome.code, c.code) << c.says << '\n' << outcome.err;
+    EXPECT_NE(outcome.err.find(c.says), std::string::npos) << c.says << '\n' << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+  }
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"broken.ocio", "config.ocio", "plate.exr"}));
+}
+
+}  // namespace
+}  // namespace orvanite::test
