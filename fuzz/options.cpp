@@ -84,8 +84,8 @@ void readAsPattern(const std::string& word) {
     if (pattern->path(7) == pattern->path(8)) std::abort();
     pattern->text();
   }
-  for (const int frame : {0, -3, 1001}) {
-    allowed([&] { orvanite::cli::frameBeside(word, frame); });
+  if (const auto pattern = orvanite::media::FramePattern::ofFile(word)) {
+    if (pattern->path(7) == pattern->path(8)) std::abort();
   }
 }
 
