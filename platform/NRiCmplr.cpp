@@ -87,31 +87,44 @@ class NRiCmplr::Runner {
     throw Broken();
   }
 
+  static NRiError unfit(const NRiStatement& one, NRiId type) {
+    return {one.textPosition, "expected " + std::string(type == nriString ? "a text" : "a number") +
+                                  " for '" + NRiPrintable(one.target.view()) + "', found '" +
+                                  NRiPrintable(one.text) + "'"};
+  }
+
+  NRiPlug& referred(const NRiExpression& expression, std::size_t i) {
+    const auto& reference = expression.references()[i];
+    if (NRiPlug* const plug = NRiScope::findPlug(&root_, reference.node, reference.plug)) {
+      return *plug;
+    }
+    if (broken_.count(reference.plug.identity()) || broken_.count(reference.node.identity())) {
+      throw Broken();
+    }
+    const std::string shown = expression.text().substr(reference.offset, reference.length);
+    throw NRiError(reference.position, "'" + NRiPrintable(shown) +
+                                           "' refers to nothing: expected the name of a plug "
+                                           "or of a variable");
+  }
+
   void value(const NRiStatement& one) {
     const NRiExpression expression(one.text, one.textPosition);
-    const NRiOperand now = expression.run([&](std::size_t i) {
-      const auto& reference = expression.references()[i];
-      NRiPlug* const plug = NRiScope::findPlug(&root_, reference.node, reference.plug);
-      if (plug) return plug->operand();
-      if (broken_.count(reference.plug.identity()) || broken_.count(reference.node.identity())) {
-        throw Broken();
-      }
-      const std::string shown = expression.text().substr(reference.offset, reference.length);
-      throw NRiError(reference.position, "'" + NRiPrintable(shown) +
-                                             "' refers to nothing: expected the name of a plug "
-                                             "or of a variable");
-    });
     NRiPlug* plug = root_.getPlug(one.target);
-    const NRiId type = one.type != nriNull ? one.type
-                       : plug              ? plug->type()
-                       : now.isText        ? nriString
-                                           : nriFloat;
-    if ((type == nriString) != now.isText || (plug && plug->type() != type)) {
-      throw NRiError(one.textPosition, "expected " +
-                                           std::string(type == nriString ? "a text" : "a number") +
-                                           " for '" + NRiPrintable(one.target.view()) +
-                                           "', found '" + NRiPrintable(one.text) + "'");
+    NRiId type = one.type != nriNull ? one.type : plug ? plug->type() : nriNull;
+    // What a live expression comes to changes with what it refers to. One of a declared type may
+    // fail now, as it may later: else a saved script in which one fails could not be loaded.
+    const bool mayFail = one.type != nriNull && !expression.references().empty();
+    NRiOperand now;
+    try {
+      now = expression.run([&](std::size_t i) { return referred(expression, i).operand(); });
+      if (type == nriNull) type = now.isText ? nriString : nriFloat;
+      if ((type == nriString) != now.isText) throw unfit(one, type);
+    } catch (const NRiError&) {
+      if (!mayFail) throw;
+      for (std::size_t i = 0; i < expression.references().size(); ++i) referred(expression, i);
+      now = {};
     }
+    if (plug && plug->type() != type) throw unfit(one, type);
     if (!plug) {
       plug = root_.addPlug(one.target, type, NRiPlug::kIn, nullptr, 0);
       // A node that happens to bear the name makes way.
