@@ -2,6 +2,7 @@
 #include "apps/cli/ColourOptions.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "keyer/Error.h"
 
