@@ -94,11 +94,7 @@ media::Picture pixelsOf(Source& source, int frame, Window window) {
 
 /// Adds a frame's differences. The picture of them is what the result holds.
 media::Picture compareFrame(Source& first, Source& second, int frame, Channels& channels) {
-  const Window one = dataOf(first, frame);
-  const Window two = dataOf(second, frame);
-  Window window{std::min(one.x, two.x), std::min(one.y, two.y), 0, 0};
-  window.width = std::max(one.x + one.width, two.x + two.width) - window.x;
-  window.height = std::max(one.y + one.height, two.y + two.height) - window.y;
+  const Window window = united(dataOf(first, frame), dataOf(second, frame));
   media::Picture a = pixelsOf(first, frame, window);
   const media::Picture b = pixelsOf(second, frame, window);
   auto* samples = reinterpret_cast<float*>(a.pixels.get());

@@ -15,6 +15,7 @@
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/ScreenOptions.h"
+#include "apps/cli/ShellWord.h"
 #include "apps/media/FrameRange.h"
 #include "apps/media/Source.h"
 #include "keyer/AutoKey.h"
@@ -103,21 +104,10 @@ class Style {
 
 void line(const char* label, const std::string& text) { fmt::print("  {:<9} {}\n", label, text); }
 
-// A word that a shell takes as it is, or in quotes.
-std::string forShell(const std::string& word) {
-  if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                              "0123456789_-+=./:@%,") == std::string::npos) {
-    return word;
-  }
-  std::string quoted = "'";
-  for (const char letter : word) quoted += letter == '\'' ? "'\\''" : std::string(1, letter);
-  return quoted + "'";
-}
-
 /// A command that can be pasted into a shell, broken into lines that fit.
 void printKey(const std::string& path, const Look& look) {
   constexpr std::size_t width = 86;
-  std::string text = "orvanite key " + forShell(path);
+  std::string text = "orvanite key " + shellWord(path);
   std::vector<std::string> words = look.key;
   words.emplace_back("-o OUT");
   bool first = true;

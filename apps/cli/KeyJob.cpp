@@ -76,13 +76,6 @@ Window windowIn(const Source& to, const Source& from, Window window) {
   return window;
 }
 
-Window united(const Window& a, const Window& b) {
-  const int x = std::min(a.x, b.x);
-  const int y = std::min(a.y, b.y);
-  return {x, y, std::max(a.x + a.width, b.x + b.width) - x,
-          std::max(a.y + a.height, b.y + b.height) - y};
-}
-
 // The pixels of a keyed frame: all that the plate, the background and the mattes have, and the
 // whole frame where a file cannot hold less. A key beside a plate's pixels shows what is behind it.
 Window keyedWindow(const KeyJob& job, int frame) {

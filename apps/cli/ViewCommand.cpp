@@ -14,6 +14,7 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/SaveScript.h"
+#include "apps/cli/ShellWord.h"
 #include "apps/view/View.h"
 #include "keyer/Error.h"
 #include "keyer/Preset.h"
@@ -29,19 +30,6 @@ struct ViewCommandOptions {
   bool noOpen = false;
   ParameterOptions parameters;
 };
-
-// As a shell reads it back: in single quotes where it holds anything out of the ordinary.
-std::string shellWord(const std::string& text) {
-  const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:+@%=";
-  if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
-  std::string word = "'";
-  for (const char letter : text) {
-    if (letter == '\'') word += "'\\'";
-    word += letter;
-  }
-  word += '\'';
-  return word;
-}
 
 // Where a render goes that is not the page's own.
 std::string outputOf(const ViewCommandOptions& options) {

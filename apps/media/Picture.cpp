@@ -51,6 +51,13 @@ std::string nameOf(Samples samples) {
   }
 }
 
+Window united(const Window& a, const Window& b) {
+  const int x = std::min(a.x, b.x);
+  const int y = std::min(a.y, b.y);
+  return {x, y, std::max(a.x + a.width, b.x + b.width) - x,
+          std::max(a.y + a.height, b.y + b.height) - y};
+}
+
 Picture Picture::make(const Window& data, int depth, Samples samples) {
   Picture picture;
   picture.data = data;

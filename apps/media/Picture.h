@@ -29,6 +29,9 @@ struct Window {
   bool operator==(const Window&) const = default;
 };
 
+/// The smallest window that holds both.
+Window united(const Window& a, const Window& b);
+
 struct Picture {
   Window data;                       // the pixels that are here
   int depth = 1;                     // of the samples in memory
