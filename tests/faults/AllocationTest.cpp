@@ -46,6 +46,19 @@ int step() {
   return text != nullptr ? std::max(1, std::atoi(text)) : 29;
 }
 
+// Pictures are written by a process of their own: OpenImageIO's threads start with the first, and
+// one that is lost in a fork may hold a lock for ever.
+void writeApart(const Image& image, const std::string& path) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    write(image, path);
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ASSERT_EQ(status, 0) << path;
+}
+
 // Where an exception was let go.
 [[noreturn]] void sayWhere() {
   std::array<void*, 32> stack;
@@ -113,21 +126,19 @@ void starveEach(const Words& words, const Folder& out, const std::string& output
 }
 
 TEST(Starved, AKeyEndsCleanly) {
-  OIIO::attribute("threads", 1);  // no thread is lost in a fork
   const Folder in;
   const Folder out;
-  write(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), in / "fg.png");
-  write(randomImage(40, 30, 4, OIIO::TypeDesc::UINT16, 2), in / "bg.tif");
+  writeApart(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), in / "fg.png");
+  writeApart(randomImage(40, 30, 4, OIIO::TypeDesc::UINT16, 2), in / "bg.tif");
   starveEach({"key", "-q", "--threads", "2", in / "fg.png", "--bg", in / "bg.tif", "--hold-out",
               in / "bg.tif", "--screen", "0.1,0.7,0.2", "-o", out / "out.png"},
              out, out / "out.png");
 }
 
 TEST(Starved, ARunEndsCleanly) {
-  OIIO::attribute("threads", 1);
   const Folder in;
   const Folder out;
-  write(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), in / "fg.png");
+  writeApart(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), in / "fg.png");
   const std::string plate = "fg = FileIn(\"" + (in / "fg.png") + "\");\n";
   const std::string output = "\"" + (out / "out.png") + "\");\n";
   std::ofstream(in / "plate.orv") << plate << "o = FileOut(fg, " << output;
