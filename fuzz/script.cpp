@@ -63,8 +63,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     clear();
     std::shared_ptr<NRiDeclaration> again;
     const bool loads = compile(once, again);
-    if (!loads || saved() != once) {
-      std::fprintf(stderr, "saved:\n%s\nand then:\n%s\n", once.c_str(), saved().c_str());
+    const std::string twice = saved();
+    if (!loads || twice != once) {
+      std::fprintf(stderr, "saved:\n%s\n%s, and then:\n%s\n", once.c_str(),
+                   loads ? "loads" : "is refused", twice.c_str());
       std::abort();
     }
   } else if (!NRiNode::getRoot()->children().empty()) {

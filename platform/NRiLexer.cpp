@@ -51,6 +51,10 @@ std::string NRiQuoted(std::string_view text) {
   return quoted + '"';
 }
 
+std::string_view NRiGap(std::string_view gap) {
+  return gap.find_first_not_of(" \t") == std::string_view::npos ? gap : " ";
+}
+
 std::string NRiToken::described() const {
   return kind == kEnd ? "the end" : "'" + NRiPrintable(source) + "'";
 }

@@ -51,5 +51,9 @@ class NRI_API NRiLexer {
 /// A text in quotes, as the lexer reads it back.
 NRI_API std::string NRiQuoted(std::string_view text);
 
+/// What parts two tokens where an expression stands on one line: blanks and tabs as they are, one
+/// blank for comments and line breaks. `gap` is what stands between them.
+NRI_API std::string_view NRiGap(std::string_view gap);
+
 /// A value in a message: printable, at most 60 characters.
 NRI_API std::string NRiPrintable(std::string_view text);

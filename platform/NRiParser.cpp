@@ -189,12 +189,7 @@ NRiParser::Piece NRiParser::piece() {
     if (depth == 0 && (token_.is(",") || token_.is(")"))) break;
     if (token_.is("(")) ++depth;
     if (token_.is(")")) --depth;
-    if (count > 0) {
-      // Comments and line breaks between tokens become one blank.
-      const std::string_view gap = text_.substr(end, token_.offset - end);
-      const bool plain = gap.find_first_not_of(" \t") == std::string_view::npos;
-      found.text += plain ? gap : std::string_view(" ");
-    }
+    if (count > 0) found.text += NRiGap(text_.substr(end, token_.offset - end));
     found.text += token_.source;
     end = token_.end();
     found.quoted = ++count == 1 && token_.kind == NRiToken::kText;

@@ -34,6 +34,18 @@ int toInt(double value) {
   return value >= 2147483647.0 ? 2147483647 : static_cast<int>(value);
 }
 
+std::string onOneLine(std::string_view expression) {
+  std::string line;
+  NRiLexer lexer(expression);
+  std::size_t end = 0;
+  for (NRiToken token = lexer.next(); token.kind != NRiToken::kEnd; token = lexer.next()) {
+    if (!line.empty()) line += NRiGap(expression.substr(end, token.offset - end));
+    line += token.source;
+    end = token.end();
+  }
+  return line;
+}
+
 }  // namespace
 
 NRiOrigin::NRiOrigin(const Places* places) : outer_(std::exchange(origins, places)) {}
@@ -380,7 +392,7 @@ std::string NRiPlug::scriptText() {
       text += target->fullName();
     }
   }
-  return text.append(expression_->text(), from);
+  return onOneLine(text.append(expression_->text(), from));
 }
 
 std::string NRiPlug::scriptValue() {
