@@ -112,6 +112,24 @@ struct Guess {
   MaskPack<n> doubtful;
 };
 
+/// Rounds estimates of normal floats, or of 0, whose error is below `doubt` of them: doubtful are
+/// those whose places beyond a float's are within 2^13 of the border between two floats.
+template <std::size_t n>
+HWY_INLINE Guess<n> roundQuickly(const DoublePack<n>& estimate) {
+  const hn::RebindToSigned<WordTag> signedTag;
+  constexpr std::int32_t lowest = -0x7FFFFFFF - 1;
+  Guess<n> guess{demote(estimate), {}};
+  for (std::size_t i = 0; i < n; ++i) {
+    const auto low = hn::ConcatEven(signedTag, hn::BitCast(signedTag, estimate.v[2 * i + 1]),
+                                    hn::BitCast(signedTag, estimate.v[2 * i]));
+    // The border, 2^28, becomes 2^31, the lowest number; what lies up to 2^13 below it wraps.
+    const auto moved = hn::Add(hn::ShiftLeft<3>(low), hn::Set(signedTag, 1 << 16));
+    const auto near = hn::Lt(moved, hn::Set(signedTag, lowest + (1 << 17)));
+    guess.doubtful.v[i] = hn::RebindMask(floatTag, near);
+  }
+  return guess;
+}
+
 /// Rounds estimates whose error is below `doubt` of them. Overflow and subnormal results come out
 /// right as well: both ends of the doubt are rounded as the definition's value is.
 template <std::size_t n>
@@ -154,16 +172,38 @@ HWY_NOINLINE Floats askDefinition(const Definition& definition, Floats in, Float
   return hn::Load(floatTag, to);
 }
 
+template <std::size_t n>
+HWY_INLINE bool anyIn(const MaskPack<n>& masks) {
+  FloatMask any = masks.v[0];
+  for (std::size_t i = 1; i < n; ++i) any = hn::Or(any, masks.v[i]);
+  return !hn::AllFalse(floatTag, any);
+}
+
 template <std::size_t n, class Definition>
 HWY_INLINE FloatPack<n> settle(const Definition& definition, const FloatPack<n>& in,
                                Guess<n> guess) {
-  FloatMask any = guess.doubtful.v[0];
-  for (std::size_t i = 1; i < n; ++i) any = hn::Or(any, guess.doubtful.v[i]);
-  if (HWY_LIKELY(hn::AllFalse(floatTag, any))) return guess.value;
+  if (HWY_LIKELY(!anyIn(guess.doubtful))) return guess.value;
   for (std::size_t i = 0; i < n; ++i) {
     guess.value.v[i] = askDefinition(definition, in.v[i], guess.value.v[i], guess.doubtful.v[i]);
   }
   return guess.value;
+}
+
+template <std::size_t n, class Function>
+HWY_NOINLINE void replaceCarefully(const Function& function, FloatPack<n>& values) {
+  const FloatPack<n> results = function.careful(values);
+  for (std::size_t i = 0; i < n; ++i) values.v[i] = results.v[i];
+}
+
+/// What a function's quick form found, or all of the pack by its careful one, which knows every
+/// float: the quick one leaves infinities, NaNs and whatever may be subnormal to it.
+template <std::size_t n, class Function>
+HWY_INLINE FloatPack<n> quickOrCareful(const Function& function, const FloatPack<n>& in,
+                                       const Guess<n>& quick) {
+  if (HWY_LIKELY(!anyIn(quick.doubtful))) return quick.value;
+  FloatPack<n> out = in;
+  replaceCarefully(function, out);
+  return out;
 }
 
 }  // namespace
