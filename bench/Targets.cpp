@@ -50,6 +50,7 @@ constexpr Case cases[] = {
     {"saturated-composite", saturated, 0, false, false},
     {"saturated-composite-mattes", saturated, 0, true, false},
     {"saturated-unpremultiplied", saturated, 4, false, false},
+    {"background-alone", plain, 0, false, false},
 };
 
 double threadSeconds() {
@@ -112,7 +113,8 @@ void measure(benchmark::State& state, int depth, Encoding encoding, bool halves,
   setUp(engine, depth, encoding, c);
   if (engine.makeLuts() != 0) return state.SkipWithError("tables cannot be built");
   Otile tile = {};
-  tile.dst = tile.fg = imageOf(p.dst.get(), depth);
+  tile.dst = imageOf(p.dst.get(), depth);
+  if (std::strcmp(c.name, "background-alone") != 0) tile.fg = tile.dst;
   if (c.view == 0) tile.bg = imageOf(halves ? under.data() : p.bg.get(), depth);
   if (c.mattes) {
     tile.hold = imageOf(x.hold.get(), depth);

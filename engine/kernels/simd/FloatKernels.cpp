@@ -316,6 +316,14 @@ class FloatKernel {
 
   void passBackground(const Block& block) const {
     const QMXOrvaniteTable& e = s_.e;
+    if constexpr (coded) {
+      Planes<std::uint16_t> bg;
+      if (s_.roundTrip != nullptr && !s_.grades[1] && !s_.saturates[1] &&
+          readPatterns(block.bg, tile_.bg.order, block.pixels, bg)) {
+        passHalves(block, bg);
+        return;
+      }
+    }
     for (std::size_t at = 0; at < samplesPerPixel * block.pixels;
          at += samplesPerPixel * floatLanes()) {
       const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
@@ -330,11 +338,25 @@ class FloatKernel {
       }
       toLinear(colour);
       assign(colour, encode_(colour));
-      // A background without alpha counts as one whose alpha is 0.
-      Pixels out = {{colour.v[0], colour.v[1], colour.v[2]}, hn::Zero(floatTag)};
-      if (tile_.bg.whole) out.alpha = bg.alpha;
-      store(out, block.dst + at);
+      passAlpha(block, at, colour);
     }
+  }
+
+  /// A background of halves to which nothing is done.
+  void passHalves(const Block& block, const Planes<std::uint16_t>& bg) const {
+    Planes<float> out;
+    const float* const trips[3] = {s_.roundTrip[0], s_.roundTrip[1], s_.roundTrip[2]};
+    readTables(trips, bg, block.pixels, out);
+    for (std::size_t i = 0; i < block.pixels; i += floatLanes()) {
+      passAlpha(block, samplesPerPixel * i, load(out, i));
+    }
+  }
+
+  /// Writes colours beside the background's alpha; one without alpha counts as one of alpha 0.
+  HWY_INLINE void passAlpha(const Block& block, std::size_t at, const Colours& colour) const {
+    Pixels out = {{colour.v[0], colour.v[1], colour.v[2]}, hn::Zero(floatTag)};
+    if (tile_.bg.whole) out.alpha = loadPixels(block.bg + at, tile_.bg.order).alpha;
+    store(out, block.dst + at);
   }
 
   /// Linear light to the working space, and back.
