@@ -91,6 +91,7 @@ struct QMXOrvaniteTable {
   std::uint16_t outputTable[3][workEntries] = {};  // working value to destination code
   std::int16_t clipTable[keyOne + 1] = {};         // matte through the screen-range curve
   float screenScale = 0;                           // 1 / the primary channel's linear screen value
+  float keyFactor[3] = {};  // integer builds: key units of linear white; NaN where a curve bends
   float clipLow = 0;                               // float builds: lower end of the clip, and
   float clipScale = 0;                             // 1 / the range that it keeps
   Imath::half* floatTable[3] = {};                 // half pattern to the channel's screen amount

@@ -2,12 +2,14 @@
 #include "engine/tables/IntegerPlan.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
 #include <new>
 
 #include "engine/QMXOrvaniteTable.h"
+#include "engine/tables/Rounding.h"
 
 namespace orvanite {
 
@@ -15,6 +17,7 @@ namespace {
 
 constexpr int white = QMXOrvaniteTable::workMax;
 constexpr int one = QMXOrvaniteTable::keyOne;
+constexpr float working[3] = {white, white, white};
 
 struct Range {
   int low = 0, high = 0;
@@ -49,6 +52,35 @@ bool sumsFit(const std::int16_t* const (&tables)[3], int max) {
     sum.high += r.high;
   }
   return sum.low >= -32768 && sum.high <= 32767;
+}
+
+/// Whether tables of codes are their factors times light throughout.
+bool areLines(const std::int16_t* const (&tables)[3], int max, const float (&factors)[3]) {
+  for (const float factor : factors) {
+    if (!(std::fabs(factor) < 32767.0f)) return false;
+  }
+  const auto differ = [&, most = static_cast<float>(max)](int i) {
+    const float light = static_cast<float>(i) / most;
+    return (tables[0][i] ^ roundToShort(factors[0] * light)) |
+           (tables[1][i] ^ roundToShort(factors[1] * light)) |
+           (tables[2][i] ^ roundToShort(factors[2] * light));
+  };
+  if (differ(max / 2) != 0) return false;
+  int differing = 0;
+  for (int i = 0; i <= max; ++i) differing |= differ(i);
+  return differing == 0;
+}
+
+bool outputIsLine(const QMXOrvaniteTable& e) {
+  const float max = static_cast<float>(e.dstMax);
+  int differing = 0;
+  for (const auto& table : e.outputTable) {
+    for (int j = 0; j <= white; ++j) {
+      const float code = max * (static_cast<float>(j) / static_cast<float>(white)) + 0.5f;
+      differing |= table[j] ^ static_cast<int>(code);
+    }
+  }
+  return differing == 0;
 }
 
 void packBytes(const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
@@ -167,15 +199,23 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
   if (depth == 0) return;
   const int max = e.fgMax;
 
-  if ((changes & (IntegerPlan::keys | IntegerPlan::plate)) != 0 &&
-      !packKeyed(depth, e.fgLinear, e.keyTable, plan.fg)) {
-    return;
+  if ((changes & (IntegerPlan::keys | IntegerPlan::plate)) != 0) {
+    if ((changes & IntegerPlan::plate) != 0) {
+      // 8-bit tables stay in the first cache: reading them is faster than computing.
+      plan.workIsLine = depth == 2 && areLines(e.fgLinear, max, working);
+    }
+    plan.plateIsLine =
+        plan.workIsLine && areLines(e.keyTable, max, e.keyFactor) && sumsFit(e.keyTable, max);
+    plan.fg.keysFit = true;
+    if (!plan.plateIsLine && !packKeyed(depth, e.fgLinear, e.keyTable, plan.fg)) return;
   }
   if ((changes & IntegerPlan::background) != 0) {
     if (!areWorking(e.bgTable, max)) return;
+    plan.backgroundIsLine = areLines(e.bgTable, max, working);
     const std::int16_t* const none[3] = {};
     if (depth == 1) packBytes(e.bgTable, none, plan.bg);
   }
+  if ((changes & IntegerPlan::output) != 0) plan.outputIsLine = outputIsLine(e);
   if ((changes & IntegerPlan::grade) != 0) plan.gradeIsIdentity = gradeIsIdentity(e);
   if (depth == 1) {
     plan.plateReturns[0] = plan.plateReturns[1] = true;

@@ -33,12 +33,20 @@ struct IntegerPlan {
   bool usable = false;  // every entry lies in the range that the kernels rely on
   bool refUsable = false;
 
-  Packed fg, ref, bg;  // ref while the clean plate is in use; bg without keys, 8-bit only
+  // fg where it is no line; ref while the clean plate is in use; bg without keys, 8-bit only.
+  Packed fg, ref, bg;
 
   // Tables found to be the identity.
   bool gradeIsIdentity = false;
   bool clipIsIdentity = false;
   bool plateReturns[2] = {};  // 8-bit: foreground, background codes come out as they went in
+
+  // Tables found to be straight lines, entry by entry: the kernels compute them. Light is
+  // code / max, in single precision as everything here.
+  bool workIsLine = false;        // 16-bit: fgLinear 16383 * light
+  bool plateIsLine = false;       // and keyTable engine.keyFactor * light, and fg.keysFit
+  bool backgroundIsLine = false;  // bgTable 16383 * light
+  bool outputIsLine = false;      // outputTable max * (working value / 16383)
 
   bool saturationFits[2] = {};  // the matrix's sums of products fit 32 bits
 

@@ -8,6 +8,7 @@
 // promise.
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <new>
 
@@ -83,6 +84,14 @@ void fillKey(const QMXOrvaniteTable& e, const Basis& basis, int channel, bool ga
   }
 }
 
+/// The factor of linear light that gives a channel's key contributions, NaN where it changes along
+/// the channel's curve.
+float factorOf(const float* curve, int max) {
+  int differing = 0;
+  for (int i = 1; i <= max; ++i) differing |= curve[i] != curve[0] ? 1 : 0;
+  return differing == 0 ? keyOne * curve[0] : std::numeric_limits<float>::quiet_NaN();
+}
+
 /// Key tables of the foreground when they are out of date, and of the clean plate whenever it is
 /// in use. False when the curve does not fit into memory; then nothing was filled.
 bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte, Scratch& scratch) {
@@ -98,6 +107,7 @@ bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte, Scratch& scratch) 
     for (int i = 0; i < 3; ++i) {
       const int c = basis.order(i);
       fillKey(e, basis, c, true, e.fgMax, curve.get(), scratch, e.keyTable[c]);
+      e.keyFactor[c] = factorOf(curve.get(), e.fgMax);
     }
     e.matteDirty = 0;
   }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/kernels/Target.h"
+#include "engine/tables/IntegerPlan.h"
 #include "tests/engine/References.h"
 #include "tests/engine/Scene.h"
 
@@ -178,9 +179,10 @@ struct Tiles {
 };
 
 /// Extremes that random parameters seldom meet: keys at their ceiling, saturation far beyond 16
-/// bits, foreground and background that round apart, a grade behind a pure foreground.
+/// bits, foreground and background that round apart, a grade behind a pure foreground, straight
+/// lines for tables and such as just are none.
 void makeExtreme(Random& random, Parameters& p) {
-  switch (random.between(0, 5)) {
+  switch (random.between(0, 6)) {
     case 0:  // hardly any colour in the screen
       p.screen[0] = 0.5f;
       p.screen[1] = 0.51f;
@@ -207,6 +209,16 @@ void makeExtreme(Random& random, Parameters& p) {
         p.saturation[set] = 1;
       }
       break;
+    case 5:
+      p.colourspace = 0;
+      for (int c = 0; c < 3; ++c) {
+        p.neutral[c] = p.balance[c] = 0.5f;
+        p.gain[c] = p.offset[1][c] = 0;
+        p.exposure[1][c] = p.gamma[1][c] = 1;
+      }
+      *random.pick({&p.screenRange, &p.screenRange, &p.neutral[1], &p.balance[2], &p.gain[0],
+                    &p.gamma[1][2], &p.offset[1][0]}) += 0.00002f;
+      break;
     default:
       break;
   }
@@ -220,7 +232,7 @@ void sweep(int engines, std::uint64_t seed) {
   for (const orvanite::Target& target : orvanite::knownTargets()) {
     if (target.integers == nullptr || !target.supported()) continue;
     ++targets;
-    int keyed = 0, offered = 0, width = 0;
+    int keyed = 0, offered = 0, lines = 0, width = 0;
     for (int round = 0; round < engines && !::testing::Test::HasFailure(); ++round) {
       Parameters p = randomParameters(random);
       p.setAllMaxima(static_cast<T>(~T{0}));
@@ -238,11 +250,13 @@ void sweep(int engines, std::uint64_t seed) {
         if (width > 70)
           width = 0, ++offered, keyed += tiles.compare(random, target, *engine, p, 513, 2);
         ++offered;
+        lines += engine->plan->plateIsLine ? 1 : 0;
         keyed += tiles.compare(random, target, *engine, p, width + 1, random.between(1, 3));
       }
     }
     // What is left to the reference: keys and saturation that do not fit the lanes.
     EXPECT_GT(keyed, offered * 3 / 5) << target.name << " keyed few of the tiles itself";
+    EXPECT_EQ(lines > 0, sizeof(T) == 2) << target.name << ": plates computed: " << lines;
   }
   EXPECT_GT(targets, 0);
 }

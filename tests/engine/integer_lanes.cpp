@@ -162,6 +162,37 @@ LaneDifference mattes() {
   return d;
 }
 
+/// Single precision throughout, as the engine's tables are made.
+template <class T>
+void lineDifferences(LaneDifference& d) {
+  constexpr int max = static_cast<T>(~T{0});
+  const auto light = [](int v, int most) {
+    return static_cast<float>(v & 0xFFFF) / static_cast<float>(most);
+  };
+  compare(
+      d, 0, max, 16383, [](U16 v) { return workOf(lightOf(v, max)); },
+      [&](int v) { return static_cast<int>(16383.0f * light(v, max) + 0.5f); });
+  for (const float factor : {4095.9f, 11234.567f, -0.3f, -8191.25f}) {
+    compare(
+        d, 0, max, static_cast<int>(factor),
+        [&](U16 v) {
+          const EvenOdd s = scaled(lightOf(v, max), floats(factor));
+          return join(s.even, s.odd);
+        },
+        [&](int v) { return static_cast<int>(factor * light(v, max) + 0.5f); });
+  }
+  compare(
+      d, 0, 16383, max, [](U16 v) { return codeOf<T>(v); },
+      [&](int v) { return static_cast<int>(static_cast<float>(max) * light(v, 16383) + 0.5f); });
+}
+
+LaneDifference lines() {
+  LaneDifference d;
+  lineDifferences<std::uint8_t>(d);
+  lineDifferences<std::uint16_t>(d);
+  return d;
+}
+
 }  // namespace
 
 extern const LaneChecks laneChecks;
@@ -173,6 +204,7 @@ const LaneChecks laneChecks = {raised,
                                keyProductDifference,
                                mergeAlphaDifference<std::uint8_t>,
                                mergeAlphaDifference<std::uint16_t>,
-                               mattes};
+                               mattes,
+                               lines};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

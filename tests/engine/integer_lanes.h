@@ -22,6 +22,7 @@ struct LaneChecks {
   LaneDifference (*mergeAlpha8)();
   LaneDifference (*mergeAlpha16)();
   LaneDifference (*mattes)();  // matte and status codes, key units
+  LaneDifference (*lines)();   // codes, working values and key units of linear pictures
 };
 
 }  // namespace orvanite

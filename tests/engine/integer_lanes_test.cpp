@@ -64,3 +64,4 @@ TEST(IntegerLanes, MultiplyKeyQuantities) { expectSame(&LaneChecks::keyProduct);
 TEST(IntegerLanes, MergeEveryAlphaOf8Bits) { expectSame(&LaneChecks::mergeAlpha8); }
 TEST(IntegerLanes, MergeEveryAlphaOf16Bits) { expectSame(&LaneChecks::mergeAlpha16); }
 TEST(IntegerLanes, ScaleEveryMatteAndStatus) { expectSame(&LaneChecks::mattes); }
+TEST(IntegerLanes, ComputeEveryEntryOfLinearTables) { expectSame(&LaneChecks::lines); }

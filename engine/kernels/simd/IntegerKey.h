@@ -45,7 +45,11 @@ class IntegerKernel {
   }
 
   void operator()(const Block<T>& block) {
-    lookUpKeyed(block.fg, p_.fg, 0, block.pixels, fg_);
+    if (p_.plateIsLine) {
+      computeLine(block);
+    } else {
+      lookUpKeyed(block.fg, p_.fg, 0, block.pixels, fg_);
+    }
     if (!p_.fg.keysFit) limitKeys(e_, block.fg, block.pixels, fg_);
     if (variant_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
     mixed_.count = pureFg_.count = pureBg_.count = 0;
@@ -55,8 +59,8 @@ class IntegerKernel {
       grade(mixed_);
       if (sizeof(T) == 2) grade(pureFg_);
     }
-    if (view_ == 0) lookUpBackground(block);
-    if (view_ != 4 || saturates_[0]) mixVectors();
+    if (view_ == 0 && !p_.backgroundIsLine) lookUpBackground(block);
+    if (view_ != 4 || saturates_[0]) mixVectors(block);
     writeColours(block, mixed_);
     writeForeground(block);
     writeBackground(block);
@@ -109,25 +113,52 @@ class IntegerKernel {
     return s;
   }
 
-  void keyVectors(const Block<T>& block) {
-    if (variant_.ref)
-      return block.hold ? keyVectors<true, true>(block) : keyVectors<true, false>(block);
-    return block.hold ? keyVectors<false, true>(block) : keyVectors<false, false>(block);
+  /// What lookUpKeyed would bring, where the plate's tables are lines. A stage of its own for the
+  /// same reason as the others.
+  HWY_NOINLINE void computeLine(const Block<T>& block) {
+    const Floats factor[3] = {floats(e_.keyFactor[0]), floats(e_.keyFactor[1]),
+                              floats(e_.keyFactor[2])};
+    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+      const Keyed k = keyedLine<T>(loadSamples(block.fg, i), factor);
+      for (std::size_t c = 0; c < 3; ++c) hn::Store(k.colour[c], u16Tag, line_[c] + i);
+      hn::Store(k.key, u16Tag, line_[3] + i);
+    }
   }
 
-  template <bool ref, bool hold>
+  HWY_INLINE Keyed loadLine(std::size_t i) const {
+    return {{hn::Load(u16Tag, line_[0] + i), hn::Load(u16Tag, line_[1] + i),
+             hn::Load(u16Tag, line_[2] + i)},
+            hn::Load(u16Tag, line_[3] + i)};
+  }
+
+  void keyVectors(const Block<T>& block) {
+    if (p_.plateIsLine) return keyVectors<true>(block);
+    return keyVectors<false>(block);
+  }
+
+  template <bool line>
+  void keyVectors(const Block<T>& block) {
+    if (variant_.ref) {
+      return block.hold ? keyVectors<line, true, true>(block)
+                        : keyVectors<line, true, false>(block);
+    }
+    return block.hold ? keyVectors<line, false, true>(block)
+                      : keyVectors<line, false, false>(block);
+  }
+
+  template <bool line, bool ref, bool hold>
   HWY_NOINLINE void keyVectors(const Block<T>& block) {
     const Constants k = constants();
     for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
-      keyVector<ref, hold>(block, k, i);
+      keyVector<line, ref, hold>(block, k, i);
     }
   }
 
   /// Keys one vector of pixels: its matte, and its colour where some of it is mixed.
-  template <bool ref, bool hold>
+  template <bool line, bool ref, bool hold>
   HWY_INLINE void keyVector(const Block<T>& block, const Constants& k, std::size_t i) {
     const U16 one = shorts(4096);
-    const Keyed plate = loadKeyed(fg_, i, p_.fg.keysFit);
+    const Keyed plate = line ? loadLine(i) : loadKeyed(fg_, i, p_.fg.keysFit);
     if (showsPure_ && hn::AllFalse(u16Tag, above(plate.key, hn::Zero(u16Tag))) &&
         (block.garbage == nullptr || areZero(hn::LoadU(u16Tag, block.garbage + i)))) {
       return passForeground(block, i, plate);
@@ -209,7 +240,7 @@ class IntegerKernel {
     if (!variant_.alpha) {
       alpha = loadSamples(block.dst + 4 * i, block.dstAlphaFirst).a;
     } else if (mergesAlpha_) {
-      const U16 under = loadSamples(block.bg.at + 4 * i, block.bg.alphaFirst).a;
+      const U16 under = loadSamples(block.bg, i).a;
       alpha = matteCode<T>(mergeAlpha<T>(shown, under));
     } else {
       alpha = matteCode<T>(shown);
@@ -280,8 +311,10 @@ class IntegerKernel {
     }
   }
 
-  HWY_INLINE void loadBackground(std::size_t i, U16 (&under)[3]) const {
-    if constexpr (sizeof(T) == 1) {
+  HWY_INLINE void loadBackground(const Block<T>& block, std::size_t i, U16 (&under)[3]) const {
+    if (p_.backgroundIsLine) {
+      workLine<T>(loadSamples(block.bg, i), under);
+    } else if constexpr (sizeof(T) == 1) {
       const Keyed bg = loadKeyed(bg_, i, true);
       for (std::size_t c = 0; c < 3; ++c) under[c] = bg.colour[c];
     } else {
@@ -290,7 +323,7 @@ class IntegerKernel {
   }
 
   /// Brings the graded colours of mixed pixels to the output's working values.
-  HWY_NOINLINE void mixVectors() {
+  HWY_NOINLINE void mixVectors(const Block<T>& block) {
     U16 flat[3];
     for (std::size_t c = 0; c < 3; ++c) flat[c] = shorts(e_.bgColourWork[c]);
     for (std::size_t n = 0; n < mixed_.count; ++n) {
@@ -301,7 +334,7 @@ class IntegerKernel {
       if (view_ != 4) {
         U16 under[3] = {flat[0], flat[1], flat[2]};
         if (view_ == 0) {
-          loadBackground(i, under);
+          loadBackground(block, i, under);
           if (saturates_[1]) saturate(e_.satMatrix[1], under);
         }
         const U16 matte = hn::Load(u16Tag, matte_ + i);
@@ -312,6 +345,7 @@ class IntegerKernel {
   }
 
   HWY_NOINLINE void writeColours(const Block<T>& block, const Places& places) const {
+    if (p_.outputIsLine) return writeLine(block, places);
     const auto write =
         block.dstAlphaFirst ? lookUpOutput<true, T, Output> : lookUpOutput<false, T, Output>;
     for (std::size_t n = 0; n < places.count; ++n) {
@@ -321,11 +355,23 @@ class IntegerKernel {
     }
   }
 
+  void writeLine(const Block<T>& block, const Places& places) const {
+    for (std::size_t n = 0; n < places.count; ++n) {
+      const std::size_t i = places.at[n];
+      const auto code = [&](std::size_t c) { return codeOf<T>(hn::Load(u16Tag, colour_[c] + i)); };
+      writeCodes(code(0), code(1), code(2), block, i);
+    }
+  }
+
+  /// Puts a vector of codes where it belongs, with the alpha from the notes.
+  HWY_INLINE void writeCodes(U16 r, U16 g, U16 b, const Block<T>& block, std::size_t i) const {
+    storeSamples({r, g, b, hn::Load(u16Tag, alpha_ + i)}, block.dstAlphaFirst, block.dst + 4 * i);
+  }
+
   /// Copies 8-bit colours, and takes the alpha from the notes.
   HWY_INLINE void copyColours(const Pixels<T>& from, const Block<T>& block, std::size_t i) const {
-    Samples s = loadSamples(from.at + 4 * i, from.alphaFirst);
-    s.a = hn::Load(u16Tag, alpha_ + i);
-    storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
+    const Samples s = loadSamples(from, i);
+    writeCodes(s.r, s.g, s.b, block, i);
   }
 
   HWY_NOINLINE void writeForeground(const Block<T>& block) const {
@@ -359,6 +405,11 @@ class IntegerKernel {
 
   /// 16-bit background codes to output codes.
   HWY_INLINE void writeComposed(const Block<T>& block, std::size_t i) const {
+    if (p_.backgroundIsLine && p_.outputIsLine) {
+      U16 work[3];
+      workLine<T>(loadSamples(block.bg, i), work);
+      return writeCodes(codeOf<T>(work[0]), codeOf<T>(work[1]), codeOf<T>(work[2]), block, i);
+    }
     T* const to = block.dst + 4 * i;
     if (block.dstAlphaFirst) {
       lookUpTwice<true>(block.bg, e_.bgTable, e_.outputTable, alpha_, i, shortLanes(), to);
@@ -383,8 +434,7 @@ class IntegerKernel {
       const int working = view_ == 1 ? e_.bgColourWork[c] : e_.fgGradeTable[c][0];
       codes[c] = shorts(output_[c][working]);
     }
-    const U16 alpha = hn::Load(u16Tag, alpha_ + i);
-    storeSamples({codes[0], codes[1], codes[2], alpha}, block.dstAlphaFirst, block.dst + 4 * i);
+    writeCodes(codes[0], codes[1], codes[2], block, i);
   }
 
   const QMXOrvaniteTable& e_;
@@ -399,6 +449,7 @@ class IntegerKernel {
   Places mixed_, pureFg_, pureBg_;
   KeyedBuffer<T> fg_, ref_;
   KeyedBuffer<std::uint8_t> bg_;
+  HWY_ALIGN std::uint16_t line_[4][blockPixels];  // computed: working values and the key
   HWY_ALIGN std::uint16_t under_[3][blockPixels];
   HWY_ALIGN std::uint16_t colour_[3][blockPixels];
   HWY_ALIGN std::uint16_t matte_[blockPixels];

@@ -71,6 +71,55 @@ HWY_INLINE U16 byFloats(U16 v, const Function& f) {
   return join(truncated(f(toFloats(s.even))), truncated(f(toFloats(s.odd))));
 }
 
+/// v / max rounded once, of whole v in 0..max: the product with 1 / max, corrected by what it
+/// leaves.
+HWY_INLINE Floats fraction(Floats v, float max) {
+#if defined(__FMA__) || HWY_ARCH_ARM_A64
+  const Floats inverse = floats(1 / max);
+  const Floats q = hn::Mul(v, inverse);
+  return hn::MulAdd(hn::NegMulAdd(q, floats(max), v), inverse, q);
+#else
+  return hn::Div(v, floats(max));
+#endif
+}
+
+/// What codes or working values from 0 to max are of max.
+struct Light {
+  Floats even, odd;
+};
+HWY_INLINE Light lightOf(U16 v, int max) {
+  const EvenOdd s = split(v);
+  const float most = static_cast<float>(max);
+  return {fraction(toFloats(s.even), most), fraction(toFloats(s.odd), most)};
+}
+
+/// factor * light + 0.5, truncated; may be below 0.
+HWY_INLINE EvenOdd scaled(Light light, Floats factor) {
+  const auto entry = [factor](Floats v) {
+    return truncated(hn::Add(hn::Mul(factor, v), floats(0.5f)));
+  };
+  return {entry(light.even), entry(light.odd)};
+}
+
+/// The working value of linear light.
+HWY_INLINE U16 workOf(Light light) {
+  const EvenOdd s = scaled(light, floats(16383.0f));
+  return join(s.even, s.odd);
+}
+
+/// The linear code of a working value: its part of 16383 times 255 or 65535, rounded.
+template <class T>
+HWY_INLINE U16 codeOf(U16 work) {
+  if constexpr (sizeof(T) == 1) {
+    // In 64ths of a code: 16321 / 16384 is 64 * 255 / 16383 but for 3 parts in ten million.
+    const U16 parts = hn::MulHigh(hn::ShiftLeft<2>(work), shorts(16321));
+    return hn::ShiftRight<6>(hn::Add(parts, shorts(32)));
+  } else {
+    const EvenOdd s = scaled(lightOf(work, 16383), floats(65535.0f));
+    return join(s.even, s.odd);
+  }
+}
+
 /// min(16384, k * scale + 0.5), truncated, k in 0..4095.
 HWY_INLINE U16 screenAmount(U16 k, Floats scale) {
   return byFloats(k, [scale](Floats v) {

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "engine/kernels/simd/IntegerTile.h"
+#include "engine/kernels/simd/IntegerSamples.h"
 #include "engine/tables/IntegerPlan.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
@@ -28,12 +28,6 @@ template <>
 struct KeyedBuffer<std::uint16_t> {
   HWY_ALIGN std::uint32_t even[3][blockPixels / 2];
   HWY_ALIGN std::uint32_t odd[3][blockPixels / 2];
-};
-
-/// One vector of pixels: working values, and the sum of the key contributions (signed).
-struct Keyed {
-  U16 colour[3];
-  U16 key;
 };
 
 /// Two pixels with one load: fewer loads, and the tables need three a pixel.
@@ -189,41 +183,6 @@ inline void lookUpTwice(const Pixels<std::uint16_t>& from, const std::int16_t* c
   for (std::size_t i = 0; i < n; ++i) {
     storePixel<alphaFirst>(to + 4 * i, output[0][red[r[4 * i]]], output[1][green[g[4 * i]]],
                            output[2][blue[b[4 * i]]], alpha[first + i]);
-  }
-}
-
-/// Every sample's plane of one vector of pixels.
-struct Samples {
-  U16 r, g, b, a;
-};
-
-HWY_INLINE Samples loadSamples(const std::uint8_t* from, bool alphaFirst) {
-  const std::uint16_t* const pairs = reinterpret_cast<const std::uint16_t*>(from);
-  U16 low, high;
-  hn::LoadInterleaved2(u16Tag, pairs, low, high);
-  const U16 byte = shorts(255);
-  const U16 s0 = hn::And(low, byte), s1 = hn::ShiftRight<8>(low);
-  const U16 s2 = hn::And(high, byte), s3 = hn::ShiftRight<8>(high);
-  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
-}
-HWY_INLINE Samples loadSamples(const std::uint16_t* from, bool alphaFirst) {
-  U16 s0, s1, s2, s3;
-  hn::LoadInterleaved4(u16Tag, from, s0, s1, s2, s3);
-  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
-}
-
-HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint8_t* to) {
-  const U16 low =
-      alphaFirst ? hn::Or(s.a, hn::ShiftLeft<8>(s.b)) : hn::Or(s.r, hn::ShiftLeft<8>(s.g));
-  const U16 high =
-      alphaFirst ? hn::Or(s.g, hn::ShiftLeft<8>(s.r)) : hn::Or(s.b, hn::ShiftLeft<8>(s.a));
-  hn::StoreInterleaved2(low, high, u16Tag, reinterpret_cast<std::uint16_t*>(to));
-}
-HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint16_t* to) {
-  if (alphaFirst) {
-    hn::StoreInterleaved4(s.a, s.b, s.g, s.r, u16Tag, to);
-  } else {
-    hn::StoreInterleaved4(s.r, s.g, s.b, s.a, u16Tag, to);
   }
 }
 

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// One vector of pixels as four planes: brought in, put back, and what the tables say of linear
+// pictures, computed where the tables are straight lines.
+#pragma once
+
+#include "engine/kernels/simd/IntegerTile.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+namespace {
+
+/// Every sample's plane of one vector of pixels.
+struct Samples {
+  U16 r, g, b, a;
+};
+
+HWY_INLINE Samples loadSamples(const std::uint8_t* from, bool alphaFirst) {
+  const std::uint16_t* const pairs = reinterpret_cast<const std::uint16_t*>(from);
+  U16 low, high;
+  hn::LoadInterleaved2(u16Tag, pairs, low, high);
+  const U16 byte = shorts(255);
+  const U16 s0 = hn::And(low, byte), s1 = hn::ShiftRight<8>(low);
+  const U16 s2 = hn::And(high, byte), s3 = hn::ShiftRight<8>(high);
+  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
+}
+HWY_INLINE Samples loadSamples(const std::uint16_t* from, bool alphaFirst) {
+  U16 s0, s1, s2, s3;
+  hn::LoadInterleaved4(u16Tag, from, s0, s1, s2, s3);
+  return alphaFirst ? Samples{s3, s2, s1, s0} : Samples{s0, s1, s2, s3};
+}
+
+template <class T>
+HWY_INLINE Samples loadSamples(const Pixels<T>& from, std::size_t i) {
+  return loadSamples(from.at + 4 * i, from.alphaFirst);
+}
+
+HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint8_t* to) {
+  const U16 low =
+      alphaFirst ? hn::Or(s.a, hn::ShiftLeft<8>(s.b)) : hn::Or(s.r, hn::ShiftLeft<8>(s.g));
+  const U16 high =
+      alphaFirst ? hn::Or(s.g, hn::ShiftLeft<8>(s.r)) : hn::Or(s.b, hn::ShiftLeft<8>(s.a));
+  hn::StoreInterleaved2(low, high, u16Tag, reinterpret_cast<std::uint16_t*>(to));
+}
+HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint16_t* to) {
+  if (alphaFirst) {
+    hn::StoreInterleaved4(s.a, s.b, s.g, s.r, u16Tag, to);
+  } else {
+    hn::StoreInterleaved4(s.r, s.g, s.b, s.a, u16Tag, to);
+  }
+}
+
+/// One vector of pixels: working values, and the sum of the key contributions (signed).
+struct Keyed {
+  U16 colour[3];
+  U16 key;
+};
+
+/// What the plate's tables hold of linear pictures: their key contributions are factor * light.
+template <class T>
+HWY_INLINE Keyed keyedLine(const Samples& s, const Floats (&factor)[3]) {
+  constexpr int max = static_cast<T>(~T{0});
+  Keyed k;
+  EvenOdd sum = {hn::Zero(wordTag), hn::Zero(wordTag)};
+  const U16 codes[3] = {s.r, s.g, s.b};
+  for (std::size_t c = 0; c < 3; ++c) {
+    const Light light = lightOf(codes[c], max);
+    k.colour[c] = workOf(light);
+    const EvenOdd share = scaled(light, factor[c]);
+    sum = {hn::Add(sum.even, share.even), hn::Add(sum.odd, share.odd)};
+  }
+  k.key = join(sum.even, sum.odd);
+  return k;
+}
+
+/// The working values of a linear picture.
+template <class T>
+HWY_INLINE void workLine(const Samples& s, U16 (&work)[3]) {
+  constexpr int max = static_cast<T>(~T{0});
+  work[0] = workOf(lightOf(s.r, max));
+  work[1] = workOf(lightOf(s.g, max));
+  work[2] = workOf(lightOf(s.b, max));
+}
+
+}  // namespace
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET
