@@ -129,11 +129,9 @@ class FloatKernel {
       for (std::size_t c = 0; c < 3; ++c) out.colour[c] = e.view == 2 ? m.out : status.v[c];
     } else {
       const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
-      if constexpr (coded) {
-        if (tame_ && hn::AllTrue(floatTag, hn::Eq(m.out, hn::Zero(floatTag))) &&
-            showBackground(block, at, fg, m)) {
-          return;
-        }
+      if (tame_ && hn::AllTrue(floatTag, hn::Eq(m.out, hn::Zero(floatTag))) &&
+          showBackground(block, at, fg, m)) {
+        return;
       }
       Colours colour = decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}});
       toWorking(colour);
@@ -161,7 +159,7 @@ class FloatKernel {
                                  const Matte& m) const {
     // With a divisor of 2^-24 or more, tame colours stay far below infinity.
     FloatMask tame = hn::Or(hn::Eq(m.keyed, hn::Zero(floatTag)), hn::Ge(m.keyed, floats(0x1p-24f)));
-    for (std::size_t c = 0; c < 3; ++c) tame = hn::And(tame, isTame(fg.colour[c]));
+    tame = hn::And(tame, isTame(fg));
     if (s_.e.view == 1) {
       if (!hn::AllTrue(floatTag, tame)) return false;
       store({{floats(flatCode_[0]), floats(flatCode_[1]), floats(flatCode_[2])}, m.out},
@@ -169,7 +167,7 @@ class FloatKernel {
       return true;
     }
     const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
-    for (std::size_t c = 0; c < 3; ++c) tame = hn::And(tame, isTame(bg.colour[c]));
+    tame = hn::And(tame, isTame(bg));
     if (!hn::AllTrue(floatTag, tame)) return false;
     Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
     toBackground(under);
@@ -182,8 +180,13 @@ class FloatKernel {
   }
 
   /// Samples that are at most 10^6.2 in linear light.
-  static HWY_INLINE FloatMask isTame(Floats v) {
-    return hn::And(hn::Ge(v, hn::Zero(floatTag)), hn::Le(v, floats(4)));
+  static HWY_INLINE FloatMask isTame(const Pixels& p) {
+    // Patterns of floats that are not negative are in the order of their values; all others, and
+    // NaNs, are larger.
+    const auto bits = [&](std::size_t c) { return hn::BitCast(wordTag, p.colour[c]); };
+    const Words largest = hn::Max(hn::Max(bits(0), bits(1)), bits(2));
+    const Words four = hn::BitCast(wordTag, floats(4));
+    return hn::RebindMask(floatTag, hn::Eq(hn::Max(largest, four), four));
   }
 
   /// Whether tame samples give tame colours: no grade, and no parameter that is not far below
