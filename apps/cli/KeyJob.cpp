@@ -12,11 +12,8 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -93,39 +90,6 @@ Window keyedWindow(const KeyJob& job, int frame) {
   return kept ? window : united(window, job.plate->info().display);
 }
 
-template <class Sample>
-void paintOutside(Picture& picture, const Window& inside, const std::array<Sample, 3>& colour) {
-  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
-  const Window& data = picture.data;
-  for (int y = data.y; y < data.y + data.height; ++y) {
-    const bool rowInside = y >= inside.y && y < inside.y + inside.height;
-    for (int x = data.x; x < data.x + data.width; ++x, pixel += 4) {
-      if (rowInside && x >= inside.x && x < inside.x + inside.width) continue;
-      std::copy(colour.begin(), colour.end(), pixel);
-    }
-  }
-}
-
-// Beside the plate's pixels there is nothing but screen.
-void paintScreen(Picture& picture, const Window& inside, const std::array<float, 3>& screen) {
-  if (picture.data == inside) return;
-  const auto codes = [&screen]<class Sample>(Sample most) {
-    const auto code = [most](float v) {
-      const float top = static_cast<float>(most);
-      return static_cast<Sample>(std::clamp(std::fma(v, top, 0.5F), 0.0F, top));
-    };
-    return std::array<Sample, 3>{code(screen[0]), code(screen[1]), code(screen[2])};
-  };
-  switch (picture.depth) {
-    case 1:
-      return paintOutside(picture, inside, codes(std::uint8_t{255}));
-    case 2:
-      return paintOutside(picture, inside, codes(std::uint16_t{65535}));
-    default:
-      return paintOutside(picture, inside, screen);
-  }
-}
-
 // Begins what one thread must do of a read, in order; leaves the rest, and all that need not be
 // done so, to whoever calls the result.
 std::function<Picture()> beginRead(Source& source, int frame,
@@ -170,7 +134,10 @@ FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads)
   pictures.plate = reads.plate();
   pictures.plate.samples = job.samples;
   job.colours.plate.apply(pictures.plate);
-  if (!job.passThrough) paintScreen(pictures.plate, job.plate->windowOf(frame), job.screen);
+  // Beside the plate's pixels there is nothing but screen.
+  if (!job.passThrough) {
+    media::paintOutside(pictures.plate, job.plate->windowOf(frame), job.screen);
+  }
   if (reads.background) {
     pictures.background = reads.background();
     job.colours.background.apply(pictures.background);
@@ -182,7 +149,7 @@ FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads)
     job.colours.plate.apply(pictures.reference);
     // What is painted as screen is screen beside a clean plate, too.
     const Window inside = windowIn(*job.reference.source, *job.plate, job.plate->windowOf(frame));
-    paintScreen(pictures.reference, inside, job.screen);
+    media::paintOutside(pictures.reference, inside, job.screen);
   }
   return pictures;
 }
@@ -200,7 +167,7 @@ std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& picture
   if (job.garbage.used) frame.pictures.garbage = pictures.garbage.image();
   if (job.cleanPlateOf) {
     pictures.reference = job.cleanPlateOf(pictures.plate);
-    paintScreen(pictures.reference, job.plate->windowOf(number), job.screen);
+    media::paintOutside(pictures.reference, job.plate->windowOf(number), job.screen);
     frame.pictures.ref = pictures.reference.image();
   }
   if (job.reference.used) frame.pictures.ref = pictures.reference.image();

@@ -130,7 +130,8 @@ Run declareView(CLI::App& command) {
     command.add_option(names, to, help)->group(files)->type_name("FILE")->take_last();
   };
   path("-o,--out", options->output,
-       "Where the page's renders go. [default: the page hands them over as a download]");
+       "Where the page's renders go; for a shot a pattern such as key.####.exr, or a movie. "
+       "[default: the page hands them over as a download]");
   path("--bg,--background-picture", options->files.background,
        "Background picture for the view composite.");
   path("--hold-out", options->files.holdOut, "Hold-out matte: white keeps the foreground.");

@@ -4,8 +4,11 @@
 #include "apps/media/Picture.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "keyer/Error.h"
 
@@ -30,6 +33,27 @@ void multiplyCodes(Picture& picture) {
       pixel[c] = static_cast<Code>((unsigned{pixel[c]} * pixel[3] + maximum / 2) / maximum);
     }
   }
+}
+
+template <class Sample>
+void paint(Picture& picture, const Window& inside, const std::array<Sample, 3>& colour) {
+  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
+  const Window& data = picture.data;
+  for (int y = data.y; y < data.y + data.height; ++y) {
+    const bool rowInside = y >= inside.y && y < inside.y + inside.height;
+    for (int x = data.x; x < data.x + data.width; ++x, pixel += 4) {
+      if (rowInside && x >= inside.x && x < inside.x + inside.width) continue;
+      std::copy(colour.begin(), colour.end(), pixel);
+    }
+  }
+}
+
+template <class Code>
+std::array<Code, 3> codesOf(const std::array<float, 3>& colour, Code most) {
+  const auto code = [top = static_cast<float>(most)](float v) {
+    return static_cast<Code>(std::clamp(std::fma(v, top, 0.5F), 0.0F, top));
+  };
+  return {code(colour[0]), code(colour[1]), code(colour[2])};
 }
 
 }  // namespace
@@ -93,8 +117,11 @@ Picture atDepth(const Picture& picture, int depth) {
 }
 
 Picture placed(Picture picture, const Window& window) {
+  return picture.data == window ? std::move(picture) : part(picture, window);
+}
+
+Picture part(const Picture& picture, const Window& window) {
   const Window& from = picture.data;
-  if (from == window) return picture;
   Picture result = Picture::make(window, picture.depth, picture.samples);
   std::memset(result.pixels.get(), 0, result.bytes());
   const int left = std::max(from.x, window.x);
@@ -112,6 +139,18 @@ Picture placed(Picture picture, const Window& window) {
   result.hasAlpha = picture.hasAlpha;
   result.header = picture.header;
   return result;
+}
+
+void paintOutside(Picture& picture, const Window& inside, const std::array<float, 3>& colour) {
+  if (picture.data == inside) return;
+  switch (picture.depth) {
+    case 1:
+      return paint(picture, inside, codesOf(colour, std::uint8_t{255}));
+    case 2:
+      return paint(picture, inside, codesOf(colour, std::uint16_t{65535}));
+    default:
+      return paint(picture, inside, colour);
+  }
 }
 
 void multiplyByAlpha(Picture& picture) {

@@ -6,6 +6,7 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -57,7 +58,12 @@ struct Picture {
 Picture atDepth(const Picture& picture, int depth);
 
 /// The pixels of a window, cut out of the picture or surrounded by zeros.
+Picture part(const Picture& picture, const Window& window);
 Picture placed(Picture picture, const Window& window);
+
+/// Gives the pixels outside of a window one colour, in code values divided by the depth's maximum;
+/// alpha stays.
+void paintOutside(Picture& picture, const Window& inside, const std::array<float, 3>& colour);
 
 /// Multiplies the colours by alpha, code values as they are, to the nearest.
 void multiplyByAlpha(Picture& picture);

@@ -28,14 +28,6 @@ const char* nameOf(Role role) {
   }
 }
 
-// The plate's window in the coordinates of another file, whose frame may start elsewhere.
-media::Window windowIn(const Source& plate, const Source& other) {
-  media::Window window = plate.info().data;
-  window.x += other.info().display.x - plate.info().display.x;
-  window.y += other.info().display.y - plate.info().display.y;
-  return window;
-}
-
 void compareSizes(const Source& plate, const Source& other, Role role) {
   const media::Window& expected = plate.info().display;
   const media::Window& found = other.info().display;
@@ -75,8 +67,8 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
     if (!opened->notice().empty()) info_.notices.push_back(opened->notice());
   }
   const Source& plate = source(Role::plate);
-  info_.width = plate.info().data.width;
-  info_.height = plate.info().data.height;
+  info_.width = plate.info().display.width;
+  info_.height = plate.info().display.height;
   info_.samples = plate.info().samples;
   if (!files_.background.empty()) {
     info_.samples = std::max(info_.samples, source(Role::background).info().samples);
@@ -104,6 +96,17 @@ int Footage::frameOf(Role role, int frame) const {
   return std::clamp(frame, from.frames().front(), from.frames().back());
 }
 
+media::Window Footage::ownPixels(int frame) {
+  const std::lock_guard lock(mutex_);
+  if (const auto found = ownPixels_.find(frame); found != ownPixels_.end()) return found->second;
+  auto& plate = *sources_[static_cast<std::size_t>(Role::plate)];
+  media::Window window = plate.windowOf(frame);
+  window.x -= plate.info().display.x;
+  window.y -= plate.info().display.y;
+  ownPixels_.emplace(frame, window);
+  return window;
+}
+
 std::vector<std::string> Footage::filesOf(int frame) const {
   std::vector<std::string> files;
   for (const Role role : roles) {
@@ -114,10 +117,8 @@ std::vector<std::string> Footage::filesOf(int frame) const {
 
 media::Picture Footage::readFrame(const Key& key) {
   auto& from = *sources_[static_cast<std::size_t>(key.role)];
-  const Source& plate = source(Role::plate);
-  const media::Window window = key.role == Role::plate ? plate.info().data : windowIn(plate, from);
   const int frame = frameOf(key.role, key.frame);
-  const media::Request request{info_.depth, window, 1, key.channel};
+  const media::Request request{info_.depth, from.info().display, 1, key.channel};
   if (!from.sequential()) return from.read(frame, request);
   const auto rest = [&] {
     const std::lock_guard lock(reading_);

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,7 +31,7 @@ struct FootageFiles {
 };
 
 struct FootageInfo {
-  int width = 0, height = 0;  // of the plate's pixels
+  int width = 0, height = 0;  // of the plate's frame, which is what is shown
   int depth = 1;              // that everything is keyed in
   media::Samples samples = media::Samples::uint8;
   std::vector<int> frames;  // ascending; a still has one
@@ -62,6 +63,10 @@ class Footage {
   ///          each the mean of n x n
   /// Throws Error when the file cannot be read any more or has no such channel.
   Shared picture(Role role, int frame, const std::string& channel, int divisor);
+
+  /// The plate's own pixels in a frame, whose corner is 0, 0: a file may hold less, or more. What a
+  /// picture has beside them is black.
+  media::Window ownPixels(int frame);
 
   /// The files that a frame is keyed from.
   std::vector<std::string> filesOf(int frame) const;
@@ -98,6 +103,7 @@ class Footage {
   mutable std::mutex mutex_;
   std::list<Entry> entries_;  // the one used last stands first
   std::size_t bytes_ = 0;
+  std::map<int, media::Window> ownPixels_;  // of frames that were asked for
 };
 
 }  // namespace orvanite::view

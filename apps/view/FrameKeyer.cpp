@@ -63,6 +63,20 @@ OtileImage imageAt(const media::Picture& picture, int x, int y) {
   return image;
 }
 
+// A window of the plate in pixels that stand for divisor x divisor; those that are partly in it
+// are.
+media::Window scaled(const media::Window& window, int divisor) {
+  const auto down = [divisor](int v) {
+    return v >= 0 ? v / divisor : -((divisor - 1 - v) / divisor);
+  };
+  const int x = down(window.x), y = down(window.y);
+  return {x, y, -down(-(window.x + window.width)) - x, -down(-(window.y + window.height)) - y};
+}
+
+bool holds(const media::Window& outer, const media::Window& inner) {
+  return media::united(outer, inner) == outer;
+}
+
 }  // namespace
 
 std::optional<PageView> pageViewOf(std::string_view name) {
@@ -128,8 +142,22 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   const auto place = [&](const Footage::Shared& from) {
     return imageAt(*from, region.x, region.y);
   };
+  // Beside the plate's own pixels there is nothing but screen, in its clean plate as well.
+  const media::Window own = scaled(footage_.ownPixels(frame), divisor);
+  const bool filled = holds(own, region);
+  media::Picture filledPlate, filledReference;
+  const auto fill = [&](const Footage::Shared& from, media::Picture& to) {
+    if (filled) return place(from);
+    const media::Window& data = from->data;
+    to = media::part(*from, {data.x + region.x, data.y + region.y, region.width, region.height});
+    to.data = region;
+    media::paintOutside(
+        to, own,
+        {settings.number("screen", 0), settings.number("screen", 1), settings.number("screen", 2)});
+    return to.image();
+  };
   whole.pictures.dst = result.image();
-  whole.pictures.fg = place(plate);
+  whole.pictures.fg = fill(plate, filledPlate);
   media::Picture squares;
   if (view == PageView::overChecker) {
     squares = checker(region, info.depth, divisor);
@@ -148,7 +176,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   }
   if (inputs.reference && settings.toggle("useReference")) {
     reference = picture(Role::reference, {});
-    whole.pictures.ref = place(reference);
+    whole.pictures.ref = fill(reference, filledReference);
   }
 
   const int rows = std::max(16, bandPixels / std::max(1, region.width));

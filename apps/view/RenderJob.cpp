@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "apps/media/MovieSource.h"
+#include "apps/media/MovieWriter.h"
 #include "apps/media/PictureWriter.h"
 #include "apps/view/Child.h"
 #include "keyer/Error.h"
@@ -35,12 +36,20 @@ RenderJob::RenderJob(const Footage& footage, std::string output, KeyArguments ar
   const FootageInfo& info = footage.info();
   if (info.isShot) {
     pattern_ = media::FramePattern::parse(output_);
-    if (!pattern_) {
+    if (!pattern_ && !media::isMovieName(output_)) {
       throw Error::expected(Fault::wrongUse, "-o",
-                            "a pattern for a shot's frames, such as key.####.png", output_);
+                            "a pattern for a shot's frames or a movie, such as key.####.png or "
+                            "key.mov",
+                            output_);
     }
   }
-  for (const int frame : info.frames) media::checkOutput(fileOf(frame), footage.filesOf(frame));
+  for (const int frame : info.frames) {
+    if (!pattern_ && media::isMovieName(output_)) {
+      media::checkMovieOutput(output_, {}, footage.filesOf(frame));
+    } else {
+      media::checkOutput(fileOf(frame), footage.filesOf(frame));
+    }
+  }
 }
 
 RenderJob::~RenderJob() {
@@ -126,9 +135,9 @@ void RenderJob::follow(pid_t child, int said) {
     message_ = output_;
   } else if (cancelled_) {
     state_ = State::cancelled;
-    message_ = written_ == 0 ? "nothing was written"
-                             : std::to_string(written_) + " of " + std::to_string(frames_) +
-                                   " frames were written";
+    message_ = written_ == 0 || !pattern_ ? "nothing was written"
+                                          : std::to_string(written_) + " of " +
+                                                std::to_string(frames_) + " frames were written";
   } else {
     state_ = State::failed;
     message_ = complaint.empty() ? "it ended without a word" : complaint;

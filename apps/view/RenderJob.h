@@ -35,8 +35,8 @@ class RenderJob {
     std::string message;  // what went wrong, where the result lies, or what there is of it
   };
 
-  /// output  the file that is written to; for a shot, the pattern of the files. Empty: there is
-  ///         nothing to write to, and the job may not be started
+  /// output  the file that is written to; for a shot, the pattern of the files or a movie. Empty:
+  ///         there is nothing to write to, and the job may not be started
   /// Throws Error (wrongUse) about a name that cannot be written, or that of a picture it keys.
   RenderJob(const Footage& footage, std::string output, KeyArguments arguments);
   /// Cancels and waits.

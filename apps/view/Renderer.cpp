@@ -76,6 +76,15 @@ std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
   return values;
 }
 
+// What a picture of the frame holds of the plate's own pixels, in the picture's coordinates.
+media::Window ownPart(const media::Picture& picture, const media::Window& own) {
+  const media::Window& frame = picture.data;
+  const int left = std::max(own.x, 0), right = std::min(own.x + own.width, frame.width);
+  const int top = std::max(own.y, 0), bottom = std::min(own.y + own.height, frame.height);
+  if (left >= right || top >= bottom) return frame;
+  return {frame.x + left, frame.y + top, right - left, bottom - top};
+}
+
 }  // namespace
 
 media::Window Renderer::checked(const media::Window& window) const {
@@ -186,11 +195,12 @@ PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, 
 }
 
 Renderer::Found Renderer::find(Settings settings, int frame) {
-  const Footage::Shared plate = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
+  const Footage::Shared picture = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
   for (const Parameter& parameter : parameters()) {
     if (followsFromScreen(parameter)) settings.reset(parameter.name);
   }
-  const Plate seen{plate->image(), plate->data.width, plate->data.height, plate->depth};
+  const media::Picture plate = media::part(*picture, ownPart(*picture, footage_.ownPixels(frame)));
+  const Plate seen{plate.image(), plate.data.width, plate.data.height, plate.depth};
   // It tries settings on the engine, on all processors.
   const std::lock_guard lock(mutex_);
   const bool cleanPlate =

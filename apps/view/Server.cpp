@@ -241,7 +241,8 @@ struct Server::Implementation {
                            "text/plain");
     } else if (wanted == "job") {
       if (job.output().empty()) {
-        return fail(response, 409, "render", "start with -o and a pattern such as key.####.png");
+        return fail(response, 409, "render",
+                    "start with -o and a name such as key.####.png or key.mov");
       }
       if (!job.start(settingsOf(request.body))) {
         return fail(response, 409, "render", "another one is running");

@@ -62,12 +62,17 @@ export class Actions {
 
   async follow(name) {
     this.running(true);
+    this.progress.removeAttribute('value');
+    this.done.textContent = '';
     this.tell('Rendering.');
     try {
       for (;;) {
         const job = await ask('job');
-        this.progress.value = job.done;
-        this.done.textContent = `${Math.round(100 * job.done)} %`;
+        // Of a still nothing is known before it is done: the bar runs without an end.
+        if (this.state.description.frames.length > 1) {
+          this.progress.value = job.done;
+          this.done.textContent = `${Math.round(100 * job.done)} %`;
+        }
         if (job.state !== 'running') { await this.finish(job, name); return; }
         await new Promise((done) => setTimeout(done, jobMilliseconds));
       }
