@@ -29,10 +29,11 @@ class FloatKernel {
   }
 
   void operator()(const Block& block) const {
-    if (block.fg == nullptr) {
-      passBackground(block);
-    } else {
+    // The dispatcher refuses tiles that have neither.
+    if (block.fg != nullptr) {
       key(block);
+    } else if (block.bg != nullptr) {
+      passBackground(block);
     }
   }
 
