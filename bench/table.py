@@ -94,7 +94,7 @@ def print_targets(best):
             if parts[4] not in targets and parts[4] != "reference":
                 targets.append(parts[4])
     table = []
-    for key in sorted(rows, key=lambda k: (int(k[0]), place(k[1]))):
+    for key in sorted(rows, key=lambda k: (int(k[0]), place(k[1]), k[2])):
         reference = rows[key].get("reference")
         ratios = [f"{reference / rows[key][t]:.1f}x" if reference and t in rows[key] else "-"
                   for t in targets]
