@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "keyer/Error.h"
+#include "keyer/TextFile.h"
 
 namespace orvanite {
 namespace {
@@ -16,7 +17,6 @@ using Json = nlohmann::ordered_json;
 constexpr int presetVersion = 1;
 constexpr const char* kindKey = "orvanite";
 constexpr const char* kind = "preset";
-constexpr std::size_t textLimit = 1 << 20;
 
 // The decimal that was entered, not the nearest single-precision value's long tail.
 double decimal(float value) { return std::stod(std::to_string(static_cast<double>(value))); }
@@ -69,7 +69,7 @@ Settings settingsFromPreset(const std::string& text, const std::string& subject)
   const auto fail = [&subject](const std::string& message) {
     return Error(Fault::failure, subject, message);
   };
-  if (text.size() > textLimit) throw fail("expected a preset of no more than 1 MiB");
+  if (text.size() >= textFileLimit) throw fail("expected a preset of no more than 1 MiB");
   // A preset is two levels deep; brackets that never end are not followed.
   Json::parser_callback_t shallow = [](int depth, Json::parse_event_t, Json&) {
     if (depth > 8) throw std::length_error("nested too deep");
@@ -105,6 +105,11 @@ Settings settingsFromPreset(const std::string& text, const std::string& subject)
     }
   }
   return settings;
+}
+
+Settings settingsFromPresetFile(const std::string& path) {
+  return settingsFromPreset(readTextFile(path, "there is no such preset, or it cannot be read"),
+                            path);
 }
 
 }  // namespace orvanite

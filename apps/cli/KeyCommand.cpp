@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -81,12 +80,7 @@ SideInput openSide(const std::string& path, int offset, const Source& plate, con
 Settings settingsOf(KeyOptions& options) {
   Settings settings;
   if (!options.preset.empty()) {
-    std::ifstream file(options.preset, std::ios::binary);
-    if (!file)
-      throw Error(Fault::missingInput, options.preset,
-                  "there is no such preset, or it cannot be read");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    settings = settingsFromPreset(text, options.preset);
+    settings = settingsFromPresetFile(options.preset);
   }
   options.screen.apply(options.parameters, settings);
   return settings;

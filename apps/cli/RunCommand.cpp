@@ -11,9 +11,8 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -22,6 +21,7 @@
 #include "apps/media/FrameRange.h"
 #include "keyer/Error.h"
 #include "keyer/Keyer.h"
+#include "keyer/TextFile.h"
 #include "platform/NRiCmplr.h"
 #include "platform/NRiFile.h"
 #include "platform/NRiNode.h"
@@ -59,14 +59,6 @@ void removeUnfinishedOnSignals() {
   action.sa_flags = SA_RESTART;
   ::sigemptyset(&action.sa_mask);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
-}
-
-std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw Error(Fault::missingInput, path, "this script cannot be read");
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 // node.plug=value or variable=value. A text plug takes the value as it is, unless it is in quotes.
@@ -122,7 +114,7 @@ void loadPlugins(bool quiet) {
 }
 
 bool compile(const std::string& path) {
-  const std::string text = contents(path);
+  const std::string text = readTextFile(path, "this script cannot be read");
   NRiCmplr compiler;
   NRiValue value;
   // Declarations live as long as their handle; the process is as long as they are needed.
@@ -180,6 +172,9 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
         if (!exists) out->write();
       }
       finished.push_back(frame);
+    } catch (const std::bad_alloc&) {
+      status = FrameStatus::failed;
+      message = "out of memory";
     } catch (const std::exception& error) {
       status = FrameStatus::failed;
       message = error.what();

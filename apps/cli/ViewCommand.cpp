@@ -5,8 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -92,15 +90,7 @@ int runView(const ViewCommandOptions& options) {
   const bool desktop =
       std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
   view.openBrowser = desktop && !options.noOpen;
-  if (!options.preset.empty()) {
-    std::ifstream file(options.preset, std::ios::binary);
-    if (!file) {
-      throw Error(Fault::missingInput, options.preset,
-                  "there is no such preset, or it cannot be read");
-    }
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    view.settings = settingsFromPreset(text, options.preset);
-  }
+  if (!options.preset.empty()) view.settings = settingsFromPresetFile(options.preset);
   options.parameters.apply(view.settings);
   view.exports.arguments = [&](const Settings& settings, const std::string& output) {
     return argumentsFor(options, settings, output);

@@ -377,6 +377,8 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {{fg, "--garbage", fg, "--garbage-channel", "Z", "-o", out},
        2,
        "expected one of the channels R, G, B, found 'Z'"},
+      {{fg, "--preset", "/dev/zero", "-o", out}, 1, "expected a preset of no more than 1 MiB"},
+      {{fg, "--preset", folder / "folder.png", "-o", out}, 1, "there is no such preset, or it"},
       {{fg, "-o", folder / "none/out.png"}, 1, "there is no folder"},
       {{fg, "-o", "/proc/out.png"}, 1, "/proc/out.png: cannot be written"},
       {{fg, "-o", folder / "out.xyz"}, 2, "expected a name with the ending of a picture format"},

@@ -74,6 +74,7 @@ TEST(RunCommand, SaysWhatIsWrong) {
         "a = Constant(8, 8, 1, 0.5);\na.red = green;\na.green = red + 1;\n"
         "o = FileOut(a, \"" +
             (folder / "o.png") + "\");\n");
+  std::filesystem::create_symlink("/dev/zero", folder / "zero.orv");
   struct Case {
     Lines arguments;
     int code;
@@ -85,6 +86,7 @@ TEST(RunCommand, SaysWhatIsWrong) {
       {{"none.orv"}, 2, "expected a FileOut, found none"},
       {{"loop.orv"}, 1, "depends on itself"},
       {{"missing.orv"}, 1, "this script cannot be read"},
+      {{"zero.orv"}, 1, "a script that is too long"},
       {{"none.orv", "--frames", "4-"}, 2, "expected frames such as"},
       {{"none.orv", "--frames", "1-5x0"}, 2, "expected frames such as"},
       {{"none.orv", "--frames", "1,"}, 2, "expected frames such as"},
@@ -106,7 +108,7 @@ TEST(RunCommand, SaysWhatIsWrong) {
                 (one.arguments[0] == "missing.orv" && outcome.code == 3))
         << one.message << " " << outcome.code;
   }
-  EXPECT_EQ(folder.names(), (Lines{"bad.orv", "loop.orv", "none.orv"}));
+  EXPECT_EQ(folder.names(), (Lines{"bad.orv", "loop.orv", "none.orv", "zero.orv"}));
 }
 
 }  // namespace

@@ -116,6 +116,8 @@ void starveEach(const Words& words, const Folder& out, const std::string& output
         EXPECT_EQ(outcome.code, cli::failed);
         EXPECT_EQ(outcome.err.rfind("orvanite: ", 0), 0U);
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
+        // Telling of a frame may fail as well, when it is there already.
+        if (contents(output) == whole) std::filesystem::remove(output);
       }
       EXPECT_TRUE(out.names().empty()) << out.names().front();
       if (::testing::Test::HasFailure()) return;
