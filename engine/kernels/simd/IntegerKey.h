@@ -35,6 +35,7 @@ class IntegerKernel {
     saturates_[0] = e.saturation[0] != 1.0f;
     saturates_[1] = e.saturation[1] != 1.0f && view_ == 0;
     showsPure_ = view_ != 2 && view_ != 5 && !saturates_[0];
+    showsBackground_ = showsPure_ && !saturates_[1];
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[c];
@@ -73,6 +74,7 @@ class IntegerKernel {
   struct Constants {
     U16 screen[3], replace[3];
     U16 refScreen[3], refScreenKey;
+    U16 clear;  // a matte that is no greater is clipped to 0; in view 4 only 0 is
     Floats screenScale, clipLow, clipRange, clipSlope;
   };
 
@@ -88,6 +90,7 @@ class IntegerKernel {
       k.refScreen[c] = shorts(variant_.ref ? e_.refScreenWork[c] : 0);
     }
     k.refScreenKey = shorts(variant_.ref ? e_.refScreenKey : 1);
+    k.clear = shorts(view_ == 4 ? 0 : static_cast<int>(p_.clipLow));
     k.screenScale = floats(p_.screenScale);
     k.clipLow = floats(p_.clipLow);
     k.clipRange = floats(p_.clipRange);
@@ -185,6 +188,11 @@ class IntegerKernel {
     const U16 needed = matteOfColour(largest);
     const U16Mask enough = above(matte, needed);
     U16 shown = hn::Max(matte, needed);
+    // What the clip takes to nothing is nothing under any garbage matte, too.
+    const U16 left = view_ == 4 ? hn::Or(shown, largest) : shown;
+    if (showsBackground_ && hn::AllFalse(u16Tag, above(left, k.clear))) {
+      return passBackground(block, i);
+    }
     if (!p_.clipIsIdentity) {
       shown = p_.clipSlope != 0 ? clipMatte<true>(shown, k.clipLow, k.clipSlope)
                                 : clipMatte<false>(shown, k.clipLow, k.clipRange);
@@ -205,6 +213,12 @@ class IntegerKernel {
       hn::Store(divide(colour[c], d), u16Tag, colour_[c] + i);
     }
     hn::Store(shown, u16Tag, matte_ + i);
+  }
+
+  /// Pixels of screen alone: what lies behind shows.
+  HWY_INLINE void passBackground(const Block<T>& block, std::size_t i) {
+    pureBg_.add(i, true);
+    noteAlpha(block, i, hn::Zero(u16Tag));
   }
 
   /// Pixels without any screen and without garbage: the plate is what shows.
@@ -443,7 +457,8 @@ class IntegerKernel {
   int view_;
   bool mergesAlpha_;
   bool saturates_[2];
-  bool showsPure_;  // where no pixel has any screen, the plate is what shows
+  bool showsPure_;        // where no pixel has any screen, the plate is what shows
+  bool showsBackground_;  // where none has a matte, what lies behind
   const Output* output_[3];
 
   Places mixed_, pureFg_, pureBg_;
