@@ -35,7 +35,8 @@ class IntegerKernel {
     saturates_[0] = e.saturation[0] != 1.0f;
     saturates_[1] = e.saturation[1] != 1.0f && view_ == 0;
     showsPure_ = view_ != 2 && view_ != 5 && !saturates_[0];
-    showsBackground_ = showsPure_ && !saturates_[1];
+    // A matte of 0 leaves no colour to saturate, unless the view mixes nothing.
+    showsBackground_ = view_ == 4 ? !saturates_[0] : view_ != 2 && view_ != 5 && !saturates_[1];
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[c];
@@ -238,7 +239,7 @@ class IntegerKernel {
     const bool fg = !saturates_[0] && areZero(hn::Or(amount, hn::Xor(shown, shorts(4096))));
     // Where the colour shows whatever its matte, it has to be black too.
     const U16 rest = view_ == 4 ? hn::Or(shown, largest) : shown;
-    const bool bg = !fg && !saturates_[0] && !saturates_[1] && areZero(rest);
+    const bool bg = !fg && showsBackground_ && areZero(rest);
     pureFg_.add(i, fg);
     pureBg_.add(i, bg);
     mixed_.add(i, !fg && !bg);
