@@ -212,7 +212,7 @@ void openMovies(KeyJob& job, const KeyOptions& options, const std::vector<int>& 
     movie.frame = job.plate->info().display;
     movie.samples = job.samples;
     movie.facts = job.plate->facts();
-    movie.threads = job.threads;
+    movie.threads = encoderThreads(job);
     if (!options.frameRate.empty()) {
       movie.facts.frameRate = media::parseFrameRate(options.frameRate, "--fps");
     } else if (movie.facts.frameRate.numerator == 0) {
@@ -445,7 +445,7 @@ Run declareKey(CLI::App& command) {
          "Threads to work on. [1 to 1024, default the task's share or all processors]");
   number(running, "--in-flight", options->inFlight,
          "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
-         "busy within 1 GiB]");
+         "busy within 1.25 GiB]");
   text(running, "bar|plain|openjd|alf|none", "--progress", options->progress,
        "Of a shot. [default a bar on a terminal, else plain]");
   flag(running, "--json", options->json,

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <tbb/global_control.h>
 #include <tbb/info.h>
+#include <tbb/parallel_for.h>
 #include <tbb/parallel_pipeline.h>
 #include <tbb/task_arena.h>
 
@@ -31,7 +32,7 @@ using media::Picture;
 using media::Source;
 using media::Window;
 
-constexpr std::size_t memoryInFlight = std::size_t{1} << 30;
+constexpr std::size_t memoryInFlight = std::size_t{5} << 28;
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -129,9 +130,16 @@ FrameReads beginReads(const KeyJob& job, int frame) {
   return reads;
 }
 
-FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads) {
+// Lets go of each decoded frame as soon as it is a picture.
+Picture finished(std::function<Picture()>& read) {
+  Picture picture = read();
+  read = nullptr;
+  return picture;
+}
+
+FramePictures finishReads(const KeyJob& job, int frame, FrameReads reads) {
   FramePictures pictures;
-  pictures.plate = reads.plate();
+  pictures.plate = finished(reads.plate);
   pictures.plate.samples = job.samples;
   job.colours.plate.apply(pictures.plate);
   // Beside the plate's pixels there is nothing but screen.
@@ -139,13 +147,13 @@ FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads)
     media::paintOutside(pictures.plate, job.plate->windowOf(frame), job.screen);
   }
   if (reads.background) {
-    pictures.background = reads.background();
+    pictures.background = finished(reads.background);
     job.colours.background.apply(pictures.background);
   }
-  if (reads.holdOut) pictures.holdOut = reads.holdOut();
-  if (reads.garbage) pictures.garbage = reads.garbage();
+  if (reads.holdOut) pictures.holdOut = finished(reads.holdOut);
+  if (reads.garbage) pictures.garbage = finished(reads.garbage);
   if (reads.reference) {
-    pictures.reference = reads.reference();
+    pictures.reference = finished(reads.reference);
     job.colours.plate.apply(pictures.reference);
     // What is painted as screen is screen beside a clean plate, too.
     const Window inside = windowIn(*job.reference.source, *job.plate, job.plate->windowOf(frame));
@@ -154,8 +162,9 @@ FramePictures finishReads(const KeyJob& job, int frame, const FrameReads& reads)
   return pictures;
 }
 
-// The keyed views, in the order of the job's outputs; the first takes the plate's place.
-std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& pictures, int threads) {
+// The keyed views, in the order of the job's outputs; the first takes the plate's place. The other
+// pictures are gone when they are done.
+std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures pictures, int threads) {
   std::vector<Picture> views(job.outputs.size());
   Frame frame;
   frame.width = pictures.plate.data.width;
@@ -195,23 +204,26 @@ std::vector<Picture> keyed(const KeyJob& job, int number, FramePictures& picture
 // What still has to be done in order: the movies' frames, by output.
 using MovieFrames = std::vector<std::shared_ptr<AVFrame>>;
 
-MovieFrames write(const KeyJob& job, const std::vector<Picture>& views, int frame) {
+MovieFrames write(const KeyJob& job, std::vector<Picture> views, int frame) {
   MovieFrames rest(views.size());
   for (std::size_t i = 0; i < views.size(); ++i) {
     const ViewOutput& output = job.outputs[i];
+    const Picture view = std::move(views[i]);
     if (output.movie) {
-      rest[i] = output.movie->prepare(views[i]);
+      rest[i] = output.movie->prepare(view);
     } else if (!output.isMovie) {
-      media::writePicture(views[i], output.fileOf(frame));
+      media::writePicture(view, output.fileOf(frame));
     }
   }
   return rest;
 }
 
-void writeMovies(const KeyJob& job, const MovieFrames& frames) {
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    if (frames[i]) job.outputs[i].movie->write(frames[i]);
-  }
+// Each frame is let go of as soon as the encoder has it.
+void writeMovies(const KeyJob& job, MovieFrames& frames) {
+  tbb::parallel_for(std::size_t{0}, frames.size(), [&](std::size_t i) {
+    if (!frames[i]) return;
+    job.outputs[i].movie->write(std::move(frames[i]));
+  });
 }
 
 bool hasMovies(const KeyJob& job) {
@@ -253,21 +265,43 @@ bool allExist(const KeyJob& job, int frame) {
   });
 }
 
+}  // namespace
+
+int encoderThreads(const KeyJob& job) {
+  const auto movies = std::count_if(job.outputs.begin(), job.outputs.end(),
+                                    [](const ViewOutput& output) { return output.isMovie; });
+  return std::clamp(job.threads / std::max(1, static_cast<int>(movies)), 1, 16);
+}
+
+namespace {
+
+// Decoders and encoders keep frames of their own, however few are under way: what is left of the
+// memory is shared by the frames between them. Sizes count in pictures.
 int framesInFlight(const KeyJob& job, const ShotOptions& options) {
   if (options.inFlight > 0) return options.inFlight;
   const Window data = united(job.plate->info().data, job.plate->info().display);
-  std::size_t pictures = job.outputs.size();
+  const std::size_t picture = 4 * static_cast<std::size_t>(job.depth) *
+                              static_cast<std::size_t>(data.width) *
+                              static_cast<std::size_t>(data.height);
+  std::size_t kept = job.plate->sequential() ? 1 : 0;
+  // While one is read, the others are there; a movie's passes through another layout.
+  std::size_t each = job.outputs.size();
+  bool movies = job.plate->sequential();
   for (const SideInput* input : {&job.background, &job.holdOut, &job.garbage, &job.reference}) {
-    if (input->used) ++pictures;
-    // A movie's frame takes as much again before it is a picture, or when it has been one.
-    if (input->used && input->source->sequential()) ++pictures;
+    if (!input->used) continue;
+    ++each;
+    kept += input->source->sequential() ? 1 : 0;
+    movies = movies || input->source->sequential();
   }
-  if (job.plate->sequential()) ++pictures;
-  for (const ViewOutput& output : job.outputs) pictures += output.movie != nullptr ? 1 : 0;
-  const std::size_t bytes = pictures * 4 * static_cast<std::size_t>(job.depth) *
-                            static_cast<std::size_t>(data.width) *
-                            static_cast<std::size_t>(data.height);
-  return static_cast<int>(std::clamp<std::size_t>(memoryInFlight / std::max<std::size_t>(bytes, 1),
+  for (const ViewOutput& output : job.outputs) {
+    if (output.movie == nullptr) continue;
+    movies = true;
+    const auto own = static_cast<std::size_t>(encoderThreads(job));
+    kept += own > 1 ? own + 2 : 1;  // a frame for each thread, and those that wait for one
+  }
+  each += movies ? 1 : 0;
+  const std::size_t room = memoryInFlight - std::min(memoryInFlight, kept * picture);
+  return static_cast<int>(std::clamp<std::size_t>(room / std::max<std::size_t>(each * picture, 1),
                                                   1, static_cast<std::size_t>(job.threads) + 2));
 }
 
@@ -276,9 +310,9 @@ int framesInFlight(const KeyJob& job, const ShotOptions& options) {
 double keyStill(const KeyJob& job, int frame) {
   FramePictures pictures = finishReads(job, frame, beginReads(job, frame));
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<Picture> views = keyed(job, frame, pictures, job.threads);
+  std::vector<Picture> views = keyed(job, frame, std::move(pictures), job.threads);
   const double seconds = secondsSince(start);
-  static_cast<void>(write(job, views, frame));
+  static_cast<void>(write(job, std::move(views), frame));
   return seconds;
 }
 
@@ -307,11 +341,10 @@ int keyShot(const KeyJob& job, const ShotOptions& options) {
   const auto keyAndWrite = [&](std::shared_ptr<Work> work) {
     const auto start = std::chrono::steady_clock::now();
     guarded(*work, [&] {
-      FramePictures pictures = finishReads(job, work->frame, work->reads);
-      work->reads = {};
       // Frames run side by side; one alone does not split further.
-      const std::vector<Picture> views = keyed(job, work->frame, pictures, 1);
-      work->movieFrames = write(job, views, work->frame);
+      work->movieFrames = write(
+          job, keyed(job, work->frame, finishReads(job, work->frame, std::move(work->reads)), 1),
+          work->frame);
     });
     work->reads = {};
     work->seconds += secondsSince(start);

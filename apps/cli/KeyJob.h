@@ -62,10 +62,13 @@ struct ShotOptions {
   std::vector<int> frames;
   bool skipExisting = false;
   bool keepGoing = false;
-  int inFlight = 0;  // 0: as many as keep the threads busy and memory within 1 GiB
+  int inFlight = 0;  // 0: as many as keep the threads busy and memory within 1.25 GiB
   ProgressForm progress = ProgressForm::automatic;
   bool json = false;
 };
+
+/// The threads of each movie's encoder: several movies share them.
+int encoderThreads(const KeyJob& job);
 
 /// Keys and writes one frame. Returns the seconds that keying took.
 double keyStill(const KeyJob& job, int frame);

@@ -243,7 +243,7 @@ const std::vector<std::string>& MovieWriter::notices() const { return output_->n
 std::shared_ptr<AVFrame> MovieWriter::prepare(const Picture& picture) {
   return output_->prepare(picture);
 }
-void MovieWriter::write(const std::shared_ptr<AVFrame>& frame) { output_->write(frame.get()); }
+void MovieWriter::write(std::shared_ptr<AVFrame> frame) { output_->write(frame.get()); }
 void MovieWriter::finish() { output_->finish(); }
 
 Ratio parseFrameRate(const std::string& text, const std::string& subject) {

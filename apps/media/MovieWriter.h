@@ -46,7 +46,7 @@ class MovieWriter {
   /// A picture in the codec's pixel format. Any number of threads may call it at once.
   std::shared_ptr<AVFrame> prepare(const Picture& picture);
   /// Encodes the next frame. One thread at a time.
-  void write(const std::shared_ptr<AVFrame>& frame);
+  void write(std::shared_ptr<AVFrame> frame);
   /// After the last frame: puts the movie in place. Without it nothing stays behind.
   /// All throw Error (failure).
   void finish();
