@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <string_view>
 
 #include "keyer/Error.h"
 
@@ -64,11 +66,67 @@ int promisedFrames(const AVFormatContext& format, const AVStream& stream, const 
                                               : found;
 }
 
+void takeRate(MovieIndex& index, const AVStream& video, const std::string& path) {
+  const std::size_t count = index.times.size();
+  const double measured = count < 2
+                              ? 0
+                              : static_cast<double>(count - 1) /
+                                    (static_cast<double>(index.times.back() - index.times.front()) *
+                                     av_q2d(video.time_base));
+  index.rate = rateOf(video, std::isfinite(measured) ? measured : 0);
+  checkSpacing(index, video.time_base, path);
+}
+
+// QuickTime's own table of frames, where it lists every frame and frames lie in the order in which
+// they are shown: of the file's frames only the first is read then, to see that their times are
+// those of the table. Should they not be, later, a frame is missed by its time, never mistaken.
+std::optional<MovieIndex> tableOf(MovieInput& input, int stream) {
+  AVStream& video = *input->streams[stream];
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(video.codecpar->codec_id);
+  const int count = avformat_index_get_entries_count(&video);
+  if (!std::string_view(input->iformat->name).starts_with("mov,") || codec == nullptr ||
+      (codec->props & AV_CODEC_PROP_REORDER) != 0 || video.codecpar->video_delay > 0 || count < 2 ||
+      count != video.nb_frames) {
+    return std::nullopt;
+  }
+  MovieIndex index;
+  index.promised = count;
+  const std::int64_t fileBytes = avio_size(input->pb);
+  for (int i = 0; i < count; ++i) {
+    const AVIndexEntry& entry = *avformat_index_get_entry(&video, i);
+    if ((entry.flags & AVINDEX_DISCARD_FRAME) != 0 ||
+        (!index.times.empty() && entry.timestamp <= index.times.back())) {
+      return std::nullopt;
+    }
+    if (entry.pos + entry.size > fileBytes) break;  // cut off
+    index.times.push_back(entry.timestamp);
+    if ((entry.flags & AVINDEX_KEYFRAME) != 0) {
+      index.keys.push_back({entry.timestamp, entry.timestamp});
+    }
+  }
+  if (index.times.empty() || index.keys.empty() || index.keys.front().time != index.times.front()) {
+    return std::nullopt;
+  }
+  const MoviePacket packet = newMoviePacket();
+  int read = 0;
+  do {
+    av_packet_unref(packet.get());
+    read = av_read_frame(input.get(), packet.get());
+  } while (read >= 0 && packet->stream_index != stream);
+  const bool agrees = read >= 0 && packet->pts == index.times.front();
+  static_cast<void>(av_seek_frame(input.get(), stream, index.times.front(), AVSEEK_FLAG_BACKWARD));
+  return agrees ? std::optional(std::move(index)) : std::nullopt;
+}
+
 }  // namespace
 
 MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path) {
-  MovieIndex index;
   const AVStream& video = *input->streams[stream];
+  if (auto table = tableOf(input, stream)) {
+    takeRate(*table, video, path);
+    return *std::move(table);
+  }
+  MovieIndex index;
   const MoviePacket packet = newMoviePacket();
   double lastEnd = 0;  // seconds, of any stream
   const double start = input->start_time == AV_NOPTS_VALUE
@@ -100,14 +158,7 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
   std::sort(index.keys.begin(), index.keys.end(),
             [](const Key& a, const Key& b) { return a.time < b.time; });
   if (index.keys.empty()) index.keys.push_back({index.times.front(), index.times.front()});
-  const std::size_t count = index.times.size();
-  const double measured = count < 2
-                              ? 0
-                              : static_cast<double>(count - 1) /
-                                    (static_cast<double>(index.times.back() - index.times.front()) *
-                                     av_q2d(video.time_base));
-  index.rate = rateOf(video, std::isfinite(measured) ? measured : 0);
-  checkSpacing(index, video.time_base, path);
+  takeRate(index, video, path);
   index.promised = promisedFrames(*input.get(), video, index, lastEnd);
   return index;
 }

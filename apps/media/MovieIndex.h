@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Where every frame of a movie is: its time, and the key frame from which decoding reaches it. Made
-// by looking through the whole file once, without decoding, so that frame 100 is the hundredth
-// whatever a header says.
+// Where every frame of a movie is: its time, and the key frame from which decoding reaches it.
+// Taken from QuickTime's table of frames where that is plain; made by looking through the whole
+// file once, without decoding, elsewhere. Frame 100 is the hundredth, whatever else a header says.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,8 @@ struct MovieIndex {
   AVRational rate{0, 1};            // frames a second
   int promised = 0;                 // frames by the file's header; more than there are: cut off
 
-  /// Reads all packets and leaves the input at some place. Throws Error (failure) about `path` when
-  /// there is no frame, when frames have no times, or when they are not evenly spaced.
+  /// Reads what it must and leaves the input at some place. Throws Error (failure) about `path`
+  /// when there is no frame, when frames have no times, or when they are not evenly spaced.
   static MovieIndex of(MovieInput& input, int stream, const std::string& path);
 
   int count() const { return static_cast<int>(times.size()); }
