@@ -13,6 +13,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include "apps/media/Picture.h"
 #include "keyer/Error.h"
 
 namespace orvanite::media {
@@ -70,13 +71,15 @@ MovieDecoder::MovieDecoder(const std::string& path)
       codec_ ? avcodec_parameters_to_context(codec_.get(), stream().codecpar) : AVERROR(ENOMEM);
   if (problem >= 0) {
     codec_->pkt_timebase = stream().time_base;
-    codec_->thread_count = 0;
-    codec_->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
-    if (decoder->id == AV_CODEC_ID_FFV1) {
-      // It only logs where it made up a slice; without threads of frames it is known of which one.
+    // Threads that share a frame keep one; threads that have one each keep as many.
+    codec_->thread_count = std::clamp(OIIO::get_int_attribute("threads", 1), 1, 16);
+    const AVCodecDescriptor* about = avcodec_descriptor_get(decoder->id);
+    alone_ = about != nullptr && (about->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
+    if (alone_ && (decoder->capabilities & AV_CODEC_CAP_SLICE_THREADS) != 0) {
       codec_->thread_type = FF_THREAD_SLICE;
-      countErrors(*codec_, errors_);
     }
+    codec_->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
+    countErrors(*codec_, errors_);
     problem = avcodec_open2(codec_.get(), decoder, nullptr);
   }
   if (problem < 0) {
@@ -85,6 +88,7 @@ MovieDecoder::MovieDecoder(const std::string& path)
   for (unsigned i = 0; i < input_->nb_streams; ++i) {
     if (static_cast<int>(i) != stream_) input_->streams[i]->discard = AVDISCARD_ALL;
   }
+  ahead_ = codec_->active_thread_type == FF_THREAD_FRAME;
   seek(index_.times.front());
 }
 
@@ -95,10 +99,45 @@ void MovieDecoder::seek(std::int64_t time) {
   position_ = 0;
   draining_ = false;
   problem_ = 0;
+  errorsBefore_ = errors_;
+  hurtUntil_ = INT64_MIN;
+  settled_ = key.time == index_.keys.front().time;
+  settleTime_ = key.time;
   int result = av_seek_frame(input_.get(), stream_, key.decodeTime, AVSEEK_FLAG_BACKWARD);
   if (result < 0) result = av_seek_frame(input_.get(), -1, 0, AVSEEK_FLAG_BACKWARD);
   if (result < 0) result = static_cast<int>(avio_seek(input_->pb, 0, SEEK_SET));
   if (result < 0) throw Error(Fault::failure, path_, "cannot seek: " + movieProblem(result));
+}
+
+// Marks a frame in which the decoder made something up, of which some say no more than a line in
+// the log. Where every frame stands alone and is decoded at once, what was logged is about this
+// frame; where frames are decoded side by side it may be about a later one, and such a decoder of
+// frames that stand alone fails instead. Where frames build upon one another, all up to a key frame
+// that nothing under way can have been about are hurt with it.
+void MovieDecoder::judge(AVFrame& frame) {
+  const int now = errors_;
+  if (alone_) {
+    if (!ahead_ && now != errorsBefore_) frame.flags |= AV_FRAME_FLAG_CORRUPT;
+    return;
+  }
+  const std::int64_t time = timeOf(frame);
+  // What is shown before a key frame, but stored after it, lacks what it builds upon.
+  if (!settled_ && time >= settleTime_) {
+    settled_ = true;
+    errorsBefore_ = now;
+  }
+  if (settled_ && now != errorsBefore_) {
+    errorsBefore_ = now;
+    const auto place = std::lower_bound(index_.times.begin(), index_.times.end(), time);
+    const std::ptrdiff_t underWay = codec_->thread_count + codec_->has_b_frames + 1;
+    const auto last =
+        index_.times.end() - place > underWay ? *(place + underWay) : index_.times.back();
+    const auto key =
+        std::upper_bound(index_.keys.begin(), index_.keys.end(), last,
+                         [](std::int64_t t, const MovieIndex::Key& one) { return t < one.time; });
+    hurtUntil_ = key == index_.keys.end() ? INT64_MAX : key->time;
+  }
+  if (time < hurtUntil_) frame.flags |= AV_FRAME_FLAG_CORRUPT;
 }
 
 // The next frame in time; none at the end.
@@ -108,8 +147,10 @@ MovieFrame MovieDecoder::next() {
   while (true) {
     const int got = avcodec_receive_frame(codec_.get(), frame.get());
     if (got >= 0) {
-      if (errors_ != errorsBefore_) frame->flags |= AV_FRAME_FLAG_CORRUPT;
-      if (timeOf(*frame) != AV_NOPTS_VALUE) return frame;
+      if (timeOf(*frame) != AV_NOPTS_VALUE) {
+        judge(*frame);
+        return frame;
+      }
       av_frame_unref(frame.get());
       continue;
     }
@@ -125,7 +166,10 @@ MovieFrame MovieDecoder::next() {
       read = av_read_frame(input_.get(), packet_.get());
     } while (read >= 0 && packet_->stream_index != stream_);
     if (read < 0) draining_ = true;
-    errorsBefore_ = errors_;
+    if (alone_) errorsBefore_ = errors_;
+    if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+      av_log(codec_.get(), AV_LOG_ERROR, "the file marks it as damaged, or a part is missing\n");
+    }
     const int sent = avcodec_send_packet(codec_.get(), draining_ ? nullptr : packet_.get());
     if (sent < 0 && sent != AVERROR_EOF) problem_ = sent;
     av_packet_unref(packet_.get());
@@ -144,7 +188,10 @@ bool MovieDecoder::isAhead(int number) const {
 void MovieDecoder::check(const AVFrame& frame, int number) const {
   const std::string name = "frame " + std::to_string(number);
   if (frame.decode_error_flags != 0 || (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
-    throw Error(Fault::failure, path_, name + " is broken: " + movieProblem(problem_));
+    // The last words were those on the first frame that was hurt.
+    std::string why = movieProblem(problem_);
+    if (!alone_ && why == "unknown reason") why = "it builds upon a broken one";
+    throw Error(Fault::failure, path_, name + " is broken: " + why);
   }
   if (frame.interlaced_frame != 0) refuseInterlaced(path_);
   const AVCodecParameters& stated = *stream().codecpar;

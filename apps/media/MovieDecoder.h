@@ -28,6 +28,7 @@ class MovieDecoder {
 
  private:
   MovieFrame next();
+  void judge(AVFrame& frame);
   void seek(std::int64_t time);
   bool isAhead(int number) const;
   void check(const AVFrame& frame, int number) const;
@@ -42,8 +43,14 @@ class MovieDecoder {
   MovieFrame held_;   // decoded, later than what was asked for
   int position_ = 0;  // the frame asked for last; 0 at the start
   bool draining_ = false;
-  int errorsBefore_ = 0;  // the packet sent last
-  int problem_ = 0;       // since the last frame that came out
+  bool alone_ = false;    // every frame is a key frame
+  bool ahead_ = false;    // frames are decoded side by side
+  int errorsBefore_ = 0;  // that were logged before what is judged next
+  // What is logged before the frame of this time comes out is about none that was asked for.
+  bool settled_ = true;
+  std::int64_t settleTime_ = 0;
+  std::int64_t hurtUntil_ = INT64_MIN;
+  int problem_ = 0;  // since the last frame that came out
 };
 
 }  // namespace orvanite::media
