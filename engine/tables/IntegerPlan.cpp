@@ -174,6 +174,14 @@ bool gradeIsIdentity(const QMXOrvaniteTable& e) {
   return true;
 }
 
+template <class Code>
+void throughGrade(const QMXOrvaniteTable& e, const Code (&output)[3][IntegerPlan::workEntries],
+                  Code (&graded)[3][IntegerPlan::workEntries]) {
+  for (int c = 0; c < 3; ++c) {
+    for (int j = 0; j <= white; ++j) graded[c][j] = output[c][e.fgGradeTable[c][j]];
+  }
+}
+
 void composeBytes(const QMXOrvaniteTable& e, int c, IntegerPlan& plan) {
   for (int i = 0; i < 256; ++i) {
     const unsigned fg = plan.outputCodes[c][e.fgGradeTable[c][e.fgLinear[c][i]]];
@@ -226,6 +234,13 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
         }
       }
       composeBytes(e, c, plan);
+    }
+  }
+  if ((changes & (IntegerPlan::grade | IntegerPlan::output)) != 0 && !plan.gradeIsIdentity) {
+    if (depth == 1) {
+      throughGrade(e, plan.outputCodes, plan.gradedBytes);
+    } else {
+      throughGrade(e, e.outputTable, plan.gradedCodes);
     }
   }
   for (int set = 0; set < 2; ++set) plan.saturationFits[set] = saturationFits(e.satMatrix[set]);

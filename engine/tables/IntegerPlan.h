@@ -58,8 +58,12 @@ struct IntegerPlan {
   // 8-bit: output codes by working value; and by code what a pixel of pure foreground or
   // background becomes, each channel at its byte of a little-endian red, green, blue, alpha.
   std::uint8_t outputCodes[3][workEntries];
+  std::uint8_t gradedBytes[3]
+                          [workEntries];  // of values before the grade, unless it is the identity
   std::uint32_t fgOutput[3][256];
   std::uint32_t bgOutput[3][256];
+
+  std::uint16_t gradedCodes[3][workEntries];  // 16-bit: the same
 
   IntegerPlan() = default;
   ~IntegerPlan();

@@ -40,8 +40,10 @@ class IntegerKernel {
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[c];
+        graded_[c] = p_.gradedBytes[c];
       } else {
         output_[c] = e.outputTable[c];
+        graded_[c] = p_.gradedCodes[c];
       }
     }
   }
@@ -57,13 +59,12 @@ class IntegerKernel {
     mixed_.count = pureFg_.count = pureBg_.count = 0;
     keyVectors(block);
     if (view_ == 2 || view_ == 5) return;
-    if (!p_.gradeIsIdentity) {
-      grade(mixed_);
-      if (sizeof(T) == 2) grade(pureFg_);
-    }
+    const bool graded = !p_.gradeIsIdentity;
+    const bool mixes = view_ != 4 || saturates_[0];  // else grade and output are one look-up
+    if (graded && mixes) grade(mixed_);
     if (view_ == 0 && !p_.backgroundIsLine) lookUpBackground(block);
-    if (view_ != 4 || saturates_[0]) mixVectors(block);
-    writeColours(block, mixed_);
+    if (mixes) mixVectors(block);
+    writeColours(block, mixed_, graded && !mixes);
     writeForeground(block);
     writeBackground(block);
   }
@@ -359,14 +360,15 @@ class IntegerKernel {
     }
   }
 
-  HWY_NOINLINE void writeColours(const Block<T>& block, const Places& places) const {
-    if (p_.outputIsLine) return writeLine(block, places);
+  /// Puts the colours of places out, those that are not graded yet through their grade.
+  HWY_NOINLINE void writeColours(const Block<T>& block, const Places& places, bool graded) const {
+    if (p_.outputIsLine && !graded) return writeLine(block, places);
     const auto write =
         block.dstAlphaFirst ? lookUpOutput<true, T, Output> : lookUpOutput<false, T, Output>;
     for (std::size_t n = 0; n < places.count; ++n) {
       const std::size_t i = places.at[n];
-      write(output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i, shortLanes(),
-            block.dst + 4 * i);
+      write(graded ? graded_ : output_, colour_[0] + i, colour_[1] + i, colour_[2] + i, alpha_ + i,
+            shortLanes(), block.dst + 4 * i);
     }
   }
 
@@ -391,7 +393,7 @@ class IntegerKernel {
 
   HWY_NOINLINE void writeForeground(const Block<T>& block) const {
     if constexpr (sizeof(T) == 2) {
-      writeColours(block, pureFg_);
+      writeColours(block, pureFg_, !p_.gradeIsIdentity);
     } else {
       for (std::size_t n = 0; n < pureFg_.count; ++n) {
         if (p_.plateReturns[0]) {
@@ -458,9 +460,10 @@ class IntegerKernel {
   int view_;
   bool mergesAlpha_;
   bool saturates_[2];
-  bool showsPure_;        // where no pixel has any screen, the plate is what shows
-  bool showsBackground_;  // where none has a matte, what lies behind
-  const Output* output_[3];
+  bool showsPure_;           // where no pixel has any screen, the plate is what shows
+  bool showsBackground_;     // where none has a matte, what lies behind
+  const Output* output_[3];  // of working values
+  const Output* graded_[3];  // of working values before the grade
 
   Places mixed_, pureFg_, pureBg_;
   KeyedBuffer<T> fg_, ref_;
