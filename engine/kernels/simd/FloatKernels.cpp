@@ -68,6 +68,7 @@ class FloatKernel {
     const Floats zero = hn::Zero(floatTag);
     for (std::size_t at = 0; at < samplesPerPixel * block.pixels;
          at += samplesPerPixel * floatLanes()) {
+      if (block.hold == nullptr && block.garbage == nullptr) prefetchAhead(block, at);
       const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
       Colours halves;
       FloatMask finite = hn::Eq(zero, zero);
