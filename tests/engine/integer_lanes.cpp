@@ -170,7 +170,7 @@ void lineDifferences(LaneDifference& d) {
     return static_cast<float>(v & 0xFFFF) / static_cast<float>(most);
   };
   compare(
-      d, 0, max, 16383, [](U16 v) { return workOf(lightOf(v, max)); },
+      d, 0, max, 16383, [](U16 v) { return workOfCode<T>(v); },
       [&](int v) { return static_cast<int>(16383.0f * light(v, max) + 0.5f); });
   for (const float factor : {4095.9f, 11234.567f, -0.3f, -8191.25f}) {
     compare(

@@ -107,6 +107,18 @@ HWY_INLINE U16 workOf(Light light) {
   return join(s.even, s.odd);
 }
 
+/// The working value of a linear code.
+template <class T>
+HWY_INLINE U16 workOfCode(U16 code) {
+  if constexpr (sizeof(T) == 1) {
+    // 16383 / 65535 is a quarter, less what MulHigh gives before the quarter is taken.
+    const U16 v = hn::Mul(code, shorts(257));
+    return hn::ShiftRight<2>(hn::Sub(hn::Add(v, shorts(1)), hn::MulHigh(v, shorts(3))));
+  } else {
+    return workOf(lightOf(code, 65535));
+  }
+}
+
 /// The linear code of a working value: its part of 16383 times 255 or 65535, rounded.
 template <class T>
 HWY_INLINE U16 codeOf(U16 work) {

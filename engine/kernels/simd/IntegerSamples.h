@@ -76,10 +76,9 @@ HWY_INLINE Keyed keyedLine(const Samples& s, const Floats (&factor)[3]) {
 /// The working values of a linear picture.
 template <class T>
 HWY_INLINE void workLine(const Samples& s, U16 (&work)[3]) {
-  constexpr int max = static_cast<T>(~T{0});
-  work[0] = workOf(lightOf(s.r, max));
-  work[1] = workOf(lightOf(s.g, max));
-  work[2] = workOf(lightOf(s.b, max));
+  work[0] = workOfCode<T>(s.r);
+  work[1] = workOfCode<T>(s.g);
+  work[2] = workOfCode<T>(s.b);
 }
 
 }  // namespace
