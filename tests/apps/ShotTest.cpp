@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -228,6 +229,47 @@ TEST(Shot, ABrokenFrameIsNamedTheOthersAreWholeAndAResumeCompletesIt) {
     EXPECT_EQ(out.names().size(), 6U);
     EXPECT_EQ(std::filesystem::last_write_time(out / "o.0001.png"), untouched);
   }
+}
+
+TEST(Shot, AFullOrReadOnlyDiskIsToldWithItsFrameAndAResumeCompletesTheShot) {
+  const Folder folder;
+  const Folder disk;
+  writeShot(folder, "fg", 1, 6, 160, 120);  // 160 x 120 x 3 random bytes: 56 KiB a frame
+  const std::vector<std::string> command{"key",
+                                         "-q",
+                                         folder / "fg.####.png",
+                                         "--screen",
+                                         "0,1,0",
+                                         "--skip-existing",
+                                         "-o",
+                                         disk / "o.####.png"};
+  if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=200k") != 0) {
+    GTEST_SKIP() << "only root can make a small disk";
+  }
+  const auto expectWhole = [&](std::size_t least, std::size_t most) {
+    EXPECT_GE(disk.names().size(), least);
+    EXPECT_LE(disk.names().size(), most);
+    for (const std::string& name : disk.names()) EXPECT_TRUE(isWhole(disk / name)) << name;
+  };
+  const Outcome full = orvanite(command);
+  EXPECT_EQ(full.code, 4);
+  EXPECT_NE(full.err.find("cannot be written: No space left on device"), std::string::npos)
+      << full.err;
+  EXPECT_EQ(full.err.rfind("orvanite: frame ", 0), 0U) << full.err;
+  expectWhole(1, 3);
+  const auto remount = [&](unsigned long flags, const char* size) {
+    return ::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, size);
+  };
+  ASSERT_EQ(remount(MS_RDONLY, "size=4m"), 0);
+  const Outcome locked = orvanite(command);
+  EXPECT_EQ(locked.code, 4);
+  EXPECT_NE(locked.err.find("Read-only file system"), std::string::npos) << locked.err;
+  EXPECT_EQ(locked.err.rfind("orvanite: frame ", 0), 0U) << locked.err;
+  expectWhole(1, 3);
+  ASSERT_EQ(remount(0, "size=4m"), 0);
+  EXPECT_EQ(orvanite(command).code, 0);
+  expectWhole(6, 6);
+  ::umount2(disk.path().c_str(), MNT_DETACH);
 }
 
 TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
