@@ -47,6 +47,16 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
                  folder / ("k." + number(frame) + ".png"));
     }
     EXPECT_FALSE(std::filesystem::exists(folder / "m.0001.png"));
+
+    // And a comparison finds the frame that is another's.
+    const Arguments compare{"compare", folder / one.movie, folder / "s.####.png"};
+    EXPECT_EQ(orvanite(compare).code, 0);
+    std::filesystem::copy_file(folder / "s.0002.png", folder / "s.0004.png",
+                               std::filesystem::copy_options::overwrite_existing);
+    const Outcome differing = orvanite(compare);
+    EXPECT_EQ(differing.code, 1);
+    EXPECT_NE(differing.out.find("frames   1-6 (6)\n"), std::string::npos) << differing.out;
+    EXPECT_NE(differing.out.find(" of frame 4)\n"), std::string::npos) << differing.out;
   }
 }
 

@@ -315,63 +315,86 @@ TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
   }
 }
 
+/// A shot of four frames, as stills and as a movie, and what a render of it may go to.
+struct Way {
+  const char* plate;
+  const char* output;
+};
+constexpr Way ways[] = {{"fg.####.png", "o.####.png"}, {"fg.mkv", "o.mov"}};
+
+void writeFourFrames(const Folder& folder) {
+  writeShot(folder, "fg", 1, 4);
+  ASSERT_EQ(
+      orvanite({"key", "-q", "--no-key", folder / "fg.####.png", "-o", folder / "fg.mkv"}).code, 0);
+}
+
 TEST(Shot, ProgressHasTheFormsThatManagersParse) {
   const Folder folder;
-  writeShot(folder, "fg", 1, 4);
-  const auto lines = [&](const std::vector<std::string>& more) {
-    const Folder out;
-    std::vector<std::string> command{"key", folder / "fg.####.png", "--cspace", "video",
-                                     "-o",  out / "o.####.png"};
-    command.insert(command.end(), more.begin(), more.end());
-    return orvanite(command).out;
-  };
-  EXPECT_EQ(lines({"--progress", "none"}), "");
-  EXPECT_EQ(lines({"--progress", "alf"}),
-            "ALF_PROGRESS 25%\nALF_PROGRESS 50%\nALF_PROGRESS 75%\nALF_PROGRESS 100%\n");
-  EXPECT_EQ(
-      lines({}).rfind(
-          "Progress: 25%\nProgress: 50%\nProgress: 75%\nProgress: 100%\n4 of 4 frames done", 0),
-      0U);
-  EXPECT_EQ(lines({"--progress", "openjd"})
-                .rfind("openjd_progress: 25.0\nopenjd_status: frame 1\nopenjd_progress: 50.0\n", 0),
-            0U);
+  writeFourFrames(folder);
+  for (const Way& way : ways) {
+    SCOPED_TRACE(way.output);
+    const auto lines = [&](const std::vector<std::string>& more, const Folder& out) {
+      std::vector<std::string> command{"key", folder / way.plate, "--cspace", "video",
+                                       "-o",  out / way.output};
+      command.insert(command.end(), more.begin(), more.end());
+      return orvanite(command).out;
+    };
+    EXPECT_EQ(lines({"--progress", "none"}, Folder()), "");
+    EXPECT_EQ(lines({"--progress", "alf"}, Folder()),
+              "ALF_PROGRESS 25%\nALF_PROGRESS 50%\nALF_PROGRESS 75%\nALF_PROGRESS 100%\n");
+    EXPECT_EQ(
+        lines({}, Folder())
+            .rfind(
+                "Progress: 25%\nProgress: 50%\nProgress: 75%\nProgress: 100%\n4 of 4 frames done",
+                0),
+        0U);
+    EXPECT_EQ(
+        lines({"--progress", "openjd"}, Folder())
+            .rfind("openjd_progress: 25.0\nopenjd_status: frame 1\nopenjd_progress: 50.0\n", 0),
+        0U);
 
-  std::istringstream json(lines({"--json"}));
-  int frame = 0;
-  for (std::string text; std::getline(json, text);) {
-    const auto object = nlohmann::json::parse(text);
-    if (object.contains("summary")) {
-      EXPECT_EQ(object["summary"]["done"], 4);
+    const Folder out;
+    for (const char* status : {"done", "skipped"}) {  // the second time it is all there
+      std::istringstream json(lines({"--json", "--skip-existing"}, out));
+      int frame = 0;
+      for (std::string text; std::getline(json, text);) {
+        const auto object = nlohmann::json::parse(text);
+        if (object.contains("summary")) {
+          EXPECT_EQ(object["summary"][status], 4);
+        } else {
+          EXPECT_EQ(object["frame"], ++frame);
+          EXPECT_EQ(object["status"], status);
+        }
+      }
       EXPECT_EQ(frame, 4);
-    } else {
-      EXPECT_EQ(object["frame"], ++frame);
-      EXPECT_EQ(object["status"], "done");
     }
   }
 }
 
 TEST(Shot, ShowsABarOnATerminal) {
   const Folder folder;
-  writeShot(folder, "fg", 1, 4);
-  int terminal = -1;
-  const std::string plate = folder / "fg.####.png";
-  const std::string out = folder / "o.####.png";
-  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (child == 0) {
-    ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", out.c_str(), nullptr);
-    ::_exit(127);
+  writeFourFrames(folder);
+  for (const Way& way : ways) {
+    int terminal = -1;
+    const std::string plate = folder / way.plate;
+    const std::string out = folder / way.output;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+      ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", out.c_str(), nullptr);
+      ::_exit(127);
+    }
+    std::string shown;
+    char buffer[4096];
+    for (ssize_t count; (count = ::read(terminal, buffer, sizeof buffer)) > 0;)
+      shown.append(buffer, static_cast<std::size_t>(count));
+    ::close(terminal);
+    EXPECT_EQ(waitFor(child), 0);
+    EXPECT_NE(shown.find("\r[=======                       ]  25%  frame 1 "), std::string::npos)
+        << shown;
+    EXPECT_NE(shown.find("100%  frame 4 "), std::string::npos) << shown;
+    EXPECT_NE(shown.find("frames/s"), std::string::npos);
+    EXPECT_NE(shown.find("left"), std::string::npos);
   }
-  std::string shown;
-  char buffer[4096];
-  for (ssize_t count; (count = ::read(terminal, buffer, sizeof buffer)) > 0;)
-    shown.append(buffer, static_cast<std::size_t>(count));
-  ::close(terminal);
-  EXPECT_EQ(waitFor(child), 0);
-  EXPECT_NE(shown.find("\r[=======                       ]  25%  frame 1 "), std::string::npos)
-      << shown;
-  EXPECT_NE(shown.find("100%  frame 4 "), std::string::npos) << shown;
-  EXPECT_NE(shown.find("frames/s"), std::string::npos);
-  EXPECT_NE(shown.find("left"), std::string::npos);
 }
 
 TEST(Preset, SavesWhatWasInForceAndOptionsGoOverIt) {
