@@ -24,8 +24,8 @@ void ColourOptions::addTo(CLI::App& command) {
        "The space to write colours in; matte and status have none. [default --input-space's]");
 }
 
-ColourPath ColourOptions::path() const {
-  ColourPath path;
+media::ColourPath ColourOptions::path() const {
+  media::ColourPath path;
   if (input_.empty()) {
     for (const auto& [name, value] : {std::pair{"--ocio", &config_},
                                       {"--bg-space", &background_},
@@ -55,6 +55,18 @@ ColourPath ColourOptions::path() const {
   path.linear = spaces.isLinear(path.workingSpace);
   path.used = true;
   return path;
+}
+
+std::vector<std::string> ColourOptions::words() const {
+  std::vector<std::string> words;
+  for (const auto& [name, value] : {std::pair{"--ocio", &config_},
+                                    {"--input-space", &input_},
+                                    {"--bg-space", &background_},
+                                    {"--working-space", &working_},
+                                    {"--output-space", &output_}}) {
+    if (!value->empty()) words.insert(words.end(), {name, *value});
+  }
+  return words;
 }
 
 }  // namespace orvanite::cli

@@ -6,18 +6,11 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "apps/media/ColourSpaces.h"
 
 namespace orvanite::cli {
-
-/// What a job does to the colours of its pictures.
-struct ColourPath {
-  bool used = false;
-  media::ColourSpaces::Conversion plate, background, out;  // to working space, and from it
-  std::string workingSpace;
-  bool linear = false;  // the working space
-};
 
 class ColourOptions {
  public:
@@ -27,7 +20,10 @@ class ColourOptions {
 
   /// The conversions asked for. Throws Error as ColourSpaces does, and wrongUse when a space is
   /// named without a configuration, or a configuration without the plate's space.
-  ColourPath path() const;
+  media::ColourPath path() const;
+
+  /// The options as they were given, as words of a command line.
+  std::vector<std::string> words() const;
 
  private:
   std::string config_, input_, background_, working_, output_;

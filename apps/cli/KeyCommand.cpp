@@ -158,8 +158,8 @@ void checkOutputs(const KeyJob& job, const KeyOptions& options, const std::vecto
   }
 }
 
-void chooseEncoding(const KeyOptions& options, const Source& plate, const ColourPath& colours,
-                    Settings& settings) {
+void chooseEncoding(const KeyOptions& options, const Source& plate,
+                    const media::ColourPath& colours, Settings& settings) {
   if (settings.given("colourspace")) return;
   media::Encoding encoding =
       media::encodingOf(plate.header(), plate.info().format, plate.info().samples);

@@ -48,7 +48,7 @@ struct KeyJob {
   // Where clean plates are estimated: what makes one from a frame of the plate.
   std::function<media::Picture(const media::Picture&)> cleanPlateOf;
   std::array<float, 3> screen{};  // what lies beside the plate's pixels
-  ColourPath colours;
+  media::ColourPath colours;
   PastEnd pastEnd = PastEnd::hold;
   std::vector<ViewOutput> outputs;  // the first is keyed in place
   int depth = 1;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/cli/ColourOptions.h"
 #include "apps/cli/Commands.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/SaveScript.h"
@@ -27,6 +28,7 @@ struct ViewCommandOptions {
   int cacheMebibytes = 1024;
   bool noOpen = false;
   ParameterOptions parameters;
+  ColourOptions colours;
 };
 
 // Where a render goes that is not the page's own.
@@ -45,6 +47,7 @@ std::vector<std::string> argumentsFor(const ViewCommandOptions& options, const S
   file("--hold-out", options.files.holdOut);
   file("--garbage", options.files.garbage);
   file("--reference", options.files.reference);
+  for (const std::string& word : options.colours.words()) arguments.push_back(word);
   for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
   file("-o", output);
   return arguments;
@@ -63,6 +66,9 @@ std::string scriptFor(const ViewCommandOptions& options, const Settings& setting
   const view::FootageFiles& files = options.files;
   if (!files.reference.empty() && settings.toggle("useReference")) {
     throw Error(Fault::wrongUse, "script", "a script cannot hold a clean plate");
+  }
+  if (!options.colours.words().empty()) {
+    throw Error(Fault::wrongUse, "script", "a script cannot hold colour spaces");
   }
   return scriptOf(
       settings,
@@ -85,6 +91,7 @@ int runView(const ViewCommandOptions& options) {
   view::ViewOptions view;
   view.files = options.files;
   view.output = options.output;
+  view.colours = options.colours.path();
   view.port = options.port;
   view.cacheBytes = static_cast<std::size_t>(options.cacheMebibytes) << 20;
   const bool desktop =
@@ -144,6 +151,7 @@ Run declareView(CLI::App& command) {
   command
       .add_flag("--no-open", options->noOpen, "Do not open the browser; print the address only.")
       ->group(serving);
+  options->colours.addTo(command);
   options->parameters.addTo(command);
   return [options] { return runView(*options); };
 }

@@ -51,4 +51,12 @@ class ColourSpaces {
   std::shared_ptr<const void> config_;
 };
 
+/// What a job does to the colours of its pictures.
+struct ColourPath {
+  bool used = false;
+  ColourSpaces::Conversion plate, background, out;  // to working space, and from it
+  std::string workingSpace;
+  bool linear = false;  // the working space
+};
+
 }  // namespace orvanite::media

@@ -57,8 +57,8 @@ const std::string& FootageFiles::of(Role role) const {
   }
 }
 
-Footage::Footage(FootageFiles files, std::size_t cacheBytes)
-    : files_(std::move(files)), cacheBytes_(cacheBytes) {
+Footage::Footage(FootageFiles files, std::size_t cacheBytes, media::ColourPath colours)
+    : files_(std::move(files)), cacheBytes_(cacheBytes), colours_(std::move(colours)) {
   for (const Role role : roles) {
     if (files_.of(role).empty()) continue;
     auto& opened = sources_[static_cast<std::size_t>(role)];
@@ -73,6 +73,7 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
   if (!files_.background.empty()) {
     info_.samples = std::max(info_.samples, source(Role::background).info().samples);
   }
+  if (colours_.used) info_.samples = std::max(info_.samples, media::Samples::half);
   info_.depth = media::depthOf(info_.samples);
   info_.isShot = plate.isShot();
   info_.frames = plate.isShot() ? plate.frames() : std::vector<int>{1};
@@ -83,6 +84,10 @@ Footage::Footage(FootageFiles files, std::size_t cacheBytes)
       media::encodingOf(plate.header(), plate.info().format, plate.info().samples);
   info_.colourspace = encoding.colourspace;
   info_.reason = encoding.reason;
+  if (colours_.used && colours_.linear) {
+    info_.colourspace = "linear";
+    info_.reason = "working space " + colours_.workingSpace;
+  }
   info_.inputs = {!files_.background.empty(), !files_.holdOut.empty(), !files_.garbage.empty(),
                   !files_.reference.empty()};
 }
@@ -133,7 +138,9 @@ Footage::Shared Footage::picture(Role role, int frame, const std::string& channe
   if (Shared found = find(key)) return found;
   Shared made;
   if (divisor == 1) {
-    made = std::make_shared<const media::Picture>(readFrame(key));
+    media::Picture read = readFrame(key);
+    if (!matte) (role == Role::background ? colours_.background : colours_.plate).apply(read);
+    made = std::make_shared<const media::Picture>(std::move(read));
     if (made->data.width != info_.width || made->data.height != info_.height) {
       throw Error(Fault::failure, files_.of(role),
                   "expected every frame to have the first one's size");

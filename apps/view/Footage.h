@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/media/ColourSpaces.h"
 #include "apps/media/Picture.h"
 #include "apps/media/Source.h"
 #include "keyer/Settings.h"
@@ -50,11 +51,13 @@ class Footage {
   /// Opens the files and compares their sizes, as `orvanite key` does. Throws Error.
   ///
   /// cacheBytes  bound of the decoded pictures that are kept; those in use are never dropped
-  Footage(FootageFiles files, std::size_t cacheBytes);
+  /// colours     plate, clean plate and background come in its working space; the rest as they are
+  Footage(FootageFiles files, std::size_t cacheBytes, media::ColourPath colours);
   ~Footage();
 
   const FootageFiles& files() const { return files_; }
   const FootageInfo& info() const { return info_; }
+  const media::ColourPath& colours() const { return colours_; }
 
   /// A picture at the depth that everything is keyed in, read if it is not there yet.
   ///
@@ -100,6 +103,7 @@ class Footage {
   std::mutex reading_;  // of sources that one thread at a time must read
   FootageInfo info_;
   std::size_t cacheBytes_;
+  media::ColourPath colours_;
   mutable std::mutex mutex_;
   std::list<Entry> entries_;  // the one used last stands first
   std::size_t bytes_ = 0;

@@ -193,6 +193,8 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
+  const std::string output = settings.text("output");
+  if (output != "matte" && output != "status") footage_.colours().out.apply(result);
   return result;
 }
 

@@ -150,11 +150,12 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
   std::optional<media::Picture> result;
   if (request.view == PageView::plate) {
     const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, keyed);
-    const std::byte* first =
-        plate->pixels.get() +
-        (at(region.y) * at(plate->data.width) + at(region.x)) * 4 * at(plate->depth);
+    const media::Window& data = plate->data;
+    media::Picture shown =
+        media::part(*plate, {data.x + region.x, data.y + region.y, region.width, region.height});
+    footage_.colours().out.apply(shown);
     rendered.picture =
-        toScreen(first, plate->rowBytes(), region.width, region.height, plate->depth);
+        toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height, shown.depth);
   } else {
     result = keyer(request.slot).key(request.settings, request.view, frame, keyed, region, wanted);
     if (!result) return std::nullopt;

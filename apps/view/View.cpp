@@ -47,7 +47,7 @@ void openInBrowser(const std::string& address) {
 
 void view(const ViewOptions& options) {
   StopSignals signals;
-  Footage footage(options.files, options.cacheBytes);
+  Footage footage(options.files, options.cacheBytes, options.colours);
   Settings settings = options.settings;
   if (!settings.given("colourspace")) {
     settings.setText("colourspace", footage.info().colourspace);

@@ -18,6 +18,7 @@ struct ViewOptions {
   std::string output;  // where renders go; empty: the page gets them
   int port = 0;
   std::size_t cacheBytes = std::size_t{1} << 30;
+  media::ColourPath colours;
   bool openBrowser = false;
   Settings settings;
   Exports exports;

@@ -71,7 +71,7 @@ async function copiedCommand(page) {
 async function keyed(page, output) {
   const line = await copiedCommand(page);
   const to = join(folder(), 'key.png');
-  const deep = /\.(tif|exr)\b/.test(line) ? join(folder(), 'key.tif') : to;
+  const deep = /\.(tif|exr)\b|--input-space/.test(line) ? join(folder(), 'key.tif') : to;
   const given = output ? line.replace(/ --output=\S+/, '').replace(/ -o /, ` --output ${output} -o `) : line;
   shellRun(given.replace(/^orvanite/, program).replace(/ -o .*$/, ` -q -o ${deep}`));
   if (deep !== to) shellRun(`oiiotool -iconfig oiio:UnassociatedAlpha 1 ${deep} --origin +0+0 --fullpixels -d uint8 -o ${to}`);
@@ -198,6 +198,29 @@ test('at 100 % the page shows what orvanite key writes, whatever the depth and t
     if (!window) await compareScript(page);
     assert.deepEqual(page.problems, []);
   }
+});
+
+test('between colour spaces the page shows what orvanite key writes, and hands the spaces on', async () => {
+  const files = drawPlate('--size', '320x180');
+  const config = join(folder(), 'config.ocio');
+  writeFileSync(config, `ocio_profile_version: 2
+roles: {scene_linear: light, default: light}
+file_rules: [!<Rule> {name: Default, colorspace: default}]
+displays: {none: [!<View> {name: none, colorspace: light}]}
+colorspaces:
+  - !<ColorSpace> {name: light}
+  - !<ColorSpace> {name: root, to_scene_reference: !<ExponentTransform> {value: [2, 2, 2, 1]}}
+`);
+  const {page} = await open([files.plate, '--bg', files.background, '--ocio', config, '--input-space', 'root',
+    '--screen', '0.03,0.4,0.05', '--screen-range', '0.1', '--output', 'composite']);
+  assert.match(await copiedCommand(page), /--ocio \S+ --input-space root/);
+  for (const [view, output] of [['composite', 'composite'], ['matte', 'matte'], ['foreground', 'unpremultiplied']]) {
+    await page.click(`[data-view=${view}]`);
+    await settled(page);
+    compareColours(await shownPixels(page), await keyed(page, output), view);
+  }
+  await page.click('#copyScript');
+  await page.waitForFunction(() => /cannot hold colour spaces/.test(document.getElementById('told').textContent));
 });
 
 test('a shot: frames by the slider, play, and a render of every frame', async () => {
