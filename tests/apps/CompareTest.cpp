@@ -152,5 +152,23 @@ TEST(Info, SaysWhatAPlateIsAndWhatScreenItHas) {
   EXPECT_EQ(orvanite({"info"}).code, 2);
 }
 
+// A report that nobody gets is a failure, and lands in no file that was opened meanwhile.
+TEST(Streams, LostOutputIsAFailure) {
+  const Folder folder;
+  write(randomImage(40, 30, 3, OIIO::TypeDesc::UINT8, 1), folder / "a.png");
+  for (const std::string to : {"> /dev/full", ">&-"}) {
+    for (const std::string& command :
+         {"info " + folder / "a.png", "compare " + folder / "a.png" + " " + folder / "a.png",
+          "key --screen 0,1,0 " + folder / "a.png" + " -o " + folder / "k.png"}) {
+      const Outcome outcome =
+          run("/bin/sh", {"-c", std::string(ORVANITE_PROGRAM) + " " + command + " " + to});
+      EXPECT_EQ(outcome.code, 1) << command << to << ": " << outcome.err;
+      EXPECT_NE(outcome.err.find("standard output: cannot be written"), std::string::npos)
+          << command << to << ": " << outcome.err;
+    }
+  }
+  EXPECT_EQ(read(folder / "k.png").spec.width, 40) << "the picture itself is whole";
+}
+
 }  // namespace
 }  // namespace orvanite::test
