@@ -52,7 +52,7 @@ class Footage {
   ///
   /// cacheBytes  bound of the decoded pictures that are kept; those in use are never dropped
   /// colours     plate, clean plate and background come in its working space; the rest as they are
-  Footage(FootageFiles files, std::size_t cacheBytes, media::ColourPath colours);
+  Footage(FootageFiles files, std::size_t cacheBytes, media::ColourPath colours = {});
   ~Footage();
 
   const FootageFiles& files() const { return files_; }
