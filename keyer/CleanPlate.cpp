@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <utility>
 
 namespace orvanite {
@@ -42,17 +43,22 @@ Level halved(Level& fine) {
   return coarse;
 }
 
-/// The value between four cells around a place given in cells, from the centre of the first.
-template <class Get>
-auto between(float x, float y, Get&& get) {
-  const float fx = std::floor(x);
-  const float fy = std::floor(y);
-  const float u = x - fx;
-  const float v = y - fy;
-  const int ix = static_cast<int>(fx);
-  const int iy = static_cast<int>(fy);
-  return get(ix, iy, (1 - u) * (1 - v), ix + 1, iy, u * (1 - v), ix, iy + 1, (1 - u) * v, ix + 1,
-             iy + 1, u * v);
+/// Where a place lies between the centres of two cells: the first one's number and the share of the
+/// second.
+struct Between {
+  int cell;
+  float share;
+};
+
+Between betweenCells(float place) {
+  const float first = std::floor(place - 0.5F);
+  return {static_cast<int>(first), place - 0.5F - first};
+}
+
+Rgb mixed(const Rgb& a, const Rgb& b, float share) {
+  Rgb out{};
+  for (std::size_t c = 0; c < 3; ++c) out[c] = (1 - share) * a[c] + share * b[c];
+  return out;
 }
 
 /// From the top down: what a cell lacks in certainty it takes from the level above.
@@ -72,14 +78,12 @@ void spread(Level& finest, float full) {
           const Sum& s = coarse.at(ax, ay);
           if (s.weight > 0) above.add(s, share / s.weight);
         };
-        between((static_cast<float>(x) - 0.5F) / 2, (static_cast<float>(y) - 0.5F) / 2,
-                [&](int ax, int ay, float as, int bx, int by, float bs, int cx, int cy, float cs,
-                    int dx, int dy, float ds) {
-                  take(ax, ay, as);
-                  take(bx, by, bs);
-                  take(cx, cy, cs);
-                  take(dx, dy, ds);
-                });
+        const auto [column, u] = betweenCells((static_cast<float>(x) + 0.5F) / 2);
+        const auto [row, v] = betweenCells((static_cast<float>(y) + 0.5F) / 2);
+        take(column, row, (1 - u) * (1 - v));
+        take(column + 1, row, u * (1 - v));
+        take(column, row + 1, (1 - u) * v);
+        take(column + 1, row + 1, u * v);
         Sum& own = fine.at(x, y);
         const float missing = std::max(0.0F, full - own.weight);
         if (above.weight > 0) own.add(above, missing / above.weight);
@@ -97,22 +101,32 @@ CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
       cell_(std::max(4, std::max(plate.width, plate.height) / 96)),
       columns_((plate.width + cell_ - 1) / cell_),
       rows_((plate.height + cell_ - 1) / cell_) {
-  // A hundred and some pixels say what a cell's colour is.
-  const int step = std::max(1, cell_ / 12);
+  // A hundred pixels say what a cell's colour is.
+  const int step = std::max(1, (cell_ + 5) / 10);
   const float full = 0.25F * static_cast<float>((cell_ / step) * (cell_ / step));
+  Level crowd{columns_, rows_, {}};
+  crowd.sums.resize(static_cast<std::size_t>(columns_ * rows_));
+  const auto join = [this](Level& level, const Pixel& p) {
+    level.at(p.x / cell_, p.y / cell_).add({p.colour[0], p.colour[1], p.colour[2], 1}, 1);
+  };
+  std::vector<Pixel> doubtful;
+  for (int y = step / 2; y < height_; y += step) {
+    for (int x = step / 2; x < width_; x += step) {
+      const Pixel p = {colourAt(plate, x, y), x, y};
+      if (screen.holds(p.colour)) {
+        join(crowd, p);
+      } else if (screen.mayHold(p.colour)) {
+        doubtful.push_back(p);
+      }
+    }
+  }
   // Where a screen is lit too much or too little its hue drifts. So the crowd grows, round by
   // round, by pixels that are like the screen beside them.
   constexpr int rounds = 4;
   for (int round = 0; round < rounds; ++round) {
-    Level level{columns_, rows_, {}};
-    level.sums.resize(static_cast<std::size_t>(columns_ * rows_));
-    for (int y = step / 2; y < height_; y += step) {
-      for (int x = step / 2; x < width_; x += step) {
-        const Rgb c = colourAt(plate, x, y);
-        if (screen.holds(c) || (round > 0 && screen.holdsBeside(c, at(x, y)))) {
-          level.at(x / cell_, y / cell_).add({c[0], c[1], c[2], 1}, 1);
-        }
-      }
+    Level level = crowd;
+    for (const Pixel& p : doubtful) {
+      if (round > 0 && screen.holdsBeside(p.colour, at(p.x, p.y))) join(level, p);
     }
     spread(level, full);
     cells_.clear();
@@ -123,47 +137,60 @@ CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
   }
 }
 
+const Rgb& CleanPlate::cell(int x, int y) const {
+  return cells_[static_cast<std::size_t>(std::clamp(y, 0, rows_ - 1) * columns_ +
+                                         std::clamp(x, 0, columns_ - 1))];
+}
+
+// What lies between two cells of a column.
+Rgb CleanPlate::down(int column, int row, float share) const {
+  return mixed(cell(column, row), cell(column, row + 1), share);
+}
+
 Rgb CleanPlate::at(int x, int y) const {
-  const auto cell = [this](int cx, int cy) -> const Rgb& {
-    return cells_[static_cast<std::size_t>(std::clamp(cy, 0, rows_ - 1) * columns_ +
-                                           std::clamp(cx, 0, columns_ - 1))];
-  };
-  const float size = static_cast<float>(cell_);
-  return between((static_cast<float>(x) + 0.5F) / size - 0.5F,
-                 (static_cast<float>(y) + 0.5F) / size - 0.5F,
-                 [&](int ax, int ay, float as, int bx, int by, float bs, int cx, int cy, float cs,
-                     int dx, int dy, float ds) {
-                   Rgb out{};
-                   for (std::size_t c = 0; c < 3; ++c) {
-                     out[c] = as * cell(ax, ay)[c] + bs * cell(bx, by)[c] + cs * cell(cx, cy)[c] +
-                              ds * cell(dx, dy)[c];
-                   }
-                   return out;
-                 });
+  const auto [column, u] = betweenCells((static_cast<float>(x) + 0.5F) / static_cast<float>(cell_));
+  const auto [row, v] = betweenCells((static_cast<float>(y) + 0.5F) / static_cast<float>(cell_));
+  return mixed(down(column, row, v), down(column + 1, row, v), u);
+}
+
+template <class Code>
+void CleanPlate::writeCodes(const OtileImage& picture) const {
+  constexpr Code most = std::numeric_limits<Code>::max();
+  const std::array<Code*, 3> colours = {static_cast<Code*>(picture.red),
+                                        static_cast<Code*>(picture.green),
+                                        static_cast<Code*>(picture.blue)};
+  std::vector<float> shares;
+  for (int x = 0; x < width_; ++x) {
+    shares.push_back(
+        betweenCells((static_cast<float>(x) + 0.5F) / static_cast<float>(cell_)).share);
+  }
+  for (int y = 0; y < height_; ++y) {
+    const std::ptrdiff_t line = std::ptrdiff_t{y} * picture.lineStep;
+    const auto [row, v] = betweenCells((static_cast<float>(y) + 0.5F) / static_cast<float>(cell_));
+    // From the centre of one cell to that of the next.
+    Rgb right = down(-1, row, v);
+    int column = -1;
+    for (int x = 0, end = cell_ / 2; x < width_; x = end, end = std::min(width_, end + cell_)) {
+      const Rgb left = right;
+      right = down(++column, row, v);
+      for (std::size_t c = 0; c < 3; ++c) {
+        if (colours[c] == nullptr) continue;
+        Code* to = colours[c] + line + std::ptrdiff_t{x} * picture.pixelStep;
+        for (int i = x; i < std::min(width_, end); ++i, to += picture.pixelStep) {
+          const float u = shares[static_cast<std::size_t>(i)];
+          const float colour = std::clamp((1 - u) * left[c] + u * right[c], 0.0F, 1.0F);
+          *to = static_cast<Code>(colour * float{most} + 0.5F);
+        }
+      }
+    }
+    if (picture.alpha == nullptr) continue;
+    Code* alpha = static_cast<Code*>(picture.alpha) + line;
+    for (int x = 0; x < width_; ++x, alpha += picture.pixelStep) *alpha = most;
+  }
 }
 
 void CleanPlate::write(const OtileImage& picture, int depth) const {
-  const float most = depth == 1 ? 255.0F : 65535.0F;
-  const auto put = [&](void* channel, std::ptrdiff_t at, float v) {
-    if (channel == nullptr) return;
-    const float code = std::clamp(v, 0.0F, 1.0F) * most + 0.5F;
-    if (depth == 1) {
-      static_cast<std::uint8_t*>(channel)[at] = static_cast<std::uint8_t>(code);
-    } else {
-      static_cast<std::uint16_t*>(channel)[at] = static_cast<std::uint16_t>(code);
-    }
-  };
-  for (int y = 0; y < height_; ++y) {
-    for (int x = 0; x < width_; ++x) {
-      const Rgb c = at(x, y);
-      const std::ptrdiff_t place = static_cast<std::ptrdiff_t>(y) * picture.lineStep +
-                                   static_cast<std::ptrdiff_t>(x) * picture.pixelStep;
-      put(picture.red, place, c[0]);
-      put(picture.green, place, c[1]);
-      put(picture.blue, place, c[2]);
-      put(picture.alpha, place, 1);
-    }
-  }
+  return depth == 1 ? writeCodes<std::uint8_t>(picture) : writeCodes<std::uint16_t>(picture);
 }
 
 }  // namespace orvanite

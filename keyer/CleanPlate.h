@@ -15,7 +15,7 @@ namespace orvanite {
 /// The screen as it would look without the subject, estimated from one plate.
 class CleanPlate {
  public:
-  /// Looks at every pixel of a plate in which a screen was found.
+  /// Looks at a plate in which a screen was found: a hundred pixels of each cell of a grid.
   CleanPlate(const Plate& plate, const Screen& screen);
 
   /// The screen's colour at a pixel.
@@ -26,6 +26,11 @@ class CleanPlate {
   void write(const OtileImage& picture, int depth) const;
 
  private:
+  const Rgb& cell(int x, int y) const;
+  Rgb down(int column, int row, float share) const;
+  template <class Code>
+  void writeCodes(const OtileImage& picture) const;
+
   int width_, height_, cell_;
   int columns_, rows_;
   std::vector<Rgb> cells_;

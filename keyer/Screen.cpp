@@ -181,12 +181,14 @@ bool Screen::holds(const Rgb& c) const {
   return found && leansTo(c, primary) && distance(chromaticity(c), {hue[0], hue[1]}) < ownHue;
 }
 
+bool Screen::mayHold(const Rgb& c) const {
+  return found && leansTo(c, primary) &&
+         (isFuller(c) || distance(chromaticity(c), {hue[0], hue[1]}) < farthestHue);
+}
+
 bool Screen::holdsBeside(const Rgb& c, const Rgb& beside) const {
-  const Chromaticity own = chromaticity(c);
-  const float step = distance(own, chromaticity(beside));
-  if (!found || !leansTo(c, primary)) return false;
-  if (isFuller(c)) return step < besideFuller;
-  return distance(own, {hue[0], hue[1]}) < farthestHue && step < besideHue;
+  return mayHold(c) &&
+         distance(chromaticity(c), chromaticity(beside)) < (isFuller(c) ? besideFuller : besideHue);
 }
 
 bool Screen::isFuller(const Rgb& c) const {

@@ -71,6 +71,9 @@ struct Screen {
   /// lie further away then, if that one's does.
   bool holdsBeside(const Rgb& colour, const Rgb& beside) const;
 
+  /// Whether there is a colour beside which holdsBeside is true of this one.
+  bool mayHold(const Rgb& colour) const;
+
   /// Whether a colour leans to the primary more than the screen does, as the screen in shadow may.
   bool isFuller(const Rgb& colour) const;
 };
