@@ -240,7 +240,9 @@ void NRxOrvanite::evalImage(NRiPlug* plug) {
   orvanite_setBgMax(engine_, max);
   orvanite_setHMatteMax(engine_, max);
   orvanite_setDstMax(engine_, max);
-  lutFailed_ = orvanite_makeLuts(engine_) != 0 ? 1 : 0;
+  const int built = orvanite_makeLuts(engine_);
+  lutFailed_ = built != 0 ? 1 : 0;
+  outOfMemory_ = built == 3;
 
   plug->set(NRiName::compress(identity));
 }

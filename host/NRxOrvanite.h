@@ -24,6 +24,9 @@ class NRxOrvanite : public NRiNadic {
   int notify(NRiPlug* plug) override;
   int eval(NRiPlug* plug) override;
   int serialize(NRiFile& file, int flags) override;
+  const char* problem() const override {
+    return outOfMemory_ ? "has no memory for its tables" : nullptr;
+  }
 
   static const NRiName thisClassName;  // "Orvanite"
   static const NRiName composite;      // "composite": the output mode that is compared by identity
@@ -55,8 +58,9 @@ class NRxOrvanite : public NRiNadic {
   int view_ = 0;
   Matte hold_;
   Matte garbage_;
-  int lutFailed_ = 0;  // the last table build failed: nothing is rendered
-  NRiBPixel bgPixel_;  // of the output
+  int lutFailed_ = 0;         // the last table build failed: nothing is rendered
+  bool outOfMemory_ = false;  // and that was why
+  NRiBPixel bgPixel_;         // of the output
 
   // Parameters by channel (red, green, blue) or tonal band (shadow, midtone, highlight).
   NRiPlug *banner_, *version_, *output_;

@@ -3,12 +3,9 @@
 // `orvanite run`: loads the plug-ins and a script, and renders every FileOut of it, frame by frame.
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -18,7 +15,9 @@
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/Progress.h"
+#include "apps/cli/Signals.h"
 #include "apps/media/FrameRange.h"
+#include "apps/media/PictureWriter.h"
 #include "keyer/Error.h"
 #include "keyer/Keyer.h"
 #include "keyer/TextFile.h"
@@ -34,6 +33,9 @@
 namespace orvanite::cli {
 namespace {
 
+// Far beyond what anybody writes; what compiles it takes many times that.
+constexpr std::size_t scriptLimit = std::size_t{16} << 20;
+
 struct RunOptions {
   std::string script, frames = "1", identity, progress;
   std::vector<std::string> sets;
@@ -41,25 +43,6 @@ struct RunOptions {
   bool print = false;
   bool quiet = false, json = false, skipExisting = false;
 };
-
-// The frame under way is finished first; a second signal does not wait.
-std::atomic<bool> rendering{false};
-std::atomic<bool> stopping{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
-
-extern "C" void leaveRun(int) {
-  if (rendering && !stopping.exchange(true)) return;
-  NRiFileOut::removeUnfinished();
-  ::_exit(cancelled);
-}
-
-void removeUnfinishedOnSignals() {
-  struct sigaction action {};
-  action.sa_handler = leaveRun;
-  action.sa_flags = SA_RESTART;
-  ::sigemptyset(&action.sa_mask);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
-}
 
 // node.plug=value or variable=value. A text plug takes the value as it is, unless it is in quotes.
 void set(const std::string& assignment) {
@@ -142,6 +125,24 @@ std::vector<NRiFileOut*> outputsOf(const std::string& script) {
   return outputs;
 }
 
+// A node that has no memory, say, shows its input instead and goes on: no frame to keep.
+void checkNodes(const NRiNode& parent) {
+  for (const NRiNode* const node : parent.children()) {
+    if (const char* const problem = node->problem()) {
+      throw NRiError("'" + std::string(node->name().view()) + "' " + problem);
+    }
+    checkNodes(*node);
+  }
+}
+
+void write(NRiFileOut& out) {
+  media::writeWhole(out.checkedPath(), [&out](OIIO::ImageOutput& writer, const std::string& name) {
+    const bool written = out.write(writer, name);
+    checkNodes(*NRiNode::getRoot());
+    return written;
+  });
+}
+
 int render(const RunOptions& options, const std::vector<int>& frames) {
   const std::vector<NRiFileOut*> outputs = outputsOf(options.script);
   NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
@@ -152,9 +153,10 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
       options.quiet || named ? ProgressForm::none : progressFormOf(options.progress);
   Progress progress(form, options.json, static_cast<int>(frames.size()));
   std::vector<int> finished;
-  rendering = true;
+  finished.reserve(frames.size());  // no frame fails once its file is there
+  stopAtNextFrameOnSignals();
   for (const int frame : frames) {
-    if (stopping) break;
+    if (stopAsked()) break;
     const auto start = std::chrono::steady_clock::now();
     std::string files;
     FrameStatus status = FrameStatus::done;
@@ -169,7 +171,7 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
       }
       if (exists) status = FrameStatus::skipped;
       for (NRiFileOut* const out : outputs) {
-        if (!exists) out->write();
+        if (!exists) write(*out);
       }
       finished.push_back(frame);
     } catch (const std::bad_alloc&) {
@@ -187,7 +189,7 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
     fmt::print(stderr, "orvanite: frame {}: {}\n", frame, message);
   }
   const bool wasStopped =
-      stopping && finished.size() + static_cast<std::size_t>(progress.failed()) < frames.size();
+      stopAsked() && finished.size() + static_cast<std::size_t>(progress.failed()) < frames.size();
   progress.finish(wasStopped);
   if (wasStopped) {
     std::fflush(stdout);
@@ -211,7 +213,6 @@ int runScript(const RunOptions& options) {
   const int threads = options.threads > 0 ? options.threads : std::min(availableThreads(), 256);
   NRiThread::setCount(threads);
   OIIO::attribute("threads", threads);
-  removeUnfinishedOnSignals();
 
   // What the script left is gone before the plug-ins that made it.
   struct Tidy {

@@ -15,6 +15,8 @@ namespace ocio = OCIO_NAMESPACE;
 
 namespace {
 
+constexpr std::uintmax_t configurationLimit = std::uintmax_t{64} << 20;
+
 // OpenColorIO's errors run over several lines.
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
@@ -29,6 +31,13 @@ ColourSpaces::ColourSpaces(const std::string& path) : path_(path) {
   std::error_code ignored;
   if (!std::filesystem::exists(path, ignored)) {
     throw Error(Fault::missingInput, path, "there is no such OpenColorIO configuration");
+  }
+  // OpenColorIO reads it by its name, for what lies beside it: no device, which has no end.
+  const std::uintmax_t bytes = std::filesystem::file_size(path, ignored);
+  if (ignored || bytes > configurationLimit) {
+    throw Error(Fault::failure, path,
+                "no OpenColorIO configuration: expected a file of at most " +
+                    std::to_string(configurationLimit) + " bytes");
   }
   try {
     config_ = ocio::Config::CreateFromFile(path.c_str());

@@ -144,7 +144,7 @@ bool keepsDataWindow(const std::string& path) {
   return output && hasWindows(*output);
 }
 
-void writePicture(const Picture& picture, const std::string& path) {
+void writeWhole(const std::string& path, const Fill& fill) {
   const auto fail = [&path](const std::string& reason) {
     throw Error(Fault::failure, path,
                 oneLine("cannot be written: " + (reason.empty() ? "unknown reason" : reason)));
@@ -153,27 +153,33 @@ void writePicture(const Picture& picture, const std::string& path) {
   auto output = OIIO::ImageOutput::create(path);
   if (!output) fail(OIIO::geterror());
   PendingFile file(path);
-  const Window part = writtenPart(picture, *output);
-  const OIIO::ImageSpec spec = headerFor(picture, part, *output);
   // TIFF reports its own failed writes, and needs more of a file than a sink can give.
   const bool isTiff = std::string_view(output->format_name()) == "tiff";
   const bool throughSink = output->supports("ioproxy") != 0 && !isTiff;
   FileSink sink(file.temporary(), path);
   if (throughSink) output->set_ioproxy(&sink);
-  if (!output->open(file.temporary(), spec)) fail(output->geterror());
-  const std::byte* const first =
-      picture.pixels.get() +
-      picture.rowBytes() * static_cast<std::size_t>(part.y - picture.data.y) +
-      std::size_t{4} * static_cast<std::size_t>(picture.depth * (part.x - picture.data.x));
-  const bool written =
-      output->write_image(typeInMemory(picture.depth), first, OIIO::stride_t{4} * picture.depth,
-                          static_cast<OIIO::stride_t>(picture.rowBytes()));
-  const bool closed = output->close();
+  const bool filled = fill(*output, file.temporary());
   if (const std::string reason = sink.finish(); !reason.empty()) fail(reason);
-  if (!written || !closed) fail(output->geterror());
+  if (!filled) fail(output->geterror());
   // Formats that write without the sink may not notice a full disk.
   if (!throughSink && diskIsFull(file.temporary())) fail("no space left on device");
   file.commit();
+}
+
+void writePicture(const Picture& picture, const std::string& path) {
+  writeWhole(path, [&picture](OIIO::ImageOutput& output, const std::string& name) {
+    const Window part = writtenPart(picture, output);
+    const std::byte* const first =
+        picture.pixels.get() +
+        picture.rowBytes() * static_cast<std::size_t>(part.y - picture.data.y) +
+        std::size_t{4} * static_cast<std::size_t>(picture.depth * (part.x - picture.data.x));
+    const bool opened = output.open(name, headerFor(picture, part, output));
+    const bool written =
+        opened && output.write_image(typeInMemory(picture.depth), first,
+                                     OIIO::stride_t{4} * picture.depth,
+                                     static_cast<OIIO::stride_t>(picture.rowBytes()));
+    return opened && output.close() && written;
+  });
 }
 
 }  // namespace orvanite::media

@@ -8,6 +8,9 @@
 // convention: a picture meant for such readers is multiplied by its alpha before it is written.
 #pragma once
 
+#include <OpenImageIO/imageio.h>
+
+#include <functional>
 #include <span>
 #include <string>
 
@@ -24,6 +27,14 @@ void checkPlace(const std::string& path, std::span<const std::string> inputs);
 
 /// Whether files of this name's format keep pixels that are less or more than the frame.
 bool keepsDataWindow(const std::string& path);
+
+/// Opens a writer under the name that it is given, writes and closes it; false when that failed.
+using Fill = std::function<bool(OIIO::ImageOutput& output, const std::string& name)>;
+
+/// A file of the format that the path's ending says, whole or not at all, whatever the format's
+/// writer makes of a full disk. Throws Error (failure), and what `fill` throws; no file is left
+/// behind then.
+void writeWhole(const std::string& path, const Fill& fill);
 
 /// Writes the picture with its header's windows and metadata, in the picture's samples or the
 /// nearest that the format holds. Where the format knows no windows, a picture that holds the whole

@@ -3,15 +3,10 @@
 // Writing pictures.
 #include "platform/nodes/NRiFileOut.h"
 
-#include <OpenImageIO/imageio.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <climits>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFileIn.h"
@@ -20,37 +15,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-// The unfinished file's name, for a signal handler: copied before `unfinished` is raised.
-char unfinishedPath[PATH_MAX];
-std::atomic<bool> unfinished{false};
-
-class Pending {
- public:
-  explicit Pending(const std::string& path) {
-    const fs::path place(path);
-    const std::string name = "." + place.stem().string() + "." + std::to_string(::getpid()) +
-                             ".part" + place.extension().string();
-    temporary_ = (place.parent_path() / name).string();
-    if (temporary_.size() >= sizeof unfinishedPath) throw NRiError(path + ": the name is too long");
-    std::memcpy(unfinishedPath, temporary_.c_str(), temporary_.size() + 1);
-    unfinished = true;
-  }
-  ~Pending() { NRiFileOut::removeUnfinished(); }
-  Pending(const Pending&) = delete;
-  Pending& operator=(const Pending&) = delete;
-
-  const std::string& temporary() const { return temporary_; }
-  void commit(const std::string& path) {
-    if (std::rename(temporary_.c_str(), path.c_str()) != 0) {
-      throw NRiError(path + ": cannot be written: " + std::strerror(errno));
-    }
-    unfinished = false;
-  }
-
- private:
-  std::string temporary_;
-};
 
 OIIO::TypeDesc memoryType(int bytes) {
   return bytes == 1   ? OIIO::TypeDesc::UINT8
@@ -84,10 +48,6 @@ void checkInputs(const std::string& path) {
 
 }  // namespace
 
-void NRiFileOut::removeUnfinished() {
-  if (unfinished.exchange(false)) ::unlink(unfinishedPath);
-}
-
 NRiFileOut::NRiFileOut() : NRiMonadic(NRiName("In")) {
   path_ = addPlug(NRiName("path"), nriString, NRiPlug::kIn, nullptr, 0);
   samples_ = addPlug(NRiName("samples"), nriString, NRiPlug::kIn, nullptr, 0);
@@ -105,28 +65,31 @@ std::string NRiFileOut::path() {
   return NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame)));
 }
 
-std::string NRiFileOut::write() {
+std::string NRiFileOut::checkedPath() {
   std::string file = path();
   if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
   if (!getInput(0)->isConnected()) {
     throw NRiError(file + ": '" + std::string(name().view()) + "' has no image");
   }
-  auto output = OIIO::ImageOutput::create(file);
-  if (!output) {
+  if (!OIIO::ImageOutput::create(file)) {
     OIIO::geterror();
     throw NRiError(file + ": expected a name with the ending of a picture format, such as .exr");
   }
   checkInputs(file);
+  return file;
+}
 
+bool NRiFileOut::write(OIIO::ImageOutput& output, const std::string& to) {
+  const std::string file = checkedPath();
   out_->setRequest(15);
   const int held = out_->channels()->asInt() & 15;
   const NRiRect frame = format();
   if (frame.empty()) throw NRiError(file + ": the image has no size");
   // Alpha alone is a matte; whatever has colour is written with all three colours.
   const bool colour = (held & 14) != 0;
-  const bool alpha = (held & 1) != 0 && output->supports("alpha");
+  const bool alpha = (held & 1) != 0 && output.supports("alpha");
   const NRiRect domain = out_->getDod();
-  const bool windowed = std::string_view(output->format_name()) == "openexr" && !domain.empty();
+  const bool windowed = std::string_view(output.format_name()) == "openexr" && !domain.empty();
   const NRiRect region = windowed ? domain : frame;
   const int width = region.x2 - region.x1;
   const int height = region.y2 - region.y1;
@@ -152,22 +115,15 @@ std::string NRiFileOut::write() {
   const std::size_t pixelCount = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   const auto ordered = std::make_unique_for_overwrite<std::byte[]>(pixelCount * count * size);
   const auto* in = static_cast<const std::byte*>(pixels.data);
-  std::byte* to = ordered.get();
+  std::byte* next = ordered.get();
   for (std::size_t i = 0; i < pixelCount; ++i, in += 4 * size) {
-    for (std::size_t c = 0; c < count; ++c, to += size) {
-      std::memcpy(to, in + (colour ? 3 - c : 0) * size, size);
+    for (std::size_t c = 0; c < count; ++c, next += size) {
+      std::memcpy(next, in + (colour ? 3 - c : 0) * size, size);
     }
   }
 
-  Pending pending(file);
-  const bool opened = output->open(pending.temporary(), spec);
-  bool fine = opened && output->write_image(memoryType(bytes), ordered.get());
-  std::string why = fine ? std::string() : output->geterror();
-  if (opened && !output->close() && fine) {
-    fine = false;
-    why = output->geterror();
-  }
-  if (!fine) throw NRiError(file + ": cannot be written: " + NRiPrintable(why));
-  pending.commit(file);
-  return file;
+  // A file that was opened is closed, whatever came of it.
+  const bool opened = output.open(to, spec);
+  const bool written = opened && output.write_image(memoryType(bytes), ordered.get());
+  return opened && output.close() && written;
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Writes pictures, in the format that the path's ending says, whole or not at all: under another
-// name in the same folder first. Passes its image on. OpenEXR files hold the image's domain of
-// definition as their data window; others, whose readers know no windows, the frame.
+// Hands pictures to writers of files, in the format that the path's ending says. Passes its image on.
+// OpenEXR files hold the image's domain of definition as their data window; others, whose readers
+// know no windows, the frame.
 #pragma once
+
+#include <OpenImageIO/imageio.h>
 
 #include <string>
 
@@ -17,13 +19,14 @@ class NRI_API NRiFileOut final : public NRiMonadic {
 
   /// The file of the present frame.
   std::string path();
-  /// Renders the present frame and writes it; returns the path. `samples` says how values are
-  /// stored: "uint8", "uint16", "half", "float", or "auto" for the image's own depth. Throws
-  /// NRiError; then no file is left behind and what was there before stays.
-  std::string write();
-
-  /// Removes the unfinished file, if there is one. May be called from a signal handler.
-  static void removeUnfinished();
+  /// The same, of a frame that can be written: it has an image, and a format, and is no input of
+  /// the script. Throws NRiError.
+  std::string checkedPath();
+  /// Renders the present frame, and writes it under the name `to` by `output`, which is of the
+  /// path's format and not open yet. `samples` says how values are stored: "uint8", "uint16",
+  /// "half", "float", or "auto" for the image's own depth. False when the writer failed: it says
+  /// why. Throws NRiError when there is nothing to write; then nothing was opened.
+  bool write(OIIO::ImageOutput& output, const std::string& to);
 
  private:
   NRiPlug* path_;

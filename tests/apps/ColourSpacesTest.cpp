@@ -120,6 +120,7 @@ TEST(ColourSpaces, SayWhatIsWrong) {
       {{"--ocio", folder / "config.ocio"}, 2, "--ocio: expected --input-space"},
       {{"--output-space", "twice"}, 2, "--output-space: expected --input-space"},
       {{"--ocio", folder / "none.ocio", "--input-space", "twice"}, 1, "there is no such"},
+      {{"--ocio", "/dev/zero", "--input-space", "twice"}, 1, "expected a file of at most 67108864"},
       {{"--ocio", folder / "broken.ocio", "--input-space", "twice"},
        1,
        "no OpenColorIO configuration"},

@@ -150,7 +150,7 @@ TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
   EXPECT_EQ(folder.names(), std::vector<std::string>{"s.png"});
 }
 
-TEST(MovieOut, ABrokenFrameOrAFullDiskLeavesNoMovie) {
+TEST(MovieOut, ABrokenFrameOrADiskThatTakesNothingLeavesNoMovie) {
   const Folder folder;
   for (int frame = 1; frame <= 6; ++frame) {
     write(randomImage(200, 200, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(frame)),
@@ -159,12 +159,24 @@ TEST(MovieOut, ABrokenFrameOrAFullDiskLeavesNoMovie) {
   const Folder disk;
   if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=256k") == 0) {
     for (const char* name : {"m.mov", "m.mkv", "m.avi"}) {
-      const Outcome full =
-          orvanite({"key", "-q", folder / "s.####.png", "--screen", "0,1,0", "-o", disk / name});
-      EXPECT_EQ(full.code, 4) << name;
-      EXPECT_NE(full.err.find(": cannot be written: No space left on device"), std::string::npos)
-          << full.err;
-      EXPECT_TRUE(disk.names().empty()) << name;
+      SCOPED_TRACE(name);
+      const auto expect = [&](int code, const std::string& message, std::size_t files) {
+        const Outcome outcome =
+            orvanite({"key", "-q", folder / "s.####.png", "--screen", "0,1,0", "-o", disk / name});
+        EXPECT_EQ(outcome.code, code);
+        EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
+        EXPECT_EQ(disk.names().size(), files);
+      };
+      const auto remount = [&](unsigned long flags, const char* size) {
+        ASSERT_EQ(::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, size), 0);
+      };
+      expect(4, ": cannot be written: No space left on device", 0);
+      remount(MS_RDONLY, "size=4m");
+      expect(1, "Read-only file system", 0);
+      remount(0, "size=4m");
+      expect(0, "", 1);
+      std::filesystem::remove(disk / name);
+      remount(0, "size=256k");
     }
     ::umount2(disk.path().c_str(), MNT_DETACH);
   }

@@ -2,16 +2,19 @@
 //
 // `orvanite key` on sequences: the same bytes as stills, times that line up, and every way in which
 // a shot can stop.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <thread>
@@ -23,6 +26,10 @@
 
 namespace orvanite::test {
 namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto ready = std::future_status::ready;
 
 std::string number(int frame) {
   char text[16];
@@ -231,45 +238,74 @@ TEST(Shot, ABrokenFrameIsNamedTheOthersAreWholeAndAResumeCompletesIt) {
   }
 }
 
+// What keys fg.####.png to o.####.png: by options, and by a script.
+std::vector<std::vector<std::string>> commandsFor(const Folder& folder, const Folder& out) {
+  std::ofstream(folder / "s.orv") << "o = FileOut(Orvanite(FileIn(\"" + (folder / "fg.####.png") +
+                                         "\")), \"" + (out / "o.####.png") + "\");\n";
+  return {{"key", "-q", "--threads", "1", "--keep-going", "--screen", "0,1,0", "--skip-existing",
+           folder / "fg.####.png", "-o", out / "o.####.png"},
+          {"run", "-q", "--threads", "1", "--frames", "1-6", "--skip-existing", folder / "s.orv"}};
+}
+
 TEST(Shot, AFullOrReadOnlyDiskIsToldWithItsFrameAndAResumeCompletesTheShot) {
   const Folder folder;
   const Folder disk;
   writeShot(folder, "fg", 1, 6, 160, 120);  // 160 x 120 x 3 random bytes: 56 KiB a frame
-  const std::vector<std::string> command{"key",
-                                         "-q",
-                                         folder / "fg.####.png",
-                                         "--screen",
-                                         "0,1,0",
-                                         "--skip-existing",
-                                         "-o",
-                                         disk / "o.####.png"};
-  if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=200k") != 0) {
-    GTEST_SKIP() << "only root can make a small disk";
-  }
-  const auto expectWhole = [&](std::size_t least, std::size_t most) {
-    EXPECT_GE(disk.names().size(), least);
-    EXPECT_LE(disk.names().size(), most);
+  for (const std::vector<std::string>& command : commandsFor(folder, disk)) {
+    SCOPED_TRACE(command[0]);
+    if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=200k") != 0) {
+      GTEST_SKIP() << "only root can make a small disk";
+    }
+    const auto expectFailure = [&](const char* reason) {
+      const Outcome outcome = orvanite(command);
+      EXPECT_EQ(outcome.code, 4);
+      EXPECT_NE(outcome.err.find(reason), std::string::npos) << outcome.err;
+      EXPECT_EQ(outcome.err.rfind("orvanite: frame ", 0), 0U) << outcome.err;
+      EXPECT_GE(disk.names().size(), 1U);
+      EXPECT_LE(disk.names().size(), 3U);
+      for (const std::string& name : disk.names()) EXPECT_TRUE(isWhole(disk / name)) << name;
+    };
+    const auto remount = [&](unsigned long flags) {
+      return ::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, "size=4m");
+    };
+    expectFailure("cannot be written: No space left on device");
+    ASSERT_EQ(remount(MS_RDONLY), 0);
+    expectFailure("Read-only file system");
+    ASSERT_EQ(remount(0), 0);
+    EXPECT_EQ(orvanite(command).code, 0);
+    EXPECT_EQ(disk.names().size(), 6U);
     for (const std::string& name : disk.names()) EXPECT_TRUE(isWhole(disk / name)) << name;
-  };
-  const Outcome full = orvanite(command);
-  EXPECT_EQ(full.code, 4);
-  EXPECT_NE(full.err.find("cannot be written: No space left on device"), std::string::npos)
-      << full.err;
-  EXPECT_EQ(full.err.rfind("orvanite: frame ", 0), 0U) << full.err;
-  expectWhole(1, 3);
-  const auto remount = [&](unsigned long flags, const char* size) {
-    return ::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, size);
-  };
-  ASSERT_EQ(remount(MS_RDONLY, "size=4m"), 0);
-  const Outcome locked = orvanite(command);
-  EXPECT_EQ(locked.code, 4);
-  EXPECT_NE(locked.err.find("Read-only file system"), std::string::npos) << locked.err;
-  EXPECT_EQ(locked.err.rfind("orvanite: frame ", 0), 0U) << locked.err;
-  expectWhole(1, 3);
-  ASSERT_EQ(remount(0, "size=4m"), 0);
-  EXPECT_EQ(orvanite(command).code, 0);
-  expectWhole(6, 6);
-  ::umount2(disk.path().c_str(), MNT_DETACH);
+    ::umount2(disk.path().c_str(), MNT_DETACH);
+  }
+}
+
+// Frame 2 is a pipe that nobody writes to: the command waits there until the others have changed.
+TEST(Shot, FramesThatVanishOrShrinkWhileItRunsAreNamedAndTheOthersWhole) {
+  for (const std::size_t i : {0U, 1U}) {
+    const Folder folder;
+    const Folder out;
+    const std::vector<std::string> command = commandsFor(folder, out)[i];
+    SCOPED_TRACE(command[0]);
+    writeShot(folder, "fg", 1, 6);
+    const std::string pipe = folder / "fg.0002.png";
+    std::filesystem::remove(pipe);
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    auto running = std::async(std::launch::async, [&command] { return orvanite(command); });
+    while (!std::filesystem::exists(out / "o.0001.png") && running.wait_for(1ms) != ready) {
+    }
+    std::filesystem::remove(folder / "fg.0004.png");
+    std::filesystem::resize_file(folder / "fg.0005.png", 300);
+    while (running.wait_for(1ms) != ready) ::close(::open(pipe.c_str(), O_WRONLY | O_NONBLOCK));
+    const Outcome outcome = running.get();
+    EXPECT_EQ(outcome.code, 4);
+    for (const char* frame : {"2", "4", "5"}) {
+      const std::string line =
+          std::string("orvanite: frame ") + frame + ": " + (folder / "fg.000") + frame + ".png: ";
+      EXPECT_NE(outcome.err.find(line), std::string::npos) << outcome.err;
+    }
+    EXPECT_EQ(out.names(), (std::vector<std::string>{"o.0001.png", "o.0003.png", "o.0006.png"}));
+    for (const std::string& name : out.names()) EXPECT_TRUE(isWhole(out / name)) << name;
+  }
 }
 
 TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
