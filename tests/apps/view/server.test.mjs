@@ -3,14 +3,15 @@
 // What the page's server refuses, and that it still answers its own page afterwards. Requests are
 // written by hand, as a browser would not send most of them.
 import assert from 'node:assert/strict';
-import {spawnSync} from 'node:child_process';
+import {execFileSync, spawnSync} from 'node:child_process';
 import {mkdirSync, readdirSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
-import {drawPlate, program, serve} from './program.mjs';
+import {setTimeout as sleep} from 'node:timers/promises';
+import {drawPlate, program, readPng, serve} from './program.mjs';
 
 let server, port, token, origin;
 
@@ -176,6 +177,33 @@ test('renders never go over what is keyed', () => {
     [plates, join(shot, 'key.png')], [join(shot, 'plate.0001.png'), `${shot}/x/../plate.0001.png`]]) {
     const {status, stderr} = spawnSync(program, ['view', plate, '--bg', join(shot, 'background.####.png'), '--no-open', '-o', output], {encoding: 'utf8', timeout: 5000});
     assert.equal(status, 2, `${output}: ${stderr}`);
+  }
+});
+
+test('a render onto a full disk is told with its frame and leaves whole files only', {skip: process.getuid() !== 0}, async () => {
+  const {folder: shot} = drawPlate('--size', '96x54', '--frames', '1-4');
+  const disk = join(shot, 'disk');
+  mkdirSync(disk);
+  execFileSync('mount', ['-t', 'tmpfs', '-o', 'size=28k', 'tmpfs', disk]);  // a frame takes some 12 KiB
+  const other = await serve(join(shot, 'plate.####.png'), '-o', join(disk, 'k.####.png'));
+  try {
+    const address = new URL(other.address);
+    const headers = {Origin: address.origin, 'Content-Type': 'application/json'};
+    const body = JSON.stringify({settings: {screen: '0.1,0.6,0.2'}});
+    assert.equal((await fetch(`${other.address}job`, {method: 'POST', headers, body})).status, 200);
+    let report;
+    do {
+      await sleep(50);
+      report = await (await fetch(`${other.address}job`)).json();
+    } while (report.state === 'running');
+    assert.equal(report.state, 'failed', JSON.stringify(report));
+    assert.match(report.message, /^frame \d: .*: cannot be written: No space left on device$/);
+    const left = readdirSync(disk);
+    assert.ok(left.length >= 1 && left.every((name) => /^k\.000\d\.png$/.test(name)), left.join());
+    for (const name of left) assert.equal(readPng(join(disk, name)).height, 54);
+  } finally {
+    await other.stop();
+    execFileSync('umount', ['-l', disk]);
   }
 });
 
