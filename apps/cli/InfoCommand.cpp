@@ -142,7 +142,7 @@ void printText(const std::string& path, Source& source, const InfoOptions& optio
                              info.data.x - info.display.x, info.data.y - info.display.y));
   }
   line("samples", samplesOf(info));
-  line("channels", fmt::format("{}", fmt::join(info.channels, ", ")));
+  line("channels", media::oneLine(fmt::format("{}", fmt::join(info.channels, ", "))));
   line("encoding", fmt::format("{} ({})", encoding.colourspace, encoding.reason));
   if (source.isShot()) {
     const std::vector<int> missing = missingOf(source.frames());

@@ -33,9 +33,6 @@
 namespace orvanite::cli {
 namespace {
 
-// Far beyond what anybody writes; what compiles it takes many times that.
-constexpr std::size_t scriptLimit = std::size_t{16} << 20;
-
 struct RunOptions {
   std::string script, frames = "1", identity, progress;
   std::vector<std::string> sets;

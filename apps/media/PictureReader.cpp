@@ -22,6 +22,9 @@ namespace {
 constexpr int sideLimit = 65535;
 constexpr std::int64_t pixelLimit = std::int64_t{1} << 28;
 
+// Of tiles that are larger than the picture: they are read whole, whatever they hold.
+constexpr std::int64_t tilePixelLimit = std::int64_t{1} << 22;
+
 // How far from the origin windows may lie, so that no sum of their edges leaves an int.
 constexpr int farthest = 1 << 24;
 
@@ -170,6 +173,11 @@ PictureReader::PictureReader(const std::string& path) {
          "," + std::to_string(spec.y) + " in a frame at " + std::to_string(spec.full_x) + "," +
          std::to_string(spec.full_y));
   }
+  if (std::int64_t{spec.tile_width} * spec.tile_height >
+      std::max(tilePixelLimit, std::int64_t{spec.width} * spec.height)) {
+    fail("expected tiles no larger than the picture or 2048x2048, found " +
+         sizeText(spec.tile_width, spec.tile_height));
+  }
   if (spec.deep) fail("expected one sample a pixel, found a deep picture");
   if (spec.depth > 1) fail("expected a flat picture, found a volume");
   if (spec.nchannels < 1) fail("expected at least one channel, found none");
@@ -269,7 +277,8 @@ Picture PictureReader::readChannel(std::string_view channel, int depth, const Wi
   if (index < 0) {
     std::string names;
     for (const std::string& name : info_.channels) names += (names.empty() ? "" : ", ") + name;
-    throw Error::expected(Fault::wrongUse, info_.path, "one of the channels " + names, channel);
+    throw Error::expected(Fault::wrongUse, info_.path, "one of the channels " + oneLine(names),
+                          channel);
   }
   Picture picture = Picture::make(info_.data, depth, info_.samples);
   readInto(picture, index, 1, 3);

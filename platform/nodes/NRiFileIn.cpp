@@ -23,6 +23,9 @@ namespace {
 constexpr int largestSide = 65536;
 constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
 
+// Of tiles that are larger than the picture: they are read whole, whatever they hold.
+constexpr std::int64_t mostTilePixels = std::int64_t{1} << 22;
+
 // How far from the origin pixels may lie, so that no sum of their edges leaves an int.
 constexpr std::int64_t farthest = 1 << 24;
 
@@ -106,6 +109,10 @@ const NRiFileIn::Header& NRiFileIn::header() {
   const OIIO::ImageSpec& spec = input->spec();
   if (spec.deep || spec.depth > 1 || spec.nchannels < 1) {
     throw NRiError(file + ": expected a flat picture with one sample a pixel");
+  }
+  if (std::int64_t{spec.tile_width} * spec.tile_height >
+      std::max(mostTilePixels, std::int64_t{spec.width} * spec.height)) {
+    throw NRiError(file + ": expected tiles no larger than the picture or 2048x2048");
   }
   Header found;
   found.path = file;

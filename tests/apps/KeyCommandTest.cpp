@@ -330,6 +330,16 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   framed.spec.full_width = framed.spec.full_height = 16;
   framed.spec.x = framed.spec.full_x = 1 << 29;
   write(framed, folder / "far.exr");
+  // One tile, which says that it is 16384 x 8192 pixels large.
+  Image tiled = randomImage(16, 16, 3, OIIO::TypeDesc::HALF, 1);
+  tiled.spec.tile_width = tiled.spec.tile_height = 16;
+  write(tiled, folder / "tiled.exr");
+  std::fstream tiles(folder / "tiled.exr", std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(tiles), {}};
+  const std::string type("tiledesc", 9);  // then four bytes of length, then the sides
+  ASSERT_NE(bytes.find(type), std::string::npos);
+  tiles.seekp(static_cast<std::streamoff>(bytes.find(type) + type.size() + 4));
+  tiles << std::string("\0\x40\0\0\0\x20\0\0", 8) << std::flush;
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
@@ -417,6 +427,9 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
        "--threads: expected a number from 0 to 1024, found '-1'"},
       {{fg, "-o", out, "--threads", "two"}, 2, "--threads"},
       {{fg, "-o", out, "--premultiply"}, 2, "--premultiply: expected --output unpremultiplied"},
+      {{folder / "tiled.exr", "-o", out},
+       1,
+       "expected tiles no larger than the picture or 2048x2048"},
       {{folder / "fg.exr", "--reference", folder / "fg.exr", "-o", folder / "out.exr"},
        2,
        "--reference: expected 8- or 16-bit pictures"},
