@@ -30,9 +30,6 @@ Triple rounded(NRiPlug* const (&plugs)[3]) {
 
 int clipOf(NRiPlug* clipMode) { return std::clamp(clipMode->asInt(), 0, 1); }
 
-// Element of an alpha, blue, green, red pixel that a matte letter names.
-int elementOf(char letter) { return letter == 'R' ? 3 : letter == 'G' ? 2 : letter == 'B' ? 1 : 0; }
-
 // A background component as an element: clamped to 0..K, then rounded to the nearest, ties to
 // even, by the addition of 2^23, whose last place is 1.
 template <class T>
@@ -111,7 +108,7 @@ int NRxOrvanite::eval(NRiPlug* plug) {
 
 int NRxOrvanite::matteRequest(const Matte& matte, Input input) {
   if (!matte.active || out_->requested()->asInt() == 0) return 0;
-  const int bits = elementOf(matte.channel) == 0 ? alphaBit : colourBits;
+  const int bits = matte.element() == 0 ? alphaBit : colourBits;
   return inputs_[input]->channels()->asInt() & bits;
 }
 
@@ -259,8 +256,8 @@ void NRxOrvanite::keyBackground(int depth, const NRiBPixel (&pixels)[mostInputs]
   Otile tile{};
   tile.dst = tile.bg = image(elements[kBg]);  // the result overwrites the background
   tile.fg = image(elements[kFg]);
-  tile.hold.alpha = elements[kHold] + elementOf(hold_.channel);
-  tile.garbage.alpha = elements[kGarbage] + elementOf(garbage_.channel);
+  tile.hold.alpha = elements[kHold] + hold_.element();
+  tile.garbage.alpha = elements[kGarbage] + garbage_.element();
   orvanite_render(engine_, depth, 1, 1, &tile);
   for (int c = 0; c < 4; ++c) bgPixel_.setComponent(c, componentFrom(elements[kBg][c]));
 }

@@ -40,6 +40,8 @@ class NRxOrvanite : public NRiNadic {
   struct Matte {
     int active = 0;    // switched on and connected
     char channel = 0;  // upper-case first letter of the channel's name; 'A' when not active
+    /// Its element of an alpha, blue, green, red pixel; a letter that names none means alpha.
+    int element() const { return channel == 'R' ? 3 : channel == 'G' ? 2 : channel == 'B' ? 1 : 0; }
   };
 
   bool connected(Input input) const;

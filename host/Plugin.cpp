@@ -2,6 +2,8 @@
 //
 // What the application touches before any pixel is computed: the static objects that are built
 // when the library is loaded, in the order in which they stand here, and the script functions.
+#include <cstddef>
+#include <iterator>
 #include <memory>
 
 #include "host/Declaration.h"
@@ -75,10 +77,14 @@ NRI_API NRiIPlug* Orvanite_1v3(
 
 namespace {
 
-struct PlugText {
-  const char* plug;
-  const char* text;
-};
+// What every version sets, in this order; `version` goes before, what tells them apart after.
+constexpr const char* sharedPlugs[] = {
+    "clipMode",      "rScreen",        "gScreen",          "bScreen",       "screenRange",
+    "colourspace",   "output",         "rFgBias",          "gFgBias",       "bFgBias",
+    "shadowBalance", "midtoneBalance", "highlightBalance", "shadowGain",    "midtoneGain",
+    "highlightGain", "midTonesAt",     "rReplace",         "gReplace",      "bReplace",
+    "rExposure",     "gExposure",      "bExposure",        "rGamma",        "gGamma",
+    "bGamma",        "saturation",     "useHoldOutMatte",  "holdOutChannel"};
 
 // A node under the root; the tree owns it.
 NRxOrvanite* placed() {
@@ -87,10 +93,15 @@ NRxOrvanite* placed() {
   return node.release();
 }
 
+void give(const NRxOrvanite* node, const char* plug, const char* text) {
+  node->getPlug(NRiName(plug))->set(text);
+}
+
+// One text for each of sharedPlugs.
 template <std::size_t count>
-NRiIPlug* finished(const NRxOrvanite* node, const PlugText (&texts)[count]) {
-  for (const PlugText& one : texts) node->getPlug(NRiName(one.plug))->set(one.text);
-  return node->getOutput();
+void giveShared(const NRxOrvanite* node, const char* const (&texts)[count]) {
+  static_assert(count == std::size(sharedPlugs));
+  for (std::size_t i = 0; i < count; ++i) give(node, sharedPlugs[i], texts[i]);
 }
 
 }  // namespace
@@ -111,39 +122,17 @@ NRiIPlug* Orvanite(NRiIPlug* fg, NRiIPlug* bg, NRiIPlug* holdOutMatte, NRiIPlug*
   NRxOrvanite* const node = placed();
   NRiIPlug* const images[] = {fg, bg, holdOutMatte, garbageMatte};
   for (int i = 0; i < 4; ++i) node->getInput(i)->connect(images[i]);
-  return finished(node, {{"version", version},
-                         {"clipMode", clipMode},
-                         {"rScreen", rScreen},
-                         {"gScreen", gScreen},
-                         {"bScreen", bScreen},
-                         {"screenRange", screenRange},
-                         {"colourspace", cspace},
-                         {"output", output},
-                         {"rFgBias", rFgBias},
-                         {"gFgBias", gFgBias},
-                         {"bFgBias", bFgBias},
-                         {"shadowBalance", shadowBalance},
-                         {"midtoneBalance", midtoneBalance},
-                         {"highlightBalance", highlightBalance},
-                         {"shadowGain", shadowGain},
-                         {"midtoneGain", midtoneGain},
-                         {"highlightGain", highlightGain},
-                         {"midTonesAt", midTonesAt},
-                         {"rReplace", rSpillReplace},
-                         {"gReplace", gSpillReplace},
-                         {"bReplace", bSpillReplace},
-                         {"rExposure", rExposure},
-                         {"gExposure", gExposure},
-                         {"bExposure", bExposure},
-                         {"rGamma", rGamma},
-                         {"gGamma", gGamma},
-                         {"bGamma", bGamma},
-                         {"saturation", saturation},
-                         {"useHoldOutMatte", useHoldOutMatte},
-                         {"holdOutChannel", holdOutChannel},
-                         {"useGarbageMatte", useGarbageMatte},
-                         {"garbageChannel", garbageChannel},
-                         {"bgColor", bgColor}});
+  give(node, "version", version);
+  giveShared(node, {clipMode,      rScreen,        gScreen,          bScreen,       screenRange,
+                    cspace,        output,         rFgBias,          gFgBias,       bFgBias,
+                    shadowBalance, midtoneBalance, highlightBalance, shadowGain,    midtoneGain,
+                    highlightGain, midTonesAt,     rSpillReplace,    gSpillReplace, bSpillReplace,
+                    rExposure,     gExposure,      bExposure,        rGamma,        gGamma,
+                    bGamma,        saturation,     useHoldOutMatte,  holdOutChannel});
+  give(node, "useGarbageMatte", useGarbageMatte);
+  give(node, "garbageChannel", garbageChannel);
+  give(node, "bgColor", bgColor);
+  return node->getOutput();
 }
 
 NRiIPlug* Orvanite_1v4(NRiIPlug* fg, NRiIPlug* bg, NRiIPlug* holdOutMatte, NRiIPlug* garbageMatte,
@@ -185,34 +174,12 @@ NRiIPlug* Orvanite_1v3(NRiIPlug* bg, NRiIPlug* fg, NRiIPlug* holdOutMatte, const
   node->getInput(0)->connect(fg);
   node->getInput(1)->connect(bg);
   node->getInput(2)->connect(holdOutMatte);
-  return finished(node, {{"clipMode", clipMode},
-                         {"rScreen", rScreen},
-                         {"gScreen", gScreen},
-                         {"bScreen", bScreen},
-                         {"screenRange", screenRange},
-                         {"colourspace", cspace},
-                         {"output", output},
-                         {"rFgBias", rFgBias},
-                         {"gFgBias", gFgBias},
-                         {"bFgBias", bFgBias},
-                         {"shadowBalance", shadowBalance},
-                         {"midtoneBalance", midtoneBalance},
-                         {"highlightBalance", highlightBalance},
-                         {"shadowGain", shadowGain},
-                         {"midtoneGain", midtoneGain},
-                         {"highlightGain", highlightGain},
-                         {"midTonesAt", modTonesAt},
-                         {"rReplace", rSpillReplace},
-                         {"gReplace", gSpillReplace},
-                         {"bReplace", bSpillReplace},
-                         {"rExposure", rExposure},
-                         {"gExposure", gExposure},
-                         {"bExposure", bExposure},
-                         {"rGamma", rGamma},
-                         {"gGamma", gGamma},
-                         {"bGamma", bGamma},
-                         {"saturation", saturation},
-                         {"useHoldOutMatte", useHoldOutMatte},
-                         {"holdOutChannel", holdOutChannel},
-                         {"bgColor", bgColor}});
+  giveShared(node, {clipMode,      rScreen,        gScreen,          bScreen,       screenRange,
+                    cspace,        output,         rFgBias,          gFgBias,       bFgBias,
+                    shadowBalance, midtoneBalance, highlightBalance, shadowGain,    midtoneGain,
+                    highlightGain, modTonesAt,     rSpillReplace,    gSpillReplace, bSpillReplace,
+                    rExposure,     gExposure,      bExposure,        rGamma,        gGamma,
+                    bGamma,        saturation,     useHoldOutMatte,  holdOutChannel});
+  give(node, "bgColor", bgColor);
+  return node->getOutput();
 }

@@ -22,8 +22,8 @@ struct Job {
   int depth;
   int holdActive;
   int garbageActive;
-  char holdChannel;
-  char garbageChannel;
+  int holdElement;  // of a pixel, where the matte lies
+  int garbageElement;
   QMXOrvaniteTable* engine;
   float screen[3];  // blue, green, red
 };
@@ -92,10 +92,9 @@ void paintOutside(const Job& job, const NRiIBuf& slice, const NRiRect& rect, con
   }
 }
 
-void matte(const Job& job, const NRiThread& thread, Buffer which, char letter, NRiIBuf& slice,
+void matte(const Job& job, const NRiThread& thread, Buffer which, int element, NRiIBuf& slice,
            OtileImage& image) {
   NRiRect rect;
-  const int element = letter == 'R' ? 3 : letter == 'G' ? 2 : letter == 'B' ? 1 : 0;
   take(job, thread, which, 1 << element, slice, rect);
   const OtileImage all = described(slice, job.depth, rect.x2 - rect.x1);
   image.alpha = static_cast<std::byte*>(slice.data) + std::ptrdiff_t{element} * job.depth;
@@ -122,10 +121,10 @@ void work(NRiThread* thread, void* data) {
   tile.dst = tile.fg;
 
   if (job.holdActive && job.buffers[kHold]->data) {
-    matte(job, *thread, kHold, job.holdChannel, holdSlice, tile.hold);
+    matte(job, *thread, kHold, job.holdElement, holdSlice, tile.hold);
   }
   if (job.garbageActive && job.buffers[kGarbage]->data) {
-    matte(job, *thread, kGarbage, job.garbageChannel, garbageSlice, tile.garbage);
+    matte(job, *thread, kGarbage, job.garbageElement, garbageSlice, tile.garbage);
   }
   if (job.buffers[kBg]->data) {
     take(job, *thread, kBg, 15, bgSlice, rect);
@@ -138,10 +137,10 @@ void work(NRiThread* thread, void* data) {
 
 void NRxOrvanite::fillOutputBuffer() {
   if (lutFailed_) return;  // the foreground shows unkeyed
-  Job job{buffers_,       inputs_,
-          out_->getRoi(), outputDepth_->asInt(),
-          hold_.active,   garbage_.active,
-          hold_.channel,  garbage_.channel,
-          engine_,        {screen_[2]->asFloat(), screen_[1]->asFloat(), screen_[0]->asFloat()}};
+  Job job{buffers_,        inputs_,
+          out_->getRoi(),  outputDepth_->asInt(),
+          hold_.active,    garbage_.active,
+          hold_.element(), garbage_.element(),
+          engine_,         {screen_[2]->asFloat(), screen_[1]->asFloat(), screen_[0]->asFloat()}};
   NRiThread::m_fork(work, &job);
 }

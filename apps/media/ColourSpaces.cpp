@@ -63,12 +63,13 @@ bool ColourSpaces::isLinear(const std::string& space) const {
   // OpenColorIO 2.1 cannot be asked: greys of twice the code must be twice the light.
   Picture greys = Picture::make({0, 0, 4, 1}, 4, Samples::float32);
   auto* codes = reinterpret_cast<float*>(greys.pixels.get());
-  for (int i = 0; i < 4; ++i) std::fill_n(codes + 4 * i, 4, i == 0 ? 0.0F : 0.125F * float(1 << i));
+  const auto grey = [codes](std::ptrdiff_t i) { return codes + 4 * i; };
+  for (int i = 0; i < 4; ++i) std::fill_n(grey(i), 4, i == 0 ? 0.0F : 0.125F * float(1 << i));
   conversion(space, ocio::ROLE_SCENE_LINEAR).apply(greys);
-  const float unit = codes[4] / 0.25F;
+  const float unit = *grey(1) / 0.25F;
   for (int i = 0; i < 4; ++i) {
     const float wanted = i == 0 ? 0 : unit * 0.125F * float(1 << i);
-    if (!(std::abs(codes[4 * i] - wanted) <= 1e-4F * std::abs(unit))) return false;
+    if (!(std::abs(*grey(i) - wanted) <= 1e-4F * std::abs(unit))) return false;
   }
   return true;
 }

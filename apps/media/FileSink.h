@@ -13,7 +13,7 @@
 
 namespace orvanite::media {
 
-class FileSink : public OIIO::Filesystem::IOProxy {
+class FileSink final : public OIIO::Filesystem::IOProxy {
  public:
   /// Opens an existing file for writing. Throws Error (failure) about `subject`.
   FileSink(const std::string& path, const std::string& subject);

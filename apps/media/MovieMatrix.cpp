@@ -44,7 +44,7 @@ void rowToRgba(const LumaPlanes& from, const Codes& codes, const LumaEncoding& e
   const Plane* lumas = row(0);
   const Plane* blues = row(1);
   const Plane* reds = row(2);
-  for (int x = 0; x < width; ++x) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     const float light = (static_cast<float>(lumas[x]) - codes.black) * luma;
     const float blue = static_cast<float>(blues[x]) - codes.middle;
     const float red = static_cast<float>(reds[x]) - codes.middle;
@@ -59,7 +59,7 @@ void rowToRgba(const LumaPlanes& from, const Codes& codes, const LumaEncoding& e
   if (from.rows[3] == nullptr) return;
   const Plane* alphas = row(3);
   const float alpha = white / static_cast<float>(from.alphaWhite);
-  for (int x = 0; x < width; ++x) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     to[4 * x + 3] =
         static_cast<Code>(static_cast<int>(rounded(static_cast<float>(alphas[x]) * alpha, white)));
   }
@@ -81,7 +81,7 @@ void rowToLuma(const Code* from, const Codes& codes, const LumaEncoding& encodin
   Plane* lumas = row(0);
   Plane* blues = row(1);
   Plane* reds = row(2);
-  for (int x = 0; x < width; ++x) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     const auto r = static_cast<float>(from[4 * x]);
     const auto g = static_cast<float>(from[4 * x + 1]);
     const auto b = static_cast<float>(from[4 * x + 2]);
@@ -95,7 +95,7 @@ void rowToLuma(const Code* from, const Codes& codes, const LumaEncoding& encodin
   if (to.rows[3] == nullptr) return;
   Plane* alphas = row(3);
   const float alpha = static_cast<float>(to.alphaWhite) / white;
-  for (int x = 0; x < width; ++x) {
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
     alphas[x] = static_cast<Plane>(
         static_cast<int>(rounded(static_cast<float>(from[4 * x + 3]) * alpha, codes.top)));
   }

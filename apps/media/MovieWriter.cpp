@@ -243,6 +243,8 @@ const std::vector<std::string>& MovieWriter::notices() const { return output_->n
 std::shared_ptr<AVFrame> MovieWriter::prepare(const Picture& picture) {
   return output_->prepare(picture);
 }
+// The caller's share of the frame ends here.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void MovieWriter::write(std::shared_ptr<AVFrame> frame) { output_->write(frame.get()); }
 void MovieWriter::finish() { output_->finish(); }
 
