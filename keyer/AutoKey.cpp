@@ -40,9 +40,9 @@ constexpr std::array<Knob, 9> flatKnobs = {{{fraction, 0, 1, 0.1F, 0.5F},
                                             {"shadowBalance", 0, 1, 0.16F, 0},
                                             {"midtoneBalance", 0, 1, 0.16F, 0},
                                             {"highlightBalance", 0, 1, 0.16F, 0},
-                                            {"shadowGain", -0.5F, 0.5F, 0.08F, 0},
-                                            {"midtoneGain", -0.5F, 0.5F, 0.08F, 0},
-                                            {"highlightGain", -0.5F, 0.5F, 0.08F, 0},
+                                            {"shadowGain", -1, 1, 0.08F, 0},
+                                            {"midtoneGain", -1, 1, 0.08F, 0},
+                                            {"highlightGain", -1, 1, 0.08F, 0},
                                             {"midTonesAt", 0, 0.95F, 0.1F, 0.5F}}};
 
 void setColour(Settings& settings, std::string_view name, const Rgb& c) {
@@ -149,7 +149,7 @@ class Search {
   }
 
  private:
-  static constexpr int jointTrials = 60;  // at each scale; a search takes half a second with them
+  static constexpr int jointTrials = 240;  // at each scale
 
   void turn(Settings& settings, const Knob& knob, float value) const {
     if (knob.name == fraction) {
@@ -164,11 +164,11 @@ class Search {
   KeyTrial& trial_;
 };
 
-/// Sure screen and sure foreground, as often as the plate has them, and mixes of the two.
-std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean, int colourspace) {
+/// Sure screen and sure foreground, as often as the plate has them, and mixes of the two. `mixShare`
+/// is what edges weigh against all that is sure: more than they fill, for they are looked at most.
+std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean, int colourspace,
+                                   float mixShare) {
   constexpr std::uint32_t count = 1500;  // of each kind
-  // What edges weigh against all that is sure: more than they fill, for they are looked at most.
-  constexpr float mixShare = 0.4F;
   const auto& back = screen.screenPixels;
   const auto& front = screen.foregroundPixels;
   const auto sure = static_cast<float>(back.size() + front.size());
@@ -232,7 +232,7 @@ std::vector<KnownPixel> keyedPixels(const Plate& plate, const CleanPlate& clean,
     kinds[seen[i].matte > 0.03F && seen[i].matte < 0.97F ? 1 : 0].push_back(seen[i]);
   }
   constexpr std::array<float, 2> shares = {0.5F, 0.5F};
-  constexpr std::size_t most = 1700;  // of either
+  constexpr std::size_t most = 4000;  // of either
   std::vector<KnownPixel> known;
   for (std::size_t kind = 0; kind < 2; ++kind) {
     const auto& all = kinds[kind];
@@ -288,7 +288,10 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   setColour(local, "screen",
             scaled({next.number("screen", 0), next.number("screen", 1), next.number("screen", 2)},
                    scale));
-  KeyTrial sure(scaled(surePixels(screen, clean, colourspace), scale), true);
+  // A key of one colour for an uneven screen clips the ends by itself. What it aims at need not have
+  // them clipped as well, and shows it more of the edges.
+  const float mixShare = result.cleanPlate ? 0.4F : 0.7F;
+  KeyTrial sure(scaled(surePixels(screen, clean, colourspace, mixShare), scale), true);
   Search search(settings, screen, sure);
   local = search.best(local, {rangeKnob});
   if (!settings.given("fgBias")) {

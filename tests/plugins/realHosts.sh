@@ -8,7 +8,9 @@ host=$1 orvanite=$2 makePlate=$3
 export FREI0R_PATH=$4
 
 declare -A program=([ffmpeg]=ffmpeg [melt]=melt [gstreamer]=gst-launch-1.0)
-command -v "${program[$host]}" ffmpeg >/dev/null || { echo "realHosts: ${program[$host]} is not installed"; exit 77; }
+for needed in "${program[$host]}" ffmpeg; do
+  command -v "$needed" >/dev/null || { echo "realHosts: $needed is not installed"; exit 77; }
+done
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
