@@ -160,6 +160,7 @@ void CleanPlate::writeCodes(const OtileImage& picture) const {
                                         static_cast<Code*>(picture.green),
                                         static_cast<Code*>(picture.blue)};
   std::vector<float> shares;
+  shares.reserve(static_cast<std::size_t>(width_));
   for (int x = 0; x < width_; ++x) {
     shares.push_back(
         betweenCells((static_cast<float>(x) + 0.5F) / static_cast<float>(cell_)).share);

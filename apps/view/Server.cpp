@@ -27,7 +27,7 @@ using httplib::Request;
 using httplib::Response;
 
 // A request holds some thirty parameters as text.
-constexpr std::size_t bodyLimit = 64 * 1024;
+constexpr std::size_t bodyLimit = std::size_t{64} << 10;
 
 // A page that plays and follows the pointer asks some 60 times a second.
 constexpr double requestsPerSecond = 200;
@@ -39,7 +39,7 @@ constexpr std::size_t connectionThreads = 16;
 constexpr int waitingLimit = 8;
 
 // A browser's head of a request takes about a KiB. An idle connection holds a thread.
-constexpr std::size_t headLimit = 16 * 1024;
+constexpr std::size_t headLimit = std::size_t{16} << 10;
 constexpr Connection::Limits connectionLimits{headLimit + bodyLimit, std::chrono::seconds(5),
                                               std::chrono::seconds(2), std::chrono::seconds(5)};
 constexpr int requestsOfAConnection = 10000;

@@ -171,9 +171,10 @@ class Painter {
     const TiledStrands strands(std::move(all), options.width, options.height, view.scale,
                                view.centreX, view.centreY);
     constexpr int side = TiledStrands::side;
+    constexpr std::size_t pixels = std::size_t{side} * side;
     tbb::parallel_for(0, strands.tilesAcross() * strands.tilesDown(), [&](int tile) {
-      std::vector<Layer> stack(side * side);
-      std::vector<float> depths(side * side, 10.0f);
+      std::vector<Layer> stack(pixels);
+      std::vector<float> depths(pixels, 10.0f);
       const int left = tile % strands.tilesAcross() * side,
                 top = tile / strands.tilesAcross() * side;
       const int right = std::min(side, options.width - left),

@@ -105,7 +105,7 @@ bool parsePair(const std::string& text, char between, int& a, int& b) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   CLI::App app{
       "Draws a green-screen or blue-screen plate whose matte and foreground are known.\n"
       "Writes plate, background, holdout, garbage, cleanplate, truematte and trueforeground.\n"
@@ -187,4 +187,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   return 0;
+} catch (const std::exception& failure) {  // of what was asked, or of telling it
+  std::fprintf(stderr, "orvanite-plate: %s\n", failure.what());
+  return 1;
 }

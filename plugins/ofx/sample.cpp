@@ -46,8 +46,8 @@ ofx::Status Instance::sampleScreen(ofx::Time time) {
     Copy copy(picture, depth);
     std::byte* const at = copy.bytes.data();
     Plate plate;
-    plate.image = {at,      at + depth,       at + std::ptrdiff_t{2} * depth,
-                   nullptr, picture.channels, picture.channels * copy.width};
+    plate.image = OtileImage{at,      at + depth,       at + std::ptrdiff_t{2} * depth,
+                             nullptr, picture.channels, picture.channels * copy.width};
     plate.width = copy.width;
     plate.height = copy.height;
     plate.depth = depth;
