@@ -200,6 +200,27 @@ TEST(MovieIn, BrokenMoviesAreNamedByFrameAndWhatCameBeforeIsWhole) {
   }
 }
 
+TEST(MovieIn, AFrameOfAnotherSizeIsNamedAndThoseBeforeItAreWhole) {
+  const Folder folder;
+  std::ofstream list(folder / "list");
+  for (const char* size : {"96x64", "64x96"}) {
+    const std::string part = folder / (std::string(size) + ".avi");
+    ffmpeg(
+        {"-f", "lavfi", "-i", std::string("testsrc2=r=25:d=0.2:s=") + size, "-c:v", "mjpeg", part});
+    list << "file " << part << '\n' << std::flush;
+  }
+  ffmpeg({"-f", "concat", "-safe", "0", "-i", folder / "list", "-c", "copy", folder / "m.mkv"});
+  const Folder out;
+  const Outcome outcome = orvanite(
+      {"key", "-q", folder / "m.mkv", "--no-key", "--threads", "1", "-o", out / "o.#.png"});
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_NE(outcome.err.find("frame 6: expected the movie's size 96x64, found 64x96"),
+            std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(out.names().size(), 5U);
+  for (const std::string& name : out.names()) EXPECT_EQ(read(out / name).spec.width, 96) << name;
+}
+
 TEST(MovieIn, DamageThatADecoderPlaysOverIsNamedByFrame) {
   const Folder folder;
   const std::string movie = folder / "m.ts";
