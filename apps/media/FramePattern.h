@@ -22,6 +22,7 @@ class FramePattern {
   /// wrongUse) when it holds none, or several.
   static FramePattern ofFolder(const std::string& folder);
 
+  /// The file of a frame, its number padded as the pattern says; a longer one stays whole.
   std::string path(int frame) const;
 
   /// The frames that exist, ascending.

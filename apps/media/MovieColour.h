@@ -25,7 +25,9 @@ struct MovieColour {
   std::string complete(AVPixelFormat format, int height);
 };
 
+/// Whether a format holds red, green and blue rather than luma and differences.
 bool isRgb(AVPixelFormat format);
+/// Whether a format holds alpha.
 bool hasAlpha(AVPixelFormat format);
 /// Of a picture that holds the format's samples: 8 bits and less, or 16.
 Samples samplesOf(AVPixelFormat format);
@@ -36,6 +38,8 @@ Samples samplesOf(AVPixelFormat format);
 class MovieConverter {
  public:
   enum class Direction { toPicture, fromPicture };
+  /// Frames of width x height pixels in `format`; `colour` complete. Throws Error (failure) for
+  /// a format that FFmpeg does not name.
   MovieConverter(Direction direction, AVPixelFormat format, const MovieColour& colour, int width,
                  int height);
 

@@ -17,6 +17,7 @@ class MovieDecoder {
   /// failure for what cannot be decoded, has no constant rate, is turned or interlaced.
   explicit MovieDecoder(const std::string& path);
 
+  /// The file, the times of its frames, and what FFmpeg says of it; as long as the decoder lives.
   const std::string& path() const { return path_; }
   const MovieIndex& index() const { return index_; }
   const AVStream& stream() const { return *input_->streams[stream_]; }

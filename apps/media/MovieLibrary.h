@@ -32,8 +32,9 @@ void quietMovies();
 /// in no other way that they made up part of a picture.
 void countErrors(AVCodecContext& decoder, std::atomic<int>& counter);
 
-/// Throw Error (failure) when memory runs out.
+/// A frame without pixels. Throws Error (failure) when memory runs out.
 MovieFrame newMovieFrame();
+/// A packet without data. Throws Error (failure) when memory runs out.
 MoviePacket newMoviePacket();
 
 /// A movie file opened for reading, its streams known.

@@ -33,7 +33,9 @@ struct RgbaRows {
   int width = 0, height = 0;
 };
 
+/// Fills the rows from planes of their size; Rec. ITU-R BT.601 and BT.709 by their kr and kb.
 void lumaToRgba(const LumaPlanes& from, const LumaEncoding& encoding, const RgbaRows& to);
+/// The other way; alpha only where there is a plane for it.
 void rgbaToLuma(const RgbaRows& from, const LumaEncoding& encoding, const LumaPlanes& to);
 
 }  // namespace orvanite::media

@@ -13,11 +13,13 @@ namespace orvanite::media {
 
 class MovieSound {
  public:
+  static constexpr double open = -1e9;  // no bound
+
   /// Adds the streams of sound that the output can hold to it, before its header is written.
   ///
   /// zero        seconds on the input's clock that become 0
   /// start, end  seconds on it between which sound is taken; `open` for no bound
-  static constexpr double open = -1e9;
+  /// Throws Error about `path`: missingInput, or failure when it cannot be read or memory runs out.
   MovieSound(const std::string& path, double zero, double start, double end,
              AVFormatContext& output);
 

@@ -44,6 +44,7 @@ struct Picture {
   /// A picture of a size with undefined pixels. Throws Error (failure) when memory runs out.
   static Picture make(const Window& data, int depth, Samples samples);
 
+  /// Bytes of one row, and of all.
   std::size_t rowBytes() const {
     return std::size_t{4} * static_cast<std::size_t>(data.width * depth);
   }
@@ -59,6 +60,7 @@ Picture atDepth(const Picture& picture, int depth);
 
 /// The pixels of a window, cut out of the picture or surrounded by zeros.
 Picture part(const Picture& picture, const Window& window);
+/// The same of a picture that is given away: as it stands where it is that window already.
 Picture placed(Picture picture, const Window& window);
 
 /// Gives the pixels outside of a window one colour, in code values divided by the depth's maximum;

@@ -32,6 +32,7 @@ class PictureReader {
   /// failure when it is no picture or none that can be keyed (no pixels, too many, deep samples).
   explicit PictureReader(const std::string& path);
 
+  /// What the header says, checked; and the header itself.
   const PictureInfo& info() const { return info_; }
   const OIIO::ImageSpec& header() const { return *spec_; }
 
@@ -63,6 +64,7 @@ struct Encoding {
   std::string colourspace;
   std::string reason;
 };
+/// Of the file that a reader has open, or of a header, its format's name and its samples.
 Encoding encodingOf(const PictureReader& reader);
 Encoding encodingOf(const OIIO::ImageSpec& spec, const std::string& format, Samples samples);
 

@@ -43,17 +43,19 @@ class Source {
   /// there.
   static std::unique_ptr<Source> open(const std::string& path);
 
-  /// Of the first frame. All frames are expected to have its size.
+  /// Of the first frame: what it is, and its header. All frames are expected to have its size.
   const PictureInfo& info() const { return info_; }
   const OIIO::ImageSpec& header() const { return *header_; }
 
   /// The frames, ascending; a still has none and is the same at every frame.
   const std::vector<int>& frames() const { return frames_; }
+  /// Whether there are frames, rather than a still.
   bool isShot() const { return !frames_.empty(); }
 
   /// Where the pixels of a frame lie. Throws Error as `read` does.
   virtual Window windowOf(int frame);
 
+  /// Rate, time code and the like, as far as the file says.
   const ShotFacts& facts() const { return facts_; }
   /// What had to be assumed about the file, for a person to see; empty: nothing.
   const std::string& notice() const { return notice_; }
