@@ -35,14 +35,15 @@ struct Knob {
 constexpr std::string_view fraction = "fraction";
 constexpr float farthestRange = 0.25F;  // beyond it half of every soft edge is gone
 constexpr Knob rangeKnob = {"screenRange", 0, farthestRange, 0.02F, 0};
+// Gains below -0.5 leave the screen's colour in the edges, which the matte's error does not show.
 constexpr std::array<Knob, 9> flatKnobs = {{{fraction, 0, 1, 0.1F, 0.5F},
                                             rangeKnob,
                                             {"shadowBalance", 0, 1, 0.16F, 0},
                                             {"midtoneBalance", 0, 1, 0.16F, 0},
                                             {"highlightBalance", 0, 1, 0.16F, 0},
-                                            {"shadowGain", -1, 1, 0.08F, 0},
-                                            {"midtoneGain", -1, 1, 0.08F, 0},
-                                            {"highlightGain", -1, 1, 0.08F, 0},
+                                            {"shadowGain", -0.5F, 1, 0.08F, 0},
+                                            {"midtoneGain", -0.5F, 1, 0.08F, 0},
+                                            {"highlightGain", -0.5F, 1, 0.08F, 0},
                                             {"midTonesAt", 0, 0.95F, 0.1F, 0.5F}}};
 
 void setColour(Settings& settings, std::string_view name, const Rgb& c) {
@@ -164,8 +165,9 @@ class Search {
   KeyTrial& trial_;
 };
 
-/// Sure screen and sure foreground, as often as the plate has them, and mixes of the two. `mixShare`
-/// is what edges weigh against all that is sure: more than they fill, for they are looked at most.
+/// Sure screen and sure foreground, as often as the plate has them, and mixes of the two.
+/// `mixShare` is what edges weigh against all that is sure: more than they fill, for they are
+/// looked at most.
 std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean, int colourspace,
                                    float mixShare) {
   constexpr std::uint32_t count = 1500;  // of each kind
@@ -288,8 +290,8 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   setColour(local, "screen",
             scaled({next.number("screen", 0), next.number("screen", 1), next.number("screen", 2)},
                    scale));
-  // A key of one colour for an uneven screen clips the ends by itself. What it aims at need not have
-  // them clipped as well, and shows it more of the edges.
+  // A key of one colour for an uneven screen clips the ends by itself. What it aims at need not
+  // have them clipped as well, and shows it more of the edges.
   const float mixShare = result.cleanPlate ? 0.4F : 0.7F;
   KeyTrial sure(scaled(surePixels(screen, clean, colourspace, mixShare), scale), true);
   Search search(settings, screen, sure);
