@@ -3,7 +3,7 @@
 // The part of the OpenFX 1.5 image-effect interface that the plug-in uses: layouts of the
 // structures that cross between host and plug-in, and the strings that name actions, properties
 // and values. Written from the standard's reference manual, because no package carries it.
-// Only layout and spelling are binding; the C++ names are ours. tests/plugins/ofxLayout.cpp holds
+// Only layout and spelling are binding; the C++ names are ours. tests/plugins/OfxLayout.cpp holds
 // sizes and offsets. This header includes nothing of ours and defines no function.
 #pragma once
 

@@ -21,22 +21,10 @@ auto starved(int k, Action action) {
   return result;
 }
 
-}  // namespace
-
-namespace {
-
 template <class T>
 ::testing::AssertionResult rendersLikeTheModel(const Engine& engine, const Parameters& p) {
   Random random(51);
-  const typename ModelOf<T>::Model reference(p);
-  model::Present present;
-  present.ref = p.ref;
-  Scene<T> scene(random, 24, 2, present, Placement::own);
-  fillInputs(random, scene, reference.p);
-  return keysLikeTheModel(
-      scene, reference, model::chosenInstance(reference.p, present), [&](Otile* tile) {
-        return orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, scene.height, tile);
-      });
+  return rendersLikeTheModel<T>(random, engine, p);
 }
 
 bool holdsNoHeapTable(const QMXOrvaniteTable& e) {

@@ -45,87 +45,64 @@ bool asksForFloats(const Parameters& p) {
   return std::min({p.fgMax, p.bgMax, p.refMax, p.dstMax, p.gMatteMax, p.hMatteMax}) == 1;
 }
 
+struct Change {
+  const char* name;
+  void (*make)(Random&, Parameters& to, const Parameters& from);
+};
+
+template <std::size_t n>
+void take(float (&to)[n], const float (&from)[n]) {
+  std::copy_n(from, n, to);
+}
+
+using P = Parameters;
+const Change changes[] = {
+    {"screen", [](Random&, P& to, const P& from) { take(to.screen, from.screen); }},
+    {"neutral", [](Random&, P& to, const P& from) { take(to.neutral, from.neutral); }},
+    {"replace", [](Random&, P& to, const P& from) { take(to.replace, from.replace); }},
+    {"background", [](Random&, P& to, const P& from) { take(to.background, from.background); }},
+    {"mp", [](Random&, P& to, const P& from) { take(to.mp, from.mp); }},
+    {"balance", [](Random&, P& to, const P& from) { take(to.balance, from.balance); }},
+    {"gain", [](Random&, P& to, const P& from) { take(to.gain, from.gain); }},
+    {"grade 0", [](Random&, P& to, const P& from) { take(to.exposure[0], from.exposure[0]); }},
+    {"grade 1", [](Random&, P& to, const P& from) { take(to.gamma[1], from.gamma[1]); }},
+    {"saturation", [](Random&, P& to, const P& from) { take(to.saturation, from.saturation); }},
+    {"space", [](Random&, P& to, const P& from) { to.colourspace = from.colourspace; }},
+    {"range", [](Random&, P& to, const P& from) { to.screenRange = from.screenRange; }},
+    {"hold", [](Random&, P& to, const P&) { to.hold = !to.hold; }},
+    {"garbage", [](Random&, P& to, const P&) { to.garbage = !to.garbage; }},
+    {"ref", [](Random&, P& to, const P&) { to.ref = !to.ref; }},
+    {"fgMax",
+     [](Random& random, P& to, const P&) {
+       to.fgMax = random.pick({255, 1, 100});
+     }},
+    {"bgMax",
+     [](Random& random, P& to, const P&) {
+       to.bgMax = random.pick({255, 255, 100});
+     }},
+    {"no screen",
+     [](Random& random, P& to, const P&) {
+       std::fill_n(to.screen, 3, random.pick({0.0f, 0.5f}));
+     }},
+    {"dstMax",
+     [](Random& random, P& to, const P&) {
+       to.dstMax = random.pick({255, 1, 200});
+     }},
+};
+
 /// Changes one thing; the destination's maximum, which discards nothing, most often.
 std::string changeSomething(Random& random, QMXOrvaniteTable* e) {
-  const Parameters other = randomParameters(random);
+  constexpr int last = static_cast<int>(std::size(changes)) - 1;
+  const Change& change = changes[std::min(random.between(0, last + 3), last)];
   Parameters p = stored(*e);
-  const auto take = [](float(&to)[3], const float(&from)[3]) { std::copy_n(from, 3, to); };
-  std::string what;
-  const auto choose = [&](const char* name) { what = name; };
-  switch (random.between(0, 21)) {
-    case 0:
-      choose("screen"), take(p.screen, other.screen);
-      break;
-    case 1:
-      choose("neutral"), take(p.neutral, other.neutral);
-      break;
-    case 2:
-      choose("replace"), take(p.replace, other.replace);
-      break;
-    case 3:
-      choose("mp"), take(p.mp, other.mp);
-      break;
-    case 4:
-      choose("balance"), take(p.balance, other.balance);
-      break;
-    case 5:
-      choose("gain"), take(p.gain, other.gain);
-      break;
-    case 6:
-      choose("grade 0"), take(p.exposure[0], other.exposure[0]);
-      break;
-    case 7:
-      choose("grade 1"), take(p.gamma[1], other.gamma[1]);
-      break;
-    case 8:
-      choose("saturation"), p.saturation[1] = other.saturation[1];
-      break;
-    case 9:
-      choose("space"), p.colourspace = other.colourspace;
-      break;
-    case 10:
-      choose("range"), p.screenRange = other.screenRange;
-      break;
-    case 11:
-      choose("hold"), p.hold = !p.hold;
-      break;
-    case 12:
-      choose("garbage"), p.garbage = !p.garbage;
-      break;
-    case 13:
-      choose("ref"), p.ref = !p.ref;
-      break;
-    case 14:
-      choose("fgMax"), p.fgMax = random.pick({255, 1, 100});
-      break;
-    case 15:
-      choose("bgMax"), p.bgMax = random.pick({255, 255, 100});
-      break;
-    case 16:
-      choose("no screen"), std::fill_n(p.screen, 3, random.pick({0.0f, 0.5f}));
-      break;
-    case 17:
-      choose("background"), take(p.background, other.background);
-      break;
-    default:
-      choose("dstMax"), p.dstMax = random.pick({255, 1, 200});
-      break;
-  }
+  change.make(random, p, randomParameters(random));
   apply(p, e);
-  return what;
+  return change.name;
 }
 
 template <class T>
 ::testing::AssertionResult rendersLikeItsParameters(Random& random, const Engine& engine) {
-  typename ModelOf<T>::Model reference(stored(*engine));
-  model::Present present;
-  present.ref = reference.p.ref;
-  Scene<T> scene(random, 24, 2, present, Placement::own);
-  fillInputs(random, scene, reference.p);
-  return keysLikeTheModel(
-      scene, reference, model::chosenInstance(reference.p, present), [&](Otile* tile) {
-        return orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, scene.height, tile);
-      });
+  return rendersLikeTheModel<T>(random, engine, stored(*engine));
 }
 
 }  // namespace

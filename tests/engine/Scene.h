@@ -388,3 +388,18 @@ template <class T, class Render>
       return ::testing::AssertionFailure() << "an input was written: " << where();
   return ::testing::AssertionSuccess();
 }
+
+/// Keys a small scene with an engine and compares it with the model of these parameters.
+template <class T>
+::testing::AssertionResult rendersLikeTheModel(Random& random, const Engine& engine,
+                                               const Parameters& p) {
+  const typename ModelOf<T>::Model reference(p);
+  model::Present present;
+  present.ref = p.ref;
+  Scene<T> scene(random, 24, 2, present, Placement::own);
+  fillInputs(random, scene, reference.p);
+  return keysLikeTheModel(
+      scene, reference, model::chosenInstance(reference.p, present), [&](Otile* tile) {
+        return orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, scene.height, tile);
+      });
+}

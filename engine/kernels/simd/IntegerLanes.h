@@ -4,7 +4,7 @@
 // reference, with the same result, from values that fit 16 bits.
 //
 // Colours are 0..16383, key quantities 0..4096 unless told otherwise; lanes are unsigned.
-// tests/engine/integer_lanes_test.cpp holds each function against the definition it replaces.
+// tests/engine/IntegerLanesTest.cpp holds each function against the definition it replaces.
 #pragma once
 
 #include "engine/kernels/simd/Lanes.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Every quotient and every product that the integer kernels of a target can meet.
-#include "tests/engine/integer_lanes.h"
+#include "tests/engine/LaneChecks.h"
 
 #include <gtest/gtest.h>
 

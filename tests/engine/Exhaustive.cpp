@@ -13,7 +13,7 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/engine/encoding_sweep.h"
+#include "tests/engine/EncodingSweep.h"
 
 namespace {
 

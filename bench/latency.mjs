@@ -3,7 +3,7 @@
 // Measures how long a slider's move takes to reach the screen, with a plate and a window of
 // 1920x1080: from the input event to the frame that shows the picture. Prints figures
 // and asserts none: they depend on the machine and on what else it does.
-import {browse, drawPlate, serve} from './program.mjs';
+import {browse, drawPlate, serve} from '../tests/apps/view/program.mjs';
 
 const percentile = (values, part) => [...values].sort((a, b) => a - b)[Math.min(values.length - 1, Math.floor(values.length * part))];
 const words = (values) => values.length === 0 ? 'none'

@@ -4,7 +4,7 @@
 // 1920x1080, a key found, 20 seconds of rest. Prints figures and asserts none.
 import {execFileSync} from 'node:child_process';
 import {readFileSync, readdirSync} from 'node:fs';
-import {browse, drawPlate, serve} from './program.mjs';
+import {browse, drawPlate, serve} from '../tests/apps/view/program.mjs';
 
 const seconds = 20;
 const ticksPerSecond = Number(execFileSync('getconf', ['CLK_TCK']));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// What tests/engine/integer_lanes.cpp, built once per target, lets integer_lanes_test.cpp call.
+// What tests/engine/LaneChecks.cpp, built once per target, lets IntegerLanesTest.cpp call.
 #pragma once
 
 namespace orvanite {

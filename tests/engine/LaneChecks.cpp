@@ -2,7 +2,7 @@
 //
 // Built once per target: the lanes of the integer kernels against the definitions, over everything
 // that can occur. The definitions are in wide integers, with the language's own division.
-#include "tests/engine/integer_lanes.h"
+#include "tests/engine/LaneChecks.h"
 
 #include "engine/kernels/simd/IntegerLanes.h"
 

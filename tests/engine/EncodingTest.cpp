@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The vectorised encodings against their definitions, on a sample of all floats with every place
-// where something changes. tests/engine/exhaustive.cpp looks at all of them.
+// where something changes. tests/engine/Exhaustive.cpp looks at all of them.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "tests/engine/encoding_sweep.h"
+#include "tests/engine/EncodingSweep.h"
 
 namespace {
 

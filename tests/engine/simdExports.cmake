@@ -1,6 +1,6 @@
 # Every object that is built for one level of the processor exports exactly its own table. Any
 # other global, weak or unique symbol could be picked by the linker for code that runs elsewhere.
-# cmake -DNM=nm -DTARGET=avx2 -DOBJECTS=a.o,b.o -P simd_exports.cmake
+# cmake -DNM=nm -DTARGET=avx2 -DOBJECTS=a.o,b.o -P simdExports.cmake
 string(REPLACE "," ";" objects "${OBJECTS}")
 list(LENGTH objects count)
 if(count EQUAL 0)
