@@ -5,6 +5,7 @@
 
 #include <Imath/half.h>
 
+#include <cstdio>
 #include <random>
 #include <stdexcept>
 
@@ -39,6 +40,20 @@ Image randomImage(int width, int height, int channels, OIIO::TypeDesc type, unsi
     sample = real ? static_cast<float>(random() % 1025) / 1024 : static_cast<float>(random() % top);
   }
   return image;
+}
+
+std::string frameFile(const std::string& name, int frame) {
+  char text[16];
+  std::snprintf(text, sizeof text, ".%04d.png", frame);
+  return name + text;
+}
+
+void writeShot(const Folder& folder, const std::string& name, int first, int last, int width,
+               int height, int channels, OIIO::TypeDesc type) {
+  for (int frame = first; frame <= last; ++frame) {
+    write(randomImage(width, height, channels, type, static_cast<unsigned>(frame)),
+          folder / frameFile(name, frame));
+  }
 }
 
 void write(const Image& image, const std::string& path) {

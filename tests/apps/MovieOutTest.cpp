@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
@@ -22,10 +20,7 @@ namespace {
 TEST(MovieOut, LosslessCodecsBringBackEveryBitAndAlpha) {
   for (const OIIO::TypeDesc type : {OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT16}) {
     const Folder folder;
-    for (int frame = 1; frame <= 3; ++frame) {
-      write(randomImage(35, 21, 4, type, static_cast<unsigned>(frame)),
-            folder / ("s." + number(frame) + ".png"));
-    }
+    writeShot(folder, "s", 1, 3, 35, 21, 4, type);
     for (const Arguments& output : std::vector<Arguments>{{"ffv1.mkv"},
                                                           {"ffv1.avi"},
                                                           {"ffv1.mov", "--codec", "ffv1"},
@@ -41,8 +36,7 @@ TEST(MovieOut, LosslessCodecsBringBackEveryBitAndAlpha) {
           orvanite({"key", "-q", "--no-key", folder / output[0], "-o", folder / "b.####.png"});
       ASSERT_EQ(back.code, 0) << back.err;
       for (int frame = 1; frame <= 3; ++frame) {
-        expectSame(folder / ("s." + number(frame) + ".png"),
-                   folder / ("b." + number(frame) + ".png"));
+        expectSame(folder / frameFile("s", frame), folder / frameFile("b", frame));
       }
     }
   }
@@ -152,12 +146,9 @@ TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
 
 TEST(MovieOut, ABrokenFrameOrADiskThatTakesNothingLeavesNoMovie) {
   const Folder folder;
-  for (int frame = 1; frame <= 6; ++frame) {
-    write(randomImage(200, 200, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(frame)),
-          folder / ("s." + number(frame) + ".png"));
-  }
-  const Folder disk;
-  if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=256k") == 0) {
+  writeShot(folder, "s", 1, 6, 200, 200);
+  SmallDisk disk("256k");
+  if (disk.made) {
     for (const char* name : {"m.mov", "m.mkv", "m.avi"}) {
       SCOPED_TRACE(name);
       const auto expect = [&](int code, const std::string& message, std::size_t files) {
@@ -167,18 +158,14 @@ TEST(MovieOut, ABrokenFrameOrADiskThatTakesNothingLeavesNoMovie) {
         EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
         EXPECT_EQ(disk.names().size(), files);
       };
-      const auto remount = [&](unsigned long flags, const char* size) {
-        ASSERT_EQ(::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, size), 0);
-      };
       expect(4, ": cannot be written: No space left on device", 0);
-      remount(MS_RDONLY, "size=4m");
+      ASSERT_TRUE(disk.remount("4m", MS_RDONLY));
       expect(1, "Read-only file system", 0);
-      remount(0, "size=4m");
+      ASSERT_TRUE(disk.remount("4m"));
       expect(0, "", 1);
       std::filesystem::remove(disk / name);
-      remount(0, "size=256k");
+      ASSERT_TRUE(disk.remount("256k"));
     }
-    ::umount2(disk.path().c_str(), MNT_DETACH);
   }
   const Folder out;
   std::filesystem::resize_file(folder / "s.0004.png", 300);
@@ -197,22 +184,15 @@ TEST(MovieOut, KilledAtAnyMomentItIsNotThereAndTheNextRunMakesIt) {
   for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
     const Folder out;
     const std::string movie = out / "m.mov";
-    const pid_t child = ::fork();
-    if (child == 0) {
-      std::freopen("/dev/null", "w", stdout);
-      std::freopen("/dev/null", "w", stderr);
-      ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", movie.c_str(), nullptr);
-      ::_exit(127);
-    }
+    const pid_t child = start({"key", plate, "-o", movie});
     // Until there is something to lose.
     for (int i = 0; i < 2000 && out.names().empty(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     ::kill(child, signal);
-    int status = 0;
-    ::waitpid(child, &status, 0);
+    const int code = waitFor(child);
     if (signal != SIGKILL) {
-      EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 130);
+      EXPECT_EQ(code, 130);
       EXPECT_TRUE(out.names().empty());
     }
     EXPECT_FALSE(std::filesystem::exists(movie));

@@ -29,10 +29,7 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
   for (const Case& one : cases) {
     SCOPED_TRACE(one.codec[1] + std::string(" ") + one.type.c_str());
     const Folder folder;
-    for (int frame = 1; frame <= 6; ++frame) {
-      write(randomImage(50, 30, one.channels, one.type, static_cast<unsigned>(frame)),
-            folder / ("s." + number(frame) + ".png"));
-    }
+    writeShot(folder, "s", 1, 6, 50, 30, one.channels, one.type);
     Arguments make{"-r", "24000/1001", "-i", folder / "s.%04d.png"};
     make.insert(make.end(), one.codec.begin(), one.codec.end());
     make.push_back(folder / one.movie);
@@ -43,8 +40,7 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
     ASSERT_EQ(movie.code, 0) << movie.err;
     ASSERT_EQ(orvanite({"key", "-q", folder / "s.####.png", "-o", folder / "k.####.png"}).code, 0);
     for (int frame : {2, 3, 5, 6}) {
-      expectSame(folder / ("m." + number(frame) + ".png"),
-                 folder / ("k." + number(frame) + ".png"));
+      expectSame(folder / frameFile("m", frame), folder / frameFile("k", frame));
     }
     EXPECT_FALSE(std::filesystem::exists(folder / "m.0001.png"));
 
@@ -72,14 +68,14 @@ TEST(MovieIn, FramesAreExactInTheMiddleOfLongGroupsOfPictures) {
                 .code,
             0);
   for (int frame : {3, 19, 20, 21, 22, 47, 50}) {
-    const std::string n = number(frame) + ".png";
-    ASSERT_EQ(orvanite({"key", "-q", folder / ("s." + n), "-o", folder / "k.png"}).code, 0);
-    expectSame(folder / ("m." + n), folder / "k.png");
+    ASSERT_EQ(orvanite({"key", "-q", folder / frameFile("s", frame), "-o", folder / "k.png"}).code,
+              0);
+    expectSame(folder / frameFile("m", frame), folder / "k.png");
   }
   // The extracted stills are in the order of the movie: its clock moves on in every frame.
   for (int frame = 1; frame < 50; ++frame) {
-    EXPECT_NE(read(folder / ("s." + number(frame) + ".png")).samples,
-              read(folder / ("s." + number(frame + 1) + ".png")).samples)
+    EXPECT_NE(read(folder / frameFile("s", frame)).samples,
+              read(folder / frameFile("s", frame + 1)).samples)
         << frame;
   }
 }

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -30,12 +29,6 @@ inline nlohmann::json streamsOf(const std::string& movie) {
       run(FFPROBE_PROGRAM, {"-v", "error", "-show_streams", "-of", "json", movie});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   return nlohmann::json::parse(outcome.out)["streams"];
-}
-
-inline std::string number(int frame) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%04d", frame);
-  return text;
 }
 
 inline void expectSame(const std::string& a, const std::string& b) {

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -66,6 +67,28 @@ Outcome orvanite(const std::vector<std::string>& arguments,
   return run(ORVANITE_PROGRAM, arguments, environment);
 }
 
+pid_t start(const std::vector<std::string>& arguments) {
+  std::vector<char*> argv{const_cast<char*>(ORVANITE_PROGRAM)};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  pid_t child = 0;
+  const int problem =
+      posix_spawn(&child, ORVANITE_PROGRAM, &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (problem != 0) throw std::runtime_error("cannot run " ORVANITE_PROGRAM);
+  return child;
+}
+
+int waitFor(pid_t child) {
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 Folder::Folder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "orvanite-XXXXXX").string();
   if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder for files");
@@ -84,6 +107,18 @@ std::vector<std::string> Folder::names() const {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+SmallDisk::SmallDisk(const std::string& size)
+    : made(::mount("tmpfs", path().c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0) {}
+
+SmallDisk::~SmallDisk() {
+  if (made) ::umount2(path().c_str(), MNT_DETACH);
+}
+
+bool SmallDisk::remount(const std::string& size, unsigned long flags) {
+  return ::mount("tmpfs", path().c_str(), "tmpfs", MS_REMOUNT | flags, ("size=" + size).c_str()) ==
+         0;
 }
 
 }  // namespace orvanite::test

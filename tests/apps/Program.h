@@ -3,6 +3,8 @@
 // Runs the built programs as a shell would and keeps what they said; a folder for their files.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -23,6 +25,12 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 Outcome orvanite(const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment = {});
 
+/// Starts `orvanite` with these arguments and goes on; what it says is lost.
+pid_t start(const std::vector<std::string>& arguments);
+
+/// Waits for a process: its exit code, or 128 + the signal that ended it.
+int waitFor(pid_t child);
+
 /// A fresh folder that goes with the object.
 class Folder {
  public:
@@ -37,6 +45,19 @@ class Folder {
 
  private:
   std::filesystem::path path_;
+};
+
+/// A folder that is a file system of its own, in memory. Only root can make one: else it is not
+/// `made`, and the folder an ordinary one.
+class SmallDisk : public Folder {
+ public:
+  /// `size` as "64k" or "4m".
+  explicit SmallDisk(const std::string& size);
+  ~SmallDisk();
+  /// Gives it another size, with MS_RDONLY or without; whether it has it now.
+  bool remount(const std::string& size, unsigned long flags = 0);
+
+  bool made;
 };
 
 }  // namespace orvanite::test

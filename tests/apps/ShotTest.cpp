@@ -8,7 +8,6 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -31,26 +30,12 @@ using namespace std::chrono_literals;
 
 constexpr auto ready = std::future_status::ready;
 
-std::string number(int frame) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%04d", frame);
-  return text;
-}
-
-void writeShot(const Folder& folder, const std::string& name, int first, int last, int width = 24,
-               int height = 16) {
-  for (int frame = first; frame <= last; ++frame) {
-    write(randomImage(width, height, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(frame)),
-          folder / (name + "." + number(frame) + ".png"));
-  }
-}
-
 // Flat pictures: frame n is n in every channel.
 void writeCounter(const Folder& folder, const std::string& name, int first, int last) {
   for (int frame = first; frame <= last; ++frame) {
     Image image = randomImage(24, 16, 3, OIIO::TypeDesc::UINT8, 1);
     std::fill(image.samples.begin(), image.samples.end(), static_cast<float>(frame));
-    write(image, folder / (name + "." + number(frame) + ".png"));
+    write(image, folder / frameFile(name, frame));
   }
 }
 
@@ -60,25 +45,6 @@ bool isWhole(const std::string& file) {
   } catch (const std::exception&) {
     return false;
   }
-}
-
-pid_t start(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), ORVANITE_PROGRAM);
-  const pid_t child = ::fork();
-  if (child != 0) return child;
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  std::freopen("/dev/null", "w", stdout);
-  std::freopen("/dev/null", "w", stderr);
-  ::execv(ORVANITE_PROGRAM, argv.data());
-  ::_exit(127);
-}
-
-int waitFor(pid_t child) {
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 TEST(FrameRange, ReadsWhatPeopleAndFarmsWrite) {
@@ -108,8 +74,8 @@ TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
   const Folder folder;
   writeShot(plates, "fg", 8, 11);
   for (int frame = 8; frame <= 11; ++frame) {
-    ASSERT_EQ(orvanite({"key", "-q", plates / ("fg." + number(frame) + ".png"), "-o",
-                        folder / ("still." + number(frame) + ".png")})
+    ASSERT_EQ(orvanite({"key", "-q", plates / frameFile("fg", frame), "-o",
+                        folder / frameFile("still", frame)})
                   .code,
               0);
   }
@@ -120,8 +86,8 @@ TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
     const Outcome outcome = orvanite({"key", input, "-o", out / "out.####.png", "--threads", "3"});
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     for (int frame = 8; frame <= 11; ++frame) {
-      EXPECT_EQ(read(out / ("out." + number(frame) + ".png")).samples,
-                read(folder / ("still." + number(frame) + ".png")).samples)
+      EXPECT_EQ(read(out / frameFile("out", frame)).samples,
+                read(folder / frameFile("still", frame)).samples)
           << input << " frame " << frame;
     }
   }
@@ -161,7 +127,7 @@ TEST(Shot, SidePicturesFollowTheirOffsetsAndPastTheirEndsWhatWasAsked) {
                   "--bg-frame-offset", one.offset, "-o", out / "o.####.png"});
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     for (int frame = 1; frame <= 6; ++frame) {
-      EXPECT_EQ(read(out / ("o." + number(frame) + ".png")).samples[0],
+      EXPECT_EQ(read(out / frameFile("o", frame)).samples[0],
                 one.shown[static_cast<std::size_t>(frame - 1)])
           << one.time << ' ' << one.offset << " frame " << frame;
     }
@@ -249,13 +215,12 @@ std::vector<std::vector<std::string>> commandsFor(const Folder& folder, const Fo
 
 TEST(Shot, AFullOrReadOnlyDiskIsToldWithItsFrameAndAResumeCompletesTheShot) {
   const Folder folder;
-  const Folder disk;
   writeShot(folder, "fg", 1, 6, 160, 120);  // 160 x 120 x 3 random bytes: 56 KiB a frame
-  for (const std::vector<std::string>& command : commandsFor(folder, disk)) {
+  for (const std::size_t i : {0U, 1U}) {
+    SmallDisk disk("200k");
+    if (!disk.made) GTEST_SKIP() << "only root can make a small disk";
+    const std::vector<std::string> command = commandsFor(folder, disk)[i];
     SCOPED_TRACE(command[0]);
-    if (::mount("tmpfs", disk.path().c_str(), "tmpfs", 0, "size=200k") != 0) {
-      GTEST_SKIP() << "only root can make a small disk";
-    }
     const auto expectFailure = [&](const char* reason) {
       const Outcome outcome = orvanite(command);
       EXPECT_EQ(outcome.code, 4);
@@ -265,17 +230,13 @@ TEST(Shot, AFullOrReadOnlyDiskIsToldWithItsFrameAndAResumeCompletesTheShot) {
       EXPECT_LE(disk.names().size(), 3U);
       for (const std::string& name : disk.names()) EXPECT_TRUE(isWhole(disk / name)) << name;
     };
-    const auto remount = [&](unsigned long flags) {
-      return ::mount("tmpfs", disk.path().c_str(), "tmpfs", MS_REMOUNT | flags, "size=4m");
-    };
     expectFailure("cannot be written: No space left on device");
-    ASSERT_EQ(remount(MS_RDONLY), 0);
+    ASSERT_TRUE(disk.remount("4m", MS_RDONLY));
     expectFailure("Read-only file system");
-    ASSERT_EQ(remount(0), 0);
+    ASSERT_TRUE(disk.remount("4m"));
     EXPECT_EQ(orvanite(command).code, 0);
     EXPECT_EQ(disk.names().size(), 6U);
     for (const std::string& name : disk.names()) EXPECT_TRUE(isWhole(disk / name)) << name;
-    ::umount2(disk.path().c_str(), MNT_DETACH);
   }
 }
 
@@ -343,8 +304,7 @@ TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
       }
       command.push_back("--skip-existing");
       EXPECT_EQ(orvanite(command).code, 0);
-      for (int frame = 1; frame <= 40; ++frame)
-        EXPECT_TRUE(isWhole(out / ("o." + number(frame) + ".png")));
+      for (int frame = 1; frame <= 40; ++frame) EXPECT_TRUE(isWhole(out / frameFile("o", frame)));
       // What a kill left is gone.
       EXPECT_EQ(out.names().size(), 40U);
     }

@@ -6,7 +6,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <thread>
 
 namespace ofxTest {
@@ -18,63 +20,28 @@ thread_local bool spawned = false;
 
 // Every name of the standard that a keyer may set; a name beside these is a spelling mistake.
 const std::set<std::string>& settable() {
-  static const std::set<std::string> names = {"OfxPropLabel",
-                                              "OfxPropShortLabel",
-                                              "OfxPropLongLabel",
-                                              "OfxPropIcon",
-                                              "OfxPropVersion",
-                                              "OfxPropVersionLabel",
-                                              "OfxPropPluginDescription",
-                                              "OfxPropInstanceData",
-                                              "OfxPropName",
-                                              "OfxPropTime",
-                                              "OfxImageEffectPluginPropGrouping",
-                                              "OfxImageEffectPropSupportedContexts",
-                                              "OfxImageEffectPropSupportedPixelDepths",
-                                              "OfxImageEffectPluginPropSingleInstance",
-                                              "OfxImageEffectPluginPropHostFrameThreading",
-                                              "OfxImageEffectPluginRenderThreadSafety",
-                                              "OfxImageEffectPropSupportsMultiResolution",
-                                              "OfxImageEffectPropSupportsTiles",
-                                              "OfxImageEffectPropTemporalClipAccess",
-                                              "OfxImageEffectPluginPropFieldRenderTwiceAlways",
-                                              "OfxImageEffectPropMultipleClipDepths",
-                                              "OfxImageEffectPropSupportsMultipleClipPARs",
-                                              "OfxImageEffectPropClipPreferencesSlaveParam",
-                                              "OfxImageEffectPropSupportedComponents",
-                                              "OfxImageClipPropOptional",
-                                              "OfxImageClipPropIsMask",
-                                              "OfxImageClipPropFieldExtraction",
-                                              "OfxImageEffectPropPreMultiplication",
-                                              "OfxImageEffectFrameVarying",
-                                              "OfxImageEffectPropRegionOfDefinition",
-                                              "OfxImageClipPropComponents_Output",
-                                              "OfxImageClipPropRoI_Source",
-                                              "OfxImageClipPropRoI_Bg",
-                                              "OfxImageClipPropRoI_HoldOutMatte",
-                                              "OfxImageClipPropRoI_GarbageMatte",
-                                              "OfxImageClipPropRoI_Reference",
-                                              "OfxParamPropHint",
-                                              "OfxParamPropScriptName",
-                                              "OfxParamPropParent",
-                                              "OfxParamPropDefault",
-                                              "OfxParamPropMin",
-                                              "OfxParamPropMax",
-                                              "OfxParamPropDisplayMin",
-                                              "OfxParamPropDisplayMax",
-                                              "OfxParamPropIncrement",
-                                              "OfxParamPropDigits",
-                                              "OfxParamPropDimensionLabel",
-                                              "OfxParamPropAnimates",
-                                              "OfxParamPropSecret",
-                                              "OfxParamPropEnabled",
-                                              "OfxParamPropEvaluateOnChange",
-                                              "OfxParamPropPersistant",
-                                              "OfxParamPropChoiceOption",
-                                              "OfxParamPropStringMode",
-                                              "OfxParamPropGroupOpen",
-                                              "OfxParamPropPageChild",
-                                              "OfxPluginPropParamPageOrder"};
+  static std::istringstream words(
+      "OfxPropLabel OfxPropShortLabel OfxPropLongLabel OfxPropIcon OfxPropVersion "
+      "OfxPropVersionLabel OfxPropPluginDescription OfxPropInstanceData OfxPropName "
+      "OfxPropTime OfxImageEffectPluginPropGrouping OfxImageEffectPropSupportedContexts "
+      "OfxImageEffectPropSupportedPixelDepths OfxImageEffectPluginPropSingleInstance "
+      "OfxImageEffectPluginPropHostFrameThreading OfxImageEffectPluginRenderThreadSafety "
+      "OfxImageEffectPropSupportsMultiResolution OfxImageEffectPropSupportsTiles "
+      "OfxImageEffectPropTemporalClipAccess OfxImageEffectPluginPropFieldRenderTwiceAlways "
+      "OfxImageEffectPropMultipleClipDepths OfxImageEffectPropSupportsMultipleClipPARs "
+      "OfxImageEffectPropClipPreferencesSlaveParam OfxImageEffectPropSupportedComponents "
+      "OfxImageClipPropOptional OfxImageClipPropIsMask OfxImageClipPropFieldExtraction "
+      "OfxImageEffectPropPreMultiplication OfxImageEffectFrameVarying "
+      "OfxImageEffectPropRegionOfDefinition OfxImageClipPropComponents_Output "
+      "OfxImageClipPropRoI_Source OfxImageClipPropRoI_Bg OfxImageClipPropRoI_HoldOutMatte "
+      "OfxImageClipPropRoI_GarbageMatte OfxImageClipPropRoI_Reference OfxParamPropHint "
+      "OfxParamPropScriptName OfxParamPropParent OfxParamPropDefault OfxParamPropMin "
+      "OfxParamPropMax OfxParamPropDisplayMin OfxParamPropDisplayMax OfxParamPropIncrement "
+      "OfxParamPropDigits OfxParamPropDimensionLabel OfxParamPropAnimates OfxParamPropSecret "
+      "OfxParamPropEnabled OfxParamPropEvaluateOnChange OfxParamPropPersistant "
+      "OfxParamPropChoiceOption OfxParamPropStringMode OfxParamPropGroupOpen "
+      "OfxParamPropPageChild OfxPluginPropParamPageOrder");
+  static const std::set<std::string> names(std::istream_iterator<std::string>(words), {});
   return names;
 }
 
