@@ -10,12 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/cli/ColourOptions.h"
 #include "apps/cli/Commands.h"
 #include "apps/cli/KeyJob.h"
-#include "apps/cli/ParameterOptions.h"
+#include "apps/cli/KeyOptions.h"
 #include "apps/cli/SaveScript.h"
-#include "apps/cli/ScreenOptions.h"
 #include "apps/media/FrameRange.h"
 #include "apps/media/MovieSource.h"
 #include "apps/media/MovieWriter.h"
@@ -29,20 +27,6 @@ namespace {
 
 using media::Samples;
 using media::Source;
-
-struct KeyOptions {
-  std::string plate, background, holdOut, garbage, reference, output;
-  std::string matteOutput, statusOutput, foregroundOutput;
-  std::string codec, frameRate;
-  std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
-  int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
-  int threads = 0, inFlight = 0;
-  bool premultiply = false, quiet = false, skipExisting = false, keepGoing = false, json = false;
-  bool passThrough = false;
-  ParameterOptions parameters;
-  ScreenOptions screen;
-  ColourOptions colours;
-};
 
 std::string sizeOf(const media::Window& window) {
   return fmt::format("{}x{}", window.width, window.height);
@@ -249,6 +233,123 @@ void prepareKeyers(KeyJob& job, const Settings& settings, const Inputs& present)
   }
 }
 
+// Opens the plate and what goes beside it, and says what their files leave open.
+void openPictures(KeyJob& job, const KeyOptions& options) {
+  job.plate = Source::open(options.plate);
+  job.background = openSide(options.background, options.backgroundOffset, *job.plate, "background");
+  job.holdOut = openSide(options.holdOut, options.holdOutOffset, *job.plate, "hold-out matte");
+  job.garbage = openSide(options.garbage, options.garbageOffset, *job.plate, "garbage matte");
+  job.reference = openSide(ScreenOptions::estimates(options.reference) ? "" : options.reference,
+                           options.referenceOffset, *job.plate, "clean plate");
+  if (options.quiet) return;
+  for (const Source* source :
+       {job.plate.get(), job.background.source.get(), job.holdOut.source.get(),
+        job.garbage.source.get(), job.reference.source.get()}) {
+    if (source != nullptr && !source->notice().empty()) {
+      fmt::print(stderr, "{}\n", source->notice());
+    }
+  }
+}
+
+// The views to write, and the frames to key; none for a still.
+std::vector<int> addOutputs(KeyJob& job, const KeyOptions& options, const Settings& settings) {
+  std::vector<int> frames = framesOf(options, *job.plate);
+  const bool several = frames.size() > 1;
+  addOutput(job, std::string(settings.choice("output")), options.output, several);
+  addOutput(job, "matte", options.matteOutput, several);
+  addOutput(job, "status", options.statusOutput, several);
+  addOutput(job, "unpremultiplied", options.foregroundOutput, several);
+  const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(),
+                                  [](const ViewOutput& output) { return output.isMovie; });
+  if (!options.codec.empty() && !movies) {
+    throw Error(Fault::wrongUse, "--codec", "expected a movie to write, such as -o out.mov");
+  }
+  if (movies && frames.empty()) frames.push_back(1);
+  checkOutputs(job, options, frames.empty() ? std::vector<int>{1} : frames);
+  return frames;
+}
+
+void chooseSamples(KeyJob& job) {
+  job.samples = job.plate->info().samples;
+  if (job.background.source)
+    job.samples = std::max(job.samples, job.background.source->info().samples);
+  // Between spaces codes leave 0..1.
+  if (job.colours.used) job.samples = std::max(job.samples, Samples::half);
+  job.depth = media::depthOf(job.samples);
+}
+
+// The picture in which the screen is looked for. Whatever part of a shot is keyed, it is the same:
+// all tasks of a farm see the same screen.
+media::Picture screenPicture(const KeyJob& job, const KeyOptions& options,
+                             std::optional<int> frame) {
+  const auto read = [&] {
+    const media::Window whole = job.plate->info().display;
+    if (job.plate->isShot() || !frame) {
+      const int first = job.plate->isShot() ? job.plate->frames().front() : 1;
+      return job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
+    }
+    const auto pattern = media::FramePattern::ofFile(options.plate);
+    if (!pattern) {
+      throw Error::expected(Fault::wrongUse, "--screen-frame",
+                            "a plate with a frame number in its name", options.plate);
+    }
+    return media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
+  };
+  media::Picture picture = read();
+  job.colours.plate.apply(picture);
+  return picture;
+}
+
+// Looks at the plate where options ask for it, and estimates clean plates where they do.
+void lookAtScreen(KeyJob& job, KeyOptions& options, Settings& settings) {
+  options.screen.look([&](std::optional<int> frame) { return screenPicture(job, options, frame); },
+                      options.reference, job.depth, settings, options.quiet);
+  if (!options.screen.makesCleanPlates()) return;
+  job.cleanPlateOf = [&options](const media::Picture& plate) {
+    return options.screen.cleanPlateOf(plate);
+  };
+}
+
+// Makes a keyer for every view. Of the pictures only what the views and the switches use is read.
+void prepare(KeyJob& job, const Settings& settings) {
+  const Inputs present{job.background.source != nullptr, job.holdOut.source != nullptr,
+                       job.garbage.source != nullptr,
+                       job.reference.source != nullptr || job.cleanPlateOf != nullptr};
+  job.background.used = present.background && settings.view(present) == 0;
+  job.holdOut.used = present.holdOut && settings.toggle("useHoldOutMatte");
+  job.holdOut.channel = settings.text("holdOutChannel");
+  job.garbage.used = present.garbage && settings.toggle("useGarbageMatte");
+  job.garbage.channel = settings.text("garbageChannel");
+  job.reference.used = job.reference.source && settings.toggle("useReference");
+  job.screen = {settings.number("screen", 0), settings.number("screen", 1),
+                settings.number("screen", 2)};
+  prepareKeyers(job, settings, present);
+}
+
+int keyFrames(KeyJob& job, const KeyOptions& options, std::vector<int> frames) {
+  // Frames are read side by side, each by one thread.
+  if (frames.size() > 1) OIIO::attribute("threads", 1);
+  ShotOptions run;
+  run.frames = std::move(frames);
+  run.skipExisting = options.skipExisting;
+  run.keepGoing = options.keepGoing;
+  run.inFlight = options.inFlight;
+  run.progress = options.quiet ? ProgressForm::none : progressFormOf(options.progress);
+  run.json = options.json;
+  openMovies(job, options, run.frames);
+  return keyShot(job, run);
+}
+
+int keyOne(const KeyJob& job, bool quiet) {
+  const double seconds = keyStill(job, 1);
+  if (!quiet) {
+    fmt::print("{}: {}, {}, {}; keyed in {:.1f} ms on {} {}\n", job.outputs[0].fileOf(1),
+               sizeOf(job.plate->info().data), media::nameOf(job.samples), job.outputs[0].output,
+               seconds * 1000, job.threads, job.threads == 1 ? "thread" : "threads");
+  }
+  return success;
+}
+
 int runKey(KeyOptions& options) {
   if (options.plate.empty())
     throw Error(Fault::wrongUse, "key", "expected a plate: orvanite key PLATE -o OUT");
@@ -266,196 +367,25 @@ int runKey(KeyOptions& options) {
   job.passThrough = options.passThrough;
   job.pastEnd = pastEndOf(options.pastEnd);
   OIIO::attribute("threads", job.threads);
-  job.plate = Source::open(options.plate);
-  job.background = openSide(options.background, options.backgroundOffset, *job.plate, "background");
-  job.holdOut = openSide(options.holdOut, options.holdOutOffset, *job.plate, "hold-out matte");
-  job.garbage = openSide(options.garbage, options.garbageOffset, *job.plate, "garbage matte");
-  job.reference = openSide(ScreenOptions::estimates(options.reference) ? "" : options.reference,
-                           options.referenceOffset, *job.plate, "clean plate");
-
-  if (!options.quiet) {
-    for (const Source* source :
-         {job.plate.get(), job.background.source.get(), job.holdOut.source.get(),
-          job.garbage.source.get(), job.reference.source.get()}) {
-      if (source != nullptr && !source->notice().empty()) {
-        fmt::print(stderr, "{}\n", source->notice());
-      }
-    }
-  }
-  std::vector<int> frames = framesOf(options, *job.plate);
-  const bool several = frames.size() > 1;
-  addOutput(job, std::string(settings.choice("output")), options.output, several);
-  addOutput(job, "matte", options.matteOutput, several);
-  addOutput(job, "status", options.statusOutput, several);
-  addOutput(job, "unpremultiplied", options.foregroundOutput, several);
-  const auto isMovie = [](const ViewOutput& output) { return output.isMovie; };
-  const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(), isMovie);
-  if (!options.codec.empty() && !movies) {
-    throw Error(Fault::wrongUse, "--codec", "expected a movie to write, such as -o out.mov");
-  }
-  if (movies && frames.empty()) frames.push_back(1);
-  const bool shot = !frames.empty();
-  checkOutputs(job, options, shot ? frames : std::vector<int>{1});
+  openPictures(job, options);
+  std::vector<int> frames = addOutputs(job, options, settings);
   job.colours = options.colours.path();
   chooseEncoding(options, *job.plate, job.colours, settings);
-
-  job.samples = job.plate->info().samples;
-  if (job.background.source)
-    job.samples = std::max(job.samples, job.background.source->info().samples);
-  // Between spaces codes leave 0..1.
-  if (job.colours.used) job.samples = std::max(job.samples, Samples::half);
-  job.depth = media::depthOf(job.samples);
-  const media::Window whole = job.plate->info().display;
-  options.screen.look(
-      [&](std::optional<int> frame) {
-        if (!job.plate->isShot() && frame) {
-          const auto pattern = media::FramePattern::ofFile(options.plate);
-          if (!pattern) {
-            throw Error::expected(Fault::wrongUse, "--screen-frame",
-                                  "a plate with a frame number in its name", options.plate);
-          }
-          auto picture = media::PictureReader(pattern->path(*frame)).read(job.depth, whole, 1);
-          job.colours.plate.apply(picture);
-          return picture;
-        }
-        // Whatever part of the shot is keyed: all tasks of a farm see the same screen.
-        const int first = job.plate->isShot() ? job.plate->frames().front() : 1;
-        auto picture = job.plate->read(frame.value_or(first), {job.depth, whole, 1, ""});
-        job.colours.plate.apply(picture);
-        return picture;
-      },
-      options.reference, job.depth, settings, options.quiet);
-  if (options.screen.makesCleanPlates()) {
-    job.cleanPlateOf = [&options](const media::Picture& plate) {
-      return options.screen.cleanPlateOf(plate);
-    };
-  }
-  const Inputs present{job.background.source != nullptr, job.holdOut.source != nullptr,
-                       job.garbage.source != nullptr,
-                       job.reference.source != nullptr || job.cleanPlateOf != nullptr};
-  // Only what the views and the switches use is read.
-  job.background.used = present.background && settings.view(present) == 0;
-  job.holdOut.used = present.holdOut && settings.toggle("useHoldOutMatte");
-  job.holdOut.channel = settings.text("holdOutChannel");
-  job.garbage.used = present.garbage && settings.toggle("useGarbageMatte");
-  job.garbage.channel = settings.text("garbageChannel");
-  job.reference.used = job.reference.source && settings.toggle("useReference");
-  job.screen = {settings.number("screen", 0), settings.number("screen", 1),
-                settings.number("screen", 2)};
-  prepareKeyers(job, settings, present);
+  chooseSamples(job);
+  lookAtScreen(job, options, settings);
+  prepare(job, settings);
   if (!options.saveScript.empty()) {
     saveText(options.saveScript, scriptOfJob(options, job, settings));
   }
   if (!options.savePreset.empty()) savePreset(settings, options.savePreset);
-
-  if (shot) {
-    // Frames are read side by side, each by one thread.
-    if (several) OIIO::attribute("threads", 1);
-    ShotOptions run;
-    run.frames = std::move(frames);
-    run.skipExisting = options.skipExisting;
-    run.keepGoing = options.keepGoing;
-    run.inFlight = options.inFlight;
-    run.progress = options.quiet ? ProgressForm::none : progressFormOf(options.progress);
-    run.json = options.json;
-    openMovies(job, options, run.frames);
-    return keyShot(job, run);
-  }
-  const double seconds = keyStill(job, 1);
-  if (!options.quiet) {
-    fmt::print("{}: {}, {}, {}; keyed in {:.1f} ms on {} {}\n", job.outputs[0].fileOf(1),
-               sizeOf(job.plate->info().data), media::nameOf(job.samples), job.outputs[0].output,
-               seconds * 1000, job.threads, job.threads == 1 ? "thread" : "threads");
-  }
-  return success;
+  return frames.empty() ? keyOne(job, options.quiet) : keyFrames(job, options, std::move(frames));
 }
 
 }  // namespace
 
 Run declareKey(CLI::App& command) {
   auto options = std::make_shared<KeyOptions>();
-  command.add_option(
-      "PLATE", options->plate,
-      "What to key, in any format that OpenImageIO reads: a picture, a numbered "
-      "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr), a folder of one, or a "
-      "movie that FFmpeg decodes, whose frames count from 1.");
-  const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
-                        const char* help) {
-    command.add_option(names, to, help)->group(group)->type_name(type)->take_last();
-  };
-  const auto number = [&](const char* group, const char* names, int& to, const char* help) {
-    command.add_option(names, to, help)->group(group)->type_name("N")->take_last();
-  };
-  const auto flag = [&](const char* group, const char* names, bool& to, const char* help) {
-    command.add_flag(names, to, help)->group(group);
-  };
-  const char* files = "Files";
-  text(
-      files, "FILE", "-o,--out", options->output,
-      "Where to write; the ending says the format, a shot needs a pattern or a movie's name. Files "
-      "appear when they are whole. [required]");
-  text(files, "FILE", "--bg,--background", options->background,
-       "Background picture for the output composite.");
-  text(files, "FILE", "--hold-out", options->holdOut,
-       "Hold-out matte: white keeps the foreground.");
-  text(files, "FILE", "--garbage", options->garbage, "Garbage matte: white cuts away.");
-  text(files, "FILE", "--reference", options->reference,
-       "Clean plate: the screen without the subject (8- and 16-bit plates); auto estimates it from "
-       "the plate.");
-  text(files, "FILE", "--matte-output", options->matteOutput, "Writes the matte as well.");
-  text(files, "FILE", "--status-output", options->statusOutput, "Writes the status as well.");
-  text(files, "FILE", "--foreground-output", options->foregroundOutput,
-       "Writes the unpremultiplied foreground as well.");
-  flag(files, "--premultiply", options->premultiply,
-       "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
-       "unpremultiplied. [default off]");
-  text(files, "FILE", "--preset", options->preset, "Parameters from a preset; options go over it.");
-  text(files, "FILE", "--save-preset", options->savePreset,
-       "Writes all parameters in force as a preset.");
-  text(files, "FILE", "--save-script", options->saveScript,
-       "Writes the graph as a script that orvanite run renders to the same pixels.");
-
-  text(files, "NAME", "--codec", options->codec,
-       "Of a movie: prores4444, ffv1, vp9, qtrle and png hold alpha, h264 does not. [default "
-       "prores4444 in .mov, ffv1 in .mkv and .avi, vp9 in .webm, h264 in .mp4]");
-  text(files, "RATE", "--fps", options->frameRate,
-       "Frames a second of a movie, such as 24 or 24000/1001. [default the plate's, else 24]");
-
-  const char* shots = "Shots";
-  text(shots, "FRAMES", "--frames", options->frames,
-       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are ignored. "
-       "[default all]");
-  number(shots, "--bg-frame-offset", options->backgroundOffset,
-         "Added to the plate's frame for the background's. [frames, default 0]");
-  number(shots, "--hold-out-frame-offset", options->holdOutOffset,
-         "The same for the hold-out matte. [frames, default 0]");
-  number(shots, "--garbage-frame-offset", options->garbageOffset,
-         "The same for the garbage matte. [frames, default 0]");
-  number(shots, "--reference-frame-offset", options->referenceOffset,
-         "The same for the clean plate. [frames, default 0]");
-  text(shots, "hold|loop|black", "--bg-time", options->pastEnd,
-       "What a background or matte shows past its ends. A still is always held. [default hold]");
-  flag(shots, "--skip-existing", options->skipExisting,
-       "Leave frames whose outputs exist: resumes a stopped shot. A movie exists when it is whole; "
-       "a stopped one is begun again. [default off]");
-  flag(shots, "--keep-going", options->keepGoing, "Go on after a frame that failed. [default off]");
-
-  const char* running = "Running";
-  number(running, "--threads", options->threads,
-         "Threads to work on. [1 to 1024, default the task's share or all processors]");
-  number(running, "--in-flight", options->inFlight,
-         "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
-         "busy within 1.25 GiB]");
-  text(running, "bar|plain|openjd|alf|none", "--progress", options->progress,
-       "Of a shot. [default a bar on a terminal, else plain]");
-  flag(running, "--json", options->json,
-       "Print one JSON object per frame of a shot, and a summary. [default off]");
-  flag(running, "--no-key", options->passThrough,
-       "Read and write only, to see what that takes. [default off]");
-  flag(running, "-q,--quiet", options->quiet, "Say nothing but errors.");
-  options->parameters.addTo(command);
-  options->screen.addTo(command);
-  options->colours.addTo(command);
+  options->addTo(command);
   return [options] { return runKey(*options); };
 }
 

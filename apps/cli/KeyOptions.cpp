@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The help of `orvanite key` is read by people, by the manual page and by the shells' completion.
+#include "apps/cli/KeyOptions.h"
+
+namespace orvanite::cli {
+
+void KeyOptions::addTo(CLI::App& command) {
+  command.add_option(
+      "PLATE", plate,
+      "What to key, in any format that OpenImageIO reads: a picture, a numbered "
+      "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr), a folder of one, or a "
+      "movie that FFmpeg decodes, whose frames count from 1.");
+  const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
+                        const char* help) {
+    command.add_option(names, to, help)->group(group)->type_name(type)->take_last();
+  };
+  const auto number = [&](const char* group, const char* names, int& to, const char* help) {
+    command.add_option(names, to, help)->group(group)->type_name("N")->take_last();
+  };
+  const auto flag = [&](const char* group, const char* names, bool& to, const char* help) {
+    command.add_flag(names, to, help)->group(group);
+  };
+  const char* files = "Files";
+  text(
+      files, "FILE", "-o,--out", output,
+      "Where to write; the ending says the format, a shot needs a pattern or a movie's name. Files "
+      "appear when they are whole. [required]");
+  text(files, "FILE", "--bg,--background", background,
+       "Background picture for the output composite.");
+  text(files, "FILE", "--hold-out", holdOut, "Hold-out matte: white keeps the foreground.");
+  text(files, "FILE", "--garbage", garbage, "Garbage matte: white cuts away.");
+  text(files, "FILE", "--reference", reference,
+       "Clean plate: the screen without the subject (8- and 16-bit plates); auto estimates it from "
+       "the plate.");
+  text(files, "FILE", "--matte-output", matteOutput, "Writes the matte as well.");
+  text(files, "FILE", "--status-output", statusOutput, "Writes the status as well.");
+  text(files, "FILE", "--foreground-output", foregroundOutput,
+       "Writes the unpremultiplied foreground as well.");
+  flag(files, "--premultiply", premultiply,
+       "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
+       "unpremultiplied. [default off]");
+  text(files, "FILE", "--preset", preset, "Parameters from a preset; options go over it.");
+  text(files, "FILE", "--save-preset", savePreset, "Writes all parameters in force as a preset.");
+  text(files, "FILE", "--save-script", saveScript,
+       "Writes the graph as a script that orvanite run renders to the same pixels.");
+
+  text(files, "NAME", "--codec", codec,
+       "Of a movie: prores4444, ffv1, vp9, qtrle and png hold alpha, h264 does not. [default "
+       "prores4444 in .mov, ffv1 in .mkv and .avi, vp9 in .webm, h264 in .mp4]");
+  text(files, "RATE", "--fps", frameRate,
+       "Frames a second of a movie, such as 24 or 24000/1001. [default the plate's, else 24]");
+
+  const char* shots = "Shots";
+  text(shots, "FRAMES", "--frames", frames,
+       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are ignored. "
+       "[default all]");
+  number(shots, "--bg-frame-offset", backgroundOffset,
+         "Added to the plate's frame for the background's. [frames, default 0]");
+  number(shots, "--hold-out-frame-offset", holdOutOffset,
+         "The same for the hold-out matte. [frames, default 0]");
+  number(shots, "--garbage-frame-offset", garbageOffset,
+         "The same for the garbage matte. [frames, default 0]");
+  number(shots, "--reference-frame-offset", referenceOffset,
+         "The same for the clean plate. [frames, default 0]");
+  text(shots, "hold|loop|black", "--bg-time", pastEnd,
+       "What a background or matte shows past its ends. A still is always held. [default hold]");
+  flag(shots, "--skip-existing", skipExisting,
+       "Leave frames whose outputs exist: resumes a stopped shot. A movie exists when it is whole; "
+       "a stopped one is begun again. [default off]");
+  flag(shots, "--keep-going", keepGoing, "Go on after a frame that failed. [default off]");
+
+  const char* running = "Running";
+  number(running, "--threads", threads,
+         "Threads to work on. [1 to 1024, default the task's share or all processors]");
+  number(running, "--in-flight", inFlight,
+         "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
+         "busy within 1.25 GiB]");
+  text(running, "bar|plain|openjd|alf|none", "--progress", progress,
+       "Of a shot. [default a bar on a terminal, else plain]");
+  flag(running, "--json", json,
+       "Print one JSON object per frame of a shot, and a summary. [default off]");
+  flag(running, "--no-key", passThrough,
+       "Read and write only, to see what that takes. [default off]");
+  flag(running, "-q,--quiet", quiet, "Say nothing but errors.");
+  parameters.addTo(command);
+  screen.addTo(command);
+  colours.addTo(command);
+}
+
+}  // namespace orvanite::cli

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The options of `orvanite key`, as they were given.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "apps/cli/ColourOptions.h"
+#include "apps/cli/ParameterOptions.h"
+#include "apps/cli/ScreenOptions.h"
+
+namespace orvanite::cli {
+
+struct KeyOptions {
+  std::string plate, background, holdOut, garbage, reference, output;
+  std::string matteOutput, statusOutput, foregroundOutput;
+  std::string codec, frameRate;
+  std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
+  int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
+  int threads = 0, inFlight = 0;
+  bool premultiply = false, quiet = false, skipExisting = false, keepGoing = false, json = false;
+  bool passThrough = false;
+  ParameterOptions parameters;
+  ScreenOptions screen;
+  ColourOptions colours;
+
+  /// Declares them, with their help. The command must not outlive this.
+  void addTo(CLI::App& command);
+};
+
+}  // namespace orvanite::cli
