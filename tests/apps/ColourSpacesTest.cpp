@@ -87,11 +87,11 @@ TEST(ColourSpaces, AnEightBitPlateIsKeyedInFloatAndWrittenToHalf) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
   write(randomImage(16, 16, 3, OIIO::TypeDesc::UINT8, 3), folder / "plate.png");
-  ASSERT_EQ(
-      orvanite({"key", folder / "plate.png", "--ocio", folder / "config.ocio", "--input-space",
-                "root", "--output-space", "light", "--no-key", "-o", folder / "out.exr"})
-          .code,
-      0);
+  ASSERT_EQ(orvanite(folder,
+                     "key @plate.png --ocio @config.ocio --input-space root --output-space light "
+                     "--no-key -o @out.exr")
+                .code,
+            0);
   const Image plate = read(folder / "plate.png"), out = read(folder / "out.exr");
   EXPECT_EQ(out.spec.format, OIIO::TypeDesc::HALF);
   for (std::size_t p = 0; p < 256; ++p) {
@@ -108,31 +108,25 @@ TEST(ColourSpaces, SayWhatIsWrong) {
   std::ofstream(folder / "broken.ocio") << "no: [configuration";
   write(floats(1, 1), folder / "plate.exr");
   const struct {
-    std::vector<std::string> options;
+    std::string options;
     int code;
     std::string says;
   } cases[] = {
-      {{"--ocio", folder / "config.ocio", "--input-space", "twize"},
-       2,
+      {"--ocio @config.ocio --input-space twize", 2,
        "--input-space: expected a colour space of " + folder / "config.ocio" +
            " (light, twice, quadruple, root), found 'twize'"},
-      {{"--input-space", "twice"}, 2, "--input-space: expected an OpenColorIO configuration"},
-      {{"--ocio", folder / "config.ocio"}, 2, "--ocio: expected --input-space"},
-      {{"--output-space", "twice"}, 2, "--output-space: expected --input-space"},
-      {{"--ocio", folder / "none.ocio", "--input-space", "twice"}, 1, "there is no such"},
-      {{"--ocio", "/dev/zero", "--input-space", "twice"}, 1, "expected a file of at most 67108864"},
-      {{"--ocio", folder / "broken.ocio", "--input-space", "twice"},
-       1,
-       "no OpenColorIO configuration"},
-      {{"--ocio", folder / "config.ocio", "--input-space", "twice", "--save-script",
-        folder / "s.orv"},
-       2,
+      {"--input-space twice", 2, "--input-space: expected an OpenColorIO configuration"},
+      {"--ocio @config.ocio", 2, "--ocio: expected --input-space"},
+      {"--output-space twice", 2, "--output-space: expected --input-space"},
+      {"--ocio @none.ocio --input-space twice", 1, "there is no such"},
+      {"--ocio /dev/zero --input-space twice", 1, "expected a file of at most 67108864"},
+      {"--ocio @broken.ocio --input-space twice", 1, "no OpenColorIO configuration"},
+      {"--ocio @config.ocio --input-space twice --save-script @s.orv", 2,
        "a script cannot hold colour spaces"},
   };
   for (const auto& c : cases) {
-    std::vector<std::string> arguments{"key", "-q", folder / "plate.exr", "-o", folder / "out.exr"};
-    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
-    const Outcome outcome = orvanite(arguments, {"OCIO="});
+    const Outcome outcome =
+        orvanite(words(folder, "key -q @plate.exr -o @out.exr " + c.options), {"OCIO="});
     EXPECT_EQ(outcome.code, c.code) << c.says << '\n' << outcome.err;
     EXPECT_NE(outcome.err.find(c.says), std::string::npos) << c.says << '\n' << outcome.err;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;

@@ -21,9 +21,8 @@ TEST(Compare, GivesTheFiguresOfAKnownDifference) {
   // Red differs by 51/255 = 0.2 at one of four pixels: mean 0.05, root mean square 0.1.
   image.samples[3] = 151;
   write(image, folder / "b.png");
-  EXPECT_EQ(orvanite({"compare", folder / "a.png", folder / "a.png"}).code, 0);
-  const Outcome outcome =
-      orvanite({"compare", folder / "a.png", folder / "b.png", "--difference", folder / "d.png"});
+  EXPECT_EQ(orvanite(folder, "compare @a.png @a.png").code, 0);
+  const Outcome outcome = orvanite(folder, "compare @a.png @b.png --difference @d.png");
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "");
   // The second of four pixels.
@@ -39,17 +38,15 @@ TEST(Compare, GivesTheFiguresOfAKnownDifference) {
   EXPECT_EQ(difference.samples[0], 0);
   EXPECT_EQ(difference.samples[3], 255);
 
-  ASSERT_EQ(orvanite({"compare", folder / "a.png", folder / "b.png", "--difference",
-                      folder / "d.png", "--difference-gain", "4"})
-                .code,
+  ASSERT_EQ(orvanite(folder, "compare @a.png @b.png --difference @d.png --difference-gain 4").code,
             1);
   EXPECT_EQ(read(folder / "d.png").samples[4], 204);
 
   write(randomImage(4, 2, 3, OIIO::TypeDesc::UINT8, 1), folder / "c.png");
-  const Outcome sizes = orvanite({"compare", folder / "a.png", folder / "c.png"});
+  const Outcome sizes = orvanite(folder, "compare @a.png @c.png");
   EXPECT_EQ(sizes.code, 2);
   EXPECT_NE(sizes.err.find("expected a picture of the size 4x1, found 4x2"), std::string::npos);
-  EXPECT_EQ(orvanite({"compare", folder / "a.png"}).code, 2);
+  EXPECT_EQ(orvanite(folder, "compare @a.png").code, 2);
 }
 
 TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
@@ -63,8 +60,8 @@ TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
     image.samples[6 * 3 + 1] = frame == 3 ? 151 : 100;
     write(image, folder / ("b." + std::to_string(frame) + ".png"));
   }
-  const Outcome outcome = orvanite({"compare", folder / "a.#.png", folder / "b.#.png", "--json",
-                                    "--difference", folder / "d.#.png"});
+  const Outcome outcome =
+      orvanite(folder, "compare @a.#.png @b.#.png --json --difference @d.#.png");
   EXPECT_EQ(outcome.code, 1) << outcome.err;
   const auto found = nlohmann::json::parse(outcome.out);
   EXPECT_EQ(found["frames"], (std::vector<int>{2, 3, 5}));
@@ -76,11 +73,8 @@ TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
   EXPECT_EQ(g["largestAt"], (std::vector<int>{2, 1}));
   EXPECT_EQ(found["channels"]["R"]["differentPixels"], 0);
   EXPECT_EQ(read(folder / "d.3.png").samples[6 * 4 + 1], 51);  // with alpha
-  EXPECT_EQ(orvanite({"compare", folder / "a.#.png", folder / "b.#.png", "--difference",
-                      folder / "d.png"})
-                .code,
-            2);
-  EXPECT_EQ(orvanite({"compare", folder / "a.#.png", folder / "b.4.png", "--frames", "9"}).code, 3);
+  EXPECT_EQ(orvanite(folder, "compare @a.#.png @b.#.png --difference @d.png").code, 2);
+  EXPECT_EQ(orvanite(folder, "compare @a.#.png @b.4.png --frames 9").code, 3);
 
   // One half of the frame against all of it: the rest is nothing.
   Image half = randomImage(2, 2, 3, OIIO::TypeDesc::HALF, 1);
@@ -92,8 +86,8 @@ TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
   Image whole = randomImage(4, 2, 3, OIIO::TypeDesc::HALF, 1);
   whole.samples.assign(24, 0.5F);
   write(whole, folder / "whole.exr");
-  const auto windows = nlohmann::json::parse(
-      orvanite({"compare", "--json", folder / "half.exr", folder / "whole.exr"}).out);
+  const auto windows =
+      nlohmann::json::parse(orvanite(folder, "compare --json @half.exr @whole.exr").out);
   EXPECT_EQ(windows["channels"]["R"]["differentPixels"], 4);
   EXPECT_EQ(windows["channels"]["R"]["mean"], 0.25);
 }
@@ -135,8 +129,7 @@ TEST(Info, SaysWhatAPlateIsAndWhatScreenItHas) {
   std::vector<std::string> key{"key", "-q", folder / "a.0002.png", "-o", folder / "own.png"};
   for (const auto& word : object["recommended"]) key.push_back(word);
   EXPECT_EQ(orvanite(key).code, 0);
-  EXPECT_EQ(
-      orvanite({"key", "-q", folder / "a.0002.png", "--auto", "-o", folder / "auto.png"}).code, 0);
+  EXPECT_EQ(orvanite(folder, "key -q @a.0002.png --auto -o @auto.png").code, 0);
   EXPECT_EQ(read(folder / "own.png").samples, read(folder / "auto.png").samples);
 
   // One that is no picture does not keep the others back; a grey one has no screen.
@@ -148,7 +141,7 @@ TEST(Info, SaysWhatAPlateIsAndWhatScreenItHas) {
   EXPECT_EQ(several.code, 1);
   EXPECT_NE(several.err.find("none.png: "), std::string::npos);
   EXPECT_EQ(std::count(several.out.begin(), several.out.end(), '\n'), 2);
-  EXPECT_NE(orvanite({"info", folder / "grey.png"}).out.find("none found"), std::string::npos);
+  EXPECT_NE(orvanite(folder, "info @grey.png").out.find("none found"), std::string::npos);
   EXPECT_EQ(orvanite({"info"}).code, 2);
 }
 

@@ -21,19 +21,13 @@ TEST(MovieOut, LosslessCodecsBringBackEveryBitAndAlpha) {
   for (const OIIO::TypeDesc type : {OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT16}) {
     const Folder folder;
     writeShot(folder, "s", 1, 3, 35, 21, 4, type);
-    for (const Arguments& output : std::vector<Arguments>{{"ffv1.mkv"},
-                                                          {"ffv1.avi"},
-                                                          {"ffv1.mov", "--codec", "ffv1"},
-                                                          {"png.mov", "--codec", "png"},
-                                                          {"qtrle.mov", "--codec", "qtrle"}}) {
-      if (output[0] == "qtrle.mov" && type == OIIO::TypeDesc::UINT16) continue;  // 8 bits only
-      SCOPED_TRACE(output[0] + " " + type.c_str());
-      Arguments key{"key", "-q", "--no-key", folder / "s.####.png", "-o", folder / output[0]};
-      key.insert(key.end(), output.begin() + 1, output.end());
-      const Outcome out = orvanite(key);
+    for (const std::string movie : {"ffv1.mkv", "ffv1.avi", "ffv1.mov", "png.mov", "qtrle.mov"}) {
+      if (movie == "qtrle.mov" && type == OIIO::TypeDesc::UINT16) continue;  // 8 bits only
+      SCOPED_TRACE(movie + " " + type.c_str());
+      const Outcome out = orvanite(folder, "key -q --no-key @s.####.png -o @" + movie +
+                                               " --codec " + movie.substr(0, movie.find('.')));
       ASSERT_EQ(out.code, 0) << out.err;
-      const Outcome back =
-          orvanite({"key", "-q", "--no-key", folder / output[0], "-o", folder / "b.####.png"});
+      const Outcome back = orvanite(folder, "key -q --no-key @" + movie + " -o @b.####.png");
       ASSERT_EQ(back.code, 0) << back.err;
       for (int frame = 1; frame <= 3; ++frame) {
         expectSame(folder / frameFile("s", frame), folder / frameFile("b", frame));
@@ -116,8 +110,7 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
     const auto bytes = std::filesystem::file_size(folder / "sound");
     EXPECT_NEAR(static_cast<double>(bytes) / 2 / 48000, 2.002, 1024.0 / 48000);
   }
-  const Outcome gaps =
-      orvanite({"key", folder / "s.mov", "--frames", "1-20x2", "-o", folder / "g.mov"});
+  const Outcome gaps = orvanite(folder, "key @s.mov --frames 1-20x2 -o @g.mov");
   EXPECT_NE(gaps.err.find("the sound is left out"), std::string::npos) << gaps.err;
   EXPECT_EQ(streamsOf(folder / "g.mov")[0]["nb_frames"], "10");
 }
@@ -125,19 +118,17 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
 TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
   const Folder folder;
   write(randomImage(21, 20, 3, OIIO::TypeDesc::UINT8, 1), folder / "s.png");
-  const std::pair<Arguments, const char*> cases[] = {
-      {{"-o", folder / "m.mov", "--codec", "dnx"},
+  const std::pair<std::string, const char*> cases[] = {
+      {"-o @m.mov --codec dnx",
        "--codec: expected one of prores4444, h264, ffv1, vp9, qtrle, png, found 'dnx'"},
-      {{"-o", folder / "m.webm", "--codec", "png"}, "expected an ending that holds png: .mov"},
-      {{"-o", folder / "m.wmv"}, "expected a movie ending that can be written: .mov"},
-      {{"-o", folder / "m.mp4"}, "h264 takes an even width and height, found 21x20"},
-      {{"-o", folder / "m.mov", "--fps", "fast"}, "--fps: expected frames a second"},
-      {{"-o", folder / "m.mov", "--keep-going"}, "a movie cannot leave frames out"},
-      {{"-o", folder / "m.png", "--codec", "png"}, "--codec: expected a movie to write"}};
-  for (const auto& [arguments, message] : cases) {
-    Arguments key{"key", "-q", folder / "s.png"};
-    key.insert(key.end(), arguments.begin(), arguments.end());
-    const Outcome outcome = orvanite(key);
+      {"-o @m.webm --codec png", "expected an ending that holds png: .mov"},
+      {"-o @m.wmv", "expected a movie ending that can be written: .mov"},
+      {"-o @m.mp4", "h264 takes an even width and height, found 21x20"},
+      {"-o @m.mov --fps fast", "--fps: expected frames a second"},
+      {"-o @m.mov --keep-going", "a movie cannot leave frames out"},
+      {"-o @m.png --codec png", "--codec: expected a movie to write"}};
+  for (const auto& [output, message] : cases) {
+    const Outcome outcome = orvanite(folder, "key -q @s.png " + output);
     EXPECT_EQ(outcome.code, 2) << message;
     EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
   }

@@ -38,7 +38,7 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
     const Outcome movie = orvanite(
         {"key", "-q", folder / one.movie, "--frames", "5,2-3,6", "-o", folder / "m.####.png"});
     ASSERT_EQ(movie.code, 0) << movie.err;
-    ASSERT_EQ(orvanite({"key", "-q", folder / "s.####.png", "-o", folder / "k.####.png"}).code, 0);
+    ASSERT_EQ(orvanite(folder, "key -q @s.####.png -o @k.####.png").code, 0);
     for (int frame : {2, 3, 5, 6}) {
       expectSame(folder / frameFile("m", frame), folder / frameFile("k", frame));
     }
@@ -60,13 +60,9 @@ TEST(MovieIn, FramesAreExactInTheMiddleOfLongGroupsOfPictures) {
   const Folder folder;
   ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=2", "-c:v", "libx264", "-g", "20", "-bf",
           "3", "-pix_fmt", "yuv420p", folder / "m.mp4"});
-  ASSERT_EQ(orvanite({"key", "-q", "--no-key", folder / "m.mp4", "-o", folder / "s.####.png"}).code,
-            0);
+  ASSERT_EQ(orvanite(folder, "key -q --no-key @m.mp4 -o @s.####.png").code, 0);
   EXPECT_TRUE(std::filesystem::exists(folder / "s.0050.png"));
-  ASSERT_EQ(orvanite({"key", "-q", folder / "m.mp4", "--frames", "47,19-22,3,50,60", "-o",
-                      folder / "m.####.png"})
-                .code,
-            0);
+  ASSERT_EQ(orvanite(folder, "key -q @m.mp4 --frames 47,19-22,3,50,60 -o @m.####.png").code, 0);
   for (int frame : {3, 19, 20, 21, 22, 47, 50}) {
     ASSERT_EQ(orvanite({"key", "-q", folder / frameFile("s", frame), "-o", folder / "k.png"}).code,
               0);
@@ -126,8 +122,7 @@ TEST(MovieIn, ColoursFollowMatrixRangeAndSiting) {
     make.insert(make.end(), one.tags.begin(), one.tags.end());
     make.push_back(folder / "m.mkv");
     ffmpeg(make);
-    const Outcome outcome =
-        orvanite({"key", "--no-key", folder / "m.mkv", "-o", folder / "o.#.png"});
+    const Outcome outcome = orvanite(folder, "key --no-key @m.mkv -o @o.#.png");
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(outcome.err.find("not tagged") != std::string::npos, one.tags.empty()) << outcome.err;
     const Image image = read(folder / "o.1.png");

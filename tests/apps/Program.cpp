@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace orvanite::test {
@@ -107,6 +108,19 @@ std::vector<std::string> Folder::names() const {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::vector<std::string> words(const Folder& folder, const std::string& line) {
+  std::istringstream text(line);
+  std::vector<std::string> words;
+  for (std::string word; text >> word;) {
+    words.push_back(word[0] == '@' ? folder / word.substr(1) : word);
+  }
+  return words;
+}
+
+Outcome orvanite(const Folder& folder, const std::string& line) {
+  return orvanite(words(folder, line));
 }
 
 SmallDisk::SmallDisk(const std::string& size)

@@ -47,6 +47,12 @@ class Folder {
   std::filesystem::path path_;
 };
 
+/// The words of a line, in which @ stands for the folder: "key @fg.png -o @out.png".
+std::vector<std::string> words(const Folder& folder, const std::string& line);
+
+/// Runs `orvanite` with the words of such a line.
+Outcome orvanite(const Folder& folder, const std::string& line);
+
 /// A folder that is a file system of its own, in memory. Only root can make one: else it is not
 /// `made`, and the folder an ordinary one.
 class SmallDisk : public Folder {

@@ -130,7 +130,7 @@ TEST(SaveScript, BothWaysOfKeyingAgreeOnWindowsAndGreyPictures) {
     ASSERT_EQ(keyed.code, 0) << keyed.err;
     const Image expected[] = {read(out(1)), read(out(2))};
     EXPECT_EQ(windowOf(expected[0].spec), one.window);
-    const Outcome ran = orvanite({"run", "-q", folder / "s.orv", "--frames", "1-2"});
+    const Outcome ran = orvanite(folder, "run -q @s.orv --frames 1-2");
     ASSERT_EQ(ran.code, 0) << ran.err;
     for (int frame = 1; frame <= 2; ++frame) {
       const Image found = read(out(frame));

@@ -47,8 +47,8 @@ TEST(ScreenOptions, GiveTheSameKeyAgainWhenWhatTheyChoseIsPasted) {
   for (const bool blue : {false, true}) {
     for (const float darkest : {1.0F, 0.6F}) {
       write(shot(blue, darkest), folder / "plate.png");
-      const Outcome first = orvanite({"key", folder / "plate.png", "--auto", "-o",
-                                      folder / "first.png", "--output", "unpremultiplied"});
+      const Outcome first =
+          orvanite(folder, "key @plate.png --auto -o @first.png --output unpremultiplied");
       ASSERT_EQ(first.code, 0) << first.err;
       const std::vector<std::string> chosen = chosenIn(first.err);
       ASSERT_GT(chosen.size(), 10U) << first.err;
@@ -73,26 +73,23 @@ TEST(ScreenOptions, TakeTheColourFromABoxOrAnotherFrame) {
   const Folder folder;
   write(shot(false, 0.6F), folder / "plate.0007.png");
   write(shot(true, 1), folder / "plate.0012.png");
-  const auto chosen = [&](std::vector<std::string> more) {
-    std::vector<std::string> all{"key", folder / "plate.0007.png", "--output", "matte",
-                                 "-o",  folder / "out.png"};
-    all.insert(all.end(), more.begin(), more.end());
-    const Outcome outcome = orvanite(all);
+  const auto chosen = [&](const std::string& more) {
+    const Outcome outcome =
+        orvanite(folder, "key @plate.0007.png --output matte -o @out.png " + more);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const auto words = chosenIn(outcome.err);
     return words.size() == 2 && words[0] == "--screen" ? words[1] : outcome.err;
   };
   // Light 1 at the right edge: the screen's own colour, to the nearest of 65535 codes.
-  EXPECT_EQ(chosen({"--screen-at", "95,0"}), "0.2,0.7,0.25");
+  EXPECT_EQ(chosen("--screen-at 95,0"), "0.2,0.7,0.25");
   // Columns 91 to 95: the middle one has light 1 - 0.4 x 2 / 95 = 0.99158.
-  EXPECT_EQ(chosen({"--screen-at", "91,3,5,4"}), "0.1983,0.6941,0.2479");
+  EXPECT_EQ(chosen("--screen-at 91,3,5,4"), "0.1983,0.6941,0.2479");
   // Columns 45 and 46 at row 32 lie on either side of the disc's edge (60 - 15): light there is
   // 0.6 + 0.4 x 45 / 95 = 0.78947, so green is 0.55263; half of it and half of 0.5 is 0.5263.
   // Red is (10348 + 32768) / 2 / 65535 = 0.328954 in codes.
-  EXPECT_EQ(chosen({"--screen-at", "45,32,2,1", "--screen-average", "mean"}),
-            "0.329,0.5263,0.3487");
-  EXPECT_EQ(chosen({"--screen-frame", "12", "--screen", "auto"}), "0.2,0.3,0.7");
-  EXPECT_EQ(chosen({"--screen-frame", "12", "--screen-at", "1,1"}), "0.2,0.3,0.7");
+  EXPECT_EQ(chosen("--screen-at 45,32,2,1 --screen-average mean"), "0.329,0.5263,0.3487");
+  EXPECT_EQ(chosen("--screen-frame 12 --screen auto"), "0.2,0.3,0.7");
+  EXPECT_EQ(chosen("--screen-frame 12 --screen-at 1,1"), "0.2,0.3,0.7");
 }
 
 TEST(ScreenOptions, SayWhatIsWrongAndLeaveNothing) {
@@ -102,26 +99,23 @@ TEST(ScreenOptions, SayWhatIsWrongAndLeaveNothing) {
   for (float& sample : grey.samples) sample = 30000;
   write(grey, folder / "grey.png");
   struct Case {
-    const char* plate;
-    std::vector<std::string> options;
+    std::string words;
     int code;
     const char* message;
   };
   for (const Case& wrong : {
-           Case{"plate.png", {"--screen-at", "1"}, 2, "--screen-at: expected X,Y or"},
-           Case{"plate.png", {"--screen-at", "1,2,"}, 2, "found '1,2,'"},
-           Case{"plate.png", {"--screen-at", "90,2,7,1"}, 2, "a box within 96x64 pixels"},
-           Case{"plate.png", {"--screen-at", "1,2", "--screen", "0,1,0"}, 2, "no --screen"},
-           Case{"plate.png", {"--screen-average", "mean"}, 2, "expected --screen-at with it"},
-           Case{"plate.png", {"--screen-frame", "3"}, 2, "--screen-frame: expected --auto"},
-           Case{"plate.png", {"--auto", "--screen-frame", "3"}, 2, "a frame number in its name"},
-           Case{"grey.png", {"--auto"}, 1, "--auto: expected a green or blue screen"},
-           Case{"grey.png", {"--screen", "auto"}, 1, "--screen auto: expected a green or blue"},
-           Case{"grey.png", {"--reference", "auto"}, 1, "--reference auto: expected a green"},
+           Case{"@plate.png --screen-at 1", 2, "--screen-at: expected X,Y or"},
+           Case{"@plate.png --screen-at 1,2,", 2, "found '1,2,'"},
+           Case{"@plate.png --screen-at 90,2,7,1", 2, "a box within 96x64 pixels"},
+           Case{"@plate.png --screen-at 1,2 --screen 0,1,0", 2, "no --screen"},
+           Case{"@plate.png --screen-average mean", 2, "expected --screen-at with it"},
+           Case{"@plate.png --screen-frame 3", 2, "--screen-frame: expected --auto"},
+           Case{"@plate.png --auto --screen-frame 3", 2, "a frame number in its name"},
+           Case{"@grey.png --auto", 1, "--auto: expected a green or blue screen"},
+           Case{"@grey.png --screen auto", 1, "--screen auto: expected a green or blue"},
+           Case{"@grey.png --reference auto", 1, "--reference auto: expected a green"},
        }) {
-    std::vector<std::string> all{"key", folder / wrong.plate, "-o", folder / "out.png"};
-    all.insert(all.end(), wrong.options.begin(), wrong.options.end());
-    const Outcome outcome = orvanite(all);
+    const Outcome outcome = orvanite(folder, "key -o @out.png " + wrong.words);
     EXPECT_EQ(outcome.code, wrong.code) << wrong.message;
     EXPECT_NE(outcome.err.find(wrong.message), std::string::npos) << outcome.err;
   }

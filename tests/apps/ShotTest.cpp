@@ -320,8 +320,7 @@ constexpr Way ways[] = {{"fg.####.png", "o.####.png"}, {"fg.mkv", "o.mov"}};
 
 void writeFourFrames(const Folder& folder) {
   writeShot(folder, "fg", 1, 4);
-  ASSERT_EQ(
-      orvanite({"key", "-q", "--no-key", folder / "fg.####.png", "-o", folder / "fg.mkv"}).code, 0);
+  ASSERT_EQ(orvanite(folder, "key -q --no-key @fg.####.png -o @fg.mkv").code, 0);
 }
 
 TEST(Shot, ProgressHasTheFormsThatManagersParse) {
