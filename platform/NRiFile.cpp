@@ -22,13 +22,13 @@ std::string NRiFile::argument(NRiPlug& plug) {
   return plug.scriptValue();
 }
 
-void NRiFile::assign(const std::string& target, NRiPlug& plug, const std::string& later) {
+void NRiFile::assign(const std::string& target, NRiPlug& plug) {
   if (!mustWait(plug)) {
     text_ += target + " = " + plug.scriptText() + ";\n";
     return;
   }
   text_ += target + " = " + plug.scriptValue() + ";\n";
-  waiting_ += (later.empty() ? target : later) + " = " + plug.scriptText() + ";\n";
+  waiting_ += target + " = " + plug.scriptText() + ";\n";
 }
 
 void NRiFile::call(const NRiName& name, const NRiName& function,

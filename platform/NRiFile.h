@@ -18,8 +18,9 @@ class NRI_API NRiFile {
  public:
   /// The text of a plug as an argument of the call being written.
   std::string argument(NRiPlug& plug);
-  /// Writes `target = value;`; `later` names the plug when its expression has to wait.
-  void assign(const std::string& target, NRiPlug& plug, const std::string& later = {});
+  /// Writes `target = value;`, for a variable with its type before its name in `target`: what it
+  /// comes to need not be of that type when the script is loaded.
+  void assign(const std::string& target, NRiPlug& plug);
   /// Writes `name = function(arguments);` on lines of at most 100 characters.
   void call(const NRiName& name, const NRiName& function,
             const std::vector<std::string>& arguments);

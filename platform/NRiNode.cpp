@@ -67,7 +67,7 @@ int Root::serialize(NRiFile& file, int flags) {
       const char* const type = plug->type() == nriString ? "string "
                                : plug->type() == nriInt  ? "int "
                                                          : "float ";
-      file.assign(type + name, *plug, name);
+      file.assign(type + name, *plug);
     }
     file.markWritten(plug);
   }
