@@ -11,7 +11,7 @@
 #include <filesystem>
 
 #include "apps/media/DpxHeader.h"
-#include "apps/media/JpegEnd.h"
+#include "apps/media/JpegSegments.h"
 #include "apps/media/QuietPng.h"
 #include "keyer/Error.h"
 
@@ -149,6 +149,7 @@ PictureReader::PictureReader(const std::string& path) {
   if (!dpxHoldsItsUserData(path)) {
     fail("broken: its header promises more user data than the file holds");
   }
+  if (const char* const fault = jpegFault(path)) fail(std::string("broken: ") + fault);
   quietPng();
   OIIO::ImageSpec wish;
   wish.attribute("oiio:UnassociatedAlpha", 1);
@@ -183,7 +184,6 @@ PictureReader::PictureReader(const std::string& path) {
   if (spec.nchannels < 1) fail("expected at least one channel, found none");
 
   info_.format = input_->format_name();
-  if (info_.format == "jpeg" && !jpegIsWhole(path)) fail("broken: the file ends too early");
   info_.data = {spec.x, spec.y, spec.width, spec.height};
   info_.display = info_.data;
   if (framed) info_.display = {spec.full_x, spec.full_y, spec.full_width, spec.full_height};

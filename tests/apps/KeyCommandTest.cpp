@@ -337,6 +337,12 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
+  // A JPEG segment of 26 bytes, of which the captions are to be 65535 bytes long.
+  std::ifstream jpeg(folder / "large.jpg", std::ios::binary);
+  const std::string whole{std::istreambuf_iterator<char>(jpeg), {}};
+  std::ofstream(folder / "caption.jpg")
+      << whole.substr(0, 2) << std::string("\xFF\xED\0\x1CPhotoshop 3.0\0", 18)
+      << std::string("8BIM\x04\x04\0\0\0\0\xFF\xFF", 12) << whole.substr(2);
   // A PPM header is believed as it stands: large sides, nothing behind them.
   std::ofstream(folder / "huge.ppm") << "P6\n60000 60000\n255\n";
   std::filesystem::create_symlink(folder / "fg.png", folder / "link.png");
@@ -360,6 +366,7 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@cut.exr -o @out.png", 1, "cut.exr: broken near row"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
+      {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
       {"@zero.png -o @out.png", 1, "zero.png: "},
       {"@huge.ppm -o @out.png", 1, "found 60000x60000"},
       {"@user.dpx -o @out.png", 1, "promises more user data than the file holds"},
