@@ -18,8 +18,9 @@ class NRI_API NRiFile {
  public:
   /// The text of a plug as an argument of the call being written.
   std::string argument(NRiPlug& plug);
-  /// Writes `target = value;`, for a variable with its type before its name in `target`: what it
-  /// comes to need not be of that type when the script is loaded.
+  /// Writes `target = value;`; an expression that has to wait follows at the end. The target of a
+  /// variable holds its type, as in `float x`: without it, a script would be refused in which the
+  /// expression comes to another type while it is loaded.
   void assign(const std::string& target, NRiPlug& plug);
   /// Writes `name = function(arguments);` on lines of at most 100 characters.
   void call(const NRiName& name, const NRiName& function,

@@ -337,12 +337,23 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
-  // A JPEG segment of 26 bytes, of which the captions are to be 65535 bytes long.
+  // JPEG segments that end before what they begin: captions of 65535 bytes (the second ones behind
+  // a byte that stands between segments), the head of Exif, the numbers of a profile's part.
   std::ifstream jpeg(folder / "large.jpg", std::ios::binary);
   const std::string whole{std::istreambuf_iterator<char>(jpeg), {}};
-  std::ofstream(folder / "caption.jpg")
-      << whole.substr(0, 2) << std::string("\xFF\xED\0\x1CPhotoshop 3.0\0", 18)
-      << std::string("8BIM\x04\x04\0\0\0\0\xFF\xFF", 12) << whole.substr(2);
+  const auto withSegment = [&](const std::string& name, const std::string& marker,
+                               const std::string& data) {
+    std::ofstream(folder / name) << whole.substr(0, 2) << marker << '\0'
+                                 << static_cast<char>(data.size() + 2) << data << whole.substr(2);
+  };
+  const std::string captions(
+      "Photoshop 3.0\0"
+      "8BIM\x04\x04\0\0\0\0\xFF\xFF",
+      26);
+  withSegment("caption.jpg", "\xFF\xED", captions);
+  withSegment("stray.jpg", "\x01\xFF\xED", captions);
+  withSegment("exif.jpg", "\xFF\xE1", std::string("Exif\0\0II*\0\x08\0\0", 13));
+  withSegment("profile.jpg", "\xFF\xE2", std::string("ICC_PROFILE\0\x01", 13));
   // A PPM header is believed as it stands: large sides, nothing behind them.
   std::ofstream(folder / "huge.ppm") << "P6\n60000 60000\n255\n";
   std::filesystem::create_symlink(folder / "fg.png", folder / "link.png");
@@ -367,6 +378,9 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
       {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
+      {"@stray.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
+      {"@exif.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
+      {"@profile.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
       {"@zero.png -o @out.png", 1, "zero.png: "},
       {"@huge.ppm -o @out.png", 1, "found 60000x60000"},
       {"@user.dpx -o @out.png", 1, "promises more user data than the file holds"},
