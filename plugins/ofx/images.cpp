@@ -6,9 +6,15 @@
 #include <cstdlib>
 
 #include "keyer/Error.h"
-#include "plugins/ofx/instance.h"
 
 namespace orvanite::ofxPlugin {
+
+int depthOf(std::string_view name) {
+  if (name == ofx::depth::byte) return 1;
+  if (name == ofx::depth::word) return 2;
+  if (name == ofx::depth::real) return 4;
+  return 0;
+}
 
 Image::Image(ofx::Clip clip, ofx::Time time) {
   if (!clip || host().effect->clipGetImage(clip, time, nullptr, &handle_) != ofx::ok) {

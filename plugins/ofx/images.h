@@ -4,12 +4,17 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "plugins/ofx/host.h"
 #include "plugins/ofx/ofxApi.h"
 #include "plugins/ofx/window.h"
 
 namespace orvanite::ofxPlugin {
+
+/// Depth in bytes of a pixel depth's name, or 0.
+int depthOf(std::string_view name);
 
 /// One image of a clip at a time, the host's until this ends. Not to outlive the action.
 class Image {

@@ -38,13 +38,6 @@ bool Instance::ClipRef::connected() const {
   return clip && Properties(properties).integer(ofx::prop::connected, 0) != 0;
 }
 
-int depthOf(std::string_view name) {
-  if (name == ofx::depth::byte) return 1;
-  if (name == ofx::depth::word) return 2;
-  if (name == ofx::depth::real) return 4;
-  return 0;
-}
-
 Inputs Instance::inputsFor(const Settings& settings) const {
   Inputs inputs;
   inputs.background = background_.connected();

@@ -64,7 +64,4 @@ class Instance {
   std::string reported_;  // under reportLock_
 };
 
-/// Depth in bytes of a pixel depth's name, or 0.
-int depthOf(std::string_view name);
-
 }  // namespace orvanite::ofxPlugin
