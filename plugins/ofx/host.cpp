@@ -28,6 +28,13 @@ void connect(const ofx::Host* from) {
   suites.message = fetch<ofx::MessageSuite>(*from, 2);
   suites.persistentMessages = suites.message != nullptr;
   if (!suites.message) suites.message = fetch<ofx::MessageSuite>(*from, 1);
+  suites.interact = fetch<ofx::InteractSuite>(*from, 1);
+  suites.draw = fetch<ofx::DrawSuite>(*from, 1);
+  if (!suites.property || !from->properties) return;
+  const Properties properties(from->properties);
+  suites.textChoices = properties.integer(ofx::prop::hasTextChoice, 0) != 0;
+  // MLT makes a rectangle on the picture of every parameter of three numbers.
+  suites.showsTriplesAsRectangles = properties.text(ofx::prop::name) == "MLT";
 }
 
 int Properties::integer(const char* name, int fallback, int index) const {

@@ -19,7 +19,11 @@ struct HostSuites {
   const ofx::ParameterSuite* parameter = nullptr;
   const ofx::MultiThreadSuite* thread = nullptr;  // null: render on the calling thread
   const ofx::MessageSuite* message = nullptr;     // null: no words to the user
+  const ofx::InteractSuite* interact = nullptr;   // null: overlays are not redrawn by us
+  const ofx::DrawSuite* draw = nullptr;           // null: no overlays
   bool persistentMessages = false;                // `message` is of version 2
+  bool textChoices = false;                       // choices may be saved by identifiers
+  bool showsTriplesAsRectangles = false;          // three numbers are better three sliders
 
   /// Whether the suites that nothing works without are there.
   bool ready() const { return property && effect && parameter; }

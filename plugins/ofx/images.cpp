@@ -9,15 +9,16 @@
 
 namespace orvanite::ofxPlugin {
 
-int depthOf(std::string_view name) {
-  if (name == ofx::depth::byte) return 1;
-  if (name == ofx::depth::word) return 2;
-  if (name == ofx::depth::real) return 4;
-  return 0;
+std::optional<Sample> sampleOf(std::string_view name) {
+  if (name == ofx::depth::byte) return Sample::byte;
+  if (name == ofx::depth::word) return Sample::word;
+  if (name == ofx::depth::half) return Sample::half;
+  if (name == ofx::depth::real) return Sample::real;
+  return {};
 }
 
-Image::Image(ofx::Clip clip, ofx::Time time) {
-  if (!clip || host().effect->clipGetImage(clip, time, nullptr, &handle_) != ofx::ok) {
+Image::Image(ofx::Clip clip, ofx::Time time, const ofx::RectD* region) {
+  if (!clip || host().effect->clipGetImage(clip, time, region, &handle_) != ofx::ok) {
     handle_ = nullptr;
   }
 }
@@ -26,11 +27,23 @@ Image::~Image() {
   if (handle_) host().effect->clipReleaseImage(handle_);
 }
 
-int Image::depth() const { return depthOf(Properties(handle_).text(ofx::prop::pixelDepth)); }
+std::optional<Sample> Image::sample() const {
+  return sampleOf(Properties(handle_).text(ofx::prop::pixelDepth));
+}
 
 bool Image::singleField() const {
   const std::string field = Properties(handle_).text(ofx::prop::imageField);
   return field == ofx::field::lower || field == ofx::field::upper;
+}
+
+std::string Image::identity() const { return Properties(handle_).text(ofx::prop::identity); }
+
+ofx::PointD Image::pixelsPerUnit() const {
+  const Properties properties(handle_);
+  const double aspect = properties.real(ofx::prop::pixelAspect, 1);
+  const double across = properties.real(ofx::prop::renderScale, 1, 0);
+  const double up = properties.real(ofx::prop::renderScale, 1, 1);
+  return {(across > 0 ? across : 1) / (aspect > 0 ? aspect : 1), up > 0 ? up : 1};
 }
 
 Picture Image::picture(const char* clip) const {
@@ -39,6 +52,9 @@ Picture Image::picture(const char* clip) const {
     return Error(Fault::failure, clip, "the host's image has " + what);
   };
   Picture picture;
+  const std::optional<Sample> sample = this->sample();
+  if (!sample) throw fail("a depth that is not keyed, expected 8-bit, 16-bit, half or float");
+  picture.sample = *sample;
   picture.data = static_cast<std::byte*>(properties.pointer(ofx::prop::data));
   const auto bounds = properties.rectI(ofx::prop::bounds);
   if (!bounds) throw fail("no bounds");
@@ -57,7 +73,7 @@ Picture Image::picture(const char* clip) const {
   }
   if (!picture.data) throw fail("no pixels");
   const std::ptrdiff_t row =
-      (std::ptrdiff_t{picture.bounds.x2} - picture.bounds.x1) * picture.channels * depth();
+      (std::ptrdiff_t{picture.bounds.x2} - picture.bounds.x1) * picture.channels * bytesOf(*sample);
   const bool oneRow = picture.bounds.y2 - picture.bounds.y1 == 1;
   if (!oneRow && std::abs(picture.rowBytes) < row) throw fail("fewer bytes a row than pixels need");
   return picture;

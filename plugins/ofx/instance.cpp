@@ -7,9 +7,17 @@
 #include <array>
 
 #include "keyer/Error.h"
-#include "plugins/ofx/images.h"
 
 namespace orvanite::ofxPlugin {
+
+Instance* instanceOf(ofx::Effect effect) {
+  return static_cast<Instance*>(propertiesOf(effect).pointer(ofx::prop::instanceData));
+}
+
+std::string clippingNote(Sample sample, bool cleanPlate) {
+  if (!cleanPlate || sample == Sample::byte || sample == Sample::word) return {};
+  return "Reference: keyed in 16 bits beside a clean plate; values outside 0 to 1 are clipped";
+}
 
 Instance::Instance(ofx::Effect effect)
     : effect_(effect),
@@ -20,7 +28,7 @@ Instance::Instance(ofx::Effect effect)
       holdOut_(find(holdOutClip)),
       garbage_(find(garbageClip)),
       reference_(find(referenceClip)),
-      parameters_(effect) {
+      parameters_(effect, !general_) {
   if (!source_.clip || !output_.clip) {
     throw Error(Fault::failure, "host", "expected clips named Source and Output");
   }
@@ -38,23 +46,32 @@ bool Instance::ClipRef::connected() const {
   return clip && Properties(properties).integer(ofx::prop::connected, 0) != 0;
 }
 
-Inputs Instance::inputsFor(const Settings& settings) const {
-  Inputs inputs;
-  inputs.background = background_.connected();
-  inputs.holdOut = settings.toggle("useHoldOutMatte") && holdOut_.connected();
-  inputs.garbage = settings.toggle("useGarbageMatte") && garbage_.connected();
-  inputs.reference = settings.toggle("useReference") && reference_.connected();
-  return inputs;
+std::string Instance::ClipRef::components() const {
+  return Properties(properties).text(ofx::prop::pixelComponents);
 }
 
-std::string Instance::problemOf(const Settings& settings, int depth, const Inputs& inputs) const {
-  if (const std::string screen = settings.screenProblem(); !screen.empty()) {
-    return "Screen colour: " + screen;
-  }
-  if (depth == 4 && inputs.reference) {
-    return "Reference: expected 8- or 16-bit pictures with a clean plate, found float pictures";
-  }
-  return {};
+Instance::Request Instance::requestAt(ofx::Time time) const {
+  Request request{parameters_.at(time), parameters_.choices(), {}};
+  Settings& settings = request.settings;
+  request.holdPicture = settings.toggle("useHoldOutMatte") && holdOut_.connected();
+  request.garbagePicture = settings.toggle("useGarbageMatte") && garbage_.connected();
+  // The plate's own alpha is a matte as well, where it has one.
+  if (source_.components() == ofx::components::rgb) request.panel.sourceAlpha = SourceAlpha::ignore;
+  const bool keeps = request.panel.sourceAlpha == SourceAlpha::insideMask;
+  const bool cuts = request.panel.sourceAlpha == SourceAlpha::multiply;
+  if (keeps) settings.setNumber("useHoldOutMatte", 1);
+  if (cuts) settings.setNumber("useGarbageMatte", 1);
+  request.inputs.background = background_.connected();
+  request.inputs.holdOut = request.holdPicture || keeps;
+  request.inputs.garbage = request.garbagePicture || cuts;
+  request.inputs.reference = settings.toggle("useReference") && reference_.connected();
+  return request;
+}
+
+std::optional<ofx::RectD> Instance::regionOf(const ClipRef& clip, ofx::Time time) const {
+  ofx::RectD region{};
+  if (host().effect->clipGetRegionOfDefinition(clip.clip, time, &region) != ofx::ok) return {};
+  return region;
 }
 
 ofx::Status Instance::getClipPreferences(Properties out) const {
@@ -68,15 +85,20 @@ ofx::Status Instance::getClipPreferences(Properties out) const {
   // How each output's colour stands to the matte beside it. Over black the colour is multiplied by
   // the matte. Over another picture it is as that picture is. Over a flat colour, and in the status
   // picture, the colour is complete and the matte only rides along.
-  const std::string_view output = parameters_.choice("output");
+  const std::string output = parameters_.output();
   std::string state = ofx::premultiplication::premultiplied;
-  if (output == "unpremultiplied") {
+  const bool straight = output == "unpremultiplied" && !parameters_.choices().premultiplied;
+  if (straight || output == intermediateOutput) {
     state = ofx::premultiplication::unpremultiplied;
   } else if (output == "compOnReplace" || output == "compOnColour" || output == "status") {
     state = ofx::premultiplication::opaque;
   } else if (output == "composite" && background) {
     const std::string below = Properties(background_.properties).text(ofx::prop::premultiplication);
     if (!below.empty()) state = below;
+  }
+  // Without an alpha there is nothing that colours could be multiplied by.
+  if (!general_ && source_.components() == ofx::components::rgb) {
+    state = ofx::premultiplication::opaque;
   }
   out.set(ofx::prop::premultiplication, state.c_str());
   out.set(ofx::prop::frameVarying, 0);
@@ -85,31 +107,37 @@ ofx::Status Instance::getClipPreferences(Properties out) const {
 
 ofx::Status Instance::getRegionOfDefinition(Properties in, Properties out) const {
   const double time = in.real(ofx::prop::time, 0);
-  const bool byBackground = parameters_.sizedByBackground() && background_.connected();
-  const ClipRef& sizing = byBackground ? background_ : source_;
-  ofx::RectD region{};
-  if (host().effect->clipGetRegionOfDefinition(sizing.clip, time, &region) != ofx::ok) {
-    return ofx::replyDefault;
-  }
-  return out.set(ofx::prop::regionOfDefinition, region) ? ofx::ok : ofx::failed;
+  const bool byBackground = parameters_.choices().sizedByBackground && background_.connected();
+  const auto region = regionOf(byBackground ? background_ : source_, time);
+  if (!region) return ofx::replyDefault;
+  return out.set(ofx::prop::regionOfDefinition, *region) ? ofx::ok : ofx::failed;
 }
 
 ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const {
   const auto region = in.rectD(ofx::prop::regionOfInterest);
   if (!region) return ofx::replyDefault;
-  const Settings settings = parameters_.at(in.real(ofx::prop::time, 0));
-  const Inputs inputs = inputsFor(settings);
+  const double time = in.real(ofx::prop::time, 0);
+  const Request request = requestAt(time);
   const auto ask = [&](const ClipRef& ref, const char* name, bool needed) {
     if (!ref.connected()) return;
     // A pixel needs the same pixel of what is in use, and nothing of what is not.
     const ofx::RectD none{region->x1, region->y1, region->x1, region->y1};
     out.set((std::string(ofx::prop::clipRegionOfInterest) + name).c_str(), needed ? *region : none);
   };
+  // What a matte's channel is, is decided for the whole of it.
+  const auto askMatte = [&](const ClipRef& ref, const char* name, bool needed,
+                            MatteChannel channel) {
+    ask(ref, name, needed);
+    const auto whole = regionOf(ref, time);
+    if (needed && channel == MatteChannel::automatic && whole) {
+      out.set((std::string(ofx::prop::clipRegionOfInterest) + name).c_str(), *whole);
+    }
+  };
   ask(source_, ofx::sourceClip, true);
-  ask(background_, backgroundClip, settings.view(inputs) == 0);
-  ask(holdOut_, holdOutClip, inputs.holdOut);
-  ask(garbage_, garbageClip, inputs.garbage);
-  ask(reference_, referenceClip, inputs.reference);
+  ask(background_, backgroundClip, request.settings.view(request.inputs) == 0);
+  askMatte(holdOut_, holdOutClip, request.holdPicture, request.panel.holdChannel);
+  askMatte(garbage_, garbageClip, request.garbagePicture, request.panel.garbageChannel);
+  ask(reference_, referenceClip, request.inputs.reference);
   return ofx::ok;
 }
 
@@ -118,20 +146,19 @@ ofx::Status Instance::isIdentity(Properties in, Properties out) {
   const auto window = in.rectI(ofx::prop::renderWindow);
   if (!window || !isEmpty(*window)) {
     // A key that cannot be built shows the plate as it is, where the output can hold the plate.
-    const Settings settings = parameters_.at(time);
-    const int depth = depthOf(Properties(source_.properties).text(ofx::prop::pixelDepth));
-    if (depth == 0) return ofx::replyDefault;
-    const Inputs inputs = inputsFor(settings);
-    std::string problem = problemOf(settings, depth, inputs);
+    const Request request = requestAt(time);
+    const auto sample = sampleOf(Properties(source_.properties).text(ofx::prop::pixelDepth));
+    if (!sample) return ofx::replyDefault;
+    std::string problem = request.settings.screenProblem();
     if (problem.empty()) {
-      const auto lease = engines_.lease({settings, depth, inputs});
+      const int depth = workingDepth(*sample, request.inputs.reference);
+      const auto lease = engines_.lease({request.settings, depth, request.inputs});
       problem = tableProblem(lease.result());
+    } else {
+      problem.insert(0, "Screen colour: ");
     }
-    if (problem.empty()) {
-      clearReport();
-      return ofx::replyDefault;
-    }
-    report(ofx::message::warning, problem);
+    settle(problem, clippingNote(*sample, request.inputs.reference));
+    if (problem.empty()) return ofx::replyDefault;
   }
   out.set(ofx::prop::name, ofx::sourceClip);
   out.set(ofx::prop::time, time);
@@ -146,7 +173,10 @@ ofx::Status Instance::changed(Properties in) {
   // A note that stayed would keep some hosts from ever rendering again.
   clearReport();
   if (!parameter) return ofx::ok;
-  if (name == sampleButton) return sampleScreen(time);
+  if (name == autoButton) findKey(time);
+  if (name == sampleButton) sampleScreen(time);
+  if (name == loadButton) loadPreset(time);
+  if (name == saveButton) savePreset(time);
   if (name == "screen" && byUser) parameters_.followScreen(time);
   return ofx::ok;
 }
@@ -166,6 +196,16 @@ void Instance::report(const char* type, const std::string& text) {
   if (reported_ == text) return;
   reported_ = text;
   say(effect_, type, text);
+}
+
+void Instance::settle(const std::string& problem, const std::string& note) {
+  if (!problem.empty()) {
+    report(ofx::message::warning, problem);
+  } else if (!note.empty()) {
+    report(ofx::message::note, note);
+  } else {
+    clearReport();
+  }
 }
 
 void Instance::clearReport() {

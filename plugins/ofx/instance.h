@@ -5,12 +5,14 @@
 // instance, except that the host changes and destroys an instance while nothing else runs on it.
 #pragma once
 
-#include <atomic>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "plugins/EnginePool.h"
 #include "plugins/ofx/host.h"
+#include "plugins/ofx/images.h"
 #include "plugins/ofx/ofxApi.h"
 #include "plugins/ofx/parameters.h"
 
@@ -40,19 +42,39 @@ class Instance {
   /// Tells the user once; a second problem of the same words is not repeated.
   void report(const char* type, const std::string& text);
 
+  /// The box that an overlay shows, on the canonical plane; none when it is switched off.
+  std::optional<ofx::RectD> box(ofx::Time time) const { return parameters_.box(time); }
+  void moveBox(const ofx::RectD& box) const { parameters_.moveBox(box); }
+
  private:
   struct ClipRef {
     ofx::Clip clip = nullptr;
     ofx::PropertySet properties = nullptr;
     bool connected() const;
-    std::string_view components() const;
+    std::string components() const;
   };
 
   ClipRef find(const char* name) const;
-  Inputs inputsFor(const Settings& settings) const;
-  /// Why settings cannot key pictures of a depth; empty when they can.
-  std::string problemOf(const Settings& settings, int depth, const Inputs& inputs) const;
-  ofx::Status sampleScreen(ofx::Time time);
+  /// What is asked of an engine for a frame.
+  struct Request {
+    Settings settings;
+    PanelChoices panel;
+    Inputs inputs;
+    bool holdPicture = false;     // whether the hold-out clip's picture is used,
+    bool garbagePicture = false;  // and the garbage matte's
+  };
+
+  Request requestAt(ofx::Time time) const;
+  std::optional<ofx::RectD> regionOf(const ClipRef& clip, ofx::Time time) const;
+  MatteChannel decided(MatteChannel channel, const ClipRef& clip, const Image& image,
+                       const Picture& picture);
+  /// Buttons; what goes wrong is reported and nothing is changed.
+  void findKey(ofx::Time time);
+  void sampleScreen(ofx::Time time);
+  void loadPreset(ofx::Time time);
+  void savePreset(ofx::Time time);
+  /// Shows a problem, or else a note, or else nothing.
+  void settle(const std::string& problem, const std::string& note);
   void clearReport();
 
   ofx::Effect effect_;
@@ -62,6 +84,14 @@ class Instance {
   EnginePool engines_;
   std::mutex reportLock_;
   std::string reported_;  // under reportLock_
+  std::mutex matteLock_;
+  std::map<std::string, bool> opaqueMattes_;  // by their pixels' identity, under matteLock_
 };
+
+/// The instance behind an effect's handle, or null.
+Instance* instanceOf(ofx::Effect effect);
+
+/// What the user should know of pictures of a kind beside a clean plate; empty for nothing.
+std::string clippingNote(Sample sample, bool cleanPlate);
 
 }  // namespace orvanite::ofxPlugin

@@ -42,6 +42,9 @@ struct RectI {
 struct RectD {
   double x1, y1, x2, y2;
 };
+struct PointD {
+  double x, y;
+};
 struct RangeD {
   double min, max;
 };
@@ -54,6 +57,8 @@ using Param = struct OpaqueParam*;
 using ParamSet = struct OpaqueParamSet*;
 using ImageMemory = struct OpaqueImageMemory*;
 using Mutex = struct OpaqueMutex*;
+using Interact = struct OpaqueInteract*;  // an overlay's descriptor or instance
+using DrawContext = struct OpaqueDrawContext*;
 
 /// What the host gives the plug-in first.
 struct Host {
@@ -167,9 +172,34 @@ struct MessageSuite {
   Status (*clearPersistent)(void* effect);
 };
 
+/// An overlay's own properties, and redrawing.
+struct InteractSuite {
+  static constexpr const char* name = "OfxInteractSuite";
+  Status (*swapBuffers)(Interact);
+  Status (*redraw)(Interact);
+  Status (*getPropertySet)(Interact, PropertySet* properties);
+};
+
+/// Drawing in an overlay's draw action.
+struct DrawSuite {
+  static constexpr const char* name = "OfxDrawSuite";
+  struct Colour {
+    float r, g, b, a;
+  };
+  enum Primitive : int { lines, lineStrip, lineLoop, rectangle, polygon, ellipse };
+  enum Purpose : int { background, active, selected, deselected };
+  Status (*getColour)(DrawContext, int purpose, Colour* colour);
+  Status (*setColour)(DrawContext, const Colour* colour);
+  Status (*setLineWidth)(DrawContext, float width);
+  Status (*setLineStipple)(DrawContext, int pattern);
+  Status (*draw)(DrawContext, int primitive, const PointD* points, int count);
+  Status (*drawText)(DrawContext, const char* text, const PointD* at, int alignment);
+};
+
 namespace message {
 inline constexpr const char* error = "OfxMessageError";      // the user must act
 inline constexpr const char* warning = "OfxMessageWarning";  // rendering goes on
+inline constexpr const char* note = "OfxMessageMessage";     // nothing is wrong
 }  // namespace message
 
 /// What the host asks of the main entry.
@@ -190,6 +220,11 @@ inline constexpr const char* isIdentity = "OfxImageEffectActionIsIdentity";
 inline constexpr const char* beginSequenceRender = "OfxImageEffectActionBeginSequenceRender";
 inline constexpr const char* render = "OfxImageEffectActionRender";
 inline constexpr const char* endSequenceRender = "OfxImageEffectActionEndSequenceRender";
+// of an overlay
+inline constexpr const char* draw = "OfxInteractActionDraw";
+inline constexpr const char* penDown = "OfxInteractActionPenDown";
+inline constexpr const char* penMotion = "OfxInteractActionPenMotion";
+inline constexpr const char* penUp = "OfxInteractActionPenUp";
 }  // namespace action
 
 namespace context {
@@ -200,6 +235,7 @@ inline constexpr const char* general = "OfxImageEffectContextGeneral";  // any n
 namespace depth {
 inline constexpr const char* byte = "OfxBitDepthByte";   // 0..255
 inline constexpr const char* word = "OfxBitDepthShort";  // 0..65535
+inline constexpr const char* half = "OfxBitDepthHalf";
 inline constexpr const char* real = "OfxBitDepthFloat";
 }  // namespace depth
 
@@ -231,8 +267,10 @@ namespace paramType {
 inline constexpr const char* real = "OfxParamTypeDouble";
 inline constexpr const char* integer = "OfxParamTypeInteger";
 inline constexpr const char* boolean = "OfxParamTypeBoolean";
-inline constexpr const char* choice = "OfxParamTypeChoice";
+inline constexpr const char* choice = "OfxParamTypeChoice";         // its value is an index
+inline constexpr const char* textChoice = "OfxParamTypeStrChoice";  // 1.5; an identifier's text
 inline constexpr const char* rgb = "OfxParamTypeRGB";
+inline constexpr const char* real2 = "OfxParamTypeDouble2D";
 inline constexpr const char* real3 = "OfxParamTypeDouble3D";
 inline constexpr const char* string = "OfxParamTypeString";
 inline constexpr const char* group = "OfxParamTypeGroup";
@@ -256,6 +294,9 @@ inline constexpr const char* description = "OfxPropPluginDescription";
 inline constexpr const char* changeReason = "OfxPropChangeReason";
 inline constexpr const char* instanceData = "OfxPropInstanceData";  // pointer, ours, per instance
 
+// of the host
+inline constexpr const char* hasTextChoice = "OfxParamHostPropSupportsStrChoice";  // int
+
 // of a plug-in descriptor
 inline constexpr const char* grouping = "OfxImageEffectPluginPropGrouping";
 inline constexpr const char* contexts = "OfxImageEffectPropSupportedContexts";        // string xN
@@ -270,6 +311,8 @@ inline constexpr const char* fieldRenderTwiceAlways =
     "OfxImageEffectPluginPropFieldRenderTwiceAlways";
 inline constexpr const char* multipleClipDepths = "OfxImageEffectPropMultipleClipDepths";
 inline constexpr const char* multipleClipAspects = "OfxImageEffectPropSupportsMultipleClipPARs";
+inline constexpr const char* overlay =
+    "OfxImageEffectPluginPropOverlayInteractV2";  // pointer to a main entry that draws by suite
 inline constexpr const char* clipPreferencesSlaves =
     "OfxImageEffectPropClipPreferencesSlaveParam";  // string xN
 
@@ -293,6 +336,11 @@ inline constexpr const char* data = "OfxImagePropData";          // pointer to p
 inline constexpr const char* bounds = "OfxImagePropBounds";      // int x4
 inline constexpr const char* rowBytes = "OfxImagePropRowBytes";  // int, may be negative
 inline constexpr const char* imageField = "OfxImagePropField";
+inline constexpr const char* pixelAspect = "OfxImagePropPixelAspectRatio";  // double
+inline constexpr const char* identity = "OfxImagePropUniqueIdentifier";     // string
+
+// of an image and in arguments
+inline constexpr const char* renderScale = "OfxImageEffectPropRenderScale";  // double x2
 
 // arguments of actions
 inline constexpr const char* renderWindow = "OfxImageEffectPropRenderWindow";  // int x4, pixels
@@ -319,14 +367,30 @@ inline constexpr const char* dimensionLabel = "OfxParamPropDimensionLabel";  // 
 inline constexpr const char* animates = "OfxParamPropAnimates";
 inline constexpr const char* enabled = "OfxParamPropEnabled";
 inline constexpr const char* evaluateOnChange = "OfxParamPropEvaluateOnChange";
-inline constexpr const char* choiceOption = "OfxParamPropChoiceOption";  // string xN
+inline constexpr const char* choiceOption = "OfxParamPropChoiceOption";  // string xN, shown
+inline constexpr const char* choiceId = "OfxParamPropChoiceEnum";        // string xN, saved
+inline constexpr const char* secret = "OfxParamPropSecret";              // int
+inline constexpr const char* doubleType = "OfxParamPropDoubleType";
+inline constexpr const char* defaultCoordinates = "OfxParamPropDefaultCoordinateSystem";
+inline constexpr const char* hostHandle = "kOfxParamPropUseHostOverlayHandle";  // int; so spelled
 inline constexpr const char* stringMode = "OfxParamPropStringMode";
 inline constexpr const char* groupOpen = "OfxParamPropGroupOpen";
 inline constexpr const char* pageChild = "OfxParamPropPageChild";        // string xN
 inline constexpr const char* pageOrder = "OfxPluginPropParamPageOrder";  // string xN
+
+// of an overlay, and in arguments of its actions
+inline constexpr const char* effectInstance = "OfxPropEffectInstance";    // pointer
+inline constexpr const char* drawContext = "OfxInteractPropDrawContext";  // pointer
+inline constexpr const char* pixelScale = "OfxInteractPropPixelScale";    // double x2
+inline constexpr const char* penPosition = "OfxInteractPropPenPosition";  // double x2
+inline constexpr const char* redrawnBy = "OfxInteractPropSlaveToParam";   // string xN
 }  // namespace prop
 
 inline constexpr const char* stringIsLabel = "OfxParamStringIsLabel";
+inline constexpr const char* stringIsFile = "OfxParamStringIsFilePath";
+inline constexpr const char* isPosition = "OfxParamDoubleTypeXYAbsolute";
+inline constexpr const char* isSize = "OfxParamDoubleTypeXY";
+inline constexpr const char* normalised = "OfxParamCoordinatesNormalised";
 inline constexpr const char* typeParameter = "OfxTypeParameter";
 inline constexpr const char* changedByUser = "OfxChangeUserEdited";
 

@@ -8,9 +8,10 @@
 #include <string_view>
 
 #include "keyer/Error.h"
+#include "plugins/ofx/description.h"
 #include "plugins/ofx/host.h"
 #include "plugins/ofx/instance.h"
-#include "plugins/ofx/parameters.h"
+#include "plugins/ofx/overlay.h"
 
 namespace orvanite::ofxPlugin {
 
@@ -61,6 +62,7 @@ ofx::Status describe(ofx::Effect effect) {
   properties.set(ofx::prop::pixelDepths, ofx::depth::byte, 0);
   properties.set(ofx::prop::pixelDepths, ofx::depth::word, 1);
   properties.set(ofx::prop::pixelDepths, ofx::depth::real, 2);
+  properties.set(ofx::prop::pixelDepths, ofx::depth::half, 3);
   properties.set(ofx::prop::singleInstance, 0);
   properties.set(ofx::prop::tiles, 1);
   properties.set(ofx::prop::multiResolution, 1);
@@ -73,13 +75,17 @@ ofx::Status describe(ofx::Effect effect) {
   // A pixel's key needs no other line: both fields are done in one go unless parameters move.
   properties.set(ofx::prop::fieldRenderTwiceAlways, 0);
   properties.set(ofx::prop::clipPreferencesSlaves, "output", 0);
+  properties.set(ofx::prop::clipPreferencesSlaves, premultiplicationParam, 1);
+  if (host().draw && host().interact) {
+    properties.setPointer(ofx::prop::overlay, reinterpret_cast<void*>(overlayEntry));
+  }
   // What a host cannot keep it will not use; some fall over an error from here.
   return ofx::ok;
 }
 
 // Defines a clip, unless an earlier describe has.
 ofx::Status defineClip(ofx::Effect effect, const char* name, const char* label, bool optional,
-                       bool mask) {
+                       bool mask, bool withAlphaOnly) {
   ofx::PropertySet handle = nullptr;
   const ofx::Status status = host().effect->clipDefine(effect, name, &handle);
   if (status == ofx::exists) return ofx::ok;
@@ -88,7 +94,9 @@ ofx::Status defineClip(ofx::Effect effect, const char* name, const char* label, 
   clip.set(ofx::prop::label, label);
   int components = 0;
   clip.set(ofx::prop::supportedComponents, ofx::components::rgba, components++);
-  clip.set(ofx::prop::supportedComponents, ofx::components::rgb, components++);
+  if (!withAlphaOnly) {
+    clip.set(ofx::prop::supportedComponents, ofx::components::rgb, components++);
+  }
   if (mask) clip.set(ofx::prop::supportedComponents, ofx::components::alpha, components++);
   clip.set(ofx::prop::optional, optional ? 1 : 0);
   clip.set(ofx::prop::isMask, mask ? 1 : 0);
@@ -112,15 +120,16 @@ ofx::Status describeInContext(ofx::Effect effect, Properties in) {
       {holdOutClip, "HoldOutMatte", true, true}, {garbageClip, "GarbageMatte", true, true},
       {referenceClip, "Reference", true, false}, {ofx::outputClip, "Output", false, false},
   };
+  const bool filter = context == ofx::context::filter;
   for (const ClipRow& clip : clips) {
-    const ofx::Status status = defineClip(effect, clip.name, clip.label, clip.optional, clip.mask);
+    // A filter's output has the plate's channels: an RGB plate is asked for as RGBA, so that there
+    // is a place for the matte.
+    const bool withAlphaOnly = filter && !clip.optional;
+    const ofx::Status status =
+        defineClip(effect, clip.name, clip.label, clip.optional, clip.mask, withAlphaOnly);
     if (status != ofx::ok) return status;
   }
-  return describeParameters(effect);
-}
-
-Instance* instanceOf(ofx::Effect effect) {
-  return static_cast<Instance*>(propertiesOf(effect).pointer(ofx::prop::instanceData));
+  return describeParameters(effect, filter);
 }
 
 ofx::Status createInstance(ofx::Effect effect) {

@@ -45,7 +45,7 @@ struct Crew {
         }
         const int count = std::min(share, job.lines - first);
         if (copy) {
-          copyLines(job, first, count);
+          copyLines(job, first, count, staging);
         } else if (keyLines(job, first, count, staging) != 0) {
           refused = true;
         }
@@ -75,6 +75,32 @@ void run(Crew& crew) {
 
 }  // namespace
 
+MatteChannel Instance::decided(MatteChannel channel, const ClipRef& clip, const Image& image,
+                               const Picture& picture) {
+  if (channel != MatteChannel::automatic) return channel;
+  if (picture.channels == 1) return MatteChannel::alpha;
+  const std::string state = Properties(clip.properties).text(ofx::prop::premultiplication);
+  if (picture.channels == 3 || state == ofx::premultiplication::opaque) {
+    return MatteChannel::luminance;
+  }
+  // Many hosts call every picture unpremultiplied: its pixels tell.
+  const std::string identity = image.identity();
+  {
+    const std::lock_guard guard(matteLock_);
+    const auto known = opaqueMattes_.find(identity);
+    if (known != opaqueMattes_.end()) {
+      return known->second ? MatteChannel::luminance : MatteChannel::alpha;
+    }
+  }
+  const bool opaque = isOpaque(picture);
+  if (!identity.empty()) {
+    const std::lock_guard guard(matteLock_);
+    if (opaqueMattes_.size() >= 64) opaqueMattes_.clear();
+    opaqueMattes_[identity] = opaque;
+  }
+  return opaque ? MatteChannel::luminance : MatteChannel::alpha;
+}
+
 ofx::Status Instance::render(Properties in) {
   const double time = in.real(ofx::prop::time, 0);
   const auto window = in.rectI(ofx::prop::renderWindow);
@@ -84,9 +110,10 @@ ofx::Status Instance::render(Properties in) {
   const Image dst(output_.clip, time);
   if (!dst) return host().effect->abort && host().effect->abort(effect_) ? ofx::ok : ofx::failed;
   WindowJob job;
-  job.depth = dst.depth();
+  const auto sample = dst.sample();
+  if (!sample) return ofx::badImageFormat;
   job.dst = dst.picture(ofx::outputClip);
-  if (job.depth == 0 || job.dst.channels < 3) return ofx::badImageFormat;
+  if (job.dst.channels < 3) return ofx::badImageFormat;
   job.window = overlap(*window, job.dst.bounds);
   // An image of one field has that field's lines only; in a full frame every second line is ours.
   const bool oneField =
@@ -97,63 +124,71 @@ ofx::Status Instance::render(Properties in) {
   job.lines = lines.count;
   if (isEmpty(job.window) || job.lines == 0) return ofx::ok;
 
-  const Settings settings = parameters_.at(time);
-  const Inputs inputs = inputsFor(settings);
-  const int view = settings.view(inputs);
-  job.background = view == 0;
+  const Request request = requestAt(time);
+  const Settings& settings = request.settings;
+  const Inputs& inputs = request.inputs;
+  job.background = settings.view(inputs) == 0;
+  job.sourceColours = request.panel.intermediate;
   for (int c = 0; c < 3; ++c)
     job.screen[static_cast<std::size_t>(c)] = settings.number("screen", c);
 
   Image fg, bg, hold, garbage, reference;  // held until the last band is through
-  const auto fetch = [&](Image& image, const ClipRef& clip, const char* name) {
+  const auto fetch = [&](Image& image, const ClipRef& clip, const char* name,
+                         const std::optional<ofx::RectD>& region = {}) {
     std::optional<Picture> picture;
-    image = Image(clip.clip, time);
+    image = Image(clip.clip, time, region ? &*region : nullptr);
     if (!image) return picture;  // outside its clip's time: as if all of it lay outside
-    if (image.depth() != job.depth) {
+    picture = image.picture(name);
+    if (picture->sample != *sample) {
       throw Error(Fault::failure, name, "expected the output's depth, found another");
     }
-    picture = image.picture(name);
     return picture;
   };
-  const auto channelOf = [&](const char* parameter, const Picture& picture, const char* name) {
-    const std::string text = settings.text(parameter);
-    const int channel = text == "R" ? 0 : text == "G" ? 1 : text == "B" ? 2 : 3;
-    if (picture.channels == 3 && channel == 3) {
-      throw Error(Fault::wrongUse, name, "the picture has no alpha: choose red, green or blue");
+  const auto fetchMatte = [&](Image& image, const ClipRef& clip, const char* name,
+                              MatteChannel& channel) {
+    // Whether an alpha is opaque is seen in the whole picture.
+    const auto whole =
+        channel == MatteChannel::automatic ? regionOf(clip, time) : std::optional<ofx::RectD>();
+    auto picture = fetch(image, clip, name, whole);
+    if (!picture) return picture;
+    channel = decided(channel, clip, image, *picture);
+    if (picture->channels == 3 && channel == MatteChannel::alpha) {
+      throw Error(Fault::wrongUse, name,
+                  "the picture has no alpha: choose automatic, luminance, red, green or blue");
     }
-    return channel;
+    return picture;
   };
   job.fg = fetch(fg, source_, ofx::sourceClip);
   if (job.fg && job.fg->channels < 3) return ofx::badImageFormat;
+  if (job.fg && job.fg->channels == 4) job.sourceAlpha = request.panel.sourceAlpha;
   if (job.background) {
     job.bg = fetch(bg, background_, backgroundClip);
     if (job.bg && job.bg->channels < 3) return ofx::badImageFormat;
   }
-  if (inputs.holdOut) {
-    job.hold = fetch(hold, holdOut_, holdOutClip);
-    if (job.hold) job.holdChannel = channelOf("holdOutChannel", *job.hold, holdOutClip);
+  job.holdChannel = request.panel.holdChannel;
+  job.garbageChannel = request.panel.garbageChannel;
+  if (request.holdPicture) job.hold = fetchMatte(hold, holdOut_, holdOutClip, job.holdChannel);
+  if (request.garbagePicture) {
+    job.garbage = fetchMatte(garbage, garbage_, garbageClip, job.garbageChannel);
   }
-  if (inputs.garbage) {
-    job.garbage = fetch(garbage, garbage_, garbageClip);
-    if (job.garbage) job.garbageChannel = channelOf("garbageChannel", *job.garbage, garbageClip);
-  }
-  std::string problem = problemOf(settings, job.depth, inputs);
+  std::string problem = settings.screenProblem();
+  if (!problem.empty()) problem.insert(0, "Screen colour: ");
   if (problem.empty() && inputs.reference) {
     job.reference = fetch(reference, reference_, referenceClip);
     if (!job.reference) job.reference.emplace();  // all of it is outside: the screen colour
+    job.reference->sample = *sample;
   }
 
   std::optional<EnginePool::Lease> lease;
+  job.depth = workingDepth(*sample, inputs.reference);
   if (problem.empty()) {
     lease.emplace(engines_.lease({settings, job.depth, inputs}));
     problem = tableProblem(lease->result());
     job.engine = lease->engine();
   }
-  if (problem.empty()) {
-    clearReport();
-  } else {
-    report(ofx::message::warning, problem);
-  }
+  // The plate as it is goes through a depth that takes nothing from it.
+  if (!problem.empty()) job.depth = workingDepth(*sample, false);
+  settle(problem, clippingNote(*sample, inputs.reference));
 
   Crew crew{job, effect_, !problem.empty()};
   run(crew);

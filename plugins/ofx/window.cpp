@@ -6,7 +6,6 @@
 #include "plugins/ofx/window.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -27,9 +26,9 @@ struct Band {
   std::size_t stagedBytes() const { return stagedRowBytes() * static_cast<std::size_t>(count); }
 };
 
-std::byte* pixelAt(const Picture& picture, int depth, int x, int y) {
+std::byte* pixelAt(const Picture& picture, int x, int y) {
   return picture.data + (std::ptrdiff_t{y} - picture.bounds.y1) * picture.rowBytes +
-         (std::ptrdiff_t{x} - picture.bounds.x1) * picture.channels * depth;
+         (std::ptrdiff_t{x} - picture.bounds.x1) * picture.channels * bytesOf(picture.sample);
 }
 
 // Whether the engine can read or write the band in the picture itself.
@@ -46,7 +45,8 @@ bool liesRight(const Picture& picture, const Band& band) {
       picture.rowBytes % depth == 0 &&
       reinterpret_cast<std::uintptr_t>(picture.data) % static_cast<std::uintptr_t>(depth) == 0;
   constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max();
-  return covers && interleaved && aligned && step / depth < limit && step / depth > -limit;
+  return isNative(picture.sample, depth) && covers && interleaved && aligned &&
+         step / depth < limit && step / depth > -limit;
 }
 
 OtileImage imageAt(std::byte* data, int depth, int channels, std::ptrdiff_t lineBytes) {
@@ -93,23 +93,6 @@ void widen(std::byte* to, const std::byte* from, int n, int channels, int depth,
   }
 }
 
-// One code, as the painted screen of a plate's outside: rounded half up, held inside the codes.
-void writeCode(std::byte* at, int depth, float value) {
-  if (depth == 4) {
-    std::memcpy(at, &value, sizeof value);
-    return;
-  }
-  const float top = depth == 1 ? 255.0F : 65535.0F;
-  const float code = std::fmin(std::fmax(std::trunc(std::fma(value, top, 0.5F)), 0.0F), top);
-  if (depth == 1) {
-    const auto byte = static_cast<std::uint8_t>(code);
-    std::memcpy(at, &byte, sizeof byte);
-  } else {
-    const auto word = static_cast<std::uint16_t>(code);
-    std::memcpy(at, &word, sizeof word);
-  }
-}
-
 struct PixelBytes {
   std::byte bytes[16]{};
 };
@@ -125,13 +108,13 @@ PixelBytes screenPixel(const WindowJob& job) {
 
 // Stages the band of a picture, or of none, and describes the copy.
 OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& outside,
-                 std::byte* room) {
+                 std::byte* room, std::vector<std::byte>& row) {
   const int depth = band.job.depth;
   const ofx::RectI& window = band.job.window;
   PixelBytes opaque;
   writeCode(opaque.bytes, depth, 1.0F);
   for (int line = 0; line < band.count; ++line) {
-    std::byte* row = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
+    std::byte* staged = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
     const int y = band.y(line);
     int from = window.x1;
     int to = window.x1;
@@ -141,12 +124,18 @@ OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& out
     }
     const std::size_t pixel = band.pixelBytes();
     const auto offset = [&](int x) { return static_cast<std::size_t>(x - window.x1) * pixel; };
-    fill(row, from - window.x1, outside.bytes, pixel);
+    fill(staged, from - window.x1, outside.bytes, pixel);
     if (to > from) {
-      widen(row + offset(from), pixelAt(*picture, depth, from, y), to - from, picture->channels,
-            depth, opaque.bytes);
+      const std::byte* at = pixelAt(*picture, from, y);
+      if (!isNative(picture->sample, depth)) {
+        const auto samples = static_cast<std::size_t>((to - from) * picture->channels);
+        row.resize(samples * static_cast<std::size_t>(depth));
+        toWorking(row.data(), depth, at, picture->sample, samples);
+        at = row.data();
+      }
+      widen(staged + offset(from), at, to - from, picture->channels, depth, opaque.bytes);
     }
-    fill(row + offset(to), window.x2 - to, outside.bytes, pixel);
+    fill(staged + offset(to), window.x2 - to, outside.bytes, pixel);
   }
   return imageAt(room, depth, 4, static_cast<std::ptrdiff_t>(band.stagedRowBytes()));
 }
@@ -165,13 +154,31 @@ void fillAlpha(const OtileImage& dst, const Band& band) {
 
 // Writes a staged band of four channels to a destination of three or four.
 void unstage(const Picture& dst, const Band& band, const std::byte* room) {
-  const auto element = static_cast<std::size_t>(band.job.depth);
-  const std::size_t pixel = static_cast<std::size_t>(dst.channels) * element;
+  const auto channels = static_cast<std::size_t>(dst.channels);
+  const std::size_t pixel = channels * static_cast<std::size_t>(bytesOf(dst.sample));
+  // Four channels go as one row; three leave every fourth staged sample out.
+  const std::size_t samples = channels == 4 ? static_cast<std::size_t>(band.width()) * 4 : channels;
+  const int steps = channels == 4 ? 1 : band.width();
   for (int line = 0; line < band.count; ++line) {
     const std::byte* from = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
-    std::byte* to = pixelAt(dst, band.job.depth, band.job.window.x1, band.y(line));
-    for (int x = 0; x < band.width(); ++x, from += band.pixelBytes(), to += pixel) {
-      std::memcpy(to, from, pixel);
+    std::byte* to = pixelAt(dst, band.job.window.x1, band.y(line));
+    for (int step = 0; step < steps; ++step, from += band.pixelBytes(), to += pixel) {
+      fromWorking(to, dst.sample, from, band.job.depth, samples);
+    }
+  }
+}
+
+// Lays the plate's own colours over what was keyed; outside the plate nothing changes.
+void copyColours(const Band& band) {
+  const Picture& dst = band.job.dst;
+  const Picture& plate = *band.job.fg;
+  const ofx::RectI inside = overlap(band.job.window, plate.bounds);
+  const auto element = static_cast<std::size_t>(bytesOf(dst.sample));
+  for (int line = 0; line < band.count; ++line) {
+    const int y = band.y(line);
+    if (y < inside.y1 || y >= inside.y2) continue;
+    for (int x = inside.x1; x < inside.x2; ++x) {
+      std::memcpy(pixelAt(dst, x, y), pixelAt(plate, x, y), 3 * element);
     }
   }
 }
@@ -184,54 +191,100 @@ bool allLieRight(const Band& band) {
   };
   return job.dst.channels == 4 && liesRight(job.dst, band) && right(job.fg) &&
          (!job.background || right(job.bg)) && (!job.hold || right(job.hold)) &&
-         (!job.garbage || right(job.garbage)) && (!job.reference || right(job.reference));
+         (!job.garbage || right(job.garbage)) && (!job.reference || right(job.reference)) &&
+         job.sourceAlpha == SourceAlpha::ignore &&
+         (!job.hold || job.holdChannel != MatteChannel::luminance) &&
+         (!job.garbage || job.garbageChannel != MatteChannel::luminance);
 }
+
+// Finds, stages and makes the pictures of one band.
+class TileMaker {
+ public:
+  TileMaker(const Band& band, Staging& staging)
+      : band_(band), job_(band.job), staging_(staging), screen_(screenPixel(band.job)) {}
+
+  OtileImage plate(const std::optional<Picture>& picture) { return input(picture, screen_); }
+  OtileImage below(const std::optional<Picture>& picture) { return input(picture, {}); }
+
+  // A matte is read through its alpha pointer alone.
+  OtileImage matte(const std::optional<Picture>& picture, MatteChannel channel) {
+    if (!picture) return {};
+    OtileImage image{};
+    if (picture->channels != 1 && channel == MatteChannel::luminance) {
+      image = stage(&*picture, band_, {}, room(), row());
+      luminanceToAlpha(image, area());
+    } else {
+      image = input(picture, {});
+      void* const channels[] = {image.red, image.green, image.blue, image.alpha};
+      if (picture->channels != 1) image.alpha = channels[static_cast<int>(channel)];
+    }
+    image.red = image.green = image.blue = nullptr;
+    return image;
+  }
+
+  // The matte, and where the plate's alpha covers besides.
+  OtileImage united(const OtileImage& matte, const OtileImage& plate, bool inverted) {
+    OtileImage image =
+        imageAt(room(), job_.depth, 4, static_cast<std::ptrdiff_t>(band_.stagedRowBytes()));
+    unite(image, matte, plate, inverted, area());
+    image.red = image.green = image.blue = nullptr;
+    return image;
+  }
+
+  std::byte* room() {
+    std::vector<std::byte>& piece = staging_[used_++];
+    if (piece.size() < band_.stagedBytes()) piece.resize(band_.stagedBytes());
+    return piece.data();
+  }
+
+ private:
+  std::vector<std::byte>& row() { return staging_.back(); }
+  MatteArea area() const { return {job_.depth, band_.width(), band_.count}; }
+
+  OtileImage input(const std::optional<Picture>& picture, const PixelBytes& outside) {
+    if (picture && liesRight(*picture, band_)) {
+      return imageAt(pixelAt(*picture, job_.window.x1, band_.y(0)), job_.depth, picture->channels,
+                     picture->rowBytes * job_.lineStride);
+    }
+    return stage(picture ? &*picture : nullptr, band_, outside, room(), row());
+  }
+
+  const Band& band_;
+  const WindowJob& job_;
+  Staging& staging_;
+  std::size_t used_ = 0;
+  PixelBytes screen_;
+};
 
 int keyBand(const Band& band, Staging& staging) {
   const WindowJob& job = band.job;
-  const PixelBytes screen = screenPixel(job);
-  const PixelBytes nothing;
-  std::size_t used = 0;
-  const auto room = [&] {
-    std::vector<std::byte>& piece = staging[used++];
-    if (piece.size() < band.stagedBytes()) piece.resize(band.stagedBytes());
-    return piece.data();
-  };
-  const auto input = [&](const std::optional<Picture>& picture, const PixelBytes& outside) {
-    if (picture && liesRight(*picture, band)) {
-      return imageAt(pixelAt(*picture, job.depth, job.window.x1, band.y(0)), job.depth,
-                     picture->channels, picture->rowBytes * job.lineStride);
-    }
-    return stage(picture ? &*picture : nullptr, band, outside, room());
-  };
-  // A matte is read through its alpha pointer alone.
-  const auto matte = [&](const std::optional<Picture>& picture, int channel) {
-    OtileImage image = input(picture, nothing);
-    void* const channels[] = {image.red, image.green, image.blue, image.alpha};
-    image.alpha = picture->channels == 1 ? image.alpha : channels[channel];
-    image.red = image.green = image.blue = nullptr;
-    return image;
-  };
-
+  TileMaker make(band, staging);
   Otile tile{};
-  tile.fg = input(job.fg, screen);  // with its alpha: fast kernels load whole pixels
-  if (job.background) tile.bg = input(job.bg, nothing);
-  if (job.hold) tile.hold = matte(job.hold, job.holdChannel);
-  if (job.garbage) tile.garbage = matte(job.garbage, job.garbageChannel);
-  if (job.reference) tile.ref = input(job.reference, screen);
+  tile.fg = make.plate(job.fg);  // with its alpha: fast kernels load whole pixels
+  if (job.background) tile.bg = make.below(job.bg);
+  tile.hold = make.matte(job.hold, job.holdChannel);
+  tile.garbage = make.matte(job.garbage, job.garbageChannel);
+  if (job.sourceAlpha == SourceAlpha::insideMask) {
+    tile.hold = make.united(tile.hold, tile.fg, false);
+  } else if (job.sourceAlpha == SourceAlpha::multiply) {
+    tile.garbage = make.united(tile.garbage, tile.fg, true);
+  }
+  if (job.reference) tile.ref = make.plate(job.reference);
 
   const bool direct = job.dst.channels == 4 && liesRight(job.dst, band);
-  std::byte* staged = direct ? nullptr : room();
+  std::byte* staged = direct ? nullptr : make.room();
   tile.dst =
-      direct ? imageAt(pixelAt(job.dst, job.depth, job.window.x1, band.y(0)), job.depth, 4,
+      direct ? imageAt(pixelAt(job.dst, job.window.x1, band.y(0)), job.depth, 4,
                        job.dst.rowBytes * job.lineStride)
              : imageAt(staged, job.depth, 4, static_cast<std::ptrdiff_t>(band.stagedRowBytes()));
   // An integer background of three channels is used where it lies and has no alpha to merge.
   if (job.background && !tile.bg.alpha) fillAlpha(tile.dst, band);
 
   const int result = orvanite_render(job.engine, job.depth, band.width(), band.count, &tile);
-  if (!direct && result == 0) unstage(job.dst, band, staged);
-  return result;
+  if (result != 0) return result;
+  if (!direct) unstage(job.dst, band, staged);
+  if (job.sourceColours && job.fg) copyColours(band);
+  return 0;
 }
 
 }  // namespace
@@ -245,14 +298,26 @@ int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
   return 0;
 }
 
-void copyLines(const WindowJob& job, int first, int count) {
-  std::vector<std::byte> staging;
+void copyLines(const WindowJob& job, int first, int count, Staging& staging) {
+  std::vector<std::byte>& room = staging.front();
   for (int done = 0; done < count; done += stagedLines) {
     const Band band{job, first + done, std::min(stagedLines, count - done)};
-    staging.resize(band.stagedBytes());
-    stage(job.fg ? &*job.fg : nullptr, band, PixelBytes{}, staging.data());
-    unstage(job.dst, band, staging.data());
+    room.resize(band.stagedBytes());
+    stage(job.fg ? &*job.fg : nullptr, band, PixelBytes{}, room.data(), staging.back());
+    unstage(job.dst, band, room.data());
   }
+}
+
+bool isOpaque(const Picture& picture) {
+  const int element = bytesOf(picture.sample);
+  for (int y = picture.bounds.y1; y < picture.bounds.y2; ++y) {
+    for (int x = picture.bounds.x1; x < picture.bounds.x2; ++x) {
+      if (!(valueOf(pixelAt(picture, x, y) + std::ptrdiff_t{3} * element, picture.sample) >= 1)) {
+        return false;
+      }
+    }
+  }
+  return true;
 }
 
 LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField) {

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "engine/orvanite.h"
+#include "plugins/ofx/mattes.h"
 #include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/samples.h"
 
 namespace orvanite::ofxPlugin {
 
@@ -22,12 +24,13 @@ struct Picture {
   ofx::RectI bounds{};
   std::ptrdiff_t rowBytes = 0;  // of any sign, and of any size
   int channels = 4;             // 4 r g b a, 3 r g b, 1 alpha
+  Sample sample = Sample::byte;
 };
 
 /// Everything that a window's lines need. Read-only while they are keyed.
 struct WindowJob {
   QMXOrvaniteTable* engine = nullptr;
-  int depth = 1;        // 1, 2 or 4, of every picture
+  int depth = 1;        // 1, 2 or 4: what is keyed, whatever the pictures' samples are
   ofx::RectI window{};  // inside dst
   int firstLine = 0;    // y of line 0: window.y1, or the first line of the field
   int lineStride = 1;   // 2 where a single field is rendered into a full frame
@@ -40,13 +43,17 @@ struct WindowJob {
   std::optional<Picture> garbage;
   std::optional<Picture> reference;  // outside it lies `screen`
   bool background = false;  // whether the view shows the background, even where `bg` is absent
-  int holdChannel = 3;      // 0 r .. 3 a; a one-channel matte has one choice
-  int garbageChannel = 3;
+  // A one-channel matte has one choice. Not automatic: that is decided for the whole picture.
+  MatteChannel holdChannel = MatteChannel::alpha;
+  MatteChannel garbageChannel = MatteChannel::alpha;
+  SourceAlpha sourceAlpha = SourceAlpha::ignore;  // otherwise the plate has four channels
+  bool sourceColours = false;     // the plate's own colours instead of the keyed ones
   std::array<float, 3> screen{};  // in 0..1 codes
 };
 
-/// One thread's room for staged bands, kept from band to band: a piece for each picture of a tile.
-using Staging = std::array<std::vector<std::byte>, 6>;
+/// One thread's room for staged bands, kept from band to band: a piece for each picture of a tile,
+/// two for mattes that are made, one for rows that change their kind of samples.
+using Staging = std::array<std::vector<std::byte>, 9>;
 
 /// Lines that are staged at once at the most: they stay in the cache.
 inline constexpr int stagedLines = 32;
@@ -61,13 +68,17 @@ int keyLines(const WindowJob& job, int first, int count, Staging& staging);
 
 /// Copies the foreground's pixels instead: what a key that cannot be built shows. Alpha comes
 /// along where there is one and is full where there is none; outside lies transparent black.
-void copyLines(const WindowJob& job, int first, int count);
+/// The job's depth is one that its samples go to and come back from unchanged.
+void copyLines(const WindowJob& job, int first, int count, Staging& staging);
 
 /// The lines of a window to render: all, or those of one field. `lowerField` is about y = 0, 2, 4.
 struct LineSet {
   int first, stride, count;
 };
 LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField);
+
+/// Whether the alpha of a picture of four channels is 1.0 or more everywhere.
+bool isOpaque(const Picture& picture);
 
 /// The overlap of two rectangles; empty ones have x2 <= x1 or y2 <= y1.
 ofx::RectI overlap(const ofx::RectI& a, const ofx::RectI& b);

@@ -81,6 +81,11 @@ inline HostImage staged(HostImage* picture, const ofx::RectI& window, int depth,
           value = channels == 1  ? (c == 3 ? picture->code(x, y, 0) : 0)
                   : c < channels ? picture->code(x, y, c)
                                  : full;
+          // Beside a clean plate floats are keyed as words.
+          const bool given = c < channels || (channels == 1 && c == 3);
+          if (given && picture->isReal() && depth == 2) {
+            value = screenCode(static_cast<float>(value), 2);
+          }
         }
         copy.setCode(x, y, c, value);
       }
@@ -96,14 +101,87 @@ inline OtileImage describe(HostImage& image) {
   return {at, at + d, at + 2 * d, at + 3 * d, 4, 4 * (b.x2 - b.x1)};
 }
 
-/// The keyed window. Empty when the tables cannot be built.
-inline std::unique_ptr<HostImage> flatKey(const orvanite::Settings& settings, const Pictures& in,
-                                          const ofx::RectI& window, int depth) {
+/// What the panel adds to settings.
+struct Panel {
+  enum Matte { letter, luminance, automatic };  // letter: the one that the settings name
+  Matte hold = letter, garbage = letter;
+  int sourceAlpha = 0;  // 1 keeps inside, 2 multiplies
+  bool intermediate = false, premultiplied = false;
+};
+
+/// A matte's alpha as it is keyed: a channel or the luminance, and what the plate's own alpha `own`
+/// (null: nothing) covers besides.
+inline HostImage madeMatte(HostImage* picture, HostImage* own, bool inverted, Panel::Matte kind,
+                           const std::string& letter, const ofx::RectI& window, int depth) {
+  const double none[4] = {0, 0, 0, 0};
+  const double full = depth == 4 ? 1 : depth == 1 ? 255 : 65535;
+  HostImage from = staged(picture, window, depth, none);
+  HostImage plate = staged(own, window, depth, none);
+  HostImage made({window, 4, depth});
+  bool opaque = picture != nullptr;
+  if (picture) {
+    const ofx::RectI& all = picture->layout().bounds;
+    const double top = picture->isReal() ? 1 : picture->layout().depth == 1 ? 255 : 65535;
+    for (int y = all.y1; y < all.y2; ++y) {
+      for (int x = all.x1; x < all.x2; ++x) {
+        const int channels = picture->layout().channels;
+        if (channels != 3 && picture->code(x, y, channels - 1) < top) opaque = false;
+      }
+    }
+  }
+  const bool single = picture && picture->layout().channels == 1;
+  const bool grey = !single && (kind == Panel::luminance || (kind == Panel::automatic && opaque));
+  const int channel =
+      single || kind == Panel::automatic ? 3 : static_cast<int>(std::string("RGBA").find(letter));
+  const auto held = [](double v) { return v > 1 ? 1 : v > 0 ? v : 0; };
+  for (int y = window.y1; y < window.y2; ++y) {
+    for (int x = window.x1; x < window.x2; ++x) {
+      double m = 0;
+      if (grey) {
+        const double r = from.code(x, y, 0), g = from.code(x, y, 1), b = from.code(x, y, 2);
+        const auto f = [](double v) { return static_cast<float>(v); };
+        m = depth == 4
+                ? static_cast<double>(f(g) + (0.2126F * (f(r) - f(g)) + 0.0722F * (f(b) - f(g))))
+                : std::floor((r * 13933 + g * 46871 + b * 4732) / 65536 + 0.5);
+      } else if (picture) {
+        m = from.code(x, y, channel);
+      }
+      if (own) {
+        double s = plate.code(x, y, 3);
+        if (depth == 4) {
+          const auto f = [](double v) { return static_cast<float>(v); };
+          s = inverted ? static_cast<double>(1 - f(held(s))) : held(s);
+          m = static_cast<double>(1 - (1 - f(held(m))) * (1 - f(s)));
+        } else {
+          if (inverted) s = full - s;
+          m = full - std::floor((full - m) * (full - s) / full + 0.5);
+        }
+      }
+      made.setCode(x, y, 3, m);
+    }
+  }
+  return made;
+}
+
+/// The keyed window at a depth of the engine's. Empty when the tables cannot be built.
+inline std::unique_ptr<HostImage> flatKey(orvanite::Settings settings, const Pictures& in,
+                                          const ofx::RectI& window, int depth,
+                                          const Panel& panel = {}) {
+  const bool own = in.source && in.source->layout().channels == 4;
+  const bool keeps = own && panel.sourceAlpha == 1, cuts = own && panel.sourceAlpha == 2;
+  const bool hold = in.hold && settings.toggle("useHoldOutMatte");
+  const bool garbage = in.garbage && settings.toggle("useGarbageMatte");
   orvanite::Inputs inputs;
   inputs.background = in.bg != nullptr;
-  inputs.holdOut = in.hold && settings.toggle("useHoldOutMatte");
-  inputs.garbage = in.garbage && settings.toggle("useGarbageMatte");
+  inputs.holdOut = hold || keeps;
+  inputs.garbage = garbage || cuts;
   inputs.reference = in.reference && settings.toggle("useReference");
+  if (keeps) settings.setText("useHoldOutMatte", "on");
+  if (cuts) settings.setText("useGarbageMatte", "on");
+  if (panel.premultiplied && settings.choice("output") == "unpremultiplied") {
+    settings.setText("output", "compOnBlack");
+  }
+  if (panel.intermediate) settings.setText("output", "unpremultiplied");
   QMXOrvaniteTable* engine = orvanite_new();
   settings.applyTo(engine, depth, inputs);
   if (orvanite_makeLuts(engine) != 0) {
@@ -116,24 +194,18 @@ inline std::unique_ptr<HostImage> flatKey(const orvanite::Settings& settings, co
 
   HostImage fg = staged(in.source.get(), window, depth, screen);
   HostImage bg = staged(in.bg.get(), window, depth, none);
-  HostImage hold = staged(in.hold.get(), window, depth, none);
-  HostImage garbage = staged(in.garbage.get(), window, depth, none);
+  HostImage keep = madeMatte(hold ? in.hold.get() : nullptr, keeps ? in.source.get() : nullptr,
+                             false, panel.hold, settings.text("holdOutChannel"), window, depth);
+  HostImage cut = madeMatte(garbage ? in.garbage.get() : nullptr, cuts ? in.source.get() : nullptr,
+                            true, panel.garbage, settings.text("garbageChannel"), window, depth);
   HostImage reference = staged(in.reference.get(), window, depth, screen);
   auto out = std::make_unique<HostImage>(Layout{window, 4, depth});
-  const auto matte = [&](HostImage& image, const std::shared_ptr<HostImage>& from,
-                         const char* parameter) {
-    OtileImage tile = describe(image);
-    const std::size_t letter = std::string("RGBA").find(settings.text(parameter));
-    void* const channels[] = {tile.red, tile.green, tile.blue, tile.alpha};
-    if (from->layout().channels != 1) tile.alpha = channels[letter];
-    return tile;
-  };
   Otile tile{};
   tile.dst = describe(*out);
   tile.fg = describe(fg);
   if (settings.view(inputs) == 0) tile.bg = describe(bg);
-  if (inputs.holdOut) tile.hold = matte(hold, in.hold, "holdOutChannel");
-  if (inputs.garbage) tile.garbage = matte(garbage, in.garbage, "garbageChannel");
+  if (inputs.holdOut) tile.hold = describe(keep);
+  if (inputs.garbage) tile.garbage = describe(cut);
   if (inputs.reference) tile.ref = describe(reference);
   const int result =
       orvanite_render(engine, depth, window.x2 - window.x1, window.y2 - window.y1, &tile);

@@ -24,6 +24,7 @@ TEST(OfxDescription, SaysWhatTheEffectCanDoInTheStandardsWords) {
   EXPECT_EQ(effect.text("OfxImageEffectPropSupportedPixelDepths", 0), "OfxBitDepthByte");
   EXPECT_EQ(effect.text("OfxImageEffectPropSupportedPixelDepths", 1), "OfxBitDepthShort");
   EXPECT_EQ(effect.text("OfxImageEffectPropSupportedPixelDepths", 2), "OfxBitDepthFloat");
+  EXPECT_EQ(effect.text("OfxImageEffectPropSupportedPixelDepths", 3), "OfxBitDepthHalf");
   EXPECT_EQ(effect.text("OfxImageEffectPluginRenderThreadSafety"), "OfxImageEffectRenderFullySafe");
   EXPECT_EQ(effect.integer("OfxImageEffectPropSupportsTiles"), 1);
   EXPECT_EQ(effect.integer("OfxImageEffectPropSupportsMultiResolution"), 1);
@@ -46,6 +47,36 @@ TEST(OfxDescription, SaysWhatTheEffectCanDoInTheStandardsWords) {
     EXPECT_TRUE(clip.refused.empty()) << row.clip << ": " << clip.refused.front();
   }
   EXPECT_TRUE(effect.refused.empty()) << effect.refused.front();
+
+  // A filter's output has the plate's channels: there must be a place for the matte.
+  const auto inFilter = loaded.host.describe(filter);
+  for (const char* clip : {"Source", "Output"}) {
+    const Props& props = inFilter->clips.at(clip).props;
+    EXPECT_EQ(props.count("OfxImageEffectPropSupportedComponents"), 1U) << clip;
+    EXPECT_EQ(props.text("OfxImageEffectPropSupportedComponents"), "OfxImageComponentRGBA") << clip;
+  }
+}
+
+TEST(OfxDescription, SuitsHostsThatSaveChoicesByTextAndShowTriplesAsRectangles) {
+  Manners manners;
+  manners.textChoices = true;
+  manners.name = "MLT";
+  Loaded loaded(manners, filter);
+  auto& params = loaded.descriptor->params;
+  for (const char* triple : {"midTonesAt", "exposure", "gamma", "offset", "bgExposure"}) {
+    EXPECT_EQ(params.count(triple), 0U);
+    for (const char* slider : {"R", "G", "B"}) {
+      EXPECT_EQ(params.at(std::string(triple) + slider).type, "OfxParamTypeDouble");
+    }
+  }
+  const ParamState& output = params.at("output");
+  EXPECT_EQ(output.type, "OfxParamTypeStrChoice");
+  EXPECT_EQ(output.props.text("OfxParamPropDefault"), "unpremultiplied");
+  EXPECT_EQ(output.props.text("OfxParamPropChoiceEnum", 7), "intermediate");
+  EXPECT_EQ(params.at("holdOutChannel").props.text("OfxParamPropDefault"), "automatic");
+  for (const auto& [name, param] : params) {
+    EXPECT_TRUE(param.props.refused.empty()) << name << ": " << param.props.refused.front();
+  }
 }
 
 TEST(OfxDescription, MakesAParameterOfEveryEntryOfTheTable) {
@@ -81,11 +112,24 @@ TEST(OfxDescription, MakesAParameterOfEveryEntryOfTheTable) {
                   static_cast<double>(parameter.softHigh));
       }
     }
-    EXPECT_EQ(state.props.count("OfxParamPropChoiceOption"),
-              parameter.type == orvanite::ParameterType::channel ? 4 : parameter.choices.size())
+    const std::size_t own = name == "output" ? 1 : 0;
+    EXPECT_EQ(
+        state.props.count("OfxParamPropChoiceOption"),
+        parameter.type == orvanite::ParameterType::channel ? 6 : parameter.choices.size() + own)
         << name;
+    // Saved by what options and presets say, whatever a panel shows.
+    for (std::size_t i = 0; i < parameter.choices.size(); ++i) {
+      EXPECT_EQ(state.props.text("OfxParamPropChoiceEnum", i), parameter.choices[i].text);
+      EXPECT_EQ(state.props.text("OfxParamPropChoiceOption", i), parameter.choices[i].label);
+    }
   }
-  EXPECT_EQ(params.at("sampleScreen").type, "OfxParamTypePushButton");
+  // A clip by itself is laid over the track below by its straight alpha; a node composites.
+  EXPECT_EQ(params.at("output").props.integer("OfxParamPropDefault"), 4);
+  EXPECT_EQ(loaded.host.describe(general)->params.at("output").props.integer("OfxParamPropDefault"),
+            0);
+  for (const char* button : {"sampleScreen", "autoKey", "loadPreset", "savePreset"}) {
+    EXPECT_EQ(params.at(button).type, "OfxParamTypePushButton") << button;
+  }
   EXPECT_EQ(params.at("version").props.text("OfxParamPropDefault"), ORVANITE_VERSION);
   for (const auto& [name, param] : params) {
     EXPECT_TRUE(param.props.refused.empty()) << name << ": " << param.props.refused.front();
@@ -105,6 +149,7 @@ TEST(OfxPreferences, TellPremultiplicationByOutput) {
     bool background;
     const char* below;
     const char* expected;
+    bool premultiplied = false;
   };
   const char* const pre = "OfxImageAlphaPremultiplied";
   const char* const un = "OfxImageAlphaUnPremultiplied";
@@ -114,14 +159,19 @@ TEST(OfxPreferences, TellPremultiplicationByOutput) {
         Row{"composite", true, pre, pre}, Row{"composite", true, un, un},
         Row{"compOnBlack", true, opaque, pre}, Row{"compOnReplace", false, un, opaque},
         Row{"compOnColour", false, un, opaque}, Row{"unpremultiplied", true, pre, un},
-        Row{"status", false, un, opaque}, Row{"matte", false, un, pre}}) {
+        Row{"status", false, un, opaque}, Row{"matte", false, un, pre},
+        Row{"unpremultiplied", false, un, pre, true}, Row{"intermediate", false, un, un, true}}) {
     for (const char* context : {filter, general}) {
       Loaded loaded({}, context);
       std::mt19937 random(1);
       orvanite::Settings settings;
-      settings.setText("output", row.output);
+      Panel panel;
+      panel.premultiplied = row.premultiplied;
+      panel.intermediate = std::string(row.output) == "intermediate";
+      if (!panel.intermediate) settings.setText("output", row.output);
       give(*loaded.effect, settings);
-      connect(*loaded.effect, "Source", randomImage(random, {{0, 0, 2, 2}, 3, 1}), un);
+      give(*loaded.effect, panel);
+      connect(*loaded.effect, "Source", randomImage(random, {{0, 0, 2, 2}, 4, 1}), un);
       if (row.background) {
         connect(*loaded.effect, "Bg", randomImage(random, {{0, 0, 2, 2}, 4, 1}), row.below);
       }
@@ -136,6 +186,12 @@ TEST(OfxPreferences, TellPremultiplicationByOutput) {
       // An RGB plate gets its matte where we may say so, and stays RGB where we may not.
       EXPECT_EQ(out.count("OfxImageClipPropComponents_Output"), context == general ? 1U : 0U);
       EXPECT_TRUE(out.refused.empty());
+      connect(*loaded.effect, "Source", randomImage(random, {{0, 0, 2, 2}, 3, 1}), un);
+      Props rgb;
+      loaded.host.call("OfxImageEffectActionGetClipPreferences", loaded.effect.get(), nullptr,
+                       &rgb);
+      EXPECT_EQ(rgb.text("OfxImageEffectPropPreMultiplication"),
+                context == general ? row.expected : opaque);
     }
   }
 }
@@ -150,6 +206,7 @@ TEST(OfxRegions, FollowTheClipModeAndAskOnlyForWhatIsUsed) {
   connect(*loaded.effect, "Bg", randomImage(random, {{0, 0, 30, 20}, 4, 1}));
   connect(*loaded.effect, "HoldOutMatte", randomImage(random, {{0, 0, 3, 3}, 1, 1}));
   connect(*loaded.effect, "GarbageMatte", randomImage(random, {{0, 0, 3, 3}, 1, 1}));
+  loaded.effect->clips.at("HoldOutMatte").region = {-9, -9, 90, 90};
   loaded.create();
 
   const auto region = [&] {
@@ -179,6 +236,12 @@ TEST(OfxRegions, FollowTheClipModeAndAskOnlyForWhatIsUsed) {
     EXPECT_EQ(out.real(std::string("OfxImageClipPropRoI_") + used, 3), 4.0) << used;
   }
   EXPECT_EQ(out.real("OfxImageClipPropRoI_GarbageMatte", 2), 1.0);  // from 1 to 1: nothing
+  // Which channel of a matte counts is decided by all of it, unless it is chosen.
+  loaded.effect->params.at("holdOutChannel").value = {5};
+  Props automatic;
+  loaded.host.call("OfxImageEffectActionGetRegionsOfInterest", loaded.effect.get(), &in,
+                   &automatic);
+  EXPECT_EQ(automatic.real("OfxImageClipPropRoI_HoldOutMatte", 2), 90.0);
   EXPECT_EQ(out.count("OfxImageClipPropRoI_Reference"), 0U);
   EXPECT_TRUE(out.refused.empty());
 }
@@ -208,63 +271,6 @@ TEST(OfxSettings, OfOlderVersionsLoadAndAreStampedWhenSaved) {
   }
   EXPECT_EQ(loaded.host.call("OfxActionSyncPrivateData", loaded.effect.get()), ofx::ok);
   EXPECT_EQ(std::get<std::string>(loaded.effect->params.at("version").value[0]), ORVANITE_VERSION);
-}
-
-TEST(OfxScreen, IsMeasuredByTheButtonAndTakesTheBalancesAlong) {
-  Layout layouts[3];
-  layouts[1].depth = 2;
-  layouts[1].channels = 3;
-  layouts[1].padBytes = 3;
-  layouts[1].shiftBytes = 1;
-  layouts[2].depth = 4;
-  layouts[2].upsideDown = true;
-  for (Layout& layout : layouts) {
-    SCOPED_TRACE(layout.depth);
-    Loaded loaded;
-    std::mt19937 random(11);
-    // Two thirds green screen with a little grain, a shadow, and a subject in red. In 8-bit codes.
-    layout.bounds = {-7, 3, 113, 63};
-    auto plate = std::make_shared<HostImage>(layout);
-    const double top = layout.depth == 1 ? 255 : layout.depth == 2 ? 65535 : 1;
-    const auto paint = [&](int x, int y, int r, int g, int b) {
-      const int rgba[] = {r, g, b, 255};
-      for (int c = 0; c < layout.channels; ++c) plate->setCode(x, y, c, rgba[c] / 255.0 * top);
-    };
-    for (int y = 3; y < 63; ++y) {
-      for (int x = -7; x < 113; ++x) {
-        const int grain = static_cast<int>(random() % 5) - 2;
-        if (x >= 73) {
-          paint(x, y, 180, 60, 50);
-        } else if (x < 8) {
-          paint(x, y, 20 + grain, 90 + grain, 25 + grain);
-        } else {
-          paint(x, y, 40 + grain, 170 + grain, 60 + grain);
-        }
-      }
-    }
-    connect(*loaded.effect, "Source", plate);
-    loaded.effect->params.at("shadowBalance").value = {0.7};  // the artist's own
-    loaded.create();
-    EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
-    const auto& screen = loaded.effect->params.at("screen").value;
-    // The lit screen is (40, 170, 60) give or take the grain of two codes.
-    EXPECT_NEAR(std::get<double>(screen[0]) * 255, 40, 2);
-    EXPECT_NEAR(std::get<double>(screen[1]) * 255, 170, 2);
-    EXPECT_NEAR(std::get<double>(screen[2]) * 255, 60, 2);
-    EXPECT_EQ(std::get<double>(loaded.effect->params.at("shadowBalance").value[0]), 0.7);
-    EXPECT_EQ(std::get<double>(loaded.effect->params.at("midtoneBalance").value[0]), 0.5);
-    EXPECT_EQ(std::get<double>(loaded.effect->params.at("highlightBalance").value[0]), 0.5);
-    EXPECT_TRUE(loaded.effect->notes.empty());
-
-    // No screen, no new colour, but a word.
-    const auto kept = screen;
-    for (int y = 3; y < 63; ++y) {
-      for (int x = -7; x < 113; ++x) paint(x, y, 100, 100, 100);
-    }
-    EXPECT_EQ(loaded.host.changed(*loaded.effect, "sampleScreen"), ofx::ok);
-    EXPECT_EQ(screen, kept);
-    EXPECT_EQ(loaded.effect->notes.size(), 1U);
-  }
 }
 
 }  // namespace ofxTest

@@ -11,6 +11,8 @@ namespace ofxTest {
 OfxHost::OfxHost(Manners how) : manners(how) {
   lendSuitesOf(this);
   host_.properties = hostProps_.handle();
+  hostProps_.set("OfxPropName", manners.name)
+      .set("OfxParamHostPropSupportsStrChoice", manners.textChoices ? 1 : 0);
   host_.fetchSuite = fetchSuite;
 }
 
@@ -107,7 +109,7 @@ void connect(EffectState& effect, const std::string& name, std::shared_ptr<HostI
   ClipState& clip = effect.clips[name];
   const Layout& layout = image->layout();
   clip.props.set("OfxImageClipPropConnected", 1)
-      .set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth)))
+      .set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth, layout.half)))
       .set("OfxImageEffectPropComponents", std::string(componentsName(layout.channels)))
       .set("OfxImageEffectPropPreMultiplication", std::string(premultiplication));
   clip.region = {static_cast<double>(layout.bounds.x1), static_cast<double>(layout.bounds.y1),

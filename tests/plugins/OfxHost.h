@@ -45,7 +45,7 @@ struct Props {
 };
 
 /// The standard's words for a depth in bytes and a number of channels.
-const char* depthName(int depth);
+const char* depthName(int depth, bool half = false);
 const char* componentsName(int channels);
 
 /// What a picture's memory looks like.
@@ -56,6 +56,7 @@ struct Layout {
   int padBytes = 0;         // after each row
   int shiftBytes = 0;       // before the first pixel: misaligns
   bool upsideDown = false;  // negative row bytes
+  bool half = false;        // two-byte floats; depth is 2 then
 };
 
 /// A picture in memory with guard bytes all around, and its property set.
@@ -67,6 +68,7 @@ class HostImage {
   double code(int x, int y, int channel);                 // 0..maximum, or a float
   void setCode(int x, int y, int channel, double value);  // of the depth's own codes
   /// Every byte that is not a pixel's, and pixels outside `window`, as they were made.
+  bool isReal() const { return layout_.depth == 4 || layout_.half; }
   bool guardsHold(const ofx::RectI& window, const HostImage& before) const;
   Props props;
 
@@ -99,6 +101,7 @@ struct EffectState {
   std::mutex lock;                 // over what follows
   std::vector<std::string> notes;  // messages, "type: text"
   std::map<Props*, std::shared_ptr<HostImage>> lent;
+  int edits = 0;  // steps of the undo
   int imagesReleased = 0;
   bool noteStays = false;
   ofx::Effect handle() { return reinterpret_cast<ofx::Effect>(this); }
@@ -116,6 +119,9 @@ struct Manners {
   int abortAfter = -1;  // calls of abort until it says yes
   bool forgetInstanceData = false;
   std::string lacksParamType;  // a kind of parameter that it does not have
+  bool textChoices = false;    // choices are saved as identifiers
+  std::string name;            // the host's own
+  bool drawSuite = false;      // and the interact suite
 };
 
 /// The loaded binary and its one plug-in.
@@ -148,6 +154,8 @@ class OfxHost {
                      const char* field = "OfxFieldNone");
   ofx::Status changed(EffectState& effect, const std::string& param,
                       const char* reason = "OfxChangeUserEdited");
+  /// The lines and rectangles that an overlay drew, as their points.
+  std::vector<std::vector<ofx::PointD>> drawn;
 
  private:
   void* binary_ = nullptr;

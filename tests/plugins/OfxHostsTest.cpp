@@ -25,6 +25,7 @@ TEST(OfxErrors, ReachTheUserAndLeaveTheOutputAlone) {
       {"a matte without alpha",
        [&](Loaded& l, std::mt19937& r) {
          connect(*l.effect, "HoldOutMatte", randomImage(r, {frame, 3, 1}));
+         l.effect->params.at("holdOutChannel").value = {3};
        },
        ofx::failed, "HoldOutMatte: the picture has no alpha"},
       {"a matte of another depth",

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The test host's property sets and pictures; see OfxHost.h.
+#include <Imath/half.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,7 +17,8 @@ constexpr std::byte guardByte{0xA7};
 
 }  // namespace
 
-const char* depthName(int depth) {
+const char* depthName(int depth, bool half) {
+  if (half) return "OfxBitDepthHalf";
   return depth == 1 ? "OfxBitDepthByte" : depth == 2 ? "OfxBitDepthShort" : "OfxBitDepthFloat";
 }
 
@@ -73,7 +75,7 @@ HostImage::HostImage(const Layout& layout) : layout_(layout) {
   bytes_.assign(guard + static_cast<std::size_t>(layout.shiftBytes) + rowBytes_ * height + guard,
                 guardByte);
   const int sign = layout.upsideDown ? -1 : 1;
-  props.set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth)))
+  props.set("OfxImageEffectPropPixelDepth", std::string(depthName(layout.depth, layout.half)))
       .set("OfxImageEffectPropComponents", std::string(componentsName(layout.channels)))
       .set("OfxImagePropField", std::string("OfxFieldNone"))
       .set("OfxImagePropRowBytes", sign * static_cast<int>(rowBytes_))
@@ -97,6 +99,9 @@ double HostImage::code(int x, int y, int channel) {
   if (layout_.depth == 2) {
     std::uint16_t word;
     std::memcpy(&word, at, sizeof word);
+    if (layout_.half) {
+      return static_cast<double>(static_cast<float>(Imath::half(Imath::half::FromBits, word)));
+    }
     return word;
   }
   float real;
@@ -107,8 +112,8 @@ double HostImage::code(int x, int y, int channel) {
 void HostImage::setCode(int x, int y, int channel, double value) {
   std::byte* at = pixel(x, y) + channel * layout_.depth;
   const auto byte = static_cast<std::uint8_t>(value);
-  const auto word = static_cast<std::uint16_t>(value);
   const auto real = static_cast<float>(value);
+  const auto word = layout_.half ? Imath::half(real).bits() : static_cast<std::uint16_t>(value);
   const void* from = layout_.depth == 1   ? static_cast<const void*>(&byte)
                      : layout_.depth == 2 ? static_cast<const void*>(&word)
                                           : static_cast<const void*>(&real);

@@ -28,17 +28,25 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
     manners.threadSuite = random() % 5 != 0;
     manners.threadsFail = random() % 7 == 0;
     const bool inFilter = random() % 3 == 0;
+    manners.textChoices = random() % 4 == 0;
+    manners.name = random() % 4 == 0 ? "MLT" : "test";
     Loaded loaded(manners, inFilter ? filter : general);
 
     orvanite::Settings settings = randomSettings(random);
-    const int depth = 1 << (random() % 3);
+    const bool half = random() % 4 == 0;
+    const int depth = half ? 2 : 1 << (random() % 3);
     const auto colourChannels = [&] { return random() % 2 == 0 ? 4 : 3; };
     const int sourceChannels = colourChannels();
     Pictures in;
-    const Layout dstLayout = randomLayout(random, inFilter ? sourceChannels : 4, depth);
+    const auto layoutOf = [&](int channels) {
+      Layout layout = randomLayout(random, channels, depth);
+      layout.half = half;
+      return layout;
+    };
+    const Layout dstLayout = layoutOf(inFilter ? sourceChannels : 4);
     // Half of the pictures cover the output, as most do; the others lie anywhere.
     const auto picture = [&](int channels) {
-      Layout layout = randomLayout(random, channels, depth);
+      Layout layout = layoutOf(channels);
       const ofx::RectI d = dstLayout.bounds;
       if (random() % 2 == 0) layout.bounds = {d.x1 - 3, d.y1, d.x2, d.y2 + 2};
       return randomImage(random, layout);
@@ -46,17 +54,40 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
     const auto maybe = [&](int oneIn, int channels) {
       return random() % static_cast<unsigned>(oneIn) != 0 ? nullptr : picture(channels);
     };
-    const auto matteFor = [&](const char* channel) {
+    Panel panel;
+    panel.sourceAlpha = static_cast<int>(random() % 3);
+    panel.intermediate = random() % 8 == 0;
+    panel.premultiplied = random() % 2 == 0;
+    const auto matteFor = [&](const char* channel, Panel::Matte& kind) {
       const int counts[] = {1, 3, 4};
       const int channels = counts[random() % 3];
-      if (channels == 3 && settings.text(channel) == "A") settings.setText(channel, "G");
-      return maybe(2, channels);
+      const Panel::Matte kinds[] = {Panel::letter, Panel::luminance, Panel::automatic};
+      kind = kinds[random() % 3];
+      if (channels == 3 && kind == Panel::letter && settings.text(channel) == "A") {
+        settings.setText(channel, "G");
+      }
+      auto image = maybe(2, channels);
+      const bool grey = kind == Panel::automatic && channels == 4 && random() % 2 == 0;
+      if (image && grey) {  // an alpha that says nothing
+        const ofx::RectI& at = image->layout().bounds;
+        for (int y = at.y1; y < at.y2; ++y) {
+          for (int x = at.x1; x < at.x2; ++x) {
+            image->setCode(x, y, 3, image->isReal() ? 1 : depth == 1 ? 255 : 65535);
+          }
+        }
+      }
+      if (channels == 3 && kind == Panel::automatic) kind = Panel::luminance;
+      return image;
     };
     in.source = picture(sourceChannels);
     in.bg = maybe(2, colourChannels());
-    in.hold = matteFor("holdOutChannel");
-    in.garbage = matteFor("garbageChannel");
-    if (depth != 4) in.reference = maybe(3, colourChannels());
+    in.hold = matteFor("holdOutChannel", panel.hold);
+    in.garbage = matteFor("garbageChannel", panel.garbage);
+    in.reference = maybe(3, colourChannels());
+    // Floats and halves are keyed as floats, and beside a clean plate as words.
+    const bool real = half || depth == 4;
+    const bool cleanPlate = in.reference && settings.toggle("useReference");
+    const int working = real ? (cleanPlate ? 2 : 4) : depth;
 
     auto dst = randomImage(random, dstLayout);
     const HostImage before = *dst;
@@ -76,6 +107,7 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
                                std::min(asked.x2, b.x2), std::min(asked.y2, b.y2)};
 
     give(*loaded.effect, settings);
+    give(*loaded.effect, panel);
     connect(*loaded.effect, "Source", in.source);
     connect(*loaded.effect, "Output", dst);
     if (in.bg) connect(*loaded.effect, "Bg", in.bg);
@@ -91,8 +123,27 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
       ASSERT_TRUE(dst->guardsHold({0, 0, 0, 0}, before));
       continue;
     }
-    const auto expected = flatKey(settings, in, window, depth);
-    ASSERT_TRUE(expected);
+    const auto keyed = flatKey(settings, in, window, working, panel);
+    ASSERT_TRUE(keyed);
+    // The same in the output's own samples, with the plate's colours where they are asked for.
+    Layout wide{window, 4, depth};
+    wide.half = half;
+    HostImage made(wide);
+    HostImage* const expected = &made;
+    const ofx::RectI s = in.source->layout().bounds;
+    for (int y = window.y1; y < window.y2; ++y) {
+      for (int x = window.x1; x < window.x2; ++x) {
+        const bool inside = x >= s.x1 && x < s.x2 && y >= s.y1 && y < s.y2;
+        for (int c = 0; c < 4; ++c) {
+          double value = keyed->code(x, y, c);
+          if (real && working == 2) {
+            value = static_cast<double>(static_cast<float>(value) / 65535.0F);
+          }
+          if (panel.intermediate && inside && c < 3) value = in.source->code(x, y, c);
+          made.setCode(x, y, c, value);
+        }
+      }
+    }
     ASSERT_TRUE(dst->guardsHold(window, before)) << "written outside the window";
     HostImage old = before;
     for (int y = window.y1; y < window.y2; ++y) {
@@ -106,13 +157,13 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
       }
     }
     ++rendered;
-    ++covered["depth " + std::to_string(depth)];
-    ++covered[std::string(settings.choice("output"))];
-    if (in.reference) ++covered["reference"];
+    ++covered[half ? "half" : "depth " + std::to_string(depth)];
+    ++covered[panel.intermediate ? "intermediate" : std::string(settings.choice("output"))];
+    if (cleanPlate) ++covered[real ? "clean plate, real" : "clean plate"];
   }
   // The sweep is no good if chance left most of it out.
   EXPECT_GT(rendered, ORVANITE_SWEEP / 2);
-  EXPECT_EQ(covered.size(), 3U + 7U + 1U);
+  EXPECT_EQ(covered.size(), 4U + 8U + 2U);
 }
 
 // Four threads render different frames of one instance whose parameters move: each frame has its

@@ -22,18 +22,30 @@ inline void give(EffectState& effect, const orvanite::Settings& settings) {
   using orvanite::ParameterType;
   for (const orvanite::Parameter& parameter : orvanite::parameters()) {
     const auto at = effect.params.find(std::string(parameter.name));
-    if (at == effect.params.end()) continue;  // a host that never heard of it
+    if (at == effect.params.end()) {
+      // Three sliders, or a host that never heard of it.
+      for (int c = 0; c < 3; ++c) {
+        const auto slider = effect.params.find(std::string(parameter.name) + "RGB"[c]);
+        if (slider != effect.params.end()) {
+          slider->second.value = {static_cast<double>(settings.number(parameter.name, c))};
+        }
+      }
+      continue;
+    }
     std::vector<Value>& value = at->second.value;
     const auto number = [&](int c) {
       return static_cast<double>(settings.number(parameter.name, c));
     };
+    const bool text = at->second.type == "OfxParamTypeStrChoice";
     switch (parameter.type) {
       case ParameterType::choice:
       case ParameterType::toggle:
         value = {static_cast<int>(number(0))};
+        if (text) value = {settings.text(parameter.name)};
         break;
       case ParameterType::channel:
         value = {static_cast<int>(std::string("RGBA").find(settings.text(parameter.name)))};
+        if (text) value = {settings.text(parameter.name)};
         break;
       case ParameterType::number:
         value = {number(0)};
@@ -44,18 +56,39 @@ inline void give(EffectState& effect, const orvanite::Settings& settings) {
   }
 }
 
+// What the panel adds, as a host hands it over. Letters are the settings' own.
+inline void give(EffectState& effect, const Panel& panel) {
+  const auto choose = [&](const char* name, int index, const char* id) {
+    const auto at = effect.params.find(name);
+    if (at == effect.params.end()) return;
+    at->second.value = {index};
+    if (at->second.type == "OfxParamTypeStrChoice") at->second.value = {std::string(id)};
+  };
+  const auto matte = [&](const char* name, Panel::Matte kind) {
+    if (kind == Panel::luminance) choose(name, 4, "luminance");
+    if (kind == Panel::automatic) choose(name, 5, "automatic");
+  };
+  matte("holdOutChannel", panel.hold);
+  matte("garbageChannel", panel.garbage);
+  const char* const alphas[] = {"ignore", "insideMask", "multiply"};
+  choose("sourceAlpha", panel.sourceAlpha, alphas[panel.sourceAlpha]);
+  choose("premultiplication", panel.premultiplied ? 1 : 0,
+         panel.premultiplied ? "premultiplied" : "straight");
+  if (panel.intermediate) choose("output", 7, "intermediate");
+}
+
 inline std::shared_ptr<HostImage> randomImage(std::mt19937& random, const Layout& layout) {
   auto image = std::make_shared<HostImage>(layout);
   std::uniform_real_distribution<double> wide(-0.2, 1.3);
   for (int y = layout.bounds.y1; y < layout.bounds.y2; ++y) {
     for (int x = layout.bounds.x1; x < layout.bounds.x2; ++x) {
       for (int c = 0; c < layout.channels; ++c) {
+        const bool real = layout.depth == 4 || layout.half;
         const double value =
-            layout.depth == 4 ? wide(random)
-                              : static_cast<double>(random() % (layout.depth == 1 ? 256 : 65536));
+            real ? wide(random) : static_cast<double>(random() % (layout.depth == 1 ? 256 : 65536));
         // Plain zeros and full ones are where kernels take other roads.
         const auto kind = random() % 8;
-        const double full = layout.depth == 4 ? 1 : layout.depth == 1 ? 255 : 65535;
+        const double full = real ? 1 : layout.depth == 1 ? 255 : 65535;
         image->setCode(x, y, c, kind == 0 ? 0 : kind == 1 ? full : value);
       }
     }

@@ -40,7 +40,10 @@ const std::set<std::string>& settable() {
       "OfxParamPropDigits OfxParamPropDimensionLabel OfxParamPropAnimates OfxParamPropSecret "
       "OfxParamPropEnabled OfxParamPropEvaluateOnChange OfxParamPropPersistant "
       "OfxParamPropChoiceOption OfxParamPropStringMode OfxParamPropGroupOpen "
-      "OfxParamPropPageChild OfxPluginPropParamPageOrder");
+      "OfxParamPropPageChild OfxPluginPropParamPageOrder OfxParamPropChoiceEnum "
+      "OfxParamPropDoubleType OfxParamPropDefaultCoordinateSystem "
+      "kOfxParamPropUseHostOverlayHandle OfxImageEffectPluginPropOverlayInteractV2 "
+      "OfxInteractPropSlaveToParam");
   static const std::set<std::string> names(std::istream_iterator<std::string>(words), {});
   return names;
 }
@@ -289,7 +292,10 @@ const ofx::ParameterSuite parameterSuite = {
     nullptr,
     nullptr,
     nullptr,
-    [](ofx::ParamSet, const char*) -> ofx::Status { return ofx::ok; },
+    [](ofx::ParamSet set, const char*) -> ofx::Status {
+      ++effectOf(reinterpret_cast<ofx::Effect>(set))->edits;
+      return ofx::ok;
+    },
     [](ofx::ParamSet) -> ofx::Status { return ofx::ok; }};
 
 // --- threads and words
@@ -357,6 +363,26 @@ const ofx::MessageSuite messageSuite = {sayOnce, sayForLong, [](void* handle) ->
                                           return ofx::ok;
                                         }};
 
+// --- overlays
+
+const ofx::InteractSuite interactSuite = {
+    nullptr, [](ofx::Interact) -> ofx::Status { return ofx::ok; },
+    [](ofx::Interact interact, ofx::PropertySet* props) -> ofx::Status {
+      *props = reinterpret_cast<EffectState*>(interact)->props.handle();
+      return ofx::ok;
+    }};
+
+const ofx::DrawSuite drawSuite = {
+    [](ofx::DrawContext, int, ofx::DrawSuite::Colour*) -> ofx::Status { return ofx::ok; },
+    [](ofx::DrawContext, const ofx::DrawSuite::Colour*) -> ofx::Status { return ofx::ok; },
+    [](ofx::DrawContext, float) -> ofx::Status { return ofx::ok; },
+    nullptr,
+    [](ofx::DrawContext, int, const ofx::PointD* points, int count) -> ofx::Status {
+      current->drawn.emplace_back(points, points + count);
+      return ofx::ok;
+    },
+    nullptr};
+
 }  // namespace
 
 void lendSuitesOf(OfxHost* host) { current = host; }
@@ -371,6 +397,8 @@ const void* fetchSuite(ofx::PropertySet, const char* name, int version) {
   if (suite == "OfxPropertySuite") return manners.propertySuite ? &propertySuite : nullptr;
   if (suite == "OfxImageEffectSuite") return manners.effectSuite ? &effectSuite : nullptr;
   if (suite == "OfxParameterSuite") return manners.parameterSuite ? &parameterSuite : nullptr;
+  if (suite == "OfxInteractSuite") return manners.drawSuite ? &interactSuite : nullptr;
+  if (suite == "OfxDrawSuite") return manners.drawSuite ? &drawSuite : nullptr;
   if (suite == "OfxMultiThreadSuite") return manners.threadSuite ? &threadSuite : nullptr;
   return nullptr;
 }

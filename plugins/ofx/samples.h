@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The kinds of samples that hosts hand over, and the way from each to what the engine keys.
+// The engine knows bytes, words and floats; halves are keyed as floats, and floats beside a clean
+// plate as words.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orvanite::ofxPlugin {
+
+/// What a picture's samples are.
+enum class Sample : std::uint8_t { byte, word, half, real };
+
+/// Bytes of one sample.
+constexpr int bytesOf(Sample sample) {
+  return sample == Sample::byte ? 1 : sample == Sample::real ? 4 : 2;
+}
+
+/// The engine's depth for pictures of a kind: 1, 2 or 4. Beside a clean plate the engine keys
+/// integers only: floats and halves are keyed as words then.
+constexpr int workingDepth(Sample sample, bool cleanPlate) {
+  if (sample == Sample::byte) return 1;
+  return sample == Sample::word || cleanPlate ? 2 : 4;
+}
+
+/// Whether the engine reads samples of a kind as they are at a depth.
+constexpr bool isNative(Sample sample, int depth) {
+  return depth == (sample == Sample::half ? 0 : bytesOf(sample));
+}
+
+/// Brings n samples to a depth. Between floats and words 65535 stands for 1.0, rounded half up;
+/// what lies outside 0..1 goes to the ends, and NaN to 0.
+void toWorking(std::byte* to, int depth, const std::byte* from, Sample sample, std::size_t n);
+
+/// And back. Halves are rounded to the nearest, to even where two are as near.
+void fromWorking(std::byte* to, Sample sample, const std::byte* from, int depth, std::size_t n);
+
+/// The value of one sample; 1.0 is white.
+float valueOf(const std::byte* at, Sample sample);
+
+/// Writes a value as a code of a depth, rounded half up and held inside the codes.
+void writeCode(std::byte* at, int depth, float value);
+
+}  // namespace orvanite::ofxPlugin
