@@ -51,8 +51,13 @@ std::string explanationOf(const Parameter& parameter) {
     text.append(" to ").append(plain(static_cast<double>(parameter.softHigh))).append(".");
   }
   if (!parameter.choices.empty()) {
-    text += " One of:";
-    for (const Choice& choice : parameter.choices) text.append(" ").append(choice.text);
+    text += " By name or number:";
+    int number = 0;
+    for (const Choice& choice : parameter.choices) {
+      text.append(number == 0 ? " " : ", ").append(std::to_string(number));
+      text.append(" ").append(choice.text);
+      ++number;
+    }
     text += ".";
   }
   if (parameter.rule == DefaultRule::balanceOfScreen) {
@@ -83,7 +88,31 @@ std::vector<Control> makeControls() {
           {&parameter, c, type, nameOf(parameter) + channels[c], explanationOf(parameter)});
     }
   }
+  // Last, so that the others keep their numbers.
+  made.push_back(
+      {nullptr, 0, F0R_PARAM_BOOL, "Find screen",
+       "While no screen colour is set, the first frame that shows a blue or green screen "
+       "sets what makes the key."});
   return made;
+}
+
+// The number of a choice, or -1 for a text that is none.
+int choiceNumber(const Parameter& parameter, std::string_view text) {
+  int number = -1;
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, number);
+  const bool whole = read.ec == std::errc() && read.ptr == end;
+  return whole && number < static_cast<int>(parameter.choices.size()) ? number : -1;
+}
+
+// Whether a colour is the table's default, give or take what hosts of eight bits make of it.
+bool isDefault(const Parameter& parameter, const f0r_param_color_t& colour) {
+  constexpr float oneCode = 1.0F / 255;
+  const float values[] = {colour.r, colour.g, colour.b};
+  for (std::size_t c = 0; c < 3; ++c) {
+    if (!(std::fabs(values[c] - parameter.defaults[c]) <= oneCode)) return false;
+  }
+  return true;
 }
 
 OtileImage imageOf(const std::uint32_t* pixels, int width) {
@@ -119,19 +148,39 @@ Effect::Effect(unsigned int width, unsigned int height)
 void Effect::set(int index, const void* value) {
   if (index < 0 || index >= static_cast<int>(controls().size()) || !value) return;
   const Control& control = controls()[static_cast<std::size_t>(index)];
-  const Parameter& parameter = *control.parameter;
   const std::lock_guard guard(lock_);
+  if (!control.parameter) {
+    findsScreen_ = *static_cast<const double*>(value) >= 0.5;
+    return;
+  }
+  const Parameter& parameter = *control.parameter;
+  // Hosts set every parameter of a new instance to what it showed before: the table's own default,
+  // set again, is still no value of the user's.
   try {
     switch (control.type) {
       case F0R_PARAM_STRING: {
         const char* text = *static_cast<const f0r_param_string*>(value);
-        if (text) settings_.setText(parameter.name, text);
+        if (!text) break;
+        const std::string before = settings_.text(parameter.name);
+        if (const int number = choiceNumber(parameter, text); number >= 0) {
+          settings_.setNumber(parameter.name, number);
+        } else {
+          settings_.setText(parameter.name, text);
+        }
+        // What was found was found in another encoding.
+        if (parameter.name == "colourspace" && settings_.text(parameter.name) != before) {
+          found_.reset();
+        }
         break;
       }
       case F0R_PARAM_COLOR: {
         const auto& colour = *static_cast<const f0r_param_color_t*>(value);
-        settings_.setNumbers(parameter.name, static_cast<double>(colour.r),
-                             static_cast<double>(colour.g), static_cast<double>(colour.b));
+        if (isDefault(parameter, colour)) {
+          settings_.reset(parameter.name);
+        } else {
+          settings_.setNumbers(parameter.name, static_cast<double>(colour.r),
+                               static_cast<double>(colour.g), static_cast<double>(colour.b));
+        }
         break;
       }
       case F0R_PARAM_BOOL:
@@ -139,16 +188,23 @@ void Effect::set(int index, const void* value) {
         break;
       default: {
         const double number = fromUnit(parameter, *static_cast<const double*>(value));
-        // Hosts set every parameter of a new instance to what it showed before: the table's own
-        // default, set again, is still no value of the user's.
-        if (parameter.rule != DefaultRule::fixed &&
-            static_cast<float>(std::round(number * 1e4) / 1e4) == parameter.defaults[0]) {
+        double rgb[3] = {number, number, number};
+        if (parameter.type == ParameterType::triple) {
+          for (int c = 0; c < 3; ++c) {
+            if (c != control.channel) {
+              rgb[c] = static_cast<double>(settings_.number(parameter.name, c));
+            }
+          }
+        }
+        bool untouched = true;
+        for (std::size_t c = 0; c < static_cast<std::size_t>(valuesOf(parameter.type)); ++c) {
+          if (static_cast<float>(std::round(rgb[c] * 1e4) / 1e4) != parameter.defaults[c]) {
+            untouched = false;
+          }
+        }
+        if (untouched) {
           settings_.reset(parameter.name);
         } else if (parameter.type == ParameterType::triple) {
-          double rgb[3];
-          for (int c = 0; c < 3; ++c)
-            rgb[c] = static_cast<double>(settings_.number(parameter.name, c));
-          rgb[control.channel] = number;
           settings_.setNumbers(parameter.name, rgb[0], rgb[1], rgb[2]);
         } else {
           settings_.setNumber(parameter.name, number);
@@ -163,8 +219,12 @@ void Effect::set(int index, const void* value) {
 void Effect::get(int index, void* value) {
   if (index < 0 || index >= static_cast<int>(controls().size()) || !value) return;
   const Control& control = controls()[static_cast<std::size_t>(index)];
-  const Parameter& parameter = *control.parameter;
   const std::lock_guard guard(lock_);
+  if (!control.parameter) {
+    *static_cast<double*>(value) = findsScreen_ ? 1 : 0;
+    return;
+  }
+  const Parameter& parameter = *control.parameter;
   switch (control.type) {
     case F0R_PARAM_STRING: {
       std::string& text = texts_[static_cast<std::size_t>(index)];
@@ -189,14 +249,32 @@ void Effect::get(int index, void* value) {
   }
 }
 
+Settings Effect::settingsFor(const std::uint32_t* plate) {
+  const std::lock_guard guard(lock_);
+  if (!findsScreen_ || settings_.given("screen")) return settings_;
+  if (!found_) {
+    const Plate frame{imageOf(plate, width_), width_, height_, 1};
+    Settings values;
+    values.setText("colourspace", settings_.text("colourspace"));
+    try {
+      found_ = autoKey(frame, values, CleanPlateUse::never);
+    } catch (const Error&) {
+      return settings_;  // no screen yet: the next frame may show one
+    }
+    foundValues_ = values;
+  }
+  Settings made = settings_;
+  for (const std::string& name : found_->set) {
+    if (!settings_.given(name)) made.setText(name, foundValues_.text(name));
+  }
+  return made;
+}
+
 void Effect::update(const std::uint32_t* plate, const std::uint32_t* background,
                     std::uint32_t* out) {
   if (!plate || !out || width_ <= 0 || height_ <= 0) return;
   Recipe recipe;
-  {
-    const std::lock_guard guard(lock_);
-    recipe.settings = settings_;
-  }
+  recipe.settings = settingsFor(plate);
   recipe.inputs.background = background != nullptr;
 
   int result = 1;

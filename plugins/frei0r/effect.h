@@ -8,10 +8,12 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "keyer/AutoKey.h"
 #include "keyer/Settings.h"
 #include "plugins/EnginePool.h"
 
@@ -29,7 +31,8 @@ struct Kind {
 /// This binary's kind.
 const Kind& kind();
 
-/// One parameter as frei0r shows it: a table entry, or one channel of one.
+/// One parameter as frei0r shows it: a table entry, one channel of one, or the switch that finds
+/// the screen (the last one, without an entry).
 struct Control {
   const Parameter* parameter;
   int channel;  // of a triple; 0 otherwise
@@ -58,12 +61,19 @@ class Effect {
 
   /// Keys a frame of RGBA pixels; `background` is null where there is none. Input and output may
   /// be the same frame. Settings that cannot key give the plate as it is.
+  /// While the switch is on and no screen colour was given, the first frame that shows a screen
+  /// sets what makes the key, for that frame and all later ones; what was given stays.
   void update(const std::uint32_t* plate, const std::uint32_t* background, std::uint32_t* out);
 
  private:
+  Settings settingsFor(const std::uint32_t* plate);
+
   int width_, height_;
   std::mutex lock_;  // over what follows, except that engines_ has its own
   Settings settings_;
+  bool findsScreen_ = true;
+  std::optional<AutoKey> found_;    // of the first frame that showed a screen,
+  Settings foundValues_;            // and what it set
   std::vector<std::string> texts_;  // what get handed out last, per control
   EnginePool engines_;
 };

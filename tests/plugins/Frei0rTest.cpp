@@ -153,10 +153,16 @@ TEST(Frei0rPanel, ShowsTheTableInFrei0rsTerms) {
     EXPECT_EQ(binary.about.color_model, F0R_COLOR_MODEL_RGBA8888);
     EXPECT_EQ(binary.about.frei0r_version, 1);
     const auto list = meanings(mixer);
-    ASSERT_EQ(binary.about.num_params, static_cast<int>(list.size()));
+    ASSERT_EQ(binary.about.num_params, static_cast<int>(list.size()) + 1);
     f0r_instance_t instance = binary.construct(4, 4);
     std::set<std::string> names;
-    for (int i = 0; i < binary.about.num_params; ++i) {
+    f0r_param_info_t last{};
+    binary.paramInfo(&last, binary.about.num_params - 1);
+    EXPECT_EQ(last.type, F0R_PARAM_BOOL);
+    double on = 0;
+    binary.get(instance, &on, binary.about.num_params - 1);
+    EXPECT_EQ(on, 1) << last.name;
+    for (int i = 0; i < static_cast<int>(list.size()); ++i) {
       const Parameter& p = *list[static_cast<std::size_t>(i)].parameter;
       f0r_param_info_t info{};
       binary.paramInfo(&info, i);
@@ -294,6 +300,87 @@ TEST(Frei0rSettings, LetTheBalancesFollowTheScreenUntilTheyAreMoved) {
   binary.set(instance, &own, 7);
   settings.setNumber("midtoneBalance", 0.8);
   check("moved");
+  binary.destruct(instance);
+}
+
+// A green plate with a subject in red keys without a word, and later frames with what the first one
+// showed; what the host reads and sets again changes nothing, what a user sets does.
+TEST(Frei0rScreen, IsFoundInTheFirstFrameThatShowsOneUnlessItIsSet) {
+  const Binary binary(ORVANITE_FREI0R_FILTER);
+  constexpr unsigned width = 96, height = 64;
+  std::mt19937 random(4);
+  const auto pixel = [](std::uint32_t r, std::uint32_t g, std::uint32_t b) {
+    return r | g << 8 | b << 16 | 0xFF000000U;
+  };
+  std::vector<std::uint32_t> black(width * height, 0xFF000000U), plate(width * height), out(plate);
+  for (unsigned i = 0; i < plate.size(); ++i) {
+    const auto grain = static_cast<std::uint32_t>(random() % 5);
+    plate[i] = i % width < 64 ? pixel(38 + grain, 168 + grain, 58 + grain) : pixel(180, 60, 50);
+  }
+  const auto alphas = [&](f0r_instance_t instance, const std::vector<std::uint32_t>& frame) {
+    binary.update(instance, 0, frame.data(), out.data());
+    return std::pair{out[10] >> 24, out[80] >> 24};  // of the screen, of the subject
+  };
+  using Pair = std::pair<std::uint32_t, std::uint32_t>;
+  f0r_instance_t instance = binary.construct(width, height);
+  alphas(instance, black);  // the shot fades in
+  EXPECT_EQ(alphas(instance, plate), Pair(0U, 255U));
+  const auto first = out;
+  // Hosts of eight bits write what they read with codes: 0.9 becomes 230/255.
+  f0r_param_info_t info{};
+  for (int i = 0; i < binary.about.num_params; ++i) {
+    binary.paramInfo(&info, i);
+    if (info.type == F0R_PARAM_COLOR) {
+      f0r_param_color_t colour{};
+      binary.get(instance, &colour, i);
+      for (float* value : {&colour.r, &colour.g, &colour.b}) {
+        *value = std::round(*value * 255) / 255;
+      }
+      binary.set(instance, &colour, i);
+    } else if (info.type == F0R_PARAM_DOUBLE) {
+      double value = 0;
+      binary.get(instance, &value, i);
+      binary.set(instance, &value, i);
+    }
+  }
+  // A later frame of darker light: keyed as the first one was, not anew.
+  std::vector<std::uint32_t> later = plate;
+  later[0] = pixel(20, 80, 28);
+  EXPECT_EQ(alphas(instance, later), Pair(0U, 255U));
+  for (std::size_t i = 1; i < out.size(); ++i) ASSERT_EQ(out[i], first[i]) << i;
+  // Switched off, the table's blue screen is keyed: green stays.
+  double off = 0, on = 1;
+  binary.set(instance, &off, binary.about.num_params - 1);
+  EXPECT_EQ(alphas(instance, plate).first, 255U);
+  binary.set(instance, &on, binary.about.num_params - 1);
+  EXPECT_EQ(alphas(instance, plate), Pair(0U, 255U));
+  // A screen of the user's: the bytes of the flat interface, with nothing found beside it.
+  f0r_param_color_t green{0.2F, 0.7F, 0.2F};
+  binary.set(instance, &green, 3);
+  alphas(instance, plate);
+  Settings settings;
+  settings.setText("output", "unpremultiplied");
+  settings.setText("screen", "0.2,0.7,0.2");
+  EXPECT_EQ(out, flat(settings, plate, nullptr, width, height));
+  binary.destruct(instance);
+}
+
+TEST(Frei0rSettings, TakeChoicesByNumberToo) {
+  const Binary binary(ORVANITE_FREI0R_FILTER);
+  f0r_instance_t instance = binary.construct(4, 4);
+  const auto outputAfter = [&](const char* words) {
+    std::string text = words;
+    char* at = text.data();
+    binary.set(instance, &at, 0);
+    char* now = nullptr;
+    binary.get(instance, &now, 0);
+    return std::string(now);
+  };
+  EXPECT_EQ(outputAfter("6"), "matte");
+  EXPECT_EQ(outputAfter("7"), "matte") << "there is no such choice";
+  EXPECT_EQ(outputAfter("-1"), "matte");
+  EXPECT_EQ(outputAfter("status"), "status");
+  EXPECT_EQ(outputAfter("0"), "composite");
   binary.destruct(instance);
 }
 
