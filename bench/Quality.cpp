@@ -21,11 +21,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/media/PictureReader.h"
+#include "base/Error.h"
 #include "keyer/AutoKey.h"
 #include "keyer/CleanPlate.h"
-#include "keyer/Error.h"
 #include "keyer/Keyer.h"
+#include "media/PictureReader.h"
+#include "shot/Images.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ std::string only(const fs::path& folder, const std::string& stem) {
   for (const char* ending : {".png", ".tif", ".exr"}) {
     if (const fs::path path = folder / (stem + ending); fs::exists(path)) return path.string();
   }
-  throw Error(Fault::missingInput, (folder / stem).string(), "expected a picture of that name");
+  throw Error(Fault::noSuchFile, (folder / stem).string(), "expected a picture of that name");
 }
 
 media::Picture load(const std::string& path, int depth) {
@@ -99,7 +100,7 @@ OwnKey keyItself(const fs::path& folder, const Truth& truth) {
   media::Picture plate = reader.read(media::depthOf(reader.info().samples), reader.info().data, 1);
   Settings settings;
   settings.setText("colourspace", media::encodingOf(reader).colourspace);
-  const Plate view{plate.image(), plate.data.width, plate.data.height, plate.depth};
+  const Plate view = shot::plateOf(plate);
   const AutoKey key = autoKey(view, settings);
   settings.setText("output", "matte");
   Frame frame{{}, plate.data.width, plate.data.height, plate.depth};
@@ -107,13 +108,13 @@ OwnKey keyItself(const fs::path& folder, const Truth& truth) {
   Inputs inputs;
   if (key.cleanPlate) {
     clean = media::Picture::make(plate.data, plate.depth, plate.samples);
-    CleanPlate(view, key.screen).write(clean.image(), plate.depth);
-    frame.pictures.ref = clean.image();
+    CleanPlate(view, key.screen).write(shot::imageOf(clean), plate.depth);
+    frame.pictures.ref = shot::imageOf(clean);
     inputs.reference = true;
   }
   Keyer keyer;
   keyer.prepare(settings, plate.depth, inputs);
-  frame.pictures.fg = frame.pictures.dst = plate.image();
+  frame.pictures.fg = frame.pictures.dst = shot::imageOf(plate);
   keyer.render(frame);
   OwnKey own;
   own.screen = key.screen.colour;

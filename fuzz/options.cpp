@@ -12,9 +12,9 @@
 #include "apps/cli/CommandLine.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
-#include "apps/media/FramePattern.h"
-#include "apps/media/FrameRange.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/FramePattern.h"
+#include "media/FrameRange.h"
 
 namespace {
 

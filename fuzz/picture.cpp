@@ -15,8 +15,8 @@
 #include <string>
 #include <string_view>
 
-#include "apps/media/PictureReader.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/PictureReader.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Preset.h"
 
 namespace {

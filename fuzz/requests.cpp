@@ -14,8 +14,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/media/PictureWriter.h"
 #include "apps/view/Server.h"
+#include "media/PictureWriter.h"
 
 namespace {
 
@@ -39,11 +39,18 @@ std::string picture(const char* name, unsigned seed) {
   return folder() + name;
 }
 
+shot::ShotFiles files() {
+  shot::ShotFiles files;
+  files.clips[shot::Role::plate].path = picture("plate.png", 3);
+  files.clips[shot::Role::background].path = picture("background.png", 5);
+  files.clips[shot::Role::holdOut].path = picture("hold.png", 7);
+  files.clips[shot::Role::garbage].path = picture("garbage.png", 11);
+  files.clips[shot::Role::cleanPlate].path = picture("clean.png", 1);
+  return files;
+}
+
 struct Page {
-  view::Footage footage{
-      {picture("plate.png", 3), picture("background.png", 5), picture("hold.png", 7),
-       picture("garbage.png", 11), picture("clean.png", 1)},
-      1 << 20};
+  view::Footage footage{files(), 1 << 20};
   view::Renderer renderer{footage};
   view::RenderJob job{footage, {}, {}};  // without an output it starts no process
   view::Server server{

@@ -15,9 +15,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/Error.h"
 #include "engine/colour/Encoding.h"
 #include "keyer/CleanPlate.h"
-#include "keyer/Error.h"
 #include "keyer/KeyTrial.h"
 
 namespace orvanite {

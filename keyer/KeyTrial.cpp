@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 namespace {

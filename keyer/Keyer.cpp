@@ -18,7 +18,7 @@
 #include <cstring>
 #include <optional>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 namespace {

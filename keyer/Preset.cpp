@@ -6,8 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "keyer/Error.h"
-#include "keyer/TextFile.h"
+#include "base/Error.h"
+#include "base/TextFile.h"
 
 namespace orvanite {
 namespace {

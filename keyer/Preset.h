@@ -17,7 +17,7 @@ std::string presetText(const Settings& settings);
 /// was most likely meant), a value that a parameter refuses.
 Settings settingsFromPreset(const std::string& text, const std::string& subject);
 
-/// The same from a file. Throws Error (missingInput) as well, when it cannot be read.
+/// The same from a file. Throws Error (noSuchFile) as well, when it cannot be read.
 Settings settingsFromPresetFile(const std::string& path);
 
 }  // namespace orvanite

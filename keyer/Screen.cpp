@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Settings.h"
 
 namespace orvanite {

@@ -7,7 +7,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 

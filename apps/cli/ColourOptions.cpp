@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::cli {
 

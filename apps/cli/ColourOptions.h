@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/media/ColourSpaces.h"
+#include "media/ColourSpaces.h"
 
 namespace orvanite::cli {
 

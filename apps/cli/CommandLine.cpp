@@ -21,8 +21,8 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/HelpFormat.h"
 #include "apps/cli/ParameterOptions.h"
+#include "base/Error.h"
 #include "engine/kernels/Target.h"
-#include "keyer/Error.h"
 
 namespace orvanite::cli {
 namespace {
@@ -76,7 +76,7 @@ Error unexpected(const CLI::App& command, const std::vector<std::string>& argume
 
 int codeOf(Fault fault) {
   return fault == Fault::wrongUse        ? wrongUse
-         : fault == Fault::missingFrames ? missingInput
+         : fault == Fault::missingFrames ? missingFrames
                                          : failed;
 }
 

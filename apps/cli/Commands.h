@@ -14,11 +14,11 @@ namespace orvanite::cli {
 /// Exit codes, the same for every subcommand.
 enum ExitCode : int {
   success = 0,
-  failed = 1,        // something could not be read, keyed or written; nothing is left half done
-  wrongUse = 2,      // the command line asks for what cannot be
-  missingInput = 3,  // a shot has frames missing, or none at all
-  framesFailed = 4,  // some frames of a shot failed, the others are whole
-  cancelled = 130    // stopped by a signal; finished frames are whole
+  failed = 1,         // something could not be read, keyed or written; nothing is left half done
+  wrongUse = 2,       // the command line asks for what cannot be
+  missingFrames = 3,  // a shot has frames missing, or none at all
+  framesFailed = 4,   // some frames of a shot failed, the others are whole
+  cancelled = 130     // stopped by a signal; finished frames are whole
 };
 
 /// Runs a subcommand whose options were parsed, and returns the exit code. May throw Error.

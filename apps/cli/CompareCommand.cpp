@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "apps/cli/Commands.h"
-#include "apps/media/FramePattern.h"
-#include "apps/media/FrameRange.h"
-#include "apps/media/PictureWriter.h"
-#include "apps/media/Source.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/FramePattern.h"
+#include "media/FrameRange.h"
+#include "media/PictureWriter.h"
+#include "media/Source.h"
 
 namespace orvanite::cli {
 namespace {

@@ -11,7 +11,7 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/Completions.h"
 #include "apps/cli/ManualPages.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::cli {
 namespace {

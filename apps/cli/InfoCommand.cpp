@@ -16,10 +16,9 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/ScreenOptions.h"
 #include "apps/cli/ShellWord.h"
-#include "apps/media/FrameRange.h"
-#include "apps/media/Source.h"
-#include "keyer/AutoKey.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/FrameRange.h"
+#include "shot/FirstKey.h"
 
 namespace orvanite::cli {
 namespace {
@@ -35,27 +34,34 @@ struct InfoOptions {
 /// What a look at the pixels found; `key` is there where a screen is.
 struct Look {
   std::optional<int> frame;  // of a shot
-  Screen screen;
+  std::optional<Screen> screen;
   std::vector<std::string> key;  // options, each with its value
 };
 
-Look lookAt(Source& source, const InfoOptions& options, const std::string& colourspace) {
+Look lookAt(const shot::Shot& shot, const InfoOptions& options) {
   Look look;
-  if (source.isShot()) {
-    look.frame = options.frameGiven ? options.screenFrame : source.frames().front();
+  if (shot.plate().isShot()) {
+    look.frame = options.frameGiven ? options.screenFrame : shot.plate().frames().front();
   }
-  const int depth = media::depthOf(source.info().samples);
-  const media::Picture picture =
-      source.read(look.frame.value_or(1), {depth, source.info().display, 1, ""});
-  const Plate plate{picture.image(), picture.data.width, picture.data.height, depth};
-  look.screen = findScreen(plate);
-  if (!look.screen.found) return look;
   Settings settings;
-  settings.setText("colourspace", colourspace);
-  AutoKey key = autoKey(plate, settings);
-  look.key = optionsOf(key, settings);
-  if (key.cleanPlate) look.key.insert(look.key.begin(), "--reference auto");
+  settings.setText("colourspace", shot.encoding().colourspace);
+  shot::FirstKeyWish wish;
+  wish.everything = true;
+  wish.frame = look.frame;
+  try {
+    const shot::FirstKey key = findFirstKey(shot, wish, settings);
+    look.screen = key.screen;
+    look.key = optionsOf(key, settings);
+  } catch (const Error& error) {
+    if (error.subject() != "auto") throw;  // anything but that there is no screen
+  }
   return look;
+}
+
+shot::Shot opened(const std::string& path) {
+  shot::ShotFiles files;
+  files.clips[shot::Role::plate] = {path};
+  return shot::Shot(std::move(files));
 }
 
 /// Frames that are not there between the first and the last.
@@ -131,9 +137,10 @@ std::string samplesOf(const media::PictureInfo& info) {
   return media::nameOf(info.samples) + used + ", " + info.format;
 }
 
-void printText(const std::string& path, Source& source, const InfoOptions& options) {
+void printText(const std::string& path, const shot::Shot& shot, const InfoOptions& options) {
+  const Source& source = shot.plate();
   const media::PictureInfo& info = source.info();
-  const media::Encoding encoding = media::encodingOf(source.header(), info.format, info.samples);
+  const media::Encoding encoding = shot.encoding();
   const Style style(::isatty(STDOUT_FILENO) != 0);
   fmt::print("{}\n", style.bold(path));
   line("size", fmt::format("{}x{}", info.display.width, info.display.height));
@@ -163,21 +170,22 @@ void printText(const std::string& path, Source& source, const InfoOptions& optio
   if (!source.notice().empty()) line("note", source.notice());
   if (options.headerOnly) return;
   std::fflush(stdout);  // looking takes a moment
-  const Look look = lookAt(source, options, encoding.colourspace);
+  const Look look = lookAt(shot, options);
   const std::string frame = look.frame ? fmt::format(" (frame {})", *look.frame) : "";
-  if (!look.screen.found) {
+  if (!look.screen) {
     line("screen", "none found: no green or blue that fills enough of the frame" + frame);
     return;
   }
-  const Rgb& c = look.screen.colour;
-  line("screen", style.patch(c, encoding.colourspace == "linear") + describe(look.screen) + frame);
+  const Rgb& c = look.screen->colour;
+  line("screen", style.patch(c, encoding.colourspace == "linear") + describe(*look.screen) + frame);
   line("", fmt::format("its median colour {:.4g},{:.4g},{:.4g}", c[0], c[1], c[2]));
   printKey(path, look);
 }
 
-void printJson(const std::string& path, Source& source, const InfoOptions& options) {
+void printJson(const std::string& path, const shot::Shot& shot, const InfoOptions& options) {
+  const Source& source = shot.plate();
   const media::PictureInfo& info = source.info();
-  const media::Encoding encoding = media::encodingOf(source.header(), info.format, info.samples);
+  const media::Encoding encoding = shot.encoding();
   const auto window = [](const media::Window& w) {
     return nlohmann::ordered_json{{"x", w.x}, {"y", w.y}, {"width", w.width}, {"height", w.height}};
   };
@@ -204,14 +212,14 @@ void printJson(const std::string& path, Source& source, const InfoOptions& optio
   if (!facts.timeCode.empty()) object["timeCode"] = facts.timeCode;
   if (!source.notice().empty()) object["note"] = source.notice();
   if (!options.headerOnly) {
-    const Look look = lookAt(source, options, encoding.colourspace);
+    const Look look = lookAt(shot, options);
     if (look.frame) object["screenFrame"] = *look.frame;
     object["screen"] = nullptr;
-    if (look.screen.found) {
-      object["screen"] = {{"hue", look.screen.primary == 2 ? "blue" : "green"},
-                          {"colour", look.screen.colour},
-                          {"coverage", look.screen.coverage},
-                          {"evenness", look.screen.evenness}};
+    if (look.screen) {
+      object["screen"] = {{"hue", look.screen->primary == 2 ? "blue" : "green"},
+                          {"colour", look.screen->colour},
+                          {"coverage", look.screen->coverage},
+                          {"evenness", look.screen->evenness}};
       // An option and its value are two words.
       auto& words = object["recommended"] = nlohmann::ordered_json::array();
       for (const std::string& option : look.key) {
@@ -230,8 +238,8 @@ int runInfo(const InfoOptions& options) {
   int code = success;
   for (const std::string& file : options.files) {
     try {
-      const auto source = Source::open(file);
-      options.json ? printJson(file, *source, options) : printText(file, *source, options);
+      const shot::Shot shot = opened(file);
+      options.json ? printJson(file, shot, options) : printText(file, shot, options);
     } catch (const Error& error) {
       if (options.files.size() == 1) throw;
       std::fflush(stdout);

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Settings.h"
 
 namespace orvanite::cli {

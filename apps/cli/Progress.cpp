@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::cli {
 namespace {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "shot/Pipeline.h"
+
 namespace orvanite::cli {
 
 enum class ProgressForm { automatic, bar, plain, openjd, alf, none };
@@ -15,7 +17,7 @@ enum class ProgressForm { automatic, bar, plain, openjd, alf, none };
 /// Throws Error (wrongUse).
 ProgressForm progressFormOf(const std::string& text);
 
-enum class FrameStatus { done, skipped, failed };
+using shot::FrameStatus;
 
 class Progress {
  public:

@@ -16,11 +16,11 @@
 #include "apps/cli/Commands.h"
 #include "apps/cli/Progress.h"
 #include "apps/cli/Signals.h"
-#include "apps/media/FrameRange.h"
-#include "apps/media/PictureWriter.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "base/TextFile.h"
 #include "keyer/Keyer.h"
-#include "keyer/TextFile.h"
+#include "media/FrameRange.h"
+#include "media/PictureWriter.h"
 #include "platform/NRiCmplr.h"
 #include "platform/NRiFile.h"
 #include "platform/NRiNode.h"
@@ -133,11 +133,10 @@ void checkNodes(const NRiNode& parent) {
 }
 
 void write(NRiFileOut& out) {
-  media::writeWhole(out.checkedPath(), [&out](OIIO::ImageOutput& writer, const std::string& name) {
-    const bool written = out.write(writer, name);
-    checkNodes(*NRiNode::getRoot());
-    return written;
-  });
+  const std::string path = out.checkedPath();
+  const media::Picture picture = out.rendered();
+  checkNodes(*NRiNode::getRoot());
+  media::writePicture(picture, path);
 }
 
 int render(const RunOptions& options, const std::vector<int>& frames) {

@@ -8,11 +8,11 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "apps/media/FramePattern.h"
-#include "apps/media/MovieSource.h"
-#include "apps/media/PendingFile.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Parameters.h"
+#include "media/FramePattern.h"
+#include "media/MovieSource.h"
+#include "media/PendingFile.h"
 
 namespace orvanite::cli {
 namespace {

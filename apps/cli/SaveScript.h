@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "apps/media/Picture.h"
 #include "keyer/Settings.h"
+#include "media/Picture.h"
 
 namespace orvanite::cli {
 

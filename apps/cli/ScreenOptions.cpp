@@ -6,15 +6,10 @@
 #include <charconv>
 #include <vector>
 
-#include "keyer/CleanPlate.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::cli {
 namespace {
-
-Plate plateOf(const media::Picture& picture) {
-  return {picture.image(), picture.data.width, picture.data.height, picture.depth};
-}
 
 Box boxOf(const std::string& text) {
   const auto wrong = [&] {
@@ -38,19 +33,6 @@ Box boxOf(const std::string& text) {
   throw wrong();
 }
 
-Screen foundIn(const Plate& plate, const char* option) {
-  Screen screen = findScreen(plate);
-  if (screen.found) return screen;
-  throw Error(Fault::failure, option,
-              "expected a green or blue screen in the plate, found none; --screen-at or --screen "
-              "says where or which");
-}
-
-void setScreen(Settings& settings, const Rgb& c) {
-  settings.setNumbers("screen", static_cast<double>(c[0]), static_cast<double>(c[1]),
-                      static_cast<double>(c[2]));
-}
-
 }  // namespace
 
 std::string describe(const Screen& screen) {
@@ -63,8 +45,9 @@ std::string describe(const Screen& screen) {
       100 * static_cast<double>(screen.evenness));
 }
 
-std::vector<std::string> optionsOf(const AutoKey& key, const Settings& settings) {
+std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& settings) {
   std::vector<std::string> options;
+  if (key.cleanPlate) options.emplace_back("--reference auto");
   for (const std::string& parameter : key.set) {
     options.push_back(optionName(parameter) + ' ' + settings.text(parameter));
   }
@@ -122,71 +105,44 @@ void ScreenOptions::apply(const ParameterOptions& parameters, Settings& settings
   }
 }
 
-void ScreenOptions::look(const Load& load, const std::string& reference, int depth,
-                         Settings& settings, bool quiet) {
-  const bool estimate = estimates(reference) && settings.toggle("useReference");
-  if (estimate && depth == 4) {
-    throw Error(Fault::wrongUse, "--reference auto",
-                "expected an 8-bit or 16-bit plate, found half or float");
+shot::FirstKeyWish ScreenOptions::wish(const std::string& reference,
+                                       const Settings& settings) const {
+  shot::FirstKeyWish wish;
+  wish.everything = auto_;
+  wish.screenColour = automaticColour_;
+  wish.cleanPlate = estimates(reference) && settings.toggle("useReference");
+  if (!at_.empty()) wish.at = boxOf(at_);
+  wish.average = average_ == "mean" ? Average::mean : Average::median;
+  if (frameOption_->count() == 0) return wish;
+  wish.frame = frame_;
+  if (!wish.everything && !wish.screenColour && !wish.at && !wish.cleanPlate) {
+    throw Error(Fault::wrongUse, "--screen-frame",
+                "expected --auto, --screen auto, --screen-at or --reference auto with it");
   }
-  if (!auto_ && !automaticColour_ && at_.empty() && !estimate) {
-    if (frameOption_->count() > 0) {
-      throw Error(Fault::wrongUse, "--screen-frame",
-                  "expected --auto, --screen auto, --screen-at or --reference auto with it");
-    }
-    return;
-  }
-  const media::Picture picture =
-      load(frameOption_->count() > 0 ? std::optional(frame_) : std::nullopt);
-  const Plate plate = plateOf(picture);
-  std::vector<std::string> chosen;
-  const auto choose = [&](const std::string& parameter) {
-    chosen.push_back(optionName(parameter) + ' ' + settings.text(parameter));
-  };
-  std::optional<Screen> screen;
-  if (!at_.empty()) {
-    try {
-      setScreen(settings,
-                colourOf(plate, boxOf(at_), average_ == "mean" ? Average::mean : Average::median));
-    } catch (const Error& error) {
-      throw error.about("--screen-at");
-    }
-    choose("screen");
-  }
-  if (auto_) {
-    const CleanPlateUse use = !settings.toggle("useReference") ? CleanPlateUse::never
-                              : !reference.empty()             ? CleanPlateUse::always
-                              : depth == 4                     ? CleanPlateUse::never
-                                                               : CleanPlateUse::whenUneven;
-    AutoKey key;
-    try {
-      key = autoKey(plate, settings, use);
-    } catch (const Error& error) {
-      throw error.subject() == "auto" ? error.about("--auto") : aboutOption(error);
-    }
-    if (key.cleanPlate && (reference.empty() || estimate)) {
-      chosen.insert(chosen.begin(), "--reference auto");
-      clean_ = key.screen;
-    }
-    for (std::string& option : optionsOf(key, settings)) chosen.push_back(std::move(option));
-    screen = std::move(key.screen);
-  } else if (automaticColour_ || estimate) {
-    screen = foundIn(plate, automaticColour_ ? "--screen auto" : "--reference auto");
-    if (automaticColour_) {
-      setScreen(settings, screen->colour);
-      choose("screen");
-    }
-    if (estimate) clean_ = screen;
-  }
-  if (quiet) return;
-  if (screen) fmt::print(stderr, "screen: {}\n", describe(*screen));
-  if (!chosen.empty()) fmt::print(stderr, "chosen: {}\n", fmt::join(chosen, " "));
+  return wish;
 }
 
-media::Picture ScreenOptions::cleanPlateOf(const media::Picture& plate) const {
-  media::Picture clean = media::Picture::make(plate.data, plate.depth, plate.samples);
-  CleanPlate(plateOf(plate), *clean_).write(clean.image(), plate.depth);
-  return clean;
+shot::FirstKey ScreenOptions::look(const shot::Shot& shot, const std::string& reference,
+                                   Settings& settings, bool quiet) const {
+  shot::FirstKey key;
+  try {
+    key = shot::findFirstKey(shot, wish(reference, settings), settings);
+  } catch (const Error& error) {
+    const std::string& subject = error.subject();
+    throw subject == "auto"    ? error.about("--auto")
+    : subject == "screen"      ? error.about("--screen auto")
+    : subject == "reference"   ? error.about("--reference auto")
+    : subject == "screenAt"    ? error.about("--screen-at")
+    : subject == "screenFrame" ? error.about("--screen-frame")
+                               : aboutOption(error);
+  }
+  if (quiet) return key;
+  if (key.screen) fmt::print(stderr, "screen: {}\n", describe(*key.screen));
+  std::vector<std::string> chosen = optionsOf(key, settings);
+  // A clean plate that was asked for was not chosen.
+  if (key.cleanPlate && estimates(reference) && !auto_) chosen.erase(chosen.begin());
+  if (!chosen.empty()) fmt::print(stderr, "chosen: {}\n", fmt::join(chosen, " "));
+  return key;
 }
 
 }  // namespace orvanite::cli

@@ -9,7 +9,7 @@
 #include <csignal>
 
 #include "apps/cli/Commands.h"
-#include "apps/media/PendingFile.h"
+#include "media/PendingFile.h"
 
 namespace orvanite::cli {
 namespace {

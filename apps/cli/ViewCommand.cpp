@@ -15,14 +15,19 @@
 #include "apps/cli/SaveScript.h"
 #include "apps/cli/ShellWord.h"
 #include "apps/view/View.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Preset.h"
 
 namespace orvanite::cli {
 namespace {
 
+using shot::Role;
+
 struct ViewCommandOptions {
-  view::FootageFiles files;
+  shot::ShotFiles files;
+
+  std::string& file(shot::Role role) { return files.clips[role].path; }
+  const std::string& file(shot::Role role) const { return files.clips[role].path; }
   std::string output, preset;
   int port = 0;
   int cacheMebibytes = 1024;
@@ -39,14 +44,14 @@ std::string outputOf(const ViewCommandOptions& options) {
 // What follows `orvanite` on the command line that keys the same into a file.
 std::vector<std::string> argumentsFor(const ViewCommandOptions& options, const Settings& settings,
                                       const std::string& output) {
-  std::vector<std::string> arguments{"key", options.files.plate};
+  std::vector<std::string> arguments{"key", options.file(Role::plate)};
   const auto file = [&](const char* option, const std::string& path) {
     if (!path.empty()) arguments.insert(arguments.end(), {option, path});
   };
-  file("--bg", options.files.background);
-  file("--hold-out", options.files.holdOut);
-  file("--garbage", options.files.garbage);
-  file("--reference", options.files.reference);
+  file("--bg", options.file(Role::background));
+  file("--hold-out", options.file(Role::holdOut));
+  file("--garbage", options.file(Role::garbage));
+  file("--reference", options.file(Role::cleanPlate));
   for (const std::string& word : options.colours.words()) arguments.push_back(word);
   for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
   file("-o", output);
@@ -63,21 +68,23 @@ std::string commandFor(const ViewCommandOptions& options, const Settings& settin
 
 std::string scriptFor(const ViewCommandOptions& options, const Settings& settings,
                       media::Samples samples) {
-  const view::FootageFiles& files = options.files;
-  if (!files.reference.empty() && settings.toggle("useReference")) {
+  if (!options.file(Role::cleanPlate).empty() && settings.toggle("useReference")) {
     throw Error(Fault::wrongUse, "script", "a script cannot hold a clean plate");
   }
   if (!options.colours.words().empty()) {
     throw Error(Fault::wrongUse, "script", "a script cannot hold colour spaces");
   }
-  return scriptOf(
-      settings,
-      {{files.plate}, {files.background}, {files.holdOut}, {files.garbage}, outputOf(options)},
-      samples);
+  return scriptOf(settings,
+                  {{options.file(Role::plate)},
+                   {options.file(Role::background)},
+                   {options.file(Role::holdOut)},
+                   {options.file(Role::garbage)},
+                   outputOf(options)},
+                  samples);
 }
 
 int runView(const ViewCommandOptions& options) {
-  if (options.files.plate.empty()) {
+  if (options.file(Role::plate).empty()) {
     throw Error(Fault::wrongUse, "view", "expected a plate: orvanite view PLATE");
   }
   if (options.port < 0 || options.port > 65535) {
@@ -120,7 +127,7 @@ Run declareView(CLI::App& command) {
   auto options = std::make_shared<ViewCommandOptions>();
   const char* files = "Files";
   command.add_option(
-      "PLATE", options->files.plate,
+      "PLATE", options->file(Role::plate),
       "The picture to key, in any format that OpenImageIO reads, or a numbered sequence such as "
       "plate.####.exr, or a movie that FFmpeg decodes.");
   const auto path = [&](const char* names, std::string& to, const char* help) {
@@ -129,11 +136,11 @@ Run declareView(CLI::App& command) {
   path("-o,--out", options->output,
        "Where the page's renders go; for a shot a pattern such as key.####.exr, or a movie. "
        "[default: the page hands them over as a download]");
-  path("--bg,--background-picture", options->files.background,
+  path("--bg,--background-picture", options->file(Role::background),
        "Background picture for the view composite.");
-  path("--hold-out", options->files.holdOut, "Hold-out matte: white keeps the foreground.");
-  path("--garbage", options->files.garbage, "Garbage matte: white cuts away.");
-  path("--reference", options->files.reference,
+  path("--hold-out", options->file(Role::holdOut), "Hold-out matte: white keeps the foreground.");
+  path("--garbage", options->file(Role::garbage), "Garbage matte: white cuts away.");
+  path("--reference", options->file(Role::cleanPlate),
        "Clean plate: the screen without the subject (8- and 16-bit plates).");
   path("--preset", options->preset, "Parameters to start with, from a preset; options go over it.");
   const char* serving = "Serving";

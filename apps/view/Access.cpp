@@ -7,7 +7,7 @@
 #include <array>
 #include <cstdint>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::view {
 namespace {

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The pictures and shots that were named at the start, decoded and kept within a bound of memory,
+// The pictures of the shot that was named at the start, decoded and kept within a bound of memory,
 // at full size and as the smaller proxies that are keyed while a control moves. Nothing else is
-// ever read. Knows apps/media.
+// ever read.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <list>
 #include <map>
@@ -14,22 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "apps/media/ColourSpaces.h"
-#include "apps/media/Picture.h"
-#include "apps/media/Source.h"
 #include "keyer/Settings.h"
+#include "shot/Shot.h"
 
 namespace orvanite::view {
 
-enum class Role { plate, background, holdOut, garbage, reference };
-inline constexpr std::array roles{Role::plate, Role::background, Role::holdOut, Role::garbage,
-                                  Role::reference};
-
-/// The files of a page; empty names are absent.
-struct FootageFiles {
-  std::string plate, background, holdOut, garbage, reference;
-  const std::string& of(Role role) const;
-};
+using shot::Role;
+using shot::roles;
 
 struct FootageInfo {
   int width = 0, height = 0;  // of the plate's frame, which is what is shown
@@ -48,16 +38,13 @@ class Footage {
  public:
   using Shared = std::shared_ptr<const media::Picture>;
 
-  /// Opens the files and compares their sizes, as `orvanite key` does. Throws Error.
+  /// Opens the files as `orvanite key` does. Throws Error.
   ///
   /// cacheBytes  bound of the decoded pictures that are kept; those in use are never dropped
-  /// colours     plate, clean plate and background come in its working space; the rest as they are
-  Footage(FootageFiles files, std::size_t cacheBytes, media::ColourPath colours = {});
-  ~Footage();
+  Footage(shot::ShotFiles files, std::size_t cacheBytes, media::ColourPath colours = {});
 
-  const FootageFiles& files() const { return files_; }
+  const shot::Shot& shot() const { return shot_; }
   const FootageInfo& info() const { return info_; }
-  const media::ColourPath& colours() const { return colours_; }
 
   /// A picture at the depth that everything is keyed in, read if it is not there yet.
   ///
@@ -92,18 +79,12 @@ class Footage {
 
   Shared find(const Key& key);
   void keep(const Key& key, const Shared& picture);
-  media::Picture readFrame(const Key& key);
-  int frameOf(Role role, int frame) const;
+  media::Picture read(const Key& key);
 
-  const media::Source& source(Role role) const { return *sources_[static_cast<std::size_t>(role)]; }
-
-  FootageFiles files_;
-  std::array<std::unique_ptr<media::Source>, roles.size()>
-      sources_;         // by role; null where there is none
-  std::mutex reading_;  // of sources that one thread at a time must read
+  shot::Shot shot_;
+  std::mutex reading_;  // of clips that one thread at a time must read
   FootageInfo info_;
   std::size_t cacheBytes_;
-  media::ColourPath colours_;
   mutable std::mutex mutex_;
   std::list<Entry> entries_;  // the one used last stands first
   std::size_t bytes_ = 0;

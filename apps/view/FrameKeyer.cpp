@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "shot/Images.h"
+
 namespace orvanite::view {
 namespace {
 
@@ -51,16 +53,6 @@ media::Picture checker(const media::Window& region, int depth, int divisor) {
       fillChecker<float>(picture, region, side, maximum);
   }
   return picture;
-}
-
-// A tile image that starts at a pixel of a picture.
-OtileImage imageAt(const media::Picture& picture, int x, int y) {
-  OtileImage image = picture.image();
-  const std::ptrdiff_t bytes = (std::ptrdiff_t{y} * picture.data.width + x) * 4 * picture.depth;
-  for (void** channel : {&image.red, &image.green, &image.blue, &image.alpha}) {
-    *channel = static_cast<char*>(*channel) + bytes;
-  }
-  return image;
 }
 
 // A window of the plate in pixels that stand for divisor x divisor; those that are partly in it
@@ -128,55 +120,37 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
 
   keyer_.prepare(settings, info.depth, inputs);
 
-  const auto picture = [&](Role role, std::string_view channel) {
-    return footage_.picture(role, frame, channel.empty() ? std::string() : settings.text(channel),
-                            divisor);
-  };
-  const Footage::Shared plate = picture(Role::plate, {});
-  Footage::Shared background, holdOut, garbage, reference;
+  const bool chequered = view == PageView::overChecker;
+  shot::ByRole<Footage::Shared> kept;
+  shot::ByRole<const media::Picture*> pictures;
+  for (const Role role : roles) {
+    if (!shot::uses(settings, inputs, role) || (chequered && role == Role::background)) continue;
+    kept[role] = footage_.picture(role, frame, shot::channelOf(settings, role), divisor);
+    pictures[role] = kept[role].get();
+  }
   media::Picture result = media::Picture::make(region, info.depth, info.samples);
-  Frame whole;
-  whole.width = region.width;
-  whole.height = region.height;
-  whole.depth = info.depth;
-  const auto place = [&](const Footage::Shared& from) {
-    return imageAt(*from, region.x, region.y);
-  };
+  Frame whole = shot::frameOf(pictures, region);
+  whole.pictures.dst = shot::imageOf(result);
   // Beside the plate's own pixels there is nothing but screen, in its clean plate as well.
   const media::Window own = scaled(footage_.ownPixels(frame), divisor);
-  const bool filled = holds(own, region);
   media::Picture filledPlate, filledReference;
-  const auto fill = [&](const Footage::Shared& from, media::Picture& to) {
-    if (filled) return place(from);
-    const media::Window& data = from->data;
-    to = media::part(*from, {data.x + region.x, data.y + region.y, region.width, region.height});
+  const auto fill = [&](const media::Picture& from, media::Picture& to) {
+    const media::Window& data = from.data;
+    to = media::part(from, {data.x + region.x, data.y + region.y, region.width, region.height});
     to.data = region;
-    media::paintOutside(
-        to, own,
-        {settings.number("screen", 0), settings.number("screen", 1), settings.number("screen", 2)});
-    return to.image();
+    shot::paintBeside(to, own, settings);
+    return shot::imageOf(to);
   };
-  whole.pictures.dst = result.image();
-  whole.pictures.fg = fill(plate, filledPlate);
+  if (!holds(own, region)) {
+    whole.pictures.fg = fill(*pictures[Role::plate], filledPlate);
+    if (pictures[Role::cleanPlate] != nullptr) {
+      whole.pictures.ref = fill(*pictures[Role::cleanPlate], filledReference);
+    }
+  }
   media::Picture squares;
-  if (view == PageView::overChecker) {
+  if (chequered) {
     squares = checker(region, info.depth, divisor);
-    whole.pictures.bg = squares.image();
-  } else if (settings.view(inputs) == 0) {
-    background = picture(Role::background, {});
-    whole.pictures.bg = place(background);
-  }
-  if (inputs.holdOut && settings.toggle("useHoldOutMatte")) {
-    holdOut = picture(Role::holdOut, "holdOutChannel");
-    whole.pictures.hold = place(holdOut);
-  }
-  if (inputs.garbage && settings.toggle("useGarbageMatte")) {
-    garbage = picture(Role::garbage, "garbageChannel");
-    whole.pictures.garbage = place(garbage);
-  }
-  if (inputs.reference && settings.toggle("useReference")) {
-    reference = picture(Role::reference, {});
-    whole.pictures.ref = fill(reference, filledReference);
+    whole.pictures.bg = shot::imageOf(squares);
   }
 
   const int rows = std::max(16, bandPixels / std::max(1, region.width));
@@ -193,8 +167,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
-  const std::string output = settings.text("output");
-  if (output != "matte" && output != "status") footage_.colours().out.apply(result);
+  if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
   return result;
 }
 

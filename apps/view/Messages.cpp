@@ -6,7 +6,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Parameters.h"
 
 namespace orvanite::view {
@@ -217,14 +217,14 @@ std::string describe(const Footage& footage, const Settings& settings, const std
     }
     table.push_back(std::move(entry));
   }
-  const FootageFiles& files = footage.files();
+  const auto file = [&](Role role) { return fileName(footage.shot().files().clips[role].path); };
   return dump({{"version", ORVANITE_VERSION},
                {"files",
-                {{"plate", fileName(files.plate)},
-                 {"background", fileName(files.background)},
-                 {"holdOut", fileName(files.holdOut)},
-                 {"garbage", fileName(files.garbage)},
-                 {"reference", fileName(files.reference)}}},
+                {{"plate", file(Role::plate)},
+                 {"background", file(Role::background)},
+                 {"holdOut", file(Role::holdOut)},
+                 {"garbage", file(Role::garbage)},
+                 {"reference", file(Role::cleanPlate)}}},
                {"width", info.width},
                {"height", info.height},
                {"depth", info.depth},

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Smaller pictures, and pictures as a screen shows them.
-// Knows apps/media, OpenImageIO and oneTBB.
+// Knows media, OpenImageIO and oneTBB.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "apps/media/Picture.h"
+#include "media/Picture.h"
 
 namespace orvanite::view {
 

@@ -12,11 +12,11 @@
 #include <string_view>
 #include <utility>
 
-#include "apps/media/MovieSource.h"
-#include "apps/media/MovieWriter.h"
-#include "apps/media/PictureWriter.h"
 #include "apps/view/Child.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/MovieSource.h"
+#include "media/MovieWriter.h"
+#include "media/PictureWriter.h"
 
 namespace orvanite::view {
 namespace {

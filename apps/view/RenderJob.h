@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "apps/media/FramePattern.h"
 #include "apps/view/Footage.h"
 #include "keyer/Settings.h"
+#include "media/FramePattern.h"
 
 namespace orvanite::view {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "keyer/AutoKey.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "shot/FirstKey.h"
 
 namespace orvanite::view {
 namespace {
@@ -74,15 +74,6 @@ std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
     values[c] /= maximum;
   }
   return values;
-}
-
-// What a picture of the frame holds of the plate's own pixels, in the picture's coordinates.
-media::Window ownPart(const media::Picture& picture, const media::Window& own) {
-  const media::Window& frame = picture.data;
-  const int left = std::max(own.x, 0), right = std::min(own.x + own.width, frame.width);
-  const int top = std::max(own.y, 0), bottom = std::min(own.y + own.height, frame.height);
-  if (left >= right || top >= bottom) return frame;
-  return {frame.x + left, frame.y + top, right - left, bottom - top};
 }
 
 }  // namespace
@@ -153,7 +144,7 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
     const media::Window& data = plate->data;
     media::Picture shown =
         media::part(*plate, {data.x + region.x, data.y + region.y, region.width, region.height});
-    footage_.colours().out.apply(shown);
+    footage_.shot().colours().out.apply(shown);
     rendered.picture =
         toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height, shown.depth);
   } else {
@@ -196,19 +187,17 @@ PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, 
 }
 
 Renderer::Found Renderer::find(Settings settings, int frame) {
-  const Footage::Shared picture = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
   for (const Parameter& parameter : parameters()) {
     if (followsFromScreen(parameter)) settings.reset(parameter.name);
   }
-  const media::Picture plate = media::part(*picture, ownPart(*picture, footage_.ownPixels(frame)));
-  const Plate seen{plate.image(), plate.data.width, plate.data.height, plate.depth};
+  shot::FirstKeyWish wish;
+  wish.everything = true;
+  wish.mayEstimate = false;
+  wish.frame = checkedFrame(frame);
   // It tries settings on the engine, on all processors.
   const std::lock_guard lock(mutex_);
-  const bool cleanPlate =
-      footage_.info().inputs.reference && seen.depth != 4 && settings.toggle("useReference");
-  const AutoKey key =
-      autoKey(seen, settings, cleanPlate ? CleanPlateUse::always : CleanPlateUse::never);
-  return {settings, key.screen.coverage};
+  const shot::FirstKey key = findFirstKey(footage_.shot(), wish, settings);
+  return {settings, key.screen->coverage};
 }
 
 BoxColours Renderer::colours(int frame, const media::Window& box) {

@@ -17,7 +17,7 @@
 
 #include "apps/view/Connection.h"
 #include "apps/view/Messages.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Preset.h"
 
 namespace orvanite::view {

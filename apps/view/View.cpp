@@ -10,7 +10,7 @@
 
 #include "apps/view/Child.h"
 #include "apps/view/StopSignals.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::view {
 namespace {

@@ -14,7 +14,7 @@
 namespace orvanite::view {
 
 struct ViewOptions {
-  FootageFiles files;
+  shot::ShotFiles files;
   std::string output;  // where renders go; empty: the page gets them
   int port = 0;
   std::size_t cacheBytes = std::size_t{1} << 30;

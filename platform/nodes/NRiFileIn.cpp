@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Reading pictures.
+// Every file is opened once while the frame stands still, and a movie once for all of its frames.
 #include "platform/nodes/NRiFileIn.h"
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,45 +10,14 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
-#include <memory>
-#include <utility>
 
-#include "platform/NRiLexer.h"
+#include "base/Error.h"
+#include "media/MovieSource.h"
 #include "platform/nodes/NRiFrames.h"
 
 namespace {
 
-constexpr int largestSide = 65536;
-constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
-
-// Of tiles that are larger than the picture: they are read whole, whatever they hold.
-constexpr std::int64_t mostTilePixels = std::int64_t{1} << 22;
-
-// How far from the origin pixels may lie, so that no sum of their edges leaves an int.
-constexpr std::int64_t farthest = 1 << 24;
-
-// Of the lines that are read at once.
-constexpr std::size_t bandBytes = std::size_t{1} << 26;
-
-std::unique_ptr<OIIO::ImageInput> opened(const std::string& path) {
-  OIIO::ImageSpec wish;
-  wish.attribute("oiio:UnassociatedAlpha", 1);
-  auto input = OIIO::ImageInput::open(path, &wish);
-  if (!input) throw NRiError(path + ": cannot be read: " + NRiPrintable(OIIO::geterror()));
-  return input;
-}
-
-int bytesOf(const OIIO::TypeDesc& type) {
-  if (type.basetype == OIIO::TypeDesc::UINT8 || type.basetype == OIIO::TypeDesc::INT8) return 1;
-  return type.is_floating_point() ? 4 : 2;
-}
-
-OIIO::TypeDesc typeOf(int bytes) {
-  return bytes == 1   ? OIIO::TypeDesc::UINT8
-         : bytes == 2 ? OIIO::TypeDesc::UINT16
-                      : OIIO::TypeDesc::FLOAT;
-}
+namespace media = orvanite::media;
 
 std::string stampOf(const std::string& path) {
   std::error_code error;
@@ -59,22 +27,49 @@ std::string stampOf(const std::string& path) {
   return fmt::format("{:x}.{:x}", size, time);
 }
 
-template <class Element>
-void fillAlpha(NRiIBuf& pixels, Element opaque) {
-  for (int y = 0; y < pixels.lines; ++y) {
-    auto* alpha = reinterpret_cast<Element*>(pixels.at(pixels.firstPixel, pixels.firstLine + y));
-    for (int x = 0; x < pixels.width; ++x, alpha += 4) *alpha = opaque;
+// Runs what may throw the error of pictures, and throws the platform's.
+template <class Action>
+auto translated(const Action& action) {
+  try {
+    return action();
+  } catch (const orvanite::Error& error) {
+    throw NRiError(error.what());
   }
 }
 
-void makeOpaque(NRiIBuf& pixels) {
-  switch (pixels.depth) {
+// A line of a picture, whose pixels are red first, as the platform has it: red last, and alpha
+// first where there is one.
+template <class Element>
+void copyLine(const std::byte* from, std::byte* to, int pixels, bool alpha) {
+  const auto* in = reinterpret_cast<const Element*>(from);
+  auto* out = reinterpret_cast<Element*>(to);
+  for (int x = 0; x < pixels; ++x, in += 4) {
+    if (alpha) *out++ = in[3];
+    *out++ = in[2];
+    *out++ = in[1];
+    *out++ = in[0];
+  }
+}
+
+// Grey, wanted as a matte: alpha is the picture.
+template <class Element>
+void makeMatte(NRiIBuf& pixels) {
+  for (int y = 0; y < pixels.lines; ++y) {
+    auto* pixel = reinterpret_cast<Element*>(pixels.at(pixels.firstPixel, pixels.firstLine + y));
+    for (int x = 0; x < pixels.width; ++x, pixel += 4) pixel[0] = pixel[3];
+  }
+}
+
+// Calls the function with an element of this size.
+template <class Function>
+void withElement(int bytes, const Function& function) {
+  switch (bytes) {
     case 1:
-      return fillAlpha<std::uint8_t>(pixels, 255);
+      return function(std::uint8_t());
     case 2:
-      return fillAlpha<std::uint16_t>(pixels, 65535);
+      return function(std::uint16_t());
     default:
-      return fillAlpha<float>(pixels, 1);
+      return function(float());
   }
 }
 
@@ -102,58 +97,46 @@ std::string NRiFileIn::path() {
 
 const NRiFileIn::Header& NRiFileIn::header() {
   const std::string file = path();
-  const std::string stamp = stampOf(file);
-  if (header_.path == file && header_.stamp == stamp) return header_;
   if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
-  const auto input = opened(file);
-  const OIIO::ImageSpec& spec = input->spec();
-  if (spec.deep || spec.depth > 1 || spec.nchannels < 1) {
-    throw NRiError(file + ": expected a flat picture with one sample a pixel");
+  const bool movie = media::isMovieName(file);
+  const std::string opened = file + "\n" + stampOf(file);
+  const int frame = movie ? static_cast<int>(std::lround(frame_->asFloat())) : 1;
+  const std::string key = movie ? fmt::format("{}\n{}", opened, frame) : opened;
+  if (header_.key == key) return header_;
+  if (sourceOf_ != opened) {
+    source_.reset();
+    source_ = translated([&] { return media::Source::open(file); });
+    sourceOf_ = opened;
   }
-  if (std::int64_t{spec.tile_width} * spec.tile_height >
-      std::max(mostTilePixels, std::int64_t{spec.width} * spec.height)) {
-    throw NRiError(file + ": expected tiles no larger than the picture or 2048x2048");
-  }
+  if (movie) checkFrame(frame);
+  const media::PictureInfo& info = source_->info();
+  const int x = info.data.x - info.display.x;
+  const int y = info.data.y - info.display.y;
   Header found;
-  found.path = file;
-  found.stamp = stamp;
-  const bool framed = spec.full_width > 0 && spec.full_height > 0;
-  found.width = framed ? spec.full_width : spec.width;
-  found.height = framed ? spec.full_height : spec.height;
-  for (const auto& [width, height] :
-       {std::pair(spec.width, spec.height), std::pair(found.width, found.height)}) {
-    if (std::min(width, height) >= 1 && std::max(width, height) <= largestSide &&
-        std::int64_t{width} * height <= mostPixels) {
-      continue;
-    }
-    throw NRiError(fmt::format(
-        "{}: expected 1x1 to 65536x65536 and no more than 268435456 pixels, found {}x{}", file,
-        width, height));
-  }
-  const std::int64_t x = framed ? std::int64_t{spec.x} - spec.full_x : 0;
-  const std::int64_t y = framed ? std::int64_t{spec.y} - spec.full_y : 0;
-  if (std::abs(x) > largestSide || std::abs(y) > largestSide ||
-      std::max(std::abs(std::int64_t{spec.x}), std::abs(std::int64_t{spec.y})) > farthest) {
-    throw NRiError(file + ": expected a data window near the display window");
-  }
-  found.data = {static_cast<int>(x), static_cast<int>(y), static_cast<int>(x) + spec.width,
-                static_cast<int>(y) + spec.height};
-  found.bytes = bytesOf(spec.format);
-  found.red = spec.channelindex("R");
-  found.green = spec.channelindex("G");
-  found.blue = spec.channelindex("B");
-  if (std::min({found.red, found.green, found.blue}) < 0) {
-    found.red = 0;
-    found.green = spec.nchannels >= 3 ? 1 : 0;
-    found.blue = spec.nchannels >= 3 ? 2 : 0;
-  }
-  found.alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : spec.channelindex("A");
-  if (found.alpha >= spec.nchannels) found.alpha = -1;
-  found.grey = found.alpha < 0 && spec.nchannels == 1;
-  if (found.grey) found.alpha = 0;
-  found.channels = found.alpha >= 0 ? 15 : 14;
+  found.key = key;
+  found.file = movie ? fmt::format("{}:{}", file, frame) : file;
+  found.stamp = stampOf(file);
+  found.frame = frame;
+  found.data = {x, y, x + info.data.width, y + info.data.height};
+  found.width = info.display.width;
+  found.height = info.display.height;
+  found.bytes = media::depthOf(info.samples);
+  found.grey = !info.hasAlpha && info.channels.size() == 1;
+  found.channels = info.hasAlpha || found.grey ? 15 : 14;
   header_ = found;
   return header_;
+}
+
+void NRiFileIn::checkFrame(int frame) const {
+  const std::vector<int>& frames = source_->frames();
+  if (frame >= frames.front() && frame <= frames.back()) return;
+  throw NRiError(fmt::format("{}: expected a frame from {} to {}, found {}", source_->info().path,
+                             frames.front(), frames.back(), frame));
+}
+
+std::shared_ptr<const OIIO::ImageSpec> NRiFileIn::metadata() {
+  header();
+  return picture().header;
 }
 
 int NRiFileIn::eval(NRiPlug* plug) {
@@ -167,76 +150,46 @@ int NRiFileIn::eval(NRiPlug* plug) {
   }
   if (plug == out_->image()) {
     const Header& file = header();
-    plug->set(NRiName::sprintf("FileIn(%s,%s)", file.path.c_str(), file.stamp.c_str()));
+    plug->set(NRiName::sprintf("FileIn(%s,%s)", file.file.c_str(), file.stamp.c_str()));
   }
   return NRiFx::eval(plug);
 }
 
-NRiIBuf NRiFileIn::read(const Header& header) const {
-  const auto input = opened(header.path);
-  const OIIO::ImageSpec& spec = input->spec();
-  const int count = spec.nchannels;
-  const auto bytes = static_cast<std::size_t>(header.bytes);
-  const int order[4] = {header.alpha, header.blue, header.green, header.red};
-  if (spec.width != header.data.x2 - header.data.x1 ||
-      spec.height != header.data.y2 - header.data.y1 ||
-      count <= *std::max_element(std::begin(order), std::end(order))) {
-    throw NRiError(header.path + ": changed while it was read");
-  }
-  // All channels of a band of lines at a time, then the wanted ones into their order.
-  NRiIBuf pixels;
-  pixels.allocate(header.data, header.channels, header.bytes);
-  const int first = header.channels == 15 ? 0 : 1;
-  const bool tiled = spec.tile_width > 0 && spec.tile_height > 0;
-  const std::size_t pixelSize = static_cast<std::size_t>(count) * bytes;
-  const std::size_t lineSize = static_cast<std::size_t>(spec.width) * pixelSize;
-  const int rows = tiled ? std::min(spec.tile_height, spec.height)
-                         : static_cast<int>(std::clamp<std::size_t>(bandBytes / lineSize, 1, 64));
-  const auto band =
-      std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(rows) * lineSize);
-  for (int row = 0; row < spec.height; row += rows) {
-    const int end = std::min(row + rows, spec.height);
-    const OIIO::TypeDesc type = typeOf(header.bytes);
-    const bool fine = tiled ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row,
-                                                spec.y + end, 0, 1, 0, count, type, band.get())
-                            : input->read_scanlines(0, 0, spec.y + row, spec.y + end, 0, 0, count,
-                                                    type, band.get());
-    if (!fine) {
-      throw NRiError(fmt::format("{}: broken near line {}: {}", header.path, row,
-                                 NRiPrintable(input->geterror())));
-    }
-    const std::byte* in = band.get();
-    for (int y = row; y < end; ++y) {
-      std::byte* out = pixels.at(header.data.x1, header.data.y1 + y);
-      for (int xPixel = 0; xPixel < spec.width; ++xPixel, in += pixelSize) {
-        for (int c = first; c < 4; ++c, out += bytes) {
-          std::memcpy(out, in + static_cast<std::size_t>(order[c]) * bytes, bytes);
-        }
-      }
-    }
-  }
-  return pixels;
+const media::Picture& NRiFileIn::picture() {
+  const Header& file = header();
+  if (pictureOf_ == file.key) return picture_;
+  picture_ = {};
+  pictureOf_.clear();
+  picture_ = translated([&] {
+    const media::Window data = source_->info().data;
+    return source_->read(file.frame, {file.bytes, data, 1, ""});
+  });
+  pictureOf_ = file.key;
+  return picture_;
 }
 
 void NRiFileIn::fillOutputBuffer() {
   const Header& file = header();
-  const std::string key = file.path + "\n" + file.stamp;
-  if (pixelsOf_ != key) {
-    pixels_.clear();
-    pixels_ = read(file);
-    pixelsOf_ = key;
-  }
+  const media::Picture& pixels = picture();
   const NRiRect region = out_->getRoi().intersect(file.data);
   NRiIBuf& out = outputBuffer();
   out.allocate(region, file.channels, file.bytes);
   if (!out.data) return;
-  const auto length = static_cast<std::size_t>(out.lineStep() * out.depth);
-  for (int y = region.y1; y < region.y2; ++y) {
-    std::memcpy(out.at(region.x1, y), pixels_.at(region.x1, y), length);
-  }
   const auto& readers = out_->consumers();
-  const bool asMatte = std::any_of(readers.begin(), readers.end(), [](const NRiIPlug* reader) {
-    return reader->requested()->asInt() == 1;
+  const bool asMatte =
+      file.grey && std::any_of(readers.begin(), readers.end(), [](const NRiIPlug* reader) {
+        return reader->requested()->asInt() == 1;
+      });
+  withElement(file.bytes, [&](auto element) {
+    using Element = decltype(element);
+    const std::size_t first = std::size_t{4} * static_cast<std::size_t>(file.bytes) *
+                              static_cast<std::size_t>(region.x1 - file.data.x1);
+    for (int y = region.y1; y < region.y2; ++y) {
+      const std::byte* line = pixels.pixels.get() +
+                              pixels.rowBytes() * static_cast<std::size_t>(y - file.data.y1) +
+                              first;
+      copyLine<Element>(line, out.at(region.x1, y), region.x2 - region.x1, file.channels == 15);
+    }
+    if (asMatte) makeMatte<Element>(out);
   });
-  if (file.grey && !asMatte) makeOpaque(out);
 }

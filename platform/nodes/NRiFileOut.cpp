@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Writing pictures.
+// From the platform's pixels, alpha first, to a picture of a file, red first.
 #include "platform/nodes/NRiFileOut.h"
 
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 
+#include "base/Error.h"
+#include "media/PictureWriter.h"
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFrames.h"
@@ -15,23 +17,42 @@
 namespace {
 
 namespace fs = std::filesystem;
+namespace media = orvanite::media;
+using media::Samples;
+using Header = std::shared_ptr<const OIIO::ImageSpec>;
 
-OIIO::TypeDesc memoryType(int bytes) {
-  return bytes == 1   ? OIIO::TypeDesc::UINT8
-         : bytes == 2 ? OIIO::TypeDesc::UINT16
-                      : OIIO::TypeDesc::FLOAT;
+Samples samplesOf(const NRiName& asked, int bytes, const Header& source) {
+  const std::string_view text = asked.view();
+  if (text == "uint8") return Samples::uint8;
+  if (text == "uint16") return Samples::uint16;
+  if (text == "half") return Samples::half;
+  if (text == "float") return Samples::float32;
+  if (text != "auto") {
+    throw NRiError(
+        "expected samples \"auto\", \"uint8\", \"uint16\", \"half\" or \"float\", found \"" +
+        NRiPrintable(text) + "\"");
+  }
+  if (bytes < 4) return bytes == 1 ? Samples::uint8 : Samples::uint16;
+  return source && source->format == OIIO::TypeDesc::HALF ? Samples::half : Samples::float32;
 }
 
-OIIO::TypeDesc fileType(const NRiName& samples, int bytes) {
-  const std::string_view text = samples.view();
-  if (text == "auto") return memoryType(bytes);
-  if (text == "uint8") return OIIO::TypeDesc::UINT8;
-  if (text == "uint16") return OIIO::TypeDesc::UINT16;
-  if (text == "half") return OIIO::TypeDesc::HALF;
-  if (text == "float") return OIIO::TypeDesc::FLOAT;
-  throw NRiError(
-      "expected samples \"auto\", \"uint8\", \"uint16\", \"half\" or \"float\", found \"" +
-      NRiPrintable(text) + "\"");
+// The header of the picture that the first inputs lead to; null where they lead to none.
+Header headerOf(const NRiNode& node) {
+  const NRiIPlug* const input = node.getInput(0);
+  if (input == nullptr || !input->isConnected()) return nullptr;
+  NRiNode* const from = input->imageSource()->owner();
+  if (auto* const file = dynamic_cast<NRiFileIn*>(from)) return file->metadata();
+  return headerOf(*from);
+}
+
+template <class Element>
+void fill(const NRiIBuf& pixels, media::Picture& picture, bool colour) {
+  const auto* in = static_cast<const Element*>(pixels.data);
+  auto* out = reinterpret_cast<Element*>(picture.pixels.get());
+  const std::size_t count = picture.bytes() / sizeof(Element);
+  for (std::size_t i = 0; i < count; i += 4) {
+    for (std::size_t c = 0; c < 4; ++c) out[i + c] = in[i + (colour ? 3 - c : 0)];
+  }
 }
 
 // An output that is one of the script's inputs would destroy it.
@@ -71,59 +92,51 @@ std::string NRiFileOut::checkedPath() {
   if (!getInput(0)->isConnected()) {
     throw NRiError(file + ": '" + std::string(name().view()) + "' has no image");
   }
-  if (!OIIO::ImageOutput::create(file)) {
-    OIIO::geterror();
-    throw NRiError(file + ": expected a name with the ending of a picture format, such as .exr");
-  }
   checkInputs(file);
+  try {
+    media::checkOutput(file, {});
+  } catch (const orvanite::Error& error) {
+    throw NRiError(error.what());
+  }
   return file;
 }
 
-bool NRiFileOut::write(OIIO::ImageOutput& output, const std::string& to) {
+media::Picture NRiFileOut::rendered() {
   const std::string file = checkedPath();
   out_->setRequest(15);
   const int held = out_->channels()->asInt() & 15;
   const NRiRect frame = format();
   if (frame.empty()) throw NRiError(file + ": the image has no size");
+  const NRiRect domain = out_->getDod();
+  const bool windowed = media::keepsDataWindow(file) && !domain.empty();
+  const NRiRect region = windowed ? domain : frame;
+  const NRiIBuf pixels = renderWhole(region);
+
+  const Header source = headerOf(*this);
+  auto header =
+      source ? std::make_shared<OIIO::ImageSpec>(*source) : std::make_shared<OIIO::ImageSpec>();
+  header->full_width = frame.x2;
+  header->full_height = frame.y2;
+  const media::Window window{region.x1 + header->full_x, region.y1 + header->full_y,
+                             region.x2 - region.x1, region.y2 - region.y1};
+  media::Picture picture = media::Picture::make(
+      window, pixels.depth, samplesOf(samples_->asString(), pixels.depth, source));
+  picture.header = std::move(header);
   // Alpha alone is a matte; whatever has colour is written with all three colours.
   const bool colour = (held & 14) != 0;
-  const bool alpha = (held & 1) != 0 && output.supports("alpha");
-  const NRiRect domain = out_->getDod();
-  const bool windowed = std::string_view(output.format_name()) == "openexr" && !domain.empty();
-  const NRiRect region = windowed ? domain : frame;
-  const int width = region.x2 - region.x1;
-  const int height = region.y2 - region.y1;
-  const NRiIBuf pixels = renderWhole(region);
-  const int bytes = pixels.depth;
-
-  OIIO::ImageSpec spec(width, height, colour ? (alpha ? 4 : 3) : 1,
-                       fileType(samples_->asString(), bytes));
-  spec.x = region.x1;
-  spec.y = region.y1;
-  spec.full_x = spec.full_y = 0;
-  spec.full_width = frame.x2;
-  spec.full_height = frame.y2;
-  spec.channelnames.clear();
-  if (colour) spec.channelnames = {"R", "G", "B"};
-  if (alpha && colour) spec.channelnames.emplace_back("A");
-  if (!colour) spec.channelnames = {"Y"};
-  spec.alpha_channel = alpha && colour ? 3 : -1;
-  spec.attribute("oiio:UnassociatedAlpha", 1);
-  // The file's order is red first: read each pixel backwards from its red element.
-  const auto count = static_cast<std::size_t>(spec.nchannels);
-  const auto size = static_cast<std::size_t>(bytes);
-  const std::size_t pixelCount = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-  const auto ordered = std::make_unique_for_overwrite<std::byte[]>(pixelCount * count * size);
-  const auto* in = static_cast<const std::byte*>(pixels.data);
-  std::byte* next = ordered.get();
-  for (std::size_t i = 0; i < pixelCount; ++i, in += 4 * size) {
-    for (std::size_t c = 0; c < count; ++c, next += size) {
-      std::memcpy(next, in + (colour ? 3 - c : 0) * size, size);
-    }
+  picture.hasAlpha = (held & 1) != 0;
+  picture.channels = !colour            ? media::Channels::grey
+                     : picture.hasAlpha ? media::Channels::colourAndAlpha
+                                        : media::Channels::colour;
+  switch (pixels.depth) {
+    case 1:
+      fill<std::uint8_t>(pixels, picture, colour);
+      break;
+    case 2:
+      fill<std::uint16_t>(pixels, picture, colour);
+      break;
+    default:
+      fill<float>(pixels, picture, colour);
   }
-
-  // A file that was opened is closed, whatever came of it.
-  const bool opened = output.open(to, spec);
-  const bool written = opened && output.write_image(memoryType(bytes), ordered.get());
-  return opened && output.close() && written;
+  return picture;
 }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Hands pictures to writers of files, in the format that the path's ending says. Passes its image on.
-// OpenEXR files hold the image's domain of definition as their data window; others, whose readers
-// know no windows, the frame.
+// Pictures for files, in the format that the path's ending says. Passes its image on. OpenEXR files
+// hold the image's domain of definition as their data window; others, whose readers know no
+// windows, the frame. What a file says beside its pixels (pixel aspect, time code, rate,
+// compression, ...) is taken over from the picture that the first inputs lead to.
 #pragma once
-
-#include <OpenImageIO/imageio.h>
 
 #include <string>
 
+#include "media/Picture.h"
 #include "platform/NRiMonadic.h"
 
 class NRI_API NRiFileOut final : public NRiMonadic {
@@ -22,11 +22,11 @@ class NRI_API NRiFileOut final : public NRiMonadic {
   /// The same, of a frame that can be written: it has an image, and a format, and is no input of
   /// the script. Throws NRiError.
   std::string checkedPath();
-  /// Renders the present frame, and writes it under the name `to` by `output`, which is of the
-  /// path's format and not open yet. `samples` says how values are stored: "uint8", "uint16",
-  /// "half", "float", or "auto" for the image's own depth. False when the writer failed: it says
-  /// why. Throws NRiError when there is nothing to write; then nothing was opened.
-  bool write(OIIO::ImageOutput& output, const std::string& to);
+  /// Renders the present frame, as media::writePicture takes it. `samples` says how values are
+  /// stored: "uint8", "uint16", "half", "float", or "auto" for those of the picture that the
+  /// metadata are from, where the image has their depth, and else the image's own. Throws NRiError
+  /// when there is nothing to write.
+  orvanite::media::Picture rendered();
 
  private:
   NRiPlug* path_;

@@ -11,7 +11,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::frei0rPlugin {
 

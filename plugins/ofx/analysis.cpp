@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include "base/Error.h"
 #include "keyer/AutoKey.h"
-#include "keyer/Error.h"
 #include "keyer/Screen.h"
 #include "plugins/ofx/instance.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite::ofxPlugin {
 

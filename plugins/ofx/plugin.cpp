@@ -7,7 +7,7 @@
 #include <new>
 #include <string_view>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "plugins/ofx/description.h"
 #include "plugins/ofx/host.h"
 #include "plugins/ofx/instance.h"

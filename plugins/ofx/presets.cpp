@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 #include "keyer/Preset.h"
 #include "plugins/ofx/instance.h"
 

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <new>
 
+#include "base/Error.h"
 #include "engine/kernels/Target.h"
-#include "keyer/Error.h"
 #include "plugins/ofx/images.h"
 #include "plugins/ofx/instance.h"
 #include "plugins/ofx/window.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Pictures for tests, written and read with OpenImageIO directly: independent of apps/media.
+// Pictures for tests, written and read with OpenImageIO directly: independent of media.
 #pragma once
 
 #include <OpenImageIO/imageio.h>

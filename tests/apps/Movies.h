@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Movies for tests, made and looked at with the ffmpeg programs: independent of apps/media.
+// Movies for tests, made and looked at with the ffmpeg programs: independent of media.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -18,8 +18,8 @@
 #include <random>
 #include <thread>
 
-#include "apps/media/FrameRange.h"
-#include "keyer/Error.h"
+#include "base/Error.h"
+#include "media/FrameRange.h"
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
 

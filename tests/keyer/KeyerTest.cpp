@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 namespace {

@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "base/Error.h"
 #include "examples/plate/Scene.h"
 #include "keyer/AutoKey.h"
 #include "keyer/CleanPlate.h"
-#include "keyer/Error.h"
 #include "keyer/Keyer.h"
 
 namespace orvanite {

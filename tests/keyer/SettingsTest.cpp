@@ -9,7 +9,7 @@
 #include <map>
 #include <memory>
 
-#include "keyer/Error.h"
+#include "base/Error.h"
 
 namespace orvanite {
 namespace {

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <vector>
 
+#include "media/PictureWriter.h"
 #include "platform/NRiCmplr.h"
 #include "platform/NRiError.h"
 #include "platform/NRiNadic.h"
@@ -59,8 +60,7 @@ NRiFx& nodeOf(const NRiValue& value) { return dynamic_cast<NRiFx&>(*value.image-
 // Has the present frame written, as a front end does, and returns its path.
 std::string written(NRiFileOut& out) {
   const std::string path = out.checkedPath();
-  const auto writer = OIIO::ImageOutput::create(path);
-  if (!out.write(*writer, path)) throw NRiError(path + ": cannot be written");
+  orvanite::media::writePicture(out.rendered(), path);
   return path;
 }
 
@@ -149,7 +149,7 @@ TEST_F(Rendering, SequencesFollowTimeAndReadEachFileOnce) {
     written(out);
     FAIL() << "a missing frame was written";
   } catch (const NRiError& error) {
-    EXPECT_NE(std::string(error.what()).find("p.0003.png: cannot be read"), std::string::npos);
+    EXPECT_NE(std::string(error.what()).find("p.0003.png: no such file"), std::string::npos);
   }
   time->set(2.0f);
   EXPECT_EQ(value.image->image()->evaluations(), 2);  // once a frame, the missing one not counted
@@ -185,8 +185,8 @@ TEST_F(Rendering, WhatCannotBeWrittenLeavesTheOldFileAndNoOther) {
   const std::pair<const char*, const char*> cases[] = {
       {"x = FileOut(FileIn(\"@/in.png\"), \"@/in.png\");", "is also read, by"},
       {"x = FileOut(FileIn(\"@/in.png\"), \"@/a.unknown\");", "ending of a picture format"},
-      {"x = FileOut(FileIn(\"@/in.png\"), \"@/none/a.png\");", "cannot be written"},
-      {"x = FileOut(FileIn(\"@/no.png\"), \"@/old.png\");", "no.png: cannot be read"},
+      {"x = FileOut(FileIn(\"@/in.png\"), \"@/none/a.png\");", "there is no folder"},
+      {"x = FileOut(FileIn(\"@/no.png\"), \"@/old.png\");", "no.png: no such file"},
       {"x = FileOut(0, \"@/old.png\");", "has no image"},
       {"x = FileOut(FileIn(\"@/in.png\"), \"@/old.png\", \"tiny\");", "found \"tiny\""},
       {"x = FileOut(Constant(0), \"@/old.png\");", "expected 1 to 65536"},

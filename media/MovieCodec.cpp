@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The first codec that knows an ending is the usual one for it.
+#include "media/MovieCodec.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
+
+#include "base/Error.h"
+
+namespace orvanite::media {
+namespace {
+
+constexpr std::array<MovieCodec, 6> codecs{{
+    {"prores4444", "prores_ks", AV_PIX_FMT_YUVA444P10, AV_PIX_FMT_YUVA444P10, ".mov .mkv ", false,
+     "profile=4444:alpha_bits=16"},
+    {"h264", "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, ".mp4 .m4v .mov .mkv ", true,
+     "crf=16"},
+    {"ffv1", "ffv1", AV_PIX_FMT_BGRA, AV_PIX_FMT_GBRAP16, ".mkv .avi .mov ", false,
+     "level=3:slicecrc=1:slices=4:g=1"},
+    {"vp9", "libvpx-vp9", AV_PIX_FMT_YUVA420P, AV_PIX_FMT_YUVA420P, ".webm .mkv ", false,
+     "crf=18:b=0:deadline=good:cpu-used=4:row-mt=1:auto-alt-ref=0"},
+    {"qtrle", "qtrle", AV_PIX_FMT_ARGB, AV_PIX_FMT_ARGB, ".mov ", false, ""},
+    {"png", "png", AV_PIX_FMT_RGBA, AV_PIX_FMT_RGBA64BE, ".mov .mkv .avi ", false, "pred=mixed"},
+}};
+
+std::string endingOf(const std::string& path) {
+  std::string ending = std::filesystem::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return ending;
+}
+
+bool holds(const MovieCodec& codec, const std::string& ending) {
+  return std::string(codec.endings).find(ending + ' ') != std::string::npos;
+}
+
+}  // namespace
+
+std::string movieCodecNames() {
+  std::string names;
+  for (const MovieCodec& codec : codecs) {
+    names += (names.empty() ? "" : ", ") + std::string(codec.name);
+  }
+  return names;
+}
+
+const MovieCodec& movieCodecFor(const std::string& name, const std::string& path) {
+  const std::string ending = endingOf(path);
+  if (name.empty()) {
+    // .mkv and .avi are for what loses nothing.
+    if (ending == ".mkv" || ending == ".avi") return movieCodecFor("ffv1", path);
+    const auto* usual = std::find_if(codecs.begin(), codecs.end(),
+                                     [&](const MovieCodec& codec) { return holds(codec, ending); });
+    if (usual != codecs.end()) return *usual;
+    throw Error::expected(Fault::wrongUse, path,
+                          "a movie ending that can be written: .mov, .mkv, .webm, .mp4, .m4v or "
+                          ".avi",
+                          ending);
+  }
+  const auto* named = std::find_if(codecs.begin(), codecs.end(),
+                                   [&](const MovieCodec& codec) { return name == codec.name; });
+  if (named == codecs.end()) {
+    throw Error::expected(Fault::wrongUse, "--codec", "one of " + movieCodecNames(), name);
+  }
+  if (!holds(*named, ending)) {
+    std::string endings = named->endings;
+    endings.pop_back();
+    throw Error::expected(Fault::wrongUse, path, "an ending that holds " + name + ": " + endings,
+                          ending);
+  }
+  return *named;
+}
+
+}  // namespace orvanite::media

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Frames are known by their times, not counted: a frame that a decoder drops is noticed when a
+// later one comes out.
+#include "media/MovieDecoder.h"
+
+#include <cmath>
+
+#include <algorithm>
+
+extern "C" {
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include "base/Error.h"
+#include "media/Picture.h"
+
+namespace orvanite::media {
+namespace {
+
+std::int64_t timeOf(const AVFrame& frame) {
+  return frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.best_effort_timestamp;
+}
+
+// Pictures are taken as they lie in the stream.
+void refuseTurned(const AVStream& stream, const std::string& path) {
+  const std::uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+  if (matrix == nullptr) return;
+  const auto* values = reinterpret_cast<const std::int32_t*>(matrix);
+  const double angle = av_display_rotation_get(values);
+  const bool mirrored = values[0] < 0 || values[4] < 0;
+  if (std::abs(angle) < 0.5 && !mirrored) return;
+  throw Error(Fault::failure, path,
+              "expected an upright movie, found one to be turned by " +
+                  std::to_string(std::lround(-angle)) +
+                  " degrees or mirrored when it is shown; turn it first, for example with ffmpeg");
+}
+
+[[noreturn]] void refuseInterlaced(const std::string& path) {
+  throw Error(Fault::failure, path,
+              "expected progressive frames, found interlaced ones; deinterlace it first, for "
+              "example with ffmpeg -vf bwdif");
+}
+
+}  // namespace
+
+MovieDecoder::MovieDecoder(const std::string& path)
+    : path_(path), input_(path), packet_(newMoviePacket()) {
+  const AVCodec* decoder = nullptr;
+  stream_ = av_find_best_stream(input_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+  if (stream_ < 0 || decoder == nullptr) {
+    throw Error(Fault::failure, path, "there is no video in it that can be decoded");
+  }
+  // VP8 and VP9 keep alpha beside the picture; only these decoders look at it.
+  const AVCodecID id = stream().codecpar->codec_id;
+  const AVDictionaryEntry* alpha = av_dict_get(stream().metadata, "alpha_mode", nullptr, 0);
+  if (alpha != nullptr && std::string(alpha->value) == "1") {
+    const AVCodec* better = id == AV_CODEC_ID_VP9   ? avcodec_find_decoder_by_name("libvpx-vp9")
+                            : id == AV_CODEC_ID_VP8 ? avcodec_find_decoder_by_name("libvpx")
+                                                    : nullptr;
+    if (better != nullptr) decoder = better;
+  }
+  refuseTurned(stream(), path);
+  const AVFieldOrder order = stream().codecpar->field_order;
+  if (order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE) refuseInterlaced(path);
+  index_ = MovieIndex::of(input_, stream_, path);
+
+  codec_.reset(avcodec_alloc_context3(decoder));
+  int problem =
+      codec_ ? avcodec_parameters_to_context(codec_.get(), stream().codecpar) : AVERROR(ENOMEM);
+  if (problem >= 0) {
+    codec_->pkt_timebase = stream().time_base;
+    // Threads that share a frame keep one; threads that have one each keep as many.
+    codec_->thread_count = std::clamp(OIIO::get_int_attribute("threads", 1), 1, 16);
+    const AVCodecDescriptor* about = avcodec_descriptor_get(decoder->id);
+    alone_ = about != nullptr && (about->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
+    if (alone_ && (decoder->capabilities & AV_CODEC_CAP_SLICE_THREADS) != 0) {
+      codec_->thread_type = FF_THREAD_SLICE;
+    }
+    codec_->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
+    countErrors(*codec_, errors_);
+    problem = avcodec_open2(codec_.get(), decoder, nullptr);
+  }
+  if (problem < 0) {
+    throw Error(Fault::failure, path, "cannot be decoded: " + movieProblem(problem));
+  }
+  for (unsigned i = 0; i < input_->nb_streams; ++i) {
+    if (static_cast<int>(i) != stream_) input_->streams[i]->discard = AVDISCARD_ALL;
+  }
+  ahead_ = codec_->active_thread_type == FF_THREAD_FRAME;
+  seek(index_.times.front());
+}
+
+void MovieDecoder::seek(std::int64_t time) {
+  const MovieIndex::Key& key = index_.keyBefore(time);
+  avcodec_flush_buffers(codec_.get());
+  held_.reset();
+  position_ = 0;
+  draining_ = false;
+  problem_ = 0;
+  errorsBefore_ = errors_;
+  hurtUntil_ = INT64_MIN;
+  settled_ = key.time == index_.keys.front().time;
+  settleTime_ = key.time;
+  int result = av_seek_frame(input_.get(), stream_, key.decodeTime, AVSEEK_FLAG_BACKWARD);
+  if (result < 0) result = av_seek_frame(input_.get(), -1, 0, AVSEEK_FLAG_BACKWARD);
+  if (result < 0) result = static_cast<int>(avio_seek(input_->pb, 0, SEEK_SET));
+  if (result < 0) throw Error(Fault::failure, path_, "cannot seek: " + movieProblem(result));
+}
+
+// Marks a frame in which the decoder made something up, of which some say no more than a line in
+// the log. Where every frame stands alone and is decoded at once, what was logged is about this
+// frame; where frames are decoded side by side it may be about a later one, and such a decoder of
+// frames that stand alone fails instead. Where frames build upon one another, all up to a key frame
+// that nothing under way can have been about are hurt with it.
+void MovieDecoder::judge(AVFrame& frame) {
+  const int now = errors_;
+  if (alone_) {
+    if (!ahead_ && now != errorsBefore_) frame.flags |= AV_FRAME_FLAG_CORRUPT;
+    return;
+  }
+  const std::int64_t time = timeOf(frame);
+  // What is shown before a key frame, but stored after it, lacks what it builds upon.
+  if (!settled_ && time >= settleTime_) {
+    settled_ = true;
+    errorsBefore_ = now;
+  }
+  if (settled_ && now != errorsBefore_) {
+    errorsBefore_ = now;
+    const auto place = std::lower_bound(index_.times.begin(), index_.times.end(), time);
+    const std::ptrdiff_t underWay = codec_->thread_count + codec_->has_b_frames + 1;
+    const auto last =
+        index_.times.end() - place > underWay ? *(place + underWay) : index_.times.back();
+    const auto key =
+        std::upper_bound(index_.keys.begin(), index_.keys.end(), last,
+                         [](std::int64_t t, const MovieIndex::Key& one) { return t < one.time; });
+    hurtUntil_ = key == index_.keys.end() ? INT64_MAX : key->time;
+  }
+  if (time < hurtUntil_) frame.flags |= AV_FRAME_FLAG_CORRUPT;
+}
+
+// The next frame in time; none at the end.
+MovieFrame MovieDecoder::next() {
+  if (held_) return std::move(held_);
+  MovieFrame frame = newMovieFrame();
+  while (true) {
+    const int got = avcodec_receive_frame(codec_.get(), frame.get());
+    if (got >= 0) {
+      if (timeOf(*frame) != AV_NOPTS_VALUE) {
+        judge(*frame);
+        return frame;
+      }
+      av_frame_unref(frame.get());
+      continue;
+    }
+    if (got == AVERROR_EOF) return nullptr;
+    if (got != AVERROR(EAGAIN)) problem_ = got;
+    if (draining_) {
+      if (got == AVERROR(EAGAIN)) return nullptr;
+      continue;
+    }
+    int read = 0;
+    do {
+      av_packet_unref(packet_.get());
+      read = av_read_frame(input_.get(), packet_.get());
+    } while (read >= 0 && packet_->stream_index != stream_);
+    if (read < 0) draining_ = true;
+    if (alone_) errorsBefore_ = errors_;
+    if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+      av_log(codec_.get(), AV_LOG_ERROR, "the file marks it as damaged, or a part is missing\n");
+    }
+    const int sent = avcodec_send_packet(codec_.get(), draining_ ? nullptr : packet_.get());
+    if (sent < 0 && sent != AVERROR_EOF) problem_ = sent;
+    av_packet_unref(packet_.get());
+  }
+}
+
+// Whether going on reaches a frame no later than a seek would.
+bool MovieDecoder::isAhead(int number) const {
+  if (position_ == 0) return number == 1;
+  if (number <= position_) return false;
+  const auto timeOfNumber = [&](int n) { return index_.times[static_cast<std::size_t>(n - 1)]; };
+  return number == position_ + 1 ||
+         index_.keyBefore(timeOfNumber(number)).time <= timeOfNumber(position_);
+}
+
+void MovieDecoder::check(const AVFrame& frame, int number) const {
+  const std::string name = "frame " + std::to_string(number);
+  if (frame.decode_error_flags != 0 || (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
+    // The last words were those on the first frame that was hurt.
+    std::string why = movieProblem(problem_);
+    if (!alone_ && why == "unknown reason") why = "it builds upon a broken one";
+    throw Error(Fault::failure, path_, name + " is broken: " + why);
+  }
+  if (frame.interlaced_frame != 0) refuseInterlaced(path_);
+  const AVCodecParameters& stated = *stream().codecpar;
+  if (frame.width != stated.width || frame.height != stated.height) {
+    throw Error(Fault::failure, path_,
+                name + ": expected the movie's size " + std::to_string(stated.width) + "x" +
+                    std::to_string(stated.height) + ", found " + std::to_string(frame.width) + "x" +
+                    std::to_string(frame.height));
+  }
+}
+
+MovieFrame MovieDecoder::frame(int number) {
+  if (number < 1 || number > std::max(index_.promised, index_.count())) {
+    throw Error(Fault::missingFrames, path_,
+                "there is no frame " + std::to_string(number) + ", the last is " +
+                    std::to_string(index_.count()));
+  }
+  if (number > index_.count()) {
+    throw Error(Fault::failure, path_,
+                "there is no frame " + std::to_string(number) + ": the file says " +
+                    std::to_string(index_.promised) + " frames but ends after frame " +
+                    std::to_string(index_.count()));
+  }
+  const std::int64_t wanted = index_.times[static_cast<std::size_t>(number - 1)];
+  bool sought = false;
+  if (!isAhead(number)) {
+    seek(wanted);
+    sought = true;
+  }
+  position_ = number;
+  for (bool again = true; again;) {
+    again = false;
+    bool first = true;
+    while (MovieFrame frame = next()) {
+      const std::int64_t time = timeOf(*frame);
+      if (time > wanted && first && sought && wanted > index_.times.front()) {
+        // The container put us too late: from the very start, then.
+        seek(index_.times.front());
+        position_ = number;
+        sought = false;
+        again = true;
+        break;
+      }
+      first = false;
+      if (time == wanted) {
+        check(*frame, number);
+        problem_ = 0;
+        return frame;
+      }
+      if (time > wanted) {
+        held_ = std::move(frame);
+        break;
+      }
+    }
+  }
+  throw Error(Fault::failure, path_,
+              "frame " + std::to_string(number) + " is broken: " + movieProblem(problem_));
+}
+
+}  // namespace orvanite::media

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// FFmpeg's objects as owners that clean up, and its complaints as text.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
+
+namespace orvanite::media {
+
+struct MovieDelete {
+  void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+using MovieCodecContext = std::unique_ptr<AVCodecContext, MovieDelete>;
+using MoviePacket = std::unique_ptr<AVPacket, MovieDelete>;
+using MovieFrame = std::shared_ptr<AVFrame>;
+
+/// Sends what FFmpeg logs to movieProblem; whoever opens a file calls it first.
+void quietMovies();
+
+/// Counts what a decoder logs as errors, from now on and for as long as the counter lives. Some say
+/// in no other way that they made up part of a picture.
+void countErrors(AVCodecContext& decoder, std::atomic<int>& counter);
+
+/// A frame without pixels. Throws Error (failure) when memory runs out.
+MovieFrame newMovieFrame();
+/// A packet without data. Throws Error (failure) when memory runs out.
+MoviePacket newMoviePacket();
+
+/// A movie file opened for reading, its streams known.
+class MovieInput {
+ public:
+  /// Throws Error: noSuchFile when there is no such file, failure when FFmpeg cannot read it.
+  explicit MovieInput(const std::string& path);
+  ~MovieInput() { avformat_close_input(&context_); }
+  MovieInput(const MovieInput&) = delete;
+  MovieInput& operator=(const MovieInput&) = delete;
+  AVFormatContext* operator->() const { return context_; }
+  AVFormatContext* get() const { return context_; }
+
+ private:
+  AVFormatContext* context_ = nullptr;
+};
+
+/// What an error number means, with FFmpeg's last words on it where there are any: one line.
+std::string movieProblem(int number);
+
+}  // namespace orvanite::media

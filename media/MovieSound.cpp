@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A packet belongs to the pictures when its middle does.
+#include "media/MovieSound.h"
+
+#include <cmath>
+
+#include "base/Error.h"
+
+namespace orvanite::media {
+namespace {
+
+double secondsOf(std::int64_t time, AVRational base) {
+  return static_cast<double>(time) * av_q2d(base);
+}
+
+}  // namespace
+
+MovieSound::MovieSound(const std::string& path, double zero, double start, double end,
+                       AVFormatContext& output)
+    : input_(path),
+      output_(output),
+      zero_(zero),
+      start_(start),
+      end_(end),
+      packet_(newMoviePacket()) {
+  for (unsigned i = 0; i < input_->nb_streams; ++i) {
+    AVStream& from = *input_->streams[i];
+    streams_.push_back(-1);
+    from.discard = AVDISCARD_ALL;
+    if (from.codecpar->codec_type != AVMEDIA_TYPE_AUDIO) continue;
+    const bool tagged = output.oformat->codec_tag == nullptr ||
+                        av_codec_get_tag(output.oformat->codec_tag, from.codecpar->codec_id) != 0;
+    if (!tagged ||
+        avformat_query_codec(output.oformat, from.codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 0) {
+      notice_ = std::string("sound in ") + avcodec_get_name(from.codecpar->codec_id) +
+                " cannot go into this file and is left out";
+      continue;
+    }
+    AVStream* to = avformat_new_stream(&output, nullptr);
+    if (to == nullptr || avcodec_parameters_copy(to->codecpar, from.codecpar) < 0) {
+      throw Error(Fault::failure, path, "out of memory");
+    }
+    to->codecpar->codec_tag = 0;
+    to->time_base = from.time_base;
+    to->disposition = from.disposition;
+    av_dict_copy(&to->metadata, from.metadata, 0);
+    av_dict_set(&to->metadata, "timecode", nullptr, 0);
+    streams_.back() = to->index;
+    from.discard = AVDISCARD_DEFAULT;
+  }
+  ended_ = output.nb_streams < 2;
+  if (start > open && !ended_) {
+    // Packets of before are read and dropped; where seeking fails, from the beginning on.
+    av_seek_frame(input_.get(), -1, std::llround(std::max(0.0, start - 1) * AV_TIME_BASE),
+                  AVSEEK_FLAG_BACKWARD);
+  }
+}
+
+// Holds the next packet that belongs to the pictures; false: there is none.
+bool MovieSound::next() {
+  while (!held_ && !ended_) {
+    av_packet_unref(packet_.get());
+    if (av_read_frame(input_.get(), packet_.get()) < 0) {
+      ended_ = true;
+      break;
+    }
+    const auto stream = static_cast<std::size_t>(packet_->stream_index);
+    const std::int64_t time = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
+    if (stream >= streams_.size() || streams_[stream] < 0 || time == AV_NOPTS_VALUE) continue;
+    const AVRational base = input_->streams[stream]->time_base;
+    const double middle = secondsOf(time, base) + secondsOf(packet_->duration, base) / 2;
+    if (middle < start_) continue;
+    held_ = end_ <= open || middle < end_;
+  }
+  return held_;
+}
+
+void MovieSound::copyUpTo(double seconds, const std::string& path) {
+  while (next()) {
+    const auto stream = static_cast<std::size_t>(packet_->stream_index);
+    const AVRational base = input_->streams[stream]->time_base;
+    const std::int64_t time = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
+    if (secondsOf(time, base) - zero_ > seconds) return;
+    const std::int64_t shift = std::llround(zero_ / av_q2d(base));
+    if (packet_->pts != AV_NOPTS_VALUE) packet_->pts -= shift;
+    if (packet_->dts != AV_NOPTS_VALUE) packet_->dts -= shift;
+    packet_->pos = -1;
+    av_packet_rescale_ts(packet_.get(), base, output_.streams[streams_[stream]]->time_base);
+    packet_->stream_index = streams_[stream];
+    held_ = false;
+    const int problem = av_interleaved_write_frame(&output_, packet_.get());
+    if (problem < 0) {
+      throw Error(Fault::failure, path, "sound cannot be written: " + movieProblem(problem));
+    }
+  }
+}
+
+}  // namespace orvanite::media

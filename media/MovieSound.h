@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The sound of one movie put beside the pictures of another as it is, packet by packet, cut to the
+// time that the pictures take.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "media/MovieLibrary.h"
+
+namespace orvanite::media {
+
+class MovieSound {
+ public:
+  static constexpr double open = -1e9;  // no bound
+
+  /// Adds the streams of sound that the output can hold to it, before its header is written.
+  ///
+  /// zero        seconds on the input's clock that become 0
+  /// start, end  seconds on it between which sound is taken; `open` for no bound
+  /// Throws Error about `path`: noSuchFile, or failure when it cannot be read or memory runs out.
+  MovieSound(const std::string& path, double zero, double start, double end,
+             AVFormatContext& output);
+
+  /// What was left out because the output cannot hold it; empty: nothing.
+  const std::string& notice() const { return notice_; }
+
+  /// Writes what is heard up to a time in seconds from the start. Throws Error (failure) about
+  /// `path` when it cannot be written.
+  void copyUpTo(double seconds, const std::string& path);
+
+ private:
+  bool next();
+
+  MovieInput input_;
+  AVFormatContext& output_;
+  double zero_, start_, end_;
+  std::vector<int> streams_;  // of the output by those of the input; -1: not copied
+  MoviePacket packet_;
+  bool held_ = false, ended_ = false;
+  std::string notice_;
+};
+
+}  // namespace orvanite::media

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Writes a movie, whole or not at all: it appears under its name when it is finished. Alpha is
+// written where the codec holds it, colours are never multiplied by it.
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "media/Picture.h"
+#include "media/Source.h"
+
+struct AVFrame;
+
+namespace orvanite::media {
+
+struct MovieOptions {
+  std::string codec;  // empty: the usual one for the ending
+  Window frame;       // of the pictures that is shown
+  Samples samples = Samples::uint8;
+  ShotFacts facts;     // of the shot; its frame rate must be known
+  int firstFrame = 0;  // of those written, from the shot's first one: 0 is that
+  int frameCount = 1;
+  bool sound = false;     // take the shot's sound along; frames must follow each other
+  bool toTheEnd = false;  // the last frame written is the shot's last
+  int threads = 1;
+};
+
+/// Throws Error: wrongUse for a codec or an ending that is not known, or when the file is one of
+/// the inputs; failure when its folder is missing.
+void checkMovieOutput(const std::string& path, const std::string& codec,
+                      std::span<const std::string> inputs);
+
+class MovieWriter {
+ public:
+  /// Throws Error: wrongUse for what the codec or the file cannot hold, failure when nothing can be
+  /// written there.
+  MovieWriter(const std::string& path, const MovieOptions& options);
+  ~MovieWriter();
+
+  /// What is lost on the way, for a person to see; one line each.
+  const std::vector<std::string>& notices() const;
+
+  /// A picture in the codec's pixel format. Any number of threads may call it at once.
+  std::shared_ptr<AVFrame> prepare(const Picture& picture);
+  /// Encodes the next frame. One thread at a time.
+  void write(std::shared_ptr<AVFrame> frame);
+  /// After the last frame: puts the movie in place. Without it nothing stays behind.
+  /// All throw Error (failure).
+  void finish();
+
+ private:
+  class Output;
+  std::unique_ptr<Output> output_;
+};
+
+/// A frame rate as people write it: 24, 23.976, 24000/1001. Throws Error (wrongUse) about
+/// `subject`.
+Ratio parseFrameRate(const std::string& text, const std::string& subject);
+
+}  // namespace orvanite::media

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Stills and sequences: every frame is a file of its own and is opened when it is read, so that any
+// number of threads may read at once.
+#include "media/Source.h"
+
+#include <cmath>
+#include <filesystem>
+
+#include "base/Error.h"
+#include "media/FramePattern.h"
+#include "media/MovieSource.h"
+
+namespace orvanite::media {
+namespace {
+
+std::string sizeText(const Window& window) {
+  return std::to_string(window.width) + "x" + std::to_string(window.height);
+}
+
+ShotFacts factsOf(const OIIO::ImageSpec& header) {
+  ShotFacts facts;
+  int rate[2] = {};
+  if (header.getattribute("FramesPerSecond", OIIO::TypeRational, rate) && rate[0] > 0 &&
+      rate[1] > 0) {
+    facts.frameRate = {rate[0], rate[1]};
+  } else if (const float dpx = header.get_float_attribute("dpx:FrameRate");
+             dpx >= 1 && dpx <= 1000) {
+    facts.frameRate = {static_cast<int>(std::lround(dpx * 1000)), 1000};
+  }
+  const float aspect = header.get_float_attribute("PixelAspectRatio");
+  if (aspect > 0.01F && aspect < 100 && aspect != 1) {
+    facts.pixelAspect = {static_cast<int>(std::lround(aspect * 10000)), 10000};
+  }
+  if (const auto* code = header.find_attribute("smpte:TimeCode")) {
+    facts.timeCode = code->get_string();
+  }
+  return facts;
+}
+
+class FileSource : public Source {
+ public:
+  explicit FileSource(std::string path) : path_(std::move(path)) { describe(path_); }
+
+  explicit FileSource(FramePattern pattern) : pattern_(std::move(pattern)) {
+    frames_ = pattern_->existing();
+    if (frames_.empty()) {
+      throw Error(Fault::missingFrames, pattern_->text(), "there is no frame of this sequence");
+    }
+    describe(pattern_->path(frames_.front()));
+  }
+
+  std::string fileOf(int frame) const override { return pattern_ ? pattern_->path(frame) : path_; }
+
+  // Only OpenEXR gives every frame a window of its own; others are not opened twice.
+  Window windowOf(int frame) override {
+    if (!pattern_ || info_.format != "openexr") return info_.data;
+    return opened(frame).info().data;
+  }
+
+  std::function<Picture()> begin(int frame, const Request& request) override {
+    return [this, frame, request] { return readFile(frame, request); };
+  }
+
+ private:
+  PictureReader opened(int frame) const {
+    const std::string file = fileOf(frame);
+    std::error_code ignored;
+    if (pattern_ && !std::filesystem::exists(file, ignored)) {
+      throw Error(Fault::missingFrames, file, "no such file");
+    }
+    return PictureReader(file);
+  }
+
+  Picture readFile(int frame, const Request& request) const {
+    PictureReader reader = opened(frame);
+    const Window& size = reader.info().display;
+    if (size.width != info_.display.width || size.height != info_.display.height) {
+      throw Error(Fault::failure, reader.info().path,
+                  "expected a frame of the shot's size " + sizeText(info_.display) + ", found " +
+                      sizeText(size));
+    }
+    if (!request.channel.empty()) {
+      return reader.readChannel(request.channel, request.depth, request.window);
+    }
+    return reader.read(request.depth, request.window, request.missingAlpha);
+  }
+
+  void describe(const std::string& file) {
+    PictureReader reader(file);
+    info_ = reader.info();
+    header_ = std::make_shared<const OIIO::ImageSpec>(reader.header());
+    facts_ = factsOf(*header_);
+  }
+
+  std::string path_;
+  std::optional<FramePattern> pattern_;
+};
+
+}  // namespace
+
+Window Source::windowOf(int) { return info_.data; }
+
+std::unique_ptr<Source> Source::open(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    return std::make_unique<FileSource>(FramePattern::ofFolder(path));
+  }
+  // A file whose name merely looks like a pattern is a file.
+  if (!std::filesystem::exists(path, ignored)) {
+    if (auto pattern = FramePattern::parse(path)) return std::make_unique<FileSource>(*pattern);
+  }
+  if (isMovieName(path)) return openMovie(path);
+  return std::make_unique<FileSource>(path);
+}
+
+}  // namespace orvanite::media

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A shot's first key, looked for in one frame of its plate: the screen's colour found or picked,
+// all parameters set, a clean plate estimated. The one place that decides it: the command, `info`
+// and the page give one plate one key.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "keyer/AutoKey.h"
+#include "shot/Shot.h"
+
+namespace orvanite::shot {
+
+/// What to look for.
+struct FirstKeyWish {
+  bool everything = false;    // the screen and all that follows from it
+  bool screenColour = false;  // the screen's colour alone
+  bool cleanPlate = false;    // an estimated clean plate, whatever the screen is like
+  bool mayEstimate = true;    // with everything: whether the caller can key beside one
+  std::optional<Box> at;      // takes the screen's colour from here
+  Average average = Average::median;
+  std::optional<int> frame;  // where to look; none: the first
+};
+
+/// What was found; the settings have it.
+struct FirstKey {
+  std::optional<Screen> screen;  // where one was looked for
+  std::vector<std::string> set;  // the parameters that were set, in the table's order
+  bool cleanPlate = false;       // whether they are meant for estimated clean plates
+
+  /// A frame's clean plate, of the plate's window. Only where `cleanPlate` says so.
+  media::Picture cleanPlateOf(const media::Picture& plate) const;
+};
+
+/// Looks, and sets what it finds; parameters that were given stay. Wants the colourspace to be set.
+/// Throws Error as Shot::toLookAt does, and with these subjects: "screenAt" (wrongUse) a box that
+/// lies outside; "auto", "screen" or "reference" (failure) what was wished where there is no
+/// screen; "reference" (wrongUse) a clean plate for a depth that has none.
+FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& settings);
+
+}  // namespace orvanite::shot

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Interleaved rows without gaps, as media::Picture has them.
+#include "shot/Images.h"
+
+namespace orvanite::shot {
+
+OtileImage imageOf(const media::Picture& picture) { return imageOf(picture, 0, 0); }
+
+OtileImage imageOf(const media::Picture& picture, int x, int y) {
+  const int depth = picture.depth;
+  std::byte* const first =
+      picture.pixels.get() + (std::ptrdiff_t{y} * picture.data.width + x) * 4 * depth;
+  return {first,
+          first + depth,
+          first + std::ptrdiff_t{2} * depth,
+          first + std::ptrdiff_t{3} * depth,
+          4,
+          4 * picture.data.width};
+}
+
+Plate plateOf(const media::Picture& picture) {
+  return {imageOf(picture), picture.data.width, picture.data.height, picture.depth};
+}
+
+bool uses(const Settings& settings, const Inputs& present, Role role) {
+  switch (role) {
+    case Role::plate:
+      return true;
+    case Role::background:
+      return present.background && settings.view(present) == 0;
+    case Role::holdOut:
+      return present.holdOut && settings.toggle("useHoldOutMatte");
+    case Role::garbage:
+      return present.garbage && settings.toggle("useGarbageMatte");
+    default:
+      return present.reference && settings.toggle("useReference");
+  }
+}
+
+std::string channelOf(const Settings& settings, Role role) {
+  return role == Role::holdOut   ? settings.text("holdOutChannel")
+         : role == Role::garbage ? settings.text("garbageChannel")
+                                 : std::string();
+}
+
+void paintBeside(media::Picture& picture, const media::Window& own, const Settings& settings) {
+  media::paintOutside(
+      picture, own,
+      {settings.number("screen", 0), settings.number("screen", 1), settings.number("screen", 2)});
+}
+
+Frame frameOf(const ByRole<const media::Picture*>& pictures, const media::Window& region) {
+  Frame frame;
+  frame.width = region.width;
+  frame.height = region.height;
+  frame.depth = pictures[Role::plate]->depth;
+  const auto place = [&](Role role, OtileImage& to) {
+    if (pictures[role] != nullptr) to = imageOf(*pictures[role], region.x, region.y);
+  };
+  place(Role::plate, frame.pictures.fg);
+  place(Role::background, frame.pictures.bg);
+  place(Role::holdOut, frame.pictures.hold);
+  place(Role::garbage, frame.pictures.garbage);
+  place(Role::cleanPlate, frame.pictures.ref);
+  return frame;
+}
+
+bool showsColours(const Settings& settings) {
+  const std::string_view output = settings.choice("output");
+  return output != "matte" && output != "status";
+}
+
+}  // namespace orvanite::shot

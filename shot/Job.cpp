@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "shot/Job.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "base/Error.h"
+#include "media/MovieSource.h"
+#include "media/PictureWriter.h"
+#include "shot/Images.h"
+
+namespace orvanite::shot {
+namespace {
+
+// Whether frames follow one another.
+bool follow(const std::vector<int>& frames) {
+  return std::adjacent_find(frames.begin(), frames.end(),
+                            [](int a, int b) { return b != a + 1; }) == frames.end();
+}
+
+}  // namespace
+
+Inputs Job::inputs() const {
+  Inputs present = shot->inputs();
+  present.reference = present.reference || firstKey.cleanPlate;
+  return present;
+}
+
+bool Job::reads(Role role) const { return shot->has(role) && uses(settings, inputs(), role); }
+
+void addOutput(Job& job, const std::string& view, const std::string& path, bool severalFrames) {
+  if (path.empty()) return;
+  ViewOutput output;
+  output.view = view;
+  output.path = path;
+  output.pattern = media::FramePattern::parse(path);
+  output.isMovie = !output.pattern && media::isMovieName(path);
+  if (severalFrames && !output.pattern && !output.isMovie) {
+    throw Error::expected(
+        Fault::wrongUse, path,
+        "a name with a frame number or of a movie for a shot, such as out.####.exr or out.mov",
+        path);
+  }
+  job.outputs.push_back(std::move(output));
+}
+
+void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
+                  const std::vector<std::string>& others) {
+  for (int frame : frames) {
+    std::vector<std::string> inputs = others;
+    for (const Role role : roles) {
+      if (job.shot->has(role)) inputs.push_back(job.shot->fileOf(role, frame));
+    }
+    std::vector<std::string> outputs;
+    for (const ViewOutput& output : job.outputs) {
+      const std::string path = output.fileOf(frame);
+      if (output.isMovie) {
+        media::checkMovieOutput(path, codec, inputs);
+      } else {
+        media::checkOutput(path, inputs);
+      }
+      if (std::find(outputs.begin(), outputs.end(), path) != outputs.end()) {
+        throw Error(Fault::wrongUse, path, "two outputs have this name");
+      }
+      outputs.push_back(path);
+    }
+  }
+}
+
+void prepareKeyers(Job& job) {
+  for (ViewOutput& output : job.outputs) {
+    Settings own = job.settings;
+    own.setText("output", output.view);
+    output.showsColours = showsColours(own);
+    output.keyer = std::make_unique<Keyer>();
+    output.keyer->prepare(own, job.shot->depth(), job.inputs());
+  }
+}
+
+std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
+                                    const std::vector<int>& frames) {
+  std::vector<std::string> notices;
+  const media::Source& plate = job.shot->plate();
+  for (ViewOutput& output : job.outputs) {
+    std::error_code ignored;
+    if (!output.isMovie) continue;
+    if (wish.keepExisting && std::filesystem::exists(output.path, ignored)) continue;
+    media::MovieOptions movie;
+    movie.codec = wish.codec;
+    movie.frame = plate.info().display;
+    movie.samples = job.shot->samples();
+    movie.facts = plate.facts();
+    movie.threads = encoderThreads(job);
+    if (wish.frameRate) {
+      movie.facts.frameRate = *wish.frameRate;
+    } else if (movie.facts.frameRate.numerator == 0) {
+      movie.facts.frameRate = {24, 1};
+      notices.emplace_back("frame rate: 24 (nothing says another; --fps does)");
+    }
+    const int shotFirst = plate.isShot() ? plate.frames().front() : frames.front();
+    movie.firstFrame = frames.front() - shotFirst;
+    movie.frameCount = static_cast<int>(frames.size());
+    movie.toTheEnd = plate.isShot() && frames.back() == plate.frames().back();
+    movie.sound = follow(frames) && !wish.frameRate;
+    if (!movie.sound && !movie.facts.sound.empty()) {
+      notices.emplace_back(
+          "the sound is left out: it goes with frames that follow one another at "
+          "the plate's rate");
+    }
+    output.movie = std::make_unique<media::MovieWriter>(output.path, movie);
+    for (const std::string& notice : output.movie->notices()) notices.push_back(notice);
+  }
+  return notices;
+}
+
+int encoderThreads(const Job& job) {
+  const auto movies = std::count_if(job.outputs.begin(), job.outputs.end(),
+                                    [](const ViewOutput& output) { return output.isMovie; });
+  return std::clamp(job.threads / std::max(1, static_cast<int>(movies)), 1, 16);
+}
+
+}  // namespace orvanite::shot

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What is to become of a shot: its views, where each goes, and one keyer for each. Understood once,
+// before the first frame.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "keyer/Keyer.h"
+#include "media/FramePattern.h"
+#include "media/MovieWriter.h"
+#include "shot/FirstKey.h"
+#include "shot/Shot.h"
+
+namespace orvanite::shot {
+
+/// One view of every frame, and where it goes.
+struct ViewOutput {
+  std::string view;  // the text of the parameter "output", such as "matte"
+  std::string path;  // a file, or a pattern
+  std::optional<media::FramePattern> pattern;
+  bool isMovie = false;
+  std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
+  std::unique_ptr<Keyer> keyer;
+  bool showsColours = true;
+
+  std::string fileOf(int frame) const { return pattern ? pattern->path(frame) : path; }
+};
+
+struct Job {
+  const Shot* shot = nullptr;
+  Settings settings;
+  FirstKey firstKey;
+  std::vector<ViewOutput> outputs;  // the first is keyed in place
+  bool premultiply = false;         // the first output
+  bool passThrough = false;         // the plate as it is, to see what decoding and encoding take
+  int threads = 1;
+
+  /// The pictures that there are for the keyers: an estimated clean plate is one.
+  Inputs inputs() const;
+  /// Whether a file of this role is read.
+  bool reads(Role role) const;
+};
+
+/// Adds a view. Throws Error (wrongUse) where several frames would go into one still.
+void addOutput(Job& job, const std::string& view, const std::string& path, bool severalFrames);
+
+/// Refuses outputs that are an input or another output at one of the frames, that no format has an
+/// ending for, or whose folder is missing. Throws Error: wrongUse, failure.
+/// codec   of movies; empty: the usual one
+/// others  files besides the shot's that are read
+void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
+                  const std::vector<std::string>& others);
+
+/// Makes the keyers. Throws Error about the parameter that cannot key.
+void prepareKeyers(Job& job);
+
+/// How movies are written.
+struct MovieWish {
+  std::string codec;                      // empty: the usual one for the file's ending
+  std::optional<media::Ratio> frameRate;  // none: the plate's, else 24
+  bool keepExisting = false;              // one that is there already is whole
+};
+
+/// Opens the movies to write, for frames that are keyed in this order. Returns what was decided,
+/// for a person to see. Throws Error as MovieWriter does.
+std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
+                                    const std::vector<int>& frames);
+
+/// The threads of each movie's encoder: several movies share the job's.
+int encoderThreads(const Job& job);
+
+}  // namespace orvanite::shot

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "shot/KeyedFrame.h"
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+
+#include "media/PictureWriter.h"
+#include "shot/Images.h"
+
+namespace orvanite::shot {
+namespace {
+
+using media::Picture;
+using media::Window;
+
+// The pixels of a keyed frame: all that there are, and the whole frame where a file cannot hold
+// less.
+Window keyedWindow(const Job& job, int frame) {
+  const Window window = job.shot->allPixels(frame);
+  const bool kept =
+      std::all_of(job.outputs.begin(), job.outputs.end(), [](const ViewOutput& output) {
+        return !output.isMovie && media::keepsDataWindow(output.path);
+      });
+  return kept ? window : united(window, job.shot->plate().info().display);
+}
+
+}  // namespace
+
+FrameReads beginReads(const Job& job, int frame) {
+  FrameReads reads;
+  for (const Role role : roles) {
+    if (!job.reads(role)) continue;
+    reads[role] = job.shot->begin(
+        role, frame, [&job, frame] { return keyedWindow(job, frame); },
+        channelOf(job.settings, role));
+  }
+  return reads;
+}
+
+FramePictures finishReads(const Job& job, int frame, FrameReads reads) {
+  FramePictures pictures;
+  for (const Role role : roles) {
+    if (!reads[role]) continue;
+    pictures[role] = reads[role]();
+    reads[role] = nullptr;
+    const bool screenBeside = (role == Role::plate && !job.passThrough) || role == Role::cleanPlate;
+    if (screenBeside) paintBeside(pictures[role], job.shot->ownPixels(role, frame), job.settings);
+  }
+  return pictures;
+}
+
+std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictures, int threads) {
+  std::vector<Picture> views(job.outputs.size());
+  Picture& plate = pictures[Role::plate];
+  if (job.firstKey.cleanPlate) {
+    Picture& clean = pictures[Role::cleanPlate];
+    clean = job.firstKey.cleanPlateOf(plate);
+    paintBeside(clean, job.shot->ownPixels(Role::plate, number), job.settings);
+  }
+  ByRole<const Picture*> present;
+  for (const Role role : roles) present[role] = pictures[role].pixels ? &pictures[role] : nullptr;
+  Frame frame = frameOf(present, {0, 0, plate.data.width, plate.data.height});
+  for (std::size_t i = views.size(); i-- > 1;) {
+    views[i] = Picture::make(plate.data, plate.depth, plate.samples);
+    views[i].header = plate.header;
+    views[i].hasAlpha = true;
+    frame.pictures.dst = imageOf(views[i]);
+    job.outputs[i].keyer->render(frame, threads);
+  }
+  frame.pictures.dst = frame.pictures.fg;
+  if (!job.passThrough) job.outputs[0].keyer->render(frame, threads);
+  views[0] = std::move(plate);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    // A matte is no colour, unless there is nothing but the plate.
+    if (job.passThrough || job.outputs[i].showsColours) job.shot->colours().out.apply(views[i]);
+  }
+  if (job.premultiply) media::multiplyByAlpha(views[0]);
+  return views;
+}
+
+MovieFrames write(const Job& job, std::vector<Picture> views, int frame) {
+  MovieFrames rest(views.size());
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    const ViewOutput& output = job.outputs[i];
+    const Picture view = std::move(views[i]);
+    if (output.movie) {
+      rest[i] = output.movie->prepare(view);
+    } else if (!output.isMovie) {
+      media::writePicture(view, output.fileOf(frame));
+    }
+  }
+  return rest;
+}
+
+void writeMovies(const Job& job, MovieFrames& frames) {
+  tbb::parallel_for(std::size_t{0}, frames.size(), [&](std::size_t i) {
+    if (!frames[i]) return;
+    job.outputs[i].movie->write(std::move(frames[i]));
+  });
+}
+
+}  // namespace orvanite::shot
