@@ -444,6 +444,25 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   }
   EXPECT_EQ(orvanite({"kee"}).code, 2);
   EXPECT_EQ(orvanite({}).code, 2);
+#ifdef ORVANITE_WITH_NODE
+  // A script reads through the same door: the same files are refused with the same words.
+  int scripts = 0;
+  for (const Case& wrong : cases) {
+    const std::string plate = wrong.words.substr(0, wrong.words.find(' '));
+    if (wrong.code != 1 || plate == "@fg.png" || plate == "@framed.exr") continue;
+    const std::string file = folder / plate.substr(1);
+    const std::string script = folder / ("s" + std::to_string(++scripts) + ".orv");
+    std::ofstream(script) << "out = FileOut(Orvanite(FileIn(\"" << file << "\")), \""
+                          << (folder / "out.png") << "\");\n";
+    const Outcome outcome = orvanite({"run", "-q", script});
+    EXPECT_EQ(outcome.code, 1) << wrong.message;
+    EXPECT_NE(outcome.err.find(wrong.message), std::string::npos) << wrong.message << "\n"
+                                                                  << outcome.err;
+    std::filesystem::remove(script);
+    EXPECT_EQ(folder.names(), before) << wrong.message;
+  }
+  EXPECT_GE(scripts, 15);
+#endif
 }
 
 // A disk of 64 KiB: every format fails with its line and leaves the disk as it was.

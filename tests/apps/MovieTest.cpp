@@ -56,6 +56,24 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
   }
 }
 
+#ifdef ORVANITE_WITH_NODE
+TEST(MovieIn, AScriptsFileInDecodesTheFrameOfItsTime) {
+  const Folder folder;
+  writeShot(folder, "s", 1, 4, 20, 12);
+  ffmpeg({"-i", folder / "s.%04d.png", "-c:v", "png", folder / "m.mov"});
+  std::ofstream(folder / "s.orv") << "FileOut(FileIn(\"" << (folder / "m.mov") << "\"), \""
+                                  << (folder / "o.####.png") << "\");\n";
+  ASSERT_EQ(orvanite(folder, "run -q @s.orv --frames 3,1,4").code, 0);
+  for (int frame : {1, 3, 4}) {
+    expectSame(folder / frameFile("o", frame), folder / frameFile("s", frame));
+  }
+  const Outcome past = orvanite(folder, "run -q @s.orv --frames 5");
+  EXPECT_EQ(past.code, 1);
+  EXPECT_NE(past.err.find("m.mov: expected a frame from 1 to 4, found 5"), std::string::npos)
+      << past.err;
+}
+#endif
+
 TEST(MovieIn, FramesAreExactInTheMiddleOfLongGroupsOfPictures) {
   const Folder folder;
   ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=2", "-c:v", "libx264", "-g", "20", "-bf",

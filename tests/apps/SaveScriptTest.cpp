@@ -3,6 +3,8 @@
 // `orvanite key --save-script`: `orvanite run` renders the script to the samples of the key.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 
 #include "tests/apps/Images.h"
@@ -69,6 +71,48 @@ TEST(SaveScript, ASavedScriptRendersToTheSamplesOfTheKey) {
       EXPECT_EQ(found.spec.format, expected.spec.format);
       EXPECT_EQ(found.spec.nchannels, expected.spec.nchannels);
       EXPECT_TRUE(found.samples == expected.samples);
+    }
+  }
+}
+
+// What a header says beside the pixels' layout, as "name=value"; the time of writing aside.
+Lines metadataOf(const OIIO::ImageSpec& spec) {
+  Lines all;
+  for (const OIIO::ParamValue& one : spec.extra_attribs) {
+    if (one.name() != "DateTime") all.push_back(one.name().string() + "=" + one.get_string());
+  }
+  std::sort(all.begin(), all.end());
+  return all;
+}
+
+TEST(SaveScript, BothWaysOfKeyingCarryThePlatesMetadata) {
+  const Folder folder;
+  Image plate = randomImage(20, 10, 3, OIIO::TypeDesc::HALF, 1);
+  const int rate[2] = {24000, 1001};
+  const std::uint32_t timeCode[2] = {0x01020304, 0};
+  plate.spec.attribute("FramesPerSecond", OIIO::TypeRational, rate);
+  plate.spec.attribute("smpte:TimeCode", OIIO::TypeTimeCode, timeCode);
+  plate.spec.attribute("PixelAspectRatio", 2.0f);
+  plate.spec.attribute("compression", "zips");
+  plate.spec.attribute("Artist", "somebody");
+  write(plate, folder / "p.exr");
+  Image codes = randomImage(20, 10, 3, OIIO::TypeDesc::UINT16, 2);
+  codes.spec.attribute("oiio:BitsPerSample", 10);
+  write(codes, folder / "p.dpx");
+  for (const std::string ending : {".exr", ".dpx"}) {
+    SCOPED_TRACE(ending);
+    const Outcome keyed =
+        orvanite(folder, "key -q @p" + ending + " -o @k" + ending + " --save-script @s.orv");
+    ASSERT_EQ(keyed.code, 0) << keyed.err;
+    const Image expected = read(folder / ("k" + ending));
+    ASSERT_EQ(orvanite(folder, "run -q @s.orv").code, 0);
+    const Image found = read(folder / ("k" + ending));
+    EXPECT_EQ(metadataOf(found.spec), metadataOf(expected.spec));
+    EXPECT_EQ(found.spec.format, expected.spec.format);
+    if (ending == ".dpx") continue;
+    for (const char* kept : {"Artist=somebody", "smpte:TimeCode=01:02:03:04", "compression=zips"}) {
+      const Lines all = metadataOf(found.spec);
+      EXPECT_NE(std::find(all.begin(), all.end(), kept), all.end()) << kept;
     }
   }
 }
