@@ -9,6 +9,12 @@
  * Threads: orvanite_render only reads the engine, so calls on different tiles may run at once.
  * Everything else needs the engine to itself.
  *
+ * The best kernels that the processor has are taken when the first tables are built or the first
+ * tile is keyed, for the life of the process. The environment variable ORVANITE_TARGET forces
+ * others: avx512, avx2 or sse4 on x86-64, native elsewhere, reference (plain code) everywhere. All
+ * give the same bits. With any other name, or one that the processor lacks, every render is
+ * refused: what is asked for and cannot be had is never quietly replaced.
+ *
  * Colours and parameters are floats; 1.0 is white, and they are given in the encoding that
  * orvanite_setColourspace names. Setters condition their argument, do nothing when it equals the
  * stored value, and never fail.
@@ -47,7 +53,8 @@ typedef struct OtileImage {
  * The record stays the caller's and is only read. dst may share a buffer with fg or with bg,
  * pixel for pixel. */
 typedef struct Otile {
-  OtileImage dst;     /* destination; all four pointers are required */
+  OtileImage dst;     /* destination; all four pointers are required. In view 0 over a background
+                         without alpha, alpha is neither read nor written: any address will do */
   OtileImage bg;      /* background picture; absent unless red, green and blue are all there */
   OtileImage fg;      /* the plate; alpha is never read */
   OtileImage hold;    /* hold-out matte; only alpha is read */
@@ -147,13 +154,15 @@ ORVANITE_API int orvanite_makeLuts(QMXOrvaniteTable* engine);
 
 /* Keys a tile of width x height pixels at depth 1 (8-bit), 2 (16-bit) or 4 (float).
  * 0 rendered, or nothing done because the tables are out of date; 1 refused, nothing written:
- * an incomplete destination, a missing input, another depth, or a depth whose kind of tables was
- * not built. */
+ * an incomplete destination, a missing input, another depth, a depth whose kind of tables the last
+ * build did not build, float pixels while the clean plate is in use, or an ORVANITE_TARGET that
+ * cannot be had. */
 ORVANITE_API int orvanite_render(QMXOrvaniteTable* engine, int depth, int width, int height,
                                  Otile* tile);
 
 /* Has fn(data) called whenever a parameter changes or tables are discarded, on the calling
- * thread; null switches it off. */
+ * thread; null switches it off. fn may build tables; what it builds while tables are discarded is
+ * discarded with them. */
 ORVANITE_API void orvanite_installCallback(QMXOrvaniteTable* engine, void (*fn)(void*), void* data);
 
 #ifdef __cplusplus

@@ -7,6 +7,9 @@ extern "C" {
 }
 #pragma GCC visibility pop
 
+#include <cstdio>
+
+#include "engine/kernels/Target.h"
 #include "plugins/frei0r/effect.h"
 
 using orvanite::frei0rPlugin::controls;
@@ -30,7 +33,16 @@ void guarded(Call call) noexcept {
 
 extern "C" {
 
-int f0r_init() { return 1; }
+int f0r_init() {
+  int started = 1;
+  guarded([&started] {
+    if (const std::string& problem = orvanite::targetProblem(); !problem.empty()) {
+      std::fprintf(stderr, "orvanite: %s\n", problem.c_str());
+      started = 0;
+    }
+  });
+  return started;
+}
 
 void f0r_deinit() {}
 

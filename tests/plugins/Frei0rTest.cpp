@@ -5,8 +5,10 @@
 #include <frei0r.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -39,7 +41,7 @@ struct Binary {
     find(get, "f0r_get_param_value");
     find(update, "f0r_update");
     find(update2, "f0r_update2");
-    init();
+    started = init();
     info(&about);
   }
   ~Binary() {
@@ -63,6 +65,7 @@ struct Binary {
   decltype(f0r_update)* update = nullptr;
   decltype(f0r_update2)* update2 = nullptr;
   f0r_plugin_info_t about{};
+  int started = 0;
 };
 
 // The table entry and channel behind a panel's name: the label, the group's word, the channel.
@@ -437,6 +440,30 @@ TEST(Frei0rHosts, MayAskForNonsenseWithoutHarm) {
   binary.update2(instance, 0, nullptr, plate.data(), nullptr, out.data());
   EXPECT_EQ(out, plate);
   binary.destruct(instance);
+}
+
+// frei0r has no place for a message: a host that starts the plug-in is told no, and the standard
+// error stream says why, once.
+TEST(Frei0rErrors, SayOnceWhichTargetTheMachineDoesNotHave) {
+  for (const char* path : binaries) {
+    setenv("ORVANITE_TARGET", "abacus", 1);
+    testing::internal::CaptureStderr();
+    {
+      const Binary binary(path);
+      EXPECT_EQ(binary.started, 0);
+      std::uint32_t pixel = 0x800000FFU;
+      f0r_instance_t instance = binary.construct(1, 1);
+      for (int frame = 0; frame < 3; ++frame) binary.update(instance, 0, &pixel, &pixel);
+      binary.destruct(instance);
+      EXPECT_EQ(pixel, 0x800000FFU) << "frames stay as they are";
+    }
+    unsetenv("ORVANITE_TARGET");
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said.rfind("orvanite: ORVANITE_TARGET=abacus: ", 0), 0U) << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    const Binary well(path);
+    EXPECT_EQ(well.started, 1);
+  }
 }
 
 TEST(Frei0rHosts, MayLoadAndUnloadAHundredTimes) {
