@@ -57,7 +57,13 @@ void QMXOrvaniteTable::installCallback(void (*fn)(void*), void* data) {
 }
 
 void QMXOrvaniteTable::nukeTables() {
-  changed();
+  // The callback may build tables, which are discarded with the others, and may so run out of
+  // memory, which discards them within the notification.
+  if (!discarding_) {
+    discarding_ = true;
+    changed();
+    discarding_ = false;
+  }
   for (int c = 0; c < 3; ++c) {
     release(fgLinear[c]);
     release(keyTable[c]);
@@ -72,10 +78,10 @@ void QMXOrvaniteTable::nukeTables() {
   halfTables = nullptr;
   delete plan;
   plan = nullptr;
-  builtKinds = noKind;
+  lastBuilt = noKind;
   // The foreground grading lives inside the object and depends on no maximum: its flag stays.
-  raise({&matteDirty, &screenDirty, &fgLinearDirty, &bgGradeDirty, &holdDirty, &garbageDirty,
-         &outputDirty});
+  raise({&tablesDirty, &matteDirty, &screenDirty, &fgLinearDirty, &bgGradeDirty, &holdDirty,
+         &garbageDirty, &outputDirty});
 }
 
 void QMXOrvaniteTable::setScreen(float r, float g, float b) {

@@ -92,18 +92,17 @@ struct QMXOrvaniteTable {
   std::int16_t clipTable[keyOne + 1] = {};         // matte through the screen-range curve
   float screenScale = 0;                           // 1 / the primary channel's linear screen value
   float keyFactor[3] = {};  // integer builds: key units of linear white; NaN where a curve bends
-  float clipLow = 0;                               // float builds: lower end of the clip, and
-  float clipScale = 0;                             // 1 / the range that it keeps
-  Imath::half* floatTable[3] = {};                 // half pattern to the channel's screen amount
+  float clipLow = 0;        // float builds: lower end of the clip, and
+  float clipScale = 0;      // 1 / the range that it keeps
+  Imath::half* floatTable[3] = {};  // half pattern to the channel's screen amount
   void (*callback)(void*) = nullptr;
   void* callbackData = nullptr;
 
   orvanite::HalfTables* halfTables = nullptr;  // float builds: encodings by half pattern, or null
 
   // Integer and float builds clear the same flags, so each must know what the other has done.
-  enum Kind { noKind = 0, integerKind = 1, floatKind = 2 };
-  int lastBuilt = noKind;   // the kind of the last successful build: the other's tables are stale
-  int builtKinds = noKind;  // the kinds whose tables exist, since tables were last discarded
+  enum Kind { noKind, integerKind, floatKind };
+  Kind lastBuilt = noKind;  // by the last successful build; the other's tables are stale
 
   // Integer builds: what the vector kernels read beside the tables; null when there is none.
   orvanite::IntegerPlan* plan = nullptr;
@@ -195,4 +194,5 @@ struct QMXOrvaniteTable {
 
  private:
   void changed();  // raise tablesDirty and notify
+  bool discarding_ = false;
 };

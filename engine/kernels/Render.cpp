@@ -56,16 +56,6 @@ constexpr Kernels kernels8 = integerKernels<unsigned char>(std::make_index_seque
 constexpr Kernels kernels16 = integerKernels<unsigned short>(std::make_index_sequence<16>());
 constexpr Kernels kernels32 = floatKernels(std::make_index_sequence<16>());
 
-/// Whether the tables that the kernel would read were built since tables were last discarded.
-bool tablesExist(const QMXOrvaniteTable& e, int depth, bool hold, bool garbage, bool ref) {
-  const int kind = depth == 4 ? QMXOrvaniteTable::floatKind : QMXOrvaniteTable::integerKind;
-  if ((e.builtKinds & kind) == 0) return false;
-  if (depth == 4) return true;
-  // A matte or clean plate switched on since the last build of this kind has no table yet.
-  return (!hold || e.holdTable != nullptr) && (!garbage || e.garbageTable != nullptr) &&
-         (!ref || (e.refTable[2] != nullptr && e.refKeyTable[2] != nullptr));
-}
-
 std::atomic<std::uint64_t> fastTiles{0};
 
 TileKernel chooseFast(const Target& target, const QMXOrvaniteTable& e, int depth, int width,
@@ -101,7 +91,8 @@ int QMXOrvaniteTable::render(int depth, int width, int height, Otile* tile) {
   if (view == 0 ? !bgPresent : !bgPresent && !fgPresent) return refused;
   if (refEnabled != 0 && !ref) return refused;
   if (depth != 1 && depth != 2 && depth != 4) return refused;
-  if (!tablesExist(*this, depth, hold, garbage, ref)) return refused;
+  // What an earlier build of the other kind left is older than the parameters.
+  if (lastBuilt != (depth == 4 ? floatKind : integerKind)) return refused;
   const Target* const target = activeTarget();
   if (target == nullptr) return refused;
 

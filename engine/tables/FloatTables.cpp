@@ -139,7 +139,6 @@ int QMXOrvaniteTable::makeLuts32() {
   buildClip(*this, basis);
 
   lastBuilt = floatKind;
-  builtKinds |= floatKind;
   tablesDirty = 0;
   return built;
 }

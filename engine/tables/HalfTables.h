@@ -7,6 +7,8 @@
 // has changed, so moving a slider of the key touches none of them.
 #pragma once
 
+#include <optional>
+
 #include "engine/QMXOrvaniteTable.h"
 
 namespace orvanite {
@@ -16,7 +18,7 @@ struct HalfTables {
 
   /// Linear light of each half value, in the encoding of this code.
   float linear[entries];
-  int decodedFor = -1;
+  std::optional<int> decodedFor;
 
   /// By channel: what is written for a half sample that goes into the working space and out again
   /// with nothing done to it. Null in linear encoding, where it is cheaper to compute, and for the
@@ -45,8 +47,8 @@ struct HalfTables {
   void examineKey(const Imath::half* table, int channel, float scale, float factor);
 
  private:
-  int travelled_ = -1;   // the encoding of roundTrip
-  float scale_[3] = {};  // the neutral scale of roundTrip
+  std::optional<int> travelled_;  // the encoding of roundTrip
+  float scale_[3] = {};           // the neutral scale of roundTrip
   float storage_[3][entries];
 };
 

@@ -365,7 +365,6 @@ int QMXOrvaniteTable::makeLuts() {
   updatePlan(*this, changes);
 
   lastBuilt = integerKind;
-  builtKinds |= integerKind;
   tablesDirty = 0;
   return built;
 }

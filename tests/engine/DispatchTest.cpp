@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "engine/kernels/Target.h"
 #include "tests/engine/References.h"
 #include "tests/engine/Scene.h"
 
@@ -149,6 +150,42 @@ TEST(Dispatch, RefusesADepthWhoseTablesWereNotBuilt) {
   EXPECT_EQ(results(), (Results{1, 1, 0}));
   EXPECT_FALSE(bytes.colourWritten());
   EXPECT_TRUE(floats.colourWritten());
+
+  // The other way round the maxima discard nothing: what the float build left is older than the
+  // screen that was set since.
+  orvanite_setDstMax(engine.get(), 1);
+  orvanite_setFgMax(engine.get(), 255);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  floats = OnePixel<float>();
+  EXPECT_EQ(results(), (Results{1, 1, 0}));
+  orvanite_setScreen(engine.get(), 0, 1, 0);
+  orvanite_setDstMax(engine.get(), 255);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  floats = OnePixel<float>();
+  EXPECT_EQ(results(), (Results{0, 0, 1}));
+  EXPECT_FALSE(floats.colourWritten());
+}
+
+TEST(Dispatch, RefusesAFloatTileWhileTheCleanPlateIsOn) {
+  Parameters p;
+  p.dstMax = 1;
+  const Engine engine = makeEngine(p);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  OnePixel<float> pixel;
+  ASSERT_EQ(orvanite_render(engine.get(), 4, 1, 1, &pixel.tile), 0);
+  pixel = OnePixel<float>();
+  orvanite_useRef(engine.get(), 1);
+  orvanite_setDstMax(engine.get(), 255);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0) << "an integer build, which has a clean plate";
+  EXPECT_EQ(orvanite_render(engine.get(), 4, 1, 1, &pixel.tile), 1);
+  EXPECT_FALSE(pixel.colourWritten() || pixel.alphaWritten());
+
+  // Nor does any target key one that is handed to it past the dispatcher.
+  for (const orvanite::Target& target : orvanite::knownTargets()) {
+    if (target.floats == nullptr || !target.supported()) continue;
+    EXPECT_EQ(target.floats->choose(*engine, 1, 1, pixel.tile, {true, false, false, true}), nullptr)
+        << target.name;
+  }
 }
 
 TEST(Dispatch, NeedsTheCleanPlateThatIsWantedAndTheTablesOfTheMattesInUse) {
@@ -176,5 +213,6 @@ TEST(Dispatch, NeedsTheCleanPlateThatIsWantedAndTheTablesOfTheMattesInUse) {
   orvanite_setDstMax(engine.get(), 1);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
   pixel = OnePixel<unsigned char>();
-  orvanite_render(engine.get(), 1, 1, 1, &pixel.tile);  // any answer, but no null table
+  EXPECT_EQ(orvanite_render(engine.get(), 1, 1, 1, &pixel.tile), 1);
+  EXPECT_FALSE(pixel.colourWritten());
 }

@@ -51,6 +51,7 @@ void sweepGeometry(std::uint64_t seed) {
           Scene<T> scene(random, width, random.between(1, 2), present, placement);
           fillInputs(random, scene, p);
           const model::Instance instance = model::chosenInstance(reference.p, present);
+          scene.dummyAlpha = !instance.alpha && random.oneIn(2);
           ASSERT_TRUE(keysLikeTheModel(scene, reference, instance, [&](Otile* tile) {
             return orvanite_render(engine.get(), ModelOf<T>::depth, width, scene.height, tile);
           }));

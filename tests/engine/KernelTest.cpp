@@ -19,6 +19,14 @@ namespace {
 
 enum Form { rgba, abgr, rgbWithoutAlpha, bgrWithoutAlpha, planar };
 
+/// Where an alpha may point that nobody touches: nowhere, or beside its colours, where the last or
+/// the first pixel's lies behind the fence.
+void* dummyAlpha(Random& random, const OtileImage& image, std::size_t sampleBytes) {
+  char* const lowest = static_cast<char*>(std::min(image.red, image.blue));
+  char* const beside = lowest == image.red ? lowest + 3 * sampleBytes : lowest - sampleBytes;
+  return random.pick<void*>({reinterpret_cast<void*>(std::uintptr_t{0x40000}), beside});
+}
+
 /// One image in fenced memory: only the samples that the tile promises lie inside the fence.
 template <class T>
 OtileImage describe(Fenced<T>& memory, Form form, int w, int h, int pad, bool high) {
@@ -120,9 +128,9 @@ class Samples<float> {
   float any() {
     const int kind = random_.between(0, 15);
     if (kind == 0)
-      return random_.pick({0.0f,   -0.0f,   1.0f,   -1.0f,   INFINITY, -INFINITY, NAN,
-                           1e-40f, -1e-40f, 6.5e4f, 7e4f,    1e30f,    -1e30f,    3e38f,
-                           0.081f, 1e-7f,   -1e-3f, 5.9e-8f, 2e-45f,   0x1p-24f,  0.018f});
+      return random_.pick({0.0f,    -0.0f,   1.0f,   -1.0f,    INFINITY, -INFINITY, NAN,    1e-40f,
+                           -1e-40f, 6.5e4f,  7e4f,   1e30f,    -1e30f,   3e38f,     0.081f, 1e-7f,
+                           -1e-3f,  5.9e-8f, 2e-45f, 0x1p-24f, 0.018f,   25.0f});
     if (kind == 1) return random_.real(-2, 6);
     return kind < 8 ? half(random_.unit()) : random_.unit();
   }
@@ -168,24 +176,30 @@ struct Tiles {
     const bool high = random.oneIn(2);
     const int pad = random.pick({0, 0, 1, 5});
     const auto form = [&] { return static_cast<Form>(random.between(0, floats ? 3 : 4)); };
-    const auto full = [&] { return random.pick({rgba, abgr, floats ? rgba : planar}); };
+    // Without an alpha to write, the destination's is a pointer that nobody follows.
+    const bool dummy = engine.view == 0 && random.oneIn(4);
+    const auto written = [&] {
+      return dummy ? random.pick({rgbWithoutAlpha, bgrWithoutAlpha, floats ? rgba : planar})
+                   : random.pick({rgba, abgr, floats ? rgba : planar});
+    };
     Otile tile = {};
     const int place = random.between(0, 2);
-    tile.bg = describe(memory[1], place == 2 ? full() : form(), w, h, pad, high);
-    tile.fg = describe(memory[2], place == 1 ? full() : form(), w, h, pad, high);
+    tile.bg = describe(memory[1], place == 2 ? written() : form(), w, h, pad, high);
+    tile.fg = describe(memory[2], place == 1 ? written() : form(), w, h, pad, high);
     tile.dst = place == 2   ? tile.bg
                : place == 1 ? tile.fg
-                            : describe(memory[0], full(), w, h, pad, high);
+                            : describe(memory[0], written(), w, h, pad, high);
     tile.ref = describe(memory[3], form(), w, h, pad, high);
     tile.hold = describeMatte(memory[4], floats ? 4 : random.pick({1, 4, 4, 3}), w, h, high);
     tile.garbage = describeMatte(memory[5], floats ? 4 : random.pick({1, 4, 4, 7}), w, h, high);
-    if (place == 2 && random.oneIn(2)) tile.bg.alpha = nullptr;
+    if (dummy || (place == 2 && random.oneIn(2))) tile.bg.alpha = nullptr;
     if (random.oneIn(3)) tile.hold = {};
     if (random.oneIn(3)) tile.garbage = {};
     for (const OtileImage* image :
          {&tile.dst, &tile.bg, &tile.fg, &tile.ref, &tile.hold, &tile.garbage}) {
       fill<T>(random, *image, p.screen, w, h);
     }
+    if (dummy) tile.dst.alpha = dummyAlpha(random, tile.dst, sizeof(T));
     if (place != 1 && random.oneIn(12))
       tile.fg = {};
     else if (engine.view != 0 && random.oneIn(2))
@@ -239,7 +253,7 @@ void ungrade(Parameters& p) {
 /// lines for tables and such as just are none; of floats, values without bounds.
 template <class T>
 void makeExtreme(Random& random, Parameters& p) {
-  switch (random.between(0, 6)) {
+  switch (random.between(0, 7)) {
     case 0:  // hardly any colour in the screen
       p.screen[0] = 0.5f;
       p.screen[1] = 0.51f;
@@ -269,6 +283,10 @@ void makeExtreme(Random& random, Parameters& p) {
       }
       *random.pick({&p.screenRange, &p.screenRange, &p.neutral[1], &p.balance[2], &p.gain[0],
                     &p.gamma[1][2], &p.offset[1][0]}) += 0.00002f;
+      break;
+    case 6:  // a weight of the key is 0, and 0 times the infinite light of a log sample no number
+      p.colourspace = 1;
+      std::fill_n(p.balance, 3, random.pick({0.0f, 1.0f}));
       break;
     default:
       if (sizeof(T) < 4) break;

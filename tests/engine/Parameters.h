@@ -4,7 +4,9 @@
 // the sweeps draw at random.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <ostream>
 
 #include "engine/orvanite.h"
@@ -73,7 +75,7 @@ inline Parameters randomParameters(Random& random) {
   const auto three = [&random](float* to, float low, float high) {
     for (int c = 0; c < 3; ++c) to[c] = random.real(low, high);
   };
-  p.colourspace = random.pick({0, 0, 1, 1, 2, 2, 7});
+  p.colourspace = random.pick({0, 0, 0, 1, 1, 1, 2, 2, 2, 7, -1, std::numeric_limits<int>::min()});
   p.view = random.pick({0, 1, 2, 4, 5});
   three(p.screen, 0.0f, 0.5f);
   p.screen[random.between(0, 2)] = random.real(0.5f, 1.0f);
@@ -84,6 +86,8 @@ inline Parameters randomParameters(Random& random) {
   if (random.oneIn(2)) three(p.background, -0.1f, 1.1f);
   if (random.oneIn(2)) three(p.mp, -0.2f, 1.2f);
   if (random.oneIn(2)) three(p.balance, -0.1f, 1.1f);
+  // A weight of 0: infinite light times it is no number.
+  if (random.oneIn(8)) std::fill_n(p.balance, 3, random.pick({0.0f, 1.0f}));
   if (random.oneIn(3)) three(p.gain, -0.4f, 0.4f);
   if (random.oneIn(12)) three(p.gain, -1.5f, 1.5f);
   if (random.oneIn(2)) p.screenRange = random.real(-0.05f, 0.5f);

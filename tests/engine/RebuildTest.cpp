@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <string>
 
 #include "engine/QMXOrvaniteTable.h"
@@ -198,4 +199,37 @@ TEST(Rebuild, LeavesTablesAloneWhoseParametersDidNotChange) {
             "key fgLinear bg screen fgGrade output");
   EXPECT_EQ(after([](Table* t) { orvanite_setHMatteMax(t, 200); }),
             "key fgLinear bg screen hold garbage output");
+}
+
+TEST(Rebuild, TakesEveryUnknownEncodingForLinear) {
+  // A new engine's own marks of what it has not decoded yet must be none that a client can send.
+  Random random(43);
+  for (const int code :
+       {-1, 3, 255, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
+    for (const int max : {1, 255}) {
+      Parameters p;
+      p.colourspace = code;
+      p.setAllMaxima(max);
+      const Engine engine = makeEngine(p);
+      ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+      p.colourspace = 0;
+      EXPECT_TRUE(max == 1 ? rendersLikeTheModel<float>(random, engine, p)
+                           : rendersLikeTheModel<unsigned char>(random, engine, p))
+          << code;
+    }
+  }
+}
+
+TEST(Rebuild, FollowsACallbackThatBuildsWhileTablesAreDiscarded) {
+  Random random(44);
+  Parameters p;
+  const Engine engine = makeEngine(p);
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  orvanite_installCallback(
+      engine.get(), [](void* e) { orvanite_makeLuts(static_cast<QMXOrvaniteTable*>(e)); },
+      engine.get());
+  p.setAllMaxima(100);
+  apply(p, engine.get());  // the last setter discards what the callback of the one before built
+  ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
+  EXPECT_TRUE(rendersLikeTheModel<unsigned char>(random, engine, p));
 }

@@ -185,6 +185,7 @@ struct Scene {
   Otile tile() {
     Otile t = {};
     t.dst = destination().image(true, true);
+    if (dummyAlpha) t.dst.alpha = Picture<T>::nowhere();
     if (present.bg) t.bg = bg.image(true, present.bgAlpha);
     if (present.fg) {
       t.fg = fg.image(true, true);
@@ -221,6 +222,7 @@ struct Scene {
   int width, height;
   model::Present present;
   Placement placement;
+  bool dummyAlpha = false;  // the destination's points nowhere
   Picture<T> dst, bg, fg, hold, garbage, ref;
 };
 

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <set>
 #include <string>
 
@@ -29,7 +30,7 @@ class MachineHasTarget : public ::testing::Environment {
 const auto* const machine =
     ::testing::AddGlobalTestEnvironment(new MachineHasTarget);  // gtest deletes it
 
-constexpr int views[] = {0, 1, 2, 3, 4, 5, 9, -1};
+constexpr int views[] = {0, 1, 2, 3, 4, 5, 9, -1, std::numeric_limits<int>::min()};
 
 template <class Entry>
 ::testing::AssertionResult sameEntries(const char* name, const Entry* table,
@@ -146,8 +147,9 @@ void sweepOne(Random& random, const Parameters& p, std::set<int>& instances) {
                                                              : Placement::own;
       Scene<T> scene(random, random.oneIn(8) ? 150 : 23, 2, present, placement);
       fillInputs(random, scene, p);
-      auto copy = scene;
       const model::Instance instance = model::chosenInstance(reference.p, present);
+      scene.dummyAlpha = !instance.alpha && random.oneIn(2);
+      auto copy = scene;
       const bool first = sizeof(T) == 4 ? linear : instance.ref;
       instances.insert(number(instance, first));
       ASSERT_TRUE(keysLikeTheModel(scene, reference, instance, [&](Otile* tile) {

@@ -374,8 +374,7 @@ class FloatKernel {
     for (std::size_t c = 0; c < 3; ++c) v.v[c] = hn::Div(v.v[c], floats(s_.e.neutralScale[c]));
   }
 
-  HWY_INLINE void store(Pixels out, float* to) const {
-    if (!s_.alpha) out.alpha = loadPixels(to, tile_.dst.order).alpha;  // stays what it is
+  HWY_INLINE void store(const Pixels& out, float* to) const {
     storePixels(out, to, tile_.dst.order);
   }
 
@@ -398,6 +397,7 @@ void keyTile(const QMXOrvaniteTable& engine, int width, int height, const Otile&
 
 TileKernel choose(const QMXOrvaniteTable& engine, int width, int height, const Otile& record,
                   const TileVariant& variant) {
+  if (engine.refEnabled != 0) return nullptr;  // the definition refuses it
   FloatTile tile;
   if (!describe(engine, width, height, record, variant, tile)) return nullptr;
   if (engine.colourspace == logSpace) return keyTile<LogToLinear, LinearToLog>;

@@ -22,7 +22,6 @@ using Colours = FloatPack<3>;
 struct FloatSetup {
   explicit FloatSetup(const QMXOrvaniteTable& engine, const Otile& record, const TileVariant& v)
       : e(engine),
-        alpha(v.alpha),
         mergesAlpha(v.alpha && engine.view == 0 && record.bg.alpha != nullptr),
         saturates{engine.saturation[0] != 1.0f, engine.saturation[1] != 1.0f},
         grades{engine.gradeActive[0] != 0, engine.gradeActive[1] != 0} {
@@ -43,8 +42,7 @@ struct FloatSetup {
 
   const QMXOrvaniteTable& e;
   const std::uint16_t* keys[3];  // half patterns
-  bool alpha;                    // the destination's is written
-  bool mergesAlpha;              // with the background's
+  bool mergesAlpha;              // the background's into the matte
   bool saturates[2], grades[2];
   bool scales = false;  // the working space is not linear light itself
 
@@ -233,7 +231,7 @@ struct Planes {
 };
 
 /// The half patterns of a block's samples, negative ones as 0. True when every sample is itself
-/// that half, or a zero.
+/// that half and finite, or a zero: the key's share of an infinity is no product with its light.
 HWY_INLINE bool readPatterns(const float* from, Order order, std::size_t pixels,
                              Planes<std::uint16_t>& patterns) {
   FloatMask exact = hn::Eq(floats(0), floats(0));
@@ -244,6 +242,7 @@ HWY_INLINE bool readPatterns(const float* from, Order order, std::size_t pixels,
       const hn::Vec<PatternTag> pattern = halfPatterns(dropNegative(p.colour[c]));
       hn::Store(pattern, patternTag, patterns.of[c] + i);
       exact = hn::And(exact, hn::Eq(fromHalf(pattern), p.colour[c]));
+      exact = hn::And(exact, hn::Le(p.colour[c], floats(largestFloat)));
     }
   }
   return hn::AllTrue(floatTag, exact);

@@ -101,7 +101,8 @@ inline bool describe(const QMXOrvaniteTable& engine, int width, int height, cons
   tile.garbage = variant.garbage ? matteOf(record.garbage) : Image();
   const bool fgGiven = record.fg.red && record.fg.green && record.fg.blue;
   const bool bgGiven = record.bg.red && record.bg.green && record.bg.blue;
-  if (!tile.dst.whole) return false;
+  if (tile.dst.order == unknownOrder || (variant.alpha && !tile.dst.whole)) return false;
+  if (!variant.alpha) tile.dst.whole = false;  // an alpha that is not written may be anybody's
   if (fgGiven && tile.fg.order == unknownOrder) return false;
   const bool bgUsed = !fgGiven || engine.view == 0;
   if (bgUsed && bgGiven && tile.bg.order == unknownOrder) return false;
@@ -145,6 +146,17 @@ inline const float* stage(const Image& image, bool matte, const float* from, std
   return to;
 }
 
+/// Puts n keyed pixels where they belong; the alpha only where it is written.
+inline void unstage(const FloatTile& tile, std::ptrdiff_t x, std::ptrdiff_t y, std::size_t n,
+                    bool alpha, const float* from) {
+  float* const to = const_cast<float*>(at(tile.dst, x, y));  // dst came in as a writable image
+  const std::size_t first = !alpha && tile.dst.order == alphaFirst ? 1 : 0;
+  const std::size_t samples = alpha ? samplesPerPixel : 3;
+  for (std::size_t i = first; i < samplesPerPixel * n; i += samplesPerPixel) {
+    for (std::size_t s = 0; s < samples; ++s) to[i + s] = from[i + s];
+  }
+}
+
 /// Takes fewer pixels than a block through buffers.
 template <class Body>
 HWY_NOINLINE void walkStaged(const FloatTile& tile, std::ptrdiff_t x, std::ptrdiff_t y,
@@ -162,14 +174,7 @@ HWY_NOINLINE void walkStaged(const FloatTile& tile, std::ptrdiff_t x, std::ptrdi
   block.dst = buffers[4];
   block.pixels = (n + floatLanes() - 1) / floatLanes() * floatLanes();
   body(block);
-  float* const to = const_cast<float*>(at(tile.dst, x, y));  // dst came in as a writable image
-  const std::size_t alphaPlace = tile.dst.order == alphaFirst ? 0 : 3;
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t s = 0; s < samplesPerPixel; ++s) {
-      if (s != alphaPlace || alpha)
-        to[samplesPerPixel * i + s] = block.dst[samplesPerPixel * i + s];
-    }
-  }
+  unstage(tile, x, y, n, alpha, block.dst);
 }
 
 /// Calls body for blocks that together are the tile, line by line, left to right.
@@ -178,9 +183,11 @@ inline void walk(const FloatTile& tile, bool alpha, const Body& body) {
   const std::size_t width = static_cast<std::size_t>(tile.width), lanes = floatLanes();
   bool guardStart = false, guardEnd = tile.hold.base != nullptr || tile.garbage.base != nullptr;
   for (const Image* image : {&tile.fg, &tile.bg}) {
-    if (image->base == nullptr || image->whole || image->base == tile.dst.base) continue;
+    if (image->base == nullptr || image->whole) continue;
+    if (image->base == tile.dst.base && tile.dst.whole) continue;
     (image->order == alphaFirst ? guardStart : guardEnd) = true;
   }
+  HWY_ALIGN float keyed[samplesPerPixel * blockPixels];
   const std::size_t head = guardStart ? 1 : 0;
   const std::size_t guarded = head + (guardEnd ? 1 : 0);
   const std::size_t middle = width > guarded ? (width - guarded) / lanes * lanes : 0;
@@ -190,13 +197,14 @@ inline void walk(const FloatTile& tile, bool alpha, const Body& body) {
     for (std::size_t left = middle; left > 0;) {
       const std::size_t n = left < blockPixels ? left : blockPixels;
       const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(x);
-      const Block block = {const_cast<float*>(at(tile.dst, column, y)),
+      const Block block = {alpha ? const_cast<float*>(at(tile.dst, column, y)) : keyed,
                            at(tile.bg, column, y),
                            at(tile.fg, column, y),
                            at(tile.hold, column, y),
                            at(tile.garbage, column, y),
                            n};
       body(block);
+      if (!alpha) unstage(tile, column, y, n, alpha, keyed);
       x += n;
       left -= n;
     }

@@ -13,8 +13,7 @@ namespace {
 using PatternTag = hn::Rebind<std::uint16_t, FloatTag>;
 inline constexpr PatternTag patternTag;
 
-/// The half patterns, sign dropped, of values that are not below 0. A NaN gives some pattern of
-/// 0x7C00 or above.
+/// The half patterns, sign dropped, of values that are not below 0. A NaN gives a NaN.
 HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
 #if defined(__F16C__)
   const hn::Rebind<hwy::float16_t, FloatTag> halfTag;
@@ -32,9 +31,11 @@ HWY_INLINE hn::Vec<PatternTag> halfPatterns(Floats v) {
   const auto magnitude = hn::BitCast(signedTag, bits);
   const auto small = hn::Lt(magnitude, hn::Set(signedTag, 0x38800000));
   const auto large = hn::Gt(magnitude, hn::Set(signedTag, 0x477FEFFF));
+  const auto nan = hn::Gt(magnitude, hn::Set(signedTag, 0x7F800000));
   auto result =
       hn::IfThenElse(small, hn::BitCast(signedTag, subnormal), hn::BitCast(signedTag, normal));
   result = hn::IfThenElse(large, hn::Set(signedTag, 0x7C00), result);
+  result = hn::IfThenElse(nan, hn::Set(signedTag, 0x7E00), result);
   return hn::DemoteTo(patternTag, result);
 #endif
 }

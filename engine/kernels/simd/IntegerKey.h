@@ -166,7 +166,7 @@ class IntegerKernel {
     const Keyed plate = line ? loadLine(i) : loadKeyed(fg_, i, p_.fg.keysFit);
     if (showsPure_ && hn::AllFalse(u16Tag, above(plate.key, hn::Zero(u16Tag))) &&
         (block.garbage == nullptr || areZero(hn::LoadU(u16Tag, block.garbage + i)))) {
-      return passForeground(block, i, plate);
+      return passForeground(i, plate);
     }
     const Screen screen = screenAt<ref>(k, i, plate.key);
 
@@ -224,11 +224,9 @@ class IntegerKernel {
   }
 
   /// Pixels without any screen and without garbage: the plate is what shows.
-  HWY_INLINE void passForeground(const Block<T>& block, std::size_t i, const Keyed& plate) {
+  HWY_INLINE void passForeground(std::size_t i, const Keyed& plate) {
     pureFg_.add(i, true);
-    const U16 alpha = variant_.alpha ? shorts(static_cast<T>(~T{0}))
-                                     : loadSamples(block.dst + 4 * i, block.dstAlphaFirst).a;
-    hn::Store(alpha, u16Tag, alpha_ + i);
+    hn::Store(shorts(static_cast<T>(~T{0})), u16Tag, alpha_ + i);
     if (sizeof(T) == 1) return;
     for (std::size_t c = 0; c < 3; ++c) hn::Store(plate.colour[c], u16Tag, colour_[c] + i);
   }
@@ -250,18 +248,10 @@ class IntegerKernel {
     return fg || bg;
   }
 
-  /// The destination's alpha: the matte joined by the background's, or what stands there.
+  /// The destination's alpha: the matte, joined by the background's.
   HWY_INLINE void noteAlpha(const Block<T>& block, std::size_t i, U16 shown) {
-    U16 alpha;
-    if (!variant_.alpha) {
-      alpha = loadSamples(block.dst + 4 * i, block.dstAlphaFirst).a;
-    } else if (mergesAlpha_) {
-      const U16 under = loadSamples(block.bg, i).a;
-      alpha = matteCode<T>(mergeAlpha<T>(shown, under));
-    } else {
-      alpha = matteCode<T>(shown);
-    }
-    hn::Store(alpha, u16Tag, alpha_ + i);
+    const U16 matte = mergesAlpha_ ? mergeAlpha<T>(shown, loadSamples(block.bg, i).a) : shown;
+    hn::Store(matteCode<T>(matte), u16Tag, alpha_ + i);
   }
 
   HWY_INLINE void showMatte(const Block<T>& block, std::size_t i, U16 shown) const {

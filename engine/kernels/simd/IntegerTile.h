@@ -115,7 +115,7 @@ inline bool readableAhead(const IntegerTile<T>& tile, const Image<T>& input) {
   if (input.arrangement == unused) return true;
   for (const T* in : input.channel) {
     for (const T* out : tile.dst.channel) {
-      if (in != nullptr && !apart(tile, input, in, out)) return false;
+      if (in != nullptr && out != nullptr && !apart(tile, input, in, out)) return false;
     }
   }
   return true;
@@ -128,7 +128,7 @@ inline bool describe(const QMXOrvaniteTable& engine, int width, int height, cons
   if (!(record.fg.red && record.fg.green && record.fg.blue)) return false;
   tile.width = width;
   tile.height = height;
-  tile.dst = imageOf<T>(record.dst, true);
+  tile.dst = imageOf<T>(record.dst, variant.alpha);
   tile.fg = imageOf<T>(record.fg, false);
   if (engine.view == 0) tile.bg = imageOf<T>(record.bg, variant.alpha);
   if (variant.ref) tile.ref = imageOf<T>(record.ref, false);
@@ -137,10 +137,9 @@ inline bool describe(const QMXOrvaniteTable& engine, int width, int height, cons
   if (tile.dst.arrangement == planes) {
     for (int a = 0; a < 4; ++a) {  // planes that overlap are written in another order
       for (int b = a + 1; b < 4; ++b) {
-        if (tile.dst.channel[a] == tile.dst.channel[b] ||
-            !apart(tile, tile.dst, tile.dst.channel[a], tile.dst.channel[b])) {
-          return false;
-        }
+        const T* const one = tile.dst.channel[a];
+        const T* const other = tile.dst.channel[b];
+        if (other != nullptr && (one == other || !apart(tile, tile.dst, one, other))) return false;
       }
     }
   }
@@ -283,17 +282,26 @@ HWY_NOINLINE const std::uint16_t* matteCodes(const Image<T>& image, std::ptrdiff
   return to;
 }
 
-/// Puts n keyed pixels where they belong; the alpha only where it is written.
+/// Puts n keyed pixels where they belong; the alpha only where it is written: else it may be
+/// anybody's.
 template <class T>
 HWY_NOINLINE void unstage(const IntegerTile<T>& tile, std::ptrdiff_t x, std::ptrdiff_t y,
                           std::size_t n, bool alpha, const T* from) {
   const Image<T>& dst = tile.dst;
   if (dst.arrangement != planes) {
     T* const to = const_cast<T*>(at(dst, dst.base, x, y));  // dst came in as a writable image
-    for (std::size_t i = 0; i < samplesPerPixel * n; ++i) to[i] = from[i];
+    if (alpha) {
+      for (std::size_t i = 0; i < samplesPerPixel * n; ++i) to[i] = from[i];
+      return;
+    }
+    const std::size_t red = dst.arrangement == alphaFirst ? 1 : 0;
+    for (std::size_t i = red; i < samplesPerPixel * n; i += samplesPerPixel) {
+      for (std::size_t c = 0; c < 3; ++c) to[i + c] = from[i + c];
+    }
     return;
   }
   T* to[4];
+  const std::size_t channels = alpha ? 4 : 3;
   for (std::size_t c = 0; c < 4; ++c) to[c] = const_cast<T*>(at(dst, dst.channel[c], x, y));
   constexpr hn::ScalableTag<T> tag;
   const std::size_t lanes = hn::Lanes(tag);
@@ -301,10 +309,10 @@ HWY_NOINLINE void unstage(const IntegerTile<T>& tile, std::ptrdiff_t x, std::ptr
   for (; i + lanes <= n; i += lanes) {
     hn::Vec<decltype(tag)> v[4];
     hn::LoadInterleaved4(tag, from + samplesPerPixel * i, v[0], v[1], v[2], v[3]);
-    for (std::size_t c = 0; c < (alpha ? 4U : 3U); ++c) hn::StoreU(v[c], tag, to[c] + i);
+    for (std::size_t c = 0; c < channels; ++c) hn::StoreU(v[c], tag, to[c] + i);
   }
   for (; i < n; ++i) {
-    for (std::size_t c = 0; c < (alpha ? 4U : 3U); ++c) to[c][i] = from[samplesPerPixel * i + c];
+    for (std::size_t c = 0; c < channels; ++c) to[c][i] = from[samplesPerPixel * i + c];
   }
 }
 
@@ -338,12 +346,11 @@ inline void walk(const IntegerTile<T>& tile, bool alpha, const Body& body) {
       block.hold = matteCodes(tile.hold, x, y, n, left, buffers.mattes[0]);
       block.garbage = matteCodes(tile.garbage, x, y, n, left, buffers.mattes[1]);
       block.dstAlphaFirst = tile.dst.arrangement == alphaFirst;
-      if (whole && tile.dst.arrangement != planes) {
+      if (whole && alpha && tile.dst.arrangement != planes) {
         block.dst = const_cast<T*>(at(tile.dst, tile.dst.base, x, y));
         body(block);
       } else {
         block.dst = buffers.pixels[3];
-        if (!alpha) stage(tile.dst, x, y, n, block.dst);  // its alpha stays what it is
         body(block);
         unstage(tile, x, y, n, alpha, block.dst);
       }
