@@ -1,10 +1,17 @@
-# What `cmake --install` gives a client of the library: header, shared library, CMake package and
-# pkg-config file. Applications and plug-ins install themselves where they are built.
+# What `cmake --install` gives a client of the libraries: headers, shared libraries, CMake package and
+# pkg-config files. Applications and plug-ins install themselves where they are built.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orvanite EXPORT OrvaniteTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(FILES engine/orvanite.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+if(TARGET orvanite-keyer)
+  install(TARGETS orvanite-keyer EXPORT OrvaniteTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT keyer
+    NAMELINK_COMPONENT development)
+  install(FILES keyer/include/orvanite/keyer.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orvanite
+    COMPONENT development)
+endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Orvanite)
 install(EXPORT OrvaniteTargets NAMESPACE orvanite:: DESTINATION ${package_folder}
@@ -24,3 +31,8 @@ cmake_path(APPEND ORVANITE_PC_INCLUDEDIR "\${prefix}" "${CMAKE_INSTALL_INCLUDEDI
 configure_file(cmake/orvanite.pc.in orvanite.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/orvanite.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
+if(TARGET orvanite-keyer)
+  configure_file(cmake/orvanite-keyer.pc.in orvanite-keyer.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/orvanite-keyer.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endif()

@@ -1,4 +1,5 @@
-# `cpack --preset release` makes Debian packages of a finished build: liborvanite1, liborvanite-dev,
+# `cpack --preset release` makes Debian packages of a finished build: liborvanite1,
+# liborvanite-keyer1, liborvanite-dev,
 # orvanite (the command, its node, manual and completions) and orvanite-plugins (OpenFX, frei0r).
 # Each is a component of what `cmake --install` installs. scripts/package builds and tries them.
 set(CPACK_GENERATOR DEB)
@@ -37,6 +38,11 @@ file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs
 file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
   ${PROJECT_BINARY_DIR}/debian/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
+set(keyer_soname liborvanite-keyer${PROJECT_VERSION_MAJOR})
+file(WRITE ${PROJECT_BINARY_DIR}/debian/keyer/shlibs
+  "liborvanite-keyer ${PROJECT_VERSION_MAJOR} ${keyer_soname} (>= ${PROJECT_VERSION})\n")
+set(CPACK_DEBIAN_KEYER_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/debian/keyer/shlibs ${PROJECT_BINARY_DIR}/debian/triggers)
 
 # orvanite_package(COMPONENT PACKAGE SECTION SUMMARY DESCRIPTION)
 macro(orvanite_package component package section summary description)
@@ -60,11 +66,23 @@ orvanite_package(library ${soname} libs
   "colour-difference keyer, shared library" "${about}
 .
 This is the keying engine behind its flat C interface.")
+if(ORVANITE_BUILD_KEYER)
+  orvanite_package(keyer ${keyer_soname} libs
+    "colour-difference keyer for whole pictures, shared library" "${about}
+.
+This finds screens and keys whole pictures of any layout on threads, behind a
+C interface.")
+endif()
 orvanite_package(development liborvanite-dev libdevel
   "colour-difference keyer, development files" "${about}
 .
-The header, CMake package, pkg-config file and example programs of the engine.")
+The headers, CMake package, pkg-config files and example programs of the engine
+and the keyer.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${soname} (= ${ORVANITE_DEBIAN_VERSION})")
+if(ORVANITE_BUILD_KEYER)
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    ", ${keyer_soname} (= ${ORVANITE_DEBIAN_VERSION})")
+endif()
 install(DIRECTORY examples/client/ DESTINATION share/doc/liborvanite-dev/examples
   COMPONENT development EXCLUDE_FROM_ALL)
 if(ORVANITE_BUILD_APPS)

@@ -70,30 +70,34 @@ void Keyer::render(const Frame& frame, int threads) const {
                 "expected a frame of the depth that the keyer was prepared for");
   }
   std::atomic<bool> refused = false;
-  const auto work = [&] {
-    tbb::parallel_for(tbb::blocked_range<int>(0, std::max(0, frame.height), bandRows),
-                      [&](const tbb::blocked_range<int>& rows) {
-                        Otile band = bandOf(frame, rows.begin());
-                        const int result = orvanite_render(engine_.get(), frame.depth, frame.width,
-                                                           rows.end() - rows.begin(), &band);
-                        if (result != 0) refused = true;
-                      });
+  forRows(frame.height, bandRows, threads, [&](int first, int count) {
+    Otile band = bandOf(frame, first);
+    if (orvanite_render(engine_.get(), frame.depth, frame.width, count, &band) != 0) refused = true;
+  });
+  if (refused) {
+    throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");
+  }
+}
+
+void forRows(int height, int least, int threads, const std::function<void(int, int)>& work) {
+  const auto all = [&] {
+    tbb::parallel_for(
+        tbb::blocked_range<int>(0, std::max(0, height), static_cast<std::size_t>(least)),
+        [&](const tbb::blocked_range<int>& rows) {
+          work(rows.begin(), rows.end() - rows.begin());
+        });
   };
   if (threads == 1) {
-    Otile whole = frame.pictures;
-    refused = orvanite_render(engine_.get(), frame.depth, frame.width, frame.height, &whole) != 0;
+    work(0, height);
   } else if (threads > 1) {
     // More threads than processors are granted only when asked for.
     std::optional<tbb::global_control> more;
     if (threads > tbb::info::default_concurrency()) {
       more.emplace(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
     }
-    tbb::task_arena(threads).execute(work);
+    tbb::task_arena(threads).execute(all);
   } else {
-    work();
-  }
-  if (refused) {
-    throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");
+    all();
   }
 }
 

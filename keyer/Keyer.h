@@ -5,6 +5,7 @@
 // Knows settings, the engine's flat interface and oneTBB.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "engine/orvanite.h"
@@ -45,6 +46,12 @@ class Keyer {
   std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
   int depth_ = 0;  // 0: not prepared
 };
+
+/// Calls work(first, count) for bands of rows that make up `height`, each of at least `least` rows
+/// where there are as many, on threads; returns when all are through. What work throws is thrown.
+///
+/// threads  how many may work; 0 for as many as the process has
+void forRows(int height, int least, int threads, const std::function<void(int, int)>& work);
 
 /// How many threads a process may use: the scheduler's share where it says one
 /// (SLURM_CPUS_ON_NODE, CUE_THREADS), else as many as it may run on. At least 1.

@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "keyer/Mattes.h"
 #include "keyer/Settings.h"
 #include "plugins/ofx/description.h"
-#include "plugins/ofx/mattes.h"
 #include "plugins/ofx/ofxApi.h"
 
 namespace orvanite::ofxPlugin {

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "engine/orvanite.h"
-#include "plugins/ofx/mattes.h"
+#include "keyer/Mattes.h"
+#include "keyer/Samples.h"
 #include "plugins/ofx/ofxApi.h"
-#include "plugins/ofx/samples.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -26,6 +26,24 @@ done
 mattes=$(client/matte)
 [[ $mattes == "0 0.5 1" ]] || { echo "matte: got $mattes"; exit 1; }
 
+# The keyer finds a screen of (40, 170, 60) beside a white subject by itself.
+# shellcheck disable=SC2046
+cc -std=c99 -Wall -Wextra -Werror -pedantic "$examples/find.c" \
+  $(pkg-config --cflags --libs orvanite-keyer) -o client/find-pc
+printf 'P6\n32 16\n255\n' >screen.ppm
+for _ in $(seq 16); do
+  for _ in $(seq 24); do printf '\x28\xaa\x3c'; done
+  for _ in $(seq 8); do printf '\xff\xff\xff'; done
+done >>screen.ppm
+for client in find find-pc; do
+  "client/$client" screen.ppm "$client.ppm" >found
+  grep -q '^found: screen.* the screen is 0.15' found
+  pixels=$(tail -c 6 "$client.ppm" | od -An -tu1 | xargs) first=$(tail -c 1536 "$client.ppm" | head -c 3 | od -An -tu1 | xargs)
+  [[ $pixels == "255 255 255 255 255 255" && $first == "128 128 128" ]] ||
+    { echo "$client: got $first and $pixels"; exit 1; }
+done
+if client/find keyed.ppm none.ppm 2>message; then echo "find took a missing file"; exit 1; fi
+
 # Nothing is left behind by a client that fails, and it says why.
 if client/key missing.ppm none.ppm 2>message; then
   echo "key took a missing file"; exit 1

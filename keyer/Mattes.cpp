@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Mattes made of pictures; see mattes.h. Staged rows are aligned; the host's own need not be, so
+// Mattes made of pictures; see Mattes.h. Rows may be the caller's own, and unaligned, so
 // that samples are copied in and out.
-#include "plugins/ofx/mattes.h"
+#include "keyer/Mattes.h"
 
 #include <cstddef>
 #include <cstring>
@@ -10,7 +10,7 @@
 
 #include "keyer/Settings.h"
 
-namespace orvanite::ofxPlugin {
+namespace orvanite {
 
 namespace {
 
@@ -103,4 +103,4 @@ void unite(const OtileImage& out, const OtileImage& matte, const OtileImage& sou
   if (area.depth == 4) uniteArea<float>(out, matte, source, inverted, area);
 }
 
-}  // namespace orvanite::ofxPlugin
+}  // namespace orvanite

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Mattes made of pictures: a grey picture's luminance, and the plate's own alpha beside or instead
-// of a matte. Knows nothing of the host.
+// of a matte.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 
 #include "engine/orvanite.h"
 
-namespace orvanite::ofxPlugin {
+namespace orvanite {
 
 /// What of a picture is the matte.
 enum class MatteChannel : std::uint8_t {
@@ -47,4 +47,4 @@ void luminanceToAlpha(const OtileImage& picture, const MatteArea& area);
 void unite(const OtileImage& out, const OtileImage& matte, const OtileImage& source, bool inverted,
            const MatteArea& area);
 
-}  // namespace orvanite::ofxPlugin
+}  // namespace orvanite

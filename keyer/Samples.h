@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The kinds of samples that hosts hand over, and the way from each to what the engine keys.
+// The kinds of samples that pictures have, and the way from each to what the engine keys.
 // The engine knows bytes, words and floats; halves are keyed as floats, and floats beside a clean
 // plate as words.
 #pragma once
@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace orvanite::ofxPlugin {
+namespace orvanite {
 
 /// What a picture's samples are.
 enum class Sample : std::uint8_t { byte, word, half, real };
@@ -30,12 +30,20 @@ constexpr bool isNative(Sample sample, int depth) {
   return depth == (sample == Sample::half ? 0 : bytesOf(sample));
 }
 
-/// Brings n samples to a depth. Between floats and words 65535 stands for 1.0, rounded half up;
-/// what lies outside 0..1 goes to the ends, and NaN to 0.
-void toWorking(std::byte* to, int depth, const std::byte* from, Sample sample, std::size_t n);
+/// Bytes from one sample to the next; 0: they lie side by side.
+struct Steps {
+  std::ptrdiff_t to = 0;
+  std::ptrdiff_t from = 0;
+};
+
+/// Brings n samples to a depth. Between kinds the largest code stands for 1.0, rounded half up;
+/// what lies outside 0..1 goes to the ends of codes, and NaN to 0.
+void toWorking(std::byte* to, int depth, const std::byte* from, Sample sample, std::size_t n,
+               Steps steps = {});
 
 /// And back. Halves are rounded to the nearest, to even where two are as near.
-void fromWorking(std::byte* to, Sample sample, const std::byte* from, int depth, std::size_t n);
+void fromWorking(std::byte* to, Sample sample, const std::byte* from, int depth, std::size_t n,
+                 Steps steps = {});
 
 /// The value of one sample; 1.0 is white.
 float valueOf(const std::byte* at, Sample sample);
@@ -43,4 +51,4 @@ float valueOf(const std::byte* at, Sample sample);
 /// Writes a value as a code of a depth, rounded half up and held inside the codes.
 void writeCode(std::byte* at, int depth, float value);
 
-}  // namespace orvanite::ofxPlugin
+}  // namespace orvanite
