@@ -40,87 +40,95 @@ constexpr DefaultRule fixed = DefaultRule::fixed;
 constexpr DefaultRule byScreen = DefaultRule::balanceOfScreen;
 constexpr float colourTop = 64;
 
-constexpr std::string_view outputGroup = "Output";
-constexpr std::string_view screenGroup = "Screen";
-constexpr std::string_view balanceGroup = "Balance and gain";
-constexpr std::string_view spillGroup = "Spill";
-constexpr std::string_view foregroundGroup = "Foreground grade";
-constexpr std::string_view backgroundGroup = "Background grade";
-constexpr std::string_view matteGroup = "Mattes";
+constexpr Group outputGroup{"output", "Output"};
+constexpr Group screenGroup{"screen", "Screen"};
+constexpr Group balanceGroup{"balanceAndGain", "Balance and gain"};
+constexpr Group spillGroup{"spill", "Spill"};
+constexpr Group foregroundGroup{"foregroundGrade", "Foreground grade"};
+constexpr Group backgroundGroup{"backgroundGrade", "Background grade"};
+constexpr Group matteGroup{"mattes", "Mattes"};
+
+constexpr Meaning viewing{Stage::view, SidePicture::none, false};
+constexpr Meaning ofScreen{Stage::key, SidePicture::none, true};
+constexpr Meaning grading{Stage::grade, SidePicture::none, false};
+constexpr Meaning gradingBehind{Stage::grade, SidePicture::background, false};
+constexpr Meaning ofHoldOut{Stage::key, SidePicture::holdOut, false};
+constexpr Meaning ofGarbage{Stage::key, SidePicture::garbage, false};
+constexpr Meaning ofCleanPlate{Stage::key, SidePicture::cleanPlate, false};
 
 // clang-format off
 constexpr Parameter table[] = {
     {"output", "Output", outputGroup, ParameterType::choice, "", 0, 6, 0, 6, {0, 0, 0}, "", outputs,
-     {"output", "", ""}, fixed, "What the result shows."},
+     {"output", "", ""}, fixed, viewing, "What the result shows."},
     {"colourspace", "Encoding", outputGroup, ParameterType::choice, "", 0, 2, 0, 2, {0, 0, 0}, "", encodings,
-     {"colourspace", "", ""}, fixed, "How the pictures and all colours below are encoded."},
+     {"colourspace", "", ""}, fixed, viewing, "How the pictures and all colours below are encoded."},
     {"backgroundColour", "Flat background", outputGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0}, "", {},
-     {}, fixed, "Colour behind the foreground in the output compOnColour."},
+     {}, fixed, viewing, "Colour behind the foreground in the output compOnColour."},
 
     {"screen", "Screen colour", screenGroup, colour, "colour", 0, 1, 0, colourTop, {0, 0, 0.9F}, "", {},
-     {"rScreen", "gScreen", "bScreen"}, fixed,
+     {"rScreen", "gScreen", "bScreen"}, fixed, ofScreen,
      "Colour of the screen as the plate shows it; pick a bright, even part near the subject."},
     {"screenRange", "Screen range", screenGroup, number, "distance in colour", 0, 0.5F, 0, 1, {0, 0, 0}, "", {},
-     {"screenRange", "", ""}, fixed,
+     {"screenRange", "", ""}, fixed, ofScreen,
      "How far from the screen colour, towards grey, a colour may lie and still be all screen. Clears "
      "an uneven screen and fills the subject by the same amount."},
     {"fgBias", "Foreground bias", screenGroup, colour, "colour", 0, 1, 0.001F, colourTop, {0.9F, 0.9F, 0.9F}, "", {},
-     {"rFgBias", "gFgBias", "bFgBias"}, fixed,
+     {"rFgBias", "gFgBias", "bFgBias"}, fixed, ofScreen,
      "What a neutral grey or white of the subject looks like in the plate: tinted light is taken out "
      "of the key by it."},
 
     {"shadowBalance", "Shadow balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
-     {"shadowBalance", "", ""}, byScreen,
+     {"shadowBalance", "", ""}, byScreen, ofScreen,
      "How the key weighs the screen's two lesser channels in dark tones: 0 all on the weakest, 1 all "
      "on the middle one."},
     {"midtoneBalance", "Midtone balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
-     {"midtoneBalance", "", ""}, byScreen, "The same in middle tones."},
+     {"midtoneBalance", "", ""}, byScreen, ofScreen, "The same in middle tones."},
     {"highlightBalance", "Highlight balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9F, 0, 0}, "", {},
-     {"highlightBalance", "", ""}, byScreen, "The same in bright tones."},
+     {"highlightBalance", "", ""}, byScreen, ofScreen, "The same in bright tones."},
     {"shadowGain", "Shadow gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
-     {"shadowGain", "", ""}, fixed,
+     {"shadowGain", "", ""}, fixed, ofScreen,
      "Added to the weight of the screen's strongest channel in dark tones: above 0 keys more out, "
      "below 0 keeps more."},
     {"midtoneGain", "Midtone gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
-     {"midtoneGain", "", ""}, fixed, "The same in middle tones."},
+     {"midtoneGain", "", ""}, fixed, ofScreen, "The same in middle tones."},
     {"highlightGain", "Highlight gain", balanceGroup, number, "weight", -0.5F, 0.5F, -1, 1, {0, 0, 0}, "", {},
-     {"highlightGain", "", ""}, fixed, "The same in bright tones."},
+     {"highlightGain", "", ""}, fixed, ofScreen, "The same in bright tones."},
     {"midTonesAt", "Midtones at", balanceGroup, triple, "value", 0, 1, 0, colourTop, {0.5F, 0.5F, 0.5F}, "", {},
-     {"midTonesAt", "", ""}, fixed, "Value at which the middle tones lie."},
+     {"midTonesAt", "", ""}, fixed, ofScreen, "Value at which the middle tones lie."},
 
     {"replace", "Replace colour", spillGroup, colour, "colour", 0, 1, 0, colourTop, {0.5F, 0.5F, 0.5F}, "", {},
-     {"rReplace", "gReplace", "bReplace"}, fixed,
+     {"rReplace", "gReplace", "bReplace"}, fixed, ofScreen,
      "Put back where the hold-out matte keeps what the key took away; also the backdrop of the output "
      "compOnReplace."},
 
     {"exposure", "Exposure", foregroundGroup, triple, "factor", 0, 4, 0, 1000, {1, 1, 1}, "", {},
-     {"rExposure", "gExposure", "bExposure"}, fixed, "Multiplies the foreground's linear light."},
+     {"rExposure", "gExposure", "bExposure"}, fixed, grading, "Multiplies the foreground's linear light."},
     {"gamma", "Gamma", foregroundGroup, triple, "exponent", 0.2F, 5, 0.01F, 100, {1, 1, 1}, "", {},
-     {"rGamma", "gGamma", "bGamma"}, fixed, "Raises the foreground's linear light to 1/gamma: above 1 brightens."},
+     {"rGamma", "gGamma", "bGamma"}, fixed, grading, "Raises the foreground's linear light to 1/gamma: above 1 brightens."},
     {"offset", "Offset", foregroundGroup, triple, "linear light", -0.5F, 0.5F, -colourTop, colourTop, {0, 0, 0}, "", {},
-     {}, fixed, "Added to the foreground's linear light."},
+     {}, fixed, grading, "Added to the foreground's linear light."},
     {"saturation", "Saturation", foregroundGroup, number, "factor", 0, 3, 0, 3, {1, 0, 0}, "", {},
-     {"saturation", "", ""}, fixed, "Saturation of the foreground: 0 is grey, 1 leaves it."},
+     {"saturation", "", ""}, fixed, grading, "Saturation of the foreground: 0 is grey, 1 leaves it."},
 
     {"bgExposure", "Exposure", backgroundGroup, triple, "factor", 0, 4, 0, 1000, {1, 1, 1}, "", {},
-     {}, fixed, "Multiplies the background's linear light."},
+     {}, fixed, gradingBehind, "Multiplies the background's linear light."},
     {"bgGamma", "Gamma", backgroundGroup, triple, "exponent", 0.2F, 5, 0.01F, 100, {1, 1, 1}, "", {},
-     {}, fixed, "Raises the background's linear light to 1/gamma: above 1 brightens."},
+     {}, fixed, gradingBehind, "Raises the background's linear light to 1/gamma: above 1 brightens."},
     {"bgOffset", "Offset", backgroundGroup, triple, "linear light", -0.5F, 0.5F, -colourTop, colourTop, {0, 0, 0}, "", {},
-     {}, fixed, "Added to the background's linear light."},
+     {}, fixed, gradingBehind, "Added to the background's linear light."},
     {"bgSaturation", "Saturation", backgroundGroup, number, "factor", 0, 3, 0, 3, {1, 0, 0}, "", {},
-     {}, fixed, "Saturation of the background: 0 is grey, 1 leaves it."},
+     {}, fixed, gradingBehind, "Saturation of the background: 0 is grey, 1 leaves it."},
 
     {"useHoldOutMatte", "Use hold-out matte", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
-     {"useHoldOutMatte", "", ""}, fixed, "Where the hold-out matte is white the foreground is kept whole."},
+     {"useHoldOutMatte", "", ""}, fixed, ofHoldOut, "Where the hold-out matte is white the foreground is kept whole."},
     {"holdOutChannel", "Hold-out channel", matteGroup, ParameterType::channel, "", 0, 0, 0, 0, {0, 0, 0}, "A", {},
-     {"holdOutChannel", "", ""}, fixed, "Channel of the hold-out picture that is the matte."},
+     {"holdOutChannel", "", ""}, fixed, ofHoldOut, "Channel of the hold-out picture that is the matte."},
     {"useGarbageMatte", "Use garbage matte", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
-     {"useGarbageMatte", "", ""}, fixed, "Where the garbage matte is white the foreground is cut away."},
+     {"useGarbageMatte", "", ""}, fixed, ofGarbage, "Where the garbage matte is white the foreground is cut away."},
     {"garbageChannel", "Garbage channel", matteGroup, ParameterType::channel, "", 0, 0, 0, 0, {0, 0, 0}, "A", {},
-     {"garbageChannel", "", ""}, fixed, "Channel of the garbage picture that is the matte."},
+     {"garbageChannel", "", ""}, fixed, ofGarbage, "Channel of the garbage picture that is the matte."},
     {"useReference", "Use clean plate", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
-     {}, fixed,
+     {}, fixed, ofCleanPlate,
      "Where a clean plate is given, each pixel has the screen colour found there (8- and 16-bit pictures)."},
 };
 // clang-format on

@@ -36,11 +36,34 @@ struct Choice {
   std::string_view help;   // a sentence for a reader of help and tooltips
 };
 
+/// What stands together in a panel. Nobody reads a meaning out of a heading: it may be renamed.
+struct Group {
+  std::string_view name;     // camel case; stays the same when the heading does not
+  std::string_view heading;  // as a panel shows it
+};
+
+/// The step of the work that a parameter belongs to.
+enum class Stage {
+  view,   // how pictures are read and what the result shows
+  key,    // the matte, and the screen's colour taken out
+  grade,  // the colours of what is kept, or of what lies behind
+};
+
+/// The picture beside the plate that a parameter is about.
+enum class SidePicture { none, background, holdOut, garbage, cleanPlate };
+
+/// What front ends want to know of a parameter beyond its values.
+struct Meaning {
+  Stage stage = Stage::key;
+  SidePicture needs = SidePicture::none;  // without it the parameter changes nothing
+  bool followsScreen = false;             // starts anew when the screen is looked for
+};
+
 /// A parameter as every front end shows and checks it.
 struct Parameter {
   std::string_view name;            // camel case; an option is its kebab-case form
   std::string_view label;           // as a panel shows it
-  std::string_view group;           // the heading that it stands under
+  const Group& group;               // what it stands with
   ParameterType type;               // what its values are
   std::string_view unit;            // empty where a value has none
   float softLow;                    // what a slider spans, from
@@ -54,6 +77,7 @@ struct Parameter {
   // none and keeps the default.
   std::array<std::string_view, 3> plugs;
   DefaultRule rule;       // where its default comes from
+  Meaning meaning;        // what front ends go by
   std::string_view help;  // a sentence or two for who meets it first
 };
 

@@ -2,7 +2,6 @@
 //
 // Draws what a host's panel for the keyer looks like, from the parameter table, as SVG on standard
 // output: docs/plugin-panel.png is made from it (docs/plugins.md says how). Not part of a plug-in.
-#include <array>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -91,42 +90,47 @@ void control(const Parameter& p, const Settings& settings, double x, double y) {
   }
 }
 
+// Whether a parameter stands in the left column: what makes a key. Grades and mattes stand right.
+bool standsLeft(const Parameter& p) {
+  return p.meaning.stage != Stage::grade && p.meaning.needs == SidePicture::none;
+}
+
 // One column of groups; returns its height.
-double column(const Settings& settings, const std::array<std::string_view, 4>& groups, double x) {
-  double y = 16;
-  for (const std::string_view group : groups) {
-    if (group.empty()) continue;
-    rect(x, y, columnWidth, 24, "#2b3038");
-    text(x + 10, y + 17, "&#9662; " + std::string(group), headingStyle);
-    y += 28;
-    for (const Parameter& p : parameters()) {
-      if (p.group != group) continue;
-      control(p, settings, x, y);
-      y += rowHeight;
-      // The three that the plug-in adds stand where plugins/ofx/parameters.cpp puts them.
-      if (p.name == "output") {
-        text(labelEnd + x, y + 17, "Size", labelStyle);
-        field(fieldStart + x, y, 190, "Plate");
-        text(fieldStart + x + 174, y + 17, "&#9662;", valueStyle);
-        y += rowHeight;
-      } else if (p.name == "screen") {
-        rect(fieldStart + x, y + 3, 126, 20, "#4a525e", "#6b7380");
-        text(fieldStart + x + 63, y + 17, "Sample screen", middleStyle);
-        y += rowHeight;
-      }
+double column(const Settings& settings, bool left, double x) {
+  double y = 16 - gap;
+  const Group* group = nullptr;
+  for (const Parameter& p : parameters()) {
+    if (standsLeft(p) != left) continue;
+    if (&p.group != group) {
+      group = &p.group;
+      y += gap;
+      rect(x, y, columnWidth, 24, "#2b3038");
+      text(x + 10, y + 17, "&#9662; " + std::string(group->heading), headingStyle);
+      y += 28;
     }
-    y += gap;
+    control(p, settings, x, y);
+    y += rowHeight;
+    // The three that the plug-in adds stand where plugins/ofx/parameters.cpp puts them.
+    if (p.name == "output") {
+      text(labelEnd + x, y + 17, "Size", labelStyle);
+      field(fieldStart + x, y, 190, "Plate");
+      text(fieldStart + x + 174, y + 17, "&#9662;", valueStyle);
+      y += rowHeight;
+    } else if (p.name == "screen") {
+      rect(fieldStart + x, y + 3, 126, 20, "#4a525e", "#6b7380");
+      text(fieldStart + x + 63, y + 17, "Sample screen", middleStyle);
+      y += rowHeight;
+    }
   }
-  return y;
+  return y + gap;
 }
 
 }  // namespace
 
 int main() {
   Settings settings;
-  const double left = column(settings, {"Output", "Screen", "Balance and gain", "Spill"}, 16);
-  const double right =
-      column(settings, {"Foreground grade", "Background grade", "Mattes", ""}, 32 + columnWidth);
+  const double left = column(settings, true, 16);
+  const double right = column(settings, false, 32 + columnWidth);
   text(32 + columnWidth + labelEnd, right + 4, "Version", labelStyle);
   text(32 + columnWidth + fieldStart, right + 4, ORVANITE_VERSION, valueStyle);
   const int width = 2 * columnWidth + 48, height = static_cast<int>(std::fmax(left, right + 24));

@@ -79,7 +79,7 @@ void ParameterOptions::addTo(CLI::App& command) {
     std::string names = optionName(parameter.name);
     if (parameter.name == "colourspace") names += ",--cspace";
     entry.option = command.add_option(names, entry.text, helpOf(parameter))
-                       ->group(std::string(parameter.group))
+                       ->group(std::string(parameter.group.heading))
                        ->type_name(typeOf(parameter))
                        ->take_last();
   }

@@ -55,7 +55,7 @@ std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& se
 }
 
 void ScreenOptions::addTo(CLI::App& command) {
-  const char* group = "Screen";
+  const std::string group(findParameter("screen")->group.heading);
   CLI::Option* screen = command.get_option("--screen");
   screen->description(screen->get_description() + " auto finds it in the plate.")
       ->type_name("R,G,B|auto");

@@ -121,6 +121,13 @@ const char* nameOf(ParameterType type) {
   }
 }
 
+// The panel begins with what makes a key; grades and mattes come after.
+bool startsOpen(const Parameter& parameter) {
+  const Meaning& meaning = parameter.meaning;
+  return meaning.stage == Stage::view ||
+         (meaning.stage == Stage::key && meaning.needs == SidePicture::none);
+}
+
 json given(const Settings& settings) {
   json texts = json::object();
   for (const Parameter& parameter : parameters()) {
@@ -200,7 +207,8 @@ std::string describe(const Footage& footage, const Settings& settings, const std
   for (const Parameter& parameter : parameters()) {
     json entry{{"name", parameter.name},
                {"label", parameter.label},
-               {"group", parameter.group},
+               {"group", parameter.group.heading},
+               {"startsOpen", startsOpen(parameter)},
                {"type", nameOf(parameter.type)},
                {"unit", parameter.unit},
                {"help", parameter.help},
@@ -283,7 +291,7 @@ std::string probeReply(const PixelValues& values, int depth) {
 std::string foundReply(const Renderer::Found& found) {
   json texts = json::object();
   for (const Parameter& parameter : parameters()) {
-    if (!followsFromScreen(parameter)) continue;
+    if (!parameter.meaning.followsScreen) continue;
     const std::string_view name = parameter.name;
     texts[std::string(name)] =
         found.settings.given(name) ? json(found.settings.text(name)) : json(nullptr);

@@ -108,11 +108,6 @@ FrameKeyer& Renderer::keyer(int slot) {
   return *keyer;
 }
 
-bool followsFromScreen(const Parameter& parameter) {
-  return parameter.group == "Screen" || parameter.group == "Balance and gain" ||
-         parameter.name == "replace";
-}
-
 std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
                                                 const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
@@ -188,7 +183,7 @@ PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, 
 
 Renderer::Found Renderer::find(Settings settings, int frame) {
   for (const Parameter& parameter : parameters()) {
-    if (followsFromScreen(parameter)) settings.reset(parameter.name);
+    if (parameter.meaning.followsScreen) settings.reset(parameter.name);
   }
   shot::FirstKeyWish wish;
   wish.everything = true;

@@ -51,9 +51,6 @@ struct BoxColours {
   std::array<float, 3> median{}, low{}, high{};  // low and high leave out a twentieth each
 };
 
-/// Whether finding the screen may set a parameter.
-bool followsFromScreen(const Parameter& parameter);
-
 class Renderer {
  public:
   static constexpr int slots = 2;

@@ -19,8 +19,8 @@ namespace {
 
 // frei0r has no mattes and no clean plate, and a filter no background.
 bool carried(const Parameter& parameter) {
-  if (parameter.group == "Mattes") return false;
-  return kind().background || parameter.group != "Background grade";
+  const SidePicture needs = parameter.meaning.needs;
+  return needs == SidePicture::none || (needs == SidePicture::background && kind().background);
 }
 
 std::string plain(double value) {
@@ -68,7 +68,9 @@ std::string explanationOf(const Parameter& parameter) {
 
 std::string nameOf(const Parameter& parameter) {
   std::string label(parameter.label);
-  if (parameter.group != "Background grade") return label;
+  const Meaning& meaning = parameter.meaning;
+  // Both grades have the same labels.
+  if (meaning.stage != Stage::grade || meaning.needs != SidePicture::background) return label;
   label.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(label.front())));
   return label.insert(0, "Background ");
 }

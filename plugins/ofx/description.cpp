@@ -11,19 +11,11 @@ namespace orvanite::ofxPlugin {
 
 namespace {
 
-// "Balance and gain" -> "groupBalanceAndGain"
-std::string groupName(std::string_view group) {
-  std::string name = "group";
-  bool start = true;
-  for (const char c : group) {
-    if (c == ' ') {
-      start = true;
-      continue;
-    }
-    name += start && c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    start = false;
-  }
-  return name;
+// "balanceAndGain" -> "groupBalanceAndGain"
+std::string idOf(const Group& group) {
+  std::string id(group.name);
+  id.front() = static_cast<char>(id.front() - 'a' + 'A');
+  return "group" + id;
 }
 
 // Parameters that decide the output's kind of picture must not move over time: a host asks for
@@ -65,9 +57,10 @@ class Describer {
         filter_(filter),
         page_(define(ofx::paramType::page, "Controls", "Controls", "")) {}
 
-  void openGroup(std::string_view heading, bool open) {
-    group_ = groupName(heading);
-    define(ofx::paramType::group, group_, heading, "").set(ofx::prop::groupOpen, open ? 1 : 0);
+  void openGroup(const Group& group, bool open) {
+    group_ = idOf(group);
+    define(ofx::paramType::group, group_, group.heading, "")
+        .set(ofx::prop::groupOpen, open ? 1 : 0);
   }
 
   // A parameter of the table.
@@ -243,7 +236,7 @@ void addScreenRows(Describer& describer) {
 }
 
 void addPresetRows(Describer& describer) {
-  describer.openGroup("Preset", false);
+  describer.openGroup({"preset", "Preset"}, false);
   const Properties file = describer.row(ofx::paramType::string, presetFileParam, "File",
                                         "A preset, as the command and the page write them.");
   file.set(ofx::prop::stringMode, ofx::stringIsFile);
@@ -324,12 +317,12 @@ ofx::Status describeParameters(ofx::Effect descriptor, bool filter) {
   ofx::ParamSet set = nullptr;
   if (host().effect->getParamSet(descriptor, &set) != ofx::ok || !set) return ofx::badHandle;
   Describer describer(set, filter);
-  std::string_view group;
+  const Group* group = nullptr;
   for (const Parameter& parameter : parameters()) {
-    if (parameter.group != group) {
-      group = parameter.group;
+    if (&parameter.group != group) {
+      group = &parameter.group;
       // Grades are looked at last and take the most room.
-      describer.openGroup(group, group.find("grade") == std::string_view::npos);
+      describer.openGroup(*group, parameter.meaning.stage != Stage::grade);
     }
     describer.add(parameter);
     if (parameter.name == "output") addOutputRows(describer);

@@ -186,12 +186,5 @@ TEST(Settings, SeesScreensThatTheEngineRefusesAndNoOthers) {
   }
 }
 
-TEST(Parameters, NearestFindsSlipsAndNotOtherWords) {
-  const std::string_view words[] = {"screen", "screenRange", "gamma"};
-  EXPECT_EQ(nearest("scren", words), "screen");
-  EXPECT_EQ(nearest("ScreenRnage", words), "screenRange");
-  EXPECT_EQ(nearest("matte", words), "");
-}
-
 }  // namespace
 }  // namespace orvanite

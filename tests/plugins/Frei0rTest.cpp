@@ -76,7 +76,9 @@ struct Meaning {
 std::vector<Meaning> meanings(bool mixer) {
   std::vector<Meaning> list;
   for (const Parameter& parameter : orvanite::parameters()) {
-    const bool matte = parameter.group == "Mattes", below = parameter.group == "Background grade";
+    const std::string_view name = parameter.name;
+    const bool below = name.starts_with("bg");
+    const bool matte = name.starts_with("use") || name.ends_with("Channel");
     if (matte || (below && !mixer)) continue;
     for (int c = 0; c < (parameter.type == ParameterType::triple ? 3 : 1); ++c) {
       list.push_back({&parameter, c});

@@ -99,7 +99,7 @@ TEST(OfxDescription, MakesAParameterOfEveryEntryOfTheTable) {
     const std::string group = state.props.text("OfxParamPropParent");
     ASSERT_TRUE(params.count(group)) << name << " in " << group;
     EXPECT_EQ(params.at(group).type, "OfxParamTypeGroup");
-    EXPECT_EQ(params.at(group).props.text("OfxPropLabel"), parameter.group);
+    EXPECT_EQ(params.at(group).props.text("OfxPropLabel"), parameter.group.heading);
     if (parameter.type == orvanite::ParameterType::number ||
         parameter.type == orvanite::ParameterType::triple) {
       for (std::size_t i = 0; i < (parameter.type == orvanite::ParameterType::triple ? 3U : 1U);

@@ -32,7 +32,7 @@ export class Panel {
     const groups = new Map();
     for (const parameter of state.description.parameters) {
       if (!groups.has(parameter.group)) {
-        const group = element('details', {open: !/grade|Mattes/.test(parameter.group)},
+        const group = element('details', {open: parameter.startsOpen},
           element('summary', {textContent: parameter.group}));
         groups.set(parameter.group, group);
         root.append(group);
@@ -40,8 +40,8 @@ export class Panel {
       groups.get(parameter.group).append(this.row(parameter));
     }
     // The screen is what one starts with.
-    const screen = groups.get('Screen');
-    if (screen) root.prepend(screen);
+    const screen = state.description.parameters.find((one) => one.name === 'screen');
+    if (screen) root.prepend(groups.get(screen.group));
     state.addEventListener('settings', () => this.refresh());
     help.textContent = 'Point at a control to read what it does. A double click on its name or slider gives it back to its default.';
     this.refresh();
