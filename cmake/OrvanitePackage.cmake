@@ -1,6 +1,7 @@
 # `cpack --preset release` makes Debian packages of a finished build: liborvanite1,
 # liborvanite-keyer1, liborvanite-dev,
-# orvanite (the command, its node, manual and completions) and orvanite-plugins (OpenFX, frei0r).
+# orvanite (the command, its node, manual and completions), orvanite-plugins (OpenFX, frei0r) and
+# python3-orvanite.
 # Each is a component of what `cmake --install` installs. scripts/package builds and tries them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvanite)
@@ -98,5 +99,14 @@ if(ORVANITE_BUILD_PLUGINS)
     "colour-difference keyer for OpenFX and frei0r hosts" "${about}
 .
 An OpenFX plug-in for compositors and editors, a frei0r filter and a mixer.")
+endif()
+if(TARGET orvanite_python)
+  orvanite_package(python python3-orvanite python
+    "colour-difference keyer for numpy arrays" "${about}
+.
+A module for Python 3: finds screens and keys pictures that are numpy arrays.")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${ORVANITE_PYTHON_VERSIONS}, python3-numpy")
+  install(DIRECTORY examples/python/ DESTINATION share/doc/python3-orvanite/examples
+    COMPONENT python EXCLUDE_FROM_ALL)
 endif()
 include(CPack)

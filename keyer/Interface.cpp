@@ -173,7 +173,7 @@ OrvaniteResult orvanite_keyerParameter(int index, OrvaniteParameter* parameter) 
   // The table's texts are literals: they end with a zero.
   *parameter = {entry.name.data(),
                 entry.label.data(),
-                entry.group.data(),
+                entry.group.heading.data(),
                 entry.help.data(),
                 entry.unit.data(),
                 static_cast<OrvaniteType>(entry.type),
