@@ -76,7 +76,8 @@ class MovieWriter::Output {
       close();
       throw;
     }
-    if (!hasAlpha(format_)) notices_.push_back(std::string(codec_.name) + " holds no alpha");
+    if (options.alpha && !hasAlpha(format_))
+      notices_.push_back(std::string(codec_.name) + " holds no alpha");
     if (depthOf(options.samples) > 1 && samplesOf(format_) == Samples::uint8) {
       notices_.push_back(std::string(codec_.name) + " is written in 8 bits");
     } else if (depthOf(options.samples) == 4) {
@@ -229,6 +230,10 @@ class MovieWriter::Output {
   std::int64_t written_ = 0;
   std::vector<std::string> notices_;
 };
+
+bool movieHoldsAlpha(const std::string& path, const std::string& codec) {
+  return hasAlpha(movieCodecFor(codec, path).deep);
+}
 
 void checkMovieOutput(const std::string& path, const std::string& codec,
                       std::span<const std::string> inputs) {

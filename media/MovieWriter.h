@@ -26,7 +26,12 @@ struct MovieOptions {
   bool sound = false;     // take the shot's sound along; frames must follow each other
   bool toTheEnd = false;  // the last frame written is the shot's last
   int threads = 1;
+  bool alpha = true;  // whether alpha says something; it is opaque otherwise
 };
+
+/// Whether movies of this name and codec (empty: the usual one) hold alpha. Throws Error (wrongUse)
+/// for names that are not known.
+bool movieHoldsAlpha(const std::string& path, const std::string& codec);
 
 /// Throws Error: wrongUse for a codec or an ending that is not known, or when the file is one of
 /// the inputs; failure when its folder is missing.

@@ -48,6 +48,13 @@ void paint(Picture& picture, const Window& inside, const std::array<Sample, 3>& 
   }
 }
 
+template <class Sample>
+void fillAlpha(Picture& picture, Sample value) {
+  auto* const samples = reinterpret_cast<Sample*>(picture.pixels.get());
+  const std::size_t count = picture.bytes() / sizeof(Sample);
+  for (std::size_t i = 3; i < count; i += 4) samples[i] = value;
+}
+
 template <class Code>
 std::array<Code, 3> codesOf(const std::array<float, 3>& colour, Code most) {
   const auto code = [top = static_cast<float>(most)](float v) {
@@ -146,7 +153,19 @@ void paintOutside(Picture& picture, const Window& inside, const std::array<float
   }
 }
 
+void makeOpaque(Picture& picture) {
+  switch (picture.depth) {
+    case 1:
+      return fillAlpha<std::uint8_t>(picture, 255);
+    case 2:
+      return fillAlpha<std::uint16_t>(picture, 65535);
+    default:
+      return fillAlpha<float>(picture, 1);
+  }
+}
+
 void multiplyByAlpha(Picture& picture) {
+  picture.premultiplied = true;
   switch (picture.depth) {
     case 1:
       multiplyCodes<unsigned char, 255>(picture);

@@ -39,9 +39,10 @@ struct Window {
 Window united(const Window& a, const Window& b);
 
 struct Picture {
-  Window data;                                   // the pixels that are here
-  int depth = 1;                                 // of the samples in memory
-  Samples samples = Samples::uint8;              // how a file should hold them where it can
+  Window data;                       // the pixels that are here
+  int depth = 1;                     // of the samples in memory
+  Samples samples = Samples::uint8;  // how a file should hold them where it can
+  bool premultiplied = false;        // likewise: whether colours are multiplied by alpha
   Channels channels = Channels::colourAndAlpha;  // likewise
   bool hasAlpha = false;  // whether the file had one; here there are four channels always
   std::unique_ptr<std::byte[]> pixels;  // rows from the top, without gaps
@@ -69,6 +70,9 @@ Picture placed(Picture picture, const Window& window);
 /// Gives the pixels outside of a window one colour, in code values divided by the depth's maximum;
 /// alpha stays.
 void paintOutside(Picture& picture, const Window& inside, const std::array<float, 3>& colour);
+
+/// Makes alpha 1 everywhere.
+void makeOpaque(Picture& picture);
 
 /// Multiplies the colours by alpha, code values as they are, to the nearest.
 void multiplyByAlpha(Picture& picture);

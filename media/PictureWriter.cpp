@@ -94,7 +94,9 @@ OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
   }
   spec.nchannels = static_cast<int>(spec.channelnames.size());
   if (spec.nchannels < 4) spec.alpha_channel = -1;
-  spec.attribute("oiio:UnassociatedAlpha", 1);
+  // TIFF alone can say either; to others colours are handed as they are.
+  const bool says = std::string_view(output.format_name()) == "tiff";
+  if (!picture.premultiplied || !says) spec.attribute("oiio:UnassociatedAlpha", 1);
   return spec;
 }
 
@@ -167,6 +169,14 @@ void checkPlace(const std::string& path, std::span<const std::string> inputs) {
     throw Error(Fault::failure, path, "there is no folder " + parent.string());
   }
 }
+
+bool pictureHoldsAlpha(const std::string& path) {
+  const auto output = OIIO::ImageOutput::create(path);
+  if (!output) OIIO::geterror();
+  return output && output->supports("alpha") != 0;
+}
+
+bool pictureIsPremultiplied(const std::string& path) { return keepsDataWindow(path); }
 
 bool keepsDataWindow(const std::string& path) {
   const auto output = OIIO::ImageOutput::create(path);

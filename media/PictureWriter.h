@@ -22,6 +22,12 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs);
 /// The same for a file of any format.
 void checkPlace(const std::string& path, std::span<const std::string> inputs);
 
+/// Whether files of this name's format hold alpha; false where there is no such format.
+bool pictureHoldsAlpha(const std::string& path);
+
+/// Whether files of this name's format are read as premultiplied by convention.
+bool pictureIsPremultiplied(const std::string& path);
+
 /// Whether files of this name's format keep pixels that are less or more than the frame.
 bool keepsDataWindow(const std::string& path);
 

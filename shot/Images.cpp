@@ -38,10 +38,12 @@ bool uses(const Settings& settings, const Inputs& present, Role role) {
   }
 }
 
-std::string channelOf(const Settings& settings, Role role) {
-  return role == Role::holdOut   ? settings.text("holdOutChannel")
-         : role == Role::garbage ? settings.text("garbageChannel")
-                                 : std::string();
+std::string channelOf(const Shot& shot, const Settings& settings, Role role) {
+  if (!isMatte(role) || !shot.has(role)) return {};
+  const char* const name = role == Role::holdOut ? "holdOutChannel" : "garbageChannel";
+  const media::PictureInfo& info = shot.source(role).info();
+  if (!settings.given(name) && !info.hasAlpha && info.channels.size() > 1) return "R";
+  return settings.text(name);
 }
 
 void paintBeside(media::Picture& picture, const media::Window& own, const Settings& settings) {

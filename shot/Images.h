@@ -23,8 +23,9 @@ Plate plateOf(const media::Picture& picture);
 /// Whether the view and the switches of a key need a role's picture, of those that are there.
 bool uses(const Settings& settings, const Inputs& present, Role role);
 
-/// The channel that a matte is read from; empty for other roles.
-std::string channelOf(const Settings& settings, Role role);
+/// The channel that a matte is read from: the one that was given; else alpha, or red of a picture
+/// of colours without alpha. Empty for other roles.
+std::string channelOf(const Shot& shot, const Settings& settings, Role role);
 
 /// Beside a plate's own pixels, and in its clean plate, there is nothing but screen: paints its
 /// colour outside of `own`, in the picture's coordinates.

@@ -28,10 +28,26 @@ Inputs Job::inputs() const {
 
 bool Job::reads(Role role) const { return shot->has(role) && uses(settings, inputs(), role); }
 
-void addOutput(Job& job, const std::string& view, const std::string& path, bool severalFrames) {
+Alpha usualAlpha(const std::string& view) {
+  return view == "unpremultiplied" ? Alpha::matte : Alpha::none;
+}
+
+std::pair<std::string, Alpha> usualView(const Inputs& inputs, const std::string& path,
+                                        const std::string& codec) {
+  if (inputs.background) return {"composite", Alpha::none};
+  const bool movie = media::isMovieName(path) && !media::FramePattern::parse(path);
+  const bool alpha = movie ? media::movieHoldsAlpha(path, codec) : media::pictureHoldsAlpha(path);
+  if (!alpha) return {"compOnBlack", Alpha::none};
+  const bool multiplied = !movie && media::pictureIsPremultiplied(path);
+  return {"unpremultiplied", multiplied ? Alpha::premultiplied : Alpha::matte};
+}
+
+void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string& path,
+               bool severalFrames) {
   if (path.empty()) return;
   ViewOutput output;
   output.view = view;
+  output.alpha = alpha;
   output.path = path;
   output.pattern = media::FramePattern::parse(path);
   output.isMovie = !output.pattern && media::isMovieName(path);
@@ -91,6 +107,7 @@ std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
     movie.samples = job.shot->samples();
     movie.facts = plate.facts();
     movie.threads = encoderThreads(job);
+    movie.alpha = output.alpha != Alpha::none;
     if (wish.frameRate) {
       movie.facts.frameRate = *wish.frameRate;
     } else if (movie.facts.frameRate.numerator == 0) {

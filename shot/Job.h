@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "keyer/Keyer.h"
@@ -17,6 +18,13 @@
 
 namespace orvanite::shot {
 
+/// What a file has beside the colours of a view.
+enum class Alpha {
+  none,          // the view as it looks: opaque
+  matte,         // the matte, and colours as they are
+  premultiplied  // the matte, and colours multiplied by it
+};
+
 /// One view of every frame, and where it goes.
 struct ViewOutput {
   std::string view;  // the text of the parameter "output", such as "matte"
@@ -26,6 +34,7 @@ struct ViewOutput {
   std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
   std::unique_ptr<Keyer> keyer;
   bool showsColours = true;
+  Alpha alpha = Alpha::none;
 
   std::string fileOf(int frame) const { return pattern ? pattern->path(frame) : path; }
 };
@@ -35,7 +44,6 @@ struct Job {
   Settings settings;
   FirstKey firstKey;
   std::vector<ViewOutput> outputs;  // the first is keyed in place
-  bool premultiply = false;         // the first output
   bool passThrough = false;         // the plate as it is, to see what decoding and encoding take
   int threads = 1;
 
@@ -45,8 +53,19 @@ struct Job {
   bool reads(Role role) const;
 };
 
+/// The view of a key that asks for none, and what its file has beside the colours: over a
+/// background the composite; without one a cut-out, straight or, where readers of the format expect
+/// it, premultiplied; over black where the format has no alpha. Throws Error as movieHoldsAlpha
+/// does.
+std::pair<std::string, Alpha> usualView(const Inputs& inputs, const std::string& path,
+                                        const std::string& codec);
+
+/// What a file of a view has beside the colours where nothing else is asked for.
+Alpha usualAlpha(const std::string& view);
+
 /// Adds a view. Throws Error (wrongUse) where several frames would go into one still.
-void addOutput(Job& job, const std::string& view, const std::string& path, bool severalFrames);
+void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string& path,
+               bool severalFrames);
 
 /// Refuses outputs that are an input or another output at one of the frames, that no format has an
 /// ending for, or whose folder is missing. Throws Error: wrongUse, failure.

@@ -25,6 +25,15 @@ Window keyedWindow(const Job& job, int frame) {
   return kept ? window : united(window, job.shot->plate().info().display);
 }
 
+// What the file has beside the colours.
+void giveAlpha(const Job& job, const ViewOutput& output, Picture& view) {
+  if (job.passThrough) return;
+  if (output.alpha == Alpha::premultiplied) media::multiplyByAlpha(view);
+  if (output.alpha != Alpha::none) return;
+  view.channels = media::Channels::colour;
+  if (output.isMovie) media::makeOpaque(view);
+}
+
 }  // namespace
 
 FrameReads beginReads(const Job& job, int frame) {
@@ -33,7 +42,7 @@ FrameReads beginReads(const Job& job, int frame) {
     if (!job.reads(role)) continue;
     reads[role] = job.shot->begin(
         role, frame, [&job, frame] { return keyedWindow(job, frame); },
-        channelOf(job.settings, role));
+        channelOf(*job.shot, job.settings, role));
   }
   return reads;
 }
@@ -75,7 +84,7 @@ std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictur
     // A matte is no colour, unless there is nothing but the plate.
     if (job.passThrough || job.outputs[i].showsColours) job.shot->colours().out.apply(views[i]);
   }
-  if (job.premultiply) media::multiplyByAlpha(views[0]);
+  for (std::size_t i = 0; i < views.size(); ++i) giveAlpha(job, job.outputs[i], views[i]);
   return views;
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #include "base/Error.h"
 #include "media/FramePattern.h"
@@ -30,6 +31,15 @@ void compareSizes(const Source& plate, const Source& side, Role role) {
   throw Error(Fault::wrongUse, side.info().path,
               std::string("expected a ") + nameOf(role) + " of the plate's size " +
                   sizeOf(expected) + ", found " + sizeOf(found));
+}
+
+media::Encoding fileEncoding(const Source& source) {
+  return media::encodingOf(source.header(), source.info().format, source.info().samples);
+}
+
+double aspectOf(const Source& source) {
+  const media::Ratio& aspect = source.facts().pixelAspect;
+  return aspect.numerator > 0 ? static_cast<double>(aspect.numerator) / aspect.denominator : 1;
 }
 
 // A window of one source in the coordinates of another, whose frame may start elsewhere.
@@ -65,17 +75,34 @@ const char* nameOf(Role role) {
   }
 }
 
+struct Shot::Still {
+  std::mutex mutex;
+  Picture picture;  // no pixels: not made yet
+};
+
 Shot::Shot(ShotFiles files, media::ColourPath colours)
     : files_(std::move(files)), colours_(std::move(colours)) {
   for (const Role role : roles) {
     const std::string& path = files_.clips[role].path;
     if (path.empty()) continue;
     sources_[role] = Source::open(path);
-    if (role != Role::plate) compareSizes(plate(), source(role), role);
+    if (role != Role::plate && role != Role::background) {
+      compareSizes(plate(), source(role), role);
+    }
   }
   samples_ = plate().info().samples;
   if (has(Role::background)) samples_ = std::max(samples_, source(Role::background).info().samples);
   if (colours_.used) samples_ = std::max(samples_, media::Samples::half);
+  if (!has(Role::background)) return;
+  const media::PictureInfo& back = source(Role::background).info();
+  const Window& frame = plate().info().display;
+  resizesBackground_ = back.display.width != frame.width || back.display.height != frame.height;
+  // Files of one kind are in one encoding, whatever the plate is keyed as.
+  backgroundEncoding_ = files_.backgroundEncoding.empty()
+                            ? fileEncoding(source(Role::background)).colourspace
+                            : files_.backgroundEncoding;
+  recodesBackground_ = !colours_.used && backgroundEncoding_ != encoding().colourspace;
+  if (resizesBackground_ || recodesBackground_) still_ = std::make_shared<Still>();
 }
 
 Inputs Shot::inputs() const {
@@ -86,13 +113,22 @@ media::Encoding Shot::encoding() const {
   if (colours_.used && colours_.linear) {
     return {"linear", "working space " + colours_.workingSpace};
   }
-  return media::encodingOf(plate().header(), plate().info().format, plate().info().samples);
+  return fileEncoding(plate());
 }
 
 std::vector<std::string> Shot::notices() const {
   std::vector<std::string> all;
   for (const Role role : roles) {
     if (has(role) && !source(role).notice().empty()) all.push_back(source(role).notice());
+  }
+  if (resizesBackground_) {
+    all.push_back("background: " + sizeOf(source(Role::background).info().display) +
+                  ", brought to the plate's " + sizeOf(plate().info().display) +
+                  " (--bg-fit says how)");
+  }
+  if (recodesBackground_) {
+    all.push_back("background: " + backgroundEncoding_ + ", brought to the plate's " +
+                  encoding().colourspace + " (--bg-colourspace says what it is)");
   }
   return all;
 }
@@ -125,6 +161,7 @@ Window Shot::inPlate(Role role, Window window) const {
 }
 
 Window Shot::ownPixels(Role role, int frame) const {
+  if (role == Role::background && resizesBackground_) return plate().info().display;
   return inPlate(role, sources_[role]->windowOf(frameOf(role, frame).value_or(frame)));
 }
 
@@ -151,6 +188,9 @@ std::function<Picture()> Shot::begin(Role role, int frame, std::function<Window(
       return black;
     };
   }
+  if (role == Role::background && (resizesBackground_ || recodesBackground_)) {
+    return beginBackground(*own, std::move(window));
+  }
   Source* const from = sources_[role].get();
   const auto request = [this, from, window = std::move(window),
                         channel = isMatte(role) ? channel : std::string()] {
@@ -164,6 +204,34 @@ std::function<Picture()> Shot::begin(Role role, int frame, std::function<Window(
     picture.samples = samples_;
     if (const auto* const way = conversion(role)) way->apply(picture);
     return picture;
+  };
+}
+
+// All of a background over the plate's frame. A still is made once and copied from then on.
+std::function<Picture()> Shot::beginBackground(int frame, std::function<Window()> window) const {
+  Source* const from = sources_[Role::background].get();
+  const media::Request request{4, from->info().display, 1, ""};
+  std::function<Picture()> rest;
+  if (from->sequential()) rest = from->begin(frame, request);
+  const auto make = [this, from, frame, request, rest = std::move(rest)] {
+    Picture picture = rest ? rest() : from->read(frame, request);
+    colours_.background.apply(picture);
+    const Window& whole = plate().info().display;
+    const Window place = placeOf(picture.data.width, picture.data.height,
+                                 aspectOf(*from) / aspectOf(plate()), whole, files_.backgroundFit);
+    // Between colour spaces the picture is in the working space already.
+    const std::string to = encoding().colourspace;
+    picture =
+        fitted(std::move(picture), place, whole, colours_.used ? to : backgroundEncoding_, to);
+    if (depth() != picture.depth) picture = media::atDepth(picture, depth());
+    picture.samples = samples_;
+    return picture;
+  };
+  return [this, from, make, window = std::move(window)] {
+    if (from->isShot()) return media::placed(make(), window());
+    const std::lock_guard lock(still_->mutex);
+    if (!still_->picture.pixels) still_->picture = make();
+    return media::part(still_->picture, window());
   };
 }
 

@@ -16,6 +16,7 @@
 #include "keyer/Settings.h"
 #include "media/ColourSpaces.h"
 #include "media/Source.h"
+#include "shot/Background.h"
 
 namespace orvanite::shot {
 
@@ -53,6 +54,8 @@ struct Clip {
 struct ShotFiles {
   ByRole<Clip> clips;
   PastEnd pastEnd = PastEnd::hold;
+  Fit backgroundFit = Fit::fill;
+  std::string backgroundEncoding;  // "linear", "log" or "video"; empty: what its file says
 };
 
 /// A frame of the plate in the colours that are keyed.
@@ -63,9 +66,10 @@ struct LookedAt {
 
 class Shot {
  public:
-  /// Opens the files and compares their sizes: what lies beside the plate must show the same frame.
-  /// colours  plate, clean plate and background come in its working space; mattes as they are
-  /// Throws Error: as media::Source does, and wrongUse for a picture of another size.
+  /// Opens the files and compares their sizes: mattes and clean plates must show the plate's frame;
+  /// a background is brought to it. colours  plate, clean plate and background come in its working
+  /// space; mattes as they are Throws Error: as media::Source does, and wrongUse for a picture of
+  /// another size.
   explicit Shot(ShotFiles files, media::ColourPath colours = {});
 
   const ShotFiles& files() const { return files_; }
@@ -76,6 +80,8 @@ class Shot {
   const media::Source& plate() const { return source(Role::plate); }
   /// Those beside the plate.
   Inputs inputs() const;
+  /// Whether the background has the plate's size and encoding, or there is none.
+  bool backgroundIsAsItIs() const { return !resizesBackground_ && !recodesBackground_; }
 
   /// How values are stored in results, and bytes of one in memory: the greater of the plate's and
   /// the background's; at least half between colour spaces, where codes leave 0..1.
@@ -85,7 +91,8 @@ class Shot {
   /// The encoding that is keyed in, and why.
   media::Encoding encoding() const;
 
-  /// What had to be assumed about the files, for a person to see.
+  /// What had to be assumed about the files, and what is done to bring them together, for a person
+  /// to see.
   std::vector<std::string> notices() const;
 
   /// The frame of a clip that goes with a frame of the plate; none where it shows black.
@@ -121,11 +128,18 @@ class Shot {
  private:
   media::Window inPlate(Role role, media::Window window) const;
   const media::ColourSpaces::Conversion* conversion(Role role) const;
+  std::function<media::Picture()> beginBackground(int frame,
+                                                  std::function<media::Window()> window) const;
 
   ShotFiles files_;
   media::ColourPath colours_;
   ByRole<std::unique_ptr<media::Source>> sources_;  // null where there is none
   media::Samples samples_ = media::Samples::uint8;
+  std::string backgroundEncoding_;
+  bool resizesBackground_ = false;  // or moves it
+  bool recodesBackground_ = false;
+  struct Still;  // a background that is the same at every frame, made once
+  std::shared_ptr<Still> still_;
 };
 
 /// The frames to key: those asked for ("1-24"; empty: all), less what lies past the shot's ends. A

@@ -15,9 +15,11 @@
 #include "apps/cli/KeyRun.h"
 #include "apps/cli/SaveScript.h"
 #include "base/Error.h"
+#include "keyer/ColourText.h"
 #include "keyer/Preset.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"
+#include "shot/Images.h"
 
 namespace orvanite::cli {
 namespace {
@@ -65,6 +67,8 @@ shot::ShotFiles filesOf(const KeyOptions& options) {
     files.clips[Role::cleanPlate] = {options.reference, options.referenceOffset};
   }
   files.pastEnd = pastEndOf(options.pastEnd);
+  files.backgroundFit = shot::fitOf(options.backgroundFit, "--bg-fit");
+  files.backgroundEncoding = options.backgroundColourspace;
   return files;
 }
 
@@ -78,14 +82,75 @@ void chooseEncoding(const KeyOptions& options, const shot::Shot& shot, Settings&
              encoding.reason);
 }
 
+// A colour as background is the flat one.
+void takeFlatBackground(KeyOptions& options, Settings& settings) {
+  std::error_code ignored;
+  if (options.background.empty() || std::filesystem::exists(options.background, ignored)) return;
+  const auto colour = displayColour(options.background);
+  if (!colour && options.background.find_first_not_of("0123456789.,") != std::string::npos) return;
+  if (settings.given("output") && settings.choice("output") != "compOnColour") {
+    throw Error(Fault::wrongUse, "--bg " + options.background,
+                "expected no --output with it, or compOnColour");
+  }
+  settings.setText("output", "compOnColour");
+  try {
+    if (colour) {
+      settings.setNumbers("backgroundColour", static_cast<double>((*colour)[0]),
+                          static_cast<double>((*colour)[1]), static_cast<double>((*colour)[2]));
+    } else {
+      settings.setText("backgroundColour", options.background);
+    }
+  } catch (const Error& error) {
+    throw error.about("--bg");
+  }
+  options.background.clear();
+}
+
+void checkEncoding(const std::string& text) {
+  if (text.empty() || text == "linear" || text == "log" || text == "video") return;
+  throw Error::expected(Fault::wrongUse, "--bg-colourspace", "linear, log or video", text);
+}
+
+shot::Alpha alphaOf(const std::string& text) {
+  if (text == "matte") return shot::Alpha::matte;
+  if (text == "premultiplied") return shot::Alpha::premultiplied;
+  if (text == "none") return shot::Alpha::none;
+  throw Error::expected(Fault::wrongUse, "--alpha", "matte, premultiplied or none", text);
+}
+
+// The first output's view and what lies beside its colours; said where it was chosen.
+shot::Alpha chooseView(shot::Job& job, const KeyOptions& options) {
+  Settings& settings = job.settings;
+  if (options.premultiply) return shot::Alpha::premultiplied;
+  if (options.passThrough) return shot::Alpha::matte;  // the plate's own
+  if (settings.given("output")) {
+    return options.alpha.empty() ? shot::usualAlpha(settings.text("output"))
+                                 : alphaOf(options.alpha);
+  }
+  auto [view, alpha] = shot::usualView(job.shot->inputs(), options.output, options.codec);
+  settings.setText("output", view);
+  if (!options.alpha.empty()) alpha = alphaOf(options.alpha);
+  if (options.quiet || view == "composite") return alpha;
+  fmt::print(stderr, "output: {} (--bg puts something behind, --output shows another view)\n",
+             view != "unpremultiplied" ? "over black, as its format holds no alpha"
+             : alpha == shot::Alpha::premultiplied
+                 ? "a cut-out, colours multiplied by the matte in alpha"
+             : alpha == shot::Alpha::matte ? "a cut-out, straight colours and the matte in alpha"
+                                           : "the foreground's colours, without a matte");
+  return alpha;
+}
+
 // The views to write, and the frames to key; none for a still.
 std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
+  const shot::Alpha first = chooseView(job, options);
+  const shot::Alpha others = options.alpha.empty() ? shot::Alpha::none : alphaOf(options.alpha);
   std::vector<int> frames = shot::framesOf(job.shot->plate(), options.frames, "--frames");
   const bool several = frames.size() > 1;
-  addOutput(job, std::string(job.settings.choice("output")), options.output, several);
-  addOutput(job, "matte", options.matteOutput, several);
-  addOutput(job, "status", options.statusOutput, several);
-  addOutput(job, "unpremultiplied", options.foregroundOutput, several);
+  addOutput(job, std::string(job.settings.choice("output")), first, options.output, several);
+  addOutput(job, "matte", others, options.matteOutput, several);
+  addOutput(job, "status", others, options.statusOutput, several);
+  addOutput(job, "unpremultiplied", options.alpha.empty() ? shot::Alpha::matte : others,
+            options.foregroundOutput, several);
   const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(),
                                   [](const shot::ViewOutput& output) { return output.isMovie; });
   if (!options.codec.empty() && !movies) {
@@ -96,9 +161,9 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
                 "expected numbered stills with it: a movie cannot leave frames out");
   }
   if (movies && frames.empty()) frames.push_back(1);
-  std::vector<std::string> others;
-  if (!options.preset.empty()) others.push_back(options.preset);
-  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.codec, others);
+  std::vector<std::string> read;
+  if (!options.preset.empty()) read.push_back(options.preset);
+  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.codec, read);
   return frames;
 }
 
@@ -108,7 +173,7 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
     throw Error(Fault::wrongUse, "--save-script", std::string("a script cannot hold ") + what);
   };
   if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate) refuse("a clean plate");
-  if (job.premultiply) refuse("--premultiply");
+  if (!job.shot->backgroundIsAsItIs()) refuse("a background of another size or encoding");
   if (job.shot->colours().used) refuse("colour spaces");
   if (job.outputs.size() > 1) refuse("several views");
   return scriptOf(job.settings,
@@ -116,8 +181,21 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
                    {options.background, options.backgroundOffset},
                    {options.holdOut, options.holdOutOffset},
                    {options.garbage, options.garbageOffset},
-                   options.output},
+                   options.output,
+                   job.outputs[0].alpha},
                   job.shot->samples());
+}
+
+void sayMatteChannels(const KeyOptions& options, const shot::Shot& shot, const Settings& settings) {
+  if (options.quiet) return;
+  for (const Role role : shot::roles) {
+    const std::string channel = channelOf(shot, settings, role);
+    if (channel != "R") continue;
+    const char* const option = role == Role::holdOut ? "holdOutChannel" : "garbageChannel";
+    if (settings.given(option)) continue;
+    fmt::print(stderr, "{}: its red channel, as it has no alpha ({} says otherwise)\n",
+               nameOf(role), optionName(option));
+  }
 }
 
 void prepare(shot::Job& job) {
@@ -166,14 +244,15 @@ int runKey(KeyOptions& options) {
   if (options.output.empty()) throw Error(Fault::wrongUse, "key", "expected an output: -o OUT");
   checkNumber("--threads", options.threads, 0, 1024);
   checkNumber("--in-flight", options.inFlight, 0, 1024);
+  checkEncoding(options.backgroundColourspace);
   Settings settings = settingsOf(options);
+  takeFlatBackground(options, settings);
   if (options.premultiply && settings.choice("output") != "unpremultiplied") {
     throw Error(Fault::wrongUse, "--premultiply", "expected --output unpremultiplied with it");
   }
 
   shot::Job job;
   job.threads = options.threads > 0 ? options.threads : availableThreads();
-  job.premultiply = options.premultiply;
   job.passThrough = options.passThrough;
   OIIO::attribute("threads", job.threads);
   const shot::Shot shot(filesOf(options), options.colours.path());
@@ -184,7 +263,13 @@ int runKey(KeyOptions& options) {
   job.settings = std::move(settings);
   std::vector<int> frames = addOutputs(job, options);
   chooseEncoding(options, shot, job.settings);
-  job.firstKey = options.screen.look(shot, options.reference, job.settings, options.quiet);
+  for (const std::string& colour : options.parameters.recodeColours(job.settings)) {
+    if (!options.quiet) fmt::print(stderr, "{}\n", colour);
+  }
+  sayMatteChannels(options, shot, job.settings);
+  job.firstKey = options.passThrough
+                     ? shot::FirstKey()
+                     : options.screen.look(shot, options.reference, job.settings, options.quiet);
   prepare(job);
   if (!options.saveScript.empty()) saveText(options.saveScript, scriptOfJob(options, job));
   if (!options.savePreset.empty()) savePreset(job.settings, options.savePreset);

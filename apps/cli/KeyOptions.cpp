@@ -26,8 +26,14 @@ void KeyOptions::addTo(CLI::App& command) {
       files, "FILE", "-o,--out", output,
       "Where to write; the ending says the format, a shot needs a pattern or a movie's name. Files "
       "appear when they are whole. [required]");
-  text(files, "FILE", "--bg,--background", background,
-       "Background picture for the output composite.");
+  text(files, "FILE|COLOUR", "--bg,--background", background,
+       "Background: a picture or movie of any size, or a colour such as '#202830' for a flat one.");
+  text(files, "HOW", "--bg-fit", backgroundFit,
+       "How a background of another size lies in the plate's frame: fill (its shape kept, what "
+       "reaches beyond is cut), fit, stretch or none. [default fill]");
+  text(files, "SPACE", "--bg-colourspace", backgroundColourspace,
+       "The background's encoding where its file does not say it: linear, log or video. It is "
+       "brought to the plate's. [default as the file says]");
   text(files, "FILE", "--hold-out", holdOut, "Hold-out matte: white keeps the foreground.");
   text(files, "FILE", "--garbage", garbage, "Garbage matte: white cuts away.");
   text(files, "FILE", "--reference", reference,
@@ -37,9 +43,12 @@ void KeyOptions::addTo(CLI::App& command) {
   text(files, "FILE", "--status-output", statusOutput, "Writes the status as well.");
   text(files, "FILE", "--foreground-output", foregroundOutput,
        "Writes the unpremultiplied foreground as well.");
+  text(
+      files, "WHAT", "--alpha", alpha,
+      "What the file has beside the colours of its view: matte, premultiplied (the matte, and the "
+      "colours multiplied by it) or none (opaque). [default matte for unpremultiplied, else none]");
   flag(files, "--premultiply", premultiply,
-       "Multiply the colours by the matte, as readers of OpenEXR expect, in the output "
-       "unpremultiplied. [default off]");
+       "The same as --alpha premultiplied, for the output unpremultiplied. [default off]");
   text(files, "FILE", "--preset", preset, "Parameters from a preset; options go over it.");
   text(files, "FILE", "--save-preset", savePreset, "Writes all parameters in force as a preset.");
   text(files, "FILE", "--save-script", saveScript,

@@ -15,7 +15,7 @@ namespace orvanite::cli {
 struct KeyOptions {
   std::string plate, background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
-  std::string codec, frameRate;
+  std::string codec, frameRate, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
   int threads = 0, inFlight = 0;

@@ -5,9 +5,13 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cctype>
+#include <optional>
 
+#include "keyer/ColourText.h"
 #include "keyer/Parameters.h"
+#include "shot/Background.h"
 
 namespace orvanite::cli {
 namespace {
@@ -19,7 +23,7 @@ std::string typeOf(const Parameter& parameter) {
     case ParameterType::triple:
       return "X|R,G,B";
     case ParameterType::colour:
-      return "R,G,B";
+      return "COLOUR";
     case ParameterType::choice:
       return "NAME";
     case ParameterType::toggle:
@@ -51,6 +55,19 @@ std::string helpOf(const Parameter& parameter) {
                               : standard);
   }
   return help;
+}
+
+std::optional<std::array<float, 3>> displayColourOf(const std::string& parameter,
+                                                    const std::string& text) {
+  const Parameter* const entry = findParameter(parameter);
+  if (entry == nullptr || entry->type != ParameterType::colour) return std::nullopt;
+  return displayColour(text);
+}
+
+void setColour(Settings& settings, const std::string& parameter,
+               const std::array<float, 3>& colour) {
+  settings.setNumbers(parameter, static_cast<double>(colour[0]), static_cast<double>(colour[1]),
+                      static_cast<double>(colour[2]));
 }
 
 }  // namespace
@@ -96,11 +113,34 @@ void ParameterOptions::apply(Settings& settings, std::string_view except) const 
   for (const Entry& entry : entries_) {
     if (entry.option->count() == 0 || entry.parameter == except) continue;
     try {
-      settings.setText(entry.parameter, entry.text);
+      if (const auto colour = displayColourOf(entry.parameter, entry.text)) {
+        setColour(settings, entry.parameter, *colour);
+      } else {
+        settings.setText(entry.parameter, entry.text);
+      }
     } catch (const Error& error) {
       throw aboutOption(error);
     }
   }
+}
+
+std::vector<std::string> ParameterOptions::recodeColours(Settings& settings) const {
+  std::vector<std::string> said;
+  const std::string encoding(settings.choice("colourspace"));
+  for (const Entry& entry : entries_) {
+    if (entry.option->count() == 0) continue;
+    auto colour = displayColourOf(entry.parameter, entry.text);
+    if (!colour) continue;
+    if (encoding != "video") {
+      for (float& value : *colour) {
+        value = shot::fromLight(shot::toLight(value, "video"), encoding);
+      }
+      setColour(settings, entry.parameter, *colour);
+    }
+    said.push_back(fmt::format("{}: {} is {}, 1 being white", optionName(entry.parameter),
+                               entry.text, settings.text(entry.parameter)));
+  }
+  return said;
 }
 
 Error aboutOption(const Error& error) {

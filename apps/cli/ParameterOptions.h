@@ -27,6 +27,10 @@ class ParameterOptions {
   /// Sets what was given, save for one parameter. Throws Error that names the option.
   void apply(Settings& settings, std::string_view except = {}) const;
 
+  /// Brings colours that were given as displays show them (#00b140, green, 0,177,64) into the
+  /// encoding that is keyed in. Returns what they are there, for a person to see.
+  std::vector<std::string> recodeColours(Settings& settings) const;
+
   /// What was given for a parameter; null where nothing was.
   const std::string* text(std::string_view parameter) const;
 

@@ -100,8 +100,11 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   }
   // An image's own depth says everything but whether floats are halved.
   const char* const held = samples == media::Samples::half ? "half" : "auto";
-  return script + fmt::format("out = FileOut(keyed, {}, \"{}\");\n",
-                              inQuotes(patternOf(files.output)), held);
+  const char* const alpha = files.alpha == shot::Alpha::none            ? ", \"none\""
+                            : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
+                                                                        : "";
+  return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n",
+                              inQuotes(patternOf(files.output)), held, alpha);
 }
 
 void saveText(const std::string& path, const std::string& text) {

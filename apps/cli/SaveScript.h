@@ -7,6 +7,7 @@
 
 #include "keyer/Settings.h"
 #include "media/Picture.h"
+#include "shot/Job.h"
 
 namespace orvanite::cli {
 
@@ -19,6 +20,7 @@ struct ScriptInput {
 struct ScriptFiles {
   ScriptInput plate, background, holdOut, garbage;
   std::string output;
+  shot::Alpha alpha = shot::Alpha::matte;  // of the output
 };
 
 /// The script. `samples` is how the output holds its values.

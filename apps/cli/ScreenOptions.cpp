@@ -57,8 +57,11 @@ std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& se
 void ScreenOptions::addTo(CLI::App& command) {
   const std::string group(findParameter("screen")->group.heading);
   CLI::Option* screen = command.get_option("--screen");
-  screen->description(screen->get_description() + " auto finds it in the plate.")
-      ->type_name("R,G,B|auto");
+  screen
+      ->description(screen->get_description() +
+                    " As R,G,B with 1 white, #00b140, 0,177,64, green or blue; auto, or nothing, "
+                    "finds it in the plate.")
+      ->type_name("COLOUR|auto");
   command
       .add_flag("--auto", auto_,
                 "Find the screen and set what follows from it and from the subject: screen colour "
@@ -109,7 +112,8 @@ shot::FirstKeyWish ScreenOptions::wish(const std::string& reference,
                                        const Settings& settings) const {
   shot::FirstKeyWish wish;
   wish.everything = auto_;
-  wish.screenColour = automaticColour_;
+  // Who names no screen wants the plate's.
+  wish.screenColour = automaticColour_ || (!settings.given("screen") && at_.empty());
   wish.cleanPlate = estimates(reference) && settings.toggle("useReference");
   if (!at_.empty()) wish.at = boxOf(at_);
   wish.average = average_ == "mean" ? Average::mean : Average::median;
@@ -129,6 +133,11 @@ shot::FirstKey ScreenOptions::look(const shot::Shot& shot, const std::string& re
     key = shot::findFirstKey(shot, wish(reference, settings), settings);
   } catch (const Error& error) {
     const std::string& subject = error.subject();
+    if (subject == "screen" && !automaticColour_) {
+      throw Error(error.fault(), "--screen",
+                  "none was given, and the plate shows none: expected its colour, or --screen-at "
+                  "X,Y with a pixel of it");
+    }
     throw subject == "auto"    ? error.about("--auto")
     : subject == "screen"      ? error.about("--screen auto")
     : subject == "reference"   ? error.about("--reference auto")

@@ -79,7 +79,8 @@ std::string scriptFor(const ViewCommandOptions& options, const Settings& setting
                    {options.file(Role::background)},
                    {options.file(Role::holdOut)},
                    {options.file(Role::garbage)},
-                   outputOf(options)},
+                   outputOf(options),
+                   shot::usualAlpha(settings.text("output"))},
                   samples);
 }
 

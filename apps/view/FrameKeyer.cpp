@@ -125,7 +125,8 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   shot::ByRole<const media::Picture*> pictures;
   for (const Role role : roles) {
     if (!shot::uses(settings, inputs, role) || (chequered && role == Role::background)) continue;
-    kept[role] = footage_.picture(role, frame, shot::channelOf(settings, role), divisor);
+    kept[role] =
+        footage_.picture(role, frame, shot::channelOf(footage_.shot(), settings, role), divisor);
     pictures[role] = kept[role].get();
   }
   media::Picture result = media::Picture::make(region, info.depth, info.samples);

@@ -11,6 +11,7 @@
 #include "apps/view/Child.h"
 #include "apps/view/StopSignals.h"
 #include "base/Error.h"
+#include "shot/Job.h"
 
 namespace orvanite::view {
 namespace {
@@ -58,6 +59,11 @@ void view(const ViewOptions& options) {
   if (output.empty() && !footage.info().isShot) {
     folder.emplace();
     output = (folder->path() / "key.png").string();
+  }
+  // What a render holds is a setting like any other, so that the page shows and says it.
+  if (!settings.given("output")) {
+    const std::string file = options.output.empty() ? "key.png" : options.output;
+    settings.setText("output", shot::usualView(footage.info().inputs, file, {}).first);
   }
   Renderer renderer(footage);
   RenderJob job(footage, output, options.exports.arguments);

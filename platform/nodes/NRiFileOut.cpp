@@ -73,7 +73,9 @@ NRiFileOut::NRiFileOut() : NRiMonadic(NRiName("In")) {
   path_ = addPlug(NRiName("path"), nriString, NRiPlug::kIn, nullptr, 0);
   samples_ = addPlug(NRiName("samples"), nriString, NRiPlug::kIn, nullptr, 0);
   samples_->set("auto");
-  NRiPlug::addDependencies(out_->image(), path_, samples_, nullptr);
+  alpha_ = addPlug(NRiName("alpha"), nriString, NRiPlug::kIn, nullptr, 0);
+  alpha_->set("auto");
+  NRiPlug::addDependencies(out_->image(), path_, samples_, alpha_, nullptr);
 }
 
 const NRiName& NRiFileOut::getClassName() const {
@@ -124,7 +126,12 @@ media::Picture NRiFileOut::rendered() {
   picture.header = std::move(header);
   // Alpha alone is a matte; whatever has colour is written with all three colours.
   const bool colour = (held & 14) != 0;
-  picture.hasAlpha = (held & 1) != 0;
+  const std::string_view alpha = alpha_->asString().view();
+  if (alpha != "auto" && alpha != "none" && alpha != "premultiplied") {
+    throw NRiError("expected alpha \"auto\", \"none\" or \"premultiplied\", found \"" +
+                   NRiPrintable(alpha) + "\"");
+  }
+  picture.hasAlpha = (held & 1) != 0 && (alpha != "none" || !colour);
   picture.channels = !colour            ? media::Channels::grey
                      : picture.hasAlpha ? media::Channels::colourAndAlpha
                                         : media::Channels::colour;
@@ -138,5 +145,6 @@ media::Picture NRiFileOut::rendered() {
     default:
       fill<float>(pixels, picture, colour);
   }
+  if (alpha == "premultiplied") media::multiplyByAlpha(picture);
   return picture;
 }

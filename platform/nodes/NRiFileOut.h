@@ -24,11 +24,13 @@ class NRI_API NRiFileOut final : public NRiMonadic {
   std::string checkedPath();
   /// Renders the present frame, as media::writePicture takes it. `samples` says how values are
   /// stored: "uint8", "uint16", "half", "float", or "auto" for those of the picture that the
-  /// metadata are from, where the image has their depth, and else the image's own. Throws NRiError
-  /// when there is nothing to write.
+  /// metadata are from, where the image has their depth, and else the image's own. `alpha` says
+  /// what of it is stored: "auto" for what the image has, "none", or "premultiplied" for colours
+  /// multiplied by it. Throws NRiError when there is nothing to write.
   orvanite::media::Picture rendered();
 
  private:
   NRiPlug* path_;
   NRiPlug* samples_;
+  NRiPlug* alpha_;
 };

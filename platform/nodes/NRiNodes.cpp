@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* declarations = R"(
 extern image FileIn(string path, float frame = time);
-extern image FileOut(image, string path, string samples = "auto");
+extern image FileOut(image, string path, string samples = "auto", string alpha = "auto");
 extern image Constant(int width = 720, int height = 576, int bytes = 1,
     float red = 0, float green = red, float blue = red, float alpha = 1);
 )";
@@ -41,11 +41,12 @@ NRiIPlug* fileIn(const char* path, const char* frame) {
   return node->getOutput();
 }
 
-NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples) {
+NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples, const char* alpha) {
   auto* const node = placed<NRiFileOut>();
   node->getInput(0)->connect(image);
   set(*node, "path", path);
   set(*node, "samples", samples);
+  set(*node, "alpha", alpha);
   return node->getOutput();
 }
 

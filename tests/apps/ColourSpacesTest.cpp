@@ -49,7 +49,8 @@ TEST(ColourSpaces, PicturesAreKeyedInTheWorkingSpaceAndWrittenInTheOutputSpace) 
   write(floats(2, 0.25F), folder / "bg.exr");
   write(floats(1, 1), folder / "light.exr");
   write(floats(2, 1), folder / "lightbg.exr");
-  const std::vector<std::string> look = {"--screen", "0.1,0.7,0.2", "--screen-range", "0.1"};
+  const std::vector<std::string> look = {"--screen", "0.1,0.7,0.2", "--screen-range",
+                                         "0.1",      "--alpha",     "matte"};
   const auto key = [&](std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "key");
     arguments.insert(arguments.end(), look.begin(), look.end());
@@ -87,11 +88,12 @@ TEST(ColourSpaces, AnEightBitPlateIsKeyedInFloatAndWrittenToHalf) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
   write(randomImage(16, 16, 3, OIIO::TypeDesc::UINT8, 3), folder / "plate.png");
-  ASSERT_EQ(orvanite(folder,
-                     "key @plate.png --ocio @config.ocio --input-space root --output-space light "
-                     "--no-key -o @out.exr")
-                .code,
-            0);
+  ASSERT_EQ(
+      orvanite(folder, blueKeyWords +
+                           "@plate.png --ocio @config.ocio --input-space root --output-space light "
+                           "--no-key -o @out.exr")
+          .code,
+      0);
   const Image plate = read(folder / "plate.png"), out = read(folder / "out.exr");
   EXPECT_EQ(out.spec.format, OIIO::TypeDesc::HALF);
   for (std::size_t p = 0; p < 256; ++p) {
@@ -126,7 +128,7 @@ TEST(ColourSpaces, SayWhatIsWrong) {
   };
   for (const auto& c : cases) {
     const Outcome outcome =
-        orvanite(words(folder, "key -q @plate.exr -o @out.exr " + c.options), {"OCIO="});
+        orvanite(words(folder, blueKeyWords + "-q @plate.exr -o @out.exr " + c.options), {"OCIO="});
     EXPECT_EQ(outcome.code, c.code) << c.says << '\n' << outcome.err;
     EXPECT_NE(outcome.err.find(c.says), std::string::npos) << c.says << '\n' << outcome.err;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;

@@ -24,10 +24,11 @@ TEST(MovieOut, LosslessCodecsBringBackEveryBitAndAlpha) {
     for (const std::string movie : {"ffv1.mkv", "ffv1.avi", "ffv1.mov", "png.mov", "qtrle.mov"}) {
       if (movie == "qtrle.mov" && type == OIIO::TypeDesc::UINT16) continue;  // 8 bits only
       SCOPED_TRACE(movie + " " + type.c_str());
-      const Outcome out = orvanite(folder, "key -q --no-key @s.####.png -o @" + movie +
+      const Outcome out = orvanite(folder, blueKeyWords + "-q --no-key @s.####.png -o @" + movie +
                                                " --codec " + movie.substr(0, movie.find('.')));
       ASSERT_EQ(out.code, 0) << out.err;
-      const Outcome back = orvanite(folder, "key -q --no-key @" + movie + " -o @b.####.png");
+      const Outcome back =
+          orvanite(folder, blueKeyWords + "-q --no-key @" + movie + " -o @b.####.png");
       ASSERT_EQ(back.code, 0) << back.err;
       for (int frame = 1; frame <= 3; ++frame) {
         expectSame(folder / frameFile("s", frame), folder / frameFile("b", frame));
@@ -57,11 +58,12 @@ TEST(MovieOut, LossyCodecsComeCloseInColourAndAlpha) {
        {Case{"m.mov", 2, true}, Case{"m.webm", 4, true}, Case{"m.mp4", 4, false}}) {
     SCOPED_TRACE(one.movie);
     const Outcome out =
-        orvanite({"key", "--no-key", folder / "s.png", "-o", folder / one.movie, "--fps", "25"});
+        orvanite(blueKey({"--no-key", folder / "s.png", "-o", folder / one.movie, "--fps", "25"}));
     ASSERT_EQ(out.code, 0) << out.err;
     EXPECT_EQ(out.err.find("holds no alpha") != std::string::npos, !one.alpha) << out.err;
     ASSERT_EQ(
-        orvanite({"key", "-q", "--no-key", folder / one.movie, "-o", folder / "b.#.tif"}).code, 0);
+        orvanite(blueKey({"-q", "--no-key", folder / one.movie, "-o", folder / "b.#.tif"})).code,
+        0);
     const Image back = read(folder / "b.1.tif");
     const float scale = back.spec.format == OIIO::TypeDesc::UINT16 ? 257.0F : 1.0F;
     for (int quarter = 0; quarter < 4; ++quarter) {
@@ -87,7 +89,7 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
   for (const Arguments& output : std::vector<Arguments>{
            {"m.mov"}, {"m.mkv", "--codec", "vp9"}, {"h.mov", "--codec", "h264"}}) {
     SCOPED_TRACE(output[0]);
-    Arguments key{"key", folder / "s.mov", "--frames", "25-72", "-o", folder / output[0]};
+    Arguments key = blueKey({folder / "s.mov", "--frames", "25-72", "-o", folder / output[0]});
     key.insert(key.end(), output.begin() + 1, output.end());
     const Outcome outcome = orvanite(key);
     ASSERT_EQ(outcome.code, 0) << outcome.err;
@@ -110,7 +112,7 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
     const auto bytes = std::filesystem::file_size(folder / "sound");
     EXPECT_NEAR(static_cast<double>(bytes) / 2 / 48000, 2.002, 1024.0 / 48000);
   }
-  const Outcome gaps = orvanite(folder, "key @s.mov --frames 1-20x2 -o @g.mov");
+  const Outcome gaps = orvanite(folder, blueKeyWords + "@s.mov --frames 1-20x2 -o @g.mov");
   EXPECT_NE(gaps.err.find("the sound is left out"), std::string::npos) << gaps.err;
   EXPECT_EQ(streamsOf(folder / "g.mov")[0]["nb_frames"], "10");
 }
@@ -128,7 +130,7 @@ TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
       {"-o @m.mov --keep-going", "a movie cannot leave frames out"},
       {"-o @m.png --codec png", "--codec: expected a movie to write"}};
   for (const auto& [output, message] : cases) {
-    const Outcome outcome = orvanite(folder, "key -q @s.png " + output);
+    const Outcome outcome = orvanite(folder, blueKeyWords + "-q @s.png " + output);
     EXPECT_EQ(outcome.code, 2) << message;
     EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
   }
@@ -143,8 +145,8 @@ TEST(MovieOut, ABrokenFrameOrADiskThatTakesNothingLeavesNoMovie) {
     for (const char* name : {"m.mov", "m.mkv", "m.avi"}) {
       SCOPED_TRACE(name);
       const auto expect = [&](int code, const std::string& message, std::size_t files) {
-        const Outcome outcome =
-            orvanite({"key", "-q", folder / "s.####.png", "--screen", "0,1,0", "-o", disk / name});
+        const Outcome outcome = orvanite(
+            blueKey({"-q", folder / "s.####.png", "--screen", "0,1,0", "-o", disk / name}));
         EXPECT_EQ(outcome.code, code);
         EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
         EXPECT_EQ(disk.names().size(), files);
@@ -160,8 +162,8 @@ TEST(MovieOut, ABrokenFrameOrADiskThatTakesNothingLeavesNoMovie) {
   }
   const Folder out;
   std::filesystem::resize_file(folder / "s.0004.png", 300);
-  const Outcome broken = orvanite({"key", "-q", folder / "s.####.png", "-o", out / "m.mov",
-                                   "--matte-output", out / "k.####.png"});
+  const Outcome broken = orvanite(blueKey(
+      {"-q", folder / "s.####.png", "-o", out / "m.mov", "--matte-output", out / "k.####.png"}));
   EXPECT_EQ(broken.code, 4);
   EXPECT_NE(broken.err.find("orvanite: frame 4: "), std::string::npos) << broken.err;
   EXPECT_NE(broken.err.find("a movie appears when it is whole"), std::string::npos) << broken.err;
@@ -175,7 +177,7 @@ TEST(MovieOut, KilledAtAnyMomentItIsNotThereAndTheNextRunMakesIt) {
   for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
     const Folder out;
     const std::string movie = out / "m.mov";
-    const pid_t child = start({"key", plate, "-o", movie});
+    const pid_t child = start(blueKey({plate, "-o", movie}));
     // Until there is something to lose.
     for (int i = 0; i < 2000 && out.names().empty(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -187,7 +189,7 @@ TEST(MovieOut, KilledAtAnyMomentItIsNotThereAndTheNextRunMakesIt) {
       EXPECT_TRUE(out.names().empty());
     }
     EXPECT_FALSE(std::filesystem::exists(movie));
-    const Arguments again{"key", "-q", "--skip-existing", plate, "-o", movie};
+    const Arguments again = blueKey({"-q", "--skip-existing", plate, "-o", movie});
     EXPECT_EQ(orvanite(again).code, 0);
     EXPECT_EQ(streamsOf(movie)[0]["nb_frames"], "50");
     const auto made = std::filesystem::last_write_time(movie);

@@ -36,9 +36,9 @@ TEST(MovieIn, AFrameOfALosslessMovieIsKeyedAsTheStillThatItWasMadeFrom) {
     ffmpeg(make);
     // Out of order and with gaps: each frame must be found.
     const Outcome movie = orvanite(
-        {"key", "-q", folder / one.movie, "--frames", "5,2-3,6", "-o", folder / "m.####.png"});
+        blueKey({"-q", folder / one.movie, "--frames", "5,2-3,6", "-o", folder / "m.####.png"}));
     ASSERT_EQ(movie.code, 0) << movie.err;
-    ASSERT_EQ(orvanite(folder, "key -q @s.####.png -o @k.####.png").code, 0);
+    ASSERT_EQ(orvanite(folder, blueKeyWords + "-q @s.####.png -o @k.####.png").code, 0);
     for (int frame : {2, 3, 5, 6}) {
       expectSame(folder / frameFile("m", frame), folder / frameFile("k", frame));
     }
@@ -78,12 +78,14 @@ TEST(MovieIn, FramesAreExactInTheMiddleOfLongGroupsOfPictures) {
   const Folder folder;
   ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=2", "-c:v", "libx264", "-g", "20", "-bf",
           "3", "-pix_fmt", "yuv420p", folder / "m.mp4"});
-  ASSERT_EQ(orvanite(folder, "key -q --no-key @m.mp4 -o @s.####.png").code, 0);
+  ASSERT_EQ(orvanite(folder, blueKeyWords + "-q --no-key @m.mp4 -o @s.####.png").code, 0);
   EXPECT_TRUE(std::filesystem::exists(folder / "s.0050.png"));
-  ASSERT_EQ(orvanite(folder, "key -q @m.mp4 --frames 47,19-22,3,50,60 -o @m.####.png").code, 0);
+  ASSERT_EQ(
+      orvanite(folder, blueKeyWords + "-q @m.mp4 --frames 47,19-22,3,50,60 -o @m.####.png").code,
+      0);
   for (int frame : {3, 19, 20, 21, 22, 47, 50}) {
-    ASSERT_EQ(orvanite({"key", "-q", folder / frameFile("s", frame), "-o", folder / "k.png"}).code,
-              0);
+    ASSERT_EQ(
+        orvanite(blueKey({"-q", folder / frameFile("s", frame), "-o", folder / "k.png"})).code, 0);
     expectSame(folder / frameFile("m", frame), folder / "k.png");
   }
   // The extracted stills are in the order of the movie: its clock moves on in every frame.
@@ -140,7 +142,7 @@ TEST(MovieIn, ColoursFollowMatrixRangeAndSiting) {
     make.insert(make.end(), one.tags.begin(), one.tags.end());
     make.push_back(folder / "m.mkv");
     ffmpeg(make);
-    const Outcome outcome = orvanite(folder, "key --no-key @m.mkv -o @o.#.png");
+    const Outcome outcome = orvanite(folder, blueKeyWords + "--no-key @m.mkv -o @o.#.png");
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(outcome.err.find("not tagged") != std::string::npos, one.tags.empty()) << outcome.err;
     const Image image = read(folder / "o.1.png");
@@ -192,7 +194,7 @@ TEST(MovieIn, BrokenMoviesAreNamedByFrameAndWhatCameBeforeIsWhole) {
       std::ofstream(movie, std::ios::binary) << hurt;
     }
     const Folder out;
-    const Outcome outcome = orvanite({"key", "-q", movie, "--no-key", "-o", out / "o.#.png"});
+    const Outcome outcome = orvanite(blueKey({"-q", movie, "--no-key", "-o", out / "o.#.png"}));
     EXPECT_EQ(outcome.code, one.code) << outcome.err;
     EXPECT_NE(outcome.err.find("orvanite: frame "), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find(one.message), std::string::npos) << outcome.err;
@@ -235,7 +237,7 @@ TEST(MovieIn, DamageThatADecoderPlaysOverIsNamedByFrame) {
   const std::string movie = folder / "m.ts";
   ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=0.8", "-c:v", "libx264", "-g", "5", "-bf",
           "0", "-pix_fmt", "yuv420p", movie});
-  ASSERT_EQ(orvanite({"key", "-q", "--no-key", movie, "-o", folder / "w.#.png"}).code, 0);
+  ASSERT_EQ(orvanite(blueKey({"-q", "--no-key", movie, "-o", folder / "w.#.png"})).code, 0);
   std::ifstream file(movie, std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(file), {}};
   // The packets of 188 bytes in the middle that belong to the video (by this muxer, 256) are marked
@@ -249,7 +251,7 @@ TEST(MovieIn, DamageThatADecoderPlaysOverIsNamedByFrame) {
   ASSERT_EQ(marked, 1);
   std::ofstream(movie, std::ios::binary) << bytes;
   const Folder out;
-  const Outcome outcome = orvanite({"key", "-q", "--no-key", movie, "-o", out / "o.#.png"});
+  const Outcome outcome = orvanite(blueKey({"-q", "--no-key", movie, "-o", out / "o.#.png"}));
   EXPECT_EQ(outcome.code, 4);
   EXPECT_NE(outcome.err.find(" is broken: "), std::string::npos) << outcome.err;
   EXPECT_GE(out.names().size(), 1U);
@@ -279,7 +281,7 @@ TEST(MovieIn, RefusesByNameWhatItDoesNotHandle) {
       {"text.mov", "cannot be read as a movie: "},
       {"none.mov", "no such file"}};
   for (const auto& [name, message] : cases) {
-    const Outcome outcome = orvanite({"key", folder / name, "-o", folder / "o.#.png"});
+    const Outcome outcome = orvanite(blueKey({folder / name, "-o", folder / "o.#.png"}));
     EXPECT_EQ(outcome.code, 1) << name << outcome.err;
     EXPECT_NE(outcome.err.find(std::string(name) + ": " + message), std::string::npos)
         << outcome.err;

@@ -68,6 +68,14 @@ Outcome orvanite(const std::vector<std::string>& arguments,
   return run(ORVANITE_PROGRAM, arguments, environment);
 }
 
+const std::string blueKeyWords = "key --screen=0,0,0.9 --output=composite --alpha=matte ";
+
+std::vector<std::string> blueKey(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(),
+                   {"key", "--screen=0,0,0.9", "--output=composite", "--alpha=matte"});
+  return arguments;
+}
+
 pid_t start(const std::vector<std::string>& arguments) {
   std::vector<char*> argv{const_cast<char*>(ORVANITE_PROGRAM)};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));

@@ -25,6 +25,13 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 Outcome orvanite(const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment = {});
 
+/// The words of a key for blue, the composite with the matte beside it, with these after them:
+/// what plates that show no screen are keyed with.
+std::vector<std::string> blueKey(std::vector<std::string> arguments);
+
+/// The same as a line, with a blank behind it.
+extern const std::string blueKeyWords;
+
 /// Starts `orvanite` with these arguments and goes on; what it says is lost.
 pid_t start(const std::vector<std::string>& arguments);
 

@@ -32,6 +32,12 @@ TEST(SaveScript, ASavedScriptRendersToTheSamplesOfTheKey) {
        {"--screen-range", "0.05", "--replace", "0.4,0.5,0.6"}},
       {"half", ".exr", OIIO::TypeDesc::HALF, 4, {"--gamma", "1,1.2,1", "--saturation", "0.8"}},
       {"float", ".exr", OIIO::TypeDesc::FLOAT, 0, {"--output", "unpremultiplied"}},
+      {"premultiplied",
+       ".exr",
+       OIIO::TypeDesc::HALF,
+       0,
+       {"--output", "unpremultiplied", "--alpha", "premultiplied"}},
+      {"opaque view", ".png", OIIO::TypeDesc::UINT8, 4, {"--alpha", "none"}},
       {"black",
        ".png",
        OIIO::TypeDesc::UINT8,
@@ -54,7 +60,7 @@ TEST(SaveScript, ASavedScriptRendersToTheSamplesOfTheKey) {
       write(randomImage(41, 23, one.backgroundChannels, one.type, 2), file("background"));
     }
     write(randomImage(41, 23, 4, one.type, 3), file("matte"));
-    Lines key{"key", file("plate"), "-o", file("keyed"), "--save-script", folder / "shot.orv"};
+    Lines key = blueKey({file("plate"), "-o", file("keyed"), "--save-script", folder / "shot.orv"});
     if (one.backgroundChannels) key.insert(key.end(), {"--bg", file("background")});
     for (const std::string& option : one.options) {
       key.push_back(option == "MATTE" ? file("matte") : option);
@@ -101,8 +107,8 @@ TEST(SaveScript, BothWaysOfKeyingCarryThePlatesMetadata) {
   write(codes, folder / "p.dpx");
   for (const std::string ending : {".exr", ".dpx"}) {
     SCOPED_TRACE(ending);
-    const Outcome keyed =
-        orvanite(folder, "key -q @p" + ending + " -o @k" + ending + " --save-script @s.orv");
+    const Outcome keyed = orvanite(
+        folder, blueKeyWords + "-q @p" + ending + " -o @k" + ending + " --save-script @s.orv");
     ASSERT_EQ(keyed.code, 0) << keyed.err;
     const Image expected = read(folder / ("k" + ending));
     ASSERT_EQ(orvanite(folder, "run -q @s.orv").code, 0);
@@ -159,16 +165,11 @@ TEST(SaveScript, BothWaysOfKeyingAgreeOnWindowsAndGreyPictures) {
     const auto out = [&](int frame) {
       return folder / ("o." + std::to_string(frame) + one.ending);
     };
-    Lines key{"key",
-              "-q",
-              folder / "p.#.exr",
-              "-o",
-              folder / ("o.#" + std::string(one.ending)),
-              "--screen",
-              "0.2,0.7,0.3",
-              "--save-script",
-              folder / "s.orv"};
-    if (*one.background) key.insert(key.end(), {"--bg", folder / one.background});
+    Lines key = blueKey({"-q", folder / "p.#.exr", "-o", folder / ("o.#" + std::string(one.ending)),
+                         "--screen", "0.2,0.7,0.3", "--save-script", folder / "s.orv"});
+    if (*one.background) {
+      key.insert(key.end(), {"--bg", folder / one.background, "--bg-colourspace", "linear"});
+    }
     if (*one.matte) key.insert(key.end(), {"--hold-out", folder / one.matte});
     const Outcome keyed = orvanite(key);
     ASSERT_EQ(keyed.code, 0) << keyed.err;
@@ -196,13 +197,11 @@ TEST(SaveScript, BothWaysOfKeyingAgreeOnWindowsAndGreyPictures) {
 TEST(SaveScript, RefusesToSaveWhatAScriptCannotHold) {
   const Folder folder;
   write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "p.png");
-  const Lines refused[] = {{"--output", "matte"},
-                           {"--offset", "0.1"},
-                           {"--reference", folder / "p.png"},
-                           {"--output", "unpremultiplied", "--premultiply"}};
+  const Lines refused[] = {
+      {"--output", "matte"}, {"--offset", "0.1"}, {"--reference", folder / "p.png"}};
   for (const Lines& options : refused) {
-    Lines arguments{"key",           folder / "p.png", "-o", folder / "k.png",
-                    "--save-script", folder / "s.orv"};
+    Lines arguments =
+        blueKey({folder / "p.png", "-o", folder / "k.png", "--save-script", folder / "s.orv"});
     arguments.insert(arguments.end(), options.begin(), options.end());
     const Outcome outcome = orvanite(arguments);
     EXPECT_EQ(outcome.code, 2) << options[0];

@@ -109,11 +109,13 @@ TEST(ScreenOptions, SayWhatIsWrongAndLeaveNothing) {
            Case{"@plate.png --screen-at 90,2,7,1", 2, "a box within 96x64 pixels"},
            Case{"@plate.png --screen-at 1,2 --screen 0,1,0", 2, "no --screen"},
            Case{"@plate.png --screen-average mean", 2, "expected --screen-at with it"},
-           Case{"@plate.png --screen-frame 3", 2, "--screen-frame: expected --auto"},
+           Case{"@plate.png --screen 0,1,0 --screen-frame 3", 2, "--screen-frame: expected --auto"},
            Case{"@plate.png --auto --screen-frame 3", 2, "a frame number in its name"},
            Case{"@grey.png --auto", 1, "--auto: expected a green or blue screen"},
            Case{"@grey.png --screen auto", 1, "--screen auto: expected a green or blue"},
-           Case{"@grey.png --reference auto", 1, "--reference auto: expected a green"},
+           Case{"@grey.png", 1, "--screen: none was given, and the plate shows none"},
+           Case{"@grey.png --screen 0,1,0 --reference auto", 1,
+                "--reference auto: expected a green"},
        }) {
     const Outcome outcome = orvanite(folder, "key -o @out.png " + wrong.words);
     EXPECT_EQ(outcome.code, wrong.code) << wrong.message;

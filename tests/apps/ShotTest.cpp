@@ -74,8 +74,8 @@ TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
   const Folder folder;
   writeShot(plates, "fg", 8, 11);
   for (int frame = 8; frame <= 11; ++frame) {
-    ASSERT_EQ(orvanite({"key", "-q", plates / frameFile("fg", frame), "-o",
-                        folder / frameFile("still", frame)})
+    ASSERT_EQ(orvanite(blueKey({"-q", plates / frameFile("fg", frame), "-o",
+                                folder / frameFile("still", frame)}))
                   .code,
               0);
   }
@@ -83,7 +83,8 @@ TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
                                 plates / "fg.@@@@.png", plates.path().string()};
   for (const std::string& input : inputs) {
     const Folder out;
-    const Outcome outcome = orvanite({"key", input, "-o", out / "out.####.png", "--threads", "3"});
+    const Outcome outcome =
+        orvanite(blueKey({input, "-o", out / "out.####.png", "--threads", "3"}));
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     for (int frame = 8; frame <= 11; ++frame) {
       EXPECT_EQ(read(out / frameFile("out", frame)).samples,
@@ -92,11 +93,11 @@ TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
     }
   }
   const Folder out;
-  ASSERT_EQ(orvanite({"key", "-q", inputs[0], "-o", out / "o.%d.png", "--frames", "9,11-40"}).code,
-            0);
+  ASSERT_EQ(
+      orvanite(blueKey({"-q", inputs[0], "-o", out / "o.%d.png", "--frames", "9,11-40"})).code, 0);
   EXPECT_EQ(out.names(), (std::vector<std::string>{"o.11.png", "o.9.png"}));
   const Outcome past =
-      orvanite({"key", "-q", inputs[0], "-o", out / "o.%d.png", "--frames", "12-20"});
+      orvanite(blueKey({"-q", inputs[0], "-o", out / "o.%d.png", "--frames", "12-20"}));
   EXPECT_EQ(past.code, 3);
   EXPECT_NE(past.err.find("the shot has frames 8 to 11, none of 12-20"), std::string::npos)
       << past.err;
@@ -122,9 +123,9 @@ TEST(Shot, SidePicturesFollowTheirOffsetsAndPastTheirEndsWhatWasAsked) {
   for (const Case& one : cases) {
     const Folder out;
     const Outcome outcome =
-        orvanite({"key", "-q", folder / "fg.####.png", "--bg", folder / "bg.####.png", "--garbage",
-                  folder / "white.png", "--cspace", "linear", "--bg-time", one.time,
-                  "--bg-frame-offset", one.offset, "-o", out / "o.####.png"});
+        orvanite(blueKey({"-q", folder / "fg.####.png", "--bg", folder / "bg.####.png", "--garbage",
+                          folder / "white.png", "--cspace", "linear", "--bg-time", one.time,
+                          "--bg-frame-offset", one.offset, "-o", out / "o.####.png"}));
     ASSERT_EQ(outcome.code, 0) << outcome.err;
     for (int frame = 1; frame <= 6; ++frame) {
       EXPECT_EQ(read(out / frameFile("o", frame)).samples[0],
@@ -138,21 +139,21 @@ TEST(Shot, WritesSeveralViewsInOnePass) {
   const Folder folder;
   const Folder out;
   writeShot(folder, "fg", 1, 2);
-  ASSERT_EQ(orvanite({"key", "-q", folder / "fg.#.png", "-o", out / "c.#.png", "--matte-output",
-                      out / "m.#.png", "--status-output", out / "s.#.png", "--foreground-output",
-                      out / "f.#.png"})
+  ASSERT_EQ(orvanite(blueKey({"-q", folder / "fg.#.png", "-o", out / "c.#.png", "--matte-output",
+                              out / "m.#.png", "--status-output", out / "s.#.png",
+                              "--foreground-output", out / "f.#.png"}))
                 .code,
             3);  // the files have four digits
-  ASSERT_EQ(orvanite({"key", "-q", folder / "fg.####.png", "-o", out / "c.#.png", "--matte-output",
-                      out / "m.#.png", "--status-output", out / "s.#.png", "--foreground-output",
-                      out / "f.#.png"})
+  ASSERT_EQ(orvanite(blueKey({"-q", folder / "fg.####.png", "-o", out / "c.#.png", "--matte-output",
+                              out / "m.#.png", "--status-output", out / "s.#.png",
+                              "--foreground-output", out / "f.#.png"}))
                 .code,
             0);
   const std::pair<const char*, const char*> views[] = {
       {"c", "composite"}, {"m", "matte"}, {"s", "status"}, {"f", "unpremultiplied"}};
   for (const auto& [name, view] : views) {
     ASSERT_EQ(
-        orvanite({"key", "-q", folder / "fg.0002.png", "--output", view, "-o", out / "alone.png"})
+        orvanite(blueKey({"-q", folder / "fg.0002.png", "--output", view, "-o", out / "alone.png"}))
             .code,
         0);
     EXPECT_EQ(read(out / (std::string(name) + ".2.png")).samples, read(out / "alone.png").samples)
@@ -180,8 +181,8 @@ TEST(Shot, ABrokenFrameIsNamedTheOthersAreWholeAndAResumeCompletesIt) {
     if (std::string(one.what) == "cut") std::filesystem::resize_file(third, 300);
     if (std::string(one.what) == "other size")
       write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), third);
-    const std::vector<std::string> command{"key", "-q", folder / "fg.####.png", "-o",
-                                           out / "o.####.png"};
+    const std::vector<std::string> command =
+        blueKey({"-q", folder / "fg.####.png", "-o", out / "o.####.png"});
     const Outcome stopped = orvanite(command);
     EXPECT_EQ(stopped.code, one.code) << stopped.err;
     EXPECT_NE(stopped.err.find(one.message), std::string::npos) << stopped.err;
@@ -277,7 +278,8 @@ TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
   for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
     for (int round = 0; round < (rounds != nullptr ? std::atoi(rounds) : 4); ++round) {
       const Folder out;
-      std::vector<std::string> command{"key", folder / "fg.####.png", "-o", out / "o.####.png"};
+      std::vector<std::string> command =
+          blueKey({folder / "fg.####.png", "-o", out / "o.####.png"});
       const pid_t child = start(command);
       // Some rounds at once, some when the first frames are there.
       if (round % 4 > 0) {
@@ -320,7 +322,7 @@ constexpr Way ways[] = {{"fg.####.png", "o.####.png"}, {"fg.mkv", "o.mov"}};
 
 void writeFourFrames(const Folder& folder) {
   writeShot(folder, "fg", 1, 4);
-  ASSERT_EQ(orvanite(folder, "key -q --no-key @fg.####.png -o @fg.mkv").code, 0);
+  ASSERT_EQ(orvanite(folder, blueKeyWords + "-q --no-key @fg.####.png -o @fg.mkv").code, 0);
 }
 
 TEST(Shot, ProgressHasTheFormsThatManagersParse) {
@@ -329,8 +331,8 @@ TEST(Shot, ProgressHasTheFormsThatManagersParse) {
   for (const Way& way : ways) {
     SCOPED_TRACE(way.output);
     const auto lines = [&](const std::vector<std::string>& more, const Folder& out) {
-      std::vector<std::string> command{"key", folder / way.plate, "--cspace", "video",
-                                       "-o",  out / way.output};
+      std::vector<std::string> command =
+          blueKey({folder / way.plate, "--cspace", "video", "-o", out / way.output});
       command.insert(command.end(), more.begin(), more.end());
       return orvanite(command).out;
     };
@@ -375,7 +377,8 @@ TEST(Shot, ShowsABarOnATerminal) {
     const std::string out = folder / way.output;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
-      ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "-o", out.c_str(), nullptr);
+      ::execl(ORVANITE_PROGRAM, "orvanite", "key", plate.c_str(), "--screen", "blue", "-o",
+              out.c_str(), nullptr);
       ::_exit(127);
     }
     std::string shown;

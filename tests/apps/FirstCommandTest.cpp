@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What people get who give nothing but files: the screen found, a cut-out or a composite that looks
+// right elsewhere, backgrounds of any size and encoding, colours as they are written.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+
+#include "tests/apps/Images.h"
+#include "tests/apps/Program.h"
+
+namespace orvanite::test {
+namespace {
+
+// A green screen of 40x40 with a grey square of 16x16 in its middle.
+Image plateOf(OIIO::TypeDesc type) {
+  Image image = randomImage(40, 40, 3, type, 1);
+  const float scale = type == OIIO::TypeDesc::UINT8 ? 255 : 1;
+  for (std::size_t i = 0; i < image.samples.size(); ++i) {
+    const std::size_t x = i / 3 % 40;
+    const std::size_t y = i / 3 / 40;
+    const bool subject = x >= 12 && x < 28 && y >= 12 && y < 28;
+    const std::array<float, 3> screen{0.2F, 0.8F, 0.2F};
+    image.samples[i] = std::round(scale * (subject ? 0.6F : screen[i % 3]) * 255) / 255;
+    if (type == OIIO::TypeDesc::UINT8) image.samples[i] = std::round(image.samples[i]);
+  }
+  return image;
+}
+
+std::vector<float> at(const Image& image, int x, int y) {
+  const auto first = image.samples.begin() + (y * image.spec.width + x) * image.spec.nchannels;
+  return {first, first + image.spec.nchannels};
+}
+
+TEST(FirstCommand, GivesACutOutWhereTheFileHoldsAlphaAndAPictureWhereItDoesNot) {
+  const Folder folder;
+  write(plateOf(OIIO::TypeDesc::UINT8), folder / "p.png");
+  struct Case {
+    const char* output;
+    std::vector<float> screen, subject;
+    const char* said;
+  };
+  // The subject's grey is 153 of 255, 0.6.
+  const Case cases[] = {
+      {"o.png", {0, 0, 0, 0}, {153, 153, 153, 255}, "a cut-out, straight colours"},
+      {"o.tif", {0, 0, 0, 0}, {153, 153, 153, 255}, "a cut-out, straight colours"},
+      {"o.jpg", {0, 0, 0}, {153, 153, 153}, "over black"},
+  };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.output);
+    const Outcome outcome = orvanite({"key", folder / "p.png", "-o", folder / one.output});
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find(one.said), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("screen: green, 84 % of the frame"), std::string::npos)
+        << outcome.err;
+    const Image image = read(folder / one.output);
+    const auto expectNear = [](const std::vector<float>& found, const std::vector<float>& wanted) {
+      ASSERT_EQ(found.size(), wanted.size());
+      for (std::size_t i = 0; i < wanted.size(); ++i) EXPECT_NEAR(found[i], wanted[i], 2) << i;
+    };
+    // Straight colours where nothing is of the subject are nobody's business.
+    if (one.screen.size() == 4) {
+      EXPECT_EQ(at(image, 2, 2)[3], 0);
+    } else {
+      expectNear(at(image, 2, 2), one.screen);
+    }
+    expectNear(at(image, 20, 20), one.subject);
+  }
+  // OpenEXR's readers expect colours that are multiplied; views over something are opaque.
+  ASSERT_EQ(orvanite(folder, "key -q @p.png -o @o.exr").code, 0);
+  const std::vector<float> clear = at(read(folder / "o.exr"), 2, 2);
+  EXPECT_EQ(clear, (std::vector<float>{0, 0, 0, 0}));
+  for (const std::string more : {"--bg #202830", "--output status", "--output matte"}) {
+    ASSERT_EQ(orvanite(folder, "key -q @p.png -o @v.png " + more).code, 0) << more;
+    EXPECT_EQ(read(folder / "v.png").spec.nchannels, 3) << more;
+    ASSERT_EQ(orvanite(folder, "key -q @p.png -o @v.png --alpha matte " + more).code, 0) << more;
+    EXPECT_EQ(at(read(folder / "v.png"), 2, 2)[3], 0) << more;
+  }
+  // #202830 is 32, 40, 48.
+  EXPECT_EQ(orvanite(folder, "key -q @p.png -o @v.png --bg #202830").code, 0);
+  EXPECT_EQ(at(read(folder / "v.png"), 2, 2), (std::vector<float>{32, 40, 48}));
+}
+
+TEST(FirstCommand, BringsBackgroundsOfAnySizeAndEncodingToThePlate) {
+  const Folder folder;
+  write(plateOf(OIIO::TypeDesc::UINT8), folder / "p.png");
+  write(plateOf(OIIO::TypeDesc::FLOAT), folder / "p.exr");
+  // Red left, blue right, twice as wide as high.
+  Image halves = randomImage(80, 40, 3, OIIO::TypeDesc::UINT8, 1);
+  for (std::size_t i = 0; i < halves.samples.size(); ++i) {
+    halves.samples[i] = (i / 3 % 80 < 40 ? i % 3 == 0 : i % 3 == 2) ? 188.0F : 0.0F;
+  }
+  write(halves, folder / "wide.png");
+  const std::vector<float> red{188, 0, 0}, blue{0, 0, 188}, black{0, 0, 0};
+  struct Case {
+    const char* fit;
+    std::vector<float> corner, left, right;  // pixels 1,1 and 4,20 and 35,20
+  };
+  for (const Case& one : {Case{"fill", red, red, blue}, Case{"stretch", red, red, blue},
+                          Case{"none", red, red, blue}, Case{"fit", black, red, blue}}) {
+    SCOPED_TRACE(one.fit);
+    const Outcome outcome = orvanite({"key", folder / "p.png", "--bg", folder / "wide.png", "-o",
+                                      folder / "o.png", "--bg-fit", one.fit});
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_NE(outcome.err.find("background: 80x40, brought to the plate's 40x40"),
+              std::string::npos)
+        << outcome.err;
+    const Image image = read(folder / "o.png");
+    EXPECT_EQ(at(image, 1, 1), one.corner);
+    EXPECT_EQ(at(image, 4, 20), one.left);
+    EXPECT_EQ(at(image, 35, 20), one.right);
+  }
+  // 188 of 255 is sRGB's code for ((188/255 + 0.055) / 1.055)^2.4 = 0.5029 of white.
+  ASSERT_EQ(orvanite(folder, "key -q @p.exr --bg @wide.png -o @o.exr").code, 0);
+  EXPECT_NEAR(at(read(folder / "o.exr"), 4, 20)[0], 0.5029, 0.0005);
+  // A background that is said to be in the plate's encoding stays as it is: 188 / 255 = 0.7373.
+  ASSERT_EQ(orvanite(folder, "key -q @p.exr --bg @wide.png --bg-colourspace linear -o @o.exr").code,
+            0);
+  EXPECT_NEAR(at(read(folder / "o.exr"), 4, 20)[0], 0.7373, 0.0005);
+}
+
+TEST(FirstCommand, TakesColoursAsTheyAreWritten) {
+  const Folder folder;
+  write(plateOf(OIIO::TypeDesc::UINT8), folder / "p.png");
+  write(plateOf(OIIO::TypeDesc::FLOAT), folder / "p.exr");
+  std::vector<float> first;
+  for (const char* const colour : {"#00b140", "green", "0,177,64", "0,0.6941,0.251"}) {
+    const Outcome outcome =
+        orvanite({"key", folder / "p.png", "-o", folder / "o.png", "--screen", colour});
+    ASSERT_EQ(outcome.code, 0) << colour << outcome.err;
+    if (first.empty()) first = read(folder / "o.png").samples;
+    EXPECT_EQ(read(folder / "o.png").samples, first) << colour;
+  }
+  // On a display #00b140 is a light of 0, ((177/255 + 0.055) / 1.055)^2.4 = 0.4397, 0.0513.
+  const Outcome light = orvanite(folder, "key @p.exr -o @o.exr --screen #00b140");
+  EXPECT_NE(light.err.find("--screen: #00b140 is 0,0.4397,0.0513, 1 being white"),
+            std::string::npos)
+      << light.err;
+}
+
+}  // namespace
+}  // namespace orvanite::test
