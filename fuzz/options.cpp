@@ -2,9 +2,14 @@
 //
 // Takes every line as a word of a command line. The whole line is understood but not run; the
 // options of a key are set, and said again they set the same; each word is taken for frames and for
-// a pattern, too. No file is opened.
+// a pattern, too. No file is opened but one small plate.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -41,13 +46,20 @@ bool allowed(const Action& action) {
   }
 }
 
-// A grey picture with some green, for the options that look at one.
-orvanite::media::Picture plate() {
-  auto picture = orvanite::media::Picture::make({0, 0, 8, 8}, 1, orvanite::media::Samples::uint8);
-  for (std::size_t i = 0; i < picture.bytes(); ++i) {
-    picture.pixels[i] = static_cast<std::byte>(i % 4 == 1 ? 180 : i % 9);
-  }
-  return picture;
+// A shot of one small picture, grey with some green, for the options that look at one.
+const orvanite::shot::Shot& plate() {
+  static const std::filesystem::path path = std::filesystem::temp_directory_path() /
+                                            ("orvanite-fuzz-" + std::to_string(getpid()) + ".ppm");
+  static const orvanite::shot::Shot shot = [] {
+    std::string picture = "P6 8 8 255\n";
+    for (int i = 0; i < 8 * 8 * 3; ++i) picture += static_cast<char>(i % 3 == 1 ? 180 : i % 9);
+    std::ofstream(path, std::ios::binary) << picture;
+    std::atexit([] { std::filesystem::remove(path); });
+    orvanite::shot::ShotFiles files;
+    files.clips[orvanite::shot::Role::plate].path = path;
+    return orvanite::shot::Shot(files);
+  }();
+  return shot;
 }
 
 // The words that belong to these options, set as a key sets them.
@@ -65,7 +77,7 @@ bool set(const Words& words, Settings& settings, bool look) {
   }
   return allowed([&] {
     screen.apply(parameters, settings);
-    if (look) screen.look([](std::optional<int>) { return plate(); }, "", 1, settings, true);
+    if (look) screen.look(plate(), "", settings, true);
   });
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/cli/ColourOptions.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <utility>
 

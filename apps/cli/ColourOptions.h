@@ -4,11 +4,14 @@
 // unless one of them is given.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
 #include "media/ColourSpaces.h"
+
+namespace CLI {
+class App;
+}
 
 namespace orvanite::cli {
 

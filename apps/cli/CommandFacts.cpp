@@ -4,6 +4,7 @@
 // and help that has a line "name: meaning" for each.
 #include "apps/cli/CommandFacts.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <sstream>

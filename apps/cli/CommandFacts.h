@@ -4,10 +4,13 @@
 // completions are made from this, as --help is made from the parser, so none of them goes stale.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace orvanite::cli {
 

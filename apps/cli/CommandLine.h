@@ -3,13 +3,16 @@
 // From the words of a command line to what runs with them.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "apps/cli/Commands.h"
+
+namespace CLI {
+class App;
+}
 
 namespace orvanite::cli {
 

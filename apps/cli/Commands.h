@@ -4,10 +4,13 @@
 // lines here and in Commands.cpp.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <span>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace orvanite::cli {
 

@@ -3,6 +3,7 @@
 // `orvanite compare`: how far two pictures or two shots are from one another, per channel, as
 // numbers and as pictures.
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,7 @@
 //
 // `orvanite describe FOLDER`: writes the manual and the shells' completions, laid out as below a
 // prefix's share/. The build runs it; --help does not list it.
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 #include <memory>

@@ -4,6 +4,7 @@
 // key would start from. Looks at one frame of a shot; writes nothing.
 #include <fmt/format.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cmath>

@@ -3,6 +3,8 @@
 // The help of `orvanite key` is read by people, by the manual page and by the shells' completion.
 #include "apps/cli/KeyOptions.h"
 
+#include <CLI/CLI.hpp>
+
 namespace orvanite::cli {
 
 void KeyOptions::addTo(CLI::App& command) {

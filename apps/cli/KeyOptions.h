@@ -3,12 +3,15 @@
 // The options of `orvanite key`, as they were given.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "apps/cli/ColourOptions.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
+
+namespace CLI {
+class App;
+}
 
 namespace orvanite::cli {
 

@@ -4,6 +4,7 @@
 #include "apps/cli/ParameterOptions.h"
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <array>
 #include <cctype>

@@ -3,13 +3,17 @@
 // The keyer's parameters as command-line options, made from the parameter table.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Error.h"
 #include "keyer/Settings.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace orvanite::cli {
 

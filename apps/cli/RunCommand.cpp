@@ -3,6 +3,7 @@
 // `orvanite run`: loads the plug-ins and a script, and renders every FileOut of it, frame by frame.
 #include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <chrono>

@@ -2,6 +2,7 @@
 #include "apps/cli/ScreenOptions.h"
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <charconv>
 #include <vector>

@@ -4,7 +4,6 @@
 // plate estimated, all parameters set.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,11 @@
 #include "keyer/Screen.h"
 #include "keyer/Settings.h"
 #include "shot/FirstKey.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace orvanite::cli {
 

@@ -2,6 +2,7 @@
 //
 // `orvanite view`: opens the page on a plate and serves it until it is stopped.
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>
