@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <type_traits>
 
 #include "host/NRxOrvanite.h"
@@ -53,6 +54,16 @@ float componentFrom(T element) {
   }
 }
 
+// An input's identity as it stands within another. The letter of a channel without a name is a
+// null, which would end the text there: it is written as \0, so that all of the identity counts.
+std::string within(const NRiName& identity) {
+  std::string text(identity.view());
+  for (std::size_t at = 0; (at = text.find('\0', at)) != std::string::npos; at += 2) {
+    text.replace(at, 1, "\\0");
+  }
+  return text;
+}
+
 }  // namespace
 
 bool NRxOrvanite::connected(Input input) const {
@@ -77,6 +88,8 @@ int NRxOrvanite::eval(NRiPlug* plug) {
     evalBackground(plug);
   } else if (plug == out_->image()) {
     evalImage(plug);
+  } else if (plug == out_->dod()) {
+    evalDomain(plug);
   } else if (plug == outputDepth_) {
     evalDepth(plug);
   } else if (plug == inputDepth_) {
@@ -145,6 +158,18 @@ void NRxOrvanite::evalDepth(NRiPlug* plug) {
   plug->set(depth);
 }
 
+// Pixels of its own has the result where what makes it has some: the foreground, a background that
+// shows, mattes in use. Nothing else is asked for its domain.
+void NRxOrvanite::evalDomain(NRiPlug* plug) {
+  refreshImage();
+  const bool counts[mostInputs] = {true, view_ == 0, hold_.active != 0, garbage_.active != 0};
+  domain_ = {};
+  for (int i = 0; i < mostInputs; ++i) {
+    if (counts[i]) domain_ = domain_.unite(inputs_[i]->getDod());
+  }
+  plug->set(static_cast<void*>(&domain_));
+}
+
 int NRxOrvanite::getKeyView() {
   const NRiName mode = output_->asString();
   if (mode == composite) return 0;
@@ -191,20 +216,20 @@ void NRxOrvanite::evalImage(NRiPlug* plug) {
     orvanite_setBackground(engine_, 0, 0, 0);
   }
 
-  const NRiName none("0");
-  const NRiName fg = inputs_[kFg]->image()->asString();
-  const NRiName bg = inputs_[kBg]->image()->asString();
-  const NRiName hold = hold_.active ? inputs_[kHold]->image()->asString() : none;
-  const NRiName garbage = garbage_.active ? inputs_[kGarbage]->image()->asString() : none;
+  const auto of = [this](Input input) { return within(inputs_[input]->image()->asString()); };
+  const std::string fg = of(kFg);
+  const std::string bg = of(kBg);
+  const std::string hold = hold_.active ? of(kHold) : "0";
+  const std::string garbage = garbage_.active ? of(kGarbage) : "0";
   const NRiName identity = NRiName::sprintf(
       "%s(%s,%s,%s,%s,%i,%s,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,%g,"
       "%g,%s,%d,%c,%d,%c,%i)",
-      thisClassName.getString(), fg.getString(), bg.getString(), hold.getString(),
-      garbage.getString(), clipMode_->asInt() != 0 ? 1 : 0, mode.getString(), screen.r, screen.g,
-      screen.b, screenRange, bias.r, bias.g, bias.b, balance.r, balance.g, balance.b, midTonesAt,
-      gain.r, gain.g, gain.b, replace.r, replace.g, replace.b, exposure.r, exposure.g, exposure.b,
-      gamma.r, gamma.g, gamma.b, saturation, space.getString(), hold_.active, hold_.channel,
-      garbage_.active, garbage_.channel, bgColor_->asInt() != 0 ? 1 : 0);
+      thisClassName.getString(), fg.c_str(), bg.c_str(), hold.c_str(), garbage.c_str(),
+      clipMode_->asInt() != 0 ? 1 : 0, mode.getString(), screen.r, screen.g, screen.b, screenRange,
+      bias.r, bias.g, bias.b, balance.r, balance.g, balance.b, midTonesAt, gain.r, gain.g, gain.b,
+      replace.r, replace.g, replace.b, exposure.r, exposure.g, exposure.b, gamma.r, gamma.g,
+      gamma.b, saturation, space.getString(), hold_.active, hold_.channel, garbage_.active,
+      garbage_.channel, bgColor_->asInt() != 0 ? 1 : 0);
 
   orvanite_setScreen(engine_, screen.r, screen.g, screen.b);
   if (space.view() == "log") {

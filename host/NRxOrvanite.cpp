@@ -103,6 +103,7 @@ NRxOrvanite::NRxOrvanite() : engine_(orvanite_new()) {
                              nullptr);
     NRiPlug::addDependencies(out_->height(), inputs_[kFg]->height(), inputs_[kBg]->height(),
                              clipMode_, nullptr);
+    out_->dod()->addDependency(image);
     clipMode_->set(0);
   } catch (...) {
     orvanite_delete(engine_);

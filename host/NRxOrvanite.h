@@ -51,6 +51,7 @@ class NRxOrvanite : public NRiNadic {
   void evalChannels(NRiPlug* plug);
   void evalBackground(NRiPlug* plug);
   void evalImage(NRiPlug* plug);
+  void evalDomain(NRiPlug* plug);
   void evalDepth(NRiPlug* plug);
   int matteRequest(const Matte& matte, Input input);
   template <class T>

@@ -70,12 +70,12 @@ void NRiMonadic::prepare(const NRiRect& region) {
     buffer.clear();
     NRiIPlug* const in = inputs_[i];
     in->setRoi(region);
+    const int wanted = in->requested()->asInt();
+    if (!in->isConnected() || (wanted == 0 && i > 0)) continue;
     // The workers read these two.
     NRiBPixel background;
     in->getBPixel(background);
     in->getDod();
-    const int wanted = in->requested()->asInt();
-    if (!in->isConnected() || (wanted == 0 && i > 0)) continue;
     auto* const from = dynamic_cast<NRiFx*>(in->imageSource()->owner());
     if (wanted != 0 && from) {
       from->render(region, buffer);
@@ -86,10 +86,11 @@ void NRiMonadic::prepare(const NRiRect& region) {
         buffer = buffer.interleaved(region, depth, background);
       }
     } else if (!buffer.data && !region.empty()) {
-      // Connected, but with no pixel in the region: one pixel stands for the background.
+      // Connected, but with no pixel in the region: one beyond its corner says so, and leaves all
+      // of the region to the background pixel.
       NRiIBuf none;
       buffer =
-          none.interleaved({region.x1, region.y1, region.x1 + 1, region.y1 + 1}, depth, background);
+          none.interleaved({region.x1 - 1, region.y1 - 1, region.x1, region.y1}, depth, background);
     }
   }
 }

@@ -205,6 +205,48 @@ TEST_F(Node, IdentityHoldsEveryValueInItsOrder) {
             "Orvanite(source1,source2,0,0,1,composite," + numbers + "linear,0,A,0,A,1)");
 }
 
+TEST_F(Node, WhatFollowsAnIdentityWithANullComparesAllOfIt) {
+  Probe second;
+  second.getInput(0)->connect(out);
+  node.getInput(2)->connect(matte.getOutput());
+  node.plug("holdOutChannel")->set("");
+  const NRiName before = second.getOutput()->image()->asString();
+  EXPECT_NE(node.getOutput()->image()->asString().view().find('\0'), std::string_view::npos);
+  node.plug("bgColor")->set(1);  // the last value, behind the null
+  EXPECT_FALSE(second.getOutput()->image()->asString() == before);
+  node.plug("bgColor")->set(0);
+  EXPECT_EQ(second.getOutput()->image()->asString(), before);
+}
+
+TEST_F(Node, TheDomainIsThatOfWhatShows) {
+  Source plate{40, 30, 1, 14, 4, {5, 5, 20, 10}};
+  Source wide{40, 30, 1, 15, 5, {-10, -10, 90, 90}};
+  node.getInput(0)->connect(plate.getOutput());
+  const NRiRect own{5, 5, 20, 10};
+  const NRiRect all{-10, -10, 90, 90};
+  struct Case {
+    int input;
+    const char *output, *use;
+    int on;
+    NRiRect expected;
+  };
+  const Case cases[] = {
+      {1, "composite", "bgColor", 0, all},           {1, "compOnBlack", "bgColor", 0, own},
+      {1, "unpremultiplied", "bgColor", 0, own},     {1, "status", "bgColor", 0, own},
+      {2, "compOnBlack", "useHoldOutMatte", 1, all}, {2, "compOnBlack", "useHoldOutMatte", 0, own},
+      {3, "compOnBlack", "useGarbageMatte", 1, all}, {3, "compOnBlack", "useGarbageMatte", 0, own}};
+  for (const Case& one : cases) {
+    for (int i = 1; i < 4; ++i) node.getInput(i)->connect(nullptr);
+    node.getInput(one.input)->connect(wide.getOutput());
+    node.plug("output")->set(one.output);
+    node.plug(one.use)->set(one.on);
+    EXPECT_EQ(out->getDod(), one.expected) << one.input << one.output << one.on;
+    EXPECT_EQ(node.getInput(one.input)->dod()->isUpToDate(), one.expected == all);
+    node.renderWhole({0, 0, 40, 30});
+    EXPECT_EQ(node.getInput(one.input)->dod()->isUpToDate(), one.expected == all || one.input == 1);
+  }
+}
+
 TEST_F(Node, BackgroundPixelIsTheForegroundsOrKeyed) {
   bg.setBackground({0.5f, 0.5f, 0.25f, 0.502f, 0});
   fg.setBackground({0.25f, 0.9f, 0.1f, 0.1f, 0});

@@ -231,6 +231,19 @@ TEST(NodePixels, AForegroundAnywhereKeysAsScreenOutsideItsDomain) {
   }
 }
 
+TEST(NodePixels, ABackgroundThatLiesElsewhereIsTheSameInTheRegionsCorner) {
+  Source fg(width, height, 4, 14, 1);
+  Source bg(width, height, 4, 14, 2, {50, 50, 60, 60});  // without alpha: opaque where it lies
+  Probe node;
+  node.getInput(0)->connect(fg.getOutput());
+  node.getInput(1)->connect(bg.getOutput());
+  setPlugs(node, Shot());
+  node.getOutput()->setRequest(15);
+  const NRiIBuf whole = node.renderWhole({0, 0, width, height});
+  const NRiIBuf part = node.renderWhole({3, 2, width, height});
+  EXPECT_EQ(std::memcmp(part.at(3, 2), whole.at(3, 2), 16), 0);
+}
+
 // The worker alone, on buffers of every layout around a region that starts anywhere.
 TEST(NodePixels, BuffersStartAnywhereAndHaveExtraElements) {
   const NRiRect roi{-7, 5, 12, 16};
