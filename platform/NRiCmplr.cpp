@@ -59,8 +59,7 @@ class NRiCmplr::Runner {
         result_ = ofImage(call(*one.call));
         break;
       case NRiStatement::kImage: {
-        NRiIPlug* const image = call(*one.call);
-        image->owner()->setName(one.target);
+        NRiIPlug* const image = call(*one.call, one.target);
         scope_.setImage(one.target, image);
         result_ = ofImage(image);
         break;
@@ -90,7 +89,7 @@ class NRiCmplr::Runner {
   static NRiError unfit(const NRiStatement& one, NRiId type) {
     return {one.textPosition, "expected " + std::string(type == nriString ? "a text" : "a number") +
                                   " for '" + NRiPrintable(one.target.view()) + "', found '" +
-                                  NRiPrintable(one.text) + "'"};
+                                  NRiPrintable(NRiOnOneLine(one.text)) + "'"};
   }
 
   NRiPlug& referred(const NRiExpression& expression, std::size_t i) {
@@ -101,10 +100,9 @@ class NRiCmplr::Runner {
     if (broken_.count(reference.plug.identity()) || broken_.count(reference.node.identity())) {
       throw Broken();
     }
-    const std::string shown = expression.text().substr(reference.offset, reference.length);
-    throw NRiError(reference.position, "'" + NRiPrintable(shown) +
-                                           "' refers to nothing: expected the name of a plug "
-                                           "or of a variable");
+    throw NRiError(expression.positionOf(reference),
+                   "'" + expression.shown(reference) +
+                       "' refers to nothing: expected the name of a plug or of a variable");
   }
 
   void value(const NRiStatement& one) {
@@ -153,7 +151,8 @@ class NRiCmplr::Runner {
     plug.checkReferences();
   }
 
-  NRiIPlug* call(const NRiCallNode& node) {
+  // `target`: the variable that the image is for, if it is for one.
+  NRiIPlug* call(const NRiCallNode& node, const NRiName& target = {}) {
     const NRiFunction* const function = scope_.function(node.function);
     if (!function || !function->address) {
       throw NRiError(node.position, "'" + NRiPrintable(node.function.view()) +
@@ -172,11 +171,15 @@ class NRiCmplr::Runner {
         places.emplace_back(one.text.c_str(), one.position);
       }
     }
-    const NRiOrigin origin(&places);
+    const NRiOrigin origin(&places, target);
     NRiIPlug* const image = NRiCall(function->address, function->images,
                                     static_cast<int>(node.arguments.size() - count), images, texts);
     if (!image) {
       throw NRiError(node.position, "'" + NRiPrintable(node.function.view()) + "' made no image");
+    }
+    // A function that made several nodes gave the name to the first.
+    if (!target.empty() && !(image->owner()->label() == target)) {
+      image->owner()->setLabel(target);
     }
     for (NRiPlug* const plug : image->owner()->getPublicPlugs()) plug->checkReferences();
     return image;
@@ -201,6 +204,7 @@ std::shared_ptr<NRiDeclaration> NRiCmplr::execute(NRiScope* scope, const NRiType
   NRiParser parser(*scope, *declaration, text.view(), file);
   const std::vector<NRiStatement> statements = parser.parse();
   errors_ = parser.errors();
+  included_ = parser.included();
   if (errors_.empty()) {
     Runner runner(*scope, result, errors_);
     runner.run(statements);

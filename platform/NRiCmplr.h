@@ -30,8 +30,11 @@ class NRI_API NRiCmplr {
 
   /// One line each: file:line:column: what was found and what was expected.
   const std::vector<std::string>& errors() const { return errors_; }
+  /// The files that the text included, as they were opened.
+  const std::vector<std::string>& included() const { return included_; }
 
  private:
   class Runner;
   std::vector<std::string> errors_;
+  std::vector<std::string> included_;
 };

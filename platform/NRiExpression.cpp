@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "platform/NRiLexer.h"
+#include "platform/NRiMath.h"
 
 namespace {
 constexpr int deepest = 128;  // each pair of brackets takes two
@@ -14,12 +15,7 @@ constexpr std::size_t longest = 65536;
 
 class NRiExpression::Compiler {
  public:
-  explicit Compiler(NRiExpression& out)
-      : out_(out),
-        lexer_(out.text_, out.position_.line > 0 ? out.position_.line : 1,
-               out.position_.line > 0 ? out.position_.column : 1) {
-    advance();
-  }
+  explicit Compiler(NRiExpression& out) : out_(out), lexer_(out.text_) { advance(); }
 
   void compile() {
     choice();
@@ -29,10 +25,7 @@ class NRiExpression::Compiler {
   }
 
  private:
-  NRiPosition here() const {
-    if (out_.position_.line <= 0) return out_.position_;
-    return {out_.position_.file, token_.line, token_.column};
-  }
+  NRiPosition here() const { return out_.position_.after(out_.text_, token_.offset); }
 
   [[noreturn]] void fail(const std::string& expected) const {
     throw NRiError(here(), (out_.position_.line > 0 ? std::string()
@@ -47,13 +40,13 @@ class NRiExpression::Compiler {
   }
 
   std::size_t emit(Op op, std::size_t argument = 0) {
-    out_.steps_.push_back({op, argument, at_.line, at_.column});
+    out_.steps_.push_back({op, argument, at_});
     return out_.steps_.size() - 1;
   }
 
   bool accept(const char* symbol) {
     if (!token_.is(symbol)) return false;
-    at_ = {{}, token_.line, token_.column};
+    at_ = token_.offset;
     advance();
     return true;
   }
@@ -109,7 +102,7 @@ class NRiExpression::Compiler {
   }
 
   void binary(void (Compiler::*operand)(), Op op) {
-    const NRiPosition at = at_;
+    const std::size_t at = at_;
     (this->*operand)();
     at_ = at;
     emit(op);
@@ -173,7 +166,7 @@ class NRiExpression::Compiler {
   }
 
   void atom() {
-    at_ = {{}, token_.line, token_.column};
+    at_ = token_.offset;
     if (accept("(")) {
       choice();
       if (!accept(")")) fail("')'");
@@ -186,9 +179,9 @@ class NRiExpression::Compiler {
       Reference reference;
       reference.plug = NRiName(token_.source);
       reference.offset = token_.offset;
-      reference.position = here();
       std::size_t end = token_.end();
       advance();
+      if (token_.is("(")) return call(reference);
       if (token_.is(".")) {
         advance();
         if (token_.kind != NRiToken::kName) fail("the name of a plug after '.'");
@@ -204,11 +197,56 @@ class NRiExpression::Compiler {
     }
   }
 
+  // A call: `name` has been read, the '(' has not.
+  void call(const Reference& name) {
+    const std::size_t at = name.offset;
+    const NRiMathFunction* const function = NRiMathNamed(name.plug.view());
+    if (!function) {
+      std::string names;
+      for (const NRiMathFunction& one : NRiMathFunctions()) {
+        names += (names.empty() ? "" : ", ") + std::string(one.name);
+      }
+      throw NRiError(out_.position_.after(out_.text_, at),
+                     "expected a function of expressions (" + names + "), found '" +
+                         NRiPrintable(name.plug.view()) + "'");
+    }
+    Call made{function, 0, {}};
+    advance();
+    while (!token_.is(")")) {
+      if (made.count > 0 && !accept(",")) fail("',' or ')'");
+      if (function->curve && made.count > 0) frame(made.frames);
+      choice();
+      ++made.count;
+    }
+    const auto count = static_cast<int>(made.count);
+    if (count < function->least || (function->most != 0 && count > function->most)) {
+      fail(std::string(count < function->least ? "another argument" : "no more arguments") +
+           " for " + std::string(function->name) + "(" + std::string(function->arguments) + ")");
+    }
+    advance();
+    at_ = at;
+    out_.calls_.push_back(std::move(made));
+    emit(Op::kCall, out_.calls_.size() - 1);
+  }
+
+  // The frame of a key, and the '@' behind it.
+  void frame(std::vector<double>& frames) {
+    const bool negative = accept("-");
+    if (token_.kind != NRiToken::kNumber) fail("a key, frame@value, whose frame is a number");
+    const double number = negative ? -token_.number : token_.number;
+    if (!frames.empty() && frames.back() >= number) {
+      fail("the keys in the order of their frames");
+    }
+    frames.push_back(number);
+    advance();
+    if (!accept("@")) fail("'@' and a value after the key's frame");
+  }
+
   NRiExpression& out_;
   NRiLexer lexer_;
   NRiToken token_;
   std::size_t last_ = 0;  // end of the token before
-  NRiPosition at_;
+  std::size_t at_ = 0;    // of the operator that is being compiled
   int depth_ = 0;
 };
 
@@ -229,11 +267,16 @@ NRiExpression::NRiExpression(std::string_view text, const NRiPosition& position)
 }
 
 NRiError NRiExpression::fault(const Step& step, const std::string& what) const {
-  const std::string where = " in '" + NRiPrintable(text_) + "'";
+  const std::string where = " in '" + NRiPrintable(NRiOnOneLine(text_)) + "'";
   if (position_.line <= 0) {
-    return NRiError(what + where + " at " + std::to_string(step.column));
+    return NRiError(what + where + " at " + std::to_string(step.offset + 1));
   }
-  return {{position_.file, step.line, step.column}, what + where};
+  return {position_.after(text_, step.offset), what + where};
+}
+
+std::string NRiExpression::shown(const Reference& reference) const {
+  return NRiPrintable(
+      NRiOnOneLine(std::string_view(text_).substr(reference.offset, reference.length)));
 }
 
 void NRiExpression::binary(const Step& step, std::vector<NRiOperand>& stack) const {
@@ -282,6 +325,31 @@ void NRiExpression::binary(const Step& step, std::vector<NRiOperand>& stack) con
   }
 }
 
+void NRiExpression::call(const Step& step, std::vector<NRiOperand>& stack) const {
+  const Call& made = calls_[step.argument];
+  std::vector<double> numbers;
+  numbers.reserve(made.count);
+  const auto first = stack.end() - static_cast<std::ptrdiff_t>(made.count);
+  for (auto one = first; one != stack.end(); ++one) {
+    if (one->isText) throw fault(step, "a text where a number is expected");
+    numbers.push_back(one->number);
+  }
+  stack.erase(first, stack.end());
+  double result = 0;
+  if (made.function->curve) {
+    std::vector<orvanite::CurveKey> keys;
+    keys.reserve(made.frames.size());
+    for (std::size_t i = 0; i < made.frames.size(); ++i) {
+      keys.push_back({made.frames[i], numbers[i + 1]});
+    }
+    result = orvanite::curveAt(*made.function->curve, keys, numbers[0]);
+  } else if (const char* const wrong = made.function->work(numbers, result)) {
+    throw fault(step, wrong);
+  }
+  if (!std::isfinite(static_cast<float>(result))) throw fault(step, "a number beyond 3.4e38");
+  stack.push_back({false, result, {}});
+}
+
 NRiOperand NRiExpression::run(const std::function<NRiOperand(std::size_t)>& look) const {
   std::vector<NRiOperand> stack;
   const auto isTrue = [&](const Step& step) {
@@ -297,6 +365,9 @@ NRiOperand NRiExpression::run(const std::function<NRiOperand(std::size_t)>& look
         break;
       case Op::kReference:
         stack.push_back(look(step.argument));
+        break;
+      case Op::kCall:
+        call(step, stack);
         break;
       case Op::kNegate:
         isTrue(step);

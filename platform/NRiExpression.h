@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Expressions on plugs: arithmetic, comparison, `&&`, `||`, `!`, `?:`, numbers, texts, and
-// references to plugs, by name or as node.plug. Compiled to a short program for a stack machine,
-// so that neither compiling nor running recurses beyond a fixed depth. Knows nothing of plugs: who
-// runs one looks the references up.
+// Expressions on plugs: arithmetic, comparison, `&&`, `||`, `!`, `?:`, numbers, texts, functions,
+// and references to plugs, by name or as node.plug. Compiled to a short program for a stack
+// machine, so that neither compiling nor running recurses beyond a fixed depth. Knows nothing of
+// plugs: who runs one looks the references up.
 #pragma once
 
 #include <functional>
@@ -22,6 +22,8 @@ struct NRiOperand {
   NRiName text;
 };
 
+struct NRiMathFunction;
+
 class NRI_API NRiExpression {
  public:
   struct Reference {
@@ -29,7 +31,6 @@ class NRI_API NRiExpression {
     NRiName plug;
     std::size_t offset = 0;  // in the text
     std::size_t length = 0;
-    NRiPosition position;
   };
 
   /// Compiles a text that stands at `position` of a script. Throws NRiError with the place of what
@@ -39,6 +40,12 @@ class NRI_API NRiExpression {
   const std::string& text() const { return text_; }
   const std::vector<Reference>& references() const { return references_; }
   const NRiPosition& position() const { return position_; }
+  /// Where a reference stands in the script.
+  NRiPosition positionOf(const Reference& reference) const {
+    return position_.after(text_, reference.offset);
+  }
+  /// A reference as a message names it.
+  std::string shown(const Reference& reference) const;
 
   /// The value of an expression that is one number or one text, perhaps with a sign; or null.
   const NRiOperand* constant() const { return constant_ ? &value_ : nullptr; }
@@ -51,6 +58,7 @@ class NRI_API NRiExpression {
   enum class Op : unsigned char {
     kConstant,
     kReference,
+    kCall,
     kNegate,
     kNot,
     kTruth,
@@ -71,20 +79,26 @@ class NRI_API NRiExpression {
   };
   struct Step {
     Op op;
-    std::size_t argument = 0;  // a constant, a reference, a step to jump to
-    int line = 0;
-    int column = 0;
+    std::size_t argument = 0;  // a constant, a reference, a call, a step to jump to
+    std::size_t offset = 0;    // in the text, for messages
+  };
+  struct Call {
+    const NRiMathFunction* function;
+    std::size_t count;           // of arguments, all on the stack
+    std::vector<double> frames;  // of a curve's keys, ascending; their values are the arguments
   };
   class Compiler;
 
   NRiError fault(const Step& step, const std::string& what) const;
   void binary(const Step& step, std::vector<NRiOperand>& stack) const;
+  void call(const Step& step, std::vector<NRiOperand>& stack) const;
 
   std::string text_;
   NRiPosition position_;
   std::vector<Step> steps_;
   std::vector<NRiOperand> constants_;
   std::vector<Reference> references_;
+  std::vector<Call> calls_;
   NRiOperand value_;
   bool constant_ = false;
 };

@@ -51,8 +51,19 @@ std::string NRiQuoted(std::string_view text) {
   return quoted + '"';
 }
 
-std::string_view NRiGap(std::string_view gap) {
-  return gap.find_first_not_of(" \t") == std::string_view::npos ? gap : " ";
+std::string NRiOnOneLine(std::string_view expression) {
+  std::string line;
+  NRiLexer lexer(expression);
+  std::size_t end = 0;
+  for (NRiToken token = lexer.next(); token.kind != NRiToken::kEnd; token = lexer.next()) {
+    if (!line.empty()) {
+      const std::string_view gap = expression.substr(end, token.offset - end);
+      line += gap.find_first_not_of(" \t") == std::string_view::npos ? gap : " ";
+    }
+    line += token.source;
+    end = token.end();
+  }
+  return line;
 }
 
 std::string NRiToken::described() const {
@@ -124,7 +135,7 @@ NRiToken NRiLexer::next() {
   for (const char* symbol : {"==", "!=", "<=", ">=", "&&", "||"}) {
     if (pair == symbol) return take(NRiToken::kSymbol, 2);
   }
-  if (std::string_view("()+-*/,;.?:=<>!").find(c) != std::string_view::npos) {
+  if (std::string_view("()+-*/,;.?:=<>!@").find(c) != std::string_view::npos) {
     return take(NRiToken::kSymbol, 1);
   }
   // A run of bytes that mean nothing is one error.
@@ -132,7 +143,7 @@ NRiToken NRiLexer::next() {
   while (at_ + length < text_.size()) {
     const char d = text_[at_ + length];
     if (isBlank(d) || isNamePart(d) ||
-        std::string_view("\"()+-*/,;.?:=<>!#").find(d) != std::string_view::npos) {
+        std::string_view("\"()+-*/,;.?:=<>!@#").find(d) != std::string_view::npos) {
       break;
     }
     ++length;

@@ -27,8 +27,7 @@ struct NRiToken {
 
 class NRI_API NRiLexer {
  public:
-  explicit NRiLexer(std::string_view text, int line = 1, int column = 1)
-      : text_(text), line_(line), column_(column) {}
+  explicit NRiLexer(std::string_view text) : text_(text) {}
   NRiToken next();
 
   static constexpr std::size_t longestName = 256;
@@ -44,16 +43,15 @@ class NRI_API NRiLexer {
 
   std::string_view text_;
   std::size_t at_ = 0;
-  int line_;
-  int column_;
+  int line_ = 1;
+  int column_ = 1;
 };
 
 /// A text in quotes, as the lexer reads it back.
 NRI_API std::string NRiQuoted(std::string_view text);
 
-/// What parts two tokens where an expression stands on one line: blanks and tabs as they are, one
-/// blank for comments and line breaks. `gap` is what stands between them.
-NRI_API std::string_view NRiGap(std::string_view gap);
+/// An expression on one line: blanks and tabs as they are, one blank for comments and line breaks.
+NRI_API std::string NRiOnOneLine(std::string_view expression);
 
 /// A value in a message: printable, at most 60 characters.
 NRI_API std::string NRiPrintable(std::string_view text);

@@ -57,10 +57,15 @@ class NRI_API NRiNode {
   /// Plugs that a script sets: inputs that are no images.
   std::vector<NRiPlug*> getPublicPlugs() const;
 
-  /// What a script calls it.
+  /// Its own among the children of the parent.
   const NRiName& name() const { return name_; }
   /// Takes the name, or name_2, name_3 and so on when another child of the parent bears it.
   void setName(const NRiName& name);
+  /// What the script calls it: the variable that its image was assigned to first, which others may
+  /// have been assigned to since; without one, its name.
+  const NRiName& label() const { return label_.empty() ? name_ : label_; }
+  /// Takes the name of a variable, for label() and as far as it is free for name().
+  void setLabel(const NRiName& variable);
 
   /// Hands the node to `parent`, which then owns it; a node without a name gets one from its class.
   /// Null takes it out of the tree; the caller then owns it.
@@ -85,4 +90,5 @@ class NRI_API NRiNode {
   std::vector<NRiNode*> children_;  // owned
   NRiNode* parent_ = nullptr;
   NRiName name_;
+  NRiName label_;
 };

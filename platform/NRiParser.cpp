@@ -3,8 +3,14 @@
 // The script language: extern declarations, assignments, calls.
 #include "platform/NRiParser.h"
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
 #include "platform/NRiCall.h"
 #include "platform/NRiExpression.h"
+#include "platform/NRiMath.h"
 #include "platform/NRiNode.h"
 
 namespace {
@@ -18,13 +24,30 @@ NRiId typeNamed(const NRiToken& token) {
                                     : nriNull;
 }
 
+// What some editors put before a text in UTF-8.
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+// The text of a line that holds a `//` comment and nothing else; empty for any other.
+std::string commentOf(std::string_view line) {
+  const std::size_t start = line.find_first_not_of(" \t");
+  if (start == std::string_view::npos || !line.substr(start).starts_with("//")) return {};
+  line.remove_prefix(start + 2);
+  const std::size_t first = line.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return std::string(line.substr(first, line.find_last_not_of(" \t\r") + 1 - first));
+}
+
 std::string quote(const NRiName& name) { return "'" + NRiPrintable(name.view()) + "'"; }
 
 }  // namespace
 
 NRiParser::NRiParser(NRiScope& scope, NRiDeclaration& declaration, std::string_view text,
                      std::string file)
-    : scope_(scope), declaration_(declaration), text_(text), file_(std::move(file)), lexer_(text) {
+    : scope_(scope),
+      declaration_(declaration),
+      text_(text.starts_with(byteOrderMark) ? text.substr(byteOrderMark.size()) : text),
+      file_(std::move(file)),
+      lexer_(text_) {
   for (const auto& [name, image] : scope.images()) known_[name] = Meaning::kImage;
   for (const NRiPlug* const plug : NRiNode::getRoot()->getPublicPlugs()) {
     known_[plug->name()] = Meaning::kValue;
@@ -82,6 +105,9 @@ std::vector<NRiStatement> NRiParser::parse() {
       if (token_.kind == NRiToken::kBad) throw NRiError(here(), token_.text);
       if (token_.kind == NRiToken::kName && token_.source == "extern") {
         declaration();
+      } else if (token_.kind == NRiToken::kName && token_.source == "include" &&
+                 next_.kind == NRiToken::kText) {
+        include(statements);
       } else if (token_.is(";")) {
         advance();
       } else {
@@ -89,7 +115,7 @@ std::vector<NRiStatement> NRiParser::parse() {
       }
     } catch (const NRiError& error) {
       errors_.emplace_back(error.what());
-      if (errors_.size() == mostErrors) {
+      if (errors_.size() >= mostErrors) {
         errors_.push_back(file_ + ": too many errors");
         break;
       }
@@ -99,12 +125,80 @@ std::vector<NRiStatement> NRiParser::parse() {
   return statements;
 }
 
+// include "look.orv"; the statements of a file, whose path counts from the folder of this one.
+void NRiParser::include(std::vector<NRiStatement>& out) {
+  namespace fs = std::filesystem;
+  advance();
+  const NRiPosition place = here();
+  const std::string shown = token_.described();
+  const std::string path = (fs::path(file_).parent_path() / token_.text).string();
+  advance();
+  if (!token_.is(";")) fail("';' after the statement");
+  std::error_code error;
+  const std::string whole = fs::weakly_canonical(path, error).string();
+  if (open_.empty()) open_.push_back(fs::weakly_canonical(file_, error).string());
+  if (std::find(open_.begin(), open_.end(), whole) != open_.end()) {
+    throw NRiError(place, shown + " includes itself: expected no circle");
+  }
+  if (open_.size() == deepestInclude || included_.size() >= mostIncludes) {
+    throw NRiError(place, "expected at most 256 files that are included, and 16 in one another");
+  }
+  std::ifstream file(path, std::ios::binary);
+  if (!fs::is_regular_file(path, error) || !file) {
+    throw NRiError(place, shown + " cannot be read");
+  }
+  std::string text(longestScript + 1, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  included_.push_back(path);
+
+  NRiParser inner(scope_, declaration_, text, path);
+  inner.known_ = known_;
+  inner.open_ = open_;
+  inner.open_.push_back(whole);
+  inner.included_ = included_;
+  for (NRiStatement& one : inner.parse()) out.push_back(std::move(one));
+  known_ = std::move(inner.known_);
+  included_ = std::move(inner.included_);
+  errors_.insert(errors_.end(), inner.errors_.begin(), inner.errors_.end());
+  advance();
+}
+
+// The `//` comments on the lines before a place, joined.
+std::string NRiParser::commentBefore(std::size_t offset) const {
+  std::string comment;
+  std::size_t end = offset == 0 ? 0 : text_.rfind('\n', offset - 1);
+  while (end != std::string_view::npos && end > 0) {
+    const std::size_t before = text_.rfind('\n', end - 1);
+    const std::size_t start = before == std::string_view::npos ? 0 : before + 1;
+    const std::string line = commentOf(text_.substr(start, end - start));
+    if (line.empty()) break;
+    comment = comment.empty() ? line : line + " " + comment;
+    end = before;
+  }
+  return comment;
+}
+
+// The `//` comment that begins behind a place on its line, with those on the lines below, joined.
+std::string NRiParser::commentBehind(std::size_t offset) const {
+  std::string comment;
+  while (offset < text_.size()) {
+    const std::size_t end = std::min(text_.find('\n', offset), text_.size());
+    const std::string line = commentOf(text_.substr(offset, end - offset));
+    if (line.empty()) break;
+    comment += (comment.empty() ? "" : " ") + line;
+    offset = end + 1;
+  }
+  return comment;
+}
+
 // extern image Name(type [name] [= default], ...);
 void NRiParser::declaration() {
+  NRiFunction function;
+  function.help = commentBefore(token_.offset);
   advance();
   if (typeNamed(token_) != nriImage) fail("'image' after 'extern'");
   advance();
-  NRiFunction function;
   function.declared = here();
   function.name = takeName("the name of the function");
   expect("(");
@@ -120,6 +214,9 @@ void NRiParser::declaration() {
       throw NRiError(place, "expected at most 40 arguments that are no images");
     }
     if (one.type == nriImage) ++function.images;
+    // The last one's comment stands behind the ';'.
+    const bool isLast = token_.is(")") && next_.is(";");
+    one.help = commentBehind(isLast ? next_.end() : token_.end());
     function.parameters.push_back(std::move(one));
   }
   advance();
@@ -160,9 +257,7 @@ NRiParameter NRiParser::parameter(const std::vector<NRiParameter>& earlier, NRiP
   const Piece value = piece();
   const bool content = value.quoted && one.type != nriString;
   one.text = content ? value.content : value.text;
-  NRiPosition at = value.position;
-  if (content) ++at.column;
-  const NRiExpression expression(one.text, at);
+  const NRiExpression expression(one.text, content ? value.contentPosition : value.position);
   for (const auto& reference : expression.references()) {
     bool found = reference.node.empty() && reference.plug.view() == "time";
     for (const NRiParameter& other : earlier) {
@@ -170,9 +265,8 @@ NRiParameter NRiParser::parameter(const std::vector<NRiParameter>& earlier, NRiP
     }
     if (!found) {
       throw NRiError(
-          reference.position,
-          "expected the name of an earlier argument, found '" +
-              NRiPrintable(expression.text().substr(reference.offset, reference.length)) + "'");
+          expression.positionOf(reference),
+          "expected the name of an earlier argument, found '" + expression.shown(reference) + "'");
     }
   }
   return one;
@@ -182,21 +276,29 @@ NRiParameter NRiParser::parameter(const std::vector<NRiParameter>& earlier, NRiP
 NRiParser::Piece NRiParser::piece() {
   Piece found;
   found.position = here();
+  const std::size_t start = token_.offset;
+  std::size_t end = start;
   int depth = 0;
-  std::size_t end = 0;
   int count = 0;
   while (token_.kind != NRiToken::kEnd && !token_.is(";")) {
     if (depth == 0 && (token_.is(",") || token_.is(")"))) break;
     if (token_.is("(")) ++depth;
     if (token_.is(")")) --depth;
-    if (count > 0) found.text += NRiGap(text_.substr(end, token_.offset - end));
-    found.text += token_.source;
     end = token_.end();
     found.quoted = ++count == 1 && token_.kind == NRiToken::kText;
     if (found.quoted) found.content = token_.text;
     advance();
   }
   if (count == 0) fail("an expression");
+  found.text = text_.substr(start, end - start);
+  // Plugs take texts that end with a null: none may stand in a comment.
+  if (found.text.find('\0') != std::string::npos) found.text = NRiOnOneLine(found.text);
+  if (found.quoted) {
+    found.contentPosition = found.position;
+    ++found.contentPosition.column;
+    const std::string written = found.text.substr(1, found.text.size() - 2);
+    if (written.find('\\') != std::string::npos) found.contentPosition.written = written;
+  }
   return found;
 }
 
@@ -250,7 +352,9 @@ void NRiParser::assignment(NRiStatement& one, NRiId type) {
   const auto named =
       token_.kind == NRiToken::kName ? known_.find(NRiName(token_.source)) : known_.end();
   Meaning meaning = Meaning::kValue;
-  if (token_.kind == NRiToken::kName && next_.is("(")) {
+  // A function that a script declares hides one of expressions, as in scripts that are older.
+  const bool called = token_.kind == NRiToken::kName && next_.is("(");
+  if (called && (scope_.function(NRiName(token_.source)) || !NRiMathNamed(token_.source))) {
     meaning = Meaning::kImage;
     one.kind = NRiStatement::kImage;
     one.call = call(1);
@@ -291,28 +395,54 @@ std::unique_ptr<NRiCallNode> NRiParser::call(int depth) {
   }
   advance();  // the '(' that made this a call
   const std::size_t count = function->parameters.size();
+  node->arguments.resize(count);
+  std::vector<bool> given(count, false);
+  std::size_t placed = 0;  // arguments that say by their place what they are
+  bool isFirst = true;
+  bool named = false;
   while (!token_.is(")")) {
-    const std::size_t index = node->arguments.size();
-    if (index > 0) expect(",");
-    if (index == count) {
+    if (!std::exchange(isFirst, false)) expect(",");
+    std::size_t index = placed;
+    if (token_.kind == NRiToken::kName && next_.is("=")) {
+      named = true;
+      index = indexOfNamed(*function, given);
+    } else if (named) {
+      fail("a name and '=' before an argument that follows one with a name");
+    } else if (placed++ == count) {
       fail("')' after the " + std::to_string(count) + " arguments of " + quote(function->name));
     }
-    node->arguments.push_back(argument(*function, index, depth));
+    given[index] = true;
+    node->arguments[index] = argument(*function, index, depth);
     if (!token_.is(",") && !token_.is(")")) fail("',' or ')'");
   }
-  for (std::size_t i = node->arguments.size(); i < count; ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (given[i]) continue;
     const NRiParameter& missing = function->parameters[i];
     if (!missing.hasDefault) {
       fail((missing.type == nriImage ? "an image" : "a value") + std::string(" for argument ") +
            std::to_string(i + 1) + " of " + quote(function->name));
     }
-    NRiArgument one;
-    one.position = here();
-    one.text = missing.text;
-    node->arguments.push_back(std::move(one));
+    node->arguments[i].position = here();
+    node->arguments[i].text = missing.text;
   }
   advance();
   return node;
+}
+
+// Reads `name =` of an argument; which it is.
+std::size_t NRiParser::indexOfNamed(const NRiFunction& function, const std::vector<bool>& given) {
+  std::string names;
+  for (std::size_t i = 0; i < function.parameters.size(); ++i) {
+    const NRiName& name = function.parameters[i].name;
+    if (name.view() == token_.source) {
+      if (given[i]) fail("each argument once");
+      advance();
+      advance();
+      return i;
+    }
+    if (!name.empty()) names += (names.empty() ? "" : ", ") + std::string(name.view());
+  }
+  fail("an argument of " + quote(function.name) + " (" + names + ")");
 }
 
 NRiArgument NRiParser::argument(const NRiFunction& function, std::size_t index, int depth) {
@@ -323,14 +453,15 @@ NRiArgument NRiParser::argument(const NRiFunction& function, std::size_t index, 
     const Piece value = piece();
     const bool content = value.quoted && parameter.type != nriString;
     one.text = content ? value.content : value.text;
-    if (content) ++one.position.column;
+    if (content) one.position = value.contentPosition;
     const NRiExpression check(one.text, one.position);
     const NRiOperand* const constant = check.constant();
     if (constant && constant->isText != (parameter.type == nriString)) {
-      throw NRiError(one.position,
-                     "expected " + std::string(constant->isText ? "a number" : "a text") +
-                         " for argument " + std::to_string(index + 1) + " of " +
-                         quote(function.name) + ", found '" + NRiPrintable(one.text) + "'");
+      throw NRiError(one.position, "expected " +
+                                       std::string(constant->isText ? "a number" : "a text") +
+                                       " for argument " + std::to_string(index + 1) + " of " +
+                                       quote(function.name) + ", found '" +
+                                       NRiPrintable(NRiOnOneLine(one.text)) + "'");
     }
     return one;
   }

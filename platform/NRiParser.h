@@ -46,17 +46,22 @@ class NRI_API NRiParser {
 
   std::vector<NRiStatement> parse();
   const std::vector<std::string>& errors() const { return errors_; }
+  /// The files that it includes, and those that they include, as they were opened.
+  const std::vector<std::string>& included() const { return included_; }
 
   static constexpr std::size_t longestScript = std::size_t{1} << 20;
   static constexpr std::size_t mostErrors = 20;
   static constexpr int deepestCall = 64;
+  static constexpr std::size_t deepestInclude = 16;
+  static constexpr std::size_t mostIncludes = 256;
 
  private:
   struct Piece {
-    std::string text;
+    std::string text;  // as the script has it
     NRiPosition position;
     bool quoted = false;  // one text in quotes and nothing more; `text` is with its quotes
-    std::string content;
+    std::string content;  // of that text
+    NRiPosition contentPosition;
   };
   enum class Meaning { kImage, kValue, kBroken };
 
@@ -67,11 +72,15 @@ class NRI_API NRiParser {
   NRiName takeName(const char* what);
   void recover();
 
+  void include(std::vector<NRiStatement>& out);
   void declaration();
+  std::string commentBefore(std::size_t offset) const;
+  std::string commentBehind(std::size_t offset) const;
   NRiParameter parameter(const std::vector<NRiParameter>& earlier, NRiPosition& place);
   void statement(std::vector<NRiStatement>& out);
   void assignment(NRiStatement& statement, NRiId type);
   std::unique_ptr<NRiCallNode> call(int depth);
+  std::size_t indexOfNamed(const NRiFunction& function, const std::vector<bool>& given);
   NRiArgument argument(const NRiFunction& function, std::size_t index, int depth);
   Piece piece();
 
@@ -85,4 +94,6 @@ class NRI_API NRiParser {
   std::string before_;  // the token before token_, for messages
   std::unordered_map<NRiName, Meaning, NRiNameHash> known_;
   std::vector<std::string> errors_;
+  std::vector<std::string> included_;
+  std::vector<std::string> open_;  // the files that are being read, the outermost first
 };

@@ -14,15 +14,12 @@
 
 #include "platform/NRiExpression.h"
 #include "platform/NRiLexer.h"
-#include "platform/NRiNode.h"
 #include "platform/NRiOrigin.h"
-#include "platform/NRiScope.h"
 
 namespace {
 
 constexpr int longestChain = 1024;
 thread_local int chain = 0;
-thread_local const NRiOrigin::Places* origins = nullptr;
 
 void dropOne(std::vector<NRiPlug*>& from, const NRiPlug* plug) {
   const auto found = std::find(from.begin(), from.end(), plug);
@@ -34,31 +31,7 @@ int toInt(double value) {
   return value >= 2147483647.0 ? 2147483647 : static_cast<int>(value);
 }
 
-std::string onOneLine(std::string_view expression) {
-  std::string line;
-  NRiLexer lexer(expression);
-  std::size_t end = 0;
-  for (NRiToken token = lexer.next(); token.kind != NRiToken::kEnd; token = lexer.next()) {
-    if (!line.empty()) line += NRiGap(expression.substr(end, token.offset - end));
-    line += token.source;
-    end = token.end();
-  }
-  return line;
-}
-
 }  // namespace
-
-NRiOrigin::NRiOrigin(const Places* places) : outer_(std::exchange(origins, places)) {}
-NRiOrigin::~NRiOrigin() { origins = outer_; }
-
-NRiPosition NRiOrigin::of(const char* text) {
-  if (origins) {
-    for (const auto& [address, place] : *origins) {
-      if (address == text) return place;
-    }
-  }
-  return {};
-}
 
 NRiPlug::NRiPlug(NRiNode* owner, const NRiName& name, NRiId type, IO io, NRiPlug* parent)
     : owner_(owner),
@@ -110,8 +83,8 @@ void NRiPlug::reset() {
   object_ = nullptr;
 }
 
-// Plugs that are destroyed spread, too, so that nothing here may fail: those still to be gone on from
-// are chained through themselves. Each is there once, as only one that was not dirty comes in.
+// Plugs that are destroyed spread, too, so that nothing here may fail: those still to be gone on
+// from are chained through themselves. Each is there once, as only one that was not dirty comes in.
 void NRiPlug::spread() {
   NRiPlug* work = nullptr;
   const auto goOnFrom = [&work](const NRiPlug& plug) {
@@ -120,7 +93,7 @@ void NRiPlug::spread() {
       dependent->dirty_ = true;
       dependent->next_ = work;
       work = dependent;
-      if (dependent->owner_) dependent->owner_->notify(dependent);
+      dependent->tellOwner();
     }
   };
   goOnFrom(*this);
@@ -138,7 +111,7 @@ void NRiPlug::changed() {
   dirty_ = false;
   if (evaluating_) return;
   leave();
-  if (owner_) owner_->notify(this);
+  tellOwner();
   spread();
 }
 
@@ -188,13 +161,7 @@ void NRiPlug::set(const char* text) {
     } catch (const NRiError&) {
       reference.reset();
     }
-    const bool names = reference && reference->references().size() == 1 &&
-                       reference->references()[0].length == content.size();
-    if (names) {
-      const auto& to = reference->references()[0];
-      NRiPlug* const target = NRiScope::findPlug(owner_, to.node, to.plug);
-      if (target && target != this) return setExpression(std::move(reference));
-    }
+    if (reference && isName(*reference)) return setExpression(std::move(reference));
     return set(NRiName(content));
   }
   auto expression = std::make_unique<NRiExpression>(content, place);
@@ -202,7 +169,8 @@ void NRiPlug::set(const char* text) {
   if (!constant) return setExpression(std::move(expression));
   if (constant->isText != (type_ == nriString)) {
     throw NRiError(place, "expected " + std::string(type_ == nriString ? "a text" : "a number") +
-                              " for '" + fullName() + "', found '" + NRiPrintable(content) + "'");
+                              " for '" + fullName() + "', found '" +
+                              NRiPrintable(NRiOnOneLine(content)) + "'");
   }
   if (type_ == nriString) return set(constant->text);
   if (type_ == nriInt) return set(toInt(constant->number));
@@ -215,37 +183,16 @@ void NRiPlug::setExpression(std::unique_ptr<NRiExpression> expression) {
   targets_.assign(expression_->references().size(), nullptr);
   for (std::size_t i = 0; i < targets_.size(); ++i) resolve(i);
   dirty_ = true;
-  if (owner_) owner_->notify(this);
+  tellOwner();
   spread();
-}
-
-bool NRiPlug::resolve(std::size_t i) {
-  if (targets_[i]) return true;
-  const auto& reference = expression_->references()[i];
-  NRiPlug* const target = NRiScope::findPlug(owner_, reference.node, reference.plug);
-  if (!target) return false;
-  target->dependents_.push_back(this);
-  targets_[i] = target;
-  return true;
-}
-
-void NRiPlug::checkReferences() {
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    if (resolve(i)) continue;
-    const auto& reference = expression_->references()[i];
-    const std::string shown = NRiPrintable(
-        std::string_view(expression_->text()).substr(reference.offset, reference.length));
-    throw NRiError(reference.position, "'" + shown + "' in '" + fullName() +
-                                           "' refers to nothing: expected the name of a plug");
-  }
 }
 
 void NRiPlug::store(const NRiOperand& value) {
   if (value.isText != (type_ == nriString)) {
     throw NRiError(expression_->position(),
                    "expected " + std::string(type_ == nriString ? "a text" : "a number") +
-                       " for '" + fullName() + "' from '" + NRiPrintable(expression_->text()) +
-                       "'");
+                       " for '" + fullName() + "' from '" +
+                       NRiPrintable(NRiOnOneLine(expression_->text())) + "'");
   }
   text_ = value.text;
   number_ = static_cast<float>(value.number);
@@ -289,8 +236,8 @@ void NRiPlug::update() {
   } else if (source_) {
     source_->update();
     copyFrom(*source_);
-  } else if (owner_) {
-    owner_->eval(this);
+  } else {
+    askOwner();
   }
   dirty_ = false;
   ++evaluations_;
@@ -337,7 +284,7 @@ void NRiPlug::connect(NRiPlug* source) {
   } else {
     return;
   }
-  if (owner_) owner_->notify(this);
+  tellOwner();
   spread();
 }
 
@@ -361,47 +308,4 @@ void NRiPlug::removeDependency(NRiPlug* source) {
 
 void NRiPlug::setFlag(int flag, int on, [[maybe_unused]] int reserved) {
   flags_ = on ? flags_ | flag : flags_ & ~flag;
-}
-
-std::string NRiPlug::fullName() const {
-  std::string name(name_.view());
-  if (parent_) name = std::string(parent_->name_.view()) + "." + name;
-  if (owner_ && owner_ != NRiNode::getRoot()) {
-    name = std::string(owner_->name().view()) + "." + name;
-  }
-  return name;
-}
-
-std::string NRiPlug::scriptText() {
-  if (!expression_) return scriptValue();
-  std::string text;
-  std::size_t from = 0;
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    const auto& reference = expression_->references()[i];
-    text.append(expression_->text(), from, reference.offset - from);
-    from = reference.offset + reference.length;
-    const NRiPlug* const target = targets_[i];
-    if (!target) {
-      text.append(expression_->text(), reference.offset, reference.length);
-    } else if (target->owner_ == owner_ ||
-               (target->owner_ == NRiNode::getRoot() && reference.node.empty())) {
-      text += target->name_.view();
-    } else if (target->owner_ == NRiNode::getRoot()) {
-      text += "script." + std::string(target->name_.view());
-    } else {
-      text += target->fullName();
-    }
-  }
-  return onOneLine(text.append(expression_->text(), from));
-}
-
-std::string NRiPlug::scriptValue() {
-  try {
-    update();
-  } catch (const NRiError&) {
-    return type_ == nriString ? "\"\"" : "0";
-  }
-  if (type_ == nriString) return NRiQuoted(text_.view());
-  if (type_ == nriInt) return fmt::format("{}", integer_);
-  return std::isfinite(number_) ? fmt::format("{}", number_) : "0";
 }

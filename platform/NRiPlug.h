@@ -107,16 +107,12 @@ class NRI_API NRiPlug {
   /// "node.plug", for messages.
   std::string fullName() const;
 
-  /// Whether an expression gives the value.
-  bool hasExpression() const { return expression_ != nullptr; }
+  /// The expression that gives the value, or null.
+  const NRiExpression* expression() const { return expression_.get(); }
   /// Plugs that the expression refers to; null for what refers to nothing.
   const std::vector<NRiPlug*>& targets() const { return targets_; }
   /// Throws NRiError when the expression refers to nothing.
   void checkReferences();
-  /// The value or the expression as a script argument, under the present names of other nodes.
-  std::string scriptText();
-  /// The value alone as a script argument; zero when it cannot be had.
-  std::string scriptValue();
 
  private:
   void update();
@@ -125,7 +121,11 @@ class NRI_API NRiPlug {
   void leave();
   void changed();
   void forget(NRiPlug* gone);
+  // What the plug asks of its node and of the tree.
+  void tellOwner();
+  void askOwner();
   bool resolve(std::size_t i);
+  bool isName(const NRiExpression& expression) const;
   void setExpression(std::unique_ptr<NRiExpression> expression);
   void store(const NRiOperand& value);
   void copyFrom(const NRiPlug& other);

@@ -3,7 +3,7 @@
 // The global scope.
 #include "platform/NRiScope.h"
 
-#include "platform/NRiNode.h"
+#include <algorithm>
 
 NRiDeclaration::~NRiDeclaration() {
   for (const NRiName& name : functions) NRiScope::getGlobal()->undeclare(name);
@@ -25,24 +25,16 @@ bool NRiScope::declare(const NRiFunction& function, bool& fresh) {
   return made || place->second.parameters == function.parameters;
 }
 
+std::vector<const NRiFunction*> NRiScope::functions() const {
+  std::vector<const NRiFunction*> all;
+  for (const auto& [name, function] : functions_) all.push_back(&function);
+  std::sort(all.begin(), all.end(), [](const NRiFunction* a, const NRiFunction* b) {
+    return a->name.view() < b->name.view();
+  });
+  return all;
+}
+
 NRiIPlug* NRiScope::image(const NRiName& name) const {
   const auto found = images_.find(name);
   return found == images_.end() ? nullptr : found->second;
-}
-
-void NRiScope::forget(const NRiNode* node) {
-  std::erase_if(images_, [node](const auto& entry) { return entry.second->owner() == node; });
-}
-
-NRiNode* NRiScope::findNode(const NRiName& name) {
-  if (name.view() == "script") return NRiNode::getRoot();
-  if (NRiIPlug* const image = getGlobal()->image(name)) return image->owner();
-  return NRiNode::getRoot()->child(name);
-}
-
-NRiPlug* NRiScope::findPlug(const NRiNode* from, const NRiName& node, const NRiName& plug) {
-  const NRiNode* const owner = node.empty() ? from : findNode(node);
-  NRiPlug* found = owner ? owner->getPlug(plug) : nullptr;
-  if (!found && node.empty()) found = NRiNode::getRoot()->getPlug(plug);
-  return found && found->type() != nriImage && found->type() != nriPointer ? found : nullptr;
 }

@@ -23,8 +23,12 @@ struct NRiParameter {
   NRiName name;             // empty for an unnamed one
   bool hasDefault = false;  // whether a call may leave it out
   std::string text;         // of the default, as a plug takes it; images have none
-  /// Equal declarations.
-  bool operator==(const NRiParameter&) const = default;
+  std::string help;         // what the declaration says behind it in a comment, as one line
+  /// Equal declarations: what is said of them does not count.
+  bool operator==(const NRiParameter& other) const {
+    return type == other.type && name == other.name && hasDefault == other.hasDefault &&
+           text == other.text;
+  }
 };
 
 /// A function that scripts may call.
@@ -32,6 +36,7 @@ struct NRiFunction {
   NRiName name;                          // as scripts write it
   std::vector<NRiParameter> parameters;  // images first
   int images = 0;                        // how many parameters are images
+  std::string help;                      // what the declaration says before it in a comment
   NRiPosition declared;                  // where, for messages
   void* address = nullptr;               // null until bound
 };
@@ -57,6 +62,8 @@ class NRI_API NRiScope {
   /// False, with nothing changed, when another function of that name is declared. Declaring the
   /// same again is fine and gives `fresh` = false.
   bool declare(const NRiFunction& function, bool& fresh);
+  /// Every function that is declared, by name.
+  std::vector<const NRiFunction*> functions() const;
   /// Forgets a function; a name that is not known is fine.
   void undeclare(const NRiName& name) { functions_.erase(name); }
 
@@ -72,7 +79,8 @@ class NRI_API NRiScope {
   /// The node that a script calls `name`: by variable, else by its own name; "script" is the root.
   static NRiNode* findNode(const NRiName& name);
   /// What a reference in an expression of `from` means: node.plug, or a plug of `from` itself, or
-  /// a variable of the script. Images are no such thing. Null when there is none.
+  /// a variable of the script; `t`, where nothing bears that name, the time. Images are no such
+  /// thing. Null when there is none.
   static NRiPlug* findPlug(const NRiNode* from, const NRiName& node, const NRiName& plug);
 
  private:

@@ -16,10 +16,30 @@
 namespace {
 
 constexpr const char* declarations = R"(
-extern image FileIn(string path, float frame = time);
-extern image FileOut(image, string path, string samples = "auto", string alpha = "auto");
-extern image Constant(int width = 720, int height = 576, int bytes = 1,
-    float red = 0, float green = red, float blue = red, float alpha = 1);
+// A picture, or a picture for each frame.
+extern image FileIn(
+    string path,           // The file; #### stands for the frame's number.
+    float frame = time);   // Which frame: time + 10 shows what is ten frames later.
+
+// Writes a picture for each frame that is rendered, and passes it on.
+extern image FileOut(
+    image,                     // What to write.
+    string path,               // The file, whose ending says the format; #### stands for the
+                               // frame's number.
+    string samples = "auto",   // How values are held: "uint8", "uint16", "half", "float", or "auto"
+                               // for the picture's own.
+    string alpha = "auto");    // "none" leaves it out, "premultiplied" multiplies the colours by it,
+                               // as readers of OpenEXR expect; "auto" writes what the picture has.
+
+// One colour everywhere.
+extern image Constant(
+    int width = 720,       // Of the picture, in pixels.
+    int height = 576,      // In lines.
+    int bytes = 1,         // Of a channel: 1 and 2 are whole numbers, 4 is a float.
+    float red = 0,         // 1 is white.
+    float green = red,     // As red unless it is given.
+    float blue = red,      // As red unless it is given.
+    float alpha = 1);      // 0 is clear, 1 is solid.
 )";
 
 // A node on its way into the tree; deleted when something throws before it is there.

@@ -209,10 +209,59 @@ TEST_F(Plugs, ExpressionsHaveTheUsualArithmetic) {
       {".5 + 5.", 5.5},
       {"n.count * 2", 6},
       {"7 /* seven */ + 1 # more", 8},
+      {"min(3, b, -2) + max(1)", -1},
+      {"clamp(b, 0, 2) + clamp(-1, 0, 2) * 8", 2},
+      {"mix(2, 6, 0.25)", 3},
+      {"step(4, b) + step(4.5, b) * 2", 1},
+      {"abs(-2.5) + floor(-2.5)", -0.5},
+      {"sqrt(b) * pow(2, -3)", 0.25},
+      {"sin(0) + cos(0)", 1},
   };
   for (const ExpressionCase& one : cases) {
     node.a->set(one.text);
     EXPECT_EQ(node.a->asFloat(), static_cast<float>(one.expected)) << one.text;
+  }
+}
+
+TEST_F(Plugs, CurvesGoThroughTheirKeysAndAreFlatBeyond) {
+  SumNode& node = placed("n");
+  node.b->set(10.0f);
+  NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
+  struct Case {
+    const char* text;
+    std::vector<std::pair<float, double>> points;
+  };
+  // The smooth one's slope at frame 10 is (10 - 0) / (30 - 0), at its ends 0. Hermite's cubic
+  // halfway: (v0 + v1) / 2 + length (m0 - m1) / 8, so 5 - 10 / 24 at 5 and 10 + 20 / 24 at 20.
+  const Case cases[] = {
+      {"linear(time, -2@1, 2@3, 4@-1)",
+       {{-9, 1}, {-2, 1}, {0, 2}, {1, 2.5}, {2, 3}, {3, 1}, {4, -1}, {99, -1}}},
+      {"smooth(t, 0@0, 10@b, 30@b)",
+       {{-1, 0}, {0, 0}, {5, 5 - 10.0 / 24}, {10, 10}, {20, 10 + 20.0 / 24}, {30, 10}, {31, 10}}},
+      {"smooth(time / 2, 0@0, 10@1, 20@0)", {{10, 0.5}, {5, 0.15625}, {20, 1}, {30, 0.5}}},
+      {"linear(time, 1001@b / 4)", {{1, 2.5}, {1001, 2.5}, {2000, 2.5}}},
+  };
+  for (const Case& one : cases) {
+    node.a->set(one.text);
+    for (const auto& [frame, value] : one.points) {
+      time->set(frame);
+      EXPECT_FLOAT_EQ(node.a->asFloat(), static_cast<float>(value)) << one.text << " at " << frame;
+    }
+  }
+  time->set(1.0f);
+}
+
+TEST_F(Plugs, RandomDependsOnItsSeedAlone) {
+  SumNode& node = placed("n");
+  // The 24 high bits of a mix of the seed's bits, worked out by another program.
+  const std::pair<const char*, int> cases[] = {{"random(0)", 14819496},
+                                               {"random(-0)", 14819496},
+                                               {"random(1)", 8968131},
+                                               {"random(1000 + 1)", 7672007},
+                                               {"random(-0.5)", 3016434}};
+  for (const auto& [text, expected] : cases) {
+    node.a->set(text);
+    EXPECT_EQ(node.a->asFloat(), static_cast<float>(expected) / 16777216.0f) << text;
   }
 }
 
@@ -230,6 +279,22 @@ TEST_F(Plugs, BrokenExpressionsSayWhere) {
       {"3e38 * 10", "a number beyond 3.4e38"},
       {"$", "'$' means nothing here"},
       {"\"text\"", "expected a number for 'n.a'"},
+      {"mni(1, 2)", "expected a function of expressions (linear, smooth, min, max, "},
+      {"clamp(1, 2)", "expected another argument for clamp(x, low, high), found ')'"},
+      {"abs(1, 2)", "expected no more arguments for abs(x), found ')'"},
+      {"min()", "expected another argument for min(a, b, ...), found ')'"},
+      {"min(1, )", "expected a number, a name or '(', found ')'"},
+      {"min(1 2)", "expected ',' or ')', found '2'"},
+      {"min(1, \"a\")", "a text where a number is expected"},
+      {"clamp(1, 3, 2)", "bounds the wrong way round"},
+      {"1 + sqrt(0 - 4)", "the square root of a negative number in '1 + sqrt(0 - 4)' at 5"},
+      {"pow(-2, 0.5)", "a fractional power of a negative number"},
+      {"pow(10, 60)", "a number beyond 3.4e38"},
+      {"linear(time)", "expected another argument for linear(frame, frame1@value1, ...)"},
+      {"linear(time, 2)", "expected '@' and a value after the key's frame, found ')'"},
+      {"smooth(time, b@2)", "expected a key, frame@value, whose frame is a number, found 'b'"},
+      {"smooth(time, 2@1, 1@2)", "expected the keys in the order of their frames, found '1'"},
+      {"1 @ 2", "expected the end of the expression, found '@'"},
   };
   for (const auto& [text, expected] : cases) {
     std::string found;

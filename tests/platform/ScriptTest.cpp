@@ -3,16 +3,14 @@
 // The script compiler, on the files in cases/. NAME.orv is compiled; NAME.expected holds the
 // script as it is saved again, or the errors, one a line.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
-#include "platform/NRiCmplr.h"
-#include "platform/NRiFile.h"
-#include "platform/NRiNode.h"
-#include "platform/nodes/NRiNodes.h"
+#include "tests/platform/Scripts.h"
 
 namespace {
 
@@ -24,45 +22,6 @@ std::string contents(const fs::path& path) {
   text << file.rdbuf();
   return text.str();
 }
-
-void clear() {
-  NRiNode* const root = NRiNode::getRoot();
-  root->deleteChildren();
-  for (NRiPlug* const plug : root->getPublicPlugs()) {
-    const auto name = plug->name().view();
-    if (name == "time") continue;
-    if (name == "defaultBytes") {
-      plug->set(1);
-    } else {
-      root->deletePlug(plug);
-    }
-  }
-}
-
-std::string saved() {
-  NRiFile file;
-  NRiNode::getRoot()->serialize(file, 0);
-  return file.text();
-}
-
-std::string errorsOf(const std::string& text, const std::string& name) {
-  NRiCmplr compiler;
-  NRiValue value;
-  compiler.execute(NRiScope::getGlobal(), NRiType::null, value, NRiName(std::string_view(text)),
-                   NRiName(std::string_view(name)));
-  std::string lines;
-  for (const std::string& line : compiler.errors()) lines += line + "\n";
-  return lines;
-}
-
-class Script : public testing::Test {
- protected:
-  void SetUp() override {
-    NRiNodes::declare();
-    clear();
-  }
-  void TearDown() override { clear(); }
-};
 
 TEST_F(Script, FilesSaveOrFailAsExpectedAndSavingAgainChangesNothing) {
   std::vector<fs::path> files;
@@ -107,6 +66,54 @@ TEST_F(Script, BoundsAreErrorsAtTheirPlace) {
   std::string wide = "extern image Wide(";
   for (int i = 0; i < 41; ++i) wide += std::string(i ? "," : "") + "int a" + std::to_string(i);
   EXPECT_NE(errorsOf(wide + ");", "s").find("at most 40 arguments"), std::string::npos);
+}
+
+TEST_F(Script, AByteOrderMarkIsNoPartOfTheFirstLine) {
+  EXPECT_EQ(errorsOf("\xEF\xBB\xBFx = ;", "s"), "s:1:5: expected an expression, found ';'\n");
+  EXPECT_EQ(errorsOf("x = 2;\xEF\xBB\xBF", "s"), "s:1:7: '\\xef\\xbb\\xbf' means nothing here\n");
+}
+
+TEST_F(Script, ACommentWithANullIsOneLikeOthers) {
+  EXPECT_EQ(errorsOf(std::string("x = 1 /* \0 */ + 1;", 18), "s"), "");
+  EXPECT_EQ(saved(), "float x = 1 + 1;\n");
+}
+
+TEST_F(Script, ADeclaredFunctionHidesOneOfExpressions) {
+  EXPECT_EQ(errorsOf("x = abs(-2);", "s"), "");
+  EXPECT_EQ(saved(), "float x = abs(-2);\n");
+  EXPECT_EQ(errorsOf("extern image abs(float x = 0);\ny = abs(1);", "s"),
+            "s:2:5: 'abs' is declared, but no plug-in provides it\n");
+}
+
+TEST_F(Script, IncludesCountFromTheFileAndNeverGoRound) {
+  const fs::path folder =
+      fs::temp_directory_path() / ("orvanite_include_" + std::to_string(getpid()));
+  fs::create_directories(folder / "looks");
+  const auto write = [&](const char* name, const char* text) {
+    std::ofstream(folder / name) << text;
+  };
+  write("looks/warm.orv", "include \"base.orv\";\nwarm = base * 2;");
+  write("looks/base.orv", "base = 0.25; k = Constant(1);");
+  write("looks/wrong.orv", "warm = 1;\n\nx = ;");
+  write("looks/round.orv", "include \"../looks/round.orv\";");
+  const std::string main = (folder / "main.orv").string();
+  EXPECT_EQ(errorsOf("include \"looks/warm.orv\"; k.red = warm; include = 3;", main), "");
+  EXPECT_EQ(saved(),
+            "float base = 0.25;\nfloat warm = base * 2;\nfloat include = 3;\n"
+            "k = Constant(1, 576, 1, warm, red, red, 1);\n");
+  clear();
+  const std::string looks = (folder / "looks").string();
+  EXPECT_EQ(errorsOf("include \"looks/wrong.orv\"; y = ;", main),
+            looks + "/wrong.orv:3:5: expected an expression, found ';'\n" + main +
+                ":1:32: expected an expression, found ';'\n");
+  EXPECT_EQ(
+      errorsOf("include \"looks/round.orv\";", main),
+      looks + "/round.orv:1:9: '\"../looks/round.orv\"' includes itself: expected no circle\n");
+  EXPECT_EQ(errorsOf("\n include \"none.orv\";", main),
+            main + ":2:10: '\"none.orv\"' cannot be read\n");
+  EXPECT_EQ(errorsOf("include \"/dev/zero\";", main),
+            main + ":1:9: '\"/dev/zero\"' cannot be read\n");
+  fs::remove_all(folder);
 }
 
 TEST_F(Script, ALongChainOfVariablesIsAnErrorWhenItIsRead) {
