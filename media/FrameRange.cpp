@@ -3,6 +3,7 @@
 // Ranges are counted before they are spelled out, so that a slip of the keyboard costs no memory.
 #include "media/FrameRange.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <unordered_set>
@@ -31,7 +32,8 @@ bool takeLetter(std::string_view& text, char letter) {
 
 }  // namespace
 
-std::vector<int> parseFrames(std::string_view text, const std::string& subject) {
+std::vector<int> parseFrames(std::string_view text, const std::string& subject,
+                             std::optional<int> shotLast) {
   const auto refuse = [&]() -> Error {
     return Error::expected(Fault::wrongUse, subject,
                            "frames such as 1001-1100, 1-100x2 or 1,5,9-12", text);
@@ -49,7 +51,11 @@ std::vector<int> parseFrames(std::string_view text, const std::string& subject) 
     if (!takeNumber(rest, first)) throw refuse();
     last = first;
     if (takeLetter(rest, '-')) {
-      if (!takeNumber(rest, last)) throw refuse();
+      if (shotLast && (rest.empty() || rest.front() == ',')) {
+        last = std::max(first, *shotLast);
+      } else if (!takeNumber(rest, last)) {
+        throw refuse();
+      }
       ranged = true;
     }
     others = takeLetter(rest, 'y');

@@ -157,10 +157,24 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs) {
   checkPlace(path, inputs);
 }
 
+bool isSameFile(const std::string& a, const std::string& b) {
+  namespace fs = std::filesystem;
+  std::error_code problem;
+  const bool existing = fs::exists(a, problem);
+  if (existing != fs::exists(b, problem)) return false;
+  if (existing) return fs::equivalent(a, b, problem);
+  const fs::path first(a), second(b);
+  const auto folder = [](const fs::path& path) {
+    return path.has_parent_path() ? path.parent_path() : fs::path(".");
+  };
+  return first.filename() == second.filename() &&
+         (first == second || fs::equivalent(folder(first), folder(second), problem));
+}
+
 void checkPlace(const std::string& path, std::span<const std::string> inputs) {
   std::error_code ignored;
   for (const std::string& input : inputs) {
-    if (std::filesystem::equivalent(path, input, ignored)) {
+    if (isSameFile(path, input)) {
       throw Error(Fault::wrongUse, path, "the output is the same file as the input " + input);
     }
   }
@@ -174,6 +188,19 @@ bool pictureHoldsAlpha(const std::string& path) {
   const auto output = OIIO::ImageOutput::create(path);
   if (!output) OIIO::geterror();
   return output && output->supports("alpha") != 0;
+}
+
+Samples writtenSamples(const std::string& path, Samples samples) {
+  const bool isFloat = samples == Samples::half || samples == Samples::float32;
+  const auto output = OIIO::ImageOutput::create(path);
+  if (!output) OIIO::geterror();
+  const std::string_view format = output ? output->format_name() : "";
+  if (format == "openexr") return isFloat ? samples : Samples::half;
+  if (format == "hdr") return Samples::float32;
+  if (format == "tiff") return samples == Samples::half ? Samples::float32 : samples;
+  const bool deep = format == "png" || format == "dpx" || format == "sgi" || format == "jpeg2000";
+  return isFloat || samples == Samples::uint16 ? (deep ? Samples::uint16 : Samples::uint8)
+                                               : Samples::uint8;
 }
 
 bool pictureIsPremultiplied(const std::string& path) { return keepsDataWindow(path); }

@@ -22,8 +22,15 @@ void checkOutput(const std::string& path, std::span<const std::string> inputs);
 /// The same for a file of any format.
 void checkPlace(const std::string& path, std::span<const std::string> inputs);
 
+/// Whether two names are of one file: by what exists, links followed, or by the folder that a file
+/// would be made in.
+bool isSameFile(const std::string& a, const std::string& b);
+
 /// Whether files of this name's format hold alpha; false where there is no such format.
 bool pictureHoldsAlpha(const std::string& path);
+
+/// How a picture's samples are held by files of this name's format: the nearest that it has.
+Samples writtenSamples(const std::string& path, Samples samples);
 
 /// Whether files of this name's format are read as premultiplied by convention.
 bool pictureIsPremultiplied(const std::string& path);

@@ -50,6 +50,9 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
   output.alpha = alpha;
   output.path = path;
   output.pattern = media::FramePattern::parse(path);
+  // One mark alone in the name of a still is a letter of it.
+  const bool oneMark = std::count(path.begin(), path.end(), '#') == 1;
+  if (!severalFrames && !job.shot->plate().isShot() && oneMark) output.pattern.reset();
   output.isMovie = !output.pattern && media::isMovieName(path);
   if (severalFrames && !output.pattern && !output.isMovie) {
     throw Error::expected(
@@ -61,7 +64,7 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
 }
 
 void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
-                  const std::vector<std::string>& others) {
+                  const std::vector<std::string>& others, const std::vector<std::string>& written) {
   for (int frame : frames) {
     std::vector<std::string> inputs = others;
     for (const Role role : roles) {
@@ -75,10 +78,20 @@ void checkOutputs(const Job& job, const std::vector<int>& frames, const std::str
       } else {
         media::checkOutput(path, inputs);
       }
-      if (std::find(outputs.begin(), outputs.end(), path) != outputs.end()) {
-        throw Error(Fault::wrongUse, path, "two outputs have this name");
+      for (const std::string& other : outputs) {
+        if (media::isSameFile(path, other)) {
+          throw Error(Fault::wrongUse, path, "the outputs " + other + " and this are one file");
+        }
       }
       outputs.push_back(path);
+    }
+    for (const std::string& other : written) {
+      for (const std::string& path : outputs) {
+        if (media::isSameFile(path, other)) {
+          throw Error(Fault::wrongUse, path, "the outputs " + other + " and this are one file");
+        }
+      }
+      media::checkPlace(other, inputs);
     }
   }
 }

@@ -71,8 +71,9 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
 /// ending for, or whose folder is missing. Throws Error: wrongUse, failure.
 /// codec   of movies; empty: the usual one
 /// others  files besides the shot's that are read
+/// written  files besides the views that are written
 void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
-                  const std::vector<std::string>& others);
+                  const std::vector<std::string>& others, const std::vector<std::string>& written);
 
 /// Makes the keyers. Throws Error about the parameter that cannot key.
 void prepareKeyers(Job& job);

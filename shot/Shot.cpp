@@ -258,7 +258,9 @@ LookedAt Shot::toLookAt(std::optional<int> frame) const {
 std::vector<int> framesOf(const Source& plate, const std::string& asked,
                           const std::string& subject) {
   std::vector<int> frames;
-  if (!asked.empty()) frames = media::parseFrames(asked, subject);
+  std::optional<int> end;
+  if (plate.isShot()) end = plate.frames().back();
+  if (!asked.empty()) frames = media::parseFrames(asked, subject, end);
   if (!plate.isShot()) return frames;
   const int first = plate.frames().front();
   const int last = plate.frames().back();

@@ -74,12 +74,6 @@ Error unexpected(const CLI::App& command, const std::vector<std::string>& argume
   return Error(Fault::wrongUse, name, message);
 }
 
-int codeOf(Fault fault) {
-  return fault == Fault::wrongUse        ? wrongUse
-         : fault == Fault::missingFrames ? missingFrames
-                                         : failed;
-}
-
 int report(const std::string& message, int code) {
   std::fflush(stdout);
   fmt::print(stderr, "orvanite: {}\n", message);

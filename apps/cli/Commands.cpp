@@ -21,4 +21,10 @@ constexpr Command list[] = {
 
 std::span<const Command> commands() { return list; }
 
+ExitCode codeOf(Fault fault) {
+  return fault == Fault::wrongUse        ? wrongUse
+         : fault == Fault::missingFrames ? missingFrames
+                                         : failed;
+}
+
 }  // namespace orvanite::cli

@@ -8,6 +8,8 @@
 #include <span>
 #include <string>
 
+#include "base/Error.h"
+
 namespace CLI {
 class App;
 }
@@ -23,6 +25,9 @@ enum ExitCode : int {
   framesFailed = 4,   // some frames of a shot failed, the others are whole
   cancelled = 130     // stopped by a signal; finished frames are whole
 };
+
+/// The code of an error that ends a command.
+ExitCode codeOf(Fault fault);
 
 /// Runs a subcommand whose options were parsed, and returns the exit code. May throw Error.
 using Run = std::function<int()>;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/cli/KeyBatch.h"
 #include "apps/cli/KeyOptions.h"
 #include "apps/cli/KeyRun.h"
 #include "apps/cli/SaveScript.h"
@@ -19,6 +20,7 @@
 #include "keyer/Preset.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"
+#include "media/PictureWriter.h"
 #include "shot/Images.h"
 
 namespace orvanite::cli {
@@ -161,9 +163,12 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
                 "expected numbered stills with it: a movie cannot leave frames out");
   }
   if (movies && frames.empty()) frames.push_back(1);
-  std::vector<std::string> read;
+  std::vector<std::string> read, written;
   if (!options.preset.empty()) read.push_back(options.preset);
-  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.codec, read);
+  for (const std::string* path : {&options.savePreset, &options.saveScript}) {
+    if (!path->empty()) written.push_back(*path);
+  }
+  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.codec, read, written);
   return frames;
 }
 
@@ -232,16 +237,15 @@ int keyOne(const shot::Job& job, bool quiet) {
   const media::Window& data = job.shot->plate().info().data;
   if (!quiet) {
     fmt::print("{}: {}x{}, {}, {}; keyed in {:.1f} ms on {} {}\n", job.outputs[0].fileOf(1),
-               data.width, data.height, media::nameOf(job.shot->samples()), job.outputs[0].view,
-               seconds * 1000, job.threads, job.threads == 1 ? "thread" : "threads");
+               data.width, data.height,
+               media::nameOf(media::writtenSamples(job.outputs[0].fileOf(1), job.shot->samples())),
+               job.outputs[0].view, seconds * 1000, job.threads,
+               job.threads == 1 ? "thread" : "threads");
   }
   return success;
 }
 
-int runKey(KeyOptions& options) {
-  if (options.plate.empty())
-    throw Error(Fault::wrongUse, "key", "expected a plate: orvanite key PLATE -o OUT");
-  if (options.output.empty()) throw Error(Fault::wrongUse, "key", "expected an output: -o OUT");
+int keyPlate(KeyOptions& options) {
   checkNumber("--threads", options.threads, 0, 1024);
   checkNumber("--in-flight", options.inFlight, 0, 1024);
   checkEncoding(options.backgroundColourspace);
@@ -281,7 +285,7 @@ int runKey(KeyOptions& options) {
 Run declareKey(CLI::App& command) {
   auto options = std::make_shared<KeyOptions>();
   options->addTo(command);
-  return [options] { return runKey(*options); };
+  return [options] { return keyPlates(*options, keyPlate); };
 }
 
 }  // namespace orvanite::cli

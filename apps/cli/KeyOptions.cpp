@@ -9,10 +9,10 @@ namespace orvanite::cli {
 
 void KeyOptions::addTo(CLI::App& command) {
   command.add_option(
-      "PLATE", plate,
+      "PLATE", plates,
       "What to key, in any format that OpenImageIO reads: a picture, a numbered "
       "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr), a folder of one, or a "
-      "movie that FFmpeg decodes, whose frames count from 1.");
+      "movie that FFmpeg decodes, whose frames count from 1. Several go into a folder: -o keyed/.");
   const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
                         const char* help) {
     command.add_option(names, to, help)->group(group)->type_name(type)->take_last();
@@ -64,7 +64,8 @@ void KeyOptions::addTo(CLI::App& command) {
 
   const char* shots = "Shots";
   text(shots, "FRAMES", "--frames", frames,
-       "Frames to key: 1001-1100, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are ignored. "
+       "Frames to key: 1001-1100, 1001-, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are "
+       "ignored. "
        "[default all]");
   number(shots, "--bg-frame-offset", backgroundOffset,
          "Added to the plate's frame for the background's. [frames, default 0]");

@@ -16,7 +16,9 @@ class App;
 namespace orvanite::cli {
 
 struct KeyOptions {
-  std::string plate, background, holdOut, garbage, reference, output;
+  std::vector<std::string> plates;
+  std::string plate;  // the one that is keyed now
+  std::string background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
   std::string codec, frameRate, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;

@@ -4,8 +4,10 @@
 // right elsewhere, backgrounds of any size and encoding, colours as they are written.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
@@ -118,6 +120,36 @@ TEST(FirstCommand, BringsBackgroundsOfAnySizeAndEncodingToThePlate) {
   ASSERT_EQ(orvanite(folder, "key -q @p.exr --bg @wide.png --bg-colourspace linear -o @o.exr").code,
             0);
   EXPECT_NEAR(at(read(folder / "o.exr"), 4, 20)[0], 0.7373, 0.0005);
+}
+
+TEST(FirstCommand, KeysSeveralPlatesIntoAFolderEachByItsOwnScreen) {
+  const Folder folder;
+  write(plateOf(OIIO::TypeDesc::UINT8), folder / "a.png");
+  Image blue = plateOf(OIIO::TypeDesc::FLOAT);
+  for (std::size_t i = 0; i < blue.samples.size(); i += 3) {
+    std::swap(blue.samples[i + 1], blue.samples[i + 2]);
+  }
+  write(blue, folder / "b.exr");
+  Image grey = plateOf(OIIO::TypeDesc::UINT8);
+  std::fill(grey.samples.begin(), grey.samples.end(), 90.0F);
+  write(grey, folder / "c.png");
+  const Outcome outcome = orvanite(folder, "key @a.png @b.exr @c.png @none.png -o @keyed/");
+  EXPECT_EQ(outcome.code, 1);  // of c.png, which shows no screen
+  EXPECT_NE(outcome.out.find("2 of 4 plates keyed"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.err.find("orvanite: --screen: none was given"), std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(at(read(folder / "keyed/a.png"), 20, 20)[3], 255);
+  EXPECT_EQ(at(read(folder / "keyed/b.exr"), 20, 20)[3], 1);
+  EXPECT_EQ(at(read(folder / "keyed/b.exr"), 2, 2)[3], 0);
+  // A mark in a still's name is a letter of it; a range may go to the end.
+  ASSERT_EQ(orvanite(folder, "key -q @a.png -o @IMG#2k.png").code, 0);
+  EXPECT_TRUE(std::filesystem::exists(folder / "IMG#2k.png"));
+  for (int frame = 1; frame <= 4; ++frame) {
+    write(plateOf(OIIO::TypeDesc::UINT8), folder / frameFile("s", frame));
+  }
+  ASSERT_EQ(orvanite(folder, "key -q @s.####.png --frames 3- -o @t.####.png").code, 0);
+  EXPECT_FALSE(std::filesystem::exists(folder / "t.0002.png"));
+  EXPECT_TRUE(std::filesystem::exists(folder / "t.0004.png"));
 }
 
 TEST(FirstCommand, TakesColoursAsTheyAreWritten) {
