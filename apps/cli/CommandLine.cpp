@@ -14,6 +14,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,7 +75,13 @@ Error unexpected(const CLI::App& command, const std::vector<std::string>& argume
   return Error(Fault::wrongUse, name, message);
 }
 
+bool tellInJson = false;
+
 int report(const std::string& message, int code) {
+  if (tellInJson) {
+    const nlohmann::ordered_json object{{"status", "failed"}, {"code", code}, {"message", message}};
+    fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  }
   std::fflush(stdout);
   fmt::print(stderr, "orvanite: {}\n", message);
   return code;
@@ -153,6 +160,8 @@ int reported(const std::function<int()>& action) {
 }
 
 int runCommandLine(const std::vector<std::string>& words) {
+  // Programs that asked for JSON get failures in it, too.
+  if (std::find(words.begin(), words.end(), "--json") != words.end()) tellInJson = true;
   return reported([&words] {
     const std::string& problem = targetProblem();
     return problem.empty() ? CommandLine(words).run() : report(problem, wrongUse);

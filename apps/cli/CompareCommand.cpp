@@ -14,6 +14,7 @@
 #include <optional>
 #include <vector>
 
+#include "apps/cli/CommandLine.h"
 #include "apps/cli/Commands.h"
 #include "base/Error.h"
 #include "media/FramePattern.h"
@@ -29,15 +30,15 @@ using media::Window;
 
 struct CompareOptions {
   std::string first, second, frames, difference;
-  float gain = 1;
+  float gain = 1, tolerance = 0;
   bool json = false;
 };
 
 // Of one channel, 1 being white.
 struct Differences {
   double sum = 0, squares = 0, largest = 0;
-  std::size_t different = 0, pixels = 0;
-  int worstFrame = 0, worstX = 0, worstY = 0;  // where the largest is
+  std::size_t different = 0, beyond = 0, pixels = 0;  // beyond the tolerance
+  int worstFrame = 0, worstX = 0, worstY = 0;         // where the largest is
 
   double mean() const { return sum / static_cast<double>(pixels); }
   double rms() const { return std::sqrt(squares / static_cast<double>(pixels)); }
@@ -94,7 +95,8 @@ media::Picture pixelsOf(Source& source, int frame, Window window) {
 }
 
 /// Adds a frame's differences. The picture of them is what the result holds.
-media::Picture compareFrame(Source& first, Source& second, int frame, Channels& channels) {
+media::Picture compareFrame(Source& first, Source& second, int frame, float tolerance,
+                            Channels& channels) {
   const Window window = united(dataOf(first, frame), dataOf(second, frame));
   media::Picture a = pixelsOf(first, frame, window);
   const media::Picture b = pixelsOf(second, frame, window);
@@ -117,6 +119,7 @@ media::Picture compareFrame(Source& first, Source& second, int frame, Channels& 
       channel.worstY = window.y + static_cast<int>(i / 4 / width);
     }
     if (!same) ++channel.different;
+    if (!(difference <= static_cast<double>(tolerance))) ++channel.beyond;
     samples[i] = static_cast<float>(difference);
   }
   for (Differences& channel : channels) channel.pixels += count / 4;
@@ -174,6 +177,10 @@ int runCompare(const CompareOptions& options) {
     throw Error::expected(Fault::wrongUse, "--difference-gain", "a number above 0, up to 1000000",
                           fmt::format("{}", options.gain));
   }
+  if (!(options.tolerance >= 0 && options.tolerance <= 1)) {
+    throw Error::expected(Fault::wrongUse, "--tolerance", "a number from 0 to 1",
+                          fmt::format("{}", options.tolerance));
+  }
   const auto first = Source::open(options.first);
   const auto second = Source::open(options.second);
   const Window& size = first->info().display;
@@ -200,7 +207,7 @@ int runCompare(const CompareOptions& options) {
   const media::Samples samples = std::max(first->info().samples, second->info().samples);
   Channels channels;
   for (const int frame : frames) {
-    media::Picture difference = compareFrame(*first, *second, frame, channels);
+    media::Picture difference = compareFrame(*first, *second, frame, options.tolerance, channels);
     if (options.difference.empty()) continue;
     writeDifference(difference, options.gain, samples,
                     pattern ? pattern->path(frame) : options.difference);
@@ -221,10 +228,9 @@ int runCompare(const CompareOptions& options) {
       fmt::print("missing  {} in {}\n", media::formatFrames(missingInSecond), options.second);
     printText(channels, alpha, shot);
   }
-  const bool equal =
-      std::all_of(channels.begin(), channels.end(),
-                  [](const Differences& channel) { return channel.different == 0; }) &&
-      missing.empty() && missingInSecond.empty();
+  const bool equal = std::all_of(channels.begin(), channels.end(),
+                                 [](const Differences& channel) { return channel.beyond == 0; }) &&
+                     missing.empty() && missingInSecond.empty();
   return equal ? success : failed;
 }
 
@@ -235,7 +241,8 @@ Run declareCompare(CLI::App& command) {
   command.add_option("A", options->first, "A picture, or a shot.");
   command.add_option("B", options->second,
                      "Another of its size. A still is compared with every frame of a shot. The "
-                     "exit code is 0 when they are equal, 1 when they differ.");
+                     "exit code is 0 when they are equal, 1 when they differ, 2 when they cannot "
+                     "be compared.");
   command
       .add_option("--frames", options->frames,
                   "Frames of a shot to compare, such as 1-24. [default those that both have]")
@@ -253,7 +260,21 @@ Run declareCompare(CLI::App& command) {
       ->type_name("X")
       ->take_last();
   command.add_flag("--json", options->json, "Print one JSON object. [default off]");
-  return [options] { return runCompare(*options); };
+  command
+      .add_option("--tolerance", options->tolerance,
+                  "How far samples may lie apart and still be called equal. [of white, 0 to 1, "
+                  "default 0]")
+      ->type_name("X")
+      ->take_last();
+  return [options] {
+    int code = wrongUse;
+    // What went wrong must not read as "they differ".
+    const int trouble = reported([&] {
+      code = runCompare(*options);
+      return 0;
+    });
+    return trouble == 0 ? code : wrongUse;
+  };
 }
 
 }  // namespace orvanite::cli

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "apps/cli/Examples.h"
+
 namespace orvanite::cli {
 namespace {
 
@@ -68,7 +70,14 @@ std::string HelpFormat::make_usage(const CLI::App* app, std::string name) const 
   }
   usage += " [options]";
   if (app->get_option_no_throw("--out") != nullptr) usage += " -o OUT";
-  return usage + '\n';
+  usage += '\n';
+  if (app->get_name() == "key") {
+    usage += "\nExamples:\n";
+    for (const Example& one : keyExamples()) {
+      usage += std::string("  ") + one.what + ":\n      " + one.command + '\n';
+    }
+  }
+  return usage;
 }
 
 std::string HelpFormat::make_help(const CLI::App* app, std::string name,

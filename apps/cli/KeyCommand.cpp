@@ -232,8 +232,14 @@ int keyFrames(shot::Job& job, const KeyOptions& options, std::vector<int> frames
       {options.quiet ? ProgressForm::none : progressFormOf(options.progress), options.json});
 }
 
-int keyOne(const shot::Job& job, bool quiet) {
+int keyOne(const shot::Job& job, bool quiet, bool json) {
   const double seconds = keyStill(job, 1);
+  if (json) {
+    Progress progress(ProgressForm::none, true, 1);
+    progress.frame(1, job.outputs[0].fileOf(1), FrameStatus::done, seconds, "");
+    progress.finish(false);
+    return success;
+  }
   const media::Window& data = job.shot->plate().info().data;
   if (!quiet) {
     fmt::print("{}: {}x{}, {}, {}; keyed in {:.1f} ms on {} {}\n", job.outputs[0].fileOf(1),
@@ -277,7 +283,8 @@ int keyPlate(KeyOptions& options) {
   prepare(job);
   if (!options.saveScript.empty()) saveText(options.saveScript, scriptOfJob(options, job));
   if (!options.savePreset.empty()) savePreset(job.settings, options.savePreset);
-  return frames.empty() ? keyOne(job, options.quiet) : keyFrames(job, options, std::move(frames));
+  return frames.empty() ? keyOne(job, options.quiet, options.json)
+                        : keyFrames(job, options, std::move(frames));
 }
 
 }  // namespace

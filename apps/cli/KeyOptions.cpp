@@ -91,7 +91,7 @@ void KeyOptions::addTo(CLI::App& command) {
   text(running, "bar|plain|openjd|alf|none", "--progress", progress,
        "Of a shot. [default a bar on a terminal, else plain]");
   flag(running, "--json", json,
-       "Print one JSON object per frame of a shot, and a summary. [default off]");
+       "Print one JSON object per frame, and a summary; failures, too. [default off]");
   flag(running, "--no-key", passThrough,
        "Read and write only, to see what that takes. [default off]");
   flag(running, "-q,--quiet", quiet, "Say nothing but errors.");

@@ -35,8 +35,9 @@ int runShot(const shot::Job& job, shot::ShotRun run, const RunStyle& style) {
     std::sort(result.finished.begin(), result.finished.end());
     fmt::print(stderr,
                "orvanite: {}; finished frames are whole ({}); the same command with "
-               "--skip-existing does the others\n",
-               what, result.finished.empty() ? "none" : media::formatFrames(result.finished));
+               "--skip-existing does the others{}\n",
+               what, result.finished.empty() ? "none" : media::formatFrames(result.finished),
+               result.failed > 0 && !run.keepGoing ? ", with --keep-going past what fails" : "");
   }
   if (result.cancelled) return cancelled;
   if (result.failed == 0) return success;

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include "apps/cli/Examples.h"
+
 namespace orvanite::cli {
 namespace {
 
@@ -88,25 +90,13 @@ A farm task's share of the processors, where \fB\-\-threads\fR is not given.
 Width of help on the terminal, 60 to 100.
 )";
 
-constexpr const char* examples = R"(.SH EXAMPLES
-Key a picture over another:
-.PP
-.RS
-orvanite key plate.png \-\-bg background.png \-\-screen 0.165,0.64,0.225 \-o comp.png
-.RE
-.PP
-Find a first key, and print it as options to edit:
-.PP
-.RS
-orvanite key plate.png \-\-auto \-o foreground.png
-.RE
-.PP
-Key a shot:
-.PP
-.RS
-orvanite key plate.####.exr \-\-frames 1001\-1100 \-o comp.####.exr
-.RE
-)";
+std::string examples() {
+  std::string text = ".SH EXAMPLES\n";
+  for (const Example& one : keyExamples()) {
+    text += fmt::format("{}:\n.PP\n.RS\n{}\n.RE\n.PP\n", plain(one.what), plain(one.command));
+  }
+  return text;
+}
 
 ManualPage page(const CommandFacts& command, const std::vector<CommandFacts>& all) {
   const bool program = command.name.empty();
@@ -136,7 +126,8 @@ ManualPage page(const CommandFacts& command, const std::vector<CommandFacts>& al
         out += fmt::format(".TP\n.BR orvanite\\-{} (1)\n{}\n", one.name, plain(one.summary));
   }
   out += optionSections(command);
-  if (program) out += std::string(exitStatus) + environment + examples;
+  if (program) out += std::string(exitStatus) + environment;
+  if (program || command.name == "key") out += examples();
   out += ".SH \"SEE ALSO\"\n";
   std::string others;
   for (const CommandFacts& one : all) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <sstream>
 
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
@@ -151,6 +152,54 @@ TEST(FirstCommand, KeysSeveralPlatesIntoAFolderEachByItsOwnScreen) {
   EXPECT_FALSE(std::filesystem::exists(folder / "t.0002.png"));
   EXPECT_TRUE(std::filesystem::exists(folder / "t.0004.png"));
 }
+
+#ifdef FFMPEG_PROGRAM
+TEST(FirstCommand, EveryExampleOfTheHelpRuns) {
+  const Folder folder;
+  const Image plate = plateOf(OIIO::TypeDesc::UINT8);
+  write(plate, folder / "photo.jpg");
+  write(randomImage(60, 40, 3, OIIO::TypeDesc::UINT8, 3), folder / "beach.jpg");
+  Image clean = plate;
+  for (std::size_t i = 0; i < clean.samples.size(); ++i) clean.samples[i] = plate.samples[i % 3];
+  write(clean, folder / "clean.tif");
+  for (int frame = 1; frame <= 4; ++frame) {
+    write(plate, folder / ("plate.000" + std::to_string(frame) + ".tif"));
+  }
+  for (const char* clip : {"clip.mp4", "clip.mov"}) {
+    ASSERT_EQ(run(FFMPEG_PROGRAM, {"-v", "error", "-i", folder / "plate.%04d.tif", "-r", "24",
+                                   "-pix_fmt", "yuv420p", folder / clip})
+                  .code,
+              0);
+  }
+  const std::string help = orvanite({"key", "--help"}).out;
+  const std::string mark = "      orvanite key ";
+  int examples = 0;
+  for (std::size_t at = 0; (at = help.find(mark, at)) != std::string::npos; at += mark.size()) {
+    const std::size_t end = help.find('\n', at);
+    std::string line = help.substr(at + 15, end - at - 15);  // "key ..."
+    // Files lie in the folder.
+    std::string placed;
+    std::istringstream words(line);
+    for (std::string word; words >> word;) {
+      const bool file = word.find('.') != std::string::npos && word[0] != '-';
+      placed += (placed.empty() ? "" : " ") + (file ? "@" + word : word);
+    }
+    const Outcome outcome = orvanite(folder, placed);
+    EXPECT_EQ(outcome.code, 0) << line << "\n" << outcome.err;
+    ++examples;
+  }
+  EXPECT_EQ(examples, 6);
+  for (const char* made : {"cutout.png", "comp.mp4", "cutout.mov", "key.0004.exr", "task.0003.exr",
+                           "look.json", "comp.jpg"}) {
+    EXPECT_TRUE(std::filesystem::exists(folder / made)) << made;
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "task.0002.exr"));
+  // A still's end, and a failure at the start, in JSON.
+  EXPECT_EQ(orvanite(folder, "key -q @photo.jpg --json -o @j.png").out.find("{\"frame\":1,"), 0U);
+  EXPECT_EQ(orvanite(folder, "key @none.jpg --json -o @j.png").out.find("{\"status\":\"failed\""),
+            0U);
+}
+#endif
 
 TEST(FirstCommand, TakesColoursAsTheyAreWritten) {
   const Folder folder;
