@@ -188,7 +188,8 @@ Renderer::Found Renderer::find(Settings settings, int frame) {
   shot::FirstKeyWish wish;
   wish.everything = true;
   wish.mayEstimate = false;
-  wish.frame = checkedFrame(frame);
+  checkedFrame(frame);
+  if (footage_.info().isShot) wish.frame = frame;
   // It tries settings on the engine, on all processors.
   const std::lock_guard lock(mutex_);
   const shot::FirstKey key = findFirstKey(footage_.shot(), wish, settings);

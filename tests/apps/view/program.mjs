@@ -72,12 +72,13 @@ export async function browse(width = 1280, height = 720) {
   return {page, profile, close: () => context.close()};
 }
 
-/** Width, height and RGBA bytes of an 8-bit RGBA PNG file. */
+/** Width, height and RGBA bytes of an 8-bit PNG file with or without alpha. */
 export function readPng(path) {
   const file = readFileSync(path);
   const width = file.readUInt32BE(16);
   const height = file.readUInt32BE(20);
-  if (file[24] !== 8 || file[25] !== 6 || file[28] !== 0) throw new Error(`${path}: expected 8-bit RGBA, not interlaced`);
+  if (file[24] !== 8 || ![2, 6].includes(file[25]) || file[28] !== 0) throw new Error(`${path}: expected 8-bit RGB or RGBA, not interlaced`);
+  const channels = file[25] === 6 ? 4 : 3;
   const parts = [];
   for (let at = 8; at < file.length;) {
     const length = file.readUInt32BE(at);
@@ -85,14 +86,14 @@ export function readPng(path) {
     at += length + 12;
   }
   const rows = inflateSync(Buffer.concat(parts));
-  const stride = 4 * width;
-  const pixels = new Uint8Array(stride * height);
+  const stride = channels * width;
+  const samples = new Uint8Array(stride * height);
   for (let y = 0; y < height; ++y) {
     const filter = rows[y * (stride + 1)];
     for (let i = 0; i < stride; ++i) {
-      const left = i >= 4 ? pixels[y * stride + i - 4] : 0;
-      const up = y > 0 ? pixels[(y - 1) * stride + i] : 0;
-      const corner = y > 0 && i >= 4 ? pixels[(y - 1) * stride + i - 4] : 0;
+      const left = i >= channels ? samples[y * stride + i - channels] : 0;
+      const up = y > 0 ? samples[(y - 1) * stride + i] : 0;
+      const corner = y > 0 && i >= channels ? samples[(y - 1) * stride + i - channels] : 0;
       let guess = 0;
       if (filter === 1) guess = left;
       else if (filter === 2) guess = up;
@@ -102,8 +103,11 @@ export function readPng(path) {
         const [a, b, c] = [Math.abs(p - left), Math.abs(p - up), Math.abs(p - corner)];
         guess = a <= b && a <= c ? left : b <= c ? up : corner;
       }
-      pixels[y * stride + i] = rows[y * (stride + 1) + 1 + i] + guess;
+      samples[y * stride + i] = rows[y * (stride + 1) + 1 + i] + guess;
     }
   }
+  if (channels === 4) return {width, height, pixels: samples};
+  const pixels = new Uint8Array(4 * width * height).fill(255);
+  for (let i = 0; i < samples.length; ++i) pixels[Math.floor(i / 3) * 4 + i % 3] = samples[i];
   return {width, height, pixels};
 }
