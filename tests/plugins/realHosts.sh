@@ -76,7 +76,7 @@ mixMelt() {
 }
 
 for output in unpremultiplied compOnBlack compOnReplace status matte; do
-  "$orvanite" key plate.png "${options[@]}" -q --output "$output" -o "wanted-$output.png" 2>/dev/null
+  "$orvanite" key plate.png "${options[@]}" -q --output "$output" --alpha matte -o "wanted-$output.png" 2>/dev/null
   raw "wanted-$output.png" "wanted-$output.raw"
   "filter${host^}" "$output" found.raw
   compare "wanted-$output.raw" found.raw "filter, $output"
