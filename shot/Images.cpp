@@ -39,7 +39,7 @@ bool uses(const Settings& settings, const Inputs& present, Role role) {
 }
 
 std::string channelOf(const Shot& shot, const Settings& settings, Role role) {
-  if (!isMatte(role) || !shot.has(role)) return {};
+  if (!isMatte(role) || !shot.hasFile(role)) return {};
   const char* const name = role == Role::holdOut ? "holdOutChannel" : "garbageChannel";
   const media::PictureInfo& info = shot.source(role).info();
   if (!settings.given(name) && !info.hasAlpha && info.channels.size() > 1) return "R";

@@ -68,7 +68,7 @@ void checkOutputs(const Job& job, const std::vector<int>& frames, const std::str
   for (int frame : frames) {
     std::vector<std::string> inputs = others;
     for (const Role role : roles) {
-      if (job.shot->has(role)) inputs.push_back(job.shot->fileOf(role, frame));
+      if (job.shot->hasFile(role)) inputs.push_back(job.shot->fileOf(role, frame));
     }
     std::vector<std::string> outputs;
     for (const ViewOutput& output : job.outputs) {

@@ -119,7 +119,7 @@ media::Encoding Shot::encoding() const {
 std::vector<std::string> Shot::notices() const {
   std::vector<std::string> all;
   for (const Role role : roles) {
-    if (has(role) && !source(role).notice().empty()) all.push_back(source(role).notice());
+    if (hasFile(role) && !source(role).notice().empty()) all.push_back(source(role).notice());
   }
   if (resizesBackground_) {
     all.push_back("background: " + sizeOf(source(Role::background).info().display) +
@@ -168,7 +168,7 @@ Window Shot::ownPixels(Role role, int frame) const {
 Window Shot::allPixels(int frame) const {
   Window window = ownPixels(Role::plate, frame);
   for (const Role role : {Role::background, Role::holdOut, Role::garbage}) {
-    if (has(role) && frameOf(role, frame)) window = united(window, ownPixels(role, frame));
+    if (hasFile(role) && frameOf(role, frame)) window = united(window, ownPixels(role, frame));
   }
   return window;
 }
@@ -180,7 +180,19 @@ const media::ColourSpaces::Conversion* Shot::conversion(Role role) const {
 
 std::function<Picture()> Shot::begin(Role role, int frame, std::function<Window()> window,
                                      const std::string& channel) const {
-  const auto own = frameOf(role, frame);
+  if (role == Role::garbage && !files_.garbageMasks.empty()) {
+    return [this, matte = beginFile(role, frame, std::move(window), channel)] {
+      Picture picture = matte();
+      for (const Mask& mask : files_.garbageMasks) join(mask, plate().info().display, picture);
+      return picture;
+    };
+  }
+  return beginFile(role, frame, std::move(window), channel);
+}
+
+std::function<Picture()> Shot::beginFile(Role role, int frame, std::function<Window()> window,
+                                         const std::string& channel) const {
+  const auto own = hasFile(role) ? frameOf(role, frame) : std::nullopt;
   if (!own) {
     return [this, window = std::move(window)] {
       Picture black = Picture::make(window(), depth(), samples_);

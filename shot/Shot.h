@@ -17,6 +17,7 @@
 #include "media/ColourSpaces.h"
 #include "media/Source.h"
 #include "shot/Background.h"
+#include "shot/Mask.h"
 
 namespace orvanite::shot {
 
@@ -56,6 +57,7 @@ struct ShotFiles {
   PastEnd pastEnd = PastEnd::hold;
   Fit backgroundFit = Fit::fill;
   std::string backgroundEncoding;  // "linear", "log" or "video"; empty: what its file says
+  std::vector<Mask> garbageMasks;  // joined with the garbage matte's file, if there is one
 };
 
 /// A frame of the plate in the colours that are keyed.
@@ -75,7 +77,11 @@ class Shot {
   const ShotFiles& files() const { return files_; }
   const media::ColourPath& colours() const { return colours_; }
 
-  bool has(Role role) const { return sources_[role] != nullptr; }
+  /// Whether there is a picture of the role, and whether it comes from a file.
+  bool has(Role role) const {
+    return hasFile(role) || (role == Role::garbage && !files_.garbageMasks.empty());
+  }
+  bool hasFile(Role role) const { return sources_[role] != nullptr; }
   const media::Source& source(Role role) const { return *sources_[role]; }
   const media::Source& plate() const { return source(Role::plate); }
   /// Those beside the plate.
@@ -118,7 +124,7 @@ class Shot {
                                         const std::string& channel = {}) const;
 
   /// Whether one thread at a time must call `begin` for this role, best in ascending order.
-  bool sequential(Role role) const { return has(role) && source(role).sequential(); }
+  bool sequential(Role role) const { return hasFile(role) && source(role).sequential(); }
 
   /// One frame of the plate, to look for a screen in: the one asked for, else the first, whatever
   /// part of a shot is keyed, so that all tasks of a farm see the same. Of a still with a number in
@@ -128,6 +134,9 @@ class Shot {
  private:
   media::Window inPlate(Role role, media::Window window) const;
   const media::ColourSpaces::Conversion* conversion(Role role) const;
+  std::function<media::Picture()> beginFile(Role role, int frame,
+                                            std::function<media::Window()> window,
+                                            const std::string& channel) const;
   std::function<media::Picture()> beginBackground(int frame,
                                                   std::function<media::Window()> window) const;
 

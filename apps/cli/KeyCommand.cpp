@@ -71,6 +71,20 @@ shot::ShotFiles filesOf(const KeyOptions& options) {
   files.pastEnd = pastEndOf(options.pastEnd);
   files.backgroundFit = shot::fitOf(options.backgroundFit, "--bg-fit");
   files.backgroundEncoding = options.backgroundColourspace;
+  for (const std::string& text : options.garbageRects) {
+    files.garbageMasks.push_back(shot::rectangleOf(text, "--garbage-rect"));
+  }
+  for (const std::string& text : options.garbagePolygons) {
+    files.garbageMasks.push_back(shot::polygonOf(text, "--garbage-polygon"));
+  }
+  if (!(options.garbageSoft >= 0 && options.garbageSoft <= 1000)) {
+    throw Error::expected(Fault::wrongUse, "--garbage-soft", "a number from 0 to 1000",
+                          fmt::format("{}", options.garbageSoft));
+  }
+  for (shot::Mask& mask : files.garbageMasks) {
+    mask.softPixels = options.garbageSoft;
+    mask.outside = options.garbageOutside;
+  }
   return files;
 }
 
@@ -178,6 +192,7 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
     throw Error(Fault::wrongUse, "--save-script", std::string("a script cannot hold ") + what);
   };
   if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate) refuse("a clean plate");
+  if (!job.shot->files().garbageMasks.empty()) refuse("rectangles and polygons");
   if (!job.shot->backgroundIsAsItIs()) refuse("a background of another size or encoding");
   if (job.shot->colours().used) refuse("colour spaces");
   if (job.outputs.size() > 1) refuse("several views");

@@ -16,7 +16,9 @@ class App;
 namespace orvanite::cli {
 
 struct KeyOptions {
-  std::vector<std::string> plates;
+  std::vector<std::string> plates, garbageRects, garbagePolygons;
+  double garbageSoft = 1;
+  bool garbageOutside = false;
   std::string plate;  // the one that is keyed now
   std::string background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;

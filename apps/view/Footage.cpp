@@ -40,7 +40,7 @@ media::Window Footage::ownPixels(int frame) {
 std::vector<std::string> Footage::filesOf(int frame) const {
   std::vector<std::string> files;
   for (const Role role : roles) {
-    if (shot_.has(role)) files.push_back(shot_.fileOf(role, frame));
+    if (shot_.hasFile(role)) files.push_back(shot_.fileOf(role, frame));
   }
   return files;
 }

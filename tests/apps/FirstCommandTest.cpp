@@ -201,6 +201,35 @@ TEST(FirstCommand, EveryExampleOfTheHelpRuns) {
 }
 #endif
 
+TEST(FirstCommand, CutsRectanglesAndPolygonsBesideAGarbageMatte) {
+  const Folder folder;
+  write(plateOf(OIIO::TypeDesc::UINT8), folder / "p.png");
+  Image matte = randomImage(40, 40, 1, OIIO::TypeDesc::UINT8, 1);
+  for (std::size_t i = 0; i < matte.samples.size(); ++i) matte.samples[i] = i / 40 < 14 ? 255 : 0;
+  write(matte, folder / "g.png");
+  const auto alphaAt = [&](const std::string& options, int x, int y) {
+    const Outcome outcome = orvanite(folder, "key -q @p.png -o @o.png " + options);
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    return at(read(folder / "o.png"), x, y)[3];
+  };
+  // The subject lies in 12..27. A rectangle from x = 20 on cuts its right half; its edge, four
+  // pixels wide, holds 1/8, 3/8, 5/8, 7/8 at the centres 18.5, 19.5, 20.5, 21.5.
+  const std::string rect = "--garbage-rect 20,0,30,40 ";
+  EXPECT_EQ(alphaAt(rect, 19, 20), 255);
+  EXPECT_EQ(alphaAt(rect, 20, 20), 0);
+  EXPECT_EQ(alphaAt(rect + "--garbage-outside", 19, 20), 0);
+  EXPECT_EQ(alphaAt(rect + "--garbage-outside", 20, 20), 255);
+  EXPECT_NEAR(alphaAt(rect + "--garbage-soft 4", 18, 20), 255 * 7 / 8.0, 2);
+  EXPECT_NEAR(alphaAt(rect + "--garbage-soft 4", 21, 20), 255 * 1 / 8.0, 2);
+  // Below the diagonal; and the file's rows above 14 as well.
+  const std::string polygon = "--garbage-polygon 0,0,40,40,0,40 --garbage @g.png ";
+  EXPECT_EQ(alphaAt(polygon, 14, 26), 0);
+  EXPECT_EQ(alphaAt(polygon, 26, 15), 255);
+  EXPECT_EQ(alphaAt(polygon, 26, 13), 0);
+  EXPECT_EQ(orvanite(folder, "key @p.png -o @o.png --garbage-rect 1,2,3").code, 2);
+  EXPECT_EQ(orvanite(folder, "key @p.png -o @o.png --garbage-polygon 1,2,3,4").code, 2);
+}
+
 TEST(FirstCommand, TakesColoursAsTheyAreWritten) {
   const Folder folder;
   write(plateOf(OIIO::TypeDesc::UINT8), folder / "p.png");
