@@ -21,14 +21,24 @@ std::byte* at(const Picture& picture, int channel, int row) {
   return picture.channels[static_cast<std::size_t>(channel)] + picture.rowStride * row;
 }
 
-// Whether the engine can use a picture where it lies, at a depth.
+// Whether the engine keys a picture fast where it lies, at a depth: interleaved red, green, blue
+// and alpha, and planes of integers. It reads integers of any other steps too, but one by one:
+// slower than a copy. Of a matte one channel is read, at any step.
 bool liesRight(const Picture& picture, int depth) {
   if (!isNative(picture.sample, depth)) return false;
-  // Float kernels step four elements from pixel to pixel whatever they are told.
-  for (std::ptrdiff_t c = 1; c < 4 && depth == 4; ++c) {
-    if (picture.channels[static_cast<std::size_t>(c)] != picture.channels[0] + 4 * c) return false;
+  const auto& channels = picture.channels;
+  const auto follows = [&](int channel) {
+    return channels[static_cast<std::size_t>(channel)] ==
+           channels[0] + std::ptrdiff_t{channel} * depth;
+  };
+  const bool planes = picture.pixelStride == depth;
+  if (depth == 4 || (picture.coloured() && !planes)) {
+    const bool opaque = channels[3] == nullptr && depth < 4;
+    if (picture.pixelStride != std::ptrdiff_t{4} * depth || !follows(1) || !follows(2) ||
+        !(opaque || follows(3))) {
+      return false;
+    }
   }
-  if (depth == 4 && picture.pixelStride != 16) return false;
   constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max();
   if (picture.pixelStride % depth != 0 || picture.rowStride % depth != 0) return false;
   if (std::abs(picture.rowStride / depth) >= limit) return false;

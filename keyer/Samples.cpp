@@ -33,8 +33,10 @@ float fromHalf(const std::byte* at) {
 
 void storeHalf(std::byte* at, float value) { store(at, Imath::half(value).bits()); }
 
+// In double the product is exact, and so is the sum wherever it decides the code.
 float codeOf(float value, float top) {
-  return std::fmin(std::fmax(std::trunc(std::fma(value, top, 0.5F)), 0.0F), top);
+  const double code = static_cast<double>(value) * static_cast<double>(top) + 0.5;
+  return std::fmin(std::fmax(std::trunc(static_cast<float>(code)), 0.0F), top);
 }
 
 constexpr float byteTop = 255.0F;

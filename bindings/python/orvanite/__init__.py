@@ -8,7 +8,7 @@
 
 Pictures are arrays of (height, width, 3 or 4); mattes may be (height, width). Their dtype is uint8,
 uint16, float16 or float32; 255, 65535 or 1.0 is white. Any strides will do; nothing is copied where
-samples lie side by side as RGBA, or are integers.
+samples lie side by side as RGBA, or as planes of integers.
 """
 from __future__ import annotations
 
