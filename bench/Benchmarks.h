@@ -20,6 +20,9 @@ void registerTargets();
 /// tables/BITS/ENCODING/WHAT.
 void registerRebuild();
 
+/// finish/BITS/ENCODING/SWITCH/THREADS: composites with a switch of the finish, none, or all.
+void registerFinish();
+
 /// peer/NAME/THREADS: other people's keyers on the 8-bit frame.
 void registerPeers();
 

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   orvanite::bench::registerKeying();
   orvanite::bench::registerRebuild();
   orvanite::bench::registerTargets();
+  orvanite::bench::registerFinish();
   orvanite::bench::registerPeers();
   benchmark::RunSpecifiedBenchmarks();
   return 0;

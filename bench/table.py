@@ -84,6 +84,26 @@ def print_peers(best):
                  "its ms, 2 threads", "ours, ms", "faster"], rows)
 
 
+def print_finish(best):
+    """Composites with switches of the finish: milliseconds, and as times the plain key's."""
+    rows, found = [], {}
+    for name, (seconds, _) in best.items():
+        parts = name.split("/")
+        if parts[0] == "finish":
+            found.setdefault(tuple(parts[1:4]), {})[parts[4]] = seconds * 1e3
+    for key, times in sorted(found.items(), key=lambda k: (int(k[0][0]), place(k[0][1]))):
+        row = [*key]
+        for threads in ("1", "2"):
+            plain = found.get((*key[:2], "none"), {}).get(threads)
+            if threads in times and plain:
+                row += [f"{times[threads]:.1f}", f"{times[threads] / plain:.1f}x"]
+            else:
+                row += ["-", "-"]
+        rows.append(row)
+    print_table(["bits", "encoding", "finish", "ms, 1 thread", "of the key", "ms, 2 threads",
+                 "of the key"], rows)
+
+
 def print_targets(best):
     """Each target's kernels on one thread, as times the speed of the reference's."""
     rows, targets = {}, []
@@ -127,6 +147,7 @@ def main():
                  "of memory"], rows)
 
     print_peers(best)
+    print_finish(best)
     print_targets(best)
 
     changes = {}

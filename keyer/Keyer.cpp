@@ -19,6 +19,7 @@
 #include <optional>
 
 #include "base/Error.h"
+#include "keyer/Finisher.h"
 
 namespace orvanite {
 namespace {
@@ -48,7 +49,11 @@ Keyer::Keyer() : engine_(orvanite_new()) {
   if (!engine_) throw Error(Fault::failure, "keyer", "out of memory");
 }
 
-void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs) {
+Keyer::~Keyer() = default;
+Keyer::Keyer(Keyer&&) noexcept = default;
+Keyer& Keyer::operator=(Keyer&&) noexcept = default;
+
+void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs, float scale) {
   depth_ = 0;
   if (const std::string problem = settings.screenProblem(); !problem.empty()) {
     throw Error(Fault::wrongUse, "screen", problem);
@@ -57,9 +62,15 @@ void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs) {
     throw Error(Fault::wrongUse, "reference",
                 "expected 8- or 16-bit pictures with a clean plate, found float pictures");
   }
-  settings.applyTo(engine_.get(), depth, inputs);
-  if (const int result = orvanite_makeLuts(engine_.get()); result != 0) {
-    throw Error(result == 3 ? Fault::failure : Fault::wrongUse, "keyer", tableProblem(result));
+  finish_ = Finish::of(settings, inputs, scale);
+  if (finish_.on()) {
+    if (!finisher_) finisher_ = std::make_unique<Finisher>();
+    finisher_->prepare(settings, finish_, depth, inputs);
+  } else {
+    settings.applyTo(engine_.get(), depth, inputs);
+    if (const int result = orvanite_makeLuts(engine_.get()); result != 0) {
+      throw Error(result == 3 ? Fault::failure : Fault::wrongUse, "keyer", tableProblem(result));
+    }
   }
   depth_ = depth;
 }
@@ -70,10 +81,20 @@ void Keyer::render(const Frame& frame, int threads) const {
                 "expected a frame of the depth that the keyer was prepared for");
   }
   std::atomic<bool> refused = false;
-  forRows(frame.height, bandRows, threads, [&](int first, int count) {
-    Otile band = bandOf(frame, first);
-    if (orvanite_render(engine_.get(), frame.depth, frame.width, count, &band) != 0) refused = true;
-  });
+  if (finish_.on()) {
+    const Loop loop = [threads](int turns, const std::function<void(int)>& body) {
+      forRows(turns, 1, threads, [&body](int first, int count) {
+        for (int i = first; i < first + count; ++i) body(i);
+      });
+    };
+    refused = !finisher_->render(frame, loop);
+  } else {
+    forRows(frame.height, bandRows, threads, [&](int first, int count) {
+      Otile band = bandOf(frame, first);
+      const int result = orvanite_render(engine_.get(), frame.depth, frame.width, count, &band);
+      if (result != 0) refused = true;
+    });
+  }
   if (refused) {
     throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");
   }

@@ -9,9 +9,11 @@
 #include <memory>
 
 #include "engine/orvanite.h"
-#include "keyer/Settings.h"
+#include "keyer/Finish.h"
 
 namespace orvanite {
+
+class Finisher;
 
 /// Where a frame's pictures lie. The pictures are the caller's.
 struct Frame {
@@ -26,11 +28,24 @@ class Keyer {
  public:
   /// Throws Error (failure) when memory runs out.
   Keyer();
+  ~Keyer();
+  Keyer(Keyer&&) noexcept;
+  Keyer& operator=(Keyer&&) noexcept;
 
-  /// Sets up the engine for frames of a depth that have the given inputs.
+  /// Sets up for frames of a depth that have the given inputs.
+  ///
+  /// scale  the frames' size over the full one's: the finish's lengths are given in full pixels
   /// Throws Error: wrongUse for settings that cannot key, a clean plate with float frames included;
   /// failure when memory runs out. No render may run meanwhile.
-  void prepare(const Settings& settings, int depth, const Inputs& inputs);
+  void prepare(const Settings& settings, int depth, const Inputs& inputs, float scale = 1);
+
+  /// How far around a pixel its result depends on others; 0 without a finish. A caller that keys a
+  /// part of a frame hands over as much more of it on each side, as far as the frame goes, and
+  /// keeps the part: it equals that part of the whole.
+  int border() const { return finish_.border(); }
+
+  /// Whether there is a finish: frames are then keyed whole, not in bands.
+  bool finishes() const { return finish_.on(); }
 
   /// Keys one frame into pictures.dst, which may share its buffer with the plate or the background,
   /// pixel for pixel. Renders of different frames may run at once on one prepared keyer.
@@ -44,6 +59,8 @@ class Keyer {
     void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
   };
   std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
+  std::unique_ptr<Finisher> finisher_;  // null until there is a finish
+  Finish finish_;
   int depth_ = 0;  // 0: not prepared
 };
 

@@ -33,6 +33,15 @@ constexpr Choice encodings[] = {
     {"video", "Video", "values are gamma-encoded video"},
 };
 
+constexpr Choice spillReplacements[] = {
+    {"nothing", "Nothing", "what is taken is gone: the colour gets a little darker"},
+    {"grey", "Grey", "grey of the same light"},
+    {"brightness", "Its own colour", "more of the colour that is left, so that it stays as bright"},
+    {"background", "Background's light",
+     "the colour of the background around the pixel (nothing where there is no background "
+     "picture)"},
+};
+
 constexpr ParameterType number = ParameterType::number;
 constexpr ParameterType triple = ParameterType::triple;
 constexpr ParameterType colour = ParameterType::colour;
@@ -47,6 +56,7 @@ constexpr Group spillGroup{"spill", "Spill"};
 constexpr Group foregroundGroup{"foregroundGrade", "Foreground grade"};
 constexpr Group backgroundGroup{"backgroundGrade", "Background grade"};
 constexpr Group matteGroup{"mattes", "Mattes"};
+constexpr Group finishGroup{"finish", "Finish"};
 
 constexpr Meaning viewing{Stage::view, SidePicture::none, false};
 constexpr Meaning ofScreen{Stage::key, SidePicture::none, true};
@@ -55,6 +65,8 @@ constexpr Meaning gradingBehind{Stage::grade, SidePicture::background, false};
 constexpr Meaning ofHoldOut{Stage::key, SidePicture::holdOut, false};
 constexpr Meaning ofGarbage{Stage::key, SidePicture::garbage, false};
 constexpr Meaning ofCleanPlate{Stage::key, SidePicture::cleanPlate, false};
+constexpr Meaning finishing{Stage::finish, SidePicture::none, false};
+constexpr Meaning finishingBehind{Stage::finish, SidePicture::background, false};
 
 // clang-format off
 constexpr Parameter table[] = {
@@ -130,6 +142,42 @@ constexpr Parameter table[] = {
     {"useReference", "Use clean plate", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
      {}, fixed, ofCleanPlate,
      "Where a clean plate is given, each pixel has the screen colour found there (8- and 16-bit pictures)."},
+
+    {"matteBlack", "Clip black", finishGroup, number, "matte", 0, 1, 0, 1, {0, 0, 0}, "", {},
+     {}, fixed, finishing, "What the matte has up to here becomes clear: takes grain and haze off the screen."},
+    {"matteWhite", "Clip white", finishGroup, number, "matte", 0, 1, 0, 1, {1, 0, 0}, "", {},
+     {}, fixed, finishing, "What the matte has from here on becomes solid: closes a thin subject."},
+    {"matteGamma", "Matte gamma", finishGroup, number, "exponent", 0.2F, 5, 0.1F, 10, {1, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "Bends the matte between the clips, to the power of 1/gamma: above 1 edges get fuller, below 1 thinner."},
+    {"islands", "Islands", finishGroup, number, "pixels across", 0, 40, 0, 256, {0, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "Clears what stands alone in the matte and is at most this wide and high: markers, dust. Longer hairs stay."},
+    {"pinholes", "Pinholes", finishGroup, number, "pixels across", 0, 40, 0, 256, {0, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "Fills what is not solid, lies within the solid and is at most this wide and high: glints of the screen."},
+    {"shrink", "Shrink or grow", finishGroup, number, "pixels", -5, 5, -32, 32, {0, 0, 0}, "", {},
+     {}, fixed, finishing, "Moves the matte's edge inwards by parts of a pixel, outwards where below 0."},
+    {"soften", "Soften", finishGroup, number, "pixels", 0, 10, 0, 64, {0, 0, 0}, "", {},
+     {}, fixed, finishing, "Blurs the matte over this many pixels each way."},
+    {"edgeColour", "Edge colour", finishGroup, number, "part", 0, 1, 0, 1, {0, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "How much soft pixels take the colour of the solid ones near them: takes dark and coloured lines off edges."},
+    {"edgeReach", "Edge reach", finishGroup, number, "pixels", 1, 32, 1, 64, {6, 0, 0}, "", {},
+     {}, fixed, finishing, "How far around a soft pixel solid ones give it their colour."},
+    {"spill", "Spill removal", finishGroup, number, "part", 0, 1, 0, 1, {0, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "How much of the screen's light is taken out of what is kept: what its strongest channel has above the limit."},
+    {"spillLimit", "Spill limit", finishGroup, number, "part", 0, 1, 0, 1, {0.5F, 0, 0}, "", {},
+     {}, fixed, finishing,
+     "What the screen's strongest channel may have: 0 the mean of the other two, 1 as much as the greater of them."},
+    {"spillReplace", "Spill becomes", finishGroup, ParameterType::choice, "", 0, 3, 0, 3, {0, 0, 0}, "", spillReplacements,
+     {}, fixed, finishing, "What takes the place of the spill."},
+    {"lightWrap", "Light wrap", finishGroup, number, "part", 0, 1, 0, 1, {0, 0, 0}, "", {},
+     {}, fixed, finishingBehind, "How much light of the background picture falls around the subject's edge."},
+    {"wrapReach", "Wrap reach", finishGroup, number, "pixels", 1, 32, 1, 64, {10, 0, 0}, "", {},
+     {}, fixed, finishingBehind,
+     "How far the background's light reaches in, and over how far around it is gathered."},
 };
 // clang-format on
 

@@ -47,6 +47,7 @@ enum class Stage {
   view,   // how pictures are read and what the result shows
   key,    // the matte, and the screen's colour taken out
   grade,  // the colours of what is kept, or of what lies behind
+  finish  // what is done to the keyed matte and colours afterwards, with a look at what is around
 };
 
 /// The picture beside the plate that a parameter is about.

@@ -181,7 +181,7 @@ struct Room {
   std::array<Rows, 6> rows;
 };
 
-void keyBand(const Job& job, const Band& band, Room& room) {
+void keyBand(const Job& job, const Band& band, Room& room, int threads) {
   const PictureFrame& f = job.frame;
   std::size_t used = 0;
   const auto in = [&](const Picture& picture, bool inPlace) {
@@ -211,11 +211,11 @@ void keyBand(const Job& job, const Band& band, Room& room) {
   if (job.inputs.reference) tile.ref = in(f.cleanPlate, job.inPlace(f.cleanPlate));
   if (job.resultInPlace()) {
     tile.dst = imageOf(f.result, job.depth, band.first);
-    job.keyer.render(keyed, 1);
+    job.keyer.render(keyed, threads);
   } else {
     Rows& rows = room.rows[used];
     tile.dst = rows.prepare(f.plate.width, band.count, job.depth);
-    job.keyer.render(keyed, 1);
+    job.keyer.render(keyed, threads);
     copyOut(f.result, band, job.depth, rows);
   }
 }
@@ -257,7 +257,7 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   inputs.holdOut = frame.holdOut.present() && settings.toggle("useHoldOutMatte");
   inputs.garbage = frame.garbage.present() && settings.toggle("useGarbageMatte");
   inputs.reference = frame.cleanPlate.present() && settings.toggle("useReference");
-  const bool background = settings.view(inputs) == 0;
+  const bool background = needsBackground(settings, inputs);
   const auto colours = [&](const Picture& picture, const std::string& role) {
     if (!picture.coloured()) {
       throw Error(Fault::wrongUse, role, "expected a picture with red, green and blue");
@@ -279,13 +279,18 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   const int depth = workingDepth(frame.plate.sample, inputs.reference);
   keyer_.prepare(settings, depth, inputs);
   const Job job{keyer_, frame, depth, inputs, background, hold, garbage};
+  if (keyer_.finishes()) {
+    Room whole;
+    keyBand(job, {0, frame.plate.height}, whole, threads);
+    return;
+  }
   const bool inPlace = job.allInPlace();
   forRows(frame.plate.height, bandRows, threads, [&](int first, int count) {
     // Kept from band to band and from frame to frame.
     thread_local Room room;
     const int most = inPlace ? count : bandRows;
     for (int done = 0; done < count; done += most) {
-      keyBand(job, {first + done, std::min(most, count - done)}, room);
+      keyBand(job, {first + done, std::min(most, count - done)}, room, 1);
     }
   });
 }

@@ -28,7 +28,7 @@ bool uses(const Settings& settings, const Inputs& present, Role role) {
     case Role::plate:
       return true;
     case Role::background:
-      return present.background && settings.view(present) == 0;
+      return needsBackground(settings, present);
     case Role::holdOut:
       return present.holdOut && settings.toggle("useHoldOutMatte");
     case Role::garbage:

@@ -65,6 +65,15 @@ media::Window scaled(const media::Window& window, int divisor) {
   return {x, y, -down(-(window.x + window.width)) - x, -down(-(window.y + window.height)) - y};
 }
 
+// A window and as much as `border` around it, as far as the whole goes.
+media::Window grown(const media::Window& window, int border, const media::Window& whole) {
+  const int left = std::max(whole.x, window.x - border);
+  const int top = std::max(whole.y, window.y - border);
+  const int right = std::min(whole.x + whole.width, window.x + window.width + border);
+  const int bottom = std::min(whole.y + whole.height, window.y + window.height + border);
+  return {left, top, right - left, bottom - top};
+}
+
 bool holds(const media::Window& outer, const media::Window& inner) {
   return media::united(outer, inner) == outer;
 }
@@ -111,14 +120,18 @@ Settings settingsFor(PageView view, Settings settings) {
 }
 
 std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
-                                              int divisor, const media::Window& region,
+                                              int divisor, const media::Window& asked,
                                               const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
   const Settings settings = settingsFor(view, given);
   Inputs inputs = info.inputs;
   if (view == PageView::overChecker) inputs.background = true;
 
-  keyer_.prepare(settings, info.depth, inputs);
+  keyer_.prepare(settings, info.depth, inputs, 1.0F / static_cast<float>(divisor));
+  // A finish looks at what is around the region, which is keyed with it in one go then.
+  const int border = keyer_.border();
+  const media::Window everything = scaled({0, 0, info.width, info.height}, divisor);
+  const media::Window region = border == 0 ? asked : grown(asked, border, everything);
 
   const bool chequered = view == PageView::overChecker;
   shot::ByRole<Footage::Shared> kept;
@@ -154,7 +167,8 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     whole.pictures.bg = shot::imageOf(squares);
   }
 
-  const int rows = std::max(16, bandPixels / std::max(1, region.width));
+  const int rows =
+      border > 0 ? region.height : std::max(16, bandPixels / std::max(1, region.width));
   for (int row = 0; row < region.height; row += rows) {
     if (!wanted()) return std::nullopt;
     Frame band = whole;
@@ -168,6 +182,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
+  if (border > 0) result = media::part(result, asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
   return result;
 }

@@ -15,12 +15,13 @@
 
 namespace ofxTest {
 
-/// Random settings of every parameter that have a screen one can key.
+/// Random settings of every parameter that plug-ins have, with a screen one can key.
 inline orvanite::Settings randomSettings(std::mt19937& random) {
   using orvanite::ParameterType;
   std::uniform_real_distribution<double> unit(0, 1);
   orvanite::Settings settings;
   for (const orvanite::Parameter& parameter : orvanite::parameters()) {
+    if (parameter.meaning.stage == orvanite::Stage::finish) continue;
     const auto between = [&] {
       const double low = static_cast<double>(std::fmax(parameter.softLow, parameter.low));
       return low + unit(random) * (static_cast<double>(parameter.softHigh) - low);

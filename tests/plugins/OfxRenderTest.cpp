@@ -193,7 +193,8 @@ TEST(OfxRender, ServesConcurrentRendersOfOneInstanceWhileParametersMove) {
   for (const orvanite::Parameter& parameter : orvanite::parameters()) {
     if (orvanite::valuesOf(parameter.type) == 0 ||
         parameter.type == orvanite::ParameterType::choice ||
-        parameter.type == orvanite::ParameterType::toggle) {
+        parameter.type == orvanite::ParameterType::toggle ||
+        parameter.meaning.stage == orvanite::Stage::finish) {
       continue;
     }
     curve(parameter.name.data());

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the finish does to colours, in the pictures' own codes: sums in integers, so that they do
+// not depend on where a tile begins; the rest pixel by pixel in single precision, each operation
+// rounded as written.
+// Beyond the frame its outermost pixels go on.
+// Knows the finish in numbers and the engine's tile images.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
+#include "engine/orvanite.h"
+#include "keyer/Finish.h"
+#include "keyer/MatteFilter.h"
+
+namespace orvanite {
+
+/// A rectangle of a frame.
+struct FrameArea {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+};
+
+/// A whole frame's samples of one depth.
+template <class Sample>
+struct Pixels {
+  const Sample *red, *green, *blue, *alpha;
+  std::ptrdiff_t pixelStep, lineStep;
+  int width, height;
+
+  /// Float pictures always have four samples a pixel.
+  Pixels(const OtileImage& image, int frameWidth, int frameHeight)
+      : red(static_cast<const Sample*>(image.red)),
+        green(static_cast<const Sample*>(image.green)),
+        blue(static_cast<const Sample*>(image.blue)),
+        alpha(static_cast<const Sample*>(image.alpha)),
+        pixelStep(std::is_floating_point_v<Sample> ? 4 : image.pixelStep),
+        lineStep(image.lineStep),
+        width(frameWidth),
+        height(frameHeight) {}
+
+  /// Where a pixel's samples lie behind each channel's first.
+  std::ptrdiff_t at(int x, int y) const { return y * lineStep + x * pixelStep; }
+};
+
+/// A neighbourhood's colour, and how much of it there was: 1 is a whole pixel.
+struct Mean {
+  float red, green, blue, weight;
+};
+
+/// A matte's codes as 16 bits, through the finish's curve.
+template <class Sample>
+class MatteReader {
+ public:
+  /// Straight where nothing is clipped.
+  explicit MatteReader(const Finish& finish);
+  /// The matte of a code; NaN counts as 0.
+  std::uint16_t operator()(Sample code) const {
+    if constexpr (std::is_same_v<Sample, std::uint8_t>) return curve_[code];
+    return curve_.empty() ? plain(code) : curve_[plain(code)];
+  }
+  /// The same without the curve.
+  static std::uint16_t plain(Sample code);
+
+ private:
+  std::vector<std::uint16_t> curve_;  // empty: straight
+};
+
+/// Room for one thread's colours, kept from tile to tile.
+struct ColourScratch {
+  std::vector<Mean> inside, behind;
+  std::vector<std::int64_t> sums;
+  std::vector<std::int32_t> shortSums;
+};
+
+/// The finished foreground of a tile.
+///
+/// keyed   the frame as the engine keyed it, unpremultiplied; four interleaved samples a pixel
+/// behind  the background; null where it is not looked at
+/// area    the tile
+/// matte   its finished matte
+/// nearby  how solid its neighbourhood is, for the light wrap; null without one
+/// out     four samples a pixel, area.width * area.height pixels; in place of alpha stands full
+///         less the finished matte, which is the engine's own where the finish left it
+template <class Sample>
+void finishColours(const Finish& finish, const MatteReader<Sample>& reader,
+                   const Pixels<Sample>& keyed, const Pixels<Sample>* behind, const FrameArea& area,
+                   const MatteTile& matte, const MatteTile* nearby, ColourScratch& scratch,
+                   Sample* out);
+
+}  // namespace orvanite

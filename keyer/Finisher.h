@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Keys and finishes whole frames: the engine's key to unpremultiplied colour and matte, the
+// finish on it tile by tile, and the wanted view put together in one place.
+// Knows the finish's parts and the engine's flat interface; the threads are its caller's.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <variant>
+#include <vector>
+
+#include "keyer/Compositor.h"
+#include "keyer/Finish.h"
+#include "keyer/FinishColour.h"
+#include "keyer/Specks.h"
+
+namespace orvanite {
+
+struct Frame;
+
+class Finisher {
+ public:
+  /// Throws Error (failure) when memory runs out.
+  Finisher();
+  ~Finisher();
+
+  /// Sets up for frames of a depth. Throws Error when the engines cannot be.
+  void prepare(const Settings& settings, const Finish& finish, int depth, const Inputs& inputs);
+
+  /// Keys and finishes a frame into its destination, which may share its buffer with the plate or
+  /// the background, pixel for pixel. Several may run at once. False when a picture is missing.
+  bool render(const Frame& frame, const Loop& loop) const;
+
+ private:
+  struct Workspace;
+  struct Scratch;
+
+  // Room that renders hand to one another: fresh memory costs more than the finish.
+  template <class Room>
+  class Pool {
+   public:
+    std::unique_ptr<Room> take();
+    void give(std::unique_ptr<Room> room);
+
+   private:
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<Room>> idle_;
+  };
+
+  template <class Sample>
+  bool renderAs(const Frame& frame, const Loop& loop) const;
+  template <class Sample>
+  bool keyBand(const Frame& frame, int band, Workspace& space) const;
+  template <class Sample>
+  const OtileImage behindOf(const Frame& frame, Workspace& space, const Loop& loop) const;
+  template <class Sample>
+  bool finishTile(const Frame& frame, const Workspace& space, const OtileImage* behind,
+                  const FrameArea& area, Scratch& scratch) const;
+
+  struct Delete {
+    void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
+  };
+  std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
+  Compositor compositor_;
+  Finish finish_;
+  int depth_ = 1;
+  bool garbage_ = false;       // whether a garbage matte cuts
+  bool status_ = false;        // whether the view is the status
+  bool gradesBehind_ = false;  // whether the background has a grade of its own
+  bool background_ = false;    // whether the view shows the background
+  std::variant<MatteReader<std::uint8_t>, MatteReader<std::uint16_t>, MatteReader<float>> reader_;
+  mutable Pool<Workspace> workspaces_;
+  mutable Pool<Scratch> scratches_;
+};
+
+}  // namespace orvanite
