@@ -41,6 +41,22 @@ std::string makeToken() {
   return token;
 }
 
+Access::Entry Access::entry(std::string_view begun) const {
+  constexpr std::size_t longestMethod = 16;
+  const bool ended = begun.find('\n') != std::string_view::npos;
+  begun = begun.substr(0, begun.find('\n'));
+  const std::size_t space = begun.substr(0, longestMethod).find(' ');
+  if (space == std::string_view::npos) {
+    return ended || begun.size() >= longestMethod ? Entry::shut : Entry::unknown;
+  }
+  const std::string_view path = begun.substr(space + 1, token_.size() + 2);
+  if (path.size() < token_.size() + 2) return ended ? Entry::shut : Entry::unknown;
+  return path.front() == '/' && path.back() == '/' &&
+                 sameText(path.substr(1, token_.size()), token_)
+             ? Entry::open
+             : Entry::shut;
+}
+
 std::optional<std::string_view> Access::admit(const Caller& caller) const {
   const std::string number = std::to_string(port_);
   if (caller.hosts.size() != 1) return std::nullopt;

@@ -34,6 +34,11 @@ class Access {
  public:
   Access(std::string token, int port) : token_(std::move(token)), port_(port) {}
 
+  enum class Entry { unknown, open, shut };
+  /// Whether a request that begins so is for an address that holds the token: `unknown` while its
+  /// first line is too short to tell. What is let in has still to be admitted.
+  Entry entry(std::string_view begun) const;
+
   /// What follows the token in the path, such as "picture"; nothing when the request must be
   /// refused, whatever the reason: the caller learns none.
   ///

@@ -13,9 +13,28 @@ namespace orvanite::view {
 
 using std::chrono::milliseconds;
 
+Connection::Connection(int socket, std::string_view begun, const Limits& limits)
+    : socket_(socket), limits_(limits) {
+  end_ = std::min(begun.size(), buffer_.size());
+  std::copy_n(begun.begin(), end_, buffer_.begin());
+}
+
 Connection::~Connection() {
-  ::shutdown(socket_, SHUT_RDWR);
+  if (::shutdown(socket_, SHUT_WR) == 0) drain();
   ::close(socket_);
+}
+
+// Closed with bytes unread, a connection takes back what it sent last.
+void Connection::drain() {
+  constexpr std::size_t most = std::size_t{256} << 10;
+  const Clock::time_point until = Clock::now() + milliseconds(200);
+  for (std::size_t drained = 0; drained < most;) {
+    const auto wait = std::chrono::duration_cast<milliseconds>(until - Clock::now());
+    if (wait.count() <= 0 || !waitFor(POLLIN, wait)) return;
+    const ssize_t count = ::recv(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+    if (count <= 0) return;
+    drained += static_cast<std::size_t>(count);
+  }
 }
 
 bool Connection::waitFor(short event, milliseconds most) const {

@@ -2,6 +2,7 @@
 //
 // The bytes of one connection. The library reads a request's lines for as long as they go on; here
 // each request has an allowance of bytes and of time, and an idle connection waits without looking.
+// At the end what was sent arrives, though the other side still has something to say.
 // Knows POSIX sockets and cpp-httplib's stream.
 #pragma once
 
@@ -10,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <string_view>
 
 namespace orvanite::view {
 
@@ -22,8 +24,8 @@ class Connection : public httplib::Stream {
     std::chrono::milliseconds write;    // that the other side may keep an answer waiting
   };
 
-  /// Takes the socket and closes it in the end.
-  Connection(int socket, const Limits& limits) : socket_(socket), limits_(limits) {}
+  /// Takes the socket, of which `begun` was read before, and closes it in the end.
+  Connection(int socket, std::string_view begun, const Limits& limits);
   ~Connection() override;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -43,6 +45,7 @@ class Connection : public httplib::Stream {
  private:
   using Clock = std::chrono::steady_clock;
 
+  void drain();
   bool waitFor(short event, std::chrono::milliseconds most) const;
   std::chrono::milliseconds left() const;
 

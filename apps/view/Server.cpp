@@ -11,11 +11,14 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <memory>
 #include <thread>
 #include <utility>
 
 #include "apps/view/Connection.h"
+#include "apps/view/Door.h"
 #include "apps/view/Messages.h"
 #include "base/Error.h"
 #include "keyer/Preset.h"
@@ -43,6 +46,9 @@ constexpr std::size_t headLimit = std::size_t{16} << 10;
 constexpr Connection::Limits connectionLimits{headLimit + bodyLimit, std::chrono::seconds(5),
                                               std::chrono::seconds(2), std::chrono::seconds(5)};
 constexpr int requestsOfAConnection = 10000;
+// Those without the token: as long as one request may take, and no more than descriptors allow.
+constexpr Door::Limits doorLimits{std::chrono::seconds(5), 800, std::chrono::seconds(1),
+                                  headLimit + bodyLimit};
 
 constexpr const char* json = "application/json";
 
@@ -77,9 +83,35 @@ const char* nameOf(RenderJob::State state) {
 // others of a burst would try again only after a second.
 constexpr int connectionsPending = 256;
 
+// Set while a request is answered by its own function, which is after its body was read whole. A
+// connection on which anything else was answered is closed: a body that was left unread would be
+// taken for the next request.
+thread_local bool served = false;
+
 class Http : public httplib::Server {
  public:
-  void widen() { ::listen(svr_sock_, connectionsPending); }
+  ~Http() override { shut(); }
+
+  /// Wants the port to be bound.
+  void open(const Access& access) {
+    ::listen(svr_sock_, connectionsPending);
+    threads_ = std::make_unique<httplib::ThreadPool>(connectionThreads);
+    const std::string said = errorReply("request", "refused");
+    door_ = std::make_unique<Door>(
+        access, doorLimits,
+        "HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Type: " + std::string(json) +
+            "\r\nContent-Length: " + std::to_string(said.size()) + "\r\n\r\n" + said,
+        [this](int socket, const std::string& begun) {
+          threads_->enqueue([this, socket, begun] { serve(socket, begun); });
+        });
+  }
+
+  /// Hangs up on who waits, and ends when all others are served.
+  void shut() {
+    if (!door_) return;
+    door_.reset();
+    threads_->shutdown();
+  }
 
   std::string answer(const std::string& request) {
     httplib::detail::BufferStream stream;
@@ -91,17 +123,46 @@ class Http : public httplib::Server {
 
  private:
   bool process_and_close_socket(int socket) override {
-    Connection connection(socket, connectionLimits);
-    bool answered = false;
+    door_->add(socket);
+    return true;
+  }
+
+  void serve(int socket, const std::string& begun) {
+    Connection connection(socket, begun, connectionLimits);
     for (int left = requestsOfAConnection; left > 0 && svr_sock_ >= 0 && connection.next();
          --left) {
       bool closed = false;
-      answered = process_request(connection, left == 1, closed, nullptr);
-      if (!answered || closed) break;
+      served = false;
+      if (!process_request(connection, left == 1, closed, nullptr) || closed || !served) break;
     }
-    return answered;
   }
+
+  std::unique_ptr<httplib::ThreadPool> threads_;
+  std::unique_ptr<Door> door_;
 };
+
+// The library hands each connection to a queue of tasks: it goes to the door at once.
+class ToTheDoor : public httplib::TaskQueue {
+ public:
+  explicit ToTheDoor(Http& http) : http_(http) {}
+  void enqueue(std::function<void()> task) override { task(); }
+  void shutdown() override { http_.shut(); }
+
+ private:
+  Http& http_;
+};
+
+// A body's length must be beyond doubt, or where it ends would be another's guess.
+bool bodyIsPlain(const Request& request) {
+  if (!valuesOf(request, "Transfer-Encoding").empty() ||
+      !valuesOf(request, "Content-Encoding").empty()) {
+    return false;
+  }
+  const std::vector<std::string> lengths = valuesOf(request, "Content-Length");
+  if (request.method != "POST") return lengths.empty() || lengths == std::vector<std::string>{"0"};
+  return lengths.size() == 1 && !lengths.front().empty() && lengths.front().size() < 10 &&
+         lengths.front().find_first_not_of("0123456789") == std::string::npos;
+}
 
 // Counts itself among those that wait, as long as it lives.
 class Waiting {
@@ -146,14 +207,19 @@ struct Server::Implementation {
       response.set_header("Connection", "close");
       return true;
     }
-    if (!valuesOf(request, "Transfer-Encoding").empty() ||
-        !valuesOf(request, "Content-Encoding").empty()) {
+    if (!bodyIsPlain(request)) {
       fail(response, 411, "request", "expected a body of a stated length, not compressed");
+      response.set_header("Connection", "close");
+      return true;
+    }
+    if (!valuesOf(request, "Upgrade").empty()) {
+      fail(response, 400, "request", "expected no upgrade to another protocol");
       response.set_header("Connection", "close");
       return true;
     }
     if (!rate.take()) {
       fail(response, 429, "request", "too many requests");
+      response.set_header("Connection", "close");
       return true;
     }
     return false;
@@ -259,6 +325,7 @@ struct Server::Implementation {
   template <class Answer>
   httplib::Server::Handler guarded(Answer answer) {
     return [this, answer](const Request& request, Response& response) {
+      served = true;
       try {
         (this->*answer)(request, response);
       } catch (const Error& error) {
@@ -275,7 +342,7 @@ struct Server::Implementation {
     http.set_tcp_nodelay(true);
     http.set_payload_max_length(bodyLimit);
     http.set_keep_alive_max_count(requestsOfAConnection);
-    http.new_task_queue = [] { return new httplib::ThreadPool(connectionThreads); };
+    http.new_task_queue = [this] { return new ToTheDoor(http); };
     http.set_default_headers({
         {"Content-Security-Policy",
          "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data: blob:; "
@@ -309,8 +376,8 @@ Server::Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, b
                 port == 0 ? "no port of 127.0.0.1 is free"
                           : "port " + std::to_string(port) + " of 127.0.0.1 cannot be taken");
   }
-  self.http.widen();
   self.access = std::make_unique<Access>(makeToken(), bound);
+  self.http.open(*self.access);
 }
 
 Server::~Server() = default;

@@ -169,6 +169,60 @@ test('callers that send nothing do not keep the page from its answers for long',
   for (const socket of idle) socket.destroy();
 });
 
+/** Sends bytes, whole or one at a time; resolves to all that comes until the server hangs up, and how long that took. */
+function raw(text, {every} = {}) {
+  return new Promise((done) => {
+    const start = Date.now();
+    let came = '', timer;
+    const socket = net.connect(port, '127.0.0.1').setEncoding('latin1').on('error', () => {})
+      .on('data', (part) => { came += part; })
+      .on('close', () => { clearInterval(timer); done({came, took: Date.now() - start}); });
+    if (!every) { socket.write(text); return; }
+    let sent = 0;
+    timer = setInterval(() => { if (sent < text.length) socket.write(text[sent++]); }, every);
+  });
+}
+
+test('a refusal ends the connection: a body is never read as the next request', async () => {
+  const host = `Host: 127.0.0.1:${port}\r\n`;
+  const inside = `GET /${token}/state HTTP/1.1\r\n${host}\r\n`;
+  const post = (path, headers) => `POST ${path} HTTP/1.1\r\n${host}${headers}Content-Length: ${inside.length}\r\n\r\n${inside}`;
+  const own = `Origin: ${origin}\r\nContent-Type: application/json\r\n`;
+  for (const [what, text, status] of [
+    ['no token', post('/guess/picture', own), 403],
+    ['another origin', post(`/${token}/picture`, 'Origin: http://example.org\r\nContent-Type: application/json\r\n'), 403],
+    ['a form', post(`/${token}/picture`, `Origin: ${origin}\r\nContent-Type: text/plain\r\n`), 403],
+    ['compressed', post(`/${token}/picture`, `${own}Content-Encoding: gzip\r\n`), 411],
+    ['a GET with a body', `GET /${token}/state HTTP/1.1\r\n${host}Content-Length: ${inside.length}\r\n\r\n${inside}`, 411],
+    ['two lengths', post(`/${token}/picture`, `${own}Content-Length: 2\r\n`), 411],
+    ['a length with a sign', post(`/${token}/picture`, own).replace('Length: ', 'Length: +'), 411],
+    ['no length', `POST /${token}/picture HTTP/1.1\r\n${host}${own}\r\n${inside}`, 411],
+    ['too long', post(`/${token}/picture`, own).replace(/Length: \d+/, 'Length: 70000').padEnd(70500, ' ') + inside, 413],
+    ['no request', `nonsense\r\n\r\n${inside}`, 403],
+    ['an upgrade', inside.replace('\r\n\r\n', '\r\nConnection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n') + inside, 400],
+  ]) {
+    const {came, took} = await raw(text);
+    assert.equal(came.match(/HTTP\/1\.1 (\d+)/)?.[1], String(status), `${what}: ${came.slice(0, 200)}`);
+    assert.equal(came.split('HTTP/1.1 ').length, 2, `${what}: more than one answer`);
+    assert.ok(took < 4500, `${what}: hung up after ${took} ms`);
+  }
+  // What is not refused may follow on one connection.
+  const {came} = await raw(inside + inside + inside.replace('HTTP/1.1\r\n', 'HTTP/1.1\r\nConnection: close\r\n'));
+  assert.equal(came.split('HTTP/1.1 200').length, 4);
+});
+
+test('slow callers without the token never keep the page waiting, and have five seconds in all', async () => {
+  const slow = Array.from({length: 100}, (unused, i) => raw(i % 2 ? 'GET /a' : `POST /${'0'.repeat(40)}`, {every: 400}));
+  await sleep(500);
+  for (let i = 0; i < 4; ++i) {
+    const start = Date.now();
+    assert.equal((await send()).status, 200);
+    assert.ok(Date.now() - start < 3000, 'less than the patience with a slow caller');
+    await sleep(500);
+  }
+  for (const {took} of await Promise.all(slow)) assert.ok(took < 8000, `${took} ms`);
+});
+
 test('renders never go over what is keyed', () => {
   const {folder: shot} = drawPlate('--size', '64x36', '--frames', '1-2');
   mkdirSync(join(shot, 'x'));
@@ -219,4 +273,8 @@ test('a signal ends the server with nothing left behind', async () => {
     assert.ok(Date.now() - start < 10000);
     assert.deepEqual(own(), before);
   }
+  const killed = await serve(plate.plate);
+  await killed.stop('SIGKILL');
+  for (let left = 100; left > 0 && own().length > before.length; --left) await sleep(50);
+  assert.deepEqual(own(), before, 'whatever ends it');
 });
