@@ -14,7 +14,7 @@ void countPixels(benchmark::State& state);
 /// memory/BITS/THREADS and key/BITS/ENCODING/OUTPUT/THREADS.
 void registerKeying();
 
-/// kernel/BITS/ENCODING/CASE/TARGET, where TARGET can be "reference".
+/// kernel/BITS/ENCODING/CASE/TARGET, where TARGET can be "definition".
 void registerTargets();
 
 /// tables/BITS/ENCODING/WHAT.

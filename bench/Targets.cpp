@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Every target beside the reference: the same tile keyed by each in one process, on one thread, in
+// Every target beside the definition: the same tile keyed by each in one process, on one thread, in
 // place on the plate as the node keys it. The plate is put back before each time; only keying
 // counts, in processor time of the thread. "best_ms" is the best time of all, which other work on
-// the machine moves least. Output that differs from the reference's is an error, not a time.
+// the machine moves least. Output that differs from the definition's is an error, not a time.
 #include <benchmark/benchmark.h>
 #include <time.h>
 
@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "bench/Benchmarks.h"
+#include "bench/Definition.h"
 #include "bench/Frames.h"
-#include "bench/Reference.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 namespace orvanite::bench {
 
@@ -61,8 +61,8 @@ double threadSeconds() {
 
 /// "plain" has constant curves, no grade and no neutral scale; "graded" has all three; "saturated"
 /// has foreground saturation and a grade.
-void setUp(QMXOrvaniteTable& e, int depth, Encoding encoding, const Case& c) {
-  const int max = depth == 1 ? 255 : depth == 2 ? 65535 : 1;
+void setUp(QMXOrvaniteTable& e, Depth depth, Encoding encoding, const Case& c) {
+  const int max = maxOf(depth);
   e.setFgMax(max);
   e.setBgMax(max);
   e.setRefMax(max);
@@ -99,10 +99,11 @@ std::vector<std::byte> halved(const std::byte* from, std::size_t bytes) {
   return to;
 }
 
-void measure(benchmark::State& state, int depth, Encoding encoding, bool halves, const Case& c,
+void measure(benchmark::State& state, Depth depth, Encoding encoding, bool halves, const Case& c,
              const Target& target) {
-  const Pictures& p = pictures(depth, encoding);
-  const Extras& x = extras(depth, encoding);
+  const int bytes = bytesOf(depth);
+  const Pictures& p = pictures(bytes, encoding);
+  const Extras& x = extras(bytes, encoding);
   std::vector<std::byte> plate(p.fg.get(), p.fg.get() + p.bytes), under;
   if (halves) {
     plate = halved(p.fg.get(), p.bytes);
@@ -113,39 +114,38 @@ void measure(benchmark::State& state, int depth, Encoding encoding, bool halves,
   setUp(engine, depth, encoding, c);
   if (engine.makeLuts() != 0) return state.SkipWithError("tables cannot be built");
   Otile tile = {};
-  tile.dst = imageOf(p.dst.get(), depth);
+  tile.dst = imageOf(p.dst.get(), bytes);
   if (std::strcmp(c.name, "background-alone") != 0) tile.fg = tile.dst;
-  if (c.view == 0) tile.bg = imageOf(halves ? under.data() : p.bg.get(), depth);
+  if (c.view == 0) tile.bg = imageOf(halves ? under.data() : p.bg.get(), bytes);
   if (c.mattes) {
-    tile.hold = imageOf(x.hold.get(), depth);
-    tile.garbage = imageOf(x.garbage.get(), depth);
+    tile.hold = imageOf(x.hold.get(), bytes);
+    tile.garbage = imageOf(x.garbage.get(), bytes);
   }
-  if (c.clean) tile.ref = imageOf(x.clean.get(), depth);
-  const TileVariant variant = {c.clean, c.mattes, c.mattes, true};
+  if (c.clean) tile.ref = imageOf(x.clean.get(), bytes);
+  const Choices choices = {.ref = c.clean,
+                           .linear = encoding == Encoding::linear,
+                           .hold = c.mattes,
+                           .garbage = c.mattes,
+                           .alpha = true};
   const int width = frameWidth(), height = frameHeight();
-
-  TileKernel kernel = nullptr;
-  if (depth == 4) {
-    if (target.floats) kernel = target.floats->choose(engine, width, height, tile, variant);
-  } else if (target.integers) {
-    kernel = target.integers->choose(engine, depth, width, height, tile, variant);
-  }
-  const bool isReference = target.integers == nullptr;
-  if (!isReference && kernel == nullptr) return state.SkipWithError("left to the reference");
+  const bool isDefinition = target.integers == nullptr;
   const auto key = [&] {
-    if (kernel != nullptr) return kernel(engine, width, height, tile, variant);
-    renderReference(engine, depth, width, height, tile, variant);
+    if (isDefinition) renderDefinition(engine, depth, width, height, tile, choices);
+    if (isDefinition) return true;
+    return depth == Depth::floats
+               ? target.floats->key(engine, width, height, tile, choices)
+               : target.integers->key(engine, depth, width, height, tile, choices);
   };
   const auto putPlateBack = [&] { std::memcpy(p.dst.get(), plate.data(), p.bytes); };
 
-  if (!isReference) {
+  if (!isDefinition) {
     putPlateBack();
-    renderReference(engine, depth, width, height, tile, variant);
+    renderDefinition(engine, depth, width, height, tile, choices);
     const std::vector<std::byte> wanted(p.dst.get(), p.dst.get() + p.bytes);
     putPlateBack();
-    key();
+    if (!key()) return state.SkipWithError("left to the definition");
     if (std::memcmp(p.dst.get(), wanted.data(), p.bytes) != 0) {
-      return state.SkipWithError("differs from the reference");
+      return state.SkipWithError("differs from the definition");
     }
   }
   double best = std::numeric_limits<double>::infinity();
@@ -164,15 +164,15 @@ void measure(benchmark::State& state, int depth, Encoding encoding, bool halves,
 }  // namespace
 
 void registerTargets() {
-  for (const int depth : {1, 2, 4}) {
+  for (const Depth depth : {Depth::bytes, Depth::shorts, Depth::floats}) {
     for (const Encoding encoding : {Encoding::linear, Encoding::log, Encoding::video}) {
       for (const bool halves : {false, true}) {
-        if (halves && (depth != 4 || encoding == Encoding::linear)) continue;
+        if (halves && (depth != Depth::floats || encoding == Encoding::linear)) continue;
         for (const Case& c : cases) {
-          if (depth == 4 && c.clean) continue;
+          if (depth == Depth::floats && c.clean) continue;
           for (const Target& target : knownTargets()) {
             if (!target.supported()) continue;
-            const std::string name = "kernel/" + std::to_string(8 * depth) + "/" +
+            const std::string name = "kernel/" + std::to_string(8 * bytesOf(depth)) + "/" +
                                      encodingNames[static_cast<int>(encoding)] + "/" +
                                      (halves ? "half-" : "") + c.name + "/" + target.name;
             benchmark::RegisterBenchmark(name.c_str(),

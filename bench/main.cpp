@@ -8,7 +8,7 @@
 
 #include "bench/Benchmarks.h"
 #include "bench/Frames.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);

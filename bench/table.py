@@ -105,21 +105,21 @@ def print_finish(best):
 
 
 def print_targets(best):
-    """Each target's kernels on one thread, as times the speed of the reference's."""
+    """Each target's kernels on one thread, as times the speed of the definition's."""
     rows, targets = {}, []
     for name, (seconds, _) in best.items():
         parts = name.split("/")
         if parts[0] == "kernel":
             rows.setdefault(tuple(parts[1:4]), {})[parts[4]] = seconds * 1e3
-            if parts[4] not in targets and parts[4] != "reference":
+            if parts[4] not in targets and parts[4] != "definition":
                 targets.append(parts[4])
     table = []
     for key in sorted(rows, key=lambda k: (int(k[0]), place(k[1]), k[2])):
-        reference = rows[key].get("reference")
-        ratios = [f"{reference / rows[key][t]:.1f}x" if reference and t in rows[key] else "-"
+        definition = rows[key].get("definition")
+        ratios = [f"{definition / rows[key][t]:.1f}x" if definition and t in rows[key] else "-"
                   for t in targets]
-        table.append([*key, f"{reference:.1f}" if reference else "-", *ratios])
-    print_table(["bits", "encoding", "case", "reference, ms", *targets], table)
+        table.append([*key, f"{definition:.1f}" if definition else "-", *ratios])
+    print_table(["bits", "encoding", "case", "definition, ms", *targets], table)
 
 
 def main():

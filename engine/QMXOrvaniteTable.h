@@ -20,6 +20,10 @@
 
 #include "engine/Otile.h"
 
+#if defined(__FAST_MATH__) || (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__ > 0)
+#error "-ffast-math changes the bits that are promised: build Orvanite without it"
+#endif
+
 namespace orvanite {
 struct HalfTables;
 struct IntegerPlan;
@@ -188,7 +192,7 @@ struct QMXOrvaniteTable {
     static constexpr bool value = false;
   };
 
-  /// The float reference kernel, kernels/QMXOrvaniteRender32.h. 0 done, 1 refused.
+  /// The definition of the float kernels, kernels/QMXOrvaniteRender32.h. 0 done, 1 refused.
   template <class Linear, class Hold, class Garbage, class Alpha>
   int QMXOrvaniteRender32(int width, int height, Otile* tile, Linear, Hold, Garbage, Alpha) const;
 

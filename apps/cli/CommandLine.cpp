@@ -23,7 +23,7 @@
 #include "apps/cli/HelpFormat.h"
 #include "apps/cli/ParameterOptions.h"
 #include "base/Error.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 namespace orvanite::cli {
 namespace {

@@ -77,8 +77,8 @@ Stopped by a signal; finished frames are whole.
 constexpr const char* environment = R"(.SH ENVIRONMENT
 .TP
 .B ORVANITE_TARGET
-Forces the kernels: sse4, avx2 or avx512 on x86\-64, native on other machines, reference (plain code)
-everywhere. All give the same bits. A name that is unknown, or that the processor lacks, is an error.
+Forces the kernels: sse4, avx2 or avx512 on x86\-64, neon on AArch64, definition (plain code) everywhere.
+All give the same bits. A name that is unknown, or that the processor lacks, is an error.
 .TP
 .B ORVANITE_PLUGIN_PATH
 Folders, separated by colons, in which \fBorvanite run\fR looks for plug\-ins first.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "engine/colour/Encoding.h"
 
-#include <cmath>
-
+#include "engine/colour/Fused.h"
 #include "engine/colour/Power.h"
 
 namespace orvanite {
@@ -21,18 +20,18 @@ float toLinear(float v, int colourspace) {
 
 float fromLinear(float v, int colourspace) {
   if (colourspace == logSpace) {
-    return v <= 0 ? 0 : std::fma(logScale, commonLogarithm(v), 1.0f);
+    return v <= 0 ? 0 : fused(logScale, commonLogarithm(v), 1.0f);
   }
   if (colourspace == videoSpace) {
     const float t = v <= 0 ? 0 : power(v, videoEncodeTone);
     return t < videoKneeLinear ? videoSlope * t
-                               : std::fma(videoScale, power(t, videoEncodeExponent), -videoOffset);
+                               : fused(videoScale, power(t, videoEncodeExponent), -videoOffset);
   }
   return v;
 }
 
 float regrade(float v, float exposure, float gamma, float offset) {
-  return std::fma(exposure, power(v, 1.0f / gamma), offset);
+  return fused(exposure, power(v, 1.0f / gamma), offset);
 }
 
 }  // namespace orvanite

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The integer reference kernel: what happens to a pixel of 8-bit or 16-bit pictures, step by
-// step. Everything else that renders integers must give these bits.
+// The definition of the integer kernels: what happens to a pixel of 8-bit or 16-bit pictures, step
+// by step. Everything else that renders integers must give these bits.
 //
 // Colours are working values (16383 is 1.0), key quantities are key units (4096 is 1.0). Products
 // of the two come back with (x + 2048) >> 12 unless a shift is marked as truncating; divisions

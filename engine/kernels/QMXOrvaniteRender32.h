@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The float reference kernel: the same keying as QMXOrvaniteRender.h in single precision, 1.0
-// being white and solid. Every product and sum is rounded on its own, in the order written; only
-// the encodings and the grading fuse.
+// The definition of the float kernels: the same keying as QMXOrvaniteRender.h in single
+// precision, 1.0 being white and solid. Every product and sum is rounded on its own, in the order
+// written; only the encodings and the grading fuse.
 //
 // Images are interleaved, four samples a pixel, whatever their pixelStep says.
 #pragma once

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "engine/colour/Encoding.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 namespace orvanite {
 
@@ -80,7 +80,6 @@ bool HalfTables::fillKey(Imath::half* table, unsigned first, unsigned end, const
 void HalfTables::examineKey(const Imath::half* table, int channel, float scale, float factor) {
   constexpr int finite = 0x7C00;
   keyFactor[channel] = factor;
-  endless[channel] = static_cast<float>(table[finite]);
   const EncodingFunctions* const f = functions();
   keyIsProduct[channel] =
       f != nullptr && f->isKeyProduct(linear, patterns(table), finite, scale, factor);

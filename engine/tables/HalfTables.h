@@ -22,14 +22,13 @@ struct HalfTables {
 
   /// By channel: what is written for a half sample that goes into the working space and out again
   /// with nothing done to it. Null in linear encoding, where it is cheaper to compute, and for the
-  /// reference. Channels of equal neutral scale share one table.
+  /// definition. Channels of equal neutral scale share one table.
   const float* roundTrip[3] = {};
 
   /// The key's share of a channel is half(half(scale * linear * factor)): true for every entry
-  /// when the channel's curve is constant. `endless` is the share of infinities and NaNs.
+  /// of a finite sample when the channel's curve is constant.
   bool keyIsProduct[3] = {};
   float keyFactor[3] = {};
-  float endless[3] = {};
 
   /// Brings linear up to date; afterwards the key tables can be filled from it.
   void decode(int colourspace);
@@ -39,7 +38,7 @@ struct HalfTables {
 
   /// Fills a key table's entries from `first` up to `end`: scale * linear * the spline over
   /// p[0..3], whose parameter grows from 0 at x0 by w a unit. False, and nothing filled, when the
-  /// process runs the reference.
+  /// process runs the definition.
   bool fillKey(Imath::half* table, unsigned first, unsigned end, const float* p, float x0, float w,
                float scale) const;
 

@@ -110,12 +110,12 @@ bool packWords(const std::int16_t* const (&work)[3], const std::int16_t* const (
 }
 
 /// Plate or clean plate. False when the vector kernels cannot take it.
-bool packKeyed(int depth, const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
-               IntegerPlan::Packed& to) {
-  const int max = depth == 1 ? 255 : 65535;
+bool packKeyed(Depth depth, const std::int16_t* const (&work)[3],
+               const std::int16_t* const (&key)[3], IntegerPlan::Packed& to) {
+  const int max = maxOf(depth);
   if (!areWorking(work, max)) return false;
   to.keysFit = sumsFit(key, max);
-  if (depth == 2) return packWords(work, key, to);
+  if (depth == Depth::shorts) return packWords(work, key, to);
   packBytes(work, key, to);
   return true;
 }
@@ -194,38 +194,42 @@ void composeBytes(const QMXOrvaniteTable& e, int c, IntegerPlan& plan) {
   }
 }
 
-int depthOf(const QMXOrvaniteTable& e) {
-  if (e.fgMax != e.bgMax || e.fgMax != e.dstMax) return 0;
-  return e.fgMax == 255 ? 1 : e.fgMax == 65535 ? 2 : 0;
+/// The depth whose whole range plate, background and destination have.
+std::optional<Depth> commonDepth(const QMXOrvaniteTable& e) {
+  if (e.fgMax != e.bgMax || e.fgMax != e.dstMax) return std::nullopt;
+  for (const Depth depth : {Depth::bytes, Depth::shorts}) {
+    if (e.fgMax == maxOf(depth)) return depth;
+  }
+  return std::nullopt;
 }
 
 void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
-  const int depth = depthOf(e);
+  const std::optional<Depth> depth = commonDepth(e);
   if (plan.depth != depth || !plan.usable) changes = IntegerPlan::all;
   plan.depth = depth;
   plan.usable = plan.refUsable = false;
-  if (depth == 0) return;
+  if (!depth) return;
   const int max = e.fgMax;
 
   if ((changes & (IntegerPlan::keys | IntegerPlan::plate)) != 0) {
     if ((changes & IntegerPlan::plate) != 0) {
       // 8-bit tables stay in the first cache: reading them is faster than computing.
-      plan.workIsLine = depth == 2 && areLines(e.fgLinear, max, working);
+      plan.workIsLine = depth == Depth::shorts && areLines(e.fgLinear, max, working);
     }
     plan.plateIsLine =
         plan.workIsLine && areLines(e.keyTable, max, e.keyFactor) && sumsFit(e.keyTable, max);
     plan.fg.keysFit = true;
-    if (!plan.plateIsLine && !packKeyed(depth, e.fgLinear, e.keyTable, plan.fg)) return;
+    if (!plan.plateIsLine && !packKeyed(*depth, e.fgLinear, e.keyTable, plan.fg)) return;
   }
   if ((changes & IntegerPlan::background) != 0) {
     if (!areWorking(e.bgTable, max)) return;
     plan.backgroundIsLine = areLines(e.bgTable, max, working);
     const std::int16_t* const none[3] = {};
-    if (depth == 1) packBytes(e.bgTable, none, plan.bg);
+    if (depth == Depth::bytes) packBytes(e.bgTable, none, plan.bg);
   }
   if ((changes & IntegerPlan::output) != 0) plan.outputIsLine = outputIsLine(e);
   if ((changes & IntegerPlan::grade) != 0) plan.gradeIsIdentity = gradeIsIdentity(e);
-  if (depth == 1) {
+  if (depth == Depth::bytes) {
     plan.plateReturns[0] = plan.plateReturns[1] = true;
     for (int c = 0; c < 3; ++c) {
       if ((changes & IntegerPlan::output) != 0) {
@@ -237,7 +241,7 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
     }
   }
   if ((changes & (IntegerPlan::grade | IntegerPlan::output)) != 0 && !plan.gradeIsIdentity) {
-    if (depth == 1) {
+    if (depth == Depth::bytes) {
       throughGrade(e, plan.outputCodes, plan.gradedBytes);
     } else {
       throughGrade(e, e.outputTable, plan.gradedCodes);
@@ -250,7 +254,7 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
   const int flat[3] = {e.bgColourWork[0], e.bgColourWork[1], e.bgColourWork[2]};
   plan.usable = areWorking(e.screenWork) && areWorking(e.replaceWork) && areWorking(flat);
   if (plan.usable && e.refEnabled != 0 && e.refMax == max) {
-    plan.refUsable = packKeyed(depth, e.refTable, e.refKeyTable, plan.ref) && plan.fg.keysFit &&
+    plan.refUsable = packKeyed(*depth, e.refTable, e.refKeyTable, plan.ref) && plan.fg.keysFit &&
                      plan.ref.keysFit && areWorking(e.refScreenWork);
   }
 }

@@ -4,10 +4,13 @@
 // entries packed so that what is read together lies together, and what was found out about them.
 //
 // makeLuts brings it up to date after the tables; rendering only reads it. It is a convenience:
-// where it is missing or not usable, the reference keys the tile.
+// where it is missing or not usable, the definition keys the tile.
 #pragma once
 
 #include <cstdint>
+#include <optional>
+
+#include "engine/Depth.h"
 
 struct QMXOrvaniteTable;
 
@@ -29,8 +32,8 @@ struct IntegerPlan {
     bool keysFit;                  // any sum of three key contributions fits 16 bits
   };
 
-  int depth = 0;        // bytes per sample that the packed entries are for; 0: not usable
-  bool usable = false;  // every entry lies in the range that the kernels rely on
+  std::optional<Depth> depth;  // that the packed entries are for
+  bool usable = false;         // every entry lies in the range that the kernels rely on
   bool refUsable = false;
 
   // fg where it is no line; ref while the clean plate is in use; bg without keys, 8-bit only.

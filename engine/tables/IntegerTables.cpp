@@ -95,14 +95,14 @@ float factorOf(const float* curve, int max) {
 /// Key tables of the foreground when they are out of date, and of the clean plate whenever it is
 /// in use. False when the curve does not fit into memory; then nothing was filled.
 bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte, Scratch& scratch) {
-  const bool reference = e.refEnabled != 0;
-  if (!matte && !reference) return true;
-  const int longest = reference ? std::max(e.fgMax, e.refMax) : e.fgMax;
+  const bool cleanPlate = e.refEnabled != 0;
+  if (!matte && !cleanPlate) return true;
+  const int longest = cleanPlate ? std::max(e.fgMax, e.refMax) : e.fgMax;
   const std::unique_ptr<float[]> curve(
       new (std::nothrow) float[static_cast<std::size_t>(longest) + 1]);
   if (curve == nullptr) return false;
 
-  deriveCoefficients(e, reference ? 1.0f : basis.screen[basis.primary] / basis.difference, basis);
+  deriveCoefficients(e, cleanPlate ? 1.0f : basis.screen[basis.primary] / basis.difference, basis);
   if (matte) {
     for (int i = 0; i < 3; ++i) {
       const int c = basis.order(i);
@@ -111,7 +111,7 @@ bool buildKeys(QMXOrvaniteTable& e, Basis& basis, bool matte, Scratch& scratch) 
     }
     e.matteDirty = 0;
   }
-  if (reference) {
+  if (cleanPlate) {
     for (int i = 0; i < 3; ++i) {
       const int c = basis.order(i);
       fillKey(e, basis, c, false, e.refMax, curve.get(), scratch, e.refKeyTable[c]);

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "engine/colour/Encoding.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 namespace orvanite {
 

@@ -9,7 +9,7 @@ extern "C" {
 
 #include <cstdio>
 
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 #include "plugins/frei0r/effect.h"
 
 using orvanite::frei0rPlugin::controls;

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "base/Error.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 #include "plugins/ofx/images.h"
 #include "plugins/ofx/instance.h"
 #include "plugins/ofx/window.h"

@@ -22,9 +22,9 @@ auto starved(int k, Action action) {
 }
 
 template <class T>
-::testing::AssertionResult rendersLikeTheModel(const Engine& engine, const Parameters& p) {
+::testing::AssertionResult rendersLikeTheDefinition(const Engine& engine, const Parameters& p) {
   Random random(51);
-  return rendersLikeTheModel<T>(random, engine, p);
+  return rendersLikeTheDefinition<T>(random, engine, p);
 }
 
 bool holdsNoHeapTable(const QMXOrvaniteTable& e) {
@@ -41,7 +41,7 @@ bool holdsNoHeapTable(const QMXOrvaniteTable& e) {
 /// those only save time: a build does without them.
 template <class T>
 void failEach(Parameters p, int tables, int all, int spare = 0) {
-  SCOPED_TRACE(::testing::Message() << "depth " << ModelOf<T>::depth << " ref " << p.ref);
+  SCOPED_TRACE(::testing::Message() << "depth " << depthCode<T> << " ref " << p.ref);
   for (int k = 0; k <= all + spare; ++k) {
     SCOPED_TRACE(k);
     const Engine engine = makeEngine(p);
@@ -57,10 +57,10 @@ void failEach(Parameters p, int tables, int all, int spare = 0) {
     EXPECT_EQ(calls, k < tables ? 1 : 0);
     if (result != 0) {
       Otile tile = {};
-      EXPECT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, 1, 1, &tile), 0);
+      EXPECT_EQ(orvanite_render(engine.get(), depthCode<T>, 1, 1, &tile), 0);
     }
     ASSERT_EQ(orvanite_makeLuts(engine.get()), 0) << "with memory again";
-    EXPECT_TRUE(rendersLikeTheModel<T>(engine, p));
+    EXPECT_TRUE(rendersLikeTheDefinition<T>(engine, p));
     orvanite_installCallback(engine.get(), nullptr, nullptr);
   }
 }
@@ -99,7 +99,7 @@ TEST(Memory, ThatRunsOutForTheCurveAloneChangesNoFlagAndNoTable) {
   EXPECT_NE(engine->matteDirty, 0);
   EXPECT_NE(engine->keyTable[0], nullptr);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-  EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+  EXPECT_TRUE(rendersLikeTheDefinition<unsigned char>(engine, p));
 }
 
 TEST(Memory, ThatRunsOutBetweenFloatBuildsLeavesNoStaleFloatTable) {
@@ -119,7 +119,7 @@ TEST(Memory, ThatRunsOutBetweenFloatBuildsLeavesNoStaleFloatTable) {
   orvanite_setDstMax(engine.get(), 1);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
   for (float& mp : p.mp) mp = 1;
-  EXPECT_TRUE(rendersLikeTheModel<float>(engine, p));
+  EXPECT_TRUE(rendersLikeTheDefinition<float>(engine, p));
 }
 
 TEST(Memory, IsNotAskedForWhereAMaximumIsPastTheCodesThatAFloatHoldsExactly) {
@@ -135,7 +135,7 @@ TEST(Memory, IsNotAskedForWhereAMaximumIsPastTheCodesThatAFloatHoldsExactly) {
       EXPECT_EQ(failingNew::refusals, 0) << max;
       setMax(engine.get(), 255);
       ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-      EXPECT_TRUE(rendersLikeTheModel<unsigned char>(engine, p));
+      EXPECT_TRUE(rendersLikeTheDefinition<unsigned char>(engine, p));
     }
   }
 }

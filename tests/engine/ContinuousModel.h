@@ -23,7 +23,6 @@
 #include <array>
 #include <cmath>
 
-#include "tests/engine/Parameters.h"
 #include "tests/engine/Pixel.h"
 
 namespace continuous {
@@ -106,7 +105,7 @@ class Model {
   }
 
   /// The values of one output pixel, 1.0 for white; inputs in the same measure.
-  std::array<Span, 4> key(const model::Instance& instance, const model::Inputs<double>& in) const {
+  std::array<Span, 4> key(const orvanite::Choices& choices, const Inputs<double>& in) const {
     Span colour[3];
     Span k = exactly(0), plate = exactly(0);
     for (std::size_t c = 0; c < 3; ++c) {
@@ -114,28 +113,28 @@ class Model {
       colour[c] = floats ? single(exactly(scale[c] * linear(in.fg[c])))
                          : roundedWork(exactly(scale[c] * linear(in.fg[c])));
       k = k + share(channel, exactly(in.fg[c]), p.fgMax, false);
-      if (instance.ref) plate = plate + share(channel, exactly(in.ref[c]), p.refMax, true);
+      if (choices.ref) plate = plate + share(channel, exactly(in.ref[c]), p.refMax, true);
     }
-    const Span s = instance.ref ? amountOf(k, plate) : amountOf(k);
+    const Span s = choices.ref ? amountOf(k, plate) : amountOf(k);
     for (std::size_t c = 0; c < 3; ++c) {
-      const Span screenColour = instance.ref ? roundedWork(exactly(scale[c] * linear(in.ref[c])))
-                                : floats     ? exactly(screen[c])
-                                             : roundedWork(exactly(screen[c]));
+      const Span screenColour = choices.ref ? roundedWork(exactly(scale[c] * linear(in.ref[c])))
+                                : floats    ? exactly(screen[c])
+                                            : roundedWork(exactly(screen[c]));
       const Span removed = colour[c] - halfUp(s * screenColour, work());
       colour[c] = {std::max(0.0, removed.low), std::max(0.0, removed.high)};
       colour[c] = single(colour[c]);
     }
     Span a = clamped(exactly(1) - s, 0, 1);
-    if (instance.hold) holdOut(colour, a, in.hold);
+    if (choices.hold) holdOut(colour, a, in.hold);
     unpremultiply(colour, a);
     grade(colour, 0, false);
     a = clip(a);
-    if (instance.garbage) {
+    if (choices.garbage) {
       const Span kept = exactly(1) - halfUp(exactly(in.garbage), keyUnit());
       a = single(a * kept);
       a.high += keyUnit();
     }
-    return output(instance, in, colour, a);
+    return output(choices, in, colour, a);
   }
 
  private:
@@ -337,7 +336,7 @@ class Model {
     std::copy_n(out, 3, colour);
   }
 
-  std::array<Span, 4> output(const model::Instance& instance, const model::Inputs<double>& in,
+  std::array<Span, 4> output(const orvanite::Choices& choices, const Inputs<double>& in,
                              const Span* colour, Span a) const {
     std::array<Span, 4> out;
     if (p.view == 2) {
@@ -360,7 +359,7 @@ class Model {
       if (!floats) shown = clamped(shown, 0, 1);
       out[c] = single(halfUp(single(shown), code(p.dstMax)));
     }
-    if (p.view == 0 && instance.alpha) {
+    if (p.view == 0 && choices.alpha) {
       a = {a.low + (1 - a.low) * in.bg[3] - keyUnit(), a.high + (1 - a.high) * in.bg[3]};
     }
     out[3] = halfUp(single(a), code(p.dstMax));

@@ -56,7 +56,7 @@ void compare(Random& random, const Parameters& base, Measured* measured) {
     ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
     const continuous::Model ideal(p, sizeof(T) == 4, false);
     const continuous::Model bounded(p, sizeof(T) == 4, true);
-    model::Present present;
+    Present present;
     present.hold = random.oneIn(2);
     present.garbage = random.oneIn(2);
     Scene<T> scene(random, 150, 1, present, Placement::own);
@@ -76,11 +76,11 @@ void compare(Random& random, const Parameters& base, Measured* measured) {
       scene.garbage.at(3, x, 0) = sample(random.real(-0.5f, 1.2f));
     }
     Otile tile = scene.tile();
-    ASSERT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, 1, &tile), 0);
-    const model::Instance instance = model::chosenInstance(p, present);
+    ASSERT_EQ(orvanite_render(engine.get(), depthCode<T>, scene.width, 1, &tile), 0);
+    const orvanite::Choices choices = chosen(p, present);
     for (int x = 0; x < scene.width; ++x) {
       const auto codes = scene.inputs(x, 0);
-      model::Inputs<double> in;
+      Inputs<double> in;
       for (std::size_t c = 0; c < 3; ++c) {
         in.fg[c] = static_cast<double>(codes.fg[c]) / max;
         in.ref[c] = static_cast<double>(codes.ref[c]) / max;
@@ -88,15 +88,15 @@ void compare(Random& random, const Parameters& base, Measured* measured) {
       for (std::size_t c = 0; c < 4; ++c) in.bg[c] = static_cast<double>(codes.bg[c]) / max;
       in.hold = static_cast<double>(codes.hold) / max;
       in.garbage = static_cast<double>(codes.garbage) / max;
-      const auto truth = ideal.key(instance, in);
-      const auto bound = bounded.key(instance, in);
+      const auto truth = ideal.key(choices, in);
+      const auto bound = bounded.key(choices, in);
       for (std::size_t c = 0; c < 4; ++c) {
         const double value = static_cast<double>(scene.dst.at(static_cast<int>(c), x, 0)) / max;
         ASSERT_TRUE(value >= bound[c].low && value <= bound[c].high)
             << "view " << view << " pixel " << x << " channel " << c << ": " << value
             << " is outside " << bound[c].low << ".." << bound[c].high << ", ideally "
             << truth[c].low << "; fg " << in.fg[0] << ' ' << in.fg[1] << ' ' << in.fg[2] << " hold "
-            << (instance.hold ? in.hold : -1) << " garbage " << (instance.garbage ? in.garbage : -1)
+            << (choices.hold ? in.hold : -1) << " garbage " << (choices.garbage ? in.garbage : -1)
             << '\n'
             << p;
         ++measured->samples;

@@ -5,8 +5,7 @@
 
 #include <functional>
 
-#include "engine/kernels/Target.h"
-#include "tests/engine/References.h"
+#include "engine/targets/Target.h"
 #include "tests/engine/Scene.h"
 
 namespace {
@@ -93,14 +92,14 @@ const Case cases[] = {
 template <class T>
 void checkCases(int max) {
   for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.name << ", depth " << ModelOf<T>::depth);
+    SCOPED_TRACE(::testing::Message() << c.name << ", depth " << depthCode<T>);
     Parameters p;
     p.setAllMaxima(max);
     c.set(p);
     const Engine engine = makeEngine(p);
     OnePixel<T> pixel;
     c.leaveOut(pixel.tile);
-    EXPECT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, 1, 1, &pixel.tile), 0)
+    EXPECT_EQ(orvanite_render(engine.get(), depthCode<T>, 1, 1, &pixel.tile), 0)
         << "tables not built: quietly nothing";
     EXPECT_FALSE(pixel.colourWritten() || pixel.alphaWritten());
     ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
@@ -108,13 +107,15 @@ void checkCases(int max) {
       EXPECT_EQ(orvanite_render(engine.get(), depth, 1, 1, &pixel.tile), 1);
       EXPECT_FALSE(pixel.colourWritten() || pixel.alphaWritten());
     }
-    EXPECT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, 1, 1, &pixel.tile), c.result);
+    EXPECT_EQ(orvanite_render(engine.get(), depthCode<T>, 1, 1, &pixel.tile), c.result);
     EXPECT_EQ(pixel.colourWritten(), c.colour);
     EXPECT_EQ(pixel.alphaWritten(), c.alpha);
     if (c.result == 0) continue;
     // The kernel itself refuses what it can see.
-    const model::Instance instance = {false, false, false, true};
-    EXPECT_EQ(referenceKernel<T>(instance, false)(engine.get(), 1, 1, &pixel.tile), 1);
+    const orvanite::Choices choices = {.alpha = true};
+    EXPECT_EQ(orvanite::definitionKernel(orvanite::depthOfSample<T>, choices)(engine.get(), 1, 1,
+                                                                              &pixel.tile),
+              1);
     EXPECT_FALSE(pixel.colourWritten() || pixel.alphaWritten());
   }
 }
@@ -183,8 +184,9 @@ TEST(Dispatch, RefusesAFloatTileWhileTheCleanPlateIsOn) {
   // Nor does any target key one that is handed to it past the dispatcher.
   for (const orvanite::Target& target : orvanite::knownTargets()) {
     if (target.floats == nullptr || !target.supported()) continue;
-    EXPECT_EQ(target.floats->choose(*engine, 1, 1, pixel.tile, {true, false, false, true}), nullptr)
+    EXPECT_FALSE(target.floats->key(*engine, 1, 1, pixel.tile, {.ref = true, .alpha = true}))
         << target.name;
+    EXPECT_FALSE(pixel.colourWritten());
   }
 }
 
@@ -198,9 +200,13 @@ TEST(Dispatch, NeedsTheCleanPlateThatIsWantedAndTheTablesOfTheMattesInUse) {
   pixel.tile.ref.blue = nullptr;
   EXPECT_EQ(orvanite_render(engine.get(), 1, 1, 1, &pixel.tile), 1);
   EXPECT_FALSE(pixel.colourWritten());
-  const model::Instance plain = {false, false, false, true};
-  EXPECT_EQ(referenceKernel<unsigned char>(plain, false)(engine.get(), 1, 1, &pixel.tile), 1);
-  EXPECT_EQ(referenceKernel<float>(plain, true)(engine.get(), 1, 1, &pixel.tile), 1);
+  const orvanite::Choices plain = {.linear = true, .alpha = true};
+  EXPECT_EQ(
+      orvanite::definitionKernel(orvanite::Depth::bytes, plain)(engine.get(), 1, 1, &pixel.tile),
+      1);
+  EXPECT_EQ(
+      orvanite::definitionKernel(orvanite::Depth::floats, plain)(engine.get(), 1, 1, &pixel.tile),
+      1);
   pixel.tile.ref.blue = pixel.ref + 2;
   EXPECT_EQ(orvanite_render(engine.get(), 1, 1, 1, &pixel.tile), 0);
   EXPECT_TRUE(pixel.colourWritten());

@@ -13,7 +13,7 @@
 
 #include "engine/colour/Encoding.h"
 #include "engine/colour/Power.h"
-#include "engine/kernels/Target.h"
+#include "engine/targets/Target.h"
 
 namespace sweep {
 

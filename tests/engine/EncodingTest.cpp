@@ -5,8 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
+#include "engine/colour/Fused.h"
 #include "tests/engine/EncodingSweep.h"
+#include "tests/engine/Random.h"
 
 namespace {
 
@@ -42,6 +46,27 @@ TEST(Encodings, GiveTheBitsOfTheDefinitionOnEveryTarget) {
       EXPECT_EQ(sweep::compare(target, f, sample, wanted), "");
     }
   }
+}
+
+// The C library's fma is exact here: an independent model of ours, which other machines need.
+TEST(Encodings, FuseWithOneRoundingWithoutTheProcessorsHelp) {
+  Random random(9);
+  const auto any = [&random](std::uint32_t exponents) {
+    // Exponents near one another cancel and round; all of them meet what lies beyond normal floats.
+    const auto bits = static_cast<std::uint32_t>(random.next());
+    return sweep::fromBits((bits & 0x807fffffU) + ((127 - exponents / 2 + bits % exponents) << 23));
+  };
+  for (int i = 0; i < 2000000; ++i) {
+    const std::uint32_t exponents = i % 2 != 0 ? 30 : 254;
+    const float a = any(exponents), b = any(exponents);
+    const float c = random.oneIn(4) ? -a * b : any(exponents);
+    const float wanted = std::fma(a, b, c), got = orvanite::fusedByDoubles(a, b, c);
+    ASSERT_EQ(std::memcmp(&wanted, &got, sizeof got), 0)
+        << std::hexfloat << a << " * " << b << " + " << c << " is " << got << ", not " << wanted;
+  }
+  EXPECT_EQ(orvanite::fusedByDoubles(INFINITY, 2, 1), INFINITY);
+  EXPECT_EQ(orvanite::fusedByDoubles(3e38f, 3e38f, -INFINITY), -INFINITY);
+  EXPECT_TRUE(std::isnan(orvanite::fusedByDoubles(INFINITY, 0, 1)));
 }
 
 // Random floats seldom lie where the estimate cannot decide. These do: the C library's own double

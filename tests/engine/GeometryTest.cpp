@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Every instance at every small width, in every arrangement of memory that a tile can describe.
+// Every kernel at every small width, in every arrangement of memory that a tile can describe.
 // Vector bodies go wrong at their tails, at odd steps and where pictures share memory; so each
 // tile is compared byte for byte, gaps and guards included, and pictures end where their memory
 // does, so that a sanitizer sees a read too far.
@@ -28,18 +28,18 @@ void sweepGeometry(std::uint64_t seed) {
     p.saturation[1] = 0.7f;
     p.neutral[0] = 0.45f;
     p.background[2] = 0.3f;
-    typename ModelOf<T>::Model reference(p);
+    Definition<T> definition(p);
     const Engine engine = makeEngine(p);
     ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
     for (const int view : {0, 1, 2, 3, 4, 5, 77}) {
       orvanite_setView(engine.get(), view);
       ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-      reference.p.view = view;
+      definition.p.view = view;
       for (int lacking = 0; lacking < 8; ++lacking)
         for (int step = 0; step <= 72; ++step) {
           // Every small width, and a few that take kernels past the blocks they work in.
           const int width = step <= 70 ? step : random.pick({127, 128, 129, 255, 257, 301, 384});
-          model::Present present;
+          Present present;
           present.hold = (lacking & 1) == 0;
           present.garbage = (lacking & 2) == 0;
           present.bgAlpha = (lacking & 4) == 0;
@@ -50,10 +50,10 @@ void sweepGeometry(std::uint64_t seed) {
                            present.fg ? Placement::onForeground : Placement::onBackground});
           Scene<T> scene(random, width, random.between(1, 2), present, placement);
           fillInputs(random, scene, p);
-          const model::Instance instance = model::chosenInstance(reference.p, present);
-          scene.dummyAlpha = !instance.alpha && random.oneIn(2);
-          ASSERT_TRUE(keysLikeTheModel(scene, reference, instance, [&](Otile* tile) {
-            return orvanite_render(engine.get(), ModelOf<T>::depth, width, scene.height, tile);
+          const orvanite::Choices choices = chosen(definition.p, present);
+          scene.dummyAlpha = !choices.alpha && random.oneIn(2);
+          ASSERT_TRUE(keysLikeTheDefinition(scene, definition, choices, [&](Otile* tile) {
+            return orvanite_render(engine.get(), depthCode<T>, width, scene.height, tile);
           }));
         }
     }
@@ -61,9 +61,10 @@ void sweepGeometry(std::uint64_t seed) {
       Scene<T> scene(random, 4, 4, {}, Placement::own);
       scene.width = width;  // no pixel is compared: nothing may change
       scene.height = height;
-      ASSERT_TRUE(keysLikeTheModel(scene, reference, {}, [&, w = width, h = height](Otile* tile) {
-        return orvanite_render(engine.get(), ModelOf<T>::depth, w, h, tile);
-      }));
+      ASSERT_TRUE(
+          keysLikeTheDefinition(scene, definition, {}, [&, w = width, h = height](Otile* tile) {
+            return orvanite_render(engine.get(), depthCode<T>, w, h, tile);
+          }));
     }
   }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Everything a client can set on an engine, as one value: what the models are built from and what
+// Everything a client can set on an engine, as one value: what engines are built from and what
 // the sweeps draw at random.
 #pragma once
 

@@ -1,27 +1,27 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// One pixel as the models see it: what is there to read, which choices hold, what comes out.
+// One pixel of a tile: what is there to read, and what comes out.
 #pragma once
 
 #include <array>
 
+#include "engine/Choices.h"
+#include "engine/View.h"
 #include "tests/engine/Parameters.h"
-
-namespace model {
 
 /// Which channels a tile supplies.
 struct Present {
   bool fg = true, bg = true, bgAlpha = true, hold = true, garbage = true, ref = true;
 };
 
-/// The choices made once a tile.
-struct Instance {
-  bool ref = false, hold = false, garbage = false, alpha = false;
-};
-
-inline Instance chosenInstance(const Parameters& p, const Present& present) {
-  return {p.ref && present.ref, p.hold && present.hold, p.garbage && present.garbage,
-          p.view != 0 || present.bgAlpha};
+/// The choices that the dispatcher has to make.
+inline orvanite::Choices chosen(const Parameters& p, const Present& present) {
+  const bool composite = orvanite::viewOf(p.view) == orvanite::View::composite;
+  return {.ref = p.ref && present.ref,
+          .linear = p.colourspace == 0,
+          .hold = p.hold && present.hold,
+          .garbage = p.garbage && present.garbage,
+          .alpha = !composite || present.bgAlpha};
 }
 
 /// Samples of one pixel: red, green, blue, alpha.
@@ -33,8 +33,6 @@ struct Inputs {
   Sample hold = 0, garbage = 0;
 };
 
-/// Red, green, blue and alpha; alpha counts only where the instance writes it.
+/// Red, green, blue and alpha; alpha counts only where it is written.
 template <class Sample>
 using Output = std::array<Sample, 4>;
-
-}  // namespace model

@@ -103,7 +103,7 @@ std::string changeSomething(Random& random, QMXOrvaniteTable* e) {
 
 template <class T>
 ::testing::AssertionResult rendersLikeItsParameters(Random& random, const Engine& engine) {
-  return rendersLikeTheModel<T>(random, engine, stored(*engine));
+  return rendersLikeTheDefinition<T>(random, engine, stored(*engine));
 }
 
 }  // namespace
@@ -213,8 +213,8 @@ TEST(Rebuild, TakesEveryUnknownEncodingForLinear) {
       const Engine engine = makeEngine(p);
       ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
       p.colourspace = 0;
-      EXPECT_TRUE(max == 1 ? rendersLikeTheModel<float>(random, engine, p)
-                           : rendersLikeTheModel<unsigned char>(random, engine, p))
+      EXPECT_TRUE(max == 1 ? rendersLikeTheDefinition<float>(random, engine, p)
+                           : rendersLikeTheDefinition<unsigned char>(random, engine, p))
           << code;
     }
   }
@@ -231,5 +231,5 @@ TEST(Rebuild, FollowsACallbackThatBuildsWhileTablesAreDiscarded) {
   p.setAllMaxima(100);
   apply(p, engine.get());  // the last setter discards what the callback of the one before built
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-  EXPECT_TRUE(rendersLikeTheModel<unsigned char>(random, engine, p));
+  EXPECT_TRUE(rendersLikeTheDefinition<unsigned char>(random, engine, p));
 }

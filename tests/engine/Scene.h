@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Pictures in memory in every arrangement that a tile can describe, keyed and then compared byte
-// for byte: pixels against a model, everything else against what stood there before.
+// for byte: pixels against the definition, everything else against what stood there before.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,9 +12,9 @@
 #include <sstream>
 #include <vector>
 
-#include "engine/orvanite.h"
-#include "tests/engine/FloatModel.h"
-#include "tests/engine/IntegerModel.h"
+#include "engine/kernels/Definition.h"
+#include "tests/engine/HalfModel.h"
+#include "tests/engine/Pixel.h"
 
 struct EngineDeleter {
   void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
@@ -28,29 +28,44 @@ inline Engine makeEngine(const Parameters& parameters) {
   return engine;
 }
 
-/// What a kernel for samples of one type is compared with.
+/// The definition, a pixel at a time and with an engine that has no history: what tiles of any
+/// shape and engines of any past are compared with. The kept hashes (hashes.txt) hold its own bits.
 template <class T>
-struct ModelOf {
-  static constexpr int depth = static_cast<int>(sizeof(T));
-  static constexpr int codeMask = sizeof(T) == 1 ? 255 : 65535;
-  using Sample = int;
-  using Model = model::IntegerModel;
-  static model::Output<int> key(const Model& m, const model::Instance& instance,
-                                const model::Present& present, const model::Inputs<int>& in) {
-    return m.key(instance, present, in, codeMask);
+class Definition {
+ public:
+  explicit Definition(const Parameters& parameters) : p(parameters), engine_(makeEngine(p)) {
+    ::testing::internal::CaptureStderr();
+    result = orvanite_makeLuts(engine_.get());
+    message = ::testing::internal::GetCapturedStderr();
   }
+
+  Output<T> key(const orvanite::Choices& choices, const Present& present, Inputs<T> in) const {
+    Output<T> out = {};
+    Otile tile = {};
+    tile.dst = {&out[0], &out[1], &out[2], &out[3], 4, 4};
+    if (present.fg) tile.fg = {&in.fg[0], &in.fg[1], &in.fg[2], nullptr, 4, 4};
+    if (present.bg) {
+      tile.bg = {&in.bg[0], &in.bg[1], &in.bg[2], present.bgAlpha ? &in.bg[3] : nullptr, 4, 4};
+    }
+    tile.hold.alpha = &in.hold;
+    tile.garbage.alpha = &in.garbage;
+    tile.ref = {&in.ref[0], &in.ref[1], &in.ref[2], nullptr, 4, 4};
+    engine_->view = p.view;
+    const auto kernel = orvanite::definitionKernel(orvanite::depthOfSample<T>, choices);
+    EXPECT_EQ(kernel(engine_.get(), 1, 1, &tile), 0);
+    return out;
+  }
+
+  Parameters p;  // the view may be changed
+  int result = 0;
+  std::string message;
+
+ private:
+  Engine engine_;
 };
 
-template <>
-struct ModelOf<float> {
-  static constexpr int depth = 4;
-  using Sample = float;
-  using Model = model::FloatModel;
-  static model::Output<float> key(const Model& m, const model::Instance& instance,
-                                  const model::Present& present, const model::Inputs<float>& in) {
-    return m.key(instance, present, in);
-  }
-};
+template <class T>
+inline constexpr int depthCode = orvanite::bytesOf(orvanite::depthOfSample<T>);
 
 /// Same bits; of floats, any number that is none equals any other.
 inline bool same(int a, int b) { return a == b; }
@@ -161,10 +176,9 @@ enum class Placement { own, onForeground, onBackground };
 /// The six pictures of a tile.
 template <class T>
 struct Scene {
-  using Of = ModelOf<T>;
-  using Sample = typename Of::Sample;
+  using Sample = T;
 
-  Scene(Random& random, int w, int h, const model::Present& which, Placement place)
+  Scene(Random& random, int w, int h, const Present& which, Placement place)
       : width(w),
         height(h),
         present(which),
@@ -200,8 +214,8 @@ struct Scene {
     return t;
   }
 
-  model::Inputs<Sample> inputs(int x, int y) {
-    model::Inputs<Sample> in;
+  Inputs<Sample> inputs(int x, int y) {
+    Inputs<Sample> in;
     for (int c = 0; c < 3; ++c) {
       const auto i = static_cast<std::size_t>(c);
       in.fg[i] = fg.at(c, x, y);
@@ -220,7 +234,7 @@ struct Scene {
   }
 
   int width, height;
-  model::Present present;
+  Present present;
   Placement placement;
   bool dummyAlpha = false;  // the destination's points nowhere
   Picture<T> dst, bg, fg, hold, garbage, ref;
@@ -257,7 +271,7 @@ T randomSample(Random& random, int max, float screen) {
     const int largest = static_cast<int>(static_cast<T>(~T{0}));
     const int top = std::min(max, largest);
     const auto code = [&](float v) {
-      return static_cast<T>(model::limited(static_cast<int>(v * static_cast<float>(top)), 0, top));
+      return static_cast<T>(std::clamp(static_cast<int>(v * static_cast<float>(top)), 0, top));
     };
     switch (random.between(0, 15)) {
       case 0:
@@ -304,7 +318,7 @@ void fillInputs(Random& random, Scene<T>& scene, const Parameters& p) {
         scene.ref.at(c, x, y) = randomSample<T>(random, p.refMax, s);
         scene.bg.at(c, x, y) = randomSample<T>(random, p.bgMax, 0.4f);
         if (!screenPixel) continue;
-        const float near = model::limited(s + random.real(-0.05f, 0.05f), 0.0f, 1.0f);
+        const float near = std::clamp(s + random.real(-0.05f, 0.05f), 0.0f, 1.0f);
         const float scale = sizeof(T) == 4 ? 1.0f : static_cast<float>(std::min(p.fgMax, 65535));
         if (sizeof(T) != 1 || p.fgMax <= 255) scene.fg.at(c, x, y) = static_cast<T>(near * scale);
       }
@@ -318,18 +332,15 @@ void fillInputs(Random& random, Scene<T>& scene, const Parameters& p) {
 }
 
 /// Keys the scene by `render(tile)`, which must return `result`, and compares every sample in
-/// memory: with the model's pixel where the instance writes, with what stood there elsewhere.
+/// memory: with the definition's pixel where the choices write, with what stood there elsewhere.
 template <class T, class Render>
-::testing::AssertionResult keysLikeTheModel(Scene<T>& scene,
-                                            const typename ModelOf<T>::Model& reference,
-                                            const model::Instance& instance, Render render) {
-  using Of = ModelOf<T>;
-  using Sample = typename Of::Sample;
+::testing::AssertionResult keysLikeTheDefinition(Scene<T>& scene, const Definition<T>& definition,
+                                                 const orvanite::Choices& choices, Render render) {
   Picture<T> expected = scene.destination();
   for (int y = 0; y < scene.height; ++y)
     for (int x = 0; x < scene.width; ++x) {
-      const auto out = Of::key(reference, instance, scene.present, scene.inputs(x, y));
-      for (int c = 0; c < (instance.alpha ? 4 : 3); ++c)
+      const auto out = definition.key(choices, scene.present, scene.inputs(x, y));
+      for (int c = 0; c < (choices.alpha ? 4 : 3); ++c)
         expected.at(c, x, y) = static_cast<T>(out[static_cast<std::size_t>(c)]);
     }
   Picture<T>* const inputs[] = {&scene.bg, &scene.fg, &scene.hold, &scene.garbage, &scene.ref};
@@ -341,10 +352,10 @@ template <class T, class Render>
   const Otile tileBefore = tile;
   const int result = render(&tile);
 
-  const auto where = [&scene, &instance] {
+  const auto where = [&scene, &choices] {
     std::ostringstream text;
-    text << "depth " << Of::depth << " ref " << instance.ref << " hold " << instance.hold
-         << " garbage " << instance.garbage << " alpha " << instance.alpha << ", " << scene.width
+    text << "depth " << depthCode<T> << " ref " << choices.ref << " hold " << choices.hold
+         << " garbage " << choices.garbage << " alpha " << choices.alpha << ", " << scene.width
          << "x" << scene.height << ", destination "
          << (scene.placement == Placement::own            ? "apart"
              : scene.placement == Placement::onForeground ? "on the foreground"
@@ -361,27 +372,26 @@ template <class T, class Render>
   for (int y = 0; y < scene.height; ++y)
     for (int x = 0; x < scene.width; ++x)
       for (int c = 0; c < 4; ++c)
-        if (!same(static_cast<Sample>(written.at(c, x, y)),
-                  static_cast<Sample>(expected.at(c, x, y)))) {
+        if (!same(written.at(c, x, y), expected.at(c, x, y))) {
           std::swap(written.samples, untouched.samples);
           const auto in = scene.inputs(x, y);
           std::ostringstream text;
           text << std::hexfloat << "fg";
-          for (Sample v : in.fg) text << ' ' << v;
+          for (T v : in.fg) text << ' ' << +v;
           text << " bg";
-          for (Sample v : in.bg) text << ' ' << v;
+          for (T v : in.bg) text << ' ' << +v;
           text << " ref";
-          for (Sample v : in.ref) text << ' ' << v;
-          text << " hold " << in.hold << " garbage " << in.garbage;
+          for (T v : in.ref) text << ' ' << +v;
+          text << " hold " << +in.hold << " garbage " << +in.garbage;
           return ::testing::AssertionFailure()
                  << "pixel (" << x << ", " << y << ") channel " << c << " is "
-                 << static_cast<Sample>(untouched.at(c, x, y)) << ", the model says "
-                 << static_cast<Sample>(expected.at(c, x, y)) << ": " << where() << "\n"
+                 << +untouched.at(c, x, y) << ", the definition says " << +expected.at(c, x, y)
+                 << ": " << where() << "\n"
                  << text.str() << "\n"
-                 << reference.p;
+                 << definition.p;
         }
   for (std::size_t i = 0; i < written.samples.size(); ++i)
-    if (!same(static_cast<Sample>(written.samples[i]), static_cast<Sample>(expected.samples[i])))
+    if (!same(written.samples[i], expected.samples[i]))
       return ::testing::AssertionFailure()
              << "sample " << i << " outside the tile's pixels was written: " << where();
   for (std::size_t i = 0; i < before.size(); ++i)
@@ -391,17 +401,16 @@ template <class T, class Render>
   return ::testing::AssertionSuccess();
 }
 
-/// Keys a small scene with an engine and compares it with the model of these parameters.
+/// Keys a small scene with an engine and compares it with the definition under these parameters.
 template <class T>
-::testing::AssertionResult rendersLikeTheModel(Random& random, const Engine& engine,
-                                               const Parameters& p) {
-  const typename ModelOf<T>::Model reference(p);
-  model::Present present;
+::testing::AssertionResult rendersLikeTheDefinition(Random& random, const Engine& engine,
+                                                    const Parameters& p) {
+  const Definition<T> definition(p);
+  Present present;
   present.ref = p.ref;
   Scene<T> scene(random, 24, 2, present, Placement::own);
-  fillInputs(random, scene, reference.p);
-  return keysLikeTheModel(
-      scene, reference, model::chosenInstance(reference.p, present), [&](Otile* tile) {
-        return orvanite_render(engine.get(), ModelOf<T>::depth, scene.width, scene.height, tile);
-      });
+  fillInputs(random, scene, definition.p);
+  return keysLikeTheDefinition(scene, definition, chosen(definition.p, present), [&](Otile* tile) {
+    return orvanite_render(engine.get(), depthCode<T>, scene.width, scene.height, tile);
+  });
 }

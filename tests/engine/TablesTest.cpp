@@ -261,7 +261,7 @@ TEST(Build, CountsNumbersThatAreNoneAsZeroAndStaysInsideItsTables) {
       Scene<T> scene(random, 33, 2, {}, Placement::own);
       fillInputs(random, scene, p);
       Otile tile = scene.tile();
-      EXPECT_EQ(orvanite_render(engine.get(), ModelOf<T>::depth, 33, 2, &tile), 0);
+      EXPECT_EQ(orvanite_render(engine.get(), depthCode<T>, 33, 2, &tile), 0);
     };
     if (p.fgMax == 1)
       key(float{});

@@ -4,7 +4,7 @@
 #include "engine/kernels/simd/Encodings.h"
 
 #include "engine/kernels/simd/Halves.h"
-#include "engine/kernels/simd/Kernels.h"
+#include "engine/targets/Kernels.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
@@ -101,8 +101,7 @@ void logarithmEstimate(const float* in, double* out, std::size_t n) {
 }  // namespace
 
 extern const EncodingFunctions encodings;
-const EncodingFunctions encodings = {compiledFor,  toLinear,      fromLinear,
-                                     power,        regrade,       fillKey,
-                                     isKeyProduct, powerEstimate, logarithmEstimate};
+const EncodingFunctions encodings = {toLinear, fromLinear,   power,         regrade,
+                                     fillKey,  isKeyProduct, powerEstimate, logarithmEstimate};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "engine/kernels/simd/FloatKey.h"
+#include "engine/targets/Kernels.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
@@ -20,9 +21,9 @@ constexpr bool cheapHalves = false;
 template <class Decode, class Encode>
 class FloatKernel {
  public:
-  FloatKernel(const QMXOrvaniteTable& e, const Otile& record, const FloatTile& tile,
-              const TileVariant& variant)
-      : s_(e, record, variant), tile_(tile), grade_{{e, 0}, {e, 1}}, tame_(isTameSetup(s_)) {
+  FloatKernel(const QMXOrvaniteTable& e, const Otile& record, const Tile<float>& tile,
+              const Choices& choices)
+      : s_(e, record, choices), tile_(tile), grade_{{e, 0}, {e, 1}}, tame_(isTameSetup(s_)) {
     for (int c = 0; c < 3; ++c) {
       flatCode_[c] = fromLinear(e.bgColourLinear[c] / e.neutralScale[c], e.colourspace);
     }
@@ -41,7 +42,6 @@ class FloatKernel {
   static constexpr bool coded = !std::is_same_v<Encode, Identity>;
 
   void key(const Block& block) const {
-    const int view = s_.e.view;
     Planes<std::uint16_t> fg, bg, shares;
     if constexpr (!coded) {
       if (s_.keysAreProducts && cheapHalves) {
@@ -49,10 +49,11 @@ class FloatKernel {
         return;
       }
     }
-    const bool halves = readPatterns(block.fg, tile_.fg.order, block.pixels, fg);
+    const bool halves = readPatterns(block.fg, tile_.fg.arrangement, block.pixels, fg);
     if constexpr (coded) {
-      if (halves && s_.roundTrip != nullptr && view != 2 && view != 5 &&
-          (view != 0 || readPatterns(block.bg, tile_.bg.order, block.pixels, bg))) {
+      if (halves && s_.roundTrip != nullptr && !showsMatte(s_.view) &&
+          (s_.view != View::composite ||
+           readPatterns(block.bg, tile_.bg.arrangement, block.pixels, bg))) {
         keyHalves(block, fg, bg);
         return;
       }
@@ -69,7 +70,7 @@ class FloatKernel {
     for (std::size_t at = 0; at < samplesPerPixel * block.pixels;
          at += samplesPerPixel * floatLanes()) {
       if (block.hold == nullptr && block.garbage == nullptr) prefetchAhead(block, at);
-      const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
+      const Pixels fg = loadPixels(block.fg + at, tile_.fg.arrangement);
       Colours halves;
       FloatMask finite = hn::Eq(zero, zero);
       for (std::size_t c = 0; c < 3; ++c) {
@@ -122,15 +123,16 @@ class FloatKernel {
   }
 
   HWY_INLINE void keyVector(const Block& block, std::size_t at, Floats amount) const {
-    const QMXOrvaniteTable& e = s_.e;
     const Matte m = matteAt(block, at, amount);
     Pixels out;
     out.alpha = m.out;
-    if (e.view == 2 || e.view == 5) {
+    if (showsMatte(s_.view)) {
       const Colours status = showStatus(m);
-      for (std::size_t c = 0; c < 3; ++c) out.colour[c] = e.view == 2 ? m.out : status.v[c];
+      for (std::size_t c = 0; c < 3; ++c) {
+        out.colour[c] = s_.view == View::matte ? m.out : status.v[c];
+      }
     } else {
-      const Pixels fg = loadPixels(block.fg + at, tile_.fg.order);
+      const Pixels fg = loadPixels(block.fg + at, tile_.fg.arrangement);
       if (tame_ && hn::AllTrue(floatTag, hn::Eq(m.out, hn::Zero(floatTag))) &&
           showBackground(block, at, fg, m)) {
         return;
@@ -138,13 +140,13 @@ class FloatKernel {
       Colours colour = decode_(Colours{{fg.colour[0], fg.colour[1], fg.colour[2]}});
       toWorking(colour);
       toForeground(m, block.hold != nullptr, colour);
-      if (e.view == 0) {
-        const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
+      if (s_.view == View::composite) {
+        const Pixels bg = loadPixels(block.bg + at, tile_.bg.arrangement);
         Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
         toBackground(under);
         mix(m.out, under, colour);
         if (s_.mergesAlpha) out.alpha = mergeAlpha(m.out, bg.alpha);
-      } else if (e.view == 1) {
+      } else if (s_.view == View::flat) {
         mix(m.out, flat(), colour);
       }
       toLinear(colour);
@@ -162,13 +164,13 @@ class FloatKernel {
     // With a divisor of 2^-24 or more, tame colours stay far below infinity.
     FloatMask tame = hn::Or(hn::Eq(m.keyed, hn::Zero(floatTag)), hn::Ge(m.keyed, floats(0x1p-24f)));
     tame = hn::And(tame, isTame(fg));
-    if (s_.e.view == 1) {
+    if (s_.view == View::flat) {
       if (!hn::AllTrue(floatTag, tame)) return false;
       store({{floats(flatCode_[0]), floats(flatCode_[1]), floats(flatCode_[2])}, m.out},
             block.dst + at);
       return true;
     }
-    const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
+    const Pixels bg = loadPixels(block.bg + at, tile_.bg.arrangement);
     tame = hn::And(tame, isTame(bg));
     if (!hn::AllTrue(floatTag, tame)) return false;
     Colours under = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
@@ -197,7 +199,7 @@ class FloatKernel {
     constexpr float limit = 1e10f;
     const auto within = [](float v) { return v > -limit && v < limit; };
     const QMXOrvaniteTable& e = s.e;
-    bool tame = (e.view == 0 || e.view == 1) && !s.grades[0] && !s.grades[1];
+    bool tame = (s.view == View::composite || s.view == View::flat) && !s.grades[0] && !s.grades[1];
     for (int c = 0; c < 3; ++c) {
       tame = tame && e.neutralScale[c] > 0 && e.neutralScale[c] < 1000;
       tame = tame && within(e.screenLinear[c]) && within(e.replaceLinear[c]);
@@ -216,7 +218,7 @@ class FloatKernel {
                  const Planes<std::uint16_t>& bg) const {
     const QMXOrvaniteTable& e = s_.e;
     const float* const decoders[3] = {s_.linear, s_.linear, s_.linear};
-    const bool over = e.view == 0, overFlat = e.view == 1;
+    const bool over = s_.view == View::composite, overFlat = s_.view == View::flat;
     Planes<float> fgLinear, bgLinear, flatMasks;
     Planes<std::uint16_t> shares;
     readTables(decoders, fg, block.pixels, fgLinear);
@@ -249,7 +251,7 @@ class FloatKernel {
         toBackground(below);
         mix(m.out, below, colour);
         if (s_.mergesAlpha) {
-          alpha = mergeAlpha(m.out, loadPixels(block.bg + at, tile_.bg.order).alpha);
+          alpha = mergeAlpha(m.out, loadPixels(block.bg + at, tile_.bg.arrangement).alpha);
         }
       } else if (overFlat) {
         mix(m.out, flat(), colour);
@@ -324,14 +326,14 @@ class FloatKernel {
     if constexpr (coded) {
       Planes<std::uint16_t> bg;
       if (s_.roundTrip != nullptr && !s_.grades[1] && !s_.saturates[1] &&
-          readPatterns(block.bg, tile_.bg.order, block.pixels, bg)) {
+          readPatterns(block.bg, tile_.bg.arrangement, block.pixels, bg)) {
         passHalves(block, bg);
         return;
       }
     }
     for (std::size_t at = 0; at < samplesPerPixel * block.pixels;
          at += samplesPerPixel * floatLanes()) {
-      const Pixels bg = loadPixels(block.bg + at, tile_.bg.order);
+      const Pixels bg = loadPixels(block.bg + at, tile_.bg.arrangement);
       Colours colour = decode_(Colours{{bg.colour[0], bg.colour[1], bg.colour[2]}});
       assign(colour, grade_[1](colour));
       toWorking(colour);
@@ -360,7 +362,7 @@ class FloatKernel {
   /// Writes colours beside the background's alpha; one without alpha counts as one of alpha 0.
   HWY_INLINE void passAlpha(const Block& block, std::size_t at, const Colours& colour) const {
     Pixels out = {{colour.v[0], colour.v[1], colour.v[2]}, hn::Zero(floatTag)};
-    if (tile_.bg.whole) out.alpha = loadPixels(block.bg + at, tile_.bg.order).alpha;
+    if (tile_.bg.whole) out.alpha = loadPixels(block.bg + at, tile_.bg.arrangement).alpha;
     store(out, block.dst + at);
   }
 
@@ -375,11 +377,11 @@ class FloatKernel {
   }
 
   HWY_INLINE void store(const Pixels& out, float* to) const {
-    storePixels(out, to, tile_.dst.order);
+    storePixels(out, to, tile_.dst.arrangement);
   }
 
   FloatSetup s_;
-  FloatTile tile_;
+  Tile<float> tile_;
   Grade grade_[2];
   float flatCode_[3];  // the flat background as it is written where it shows through
   bool tame_;
@@ -387,27 +389,25 @@ class FloatKernel {
   Encode encode_;
 };
 
-template <class Decode, class Encode>
-void keyTile(const QMXOrvaniteTable& engine, int width, int height, const Otile& record,
-             const TileVariant& variant) {
-  FloatTile tile;
-  if (!describe(engine, width, height, record, variant, tile)) return;  // choose() has asked
-  walk(tile, variant.alpha, FloatKernel<Decode, Encode>(engine, record, tile, variant));
-}
-
-TileKernel choose(const QMXOrvaniteTable& engine, int width, int height, const Otile& record,
-                  const TileVariant& variant) {
-  if (engine.refEnabled != 0) return nullptr;  // the definition refuses it
-  FloatTile tile;
-  if (!describe(engine, width, height, record, variant, tile)) return nullptr;
-  if (engine.colourspace == logSpace) return keyTile<LogToLinear, LinearToLog>;
-  if (engine.colourspace == videoSpace) return keyTile<VideoToLinear, LinearToVideo>;
-  return keyTile<Identity, Identity>;
+bool key(const QMXOrvaniteTable& engine, int width, int height, const Otile& record,
+         const Choices& choices) {
+  if (engine.refEnabled != 0) return false;  // the definition refuses it
+  Tile<float> tile;
+  if (!describe(engine, width, height, record, choices, tile)) return false;
+  if (engine.colourspace == logSpace) {
+    walk(tile, choices.alpha, FloatKernel<LogToLinear, LinearToLog>(engine, record, tile, choices));
+  } else if (engine.colourspace == videoSpace) {
+    walk(tile, choices.alpha,
+         FloatKernel<VideoToLinear, LinearToVideo>(engine, record, tile, choices));
+  } else {
+    walk(tile, choices.alpha, FloatKernel<Identity, Identity>(engine, record, tile, choices));
+  }
+  return true;
 }
 
 }  // namespace
 
 extern const FloatKernels floatKernels;
-const FloatKernels floatKernels = {compiledFor, choose};
+const FloatKernels floatKernels = {key};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

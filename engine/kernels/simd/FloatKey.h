@@ -20,9 +20,10 @@ using Colours = FloatPack<3>;
 
 /// What a tile's kernel reads, beside its pixels.
 struct FloatSetup {
-  explicit FloatSetup(const QMXOrvaniteTable& engine, const Otile& record, const TileVariant& v)
+  explicit FloatSetup(const QMXOrvaniteTable& engine, const Otile& record, const Choices& choices)
       : e(engine),
-        mergesAlpha(v.alpha && engine.view == 0 && record.bg.alpha != nullptr),
+        view(viewOf(engine.view)),
+        mergesAlpha(choices.alpha && view == View::composite && record.bg.alpha != nullptr),
         saturates{engine.saturation[0] != 1.0f, engine.saturation[1] != 1.0f},
         grades{engine.gradeActive[0] != 0, engine.gradeActive[1] != 0} {
     for (int c = 0; c < 3; ++c) {
@@ -34,13 +35,11 @@ struct FloatSetup {
     linear = halves->linear;
     if (halves->roundTrip[0] != nullptr) roundTrip = halves->roundTrip;
     keysAreProducts = halves->keyIsProduct[0] && halves->keyIsProduct[1] && halves->keyIsProduct[2];
-    for (int c = 0; c < 3; ++c) {
-      keyFactor[c] = halves->keyFactor[c];
-      endless[c] = halves->endless[c];
-    }
+    for (int c = 0; c < 3; ++c) keyFactor[c] = halves->keyFactor[c];
   }
 
   const QMXOrvaniteTable& e;
+  View view;
   const std::uint16_t* keys[3];  // half patterns
   bool mergesAlpha;              // the background's into the matte
   bool saturates[2], grades[2];
@@ -51,7 +50,6 @@ struct FloatSetup {
   const float* const* roundTrip = nullptr;
   bool keysAreProducts = false;
   float keyFactor[3] = {};
-  float endless[3] = {};
 };
 
 /// The grading of one set.
@@ -232,12 +230,12 @@ struct Planes {
 
 /// The half patterns of a block's samples, negative ones as 0. True when every sample is itself
 /// that half and finite, or a zero: the key's share of an infinity is no product with its light.
-HWY_INLINE bool readPatterns(const float* from, Order order, std::size_t pixels,
+HWY_INLINE bool readPatterns(const float* from, Arrangement arrangement, std::size_t pixels,
                              Planes<std::uint16_t>& patterns) {
   FloatMask exact = hn::Eq(floats(0), floats(0));
   for (std::size_t i = 0; i < pixels; i += floatLanes()) {
     prefetchNext(from + samplesPerPixel * i);
-    const Pixels p = loadPixels(from + samplesPerPixel * i, order);
+    const Pixels p = loadPixels(from + samplesPerPixel * i, arrangement);
     for (std::size_t c = 0; c < 3; ++c) {
       const hn::Vec<PatternTag> pattern = halfPatterns(dropNegative(p.colour[c]));
       hn::Store(pattern, patternTag, patterns.of[c] + i);
@@ -282,10 +280,6 @@ HWY_INLINE Colours loadHalves(const Planes<std::uint16_t>& planes, std::size_t i
     out.v[c] = fromHalf(hn::Load(patternTag, planes.of[c] + i));
   }
   return out;
-}
-
-HWY_INLINE void store(const Colours& v, Planes<float>& planes, std::size_t i) {
-  for (std::size_t c = 0; c < 3; ++c) hn::Store(v.v[c], floatTag, planes.of[c] + i);
 }
 
 }  // namespace

@@ -1,123 +1,19 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// How float tiles lie in memory, for kernels that take whole vectors of pixels: which tiles they
-// can take, and the walk over one in blocks.
+// The walk over a float tile in blocks of whole vectors of pixels, and pixels in registers.
 //
-// A vector touches all four samples of its pixels. Where the caller gave fewer (a plate without
-// alpha, a matte of which only one sample is ours to read), the pixels at a row's ends go through
-// a buffer, so that nothing is read that the caller did not give.
+// The pixels at a row's ends go through a buffer where a vector would touch more than the caller
+// gave.
 #pragma once
 
-#include "engine/QMXOrvaniteTable.h"
-#include "engine/kernels/simd/Kernels.h"
-#include "engine/kernels/simd/Lanes.h"
+#include "engine/kernels/simd/Tile.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
 namespace {
 
-constexpr std::size_t samplesPerPixel = 4;
-
 /// Pixels of a block: few enough that all that a block needs stays in the first cache.
 constexpr std::size_t blockPixels = 128;
-
-/// The order of a pixel's samples in memory.
-enum Order { unknownOrder, redFirst, alphaFirst };
-
-/// One interleaved image: where the samples of its first pixel begin.
-struct Image {
-  const float* base = nullptr;
-  std::ptrdiff_t lineStep = 0;
-  Order order = unknownOrder;
-  bool whole = false;  // the caller gave all four samples
-};
-
-inline Image imageOf(const OtileImage& image) {
-  const float* const red = static_cast<const float*>(image.red);
-  const float* const green = static_cast<const float*>(image.green);
-  const float* const blue = static_cast<const float*>(image.blue);
-  const float* const alpha = static_cast<const float*>(image.alpha);
-  Image out;
-  out.lineStep = image.lineStep;
-  if (red == nullptr || green == nullptr || blue == nullptr) return out;
-  if (green == red + 1 && blue == red + 2) {
-    out.order = redFirst;
-    out.base = red;
-    out.whole = alpha == red + 3;
-  } else if (green == blue + 1 && red == blue + 2) {
-    out.order = alphaFirst;
-    out.base = blue - 1;
-    out.whole = alpha == blue - 1;
-  }
-  return out;
-}
-
-/// A matte: the sample that is read, as if it were the first of its pixel.
-inline Image matteOf(const OtileImage& image) {
-  Image out;
-  out.base = static_cast<const float*>(image.alpha);
-  out.lineStep = image.lineStep;
-  out.order = redFirst;
-  return out;
-}
-
-/// The images of a tile; those that are not used have no base.
-struct FloatTile {
-  Image dst, bg, fg, hold, garbage;
-  int width, height;
-};
-
-struct Range {
-  const float *first, *end;
-};
-
-inline Range rangeOf(const Image& image, int width, int height) {
-  const std::ptrdiff_t down = (height - 1) * image.lineStep;
-  const std::ptrdiff_t across = static_cast<std::ptrdiff_t>(samplesPerPixel) * width;
-  return {image.base + (down < 0 ? down : 0), image.base + (down > 0 ? down : 0) + across};
-}
-
-/// Whether an input can be read a block ahead of what is written: it shares nothing with the
-/// destination, or each of its pixels only the same pixel.
-inline bool readableAhead(const FloatTile& tile, const Image& input) {
-  if (input.base == nullptr) return true;
-  const Range a = rangeOf(tile.dst, tile.width, tile.height);
-  const Range b = rangeOf(input, tile.width, tile.height);
-  if (b.end <= a.first || a.end <= b.first) return true;
-  const std::ptrdiff_t ahead = input.base - tile.dst.base;
-  return input.lineStep == tile.dst.lineStep && ahead >= 0 &&
-         ahead < static_cast<std::ptrdiff_t>(samplesPerPixel);
-}
-
-/// Describes a tile; false when the reference has to key it.
-inline bool describe(const QMXOrvaniteTable& engine, int width, int height, const Otile& record,
-                     const TileVariant& variant, FloatTile& tile) {
-  tile.width = width;
-  tile.height = height;
-  tile.dst = imageOf(record.dst);
-  tile.fg = imageOf(record.fg);
-  tile.bg = imageOf(record.bg);
-  tile.hold = variant.hold ? matteOf(record.hold) : Image();
-  tile.garbage = variant.garbage ? matteOf(record.garbage) : Image();
-  const bool fgGiven = record.fg.red && record.fg.green && record.fg.blue;
-  const bool bgGiven = record.bg.red && record.bg.green && record.bg.blue;
-  if (tile.dst.order == unknownOrder || (variant.alpha && !tile.dst.whole)) return false;
-  if (!variant.alpha) tile.dst.whole = false;  // an alpha that is not written may be anybody's
-  if (fgGiven && tile.fg.order == unknownOrder) return false;
-  const bool bgUsed = !fgGiven || engine.view == 0;
-  if (bgUsed && bgGiven && tile.bg.order == unknownOrder) return false;
-  // A background's alpha that lies elsewhere than beside its colours.
-  if (bgUsed && variant.alpha && record.bg.alpha != nullptr && !tile.bg.whole) return false;
-  if (!bgUsed) tile.bg = Image();
-  if (!fgGiven) tile.hold = tile.garbage = Image();
-
-  const std::ptrdiff_t step = tile.dst.lineStep < 0 ? -tile.dst.lineStep : tile.dst.lineStep;
-  if (height > 1 && step < static_cast<std::ptrdiff_t>(samplesPerPixel) * width) return false;
-  for (const Image* input : {&tile.bg, &tile.fg, &tile.hold, &tile.garbage}) {
-    if (!readableAhead(tile, *input)) return false;
-  }
-  return true;
-}
 
 /// Where a block's pixels are: whole pixels may be read and written at each pointer that is not
 /// null.
@@ -127,39 +23,26 @@ struct Block {
   std::size_t pixels;  // whole vectors
 };
 
-inline const float* at(const Image& image, std::ptrdiff_t x, std::ptrdiff_t y) {
-  if (image.base == nullptr) return nullptr;
-  return image.base + y * image.lineStep + static_cast<std::ptrdiff_t>(samplesPerPixel) * x;
+inline const float* at(const Image<float>& image, std::ptrdiff_t x, std::ptrdiff_t y) {
+  return at(image, image.arrangement == planes ? image.channel[3] : image.base, x, y);
 }
 
-/// Copies pixels to a buffer: all four samples, or those that were given.
-inline const float* stage(const Image& image, bool matte, const float* from, std::size_t n,
-                          float* to) {
-  if (from == nullptr) return nullptr;
-  const std::size_t first = !matte && !image.whole && image.order == alphaFirst ? 1 : 0;
-  const std::size_t end = matte ? 1 : image.whole || image.order == alphaFirst ? 4 : 3;
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t s = first; s < end; ++s) {
-      to[samplesPerPixel * i + s] = from[samplesPerPixel * i + s];
-    }
+/// Pixels of an image in a buffer, or null; of a matte the one sample that is ours.
+inline const float* stage(const Image<float>& image, std::ptrdiff_t x, std::ptrdiff_t y,
+                          std::size_t n, float* to) {
+  if (image.arrangement == unused) return nullptr;
+  if (image.arrangement != planes) {
+    copyIn(image, x, y, n, to);
+    return to;
   }
+  const float* const from = at(image, x, y);
+  for (std::size_t i = 0; i < samplesPerPixel * n; i += samplesPerPixel) to[i] = from[i];
   return to;
-}
-
-/// Puts n keyed pixels where they belong; the alpha only where it is written.
-inline void unstage(const FloatTile& tile, std::ptrdiff_t x, std::ptrdiff_t y, std::size_t n,
-                    bool alpha, const float* from) {
-  float* const to = const_cast<float*>(at(tile.dst, x, y));  // dst came in as a writable image
-  const std::size_t first = !alpha && tile.dst.order == alphaFirst ? 1 : 0;
-  const std::size_t samples = alpha ? samplesPerPixel : 3;
-  for (std::size_t i = first; i < samplesPerPixel * n; i += samplesPerPixel) {
-    for (std::size_t s = 0; s < samples; ++s) to[i + s] = from[i + s];
-  }
 }
 
 /// Takes fewer pixels than a block through buffers.
 template <class Body>
-HWY_NOINLINE void walkStaged(const FloatTile& tile, std::ptrdiff_t x, std::ptrdiff_t y,
+HWY_NOINLINE void walkStaged(const Tile<float>& tile, std::ptrdiff_t x, std::ptrdiff_t y,
                              std::size_t n, bool alpha, const Body& body) {
   constexpr std::size_t size = samplesPerPixel * 2 * maxFloatLanes;
   HWY_ALIGN float buffers[5][size];
@@ -167,25 +50,26 @@ HWY_NOINLINE void walkStaged(const FloatTile& tile, std::ptrdiff_t x, std::ptrdi
     for (float& v : buffer) v = 0;
   }
   Block block;
-  block.bg = stage(tile.bg, false, at(tile.bg, x, y), n, buffers[0]);
-  block.fg = stage(tile.fg, false, at(tile.fg, x, y), n, buffers[1]);
-  block.hold = stage(tile.hold, true, at(tile.hold, x, y), n, buffers[2]);
-  block.garbage = stage(tile.garbage, true, at(tile.garbage, x, y), n, buffers[3]);
+  block.bg = stage(tile.bg, x, y, n, buffers[0]);
+  block.fg = stage(tile.fg, x, y, n, buffers[1]);
+  block.hold = stage(tile.hold, x, y, n, buffers[2]);
+  block.garbage = stage(tile.garbage, x, y, n, buffers[3]);
   block.dst = buffers[4];
   block.pixels = (n + floatLanes() - 1) / floatLanes() * floatLanes();
   body(block);
-  unstage(tile, x, y, n, alpha, block.dst);
+  copyOut(tile.dst, x, y, n, alpha, block.dst);
 }
 
 /// Calls body for blocks that together are the tile, line by line, left to right.
 template <class Body>
-inline void walk(const FloatTile& tile, bool alpha, const Body& body) {
+inline void walk(const Tile<float>& tile, bool alpha, const Body& body) {
   const std::size_t width = static_cast<std::size_t>(tile.width), lanes = floatLanes();
-  bool guardStart = false, guardEnd = tile.hold.base != nullptr || tile.garbage.base != nullptr;
-  for (const Image* image : {&tile.fg, &tile.bg}) {
-    if (image->base == nullptr || image->whole) continue;
+  bool guardStart = false,
+       guardEnd = tile.hold.arrangement != unused || tile.garbage.arrangement != unused;
+  for (const Image<float>* image : {&tile.fg, &tile.bg}) {
+    if (image->arrangement == unused || image->whole) continue;
     if (image->base == tile.dst.base && tile.dst.whole) continue;
-    (image->order == alphaFirst ? guardStart : guardEnd) = true;
+    (image->arrangement == alphaFirst ? guardStart : guardEnd) = true;
   }
   HWY_ALIGN float keyed[samplesPerPixel * blockPixels];
   const std::size_t head = guardStart ? 1 : 0;
@@ -204,7 +88,7 @@ inline void walk(const FloatTile& tile, bool alpha, const Body& body) {
                            at(tile.garbage, column, y),
                            n};
       body(block);
-      if (!alpha) unstage(tile, column, y, n, alpha, keyed);
+      if (!alpha) copyOut(tile.dst, column, y, n, alpha, keyed);
       x += n;
       left -= n;
     }
@@ -270,9 +154,9 @@ HWY_INLINE void storeSamples(Floats a, Floats b, Floats c, Floats d, float* to) 
 }
 #endif
 
-HWY_INLINE Pixels loadPixels(const float* from, Order order) {
+HWY_INLINE Pixels loadPixels(const float* from, Arrangement arrangement) {
   Pixels p;
-  if (order == alphaFirst) {
+  if (arrangement == alphaFirst) {
     loadSamples(from, p.alpha, p.colour[2], p.colour[1], p.colour[0]);
   } else {
     loadSamples(from, p.colour[0], p.colour[1], p.colour[2], p.alpha);
@@ -280,8 +164,8 @@ HWY_INLINE Pixels loadPixels(const float* from, Order order) {
   return p;
 }
 
-HWY_INLINE void storePixels(const Pixels& p, float* to, Order order) {
-  if (order == alphaFirst) {
+HWY_INLINE void storePixels(const Pixels& p, float* to, Arrangement arrangement) {
+  if (arrangement == alphaFirst) {
     storeSamples(p.alpha, p.colour[2], p.colour[1], p.colour[0], to);
   } else {
     storeSamples(p.colour[0], p.colour[1], p.colour[2], p.alpha, to);

@@ -28,15 +28,15 @@ struct Places {
 template <class T>
 class IntegerKernel {
  public:
-  IntegerKernel(const QMXOrvaniteTable& e, const TileVariant& variant, bool bgAlpha)
-      : e_(e), p_(*e.plan), variant_(variant) {
-    view_ = e.view == 0 || e.view == 1 || e.view == 2 || e.view == 5 ? e.view : 4;
-    mergesAlpha_ = view_ == 0 && variant.alpha && bgAlpha;
+  IntegerKernel(const QMXOrvaniteTable& e, const Choices& choices, bool bgAlpha)
+      : e_(e), p_(*e.plan), choices_(choices), view_(viewOf(e.view)) {
+    mergesAlpha_ = view_ == View::composite && choices.alpha && bgAlpha;
     saturates_[0] = e.saturation[0] != 1.0f;
-    saturates_[1] = e.saturation[1] != 1.0f && view_ == 0;
-    showsPure_ = view_ != 2 && view_ != 5 && !saturates_[0];
+    saturates_[1] = e.saturation[1] != 1.0f && view_ == View::composite;
+    showsPure_ = !showsMatte(view_) && !saturates_[0];
     // A matte of 0 leaves no colour to saturate, unless the view mixes nothing.
-    showsBackground_ = view_ == 4 ? !saturates_[0] : view_ != 2 && view_ != 5 && !saturates_[1];
+    showsBackground_ =
+        view_ == View::unpremultiplied ? !saturates_[0] : !showsMatte(view_) && !saturates_[1];
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[c];
@@ -55,14 +55,15 @@ class IntegerKernel {
       lookUpKeyed(block.fg, p_.fg, 0, block.pixels, fg_);
     }
     if (!p_.fg.keysFit) limitKeys(e_, block.fg, block.pixels, fg_);
-    if (variant_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
+    if (choices_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
     mixed_.count = pureFg_.count = pureBg_.count = 0;
     keyVectors(block);
-    if (view_ == 2 || view_ == 5) return;
+    if (showsMatte(view_)) return;
     const bool graded = !p_.gradeIsIdentity;
-    const bool mixes = view_ != 4 || saturates_[0];  // else grade and output are one look-up
+    const bool mixes =
+        view_ != View::unpremultiplied || saturates_[0];  // else grade and output are one look-up
     if (graded && mixes) grade(mixed_);
-    if (view_ == 0 && !p_.backgroundIsLine) lookUpBackground(block);
+    if (view_ == View::composite && !p_.backgroundIsLine) lookUpBackground(block);
     if (mixes) mixVectors(block);
     writeColours(block, mixed_, graded && !mixes);
     writeForeground(block);
@@ -89,10 +90,10 @@ class IntegerKernel {
     for (std::size_t c = 0; c < 3; ++c) {
       k.screen[c] = shorts(e_.screenWork[c]);
       k.replace[c] = shorts(e_.replaceWork[c]);
-      k.refScreen[c] = shorts(variant_.ref ? e_.refScreenWork[c] : 0);
+      k.refScreen[c] = shorts(choices_.ref ? e_.refScreenWork[c] : 0);
     }
-    k.refScreenKey = shorts(variant_.ref ? e_.refScreenKey : 1);
-    k.clear = shorts(view_ == 4 ? 0 : static_cast<int>(p_.clipLow));
+    k.refScreenKey = shorts(choices_.ref ? e_.refScreenKey : 1);
+    k.clear = shorts(view_ == View::unpremultiplied ? 0 : static_cast<int>(p_.clipLow));
     k.screenScale = floats(p_.screenScale);
     k.clipLow = floats(p_.clipLow);
     k.clipRange = floats(p_.clipRange);
@@ -143,7 +144,7 @@ class IntegerKernel {
 
   template <bool line>
   void keyVectors(const Block<T>& block) {
-    if (variant_.ref) {
+    if (choices_.ref) {
       return block.hold ? keyVectors<line, true, true>(block)
                         : keyVectors<line, true, false>(block);
     }
@@ -191,7 +192,7 @@ class IntegerKernel {
     const U16Mask enough = above(matte, needed);
     U16 shown = hn::Max(matte, needed);
     // What the clip takes to nothing is nothing under any garbage matte, too.
-    const U16 left = view_ == 4 ? hn::Or(shown, largest) : shown;
+    const U16 left = view_ == View::unpremultiplied ? hn::Or(shown, largest) : shown;
     if (showsBackground_ && hn::AllFalse(u16Tag, above(left, k.clear))) {
       return passBackground(block, i);
     }
@@ -204,8 +205,8 @@ class IntegerKernel {
       shown = hn::Sub(kept, keyProduct(hn::Sub(one, shown), kept));
     }
 
-    if (view_ == 2) return showMatte(block, i, shown);
-    if (view_ == 5) return showStatus(block, i, shown, held);
+    if (view_ == View::matte) return showMatte(block, i, shown);
+    if (view_ == View::status) return showStatus(block, i, shown, held);
     noteAlpha(block, i, shown);
     if (sort(i, plate, screen.amount, shown, largest)) return;
 
@@ -237,7 +238,7 @@ class IntegerKernel {
   HWY_INLINE bool sort(std::size_t i, const Keyed& plate, U16 amount, U16 shown, U16 largest) {
     const bool fg = !saturates_[0] && areZero(hn::Or(amount, hn::Xor(shown, shorts(4096))));
     // Where the colour shows whatever its matte, it has to be black too.
-    const U16 rest = view_ == 4 ? hn::Or(shown, largest) : shown;
+    const U16 rest = view_ == View::unpremultiplied ? hn::Or(shown, largest) : shown;
     const bool bg = !fg && showsBackground_ && areZero(rest);
     pureFg_.add(i, fg);
     pureBg_.add(i, bg);
@@ -337,9 +338,9 @@ class IntegerKernel {
       U16 over[3];
       for (std::size_t c = 0; c < 3; ++c) over[c] = hn::Load(u16Tag, colour_[c] + i);
       if (saturates_[0]) saturate(e_.satMatrix[0], over);
-      if (view_ != 4) {
+      if (view_ != View::unpremultiplied) {
         U16 under[3] = {flat[0], flat[1], flat[2]};
-        if (view_ == 0) {
+        if (view_ == View::composite) {
           loadBackground(block, i, under);
           if (saturates_[1]) saturate(e_.satMatrix[1], under);
         }
@@ -398,7 +399,7 @@ class IntegerKernel {
   HWY_NOINLINE void writeBackground(const Block<T>& block) const {
     for (std::size_t n = 0; n < pureBg_.count; ++n) {
       const std::size_t i = pureBg_.at[n];
-      if (view_ != 0) {
+      if (view_ != View::composite) {
         writeFlat(block, i);
       } else if constexpr (sizeof(T) == 2) {
         writeComposed(block, i);
@@ -438,7 +439,7 @@ class IntegerKernel {
   void writeFlat(const Block<T>& block, std::size_t i) const {
     U16 codes[3];
     for (std::size_t c = 0; c < 3; ++c) {
-      const int working = view_ == 1 ? e_.bgColourWork[c] : e_.fgGradeTable[c][0];
+      const int working = view_ == View::flat ? e_.bgColourWork[c] : e_.fgGradeTable[c][0];
       codes[c] = shorts(output_[c][working]);
     }
     writeCodes(codes[0], codes[1], codes[2], block, i);
@@ -446,8 +447,8 @@ class IntegerKernel {
 
   const QMXOrvaniteTable& e_;
   const IntegerPlan& p_;
-  const TileVariant variant_;
-  int view_;
+  const Choices choices_;
+  const View view_;
   bool mergesAlpha_;
   bool saturates_[2];
   bool showsPure_;           // where no pixel has any screen, the plate is what shows

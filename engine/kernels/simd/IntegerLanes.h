@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The arithmetic of the integer kernels in 16-bit lanes: every product, shift and division of the
-// reference, with the same result, from values that fit 16 bits.
+// definition, with the same result, from values that fit 16 bits.
 //
 // Colours are 0..16383, key quantities 0..4096 unless told otherwise; lanes are unsigned.
 // tests/engine/IntegerLanesTest.cpp holds each function against the definition it replaces.
@@ -74,7 +74,7 @@ HWY_INLINE U16 byFloats(U16 v, const Function& f) {
 /// v / max rounded once, of whole v in 0..max: the product with 1 / max, corrected by what it
 /// leaves.
 HWY_INLINE Floats fraction(Floats v, float max) {
-#if defined(__FMA__) || HWY_ARCH_ARM_A64
+#if HWY_NATIVE_FMA
   const Floats inverse = floats(1 / max);
   const Floats q = hn::Mul(v, inverse);
   return hn::MulAdd(hn::NegMulAdd(q, floats(max), v), inverse, q);

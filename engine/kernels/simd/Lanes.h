@@ -14,22 +14,12 @@
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
+// What the flags make of Highway is what the list of targets says.
+static_assert(HWY_TARGET == ORVANITE_SIMD_HIGHWAY);
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 namespace {
-
-/// The target's name by the flags that this object was really compiled with.
-inline const char* compiledFor() {
-#if defined(__AVX512VL__)
-  return "avx512";
-#elif defined(__AVX2__)
-  return "avx2";
-#elif defined(__SSE4_2__)
-  return "sse4";
-#else
-  return "native";
-#endif
-}
 
 using FloatTag = hn::ScalableTag<float>;
 using HalfFloatTag = hn::Half<FloatTag>;  // as many floats as a vector has doubles
@@ -107,7 +97,7 @@ HWY_INLINE FloatPack<n> demote(const DoublePack<n>& in) {
 /// Rounded once, from the exact a * b + c. Where the machine has no such instruction: the product
 /// of two floats is exact in double; the sum's last bit is made odd when it was rounded, so that
 /// the second rounding decides as the first would have.
-#if defined(__FMA__) || HWY_ARCH_ARM_A64
+#if HWY_NATIVE_FMA
 HWY_INLINE Floats fused(Floats a, Floats b, Floats c) { return hn::MulAdd(a, b, c); }
 #else
 HWY_INLINE DoubleVector oddSum(DoubleVector product, DoubleVector c) {

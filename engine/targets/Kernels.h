@@ -11,15 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "engine/Choices.h"
 #include "engine/orvanite.h"
 
 namespace orvanite {
 
 /// The encodings over arrays; in and out may be the same array. Definitions: colour/Encoding.h.
 struct EncodingFunctions {
-  /// The name of the target that this table was compiled for, told by the compiler's own macros.
-  const char* (*identity)();
-
   void (*toLinear)(const float* in, float* out, std::size_t n, int colourspace);
   void (*fromLinear)(const float* in, float* out, std::size_t n, int colourspace);
   void (*power)(const float* in, float* out, std::size_t n, float exponent);
@@ -42,33 +40,21 @@ struct EncodingFunctions {
   void (*logarithmEstimate)(const float* in, double* out, std::size_t n);
 };
 
-/// What decides which kernel keys a tile, beside the engine's parameters.
-struct TileVariant {
-  bool ref;      // keyed against a clean plate
-  bool hold;     // the hold-out matte is used
-  bool garbage;  // the garbage matte is used
-  bool alpha;    // the destination's alpha is written
-};
-
-/// Keys a tile that has passed every check of the dispatcher. Cannot fail.
-using TileKernel = void (*)(const QMXOrvaniteTable& engine, int width, int height,
-                            const Otile& tile, const TileVariant& variant);
+/// What is told of the machine when a target's objects are compiled, as bits of Feature.
+using Features = std::uint32_t;
 
 struct FloatKernels {
-  const char* (*identity)();
-
-  /// The kernel for a float tile, or null when the reference has to key it: an image that is not
-  /// interleaved red first or alpha first, or buffers that overlap other than pixel for pixel.
-  TileKernel (*choose)(const QMXOrvaniteTable& engine, int width, int height, const Otile& tile,
-                       const TileVariant& variant);
+  /// Keys a float tile that has passed every check of the dispatcher. False, and nothing written,
+  /// when the definition has to key it: an image that is not interleaved red first or alpha first,
+  /// or buffers that overlap other than pixel for pixel.
+  bool (*key)(const QMXOrvaniteTable& engine, int width, int height, const Otile& tile,
+              const Choices& choices);
 };
 
 struct IntegerKernels {
-  const char* (*identity)();
-
-  /// The kernel for an integer tile of depth 1 or 2, or null when the reference has to key it.
-  TileKernel (*choose)(const QMXOrvaniteTable& engine, int depth, int width, int height,
-                       const Otile& tile, const TileVariant& variant);
+  /// The same for an integer tile, of bytes or shorts.
+  bool (*key)(const QMXOrvaniteTable& engine, Depth depth, int width, int height, const Otile& tile,
+              const Choices& choices);
 };
 
 }  // namespace orvanite

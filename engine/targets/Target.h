@@ -2,8 +2,8 @@
 //
 // Which machine the kernels are for. The engine is compiled for several levels of the processor;
 // one is chosen when the first tile is keyed and kept for the life of the process: the best that
-// the processor has, or the one that the environment variable ORVANITE_TARGET names. "reference"
-// is the scalar definition; it is always there, and every other target gives the same bits.
+// the processor has, or the one that the environment variable ORVANITE_TARGET names. "definition"
+// is plain code, one pixel at a time; it is always there, and every other target gives its bits.
 //
 // This file neither prints nor exits: a front end asks for the problem and reports it.
 #pragma once
@@ -12,20 +12,23 @@
 #include <string>
 #include <vector>
 
-#include "engine/kernels/simd/Kernels.h"
+#include "engine/targets/Kernels.h"
 
 namespace orvanite {
 
-/// One level of the processor and what was compiled for it; null parts are those of the reference.
+/// One level of the processor and what was compiled for it; the definition has no parts.
 struct Target {
   const char* name;
-  bool (*supported)();  // by the processor that runs this
+  const Features* features;  // what the processor must have
   const EncodingFunctions* encodings;
   const FloatKernels* floats;
   const IntegerKernels* integers;
+
+  /// Whether the processor that runs this has all that the objects may use.
+  bool supported() const;
 };
 
-/// Every target of this build, best first; the last is "reference", which has no parts.
+/// Every target of this build, best first; the last is "definition", which has no parts.
 const std::vector<Target>& knownTargets();
 
 /// The target of this process. Null when ORVANITE_TARGET names one that is unknown or that the
@@ -44,7 +47,7 @@ struct TargetChoice {
 };
 TargetChoice chooseTarget(const char* wanted);
 
-/// How many tiles the target's own kernels, not the reference, have keyed in this process.
+/// How many tiles the target's own kernels, not the definition, have keyed in this process.
 std::uint64_t tilesKeyedByTarget();
 
 }  // namespace orvanite
