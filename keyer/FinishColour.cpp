@@ -141,6 +141,9 @@ Sample missing(std::uint16_t matte, Sample own) {
 
 using Colour = std::array<float, 3>;
 
+// A matte's value as a part of full.
+float partOf(int matte) { return static_cast<float>(matte) * (1.0F / static_cast<float>(solid)); }
+
 void pull(Colour& colour, const Mean& inside, float part) {
   const float given = part * std::min(1.0F, inside.weight / enoughInside);
   const Colour to{inside.red, inside.green, inside.blue};
@@ -172,7 +175,7 @@ void despill(const Finish& finish, Colour& colour, const Mean* behind) {
       break;
     }
     case SpillReplace::background: {
-      const float part = spill / full<Sample>;
+      const float part = spill * (1.0F / full<Sample>);
       colour[0] += part * behind->red;
       colour[1] += part * behind->green;
       colour[2] += part * behind->blue;
@@ -186,7 +189,7 @@ template <class Sample>
 void wrap(Colour& colour, const Mean& behind, float part) {
   const Colour to{behind.red, behind.green, behind.blue};
   for (std::size_t c = 0; c < 3; ++c) {
-    const float room = 1.0F - colour[c] / full<Sample>;
+    const float room = 1.0F - colour[c] * (1.0F / full<Sample>);
     if (room > 0 && to[c] > 0) colour[c] += part * to[c] * room;
   }
 }
@@ -225,8 +228,6 @@ void finishColours(const Finish& finish, const MatteReader<Sample>& reader,
                    const Pixels<Sample>& keyed, const Pixels<Sample>* behind, const FrameArea& area,
                    const MatteTile& matte, const MatteTile* nearby, ColourScratch& scratch,
                    Sample* out) {
-  const std::size_t count =
-      static_cast<std::size_t>(area.width) * static_cast<std::size_t>(area.height);
   const std::uint16_t* const finished = matte.samples.data();
   const bool spills = finish.spill > 0;
   const bool wraps = finish.wrap > 0 && behind && nearby;
@@ -268,30 +269,31 @@ void finishColours(const Finish& finish, const MatteReader<Sample>& reader,
   }
   if (!soft.any() && !lit.any() && !spills) return;
 
-  for (std::size_t i = 0; i < count; ++i) {
-    if (finished[i] == 0) continue;
-    Sample* const pixel = out + 4 * i;
-    const Colour was{static_cast<float>(pixel[0]), static_cast<float>(pixel[1]),
-                     static_cast<float>(pixel[2])};
-    Colour colour = was;
-    if (soft.any()) {
-      const std::ptrdiff_t at = keyed.at(area.x + static_cast<int>(i) % area.width,
-                                         area.y + static_cast<int>(i) / area.width);
-      const int softness = solid - reader(keyed.alpha[at]);
-      if (softness > 0) {
-        pull(colour, scratch.inside[i],
-             finish.edgeColour * (static_cast<float>(softness) / static_cast<float>(solid)));
+  std::size_t i = 0;
+  for (int y = area.y; y < area.y + area.height; ++y) {
+    const Sample* const alpha = keyed.alpha + keyed.at(area.x, y);
+    for (int x = 0; x < area.width; ++x, ++i) {
+      if (finished[i] == 0) continue;
+      Sample* const pixel = out + 4 * i;
+      const Colour was{static_cast<float>(pixel[0]), static_cast<float>(pixel[1]),
+                       static_cast<float>(pixel[2])};
+      Colour colour = was;
+      if (soft.any()) {
+        const int softness = solid - reader(alpha[4 * x]);
+        if (softness > 0) {
+          pull(colour, scratch.inside[i], finish.edgeColour * partOf(softness));
+        }
       }
-    }
-    if (spills) {
-      despill<Sample>(finish, colour, spillsBehind ? &scratch.behind[i] : nullptr);
-    }
-    if (wraps && nearby->samples[i] < solid) {
-      const float open = static_cast<float>(solid - nearby->samples[i]) / static_cast<float>(solid);
-      wrap<Sample>(colour, scratch.behind[i], finish.wrap * open);
-    }
-    for (std::size_t c = 0; c < 3; ++c) {
-      if (colour[c] != was[c]) pixel[c] = stored<Sample>(colour[c]);
+      if (spills) {
+        despill<Sample>(finish, colour, spillsBehind ? &scratch.behind[i] : nullptr);
+      }
+      if (wraps && nearby->samples[i] < solid) {
+        const float open = partOf(solid - nearby->samples[i]);
+        wrap<Sample>(colour, scratch.behind[i], finish.wrap * open);
+      }
+      for (std::size_t c = 0; c < 3; ++c) {
+        if (colour[c] != was[c]) pixel[c] = stored<Sample>(colour[c]);
+      }
     }
   }
 }
