@@ -247,7 +247,8 @@ void load(const MattePlane& plane, const FrameArea& area, int border, MatteTile&
         plane.row(std::clamp(area.y - border + y, 0, plane.height - 1));
     std::uint16_t* const to = tile.row(y);
     std::fill(to, to + before, from[0]);
-    std::copy(from + left + before, from + left + before + inside, to + before);
+    const int first = left + before;
+    std::copy(from + first, from + first + inside, to + before);
     std::fill(to + before + inside, to + tile.width, from[plane.width - 1]);
   }
 }
