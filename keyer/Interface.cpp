@@ -13,9 +13,9 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Error.h"
 #include "keyer/AutoKey.h"
 #include "keyer/CleanPlate.h"
-#include "base/Error.h"
 #include "keyer/Pictures.h"
 #include "keyer/Preset.h"
 #include "keyer/Screen.h"

@@ -58,7 +58,8 @@ void Instance::loadPreset(ofx::Time time) {
     }
     parameters_.write(settings, all, time, "Load preset");
     if (!left.empty()) {
-      report(ofx::message::warning, "Load preset: this plug-in has no finish, so it leaves out " + left);
+      report(ofx::message::warning,
+             "Load preset: this plug-in has no finish, so it leaves out " + left);
     }
   } catch (const Error& error) {
     report(ofx::message::warning, std::string("Load preset: ") + error.what());
