@@ -3,6 +3,7 @@
 // The application's global plugs.
 #include "platform/NRiGlobals.h"
 
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -10,6 +11,11 @@ NRiPlug& currentScript() {
   static auto& plug = *new NRiPlug(nullptr, NRiName("script.currentScript"), nriPointer,
                                    NRiPlug::kInternal, nullptr);
   return plug;
+}
+
+std::string& folder() {
+  static auto& path = *new std::string;
+  return path;
 }
 }  // namespace
 
@@ -21,3 +27,10 @@ NRiPlug* NRiGlobals::ref(const NRiName& name, NRiId type, int quiet) {
 }
 
 void NRiGlobals::setCurrentScript(NRiNode* root) { currentScript().setNode(root); }
+
+void NRiGlobals::setFolder(const std::string& path) { folder() = path; }
+
+std::string NRiGlobals::inFolder(const std::string& path) {
+  if (folder().empty() || path.empty()) return path;
+  return (std::filesystem::path(folder()) / path).string();
+}

@@ -5,6 +5,8 @@
 // that have none.
 #pragma once
 
+#include <string>
+
 #include "platform/NRiExport.h"
 #include "platform/NRiPlug.h"
 
@@ -16,4 +18,9 @@ class NRI_API NRiGlobals {
   static NRiPlug* ref(const NRiName& name, NRiId type, int quiet);
   /// Makes `root` the current script; null closes it.
   static void setCurrentScript(NRiNode* root);
+
+  /// The folder that relative paths of the current script count from; empty: the process's own.
+  static void setFolder(const std::string& folder);
+  /// A path of the current script as the process sees it.
+  static std::string inFolder(const std::string& path);
 };

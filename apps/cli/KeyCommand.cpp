@@ -202,7 +202,8 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
                    {options.holdOut, options.holdOutOffset},
                    {options.garbage, options.garbageOffset},
                    options.output,
-                   job.outputs[0].alpha},
+                   job.outputs[0].alpha,
+                   options.saveScript},
                   job.shot->samples());
 }
 

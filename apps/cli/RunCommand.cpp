@@ -16,6 +16,7 @@
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/Progress.h"
+#include "apps/cli/ScriptReference.h"
 #include "apps/cli/Signals.h"
 #include "base/Error.h"
 #include "base/TextFile.h"
@@ -24,6 +25,7 @@
 #include "media/PictureWriter.h"
 #include "platform/NRiCmplr.h"
 #include "platform/NRiFile.h"
+#include "platform/NRiGlobals.h"
 #include "platform/NRiNode.h"
 #include "platform/NRiOrigin.h"
 #include "platform/NRiPlugins.h"
@@ -38,9 +40,12 @@ struct RunOptions {
   std::string script, frames = "1", identity, progress;
   std::vector<std::string> sets;
   int threads = 0;
+  std::string function;  // of which the reference is asked for; empty for all
   bool print = false;
   bool quiet = false, json = false, skipExisting = false;
 };
+
+NRiPlug* timePlug() { return NRiNode::getRoot()->getPlug(NRiName("time")); }
 
 // node.plug=value or variable=value. A text plug takes the value as it is, unless it is in quotes.
 void set(const std::string& assignment) {
@@ -56,10 +61,17 @@ void set(const std::string& assignment) {
   if (!owner) {
     throw Error(Fault::wrongUse, "--set " + target, "the script has no node '" + node + "'");
   }
-  NRiPlug* const plug = owner->getPlug(NRiName(std::string_view(plugName)));
-  if (!plug || plug->io() != NRiPlug::kIn || plug->type() == nriImage || target == "time") {
+  NRiPlug* plug = owner->getPlug(NRiName(std::string_view(plugName)));
+  // What has been assigned to the name since may have no such parameter: what had it before, then.
+  const auto& nodes = NRiNode::getRoot()->children();
+  for (auto earlier = nodes.rbegin(); !plug && earlier != nodes.rend(); ++earlier) {
+    if ((*earlier)->label().view() == node)
+      plug = (*earlier)->getPlug(NRiName(std::string_view(plugName)));
+  }
+  if (!plug || plug->io() != NRiPlug::kIn || plug->type() == nriImage || plug == timePlug()) {
     std::string names;
     for (const NRiPlug* const one : owner->getPublicPlugs()) {
+      if (one == timePlug()) continue;
       names += (names.empty() ? "" : ", ") + std::string(one->name().view());
     }
     throw Error(Fault::wrongUse, "--set " + target,
@@ -67,7 +79,9 @@ void set(const std::string& assignment) {
   }
   const std::string value = assignment.substr(equals + 1);
   if (plug->type() == nriString && !value.starts_with('"')) {
-    plug->set(NRiName(std::string_view(value)));
+    // A path on the command line counts from where the command runs, not from the script.
+    const bool isPath = plugName == "path" && !value.empty();
+    plug->set(NRiName(isPath ? std::filesystem::absolute(value).string() : value));
     return;
   }
   const NRiOrigin::Places places{{value.c_str(), {"--set " + target, 1, 1}}};
@@ -96,6 +110,10 @@ void loadPlugins(bool quiet) {
 
 bool compile(const std::string& path) {
   const std::string text = readTextFile(path, "this script cannot be read");
+  std::error_code ignored;
+  if (std::filesystem::is_regular_file(path, ignored)) {
+    NRiGlobals::setFolder(std::filesystem::path(path).parent_path().string());
+  }
   NRiCmplr compiler;
   NRiValue value;
   // Declarations live as long as their handle; the process is as long as they are needed.
@@ -142,7 +160,7 @@ void write(NRiFileOut& out) {
 
 int render(const RunOptions& options, const std::vector<int>& frames) {
   const std::vector<NRiFileOut*> outputs = outputsOf(options.script);
-  NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
+  NRiPlug* const time = timePlug();
   // One frame alone is named rather than counted.
   const bool named =
       frames.size() == 1 && options.progress.empty() && !options.json && !options.quiet;
@@ -200,6 +218,13 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
   return progress.failed() == 0 ? success : finished.empty() ? failed : framesFailed;
 }
 
+int printFunctions(const std::string& name) {
+  NRiNodes::declare();
+  loadPlugins(true);
+  fmt::print("{}", scriptReference(name));
+  return success;
+}
+
 int runScript(const RunOptions& options) {
   if (options.script.empty()) throw Error(Fault::wrongUse, "run", "expected a script");
   if (options.threads < 0 || options.threads > 256) {
@@ -226,7 +251,7 @@ int runScript(const RunOptions& options) {
       fmt::print("{}", file.text());
     }
     if (!options.identity.empty()) {
-      NRiNode::getRoot()->getPlug(NRiName("time"))->set(static_cast<float>(frames.front()));
+      timePlug()->set(static_cast<float>(frames.front()));
       printIdentity(options.identity);
     }
     if (options.print || !options.identity.empty()) return success;
@@ -271,6 +296,13 @@ Run declareRun(CLI::App& command) {
       ->group("Looking")
       ->type_name("IMAGE")
       ->take_last();
+  const CLI::Option* const functions =
+      command
+          .add_option("--functions", options->function,
+                      "Print what scripts can call, with all arguments, or one function alone.")
+          ->group("Looking")
+          ->type_name("[NAME]")
+          ->expected(0, 1);
   command
       .add_option("--progress", options->progress,
                   "bar, plain, openjd, alf or none. [default a bar on a terminal, else plain]")
@@ -286,7 +318,9 @@ Run declareRun(CLI::App& command) {
                 "Leave frames whose files exist: resumes a stopped script. [default off]")
       ->group(running);
   command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group(running);
-  return [options] { return runScript(*options); };
+  return [options, functions] {
+    return functions->count() > 0 ? printFunctions(options->function) : runScript(*options);
+  };
 }
 
 }  // namespace orvanite::cli

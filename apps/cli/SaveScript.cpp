@@ -36,6 +36,21 @@ std::string patternOf(const std::string& path) {
   return pattern ? pattern->text() : path;
 }
 
+// The same, as it is called from the script's folder.
+std::string pathIn(const ScriptFiles& files, const std::string& path) {
+  const std::filesystem::path own = patternOf(path);
+  if (own.is_absolute()) return own.string();
+  const std::filesystem::path whole = std::filesystem::absolute(own);
+  if (files.script.empty()) return whole.string();
+  // Links resolved: a step up from a folder leaves the folder that it is.
+  const auto folderOf = [](const std::filesystem::path& file) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(file).parent_path());
+  };
+  return (folderOf(whole).lexically_relative(folderOf(files.script)) / whole.filename())
+      .lexically_normal()
+      .string();
+}
+
 // The node knows channels by their letters only.
 std::string channelText(const std::string& name, const std::string& value) {
   if (value.size() == 1 && std::string_view("RGBArgba").find(value[0]) != std::string_view::npos) {
@@ -73,7 +88,7 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
           "a script cannot hold the movie " + from.path + "; its frames as pictures it can");
     }
     const std::string frame = from.offset ? fmt::format(", time + {}", from.offset) : "";
-    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(patternOf(from.path)), frame);
+    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, from.path)), frame);
     return std::string(name);
   };
   input("plate", files.plate);
@@ -104,7 +119,7 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
                             : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
                                                                         : "";
   return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n",
-                              inQuotes(patternOf(files.output)), held, alpha);
+                              inQuotes(pathIn(files, files.output)), held, alpha);
 }
 
 void saveText(const std::string& path, const std::string& text) {

@@ -21,6 +21,7 @@ struct ScriptFiles {
   ScriptInput plate, background, holdOut, garbage;
   std::string output;
   shot::Alpha alpha = shot::Alpha::matte;  // of the output
+  std::string script;                      // where the script will lie; empty: nobody knows
 };
 
 /// The script. `samples` is how the output holds its values.

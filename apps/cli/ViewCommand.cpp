@@ -81,7 +81,8 @@ std::string scriptFor(const ViewCommandOptions& options, const Settings& setting
                    {options.file(Role::holdOut)},
                    {options.file(Role::garbage)},
                    outputOf(options),
-                   shot::usualAlpha(settings.text("output"))},
+                   shot::usualAlpha(settings.text("output")),
+                   {}},
                   samples);
 }
 

@@ -13,6 +13,8 @@
 
 #include "base/Error.h"
 #include "media/MovieSource.h"
+#include "platform/NRiGlobals.h"
+#include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFrames.h"
 
 namespace {
@@ -92,7 +94,8 @@ const NRiName& NRiFileIn::getClassName() const {
 
 std::string NRiFileIn::path() {
   const float frame = frame_->asFloat();
-  return NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame)));
+  return NRiGlobals::inFolder(
+      NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame))));
 }
 
 const NRiFileIn::Header& NRiFileIn::header() {

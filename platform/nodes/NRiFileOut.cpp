@@ -10,6 +10,7 @@
 
 #include "base/Error.h"
 #include "media/PictureWriter.h"
+#include "platform/NRiGlobals.h"
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFrames.h"
@@ -85,7 +86,8 @@ const NRiName& NRiFileOut::getClassName() const {
 
 std::string NRiFileOut::path() {
   const float frame = NRiNode::getRoot()->getPlug(NRiName("time"))->asFloat();
-  return NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame)));
+  return NRiGlobals::inFolder(
+      NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame))));
 }
 
 std::string NRiFileOut::checkedPath() {
