@@ -188,14 +188,19 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
 
 // The graph of the job. What no script can hold is refused.
 std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
-  const auto refuse = [](const char* what) {
-    throw Error(Fault::wrongUse, "--save-script", std::string("a script cannot hold ") + what);
+  const auto refuse = [](const std::string& what) {
+    throw Error(Fault::wrongUse, "--save-script", "a script cannot hold " + what);
   };
-  if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate) refuse("a clean plate");
-  if (!job.shot->files().garbageMasks.empty()) refuse("rectangles and polygons");
-  if (!job.shot->backgroundIsAsItIs()) refuse("a background of another size or encoding");
-  if (job.shot->colours().used) refuse("colour spaces");
-  if (job.outputs.size() > 1) refuse("several views");
+  if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate)
+    refuse("the clean plate of --reference");
+  if (options.passThrough) refuse("--no-key");
+  if (!job.shot->files().garbageMasks.empty()) refuse("--garbage-rect and --garbage-polygon");
+  if (!job.shot->backgroundIsAsItIs()) refuse("a --bg of another size or encoding");
+  if (job.shot->colours().used) refuse("--input-space, --working-space and --output-space");
+  if (!options.matteOutput.empty()) refuse("--matte-output");
+  if (!options.statusOutput.empty()) refuse("--status-output");
+  if (!options.foregroundOutput.empty()) refuse("--foreground-output");
+  if (job.outputs[0].isMovie) refuse("the movie " + options.output + " of -o");
   return scriptOf(job.settings,
                   {{options.plate},
                    {options.background, options.backgroundOffset},
@@ -203,6 +208,7 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
                    {options.garbage, options.garbageOffset},
                    options.output,
                    job.outputs[0].alpha,
+                   pastEndOf(options.pastEnd),
                    options.saveScript},
                   job.shot->samples());
 }

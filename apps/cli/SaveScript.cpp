@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "apps/cli/ParameterOptions.h"
 #include "base/Error.h"
 #include "keyer/Parameters.h"
 #include "media/FramePattern.h"
@@ -63,16 +64,46 @@ void checkExpressible(const Settings& settings) {
   const std::string_view output = settings.choice("output");
   if (output == "matte" || output == "compOnColour") {
     throw Error(Fault::wrongUse, "--save-script",
-                "a script cannot hold the output " + std::string(output));
+                "a script cannot hold --output " + std::string(output));
   }
   const Settings defaults;
   for (const Parameter& parameter : parameters()) {
     if (!parameter.plugs[0].empty() || parameter.name == "useReference") continue;
     if (settings.text(parameter.name) != defaults.text(parameter.name)) {
       throw Error(Fault::wrongUse, "--save-script",
-                  "a script cannot hold " + std::string(parameter.name));
+                  "a script cannot hold " + optionName(parameter.name));
     }
   }
+}
+
+// The frames of a sequence; empty for anything else.
+std::vector<int> framesOf(const std::string& path) {
+  const auto pattern = media::FramePattern::parse(patternOf(path));
+  return pattern ? pattern->existing() : std::vector<int>();
+}
+
+// Which frame of a picture beside the plate is shown, as an argument: the plate's with its offset,
+// and beyond the ends of the sequence what `key` shows there.
+std::string frameText(const ScriptFiles& files, const ScriptInput& from) {
+  const std::string frame = from.offset ? fmt::format("time + {}", from.offset) : "time";
+  const std::vector<int> plate = framesOf(files.plate.path);
+  const std::vector<int> own = framesOf(from.path);
+  const bool isCovered =
+      plate.empty() || own.empty() ||
+      (own.front() <= plate.front() + from.offset && plate.back() + from.offset <= own.back());
+  if (isCovered) return from.offset ? ", " + frame : "";
+  const int first = own.front();
+  const int count = own.back() - first + 1;
+  switch (files.pastEnd) {
+    case shot::PastEnd::hold:
+      return fmt::format(", clamp({}, {}, {})", frame, first, own.back());
+    case shot::PastEnd::loop:
+      return fmt::format(", {0} - {2} * floor(({0} - {1}) / {2})", frame, first, count);
+    case shot::PastEnd::black:
+      break;
+  }
+  throw Error(Fault::wrongUse, "--save-script",
+              "a script cannot hold --bg-time black where " + from.path + " ends");
 }
 
 }  // namespace
@@ -87,8 +118,8 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
           Fault::wrongUse, "--save-script",
           "a script cannot hold the movie " + from.path + "; its frames as pictures it can");
     }
-    const std::string frame = from.offset ? fmt::format(", time + {}", from.offset) : "";
-    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, from.path)), frame);
+    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, from.path)),
+                          frameText(files, from));
     return std::string(name);
   };
   input("plate", files.plate);

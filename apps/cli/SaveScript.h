@@ -20,8 +20,9 @@ struct ScriptInput {
 struct ScriptFiles {
   ScriptInput plate, background, holdOut, garbage;
   std::string output;
-  shot::Alpha alpha = shot::Alpha::matte;  // of the output
-  std::string script;                      // where the script will lie; empty: nobody knows
+  shot::Alpha alpha = shot::Alpha::matte;       // of the output
+  shot::PastEnd pastEnd = shot::PastEnd::hold;  // of the pictures beside the plate
+  std::string script;                           // where the script will lie; empty: nobody knows
 };
 
 /// The script. `samples` is how the output holds its values.

@@ -82,6 +82,7 @@ std::string scriptFor(const ViewCommandOptions& options, const Settings& setting
                    {options.file(Role::garbage)},
                    outputOf(options),
                    shot::usualAlpha(settings.text("output")),
+                   shot::PastEnd::hold,
                    {}},
                   samples);
 }

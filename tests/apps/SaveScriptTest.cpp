@@ -194,18 +194,52 @@ TEST(SaveScript, BothWaysOfKeyingAgreeOnWindowsAndGreyPictures) {
   }
 }
 
+TEST(SaveScript, AShorterBackgroundIsShownAsWithKeyAndPathsCountFromTheScript) {
+  for (const char* const past : {"hold", "loop"}) {
+    SCOPED_TRACE(past);
+    const Folder folder;
+    std::filesystem::create_directory(folder / "scripts");
+    for (int frame = 1; frame <= 5; ++frame) {
+      const std::string ending = std::to_string(frame) + ".png";
+      const auto picture = [&](int seed) {
+        return randomImage(9, 7, 3, OIIO::TypeDesc::UINT8, static_cast<unsigned>(seed));
+      };
+      write(picture(frame), folder / ("p." + ending));
+      if (frame == 2 || frame == 3) write(picture(10 + frame), folder / ("b." + ending));
+    }
+    const Outcome keyed = orvanite(
+        folder, std::string("key -q @p.#.png --bg @b.#.png --bg-frame-offset 1 --bg-time ") + past +
+                    " --screen 0.1,0.2,0.8 -o @k.#.png --save-script @scripts/s.orv");
+    ASSERT_EQ(keyed.code, 0) << keyed.err;
+    std::vector<Image> expected;
+    for (int frame = 1; frame <= 5; ++frame) {
+      expected.push_back(read(folder / ("k." + std::to_string(frame) + ".png")));
+    }
+    const Outcome ran = orvanite(folder, "run -q @scripts/s.orv --frames 1-5");
+    ASSERT_EQ(ran.code, 0) << ran.err;
+    for (int frame = 1; frame <= 5; ++frame) {
+      const Image found = read(folder / ("k." + std::to_string(frame) + ".png"));
+      EXPECT_TRUE(found.samples == expected[static_cast<std::size_t>(frame) - 1].samples) << frame;
+    }
+  }
+}
+
 TEST(SaveScript, RefusesToSaveWhatAScriptCannotHold) {
   const Folder folder;
   write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "p.png");
-  const Lines refused[] = {
-      {"--output", "matte"}, {"--offset", "0.1"}, {"--reference", folder / "p.png"}};
+  const Lines refused[] = {{"--output", "matte"},
+                           {"--offset", "0.1"},
+                           {"--reference", folder / "p.png"},
+                           {"--matte-output", folder / "m.png"},
+                           {"--no-key"}};
   for (const Lines& options : refused) {
     Lines arguments =
         blueKey({folder / "p.png", "-o", folder / "k.png", "--save-script", folder / "s.orv"});
     arguments.insert(arguments.end(), options.begin(), options.end());
     const Outcome outcome = orvanite(arguments);
     EXPECT_EQ(outcome.code, 2) << options[0];
-    EXPECT_NE(outcome.err.find("--save-script"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("--save-script: a script cannot hold "), std::string::npos);
+    EXPECT_NE(outcome.err.find(options[0]), std::string::npos) << outcome.err;
   }
   EXPECT_EQ(folder.names(), Lines{"p.png"});
 }
