@@ -1,30 +1,32 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// How close a key that sets itself up comes to the true matte, beside FFmpeg's chromakey and
-// colorkey at the best similarity and blend of a fine grid: the peers are given the truth to tune
-// by, the keyer is not.
+// How close a key that sets itself up comes to the truth, over a folder of plates whose truth is
+// known.
 //
-//   orvanite-quality [--no-peers] FOLDER...    folders written by orvanite-plate
+//   orvanite-quality [options] PLATES
 //
-// Prints one row a folder. Errors are mean absolute differences of the matte in percent, over the
-// frame and over its soft edge (true matte between 1 and 99 percent), without what the garbage
-// matte removes.
+// PLATES holds a folder a plate: plate.png, alpha.png (true matte), foreground.png (true
+// foreground, not multiplied), judged.png where only a part counts (white), levels.json with the
+// plate's kinds.
 #include <fmt/core.h>
-#include <unistd.h>
+#include <tbb/parallel_for.h>
 
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "base/Error.h"
-#include "keyer/AutoKey.h"
-#include "keyer/CleanPlate.h"
-#include "keyer/Keyer.h"
+#include "keyer/BlindKeyer.h"
 #include "media/PictureReader.h"
 #include "shot/Images.h"
 
@@ -34,194 +36,250 @@ using namespace orvanite;
 namespace fs = std::filesystem;
 
 struct Score {
-  double frame = 1, edge = 1;
+  double matte = 0, soft = 0, colour = 0, edge = 0;
 };
 
-/// The true matte, and which pixels count.
-struct Truth {
+struct Keyed {
   int width = 0, height = 0;
-  std::vector<float> matte;
-  std::vector<bool> counts;
-
-  template <class At>
-  Score judge(At&& matteAt) const {
-    double frame = 0, edge = 0;
-    std::size_t frames = 0, edges = 0;
-    for (std::size_t i = 0; i < matte.size(); ++i) {
-      if (!counts[i]) continue;
-      const double error = std::abs(static_cast<double>(matteAt(i)) - matte[i]);
-      frame += error;
-      ++frames;
-      if (matte[i] > 0.01F && matte[i] < 0.99F) {
-        edge += error;
-        ++edges;
-      }
-    }
-    return {frame / static_cast<double>(frames), edge / static_cast<double>(edges)};
-  }
+  std::vector<float> colour, matte;  // 3 and 1 a pixel
 };
 
-std::string only(const fs::path& folder, const std::string& stem) {
-  for (const char* ending : {".png", ".tif", ".exr"}) {
-    if (const fs::path path = folder / (stem + ending); fs::exists(path)) return path.string();
-  }
-  throw Error(Fault::noSuchFile, (folder / stem).string(), "expected a picture of that name");
-}
-
-media::Picture load(const std::string& path, int depth) {
-  media::PictureReader reader(path);
+media::Picture load(const fs::path& path, int depth) {
+  media::PictureReader reader(path.string());
   return reader.read(depth == 0 ? media::depthOf(reader.info().samples) : depth, reader.info().data,
                      1);
 }
 
+struct Truth {
+  int width = 0, height = 0;
+  std::vector<float> matte, colour;
+  std::vector<std::uint8_t> judged;
+
+  Score judge(const Keyed& key) const {
+    Score s;
+    std::size_t pixels = 0, softs = 0, colours = 0;
+    for (std::size_t i = 0; i < matte.size(); ++i) {
+      if (judged[i] == 0) continue;
+      const double t = matte[i], a = key.matte[i];
+      double off = 0, over = 0;
+      for (std::size_t c = 0; c < 3; ++c) {
+        const double k = key.colour[3 * i + c], f = colour[3 * i + c];
+        off += std::abs(k - f) / 3;
+        over += std::abs(a * k + (1 - a) * 0.5 - t * f - (1 - t) * 0.5) / 3;
+      }
+      ++pixels;
+      s.matte += std::abs(a - t);
+      if (t > 0.02 && t < 0.98) {
+        ++softs;
+        s.soft += std::abs(a - t);
+        s.edge += over;
+      }
+      if (t > 0.1) {
+        ++colours;
+        s.colour += off;
+      }
+    }
+    const auto mean = [](double& sum, std::size_t n) {
+      sum *= 100 / static_cast<double>(std::max<std::size_t>(1, n));
+    };
+    mean(s.matte, pixels);
+    mean(s.soft, softs);
+    mean(s.edge, softs);
+    mean(s.colour, colours);
+    return s;
+  }
+};
+
 Truth loadTruth(const fs::path& folder) {
-  const media::Picture matte = load(only(folder, "truematte"), 4);
-  const media::Picture garbage = load(only(folder, "garbage"), 4);
+  const media::Picture matte = load(folder / "alpha.png", 4);
+  const media::Picture colour = load(folder / "foreground.png", 4);
+  Truth truth{matte.data.width, matte.data.height, {}, {}, {}};
   const auto* m = reinterpret_cast<const float*>(matte.pixels.get());
-  const auto* g = reinterpret_cast<const float*>(garbage.pixels.get());
-  Truth truth{matte.data.width, matte.data.height, {}, {}};
+  const auto* f = reinterpret_cast<const float*>(colour.pixels.get());
   const auto count = static_cast<std::size_t>(truth.width) * static_cast<std::size_t>(truth.height);
+  truth.judged.assign(count, 1);
   for (std::size_t i = 0; i < count; ++i) {
     truth.matte.push_back(m[4 * i]);
-    truth.counts.push_back(g[4 * i] == 0);
+    for (std::size_t c = 0; c < 3; ++c) truth.colour.push_back(f[4 * i + c]);
+  }
+  if (fs::exists(folder / "judged.png")) {
+    const media::Picture judged = load(folder / "judged.png", 1);
+    for (std::size_t i = 0; i < count; ++i) {
+      truth.judged[i] = reinterpret_cast<const std::uint8_t*>(judged.pixels.get())[4 * i] > 127;
+    }
   }
   return truth;
 }
 
-struct OwnKey {
+struct Row {
+  std::string name;
+  nlohmann::json levels;
   Score score;
-  Rgb screen{};        // the screen's median colour
-  std::string chosen;  // parameters with their values
+  bool keyed = true;
+  double milliseconds = 0;
+  std::string chosen;
 };
 
-/// The keyer's own key, told nothing but the file.
-OwnKey keyItself(const fs::path& folder, const Truth& truth) {
-  media::PictureReader reader(only(folder, "plate"));
-  media::Picture plate = reader.read(media::depthOf(reader.info().samples), reader.info().data, 1);
-  Settings settings;
-  settings.setText("colourspace", media::encodingOf(reader).colourspace);
-  const Plate view = shot::plateOf(plate);
-  const AutoKey key = autoKey(view, settings);
-  settings.setText("output", "matte");
-  Frame frame{{}, plate.data.width, plate.data.height, plate.depth};
-  media::Picture clean;
-  Inputs inputs;
-  if (key.cleanPlate) {
-    clean = media::Picture::make(plate.data, plate.depth, plate.samples);
-    CleanPlate(view, key.screen).write(shot::imageOf(clean), plate.depth);
-    frame.pictures.ref = shot::imageOf(clean);
-    inputs.reference = true;
-  }
-  Keyer keyer;
-  keyer.prepare(settings, plate.depth, inputs);
-  frame.pictures.fg = frame.pictures.dst = shot::imageOf(plate);
-  keyer.render(frame);
-  OwnKey own;
-  own.screen = key.screen.colour;
-  own.score = truth.judge([&](std::size_t i) {
-    const int x = static_cast<int>(i) % truth.width;
-    return colourAt(view, x, static_cast<int>(i) / truth.width)[0];
-  });
-  if (key.cleanPlate) own.chosen = "beside an estimated clean plate: ";
-  for (const std::string& name : key.set) {
-    own.chosen += fmt::format("{} {}; ", name, settings.text(name));
-  }
-  return own;
-}
-
-struct Peer {
-  Score score;
-  double similarity = 0, blend = 0;
-};
-
-/// The best that an FFmpeg filter does over a grid, one frame of a still a grid point.
-Peer searchPeer(const std::string& filter, const std::string& format, const fs::path& folder,
-                const Truth& truth, const Rgb& screen) {
-  struct Point {
-    double similarity, blend;
-  };
-  std::vector<Point> grid;
-  for (int s = 1; s <= 30; ++s) {
-    for (int b = 0; b <= 20; ++b) grid.push_back({0.015 * s, 0.025 * b});
-  }
-  const fs::path commands =
-      fs::temp_directory_path() / fmt::format("orvanite-quality-{}.txt", ::getpid());
-  {
-    std::ofstream file(commands);
-    for (std::size_t i = 0; i < grid.size(); ++i) {
-      file << fmt::format("{:.3f} {}@key similarity {:.4f}, {}@key blend {:.4f};\n",
-                          i == 0 ? 0.0 : static_cast<double>(i) / 25.0 - 0.01, filter,
-                          grid[i].similarity, filter, grid[i].blend);
+void save(const fs::path& path, const Keyed& k, bool asMatte) {
+  std::vector<std::uint8_t> out;
+  for (std::size_t i = 0; i < k.matte.size(); ++i) {
+    for (std::size_t c = 0; c < 3; ++c) {
+      const float v =
+          asMatte ? k.matte[i]
+                  : k.matte[i] * k.colour[3 * i + c] + (1 - k.matte[i]) * (c == 0 ? 0.9F : 0.1F);
+      out.push_back(static_cast<std::uint8_t>(std::clamp(v, 0.0F, 1.0F) * 255 + 0.5F));
     }
   }
-  const auto code = [](float v) { return static_cast<int>(std::lround(255 * std::min(v, 1.0F))); };
-  const std::string command = fmt::format(
-      "ffmpeg -v error -nostdin -loop 1 -framerate 25 -i '{}' -frames:v {} -vf "
-      "'format={},sendcmd=f={},{}@key=color=0x{:02x}{:02x}{:02x},alphaextract,format=gray' "
-      "-f rawvideo -",
-      only(folder, "plate"), grid.size(), format, commands.string(), filter, code(screen[0]),
-      code(screen[1]), code(screen[2]));
-  const auto close = [](FILE* pipe) { pclose(pipe); };
-  const std::unique_ptr<FILE, decltype(close)> pipe(popen(command.c_str(), "r"), close);
-  Peer best;
-  std::vector<unsigned char> matte(truth.matte.size());
-  std::size_t read = 0;
-  for (const Point& point : grid) {
-    if (!pipe || std::fread(matte.data(), 1, matte.size(), pipe.get()) != matte.size()) break;
-    ++read;
-    const Score score =
-        truth.judge([&](std::size_t i) { return static_cast<float>(matte[i]) / 255.0F; });
-    if (score.frame < best.score.frame) best = {score, point.similarity, point.blend};
-  }
-  fs::remove(commands);
-  if (read != grid.size()) {
-    throw Error(Fault::failure, "ffmpeg",
-                fmt::format("expected {} frames from {}, found {}", grid.size(), filter, read));
-  }
-  return best;
+  const auto file = OIIO::ImageOutput::create(path.string());
+  file->open(path.string(), OIIO::ImageSpec(k.width, k.height, 3, OIIO::TypeDesc::UINT8));
+  file->write_image(OIIO::TypeDesc::UINT8, out.data());
+  file->close();
 }
 
-std::string percents(const Score& score) {
-  return fmt::format("{:5.2f} / {:5.2f}", 100 * score.frame, 100 * score.edge);
+Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& shown) {
+  Row row;
+  row.name = folder.filename().string();
+  if (fs::exists(folder / "levels.json")) {
+    std::ifstream(folder / "levels.json") >> row.levels;
+  }
+  media::Picture picture = load(folder / "plate.png", 0);
+  const Plate plate = shot::plateOf(picture);
+  const auto count = static_cast<std::size_t>(plate.width) * static_cast<std::size_t>(plate.height);
+  Keyed keyed{plate.width, plate.height, std::vector<float>(3 * count),
+              std::vector<float>(count, 1)};
+  try {
+    const auto began = std::chrono::steady_clock::now();
+    Settings settings;
+    settings.setText("colourspace", "video");
+    const BlindKey key = findKey(plate, settings, wishes);
+    row.milliseconds =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - began).count();
+    settings = key.settings;
+    settings.setText("output", "unpremultiplied");
+    Frame frame{{}, plate.width, plate.height, plate.depth};
+    frame.pictures.fg = plate.image;
+    std::vector<std::uint8_t> out(4 * count);
+    frame.pictures.dst = {out.data(), out.data() + 1, out.data() + 2, out.data() + 3,
+                          4,          4 * plate.width};
+    BlindKeyer keyer;
+    keyer.prepare(key, settings, plate.depth, {});
+    keyer.render(key, frame);
+    for (std::size_t i = 0; i < count; ++i) {
+      keyed.matte[i] = static_cast<float>(out[4 * i + 3]) / 255.0F;
+      for (std::size_t c = 0; c < 3; ++c)
+        keyed.colour[3 * i + c] = static_cast<float>(out[4 * i + c]) / 255.0F;
+    }
+    row.chosen = fmt::format(
+        "{:.2f},{:.2f},{:.2f} conf {:.2f} misfit {:.4f} {} {} b {:.2f} g {:.2f} lo {:.3f} grain "
+        "{:.4f} {}",
+        key.screen.colour[0], key.screen.colour[1], key.screen.colour[2], key.screen.confidence,
+        key.plate.misfit, key.plate.local ? "local" : "rigid",
+        key.mixing == Mixing::codes   ? "codes"
+        : key.mixing == Mixing::video ? "video"
+                                      : "light",
+        key.numbers.balance, key.numbers.gain, key.numbers.clip, 0.0,
+        fmt::format("vote {:.2f} {:.4f} {}", key.vote.slope, key.vote.spread, key.vote.samples));
+  } catch (const Error& error) {
+    row.keyed = false;
+    row.chosen = error.what();
+    for (int y = 0; y < plate.height; ++y) {
+      for (int x = 0; x < plate.width; ++x) {
+        const Rgb c = colourAt(plate, x, y);
+        std::copy(
+            c.begin(), c.end(),
+            &keyed.colour[3 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(plate.width) +
+                               static_cast<std::size_t>(x))]);
+      }
+    }
+  }
+  if (!shown.empty()) {
+    save(shown / (row.name + "-matte.png"), keyed, true);
+    save(shown / (row.name + "-over.png"), keyed, false);
+  }
+  if (fs::exists(folder / "alpha.png")) row.score = loadTruth(folder).judge(keyed);
+  return row;
 }
 
 }  // namespace
 
 int main(int count, char** arguments) try {
-  bool peers = true;
-  std::vector<fs::path> folders;
+  int every = 1, from = 0;
+  bool each = false;
+  KeyWishes wishes;
+  fs::path plates, shown;
+  std::string only;
   for (int i = 1; i < count; ++i) {
-    if (std::string(arguments[i]) == "--no-peers") {
-      peers = false;
-    } else {
-      folders.emplace_back(arguments[i]);
+    const std::string a = arguments[i];
+    if (a == "--every")
+      every = std::stoi(arguments[++i]);
+    else if (a == "--from")
+      from = std::stoi(arguments[++i]);
+    else if (a == "--each")
+      each = true;
+    else if (a == "--only")
+      only = arguments[++i];
+    else if (a == "--show")
+      shown = arguments[++i];
+    else if (a == "--no-hold")
+      wishes.holdOut = false;
+    else if (a == "--no-garbage")
+      wishes.garbage = false;
+    else if (a == "--no-mixing")
+      wishes.mixing = false;
+    else
+      plates = a;
+  }
+  std::vector<fs::path> folders;
+  for (const auto& entry : fs::directory_iterator(plates)) {
+    if (entry.is_directory()) folders.push_back(entry.path());
+  }
+  std::sort(folders.begin(), folders.end());
+  std::vector<fs::path> chosen;
+  for (std::size_t i = static_cast<std::size_t>(from); i < folders.size();
+       i += static_cast<std::size_t>(every)) {
+    if (only.empty() || folders[i].filename().string().find(only) != std::string::npos)
+      chosen.push_back(folders[i]);
+  }
+  std::vector<Row> rows(chosen.size());
+  tbb::parallel_for(std::size_t{0}, chosen.size(),
+                    [&](std::size_t i) { rows[i] = keyPlate(chosen[i], wishes, shown); });
+  if (each) {
+    for (const Row& r : rows) {
+      fmt::print(
+          "{:24} {:6.2f} {:6.2f} {:6.2f} {:6.2f}  {:5.0f} ms {}\n    {} {} {} {} {} {} {} {}\n",
+          r.name, r.score.matte, r.score.soft, r.score.colour, r.score.edge, r.milliseconds,
+          r.chosen, r.levels.value("screen", ""), r.levels.value("light", ""),
+          r.levels.value("mix", ""), r.levels.value("noise", ""), r.levels.value("file", ""),
+          r.levels.value("spill", ""), r.levels.value("motion", ""), r.levels.value("frame", ""));
     }
   }
-  if (folders.empty()) {
-    fmt::print(stderr, "usage: orvanite-quality [--no-peers] FOLDER...\n");
-    return 2;
-  }
-  fmt::print("Error of the matte in percent: frame / soft edge\n\n");
-  fmt::print("| plate | orvanite --auto | chromakey, best of 630 | colorkey, best of 630 |\n");
-  fmt::print("|---|---|---|---|\n");
-  for (const fs::path& folder : folders) {
-    const Truth truth = loadTruth(folder);
-    const OwnKey own = keyItself(folder, truth);
-    fmt::print("| {} | {} |", folder.filename().string(), percents(own.score));
-    if (peers && fs::exists(folder / "plate.png")) {
-      for (const auto& [filter, format] :
-           {std::pair{"chromakey", "yuva444p"}, std::pair{"colorkey", "rgba"}}) {
-        const Peer peer = searchPeer(filter, format, folder, truth, own.screen);
-        fmt::print(" {} (similarity {:.3f}, blend {:.3f}) |", percents(peer.score), peer.similarity,
-                   peer.blend);
-        std::fflush(stdout);
-      }
-    } else {
-      fmt::print("{}", peers ? " keys 8 bits | keys 8 bits |" : " not run | not run |");
+  const auto line = [](const std::string& factor, const std::string& level,
+                       const std::vector<const Row*>& some) {
+    Score s;
+    int refused = 0, above = 0;
+    const double n = static_cast<double>(some.size());
+    for (const Row* r : some) {
+      s.matte += r->score.matte / n;
+      s.soft += r->score.soft / n;
+      s.colour += r->score.colour / n;
+      s.edge += r->score.edge / n;
+      refused += !r->keyed;
+      above += r->score.matte > 3;
     }
-    fmt::print("\n");
-    fmt::print(stderr, "  {}\n", own.chosen);
+    fmt::print("{:8} {:14} {:7.2f} {:7.2f} {:7.2f} {:7.2f}  {:4} {:4} {:4}\n", factor, level,
+               s.matte, s.soft, s.colour, s.edge, some.size(), refused, above);
+  };
+  std::vector<const Row*> all;
+  for (const Row& r : rows) all.push_back(&r);
+  for (const char* factor :
+       {"screen", "light", "mix", "noise", "file", "spill", "motion", "frame", "subject"}) {
+    std::map<std::string, std::vector<const Row*>> levels;
+    for (const Row& r : rows) levels[r.levels.value(factor, std::string())].push_back(&r);
+    if (levels.size() < 2) continue;
+    for (const auto& [level, some] : levels)
+      line(factor, fs::path(level).filename().string(), some);
   }
+  line("all", "", all);
   return 0;
 } catch (const std::exception& error) {
   fmt::print(stderr, "orvanite-quality: {}\n", error.what());

@@ -254,7 +254,7 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   result.screen = findScreen(plate);
   const Screen& screen = result.screen;
   if (!screen.found) {
-    throw Error(Fault::failure, "auto", "expected a green or blue screen in the plate, found none");
+    throw Error(Fault::failure, "auto", "expected a screen of one colour in the plate, found none");
   }
   result.cleanPlate =
       use == CleanPlateUse::always ||

@@ -31,7 +31,7 @@ enum class CleanPlateUse {
 /// Sets screen, screenRange, fgBias, the balances and replace from the plate, and for an uneven
 /// screen without a clean plate the gains and midTonesAt. Parameters that were given stay as they
 /// are. Wants the colourspace to be set. The same plate gives the same values.
-/// Throws Error (failure) when the plate has no green or blue screen.
+/// Throws Error (failure) when the plate has no screen that is sure enough.
 AutoKey autoKey(const Plate& plate, Settings& settings,
                 CleanPlateUse use = CleanPlateUse::whenUneven);
 

@@ -277,7 +277,7 @@ OrvaniteResult orvanite_keyerFindScreen(OrvaniteKeyer* keyer, const OrvaniteImag
     const SearchedPlate searched(plateOf(plate));
     const Screen found = findScreen(searched.plate());
     if (!found.found) {
-      throw Error(Fault::failure, "plate", "expected a green or blue screen, found none");
+      throw Error(Fault::failure, "plate", "expected a screen of one colour, found none");
     }
     *screen = {found.primary,
                {found.colour[0], found.colour[1], found.colour[2]},

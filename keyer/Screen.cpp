@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// A screen is a crowd of pixels of one chromaticity, and its light varies more than its hue. So
-// the crowd is sought among chromaticities, where shadow and falloff do not show, and its members
-// are then sorted by light.
+// A screen's light varies more than its hue. So its pixels are told by their hue, where shadow and
+// falloff do not show, and are then sorted by light.
 #include "keyer/Screen.h"
 
 #include <algorithm>
@@ -12,28 +11,21 @@
 #include <string>
 
 #include "base/Error.h"
-#include "keyer/Settings.h"
+#include "keyer/ScreenHue.h"
 
 namespace orvanite {
 namespace {
 
-// What makes a pixel lean to a channel: that much above the greater of the other two, as a share
-// of itself. Below it a hue is too uncertain to count, in grain above all.
-constexpr float leastLean = 0.2F;
-// Darker pixels than this have no certain hue.
-constexpr float leastLight = 0.04F;
-// Chromaticities that lie no further from the screen's hue are screen. Narrower than the crowd's
-// reach: what is mixed with foreground by more than a little must stay out.
+// Chromaticities that lie no further from the screen's hue are screen; of a dull one, which is
+// nearer to grey, less.
 constexpr float ownHue = 0.07F;
-// Beside screen whose hue has drifted, a pixel may be that far from it, and that far from the whole
-// screen's.
-constexpr float besideHue = 0.04F;
-constexpr float farthestHue = 0.2F;
-// A fuller colour than the screen's is the screen in the dark rather than a mix: no subject makes a
-// green screen greener. Its hue may change faster.
-constexpr float besideFuller = 0.12F;
-// A screen fills at least this share of the frame.
-constexpr float leastCoverage = 0.004F;
+constexpr float ownShare = 0.32F;  // of its distance from grey
+// A screen's own pixels have at least this share of its light.
+constexpr float leastLight = 0.25F;
+// Most of the way back to grey from the screen's hue a pixel may still be a mix of the two.
+constexpr float mixShare = 0.75F;
+// What leans to the primary by less than this is no screen.
+constexpr float leastLean = 0.02F;
 
 struct Chromaticity {
   float r, g;  // shares of red and green in the sum of the three
@@ -52,48 +44,10 @@ float distance(Chromaticity a, Chromaticity b) {
   return std::sqrt(r * r + g * g + (r + g) * (r + g));  // blue's share differs by -(r + g)
 }
 
+/// How far a channel is above the greater of the other two.
 float lean(const Rgb& c, int primary) {
   const float others = std::max(c[primary == 0 ? 1 : 0], c[primary == 2 ? 1 : 2]);
   return c[static_cast<std::size_t>(primary)] - others;
-}
-
-bool leansTo(const Rgb& c, int primary) {
-  const float p = c[static_cast<std::size_t>(primary)];
-  return p > leastLight && lean(c, primary) > leastLean * p;
-}
-
-/// The fullest cell of a grid of chromaticities, then the mean of what lies around it.
-Chromaticity densest(const std::vector<Pixel>& pixels) {
-  constexpr std::size_t cells = 48;
-  std::vector<float> crowd(cells * cells);
-  const auto cell = [](float share) {
-    const int place = static_cast<int>(share * cells);
-    return static_cast<std::size_t>(std::clamp(place, 0, static_cast<int>(cells) - 1));
-  };
-  for (const Pixel& p : pixels) {
-    const Chromaticity c = chromaticity(p.colour);
-    crowd[cell(c.g) * cells + cell(c.r)] += 1;
-  }
-  const auto fullest =
-      static_cast<std::size_t>(std::max_element(crowd.begin(), crowd.end()) - crowd.begin());
-  const std::size_t row = fullest / cells, column = fullest % cells;
-  Chromaticity centre = {(static_cast<float>(column) + 0.5F) / cells,
-                         (static_cast<float>(row) + 0.5F) / cells};
-  for (int round = 0; round < 8; ++round) {
-    double r = 0;
-    double g = 0;
-    int count = 0;
-    for (const Pixel& p : pixels) {
-      const Chromaticity c = chromaticity(p.colour);
-      if (distance(c, centre) > 0.08F) continue;
-      r += c.r;
-      g += c.g;
-      ++count;
-    }
-    if (count == 0) break;
-    centre = {static_cast<float>(r / count), static_cast<float>(g / count)};
-  }
-  return centre;
 }
 
 Rgb medianOf(const std::vector<Rgb>& pixels) {
@@ -177,91 +131,74 @@ Rgb Screen::colourAtFraction(float fraction) const {
   return medianOf(colours);
 }
 
-bool Screen::holds(const Rgb& c) const {
-  return found && leansTo(c, primary) && distance(chromaticity(c), {hue[0], hue[1]}) < ownHue;
-}
-
-bool Screen::mayHold(const Rgb& c) const {
-  return found && leansTo(c, primary) &&
-         (isFuller(c) || distance(chromaticity(c), {hue[0], hue[1]}) < farthestHue);
-}
-
-bool Screen::holdsBeside(const Rgb& c, const Rgb& beside) const {
-  return mayHold(c) &&
-         distance(chromaticity(c), chromaticity(beside)) < (isFuller(c) ? besideFuller : besideHue);
-}
-
-bool Screen::isFuller(const Rgb& c) const {
-  const auto p = static_cast<std::size_t>(primary);
-  return lean(c, primary) * colour[p] > lean(colour, primary) * c[p];
-}
-
 Screen findScreen(const Plate& plate) {
   Screen screen;
-  const std::vector<Pixel> samples = sampleGrid(plate);
-  if (samples.empty()) return screen;
-
-  // The hue that more light leans to; its crowd decides which of its pixels are the screen.
-  std::array<std::size_t, 3> crowds{};
-  for (const Pixel& p : samples) {
-    for (int c = 1; c < 3; ++c) {
-      if (leansTo(p.colour, c)) ++crowds[static_cast<std::size_t>(c)];
-    }
+  if (plate.width < 1 || plate.height < 1) return screen;
+  const bool encode = plate.depth == 4;  // float pictures hold light as a rule
+  const ScreenHue hue = screenHue(lookAt(plate, encode ? Encoding::light : Encoding::codes));
+  screen.confidence = hue.confidence;
+  screen.primary = hue.primary;
+  screen.coverage = hue.coverage;
+  if (hue.confidence < leastConfidence) return screen;
+  Rgb middle = hue.colour;
+  if (encode) {
+    for (float& v : middle) v = lightOfCode(v);
   }
-  screen.primary = crowds[2] > crowds[1] ? 2 : 1;
+  const Chromaticity centre = chromaticity(middle);
+  const float fromGrey = distance({1.0F / 3, 1.0F / 3}, centre);
   const auto primary = static_cast<std::size_t>(screen.primary);
-  std::vector<Pixel> candidates;
-  for (const Pixel& p : samples) {
-    if (leansTo(p.colour, screen.primary)) candidates.push_back(p);
-  }
-  if (candidates.empty()) return screen;
-  const Chromaticity centre = densest(candidates);
-  screen.hue = {centre.r, centre.g};
-
+  const float within = std::min(ownHue, ownShare * fromGrey);
+  const ScreenHue own = hueOfColour(middle);
+  const std::vector<Pixel> samples = sampleGrid(plate);
   std::vector<Pixel>& pixels = screen.screenPixels;
-  for (const Pixel& p : candidates) {
-    if (distance(chromaticity(p.colour), centre) < ownHue) pixels.push_back(p);
+  // Screen in the dark counts for how much screen there is and how its light varies; the screen's
+  // colour does not follow it.
+  std::vector<float> lights;
+  for (const Pixel& p : samples) {
+    const bool same = distance(chromaticity(p.colour), centre) < within &&
+                      light(p.colour) > leastLight * light(middle);
+    if (same) pixels.push_back(p);
+    if (same || isDarkScreen(own, p.colour)) {
+      lights.push_back(p.colour[primary]);
+      continue;
+    }
+    // What leans to the primary more than the screen does is no subject: screen in the dark does.
+    const float leaning = lean(p.colour, screen.primary);
+    const bool greyer =
+        leaning * middle[primary] < lean(middle, screen.primary) * p.colour[primary];
+    const bool far = distance(chromaticity(p.colour), centre) > mixShare * fromGrey;
+    if (leaning < leastLean || (far && greyer)) screen.foregroundPixels.push_back(p);
+  }
+  if (pixels.size() < 16) {
+    pixels.clear();
+    screen.foregroundPixels.clear();
+    return screen;
   }
   std::sort(pixels.begin(), pixels.end(), [primary](const Pixel& a, const Pixel& b) {
     return a.colour[primary] < b.colour[primary];
   });
-  screen.coverage = static_cast<float>(pixels.size()) / static_cast<float>(samples.size());
-  if (screen.coverage < leastCoverage || pixels.size() < 16) {
-    pixels.clear();
-    return screen;
-  }
   screen.found = true;
+  screen.coverage = static_cast<float>(lights.size()) / static_cast<float>(samples.size());
   std::vector<Rgb> colours;
   colours.reserve(pixels.size());
   for (const Pixel& p : pixels) colours.push_back(p.colour);
   screen.colour = medianOf(colours);
-
-  // Screen in the dark is fuller than the crowd. It counts for how much screen there is and how its
-  // light varies; the screen's colour does not follow it.
-  std::vector<float> lights;
-  for (const Pixel& p : candidates) {
-    const bool own = distance(chromaticity(p.colour), centre) < ownHue;
-    if (own || screen.isFuller(p.colour)) lights.push_back(p.colour[primary]);
-  }
-  screen.coverage = static_cast<float>(lights.size()) / static_cast<float>(samples.size());
+  screen.hue = {chromaticity(screen.colour).r, chromaticity(screen.colour).g};
   std::sort(lights.begin(), lights.end());
   screen.evenness = lights[lights.size() / 20] / lights[lights.size() - 1 - lights.size() / 20];
-
-  // Up to most of the way back to grey from the screen's hue a pixel may still be a mix of the two;
-  // what is further away, or does not lean to the primary, is foreground. What leans to it more
-  // than the screen does is not: screen in the dark does.
-  constexpr Chromaticity grey = {1.0F / 3, 1.0F / 3};
-  const float span = distance(grey, centre);
-  for (const Pixel& p : samples) {
-    const float leaning = lean(p.colour, screen.primary);
-    const bool greyer =
-        leaning * screen.colour[primary] < lean(screen.colour, screen.primary) * p.colour[primary];
-    const bool far = distance(chromaticity(p.colour), centre) > 0.75F * span;
-    if (leaning < 0.02F || (far && greyer)) {
-      screen.foregroundPixels.push_back(p);
-    }
-  }
   return screen;
+}
+
+const char* nameOfColour(const Rgb& c) {
+  const float high = std::max({c[0], c[1], c[2]});
+  const float low = std::min({c[0], c[1], c[2]});
+  if (high - low < 0.08F * high) return "grey";
+  const float step = (high - low) / 3;  // a channel that much below the highest is not one of two
+  const auto strong = [&](std::size_t i) { return c[i] > high - step; };
+  if (strong(0) && strong(1)) return high < 0.5F ? "olive" : "yellow-green";
+  if (strong(1) && strong(2)) return "teal";
+  if (strong(0) && strong(2)) return "magenta";
+  return strong(0) ? "red" : strong(1) ? "green" : "blue";
 }
 
 }  // namespace orvanite

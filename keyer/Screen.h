@@ -53,7 +53,8 @@ std::vector<Pixel> sampleGrid(const Plate& plate, int most = 40000);
 /// What findScreen saw.
 struct Screen {
   bool found = false;          // whether there is a screen; the rest counts only then
-  int primary = 1;             // the channel it leans to: 1 green, 2 blue
+  float confidence = 0;        // how sure that is, 0..1
+  int primary = 1;             // its strongest channel: 0 red, 1 green, 2 blue
   Rgb colour{};                // the median of its pixels
   std::array<float, 2> hue{};  // the shares of red and green in its light
   float coverage = 0;          // its share of the frame, 0..1
@@ -63,23 +64,13 @@ struct Screen {
 
   /// The median colour of the screen pixels around a fraction (0 darkest, 1 brightest) of them.
   Rgb colourAtFraction(float fraction) const;
-
-  /// Whether a colour is surely screen: leans to the primary, and of the screen's own hue.
-  bool holds(const Rgb& colour) const;
-
-  /// Whether a colour may be screen where the screen beside it has a colour of its own: its hue may
-  /// lie further away then, if that one's does.
-  bool holdsBeside(const Rgb& colour, const Rgb& beside) const;
-
-  /// Whether there is a colour beside which holdsBeside is true of this one.
-  bool mayHold(const Rgb& colour) const;
-
-  /// Whether a colour leans to the primary more than the screen does, as the screen in shadow may.
-  bool isFuller(const Rgb& colour) const;
 };
 
-/// Looks for a green or blue screen. Uneven light, grain and a subject that covers most of the
-/// frame are borne; without a screen `found` is false and the rest says how little there was.
+/// Looks for a screen of any hue. Uneven light, grain and a subject that covers most of the frame
+/// are borne; without a screen `found` is false and the rest says how little there was.
 Screen findScreen(const Plate& plate);
+
+/// A screen's colour in a word: "green", "blue", "teal", "olive" and so on.
+const char* nameOfColour(const Rgb& colour);
 
 }  // namespace orvanite

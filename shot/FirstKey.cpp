@@ -14,7 +14,7 @@ Screen foundIn(const Plate& plate, const char* subject) {
   Screen screen = findScreen(plate);
   if (screen.found) return screen;
   throw Error(Fault::failure, subject,
-              "expected a green or blue screen in the plate, found none; --screen-at or --screen "
+              "expected a screen of one colour in the plate, found none; --screen-at or --screen "
               "says where or which");
 }
 
@@ -29,7 +29,39 @@ CleanPlateUse cleanPlateUse(const Shot& shot, const FirstKeyWish& wish, const Se
   return shot.depth() == 4 || !wish.mayEstimate ? CleanPlateUse::never : CleanPlateUse::whenUneven;
 }
 
+// What other frames show of the screen is known for all: a few of them, the same ones whatever part
+// of the shot is keyed. One that cannot be read is left out; keying it will say why.
+void seeOthers(const Shot& shot, const FirstKeyWish& wish, BlindKey& key) {
+  if (!shot.plate().isShot()) return;
+  const std::vector<int>& frames = shot.plate().frames();
+  constexpr std::size_t others = 4;
+  const int looked = wish.frame.value_or(frames.front());
+  for (std::size_t i = 1; i <= others && key.steady; ++i) {
+    const int frame = frames[i * (frames.size() - 1) / others];
+    if (frame == looked || frame == frames[(i - 1) * (frames.size() - 1) / others]) continue;
+    try {
+      const LookedAt look = shot.toLookAt(frame);
+      const media::Picture own = media::part(look.picture, look.own);
+      key.see(plateOf(own));
+    } catch (const Error&) {
+    }
+  }
+}
+
 }  // namespace
+
+std::string FirstKey::decided() const {
+  if (!blind) return {};
+  std::string text = blind->mixing == Mixing::light && blind->encoding == Encoding::codes
+                         ? "keyed in light"
+                         : "keyed in the plate's codes";
+  if (blind->mixing == Mixing::video) text = "keyed in video encoding";
+  if (blind->mixing == Mixing::log) text = "keyed in log encoding";
+  text += blind->steady ? ", beside one clean plate" : ", beside a clean plate for each frame";
+  if (blind->wishes.garbage) text += ", sure screen cut";
+  if (blind->wishes.holdOut) text += ", sure subject held";
+  return text;
+}
 
 media::Picture FirstKey::cleanPlateOf(const media::Picture& plate) const {
   media::Picture clean = media::Picture::make(plate.data, plate.depth, plate.samples);
@@ -39,7 +71,7 @@ media::Picture FirstKey::cleanPlateOf(const media::Picture& plate) const {
 
 FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& settings) {
   const bool estimate = wish.cleanPlate && settings.toggle("useReference");
-  if (estimate && shot.depth() == 4) {
+  if (estimate && shot.depth() == 4 && !wish.everything) {
     throw Error(Fault::wrongUse, "reference",
                 "expected an 8-bit or 16-bit plate, found half or float");
   }
@@ -56,7 +88,16 @@ FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& sett
     }
     key.set.emplace_back("screen");
   }
-  if (wish.everything) {
+  if (wish.everything && wish.mayEstimate && settings.toggle("useReference") &&
+      !shot.has(Role::cleanPlate)) {
+    BlindKey found = findKey(plate, settings);
+    seeOthers(shot, wish, found);
+    settings = found.settings;
+    key.set.insert(key.set.end(), found.set.begin(), found.set.end());
+    key.cleanPlate = true;
+    key.screen = findScreen(plate);
+    key.blind = std::make_shared<const BlindKey>(std::move(found));
+  } else if (wish.everything) {
     AutoKey found = autoKey(plate, settings, cleanPlateUse(shot, wish, settings));
     key.set.insert(key.set.end(), found.set.begin(), found.set.end());
     key.cleanPlate = found.cleanPlate && !shot.has(Role::cleanPlate);

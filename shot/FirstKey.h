@@ -6,11 +6,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "keyer/AutoKey.h"
+#include "keyer/BlindKey.h"
 #include "shot/Shot.h"
 
 namespace orvanite::shot {
@@ -31,6 +33,12 @@ struct FirstKey {
   std::optional<Screen> screen;  // where one was looked for
   std::vector<std::string> set;  // the parameters that were set, in the table's order
   bool cleanPlate = false;       // whether they are meant for estimated clean plates
+  // All that was chosen, where everything was wished and a clean plate could be estimated; frames
+  // are rendered with it then.
+  std::shared_ptr<const BlindKey> blind;
+
+  /// What was decided beyond parameters, for a person to see; empty: nothing.
+  std::string decided() const;
 
   /// A frame's clean plate, of the plate's window. Only where `cleanPlate` says so.
   media::Picture cleanPlateOf(const media::Picture& plate) const;

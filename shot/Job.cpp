@@ -101,6 +101,11 @@ void prepareKeyers(Job& job) {
     Settings own = job.settings;
     own.setText("output", output.view);
     output.showsColours = showsColours(own);
+    if (job.firstKey.blind) {
+      output.blind = std::make_unique<BlindKeyer>();
+      output.blind->prepare(*job.firstKey.blind, own, job.shot->depth(), job.shot->inputs());
+      continue;
+    }
     output.keyer = std::make_unique<Keyer>();
     output.keyer->prepare(own, job.shot->depth(), job.inputs());
   }

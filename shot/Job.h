@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "keyer/BlindKeyer.h"
 #include "keyer/Keyer.h"
 #include "media/FramePattern.h"
 #include "media/MovieWriter.h"
@@ -33,6 +34,7 @@ struct ViewOutput {
   bool isMovie = false;
   std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
   std::unique_ptr<Keyer> keyer;
+  std::unique_ptr<BlindKeyer> blind;  // instead, where the whole key was found
   bool showsColours = true;
   Alpha alpha = Alpha::none;
 

@@ -4,6 +4,7 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "media/PictureWriter.h"
 #include "shot/Images.h"
@@ -62,7 +63,10 @@ FramePictures finishReads(const Job& job, int frame, FrameReads reads) {
 std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictures, int threads) {
   std::vector<Picture> views(job.outputs.size());
   Picture& plate = pictures[Role::plate];
-  if (job.firstKey.cleanPlate) {
+  std::optional<BlindKey> own;
+  if (job.firstKey.blind) {
+    if (!job.passThrough) own = job.firstKey.blind->carriedTo(plateOf(plate));
+  } else if (job.firstKey.cleanPlate) {
     Picture& clean = pictures[Role::cleanPlate];
     clean = job.firstKey.cleanPlateOf(plate);
     paintBeside(clean, job.shot->ownPixels(Role::plate, number), job.settings);
@@ -70,15 +74,22 @@ std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictur
   ByRole<const Picture*> present;
   for (const Role role : roles) present[role] = pictures[role].pixels ? &pictures[role] : nullptr;
   Frame frame = frameOf(present, {0, 0, plate.data.width, plate.data.height});
+  const auto key = [&](std::size_t i) {
+    if (own) {
+      job.outputs[i].blind->render(*own, frame, threads);
+    } else {
+      job.outputs[i].keyer->render(frame, threads);
+    }
+  };
   for (std::size_t i = views.size(); i-- > 1;) {
     views[i] = Picture::make(plate.data, plate.depth, plate.samples);
     views[i].header = plate.header;
     views[i].hasAlpha = true;
     frame.pictures.dst = imageOf(views[i]);
-    job.outputs[i].keyer->render(frame, threads);
+    key(i);
   }
   frame.pictures.dst = frame.pictures.fg;
-  if (!job.passThrough) job.outputs[0].keyer->render(frame, threads);
+  if (!job.passThrough) key(0);
   views[0] = std::move(plate);
   for (std::size_t i = 0; i < views.size(); ++i) {
     // A matte is no colour, unless there is nothing but the plate.

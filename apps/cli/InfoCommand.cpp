@@ -174,7 +174,7 @@ void printText(const std::string& path, const shot::Shot& shot, const InfoOption
   const Look look = lookAt(shot, options);
   const std::string frame = look.frame ? fmt::format(" (frame {})", *look.frame) : "";
   if (!look.screen) {
-    line("screen", "none found: no green or blue that fills enough of the frame" + frame);
+    line("screen", "none found: no even colour fills enough of the frame" + frame);
     return;
   }
   const Rgb& c = look.screen->colour;
@@ -217,7 +217,8 @@ void printJson(const std::string& path, const shot::Shot& shot, const InfoOption
     if (look.frame) object["screenFrame"] = *look.frame;
     object["screen"] = nullptr;
     if (look.screen) {
-      object["screen"] = {{"hue", look.screen->primary == 2 ? "blue" : "green"},
+      object["screen"] = {{"hue", nameOfColour(look.screen->colour)},
+                          {"confidence", look.screen->confidence},
                           {"colour", look.screen->colour},
                           {"coverage", look.screen->coverage},
                           {"evenness", look.screen->evenness}};

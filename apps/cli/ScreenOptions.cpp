@@ -42,13 +42,17 @@ std::string describe(const Screen& screen) {
                                                  : "uneven";
   return fmt::format(
       "{}, {:.0f} % of the frame, {} (its darkest part at {:.0f} % of its brightest)",
-      screen.primary == 2 ? "blue" : "green", 100 * static_cast<double>(screen.coverage), light,
+      nameOfColour(screen.colour), 100 * static_cast<double>(screen.coverage), light,
       100 * static_cast<double>(screen.evenness));
 }
 
 std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& settings) {
   std::vector<std::string> options;
-  if (key.cleanPlate) options.emplace_back("--reference auto");
+  if (key.blind) {
+    options.emplace_back("--auto");  // leaves the parameters that follow, and finds the rest again
+  } else if (key.cleanPlate) {
+    options.emplace_back("--reference auto");
+  }
   for (const std::string& parameter : key.set) {
     options.push_back(optionName(parameter) + ' ' + settings.text(parameter));
   }
@@ -148,9 +152,10 @@ shot::FirstKey ScreenOptions::look(const shot::Shot& shot, const std::string& re
   }
   if (quiet) return key;
   if (key.screen) fmt::print(stderr, "screen: {}\n", describe(*key.screen));
+  if (!key.decided().empty()) fmt::print(stderr, "key: {}\n", key.decided());
   std::vector<std::string> chosen = optionsOf(key, settings);
   // A clean plate that was asked for was not chosen.
-  if (key.cleanPlate && estimates(reference) && !auto_) chosen.erase(chosen.begin());
+  if (key.cleanPlate && !key.blind && estimates(reference) && !auto_) chosen.erase(chosen.begin());
   if (!chosen.empty()) fmt::print(stderr, "chosen: {}\n", fmt::join(chosen, " "));
   return key;
 }

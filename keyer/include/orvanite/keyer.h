@@ -183,7 +183,7 @@ typedef struct OrvaniteScreen {
   float evenness;  /* its darkest tenth over its brightest, 0..1 */
 } OrvaniteScreen;
 
-/* Looks for a green or blue screen; changes no parameter. Failure: the plate shows none. */
+/* Looks for a screen of any one colour; changes no parameter. Failure: the plate shows none. */
 ORVANITE_KEYER_API OrvaniteResult orvanite_keyerFindScreen(OrvaniteKeyer* keyer,
                                                            const OrvaniteImage* plate,
                                                            OrvaniteScreen* screen);

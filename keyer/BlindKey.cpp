@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "keyer/BlindKey.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+
+#include "base/Error.h"
+#include "keyer/CleanPlate.h"
+#include "keyer/KeyMattes.h"
+#include "keyer/KeyRegions.h"
+
+namespace orvanite {
+namespace {
+
+// What a frame's sure screen may lie off the clean plate of the frames before: beyond it the camera
+// has moved or the light has changed.
+constexpr float sameScreen = 0.03F;
+
+/// The clip that the engine makes of a screen range, in the encoding that is keyed in.
+float clipOfRange(const BlindKey& key, float range) {
+  const auto p = static_cast<std::size_t>(key.screen.primary);
+  const auto m = static_cast<std::size_t>(key.screen.middle);
+  // The engine shifts what it is given as the screen colour: light where it is handed light.
+  const bool shiftsLight = key.mixing == Mixing::light;
+  const auto value = [&](float v) { return shiftsLight ? v : valueOf(v, key.mixing); };
+  float shifted = 0, own = 0;
+  for (std::size_t c = 0; c < 3; ++c) {
+    const float weight = c == p ? 1.0F : c == m ? -key.numbers.balance : key.numbers.balance - 1;
+    const float colour = shiftsLight ? lightOfCode(key.screen.colour[c]) : key.screen.colour[c];
+    const float moved = std::clamp(colour + (c == p ? -0.577F : 0.577F) * range, 0.0F, 1.0F);
+    own += weight * value(colour);
+    shifted += (weight + (c == p ? key.numbers.gain : 0.0F)) * value(moved);
+  }
+  return own > 0 ? std::clamp(1 - shifted / own, 0.0F, 0.5F) : 0.0F;
+}
+
+float rangeOfClip(const BlindKey& key) {
+  float low = 0, high = 1;
+  for (int round = 0; round < 24; ++round) {
+    const float middle = 0.5F * (low + high);
+    (clipOfRange(key, middle) < key.numbers.clip ? low : high) = middle;
+  }
+  return 0.5F * (low + high);
+}
+
+void makeMattes(BlindKey& key, const Look& look, const KeyRegions& regions) {
+  key.garbage = key.wishes.garbage ? garbageMatte(look, key.plate, regions) : Plane();
+  key.holdOut = key.wishes.holdOut ? holdOutMatte(regions) : Plane();
+}
+
+/// Halfway from a colour to grey of its light: what the hold-out matte puts back where it keeps a
+/// subject that has the screen's hue, by its own colour or by spill; nobody can tell which.
+Rgb greyer(Rgb colour) {
+  const float grey = 0.299F * colour[0] + 0.587F * colour[1] + 0.114F * colour[2];
+  for (float& v : colour) v = 0.5F * (v + grey);
+  return colour;
+}
+
+Mixing fixedMixing(const Settings& settings, Encoding encoding) {
+  if (encoding == Encoding::light) return Mixing::light;
+  const std::string_view space = settings.choice("colourspace");
+  return space == "log" ? Mixing::log : space == "video" ? Mixing::video : Mixing::codes;
+}
+
+}  // namespace
+
+BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes) {
+  BlindKey key;
+  key.settings = given;
+  key.wishes = wishes;
+  key.width = plate.width;
+  key.height = plate.height;
+  const bool linear = given.choice("colourspace") == "linear";
+  key.encoding = linear ? Encoding::light : Encoding::codes;
+  Look look = lookAt(plate, key.encoding);
+  key.screen = screenHue(look);
+  if (key.screen.confidence < leastConfidence) {
+    throw Error(Fault::failure, "auto", "expected a screen of one colour in the plate, found none");
+  }
+  key.plate = rigidPlate(look, key.screen);
+  estimateClean(key.plate, look, key.screen);
+  const KeyRegions regions = keyRegions(look, key.screen, key.plate);
+  key.vote = mixingOf(look, key.plate, regions);
+  key.mixing = fixedMixing(given, key.encoding);
+  if (wishes.mixing && key.mixing == Mixing::video) key.mixing = key.vote.mixing;
+  makeMattes(key, look, regions);
+  key.numbers = fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing).numbers;
+
+  Settings& to = key.settings;
+  const bool inLight = key.encoding == Encoding::light;
+  const auto putColour = [&](const char* name, Rgb colour) {
+    if (given.given(name)) return;
+    if (inLight) {
+      for (float& v : colour) v = lightOfCode(v);
+    }
+    to.setNumbers(name, static_cast<double>(colour[0]), static_cast<double>(colour[1]),
+                  static_cast<double>(colour[2]));
+  };
+  const auto put = [&](const char* name, float value) {
+    if (!given.given(name)) to.setNumber(name, static_cast<double>(value));
+  };
+  putColour("screen", key.screen.colour);
+  put("screenRange", rangeOfClip(key));
+  for (const char* name : {"shadowBalance", "midtoneBalance", "highlightBalance"}) {
+    put(name, key.numbers.balance);
+  }
+  for (const char* name : {"shadowGain", "midtoneGain", "highlightGain"}) {
+    put(name, key.numbers.gain);
+  }
+  putColour("replace", greyer(key.screen.colour));
+  for (const Parameter& parameter : parameters()) {
+    if (to.text(parameter.name) == given.text(parameter.name) &&
+        to.given(parameter.name) == given.given(parameter.name)) {
+      continue;
+    }
+    key.set.emplace_back(parameter.name);
+  }
+  return key;
+}
+
+void BlindKey::writeCleanPlate(const OtileImage& picture, int depth) const {
+  writeStretched(plate.clean, encoding, width, height, picture, depth);
+}
+
+bool BlindKey::see(const Plate& frame) {
+  Look look = lookAt(frame, encoding);
+  if (!steady || frame.width != width || frame.height != height) return steady = false;
+  ScreenPlate seen = rigidPlate(look, screen);
+  if (distanceOf(seen.sure, look, plate.clean) > sameScreen) return steady = false;
+  takeIn(plate, seen.sure, look);
+  estimateClean(plate, look, screen);
+  return true;
+}
+
+BlindKey BlindKey::carriedTo(const Plate& frame) const {
+  BlindKey key;
+  key.screen = screen;
+  key.settings = settings;
+  key.set = set;
+  key.mixing = mixing;
+  key.vote = vote;
+  key.numbers = numbers;
+  key.encoding = encoding;
+  key.wishes = wishes;
+  key.width = frame.width;
+  key.height = frame.height;
+  Look look = lookAt(frame, encoding);
+  ScreenPlate own = rigidPlate(look, screen);
+  key.steady = steady && frame.width == width && frame.height == height &&
+               distanceOf(own.sure, look, plate.clean) <= sameScreen;
+  if (key.steady) {
+    key.plate = plate;
+    key.plate.sure = own.sure;
+  } else {
+    key.plate = own;
+    estimateClean(key.plate, look, screen);
+  }
+  makeMattes(key, look, keyRegions(look, screen, key.plate));
+  return key;
+}
+
+}  // namespace orvanite

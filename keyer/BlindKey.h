@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A key for a plate that nobody has seen: the screen, its clean plate, how the edges mix, the key's
+// numbers and two mattes of what is sure, all found in the plate alone. One result says everything
+// that was chosen, and BlindKeyer renders with exactly that.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "keyer/KeyFit.h"
+#include "keyer/ScreenPlate.h"
+#include "keyer/Settings.h"
+
+namespace orvanite {
+
+/// What findKey may choose.
+struct KeyWishes {
+  bool holdOut = true;  // a matte of what is surely solid
+  bool garbage = true;  // a matte of what surely is nothing but screen
+  bool mixing = true;   // in which encoding to key a plate of video codes
+};
+
+/// Everything that was chosen for a plate.
+struct BlindKey {
+  ScreenHue screen;
+  Settings settings;             // those given and what was chosen beside them; colours are codes
+  std::vector<std::string> set;  // the parameters that were chosen, in the table's order
+  Mixing mixing = Mixing::codes;  // what BlindKeyer keys in, whatever the settings' colourspace
+  MixingVote vote;
+  KeyNumbers numbers;
+  Encoding encoding = Encoding::codes;  // of the plate
+  KeyWishes wishes;
+  int width = 0, height = 0;  // of the plate
+  ScreenPlate plate;          // the clean plate, at the size at which the plate was looked at
+  Plane holdOut, garbage;     // 1 holds, 1 cuts; at that size; empty: none
+  bool steady = true;         // whether one clean plate serves all frames that were seen
+
+  /// Writes the clean plate in the plate's own encoding, alpha 1.0. The picture has the plate's
+  /// size and depth 1, 2 or 4. A file of it serves as a clean plate for all frames of the shot.
+  void writeCleanPlate(const OtileImage& picture, int depth) const;
+
+  /// Takes in what another frame of the shot shows of the screen: what any frame shows as sure
+  /// screen is known for all. Returns false, and takes nothing in, where the camera has moved or
+  /// the light has changed: `steady` is false from then on.
+  bool see(const Plate& frame);
+
+  /// This key for another frame: the same numbers, the frame's own mattes; the same clean plate
+  /// where it is steady, else the frame's own.
+  BlindKey carriedTo(const Plate& frame) const;
+};
+
+/// Looks at one plate. Parameters that were given stay as they are; colourspace says how the plate
+/// is encoded, and of video codes the key may be in light or in the codes themselves.
+/// The same plate gives the same key whatever the number of threads.
+/// Throws Error (failure) when the plate has no screen that is sure enough.
+BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes = {});
+
+}  // namespace orvanite

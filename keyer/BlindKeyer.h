@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Renders frames with a key that was found: beside its clean plate, in the encoding that was
+// chosen, under its mattes, at any depth. The engine keys 16 bits; what comes in is brought to
+// them band by band, and back.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "keyer/BlindKey.h"
+#include "keyer/Keyer.h"
+
+namespace orvanite {
+
+/// A keyer for the frames of one shot.
+class BlindKeyer {
+ public:
+  /// Sets up the engine for frames of a depth. `settings` are the found ones, perhaps with another
+  /// output; `inputs` says which of background, hold-out and garbage the caller has: its mattes are
+  /// joined with the found ones. A clean plate of the caller's is used instead of the found one.
+  /// white  the greatest value of float pictures that is kept; what is brighter is cut there
+  /// Throws Error as Keyer::prepare does.
+  void prepare(const BlindKey& key, const Settings& settings, int depth, const Inputs& inputs,
+               float white = 8);
+
+  /// Keys one frame of that depth into pictures.dst, which may be the plate's or the background's
+  /// own buffer. `key` is the one of prepare, or one carried to this frame. Renders of different
+  /// frames may run at once.
+  void render(const BlindKey& key, const Frame& frame, int threads = 0) const;
+
+ private:
+  Keyer engine_;
+  Inputs used_{};
+  int depth_ = 0;
+  float white_ = 1;
+  bool decodes_ = false, showsColours_ = true;
+  std::vector<std::uint16_t> decode_;  // 65536: a code as 16 bits of what is keyed
+  std::vector<std::uint16_t> encode_;  // and back
+};
+
+}  // namespace orvanite

@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "keyer/KeyFit.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "engine/colour/Encoding.h"
+
+namespace orvanite {
+namespace {
+
+Rgb colourOf(const Colours& c, std::size_t i) { return {c[0][i], c[1][i], c[2][i]}; }
+
+/// The same plate gives the same key: chance from a fixed seed.
+struct Chance {
+  std::uint32_t state = 1;
+  std::uint32_t next() {
+    state = state * 1664525U + 1013904223U;
+    return state >> 8;
+  }
+  float share() { return static_cast<float>(next()) / 16777216.0F; }
+  /// About a standard normal.
+  float normal() {
+    float sum = 0;
+    for (int i = 0; i < 6; ++i) sum += share();
+    return 1.41421356F * (sum - 3);
+  }
+};
+
+/// Some `most` of the indices, evenly.
+template <class Accept>
+std::vector<std::size_t> sampled(std::size_t size, std::size_t most, Accept&& accept) {
+  std::vector<std::size_t> all;
+  for (std::size_t i = 0; i < size; ++i) {
+    if (accept(i)) all.push_back(i);
+  }
+  if (all.size() <= most) return all;
+  std::vector<std::size_t> some(most);
+  for (std::size_t i = 0; i < most; ++i) some[i] = all[i * all.size() / most];
+  return some;
+}
+
+bool isSoft(const KeyRegions& regions, std::size_t i) {
+  return regions.inside[i] != 0 && regions.screen[i] == 0 && regions.subject[i] == 0 &&
+         regions.calmShare[i] > 0.08F && regions.calmShare[i] < 0.92F;
+}
+
+}  // namespace
+
+float valueOf(float code, Mixing mixing) {
+  switch (mixing) {
+    case Mixing::video:
+      return toLinear(code, videoSpace);
+    case Mixing::light:
+      return lightOfCode(code);
+    case Mixing::log:
+      return toLinear(code, logSpace);
+    default:
+      return code;
+  }
+}
+
+/// Whether colour is stored more coarsely than light, as compressed pictures store it: grain then
+/// has no colour. Edges of light and of colour do not coincide there.
+bool chromaIsCoarse(const Look& look, const Mask& sure) {
+  std::vector<float> light, colour;
+  for (int y = 0; y < sure.height; y += 2) {
+    for (int x = 1; x < sure.width; x += 2) {
+      if (sure(x, y) == 0 || sure(x - 1, y) == 0) continue;
+      Rgb step{};
+      for (std::size_t c = 0; c < 3; ++c) step[c] = look.codes[c](x, y) - look.codes[c](x - 1, y);
+      light.push_back(std::abs(0.3F * step[0] + 0.6F * step[1] + 0.1F * step[2]));
+      colour.push_back(std::abs(step[0] - step[1]));
+    }
+  }
+  // Of grain of its own in every channel the second is twice the first.
+  return quantile(colour, 0.7) < quantile(light, 0.7) + 0.001F;
+}
+
+// Two pixels of one edge mix the same two colours, whatever the subject's is. Where codes mix, the
+// one with more screen lies on the line from the screen to the other; where light mixes it lies off
+// it by what the encoding bends. Neighbours have the same subject, spill and light.
+MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
+  const bool coarse = chromaIsCoarse(look, plate.sure);
+  const int reach = coarse ? 4 : 2;  // pixels to the neighbour
+  constexpr float apart = 0.15F;     // of the two shares of screen, at the least
+  constexpr double noise = 0.015;    // what lies further off either says little
+  MixingVote vote;
+  const Colours smooth = blurred(look.codes, coarse ? 1.2F : 0.5F);
+  const Plane& share = regions.calmShare;
+  struct Sample {
+    Rgb r, d;  // off the line: what is seen, what light would give
+  };
+  std::vector<Sample> samples;
+  double square = 0;
+  for (const std::size_t i :
+       sampled(share.size(), 4000, [&](std::size_t at) { return isSoft(regions, at); })) {
+    const int x = static_cast<int>(i % static_cast<std::size_t>(share.width));
+    const int y = static_cast<int>(i / static_cast<std::size_t>(share.width));
+    std::size_t purer = i;
+    for (int ny = std::max(0, y - reach); ny <= std::min(share.height - 1, y + reach); ++ny) {
+      for (int nx = std::max(0, x - reach); nx <= std::min(share.width - 1, x + reach); ++nx) {
+        const std::size_t n = share.index(nx, ny);
+        if (share[n] < share[purer] && share[n] > -0.5F) purer = n;
+      }
+    }
+    if (share[i] - share[purer] < apart) continue;
+    const Rgb e = colourOf(plate.clean, i);
+    const Rgb f = colourOf(smooth, purer);
+    const Rgb p = colourOf(smooth, i);
+    Rgb line{}, le{}, lf{};
+    float length = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+      line[c] = f[c] - e[c];
+      length += line[c] * line[c];
+      le[c] = lightOfCode(e[c]);
+      lf[c] = lightOfCode(f[c]);
+    }
+    if (length < 0.02F) continue;
+    const auto along = [&](const Rgb& v) {
+      float sum = 0;
+      for (std::size_t c = 0; c < 3; ++c) sum += (v[c] - e[c]) * line[c];
+      return sum / length;
+    };
+    const float a = along(p);
+    if (a < 0.1F || a > 0.9F) continue;
+    const auto mixedInLight = [&](float t) {
+      Rgb v{};
+      for (std::size_t c = 0; c < 3; ++c) v[c] = codeOfLight((1 - t) * le[c] + t * lf[c]);
+      return v;
+    };
+    float low = 0, high = 1;
+    Rgb v{};
+    for (int round = 0; round < 7; ++round) {
+      const float middle = 0.5F * (low + high);
+      v = mixedInLight(middle);
+      (along(v) < a ? low : high) = middle;
+    }
+    Sample s{};
+    for (std::size_t c = 0; c < 3; ++c) {
+      s.r[c] = p[c] - e[c] - a * line[c];
+      s.d[c] = v[c] - e[c] - along(v) * line[c];
+      square += static_cast<double>(s.d[c] * s.d[c]);
+    }
+    samples.push_back(s);
+  }
+  vote.samples = static_cast<int>(samples.size());
+  if (samples.empty()) return vote;
+  vote.spread = static_cast<float>(std::sqrt(square / static_cast<double>(samples.size())));
+  double t = 0.5;
+  for (int round = 0; round < 12; ++round) {
+    double up = 0, down = 1e-9;
+    for (const Sample& s : samples) {
+      double off = 0, rd = 0, dd = 0;
+      for (std::size_t c = 0; c < 3; ++c) {
+        const double r = static_cast<double>(s.r[c]), d = static_cast<double>(s.d[c]);
+        off += (r - t * d) * (r - t * d);
+        rd += r * d;
+        dd += d * d;
+      }
+      const double weight = 1 / (1 + off / (noise * noise));
+      up += weight * rd;
+      down += weight * dd;
+    }
+    t = up / down;
+  }
+  vote.slope = static_cast<float>(t);
+  constexpr int enough = 200;
+  const bool clear = vote.spread > 0.018F;
+  if (vote.samples < enough || vote.spread < 0.012F) return vote;
+  if (t > (clear ? 0.5 : 0.8)) vote.mixing = Mixing::light;
+  return vote;
+}
+
+float keyShare(const Rgb& pixel, const Rgb& screen, const ScreenHue& hue, KeyNumbers n) {
+  const auto p = static_cast<std::size_t>(hue.primary);
+  const auto m = static_cast<std::size_t>(hue.middle);
+  const auto q = static_cast<std::size_t>(hue.weakest);
+  const float of = screen[p] - n.balance * screen[m] - (1 - n.balance) * screen[q];
+  const float key = (1 + n.gain) * pixel[p] - n.balance * pixel[m] - (1 - n.balance) * pixel[q];
+  return std::clamp(key / std::max(of, 1e-3F), -4.0F, 4.0F);
+}
+
+KeyedPixel keyPixel(const Rgb& pixel, const Rgb& screen, const ScreenHue& hue, KeyNumbers n) {
+  const auto p = static_cast<std::size_t>(hue.primary);
+  const auto m = static_cast<std::size_t>(hue.middle);
+  const auto q = static_cast<std::size_t>(hue.weakest);
+  const float of = screen[p] - n.balance * screen[m] - (1 - n.balance) * screen[q];
+  const float key = (1 + n.gain) * pixel[p] - n.balance * pixel[m] - (1 - n.balance) * pixel[q];
+  const float s = of > 1e-4F ? std::clamp(key / of, 0.0F, 4.0F) : 0.0F;
+  KeyedPixel out;
+  out.matte = std::max(0.0F, 1 - s);
+  float most = 0;
+  for (std::size_t c = 0; c < 3; ++c) {
+    out.colour[c] = std::max(0.0F, pixel[c] - s * screen[c]);
+    most = std::max(most, out.colour[c]);
+  }
+  out.matte = std::max(out.matte, most);
+  if (out.matte > 0) {
+    for (float& c : out.colour) c /= out.matte;
+  }
+  out.matte = std::clamp((out.matte - n.clip) / (1 - 2 * n.clip), 0.0F, 1.0F);
+  return out;
+}
+
+namespace {
+
+struct Trials {
+  std::vector<TrialPixel> mixes, core, screen;
+};
+
+Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions,
+                const Plane& held, Mixing mixing) {
+  constexpr std::size_t most = 1500;
+  Trials trials;
+  Chance chance;
+  const auto value = [mixing](const Rgb& c) {
+    return Rgb{valueOf(c[0], mixing), valueOf(c[1], mixing), valueOf(c[2], mixing)};
+  };
+  const std::size_t size = regions.share.size();
+  // The subject's colours at its edges are those of what is well inside and surely holds no screen;
+  // what leans furthest from the screen alone would speak for balances that suit nothing else.
+  constexpr float holdsNone = 0.12F;
+  constexpr std::size_t enough = 50;
+  std::vector<std::uint32_t> nearest = regions.nearestPure;
+  Mask deep(regions.core.width, regions.core.height);
+  std::size_t deeps = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    deep[i] = regions.core[i] != 0 && regions.calmShare[i] < holdsNone;
+    deeps += deep[i];
+  }
+  if (deeps > enough) distanceTo(deep, &nearest);
+  if (regions.pureCount > 0) {
+    for (const std::size_t i :
+         sampled(size, most, [&](std::size_t at) { return isSoft(regions, at); })) {
+      const Rgb f = colourOf(look.codes, nearest[i]);
+      TrialPixel t;
+      t.subject = value(f);
+      t.screen = value(colourOf(plate.clean, i));
+      t.matte = 0.02F + 0.96F * chance.share();
+      for (std::size_t c = 0; c < 3; ++c) {
+        const float mixed = t.matte * t.subject[c] + (1 - t.matte) * t.screen[c];
+        // Grain is in the codes; its size there says what it is here.
+        const float code = look.grain * chance.normal();
+        const float at = mixing == Mixing::codes ? 1.0F
+                         : mixing == Mixing::video
+                             ? 1.25F * std::pow(std::max(mixed, 0.01F), 0.25F)
+                             : 2.2F * std::pow(std::max(mixed, 0.002F), 0.545F);
+        t.colour[c] = std::max(0.0F, mixed + at * code);
+      }
+      trials.mixes.push_back(t);
+    }
+  }
+  for (const std::size_t i : sampled(size, most, [&](std::size_t at) {
+         return regions.core[at] != 0 && (held.size() == 0 || held[at] < 0.5F);
+       })) {
+    const Rgb f = value(colourOf(look.codes, i));
+    trials.core.push_back({f, value(colourOf(plate.clean, i)), f, 1});
+  }
+  for (const std::size_t i : sampled(size, most, [&](std::size_t at) {
+         return regions.screen[at] != 0 && regions.inside[at] != 0;
+       })) {
+    trials.screen.push_back(
+        {value(colourOf(look.codes, i)), value(colourOf(plate.clean, i)), {}, 0});
+  }
+  return trials;
+}
+
+float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
+  const auto mean = [](double sum, std::size_t count) {
+    return static_cast<float>(sum / static_cast<double>(std::max<std::size_t>(1, count)));
+  };
+  double matte = 0, composite = 0, core = 0, screen = 0;
+  for (const TrialPixel& t : trials.mixes) {
+    const KeyedPixel k = keyPixel(t.colour, t.screen, hue, numbers);
+    matte += static_cast<double>(std::abs(k.matte - t.matte));
+    for (std::size_t c = 0; c < 3; ++c) {
+      composite += static_cast<double>(
+                       std::abs(k.matte * (k.colour[c] - 0.5F) - t.matte * (t.subject[c] - 0.5F))) /
+                   3;
+    }
+  }
+  for (const TrialPixel& t : trials.core) {
+    core += static_cast<double>(
+        std::min(0.2F, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
+  }
+  for (const TrialPixel& t : trials.screen) {
+    screen += static_cast<double>(std::min(0.2F, keyPixel(t.colour, t.screen, hue, numbers).matte));
+  }
+  return mean(matte, trials.mixes.size()) + 0.5F * mean(composite, trials.mixes.size()) +
+         0.3F * mean(core, trials.core.size()) + 0.3F * mean(screen, trials.screen.size()) +
+         0.1F * numbers.clip;
+}
+
+}  // namespace
+
+KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
+              const KeyRegions& regions, const Plane& held, Mixing mixing) {
+  const Trials trials = trialsOf(look, plate, regions, held, mixing);
+  Rgb s{};
+  for (std::size_t c = 0; c < 3; ++c) s[c] = valueOf(hue.colour[c], mixing);
+  const float sp = s[static_cast<std::size_t>(hue.primary)];
+  const float sm = s[static_cast<std::size_t>(hue.middle)];
+  const float sq = s[static_cast<std::size_t>(hue.weakest)];
+  KeyFit fit;
+  fit.numbers.clip = 0.03F;
+  fit.numbers.balance = 0.3F;
+  fit.cost = fit.plainCost = costOf(trials, hue, fit.numbers);
+  for (const float balance : {0.0F, 0.15F, 0.3F, 0.45F, 0.6F, 0.8F, 1.0F}) {
+    const float d = sp - balance * sm - (1 - balance) * sq;
+    if (d < 0.03F * sp) continue;
+    for (const float gain : {0.0F, -0.05F, -0.1F}) {
+      const float needed = -gain * sp / d;
+      for (const float more : {0.0F, 0.03F, 0.06F, 0.09F}) {
+        const KeyNumbers numbers{balance, gain, std::min(0.45F, needed + more)};
+        const float cost = costOf(trials, hue, numbers);
+        if (cost < fit.cost) {
+          fit.cost = cost;
+          fit.numbers = numbers;
+        }
+      }
+    }
+  }
+  return fit;
+}
+
+}  // namespace orvanite

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// All thresholds on the matte are in units of its grain: before a dull screen a plate's grain is
+// many times larger in the matte than in the plate.
+#include "keyer/KeyRegions.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace orvanite {
+
+KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate& plate) {
+  const int w = plate.sure.width;
+  const int h = plate.sure.height;
+  const auto p = static_cast<std::size_t>(hue.primary);
+  const auto m = static_cast<std::size_t>(hue.middle);
+  const auto q = static_cast<std::size_t>(hue.weakest);
+  KeyRegions out;
+  out.share = Plane(w, h);
+  std::vector<float> keys;
+  const auto key = [&](const Colours& c, std::size_t i) {
+    return c[p][i] - 0.5F * (c[m][i] + c[q][i]);
+  };
+  for (std::size_t i = 0; i < out.share.size(); ++i) {
+    const float screen = std::max(key(plate.clean, i), 0.01F);
+    out.share[i] = std::clamp(key(look.codes, i) / screen, -4.0F, 4.0F);
+    if (i % 7 == 0) keys.push_back(screen);
+  }
+  out.grain = 1.22F * look.grain / std::max(quantile(keys, 0.5), 0.02F);
+  out.radius = std::clamp(0.8F * out.grain / 0.05F, 0.8F, 2.5F);
+  out.calm = out.grain / (3.5F * out.radius);
+  out.calmShare = blurred(out.share, out.radius);
+  const Colours smooth = blurred(look.codes, out.radius);
+  const float calmLight = 0.03F + 2.5F * look.grain / (3.5F * out.radius);
+  const float within = 1.5F * std::min(0.05F, 0.32F * hue.fromGrey);
+  out.screen = Mask(w, h);
+  for (std::size_t i = 0; i < out.screen.size(); ++i) {
+    if (std::abs(1 - out.calmShare[i]) >= 0.1F + 2.5F * out.calm) continue;
+    float off = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+      off = std::max(off, std::abs(smooth[c][i] - plate.clean[c][i]));
+    }
+    if (off >= calmLight) continue;
+    const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
+    const auto own = hueOf(plate.clean[0][i], plate.clean[1][i], plate.clean[2][i]);
+    out.screen[i] = std::hypot(seen[0] - own[0], seen[1] - own[1]) < within;
+  }
+  out.inside = hullOf(plate.sure, 5);
+  out.screenDistance = distanceTo(out.screen);
+  out.subject = Mask(w, h);
+  Mask other(w, h, 1);
+  std::vector<float> shares;
+  for (std::size_t i = 0; i < other.size(); ++i) {
+    if (out.calmShare[i] < 0.35F && out.screenDistance[i] > 4 && out.inside[i] != 0) {
+      out.subject[i] = 1;
+      other[i] = 0;
+      shares.push_back(out.calmShare[i]);
+    }
+  }
+  const float purest = std::max(0.06F, quantile(shares, 0.5));
+  const Plane depth = distanceTo(other);
+  out.core = Mask(w, h);
+  out.pure = Mask(w, h);
+  for (std::size_t i = 0; i < other.size(); ++i) {
+    out.core[i] = depth[i] > 3 && out.subject[i] != 0;
+    out.pure[i] = out.subject[i] != 0 && out.calmShare[i] <= purest;
+    out.pureCount += out.pure[i];
+  }
+  distanceTo(out.pure, &out.nearestPure);
+  return out;
+}
+
+}  // namespace orvanite

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "keyer/Look.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+namespace orvanite {
+namespace {
+
+/// The encoding curve over the square root of light, where it is nearly straight.
+class CodeTable {
+ public:
+  CodeTable() {
+    for (int i = 0; i <= steps; ++i) {
+      const float root = static_cast<float>(i) * top / steps;
+      codes_[static_cast<std::size_t>(i)] = codeOfLight(root * root);
+    }
+  }
+  float operator()(float light) const {
+    const float place = std::min(std::sqrt(std::max(light, 0.0F)) * (steps / top), steps - 0.001F);
+    const auto cell = static_cast<std::size_t>(place);
+    return codes_[cell] + (place - static_cast<float>(cell)) * (codes_[cell + 1] - codes_[cell]);
+  }
+
+ private:
+  static constexpr int steps = 8192;
+  static constexpr float top = 8;  // the root of 64
+  std::array<float, steps + 1> codes_{};
+};
+
+template <class Sample>
+void reduceRow(const Plate& plate, int factor, int row, const std::array<float*, 3>& to,
+               int width) {
+  using Sum = std::conditional_t<std::is_same_v<Sample, float>, float, std::uint32_t>;
+  const OtileImage& i = plate.image;
+  const std::array<const void*, 3> channels = {i.red, i.green, i.blue};
+  const int top = row * factor;
+  const int bottom = std::min(plate.height, top + factor);
+  const float white = std::is_same_v<Sample, float>          ? 1.0F
+                      : std::is_same_v<Sample, std::uint8_t> ? 255.0F
+                                                             : 65535.0F;
+  for (std::size_t c = 0; c < 3; ++c) {
+    for (int x = 0; x < width; ++x) {
+      const int left = x * factor;
+      const int right = std::min(plate.width, left + factor);
+      Sum sum = 0;
+      for (int y = top; y < bottom; ++y) {
+        const Sample* from = static_cast<const Sample*>(channels[c]) +
+                             std::ptrdiff_t{y} * i.lineStep + std::ptrdiff_t{left} * i.pixelStep;
+        for (int at = left; at < right; ++at, from += i.pixelStep) {
+          if constexpr (std::is_same_v<Sample, float>) {
+            // Infinities and what is no number count as black.
+            if (*from > 0 && *from < 1e30F) sum += std::min(*from, 64.0F);
+          } else {
+            sum += *from;
+          }
+        }
+      }
+      to[c][x] =
+          static_cast<float>(sum) / (white * static_cast<float>((bottom - top) * (right - left)));
+    }
+  }
+}
+
+}  // namespace
+
+float codeOfLight(float light) {
+  return light <= 0.0031308F ? 12.92F * std::max(light, 0.0F)
+                             : 1.055F * std::pow(light, 1 / 2.4F) - 0.055F;
+}
+
+float lightOfCode(float code) {
+  return code <= 0.04045F ? std::max(code, 0.0F) / 12.92F
+                          : std::pow((code + 0.055F) / 1.055F, 2.4F);
+}
+
+Look lookAt(const Plate& plate, Encoding encoding, int most) {
+  Look look;
+  look.width = plate.width;
+  look.height = plate.height;
+  look.encoding = encoding;
+  if (plate.width < 1 || plate.height < 1) return look;
+  const double pixels = static_cast<double>(plate.width) * plate.height;
+  look.factor = std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels / most))));
+  const int w = (plate.width + look.factor - 1) / look.factor;
+  const int h = (plate.height + look.factor - 1) / look.factor;
+  for (Plane& plane : look.codes) plane = Plane(w, h);
+  static const CodeTable encode;
+  for (int y = 0; y < h; ++y) {
+    const std::array<float*, 3> to = {&look.codes[0](0, y), &look.codes[1](0, y),
+                                      &look.codes[2](0, y)};
+    if (plate.depth == 1) reduceRow<std::uint8_t>(plate, look.factor, y, to, w);
+    if (plate.depth == 2) reduceRow<std::uint16_t>(plate, look.factor, y, to, w);
+    if (plate.depth == 4) reduceRow<float>(plate, look.factor, y, to, w);
+    if (encoding == Encoding::codes) continue;
+    for (float* row : to) {
+      for (int x = 0; x < w; ++x) row[x] = encode(row[x]);
+    }
+  }
+  return look;
+}
+
+}  // namespace orvanite

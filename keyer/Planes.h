@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Pictures of one number a pixel, and what is done to them when a plate is looked at: blurs,
+// distances, openings. Small ones: a plate is reduced before it is looked at.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace orvanite {
+
+/// A value for every pixel, row by row from the top left.
+template <class T>
+struct Raster {
+  int width = 0, height = 0;
+  std::vector<T> values;
+
+  Raster() = default;
+  Raster(int w, int h, T value = T())
+      : width(w),
+        height(h),
+        values(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), value) {}
+  std::size_t size() const { return values.size(); }
+  std::size_t index(int x, int y) const {
+    return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+           static_cast<std::size_t>(x);
+  }
+  T& operator()(int x, int y) { return values[index(x, y)]; }
+  const T& operator()(int x, int y) const { return values[index(x, y)]; }
+  T& operator[](std::size_t i) { return values[i]; }
+  const T& operator[](std::size_t i) const { return values[i]; }
+};
+
+using Plane = Raster<float>;
+/// 0 or 1 a pixel.
+using Mask = Raster<std::uint8_t>;
+using Colours = std::array<Plane, 3>;
+
+/// A Gaussian of `sigma` pixels; beyond the edges their pixels are repeated. A wide one is applied
+/// to a reduced plane.
+Plane blurred(const Plane& plane, float sigma);
+Colours blurred(const Colours& planes, float sigma);
+Plane planeOf(const Mask& mask);
+
+/// How far each pixel is from the nearest one of a mask, in pixels; far beyond the frame where the
+/// mask is empty. `nearest`, where given, takes that one's index.
+Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest = nullptr);
+
+/// What is left of a mask when all that is narrower than 3 pixels goes.
+Mask opened(const Mask& mask);
+
+/// Connected parts of a mask: for each pixel the least index of its part, 8 neighbours; its own
+/// where the mask is 0.
+std::vector<std::uint32_t> partsOf(const Mask& mask);
+
+/// The largest value minus the least one among a pixel and its eight neighbours.
+Plane contrast(const Plane& plane);
+
+/// The pixels of a mask within its own convex hull, `inset` pixels in from it: a frame of other
+/// things around a screen stays out.
+Mask hullOf(const Mask& mask, float inset);
+
+/// The value below which a share (0..1) of them lies; 0 where there are none. Reorders them.
+float quantile(std::vector<float>& values, double share);
+
+/// Values between pixels: of a plane that is stretched over a picture of another size.
+class Stretch {
+ public:
+  /// width, height  of the picture that the plane is stretched over
+  Stretch(const Plane& plane, int width, int height);
+  /// Writes the values along a row of the picture.
+  void row(int y, float* values) const;
+  float at(int x, int y) const;
+
+ private:
+  struct Place {
+    int first, second;
+    float share;
+  };
+  static Place placeOf(int at, int of, int cells);
+  const Plane& plane_;
+  int width_, height_;
+};
+
+}  // namespace orvanite

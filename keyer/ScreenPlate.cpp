@@ -1,0 +1,416 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "keyer/ScreenPlate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace orvanite {
+namespace {
+
+using Terms = std::array<double, 6>;
+
+Terms termsAt(double x, double y) { return {1, x, y, x * x, x * y, y * y}; }
+
+/// Solves a symmetric positive system of six by elimination.
+Terms solved(std::array<Terms, 6> a, Terms b) {
+  for (std::size_t i = 0; i < 6; ++i) {
+    const double pivot = std::max(a[i][i], 1e-12);
+    for (std::size_t j = i + 1; j < 6; ++j) {
+      const double share = a[j][i] / pivot;
+      for (std::size_t k = i; k < 6; ++k) a[j][k] -= share * a[i][k];
+      b[j] -= share * b[i];
+    }
+  }
+  Terms x{};
+  for (std::size_t i = 6; i-- > 0;) {
+    double rest = b[i];
+    for (std::size_t k = i + 1; k < 6; ++k) rest -= a[i][k] * x[k];
+    x[i] = rest / std::max(a[i][i], 1e-12);
+  }
+  return x;
+}
+
+double place(int at, int of) { return (at + 0.5) / of - 0.5; }
+
+/// Least squares with weights that fall with the residual, from an even sample of the mask.
+Quadratic fitted(const Look& look, const Mask& mask) {
+  const int w = mask.width;
+  const int h = mask.height;
+  std::vector<std::size_t> pixels;
+  for (std::size_t i = 0; i < mask.size(); ++i) {
+    if (mask[i] != 0) pixels.push_back(i);
+  }
+  Quadratic fit;
+  if (pixels.empty()) return fit;
+  const std::size_t count = std::min<std::size_t>(6000, pixels.size());
+  std::vector<Terms> at(count);
+  std::vector<std::size_t> sample(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    sample[i] = pixels[i * pixels.size() / count];
+    at[i] = termsAt(place(static_cast<int>(sample[i] % static_cast<std::size_t>(w)), w),
+                    place(static_cast<int>(sample[i] / static_cast<std::size_t>(w)), h));
+  }
+  std::vector<double> weight(count, 1);
+  constexpr double ridge = 2e-4;
+  for (int round = 0; round < 7; ++round) {
+    std::array<Terms, 6> normal{};
+    std::array<Terms, 3> right{};
+    for (std::size_t i = 0; i < count; ++i) {
+      for (std::size_t j = 0; j < 6; ++j) {
+        const double v = weight[i] * at[i][j];
+        for (std::size_t k = 0; k < 6; ++k) normal[j][k] += v * at[i][k];
+        for (std::size_t c = 0; c < 3; ++c) {
+          right[c][j] += v * static_cast<double>(look.codes[c][sample[i]]);
+        }
+      }
+    }
+    for (std::size_t j = 1; j < 6; ++j) normal[j][j] += ridge * static_cast<double>(count);
+    for (std::size_t c = 0; c < 3; ++c) fit.terms[c] = solved(normal, right[c]);
+    if (round == 6) break;
+    std::vector<float> residual(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      double worst = 0;
+      for (std::size_t c = 0; c < 3; ++c) {
+        double value = 0;
+        for (std::size_t j = 0; j < 6; ++j) value += fit.terms[c][j] * at[i][j];
+        worst += std::abs(value - static_cast<double>(look.codes[c][sample[i]]));
+      }
+      residual[i] = static_cast<float>(worst / 3);
+    }
+    std::vector<float> sorted = residual;
+    const float scale = std::max(0.008F, 1.5F * quantile(sorted, 0.5));
+    for (std::size_t i = 0; i < count; ++i) {
+      const float ratio = residual[i] / scale;
+      weight[i] = 1 / (1 + static_cast<double>(ratio * ratio));
+    }
+  }
+  for (std::size_t c = 0; c < 3; ++c) {
+    std::vector<float> values;
+    values.reserve(count);
+    for (const std::size_t i : sample) values.push_back(look.codes[c][i]);
+    fit.low[c] = 0.75F * quantile(values, 0.01);
+    fit.high[c] = 1.15F * quantile(values, 0.99);
+  }
+  return fit;
+}
+
+float grainOf(const Look& look, const Mask& mask) {
+  std::vector<float> steps;
+  for (const Plane& plane : look.codes) {
+    for (int y = 0; y < mask.height; y += 2) {
+      for (int x = 1; x < mask.width; x += 2) {
+        if (mask(x, y) != 0 && mask(x - 1, y) != 0) {
+          steps.push_back(std::abs(plane(x, y) - plane(x - 1, y)));
+        }
+      }
+    }
+  }
+  // Of a normal distribution's differences the median modulus is .954 of its deviation.
+  return 1.05F * quantile(steps, 0.5);
+}
+
+float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i]; }
+
+}  // namespace
+
+Colours Quadratic::over(int width, int height) const {
+  Colours out;
+  for (std::size_t c = 0; c < 3; ++c) {
+    out[c] = Plane(width, height);
+    for (int y = 0; y < height; ++y) {
+      const double v = place(y, height);
+      const double constant = terms[c][0] + terms[c][2] * v + terms[c][5] * v * v;
+      const double slope = terms[c][1] + terms[c][4] * v;
+      for (int x = 0; x < width; ++x) {
+        const double u = place(x, width);
+        out[c](x, y) = std::clamp(static_cast<float>(constant + slope * u + terms[c][3] * u * u),
+                                  low[c], high[c]);
+      }
+    }
+  }
+  return out;
+}
+
+ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
+  const int w = look.codes[0].width;
+  const int h = look.codes[0].height;
+  const Colours smooth = blurred(look.codes, 1.2F);
+  const float within = hueReach(hue);
+  const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
+  Plane grey(w, h);
+  for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = sumAt(smooth, i) / 3;
+  const Plane rough = contrast(grey);
+  Mask own(w, h), akin(w, h), dark(w, h);
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    const Rgb colour = {smooth[0][i], smooth[1][i], smooth[2][i]};
+    const HueOffset off = offsetOf(hue, hueOf(colour[0], colour[1], colour[2]));
+    const float sum = sumAt(smooth, i);
+    own[i] = std::hypot(off.fuller, off.beside) < within && sum > 0.25F * light;
+    dark[i] = isDarkScreen(hue, colour);
+    // Washed out by light, and brighter for it.
+    const float pale = -off.fuller / hue.fromGrey;
+    const bool washed =
+        pale > 0 && pale < 0.45F && off.beside < within && sum > light * (1 + 0.5F * pale);
+    akin[i] = own[i] != 0 || dark[i] != 0 || washed;
+  }
+  look.grain = grainOf(look, own);
+  const float roughest = 1.6F * std::max(0.02F, 3 * look.grain);
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    own[i] = own[i] != 0 && rough[i] < roughest;
+    akin[i] = akin[i] != 0 && rough[i] < 0.6F * roughest;
+  }
+  // What smoothly leads on from the screen is screen, too, though its hue has drifted.
+  Mask grown(w, h);
+  for (std::size_t i = 0; i < own.size(); ++i) grown[i] = own[i] != 0 || akin[i] != 0;
+  const std::vector<std::uint32_t> part = partsOf(opened(grown));
+  std::vector<std::uint32_t> owns(part.size()), alls(part.size());
+  for (std::size_t i = 0; i < part.size(); ++i) {
+    owns[part[i]] += own[i];
+    ++alls[part[i]];
+  }
+  const Mask firm = opened(own);
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    own[i] =
+        firm[i] != 0 || (grown[i] != 0 && 5 * owns[part[i]] > alls[part[i]] && alls[part[i]] > 1);
+  }
+  own = opened(own);
+  Mask other(w, h);
+  for (std::size_t i = 0; i < own.size(); ++i) other[i] = own[i] == 0;
+  const Plane depth = distanceTo(other);
+  ScreenPlate plate;
+  plate.sure = Mask(w, h);
+  // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
+  // shows through gaps alone, what there is must do.
+  const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2F, 2.5F);
+  for (const float least : {away, 0.6F * away, 0.5F}) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      plate.sure[i] = depth[i] > least;
+      count += plate.sure[i];
+    }
+    if (count > 60 && count > own.size() / 500) break;
+  }
+  const Mask all = plate.sure;
+  for (int round = 0; round < 3; ++round) {
+    plate.rigid = fitted(look, plate.sure);
+    if (round == 2) break;
+    const Colours clean = plate.rigid.over(w, h);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      const float ratio = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3F);
+      plate.sure[i] = all[i] != 0 && ratio > (dark[i] != 0 ? 0.15F : 0.4F) && ratio < 1.8F;
+    }
+  }
+  look.grain = grainOf(look, plate.sure);
+  return plate;
+}
+
+namespace {
+
+/// Residuals on a coarse grid, solved as a sheet under tension: it follows what is seen and falls
+/// back to nothing where nothing is.
+class Sheet {
+ public:
+  Sheet(int columns, int rows) : seen_(columns, rows), weight_(columns, rows) {}
+
+  Plane& seen() { return seen_; }
+  Plane& weight() { return weight_; }
+
+  /// By conjugate gradients, a fixed number of rounds.
+  Plane solve() const {
+    const std::size_t n = seen_.size();
+    Plane z(seen_.width, seen_.height);
+    std::vector<double> x(n), r(n), p(n), q(n);
+    double rr = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      r[i] = static_cast<double>(weight_[i] * seen_[i]);
+      p[i] = r[i];
+      rr += r[i] * r[i];
+    }
+    for (int round = 0; round < 120 && rr > 1e-14; ++round) {
+      apply(p, q);
+      double pq = 0;
+      for (std::size_t i = 0; i < n; ++i) pq += p[i] * q[i];
+      const double step = rr / pq;
+      double next = 0;
+      for (std::size_t i = 0; i < n; ++i) {
+        x[i] += step * p[i];
+        r[i] -= step * q[i];
+        next += r[i] * r[i];
+      }
+      const double share = next / rr;
+      rr = next;
+      for (std::size_t i = 0; i < n; ++i) p[i] = r[i] + share * p[i];
+    }
+    for (std::size_t i = 0; i < n; ++i) z[i] = static_cast<float>(x[i]);
+    return z;
+  }
+
+ private:
+  static constexpr double tension = 0.1, stiffness = 0.05, pull = 0.002;
+
+  std::vector<double> bend(const std::vector<double>& z) const {
+    const int w = seen_.width;
+    const int h = seen_.height;
+    std::vector<double> out(z.size());
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const std::size_t i = seen_.index(x, y);
+        double sum = 0;
+        if (x > 0) sum += z[i] - z[i - 1];
+        if (x + 1 < w) sum += z[i] - z[i + 1];
+        if (y > 0) sum += z[i] - z[i - static_cast<std::size_t>(w)];
+        if (y + 1 < h) sum += z[i] - z[i + static_cast<std::size_t>(w)];
+        out[i] = sum;
+      }
+    }
+    return out;
+  }
+
+  void apply(const std::vector<double>& z, std::vector<double>& out) const {
+    const std::vector<double> once = bend(z);
+    const std::vector<double> twice = bend(once);
+    for (std::size_t i = 0; i < z.size(); ++i) {
+      out[i] = (static_cast<double>(weight_[i]) + pull) * z[i] + tension * once[i] +
+               stiffness * twice[i];
+    }
+  }
+
+  Plane seen_, weight_;
+};
+
+}  // namespace
+
+float distanceOf(const Mask& sure, const Look& look, const Colours& clean) {
+  double square = 0;
+  std::size_t count = 0;
+  for (std::size_t c = 0; c < 3; ++c) {
+    Plane off = look.codes[c];
+    for (std::size_t i = 0; i < off.size(); ++i) off[i] -= clean[c][i];
+    off = blurred(off, 2);
+    for (std::size_t i = 0; i < off.size(); ++i) {
+      if (sure[i] == 0) continue;
+      square += static_cast<double>(off[i] * off[i]);
+      ++count;
+    }
+  }
+  return static_cast<float>(
+      std::sqrt(square / static_cast<double>(std::max<std::size_t>(1, count))));
+}
+
+void takeIn(ScreenPlate& plate, const Mask& sure, const Look& look) {
+  if (plate.count.size() == 0) {
+    plate.count = Plane(sure.width, sure.height);
+    for (Plane& sum : plate.sum) sum = Plane(sure.width, sure.height);
+  }
+  for (std::size_t i = 0; i < sure.size(); ++i) {
+    if (sure[i] == 0) continue;
+    plate.count[i] += 1;
+    plate.sure[i] = 1;
+    for (std::size_t c = 0; c < 3; ++c) plate.sum[c][i] += look.codes[c][i];
+  }
+}
+
+void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
+  const int w = plate.sure.width;
+  const int h = plate.sure.height;
+  if (plate.count.size() == 0) takeIn(plate, Mask(plate.sure), look);
+  const Colours rigid = plate.rigid.over(w, h);
+  plate.clean = rigid;
+  // Where nothing is seen the residual is nothing; its averages stay within what is seen.
+  Colours residual;
+  for (std::size_t c = 0; c < 3; ++c) {
+    residual[c] = Plane(w, h);
+    for (std::size_t i = 0; i < residual[c].size(); ++i) {
+      if (plate.count[i] > 0) residual[c][i] = plate.sum[c][i] / plate.count[i] - rigid[c][i];
+    }
+  }
+  plate.misfit = 0;
+  const Plane mask = planeOf(plate.sure);
+  const Plane seenShare = blurred(mask, 2);
+  const Colours smooth = blurred(residual, 2);
+  double square = 0;
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < mask.size(); ++i) {
+    if (plate.sure[i] == 0) continue;
+    for (std::size_t c = 0; c < 3; ++c) {
+      const float mean = smooth[c][i] / seenShare[i];
+      square += static_cast<double>(mean * mean);
+    }
+    count += 3;
+  }
+  plate.misfit =
+      static_cast<float>(std::sqrt(square / static_cast<double>(std::max<std::size_t>(1, count))));
+  constexpr float explained = 0.003F;
+  plate.local = plate.misfit >= explained;
+  if (!plate.local) return;
+
+  // Only what has the rigid plate's hue: a subject's or its spill's would be carried on. Far from
+  // all that is not screen there is neither.
+  constexpr float farOff = 12;  // pixels
+  Mask unsure(w, h);
+  for (std::size_t i = 0; i < unsure.size(); ++i) unsure[i] = plate.sure[i] == 0;
+  const Plane depth = distanceTo(unsure);
+  Mask trusted(w, h);
+  const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
+  const float within = std::max(0.012F, 1.2F * look.grain / light);
+  for (std::size_t i = 0; i < trusted.size(); ++i) {
+    if (plate.sure[i] == 0) continue;
+    Rgb seen{};
+    for (std::size_t c = 0; c < 3; ++c) seen[c] = rigid[c][i] + smooth[c][i] / seenShare[i];
+    const auto own = hueOf(seen[0], seen[1], seen[2]);
+    const auto stiff = hueOf(rigid[0][i], rigid[1][i], rigid[2][i]);
+    trusted[i] = depth[i] > farOff || std::hypot(own[0] - stiff[0], own[1] - stiff[1]) < within;
+  }
+  const int cell = std::max(2, (std::max(w, h) + 39) / 40);
+  const int columns = (w + cell - 1) / cell;
+  const int rows = (h + cell - 1) / cell;
+  const Plane known = planeOf(trusted);
+  std::array<Plane, 3> near;  // how much of a pixel's surroundings is seen
+  constexpr std::array<float, 3> reaches = {12, 5, 2.5F};
+  constexpr std::array<float, 3> enough = {0.25F, 0.3F, 0.4F};
+  for (std::size_t s = 0; s < 3; ++s) near[s] = blurred(known, reaches[s]);
+  for (std::size_t c = 0; c < 3; ++c) {
+    Sheet sheet(columns, rows);
+    Raster<int> seen(columns, rows);
+    Plane masked = residual[c];
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        if (trusted(x, y) == 0) {
+          masked(x, y) = 0;
+          continue;
+        }
+        sheet.seen()(x / cell, y / cell) += masked(x, y);
+        ++seen(x / cell, y / cell);
+      }
+    }
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+      if (seen[i] == 0) continue;
+      sheet.seen()[i] /= static_cast<float>(seen[i]);
+      sheet.weight()[i] =
+          std::min(1.0F, 2.0F * static_cast<float>(seen[i]) / static_cast<float>(cell * cell));
+    }
+    const Plane solved = sheet.solve();
+    const Stretch stretch(solved, columns * cell, rows * cell);
+    Plane z(w, h);
+    std::vector<float> row(static_cast<std::size_t>(columns * cell));
+    for (int y = 0; y < h; ++y) {
+      stretch.row(y, row.data());
+      std::copy_n(row.begin(), w, &z(0, y));
+    }
+    for (std::size_t s = 0; s < 3; ++s) {
+      const Plane local = blurred(masked, reaches[s]);
+      for (std::size_t i = 0; i < z.size(); ++i) {
+        const float share = near[s][i];
+        if (share < 1e-3F) continue;
+        z[i] += std::min(1.0F, share / enough[s]) * (local[i] / share - z[i]);
+      }
+    }
+    for (std::size_t i = 0; i < z.size(); ++i) {
+      plate.clean[c][i] = std::max(0.0F, plate.clean[c][i] + z[i]);
+    }
+  }
+}
+
+}  // namespace orvanite

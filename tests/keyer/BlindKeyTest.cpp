@@ -1,0 +1,352 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What a key finds by itself in plates whose truth is known: a subject mixed with a screen here,
+// one stage of the search under test at a time, and the drawn scene for the whole.
+#include "keyer/BlindKey.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "base/Error.h"
+#include "examples/plate/Scene.h"
+#include "keyer/BlindKeyer.h"
+#include "tests/keyer/Canvas.h"
+
+namespace orvanite {
+namespace {
+
+constexpr int width = 160, height = 120;
+constexpr Rgb green = {0.16F, 0.6F, 0.24F}, blue = {0.1F, 0.2F, 0.66F},
+              olive = {0.4F, 0.45F, 0.18F}, teal = {0.08F, 0.52F, 0.5F},
+              dull = {0.27F, 0.45F, 0.3F};
+
+/// A plate from its truth.
+struct Composed {
+  std::function<Rgb(int, int)> screen = [](int, int) { return green; };
+  std::function<Rgb(int, int)> subject = [](int, int) { return Rgb{0.7F, 0.5F, 0.42F}; };
+  std::function<float(int, int)> matte = [](int, int) { return 0.0F; };
+  float grain = 0.004F;
+  bool inLight = false;
+
+  Canvas on(int depth) const {
+    Canvas canvas(width, height, depth);
+    std::mt19937 random(7);
+    std::normal_distribution<float> noise(0, grain);
+    canvas.fill([&](int x, int y) {
+      const Rgb f = subject(x, y), e = screen(x, y);
+      const float a = matte(x, y);
+      Rgb out{};
+      for (std::size_t c = 0; c < 3; ++c) {
+        out[c] = inLight ? codeOfLight(a * lightOfCode(f[c]) + (1 - a) * lightOfCode(e[c]))
+                         : a * f[c] + (1 - a) * e[c];
+        out[c] = std::max(0.0F, out[c] + noise(random));
+      }
+      return out;
+    });
+    return canvas;
+  }
+};
+
+/// 1 within a disc, 0 outside, falling over `soft` pixels.
+std::function<float(int, int)> disc(float cx, float cy, float radius, float soft) {
+  return [=](int x, int y) {
+    const float d = std::hypot(static_cast<float>(x) - cx, static_cast<float>(y) - cy);
+    return std::clamp((radius - d) / soft + 0.5F, 0.0F, 1.0F);
+  };
+}
+
+Settings video() {
+  Settings settings;
+  settings.setText("colourspace", "video");
+  return settings;
+}
+
+/// The keyed plate: unmultiplied colour, matte in alpha.
+Canvas keyed(const BlindKey& key, Canvas& canvas, int threads = 0) {
+  const Plate plate = canvas.plate();
+  Canvas out = canvas;
+  Settings settings = key.settings;
+  settings.setText("output", "unpremultiplied");
+  BlindKeyer keyer;
+  keyer.prepare(key, settings, plate.depth, {});
+  Frame frame{{}, plate.width, plate.height, plate.depth};
+  frame.pictures.fg = plate.image;
+  frame.pictures.dst = out.plate().image;
+  keyer.render(key, frame, threads);
+  return out;
+}
+
+float matteAt(Canvas& canvas, int x, int y) {
+  Plate plate = canvas.plate();
+  plate.image.red = plate.image.alpha;
+  return colourAt(plate, x, y)[0];
+}
+
+TEST(BlindKey, TakesNoSubjectForTheScreenWhateverTheScreensHue) {
+  for (const Rgb& screen : {green, blue, olive, teal, dull}) {
+    Composed plate;
+    plate.screen = [&](int, int) { return screen; };
+    // Fire over half of the frame, as even as the screen and fuller in colour.
+    plate.subject = [](int, int) { return Rgb{0.9F, 0.45F, 0.1F}; };
+    plate.matte = [](int x, int) { return x < 88 ? 1.0F : 0.0F; };
+    Canvas canvas = plate.on(1);
+    const BlindKey key = findKey(canvas.plate(), video());
+    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(key.screen.colour[c], screen[c], 0.01F);
+    EXPECT_GT(key.screen.confidence, 0.5F);
+  }
+  Composed none;
+  none.screen = [](int x, int y) {
+    return (x / 8 + y / 8) % 2 == 0 ? Rgb{0.6F, 0.5F, 0.45F} : Rgb{0.2F, 0.2F, 0.22F};
+  };
+  Canvas canvas = none.on(1);
+  EXPECT_THROW(findKey(canvas.plate(), video()), Error);
+}
+
+TEST(BlindKey, KnowsTheScreenBehindASubjectAndInItsCreases) {
+  Composed plate;
+  // Falls off by half and has a crease of a seventh, 30 pixels wide.
+  const auto light = [](int x) {
+    const float crease = (static_cast<float>(x) - 32) / 9;
+    return 1 - 0.5F * static_cast<float>(x) / width - 0.15F * std::exp(-crease * crease);
+  };
+  plate.screen = [&](int x, int) {
+    return Rgb{green[0] * light(x), green[1] * light(x), green[2] * light(x)};
+  };
+  plate.matte = disc(100, 60, 28, 3);
+  Canvas canvas = plate.on(2);
+  const BlindKey key = findKey(canvas.plate(), video());
+  EXPECT_TRUE(key.plate.local);
+  Canvas clean(width, height, 2);
+  key.writeCleanPlate(clean.plate().image, 2);
+  for (int x = 4; x < width - 4; ++x) {
+    EXPECT_NEAR(colourAt(clean.plate(), x, 60)[1], green[1] * light(x), 0.02F) << x;
+  }
+  Canvas out = keyed(key, canvas);
+  for (int x = 4; x < 60; ++x) EXPECT_LT(matteAt(out, x, 60), 0.02F) << x;
+}
+
+TEST(BlindKey, FollowsAScreenWhoseHueDriftsInLightAndInTheDark) {
+  Composed plate;
+  // To the right codes lose their lesser channels; to the left light washes the green out.
+  plate.screen = [](int x, int) {
+    const float dark = std::max(0.0F, static_cast<float>(x - 90) / 70);
+    const float pale = std::max(0.0F, static_cast<float>(40 - x) / 40);
+    return Rgb{green[0] * (1 - 0.95F * dark) + 0.22F * pale,
+               green[1] * (1 - 0.55F * dark) + 0.3F * pale,
+               green[2] * (1 - 0.9F * dark) + 0.24F * pale};
+  };
+  plate.matte = disc(70, 70, 22, 3);
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int x = 3; x < width - 3; ++x) EXPECT_LT(matteAt(out, x, 20), 0.02F) << x;
+}
+
+TEST(BlindKey, TellsHowEdgesMix) {
+  for (const bool inLight : {false, true}) {
+    Composed plate;
+    plate.screen = [](int, int) { return Rgb{0.02F, 0.82F, 0.25F}; };
+    plate.subject = [](int x, int) {
+      return x < 80 ? Rgb{0.85F, 0.2F, 0.6F} : Rgb{0.6F, 0.15F, 0.1F};
+    };
+    plate.matte = disc(80, 60, 36, 12);
+    plate.inLight = inLight;
+    Canvas canvas = plate.on(2);
+    const BlindKey key = findKey(canvas.plate(), video());
+    EXPECT_EQ(key.mixing == Mixing::light, inLight) << "slope " << key.vote.slope;
+    Settings log = video();
+    log.setText("colourspace", "log");
+    EXPECT_EQ(findKey(canvas.plate(), log).mixing, Mixing::log);
+  }
+}
+
+TEST(BlindKey, HoldsWhatIsDeepInASubjectAndFillsNoGap) {
+  Composed plate;
+  plate.screen = [](int, int) { return olive; };
+  // Dark fur of the screen's hue in a light body; one gap shows the screen.
+  const auto fur = disc(60, 60, 9, 1), gap = disc(102, 60, 8, 1), body = disc(80, 60, 45, 2);
+  plate.subject = [&](int x, int y) {
+    return fur(x, y) > 0.5F ? Rgb{0.12F, 0.13F, 0.06F} : Rgb{0.7F, 0.66F, 0.68F};
+  };
+  plate.matte = [&](int x, int y) { return body(x, y) * (1 - gap(x, y)); };
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  EXPECT_GT(matteAt(out, 60, 60), 0.98F);
+  EXPECT_LT(matteAt(out, 102, 60), 0.05F);
+  KeyWishes wishes;
+  wishes.holdOut = false;
+  Canvas open = keyed(findKey(canvas.plate(), video(), wishes), canvas);
+  EXPECT_LT(matteAt(open, 60, 60), 0.95F);
+}
+
+TEST(BlindKey, LeavesGlassAsClearAsItIs) {
+  Composed plate;
+  const auto pane = disc(80, 60, 36, 2);
+  plate.subject = [](int, int) { return Rgb{0.8F, 0.8F, 0.82F}; };
+  plate.matte = [&](int x, int y) { return 0.35F * pane(x, y); };
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int x = 60; x <= 100; x += 10) EXPECT_NEAR(matteAt(out, x, 60), 0.35F, 0.08F) << x;
+}
+
+TEST(BlindKey, CutsTheGrainOfWhatIsSurelyScreen) {
+  Composed plate;
+  plate.screen = [](int, int) { return dull; };
+  plate.matte = disc(50, 60, 24, 3);
+  plate.grain = 0.025F;
+  Canvas canvas = plate.on(2);
+  const auto worst = [&](const KeyWishes& wishes) {
+    Canvas out = keyed(findKey(canvas.plate(), video(), wishes), canvas);
+    float most = 0;
+    for (int y = 4; y < height - 4; ++y) {
+      for (int x = 100; x < width - 4; ++x) most = std::max(most, matteAt(out, x, y));
+    }
+    return most;
+  };
+  EXPECT_EQ(worst({}), 0);
+  KeyWishes wishes;
+  wishes.garbage = false;
+  EXPECT_GT(worst(wishes), 0.1F);
+}
+
+TEST(BlindKey, IsSteadyOverAShotAndSeesTheCameraMove) {
+  const auto frameAt = [](int n, int shift) {
+    Composed plate;
+    plate.screen = [shift](int x, int y) {
+      const float light = 0.8F + 0.2F * std::sin(static_cast<float>(x + shift) / 15) +
+                          0.1F * static_cast<float>(y) / height;
+      return Rgb{green[0] * light, green[1] * light, green[2] * light};
+    };
+    plate.matte = disc(50 + 5 * static_cast<float>(n), 60, 25, 3);
+    plate.grain = 0.004F;
+    return plate.on(2);
+  };
+  Canvas first = frameAt(0, 0);
+  BlindKey key = findKey(first.plate(), video());
+  Canvas later = frameAt(9, 0);
+  EXPECT_TRUE(key.see(later.plate()));
+  // Behind the first frame's subject, where the later frame shows the screen: sin(50/15) = -.1906,
+  // .8 - .0381 + .1 * .5 = .8119 of .6.
+  Canvas clean(width, height, 2);
+  key.writeCleanPlate(clean.plate().image, 2);
+  EXPECT_NEAR(colourAt(clean.plate(), 50, 60)[1], 0.6F * 0.8119F, 0.01F);
+  // The middle of the solid part, in every frame.
+  double sum = 0, squares = 0;
+  for (int n = 0; n < 10; ++n) {
+    Canvas frame = frameAt(n, 0);
+    const BlindKey own = key.carriedTo(frame.plate());
+    EXPECT_TRUE(own.steady);
+    Canvas out = keyed(own, frame);
+    double mean = 0;
+    for (int y = 50; y <= 70; ++y) mean += static_cast<double>(matteAt(out, 50 + 5 * n, y)) / 21;
+    sum += mean / 10;
+    squares += mean * mean / 10;
+  }
+  EXPECT_LT(std::sqrt(std::max(0.0, squares - sum * sum)), 0.0005);
+  Canvas moved = frameAt(3, 40);
+  EXPECT_FALSE(key.carriedTo(moved.plate()).steady);
+  EXPECT_FALSE(key.see(moved.plate()));
+  EXPECT_FALSE(key.steady);
+}
+
+TEST(BlindKeyer, KeysAllDepthsAlikeAndKeepsWhatIsBrighterThanWhite) {
+  Composed plate;
+  plate.matte = disc(80, 60, 36, 8);
+  plate.inLight = true;
+  Canvas eight = plate.on(1), sixteen = plate.on(2);
+  // The same plate as light, its subject's middle three times as bright as white.
+  Canvas light(width, height, 4);
+  light.fill([&](int x, int y) {
+    Rgb c = colourAt(sixteen.plate(), x, y);
+    for (float& v : c) v = std::hypot(x - 80, y - 60) < 10 ? 3.0F : lightOfCode(v);
+    return c;
+  });
+  const BlindKey key = findKey(sixteen.plate(), video());
+  Canvas a = keyed(key, sixteen), b = keyed(key, eight);
+  Canvas c = keyed(findKey(light.plate(), Settings()), light);
+  double apart = 0, apartLight = 0;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      apart += std::abs(static_cast<double>(matteAt(a, x, y) - matteAt(b, x, y)));
+      apartLight += std::abs(static_cast<double>(matteAt(a, x, y) - matteAt(c, x, y)));
+    }
+  }
+  EXPECT_LT(apart / (width * height), 0.002);
+  EXPECT_LT(apartLight / (width * height), 0.02);
+  for (const float v : colourAt(c.plate(), 80, 60)) EXPECT_NEAR(v, 3, 0.01F);
+  // Threads change no bit.
+  EXPECT_EQ(keyed(key, sixteen, 1).bytes(), keyed(key, sixteen, 3).bytes());
+  EXPECT_EQ(findKey(sixteen.plate(), video()).settings, key.settings);
+}
+
+TEST(BlindKey, LeavesWhatWasGiven) {
+  Composed plate;
+  plate.matte = disc(80, 60, 36, 8);
+  Canvas canvas = plate.on(1);
+  Settings given = video();
+  given.setNumber("screenRange", 0.07);
+  given.setNumber("midtoneBalance", 0.75);
+  const BlindKey key = findKey(canvas.plate(), given);
+  EXPECT_EQ(key.settings.text("screenRange"), "0.07");
+  EXPECT_EQ(key.settings.text("midtoneBalance"), "0.75");
+  for (const std::string& name : key.set) {
+    EXPECT_NE(name, "screenRange");
+    EXPECT_NE(name, "midtoneBalance");
+  }
+}
+
+TEST(BlindKey, HoldsItsFiguresOnTheDrawnScene) {
+  struct Case {
+    plate::ScreenColour screen;
+    plate::Difficulty difficulty;
+    double most[2];  // matte's error in percent, 16 bits and float: measured, and a twelfth more
+  };
+  using plate::Difficulty;
+  using plate::ScreenColour;
+  for (const Case& c : {Case{ScreenColour::green, Difficulty::clean, {2.06, 1.82}},
+                        Case{ScreenColour::green, Difficulty::normal, {2.79, 2.94}},
+                        Case{ScreenColour::green, Difficulty::hard, {3.68, 4.54}},
+                        Case{ScreenColour::blue, Difficulty::clean, {3.13, 3.20}},
+                        Case{ScreenColour::blue, Difficulty::normal, {4.17, 4.32}},
+                        Case{ScreenColour::blue, Difficulty::hard, {5.24, 5.64}}}) {
+    plate::Options options;
+    options.screen = c.screen;
+    options.difficulty = c.difficulty;
+    options.width = 320;
+    options.height = 180;
+    options.frame = 7;
+    const plate::Pictures pictures = plate::draw(options);
+    for (const int depth : {2, 4}) {
+      Canvas canvas(options.width, options.height, depth);
+      canvas.fill([&](int x, int y) {
+        const float* p = pictures.plate.at(x, y);
+        Rgb colour{p[0], p[1], p[2]};
+        if (depth == 2) {
+          for (float& v : colour) v = codeOfLight(v);
+        }
+        return colour;
+      });
+      const BlindKey key = findKey(canvas.plate(), depth == 2 ? video() : Settings());
+      Canvas out = keyed(key, canvas);
+      double sum = 0;
+      int count = 0;
+      for (int y = 0; y < options.height; ++y) {
+        for (int x = 0; x < options.width; ++x) {
+          if (pictures.garbage.at(x, y)[0] != 0) continue;
+          sum += std::abs(static_cast<double>(matteAt(out, x, y) - pictures.matte.at(x, y)[0]));
+          ++count;
+        }
+      }
+      EXPECT_LT(100 * sum / count, c.most[depth == 4])
+          << "screen " << static_cast<int>(c.screen) << ", difficulty "
+          << static_cast<int>(c.difficulty) << ", depth " << depth;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orvanite
