@@ -57,6 +57,10 @@ Rgb greyer(Rgb colour) {
   return colour;
 }
 
+constexpr std::string_view mixingNames[] = {"codes", "video", "light", "log"};
+
+std::string_view nameOf(Mixing mixing) { return mixingNames[static_cast<std::size_t>(mixing)]; }
+
 Mixing fixedMixing(const Settings& settings, Encoding encoding) {
   if (encoding == Encoding::light) return Mixing::light;
   const std::string_view space = settings.choice("colourspace");
@@ -64,6 +68,14 @@ Mixing fixedMixing(const Settings& settings, Encoding encoding) {
 }
 
 }  // namespace
+
+std::optional<Mixing> mixingOf(const Settings& settings) {
+  const std::string_view text = settings.choice("estimate");
+  for (const Mixing mixing : {Mixing::codes, Mixing::video, Mixing::light, Mixing::log}) {
+    if (text == nameOf(mixing)) return mixing;
+  }
+  return std::nullopt;
+}
 
 BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes) {
   BlindKey key;
@@ -83,7 +95,11 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   const KeyRegions regions = keyRegions(look, key.screen, key.plate);
   key.vote = mixingOf(look, key.plate, regions);
   key.mixing = fixedMixing(given, key.encoding);
-  if (wishes.mixing && key.mixing == Mixing::video) key.mixing = key.vote.mixing;
+  if (const auto asked = mixingOf(given)) {
+    key.mixing = *asked;
+  } else if (wishes.mixing && key.mixing == Mixing::video) {
+    key.mixing = key.vote.mixing;
+  }
   makeMattes(key, look, regions);
   key.numbers = fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing).numbers;
 
@@ -100,6 +116,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   const auto put = [&](const char* name, float value) {
     if (!given.given(name)) to.setNumber(name, static_cast<double>(value));
   };
+  to.setText("estimate", nameOf(key.mixing));
   putColour("screen", key.screen.colour);
   put("screenRange", rangeOfClip(key));
   for (const char* name : {"shadowBalance", "midtoneBalance", "highlightBalance"}) {

@@ -5,6 +5,7 @@
 // that was chosen, and BlindKeyer renders with exactly that.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,9 @@ struct BlindKey {
   /// where it is steady, else the frame's own.
   BlindKey carriedTo(const Plate& frame) const;
 };
+
+/// How pixels mix by the parameter "estimate"; none where it is off.
+std::optional<Mixing> mixingOf(const Settings& settings);
 
 /// Looks at one plate. Parameters that were given stay as they are; colourspace says how the plate
 /// is encoded, and of video codes the key may be in light or in the codes themselves.

@@ -70,9 +70,10 @@ Settings inKeyedValues(Settings settings, bool decodes, float white) {
 }  // namespace
 
 void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int depth,
-                         const Inputs& inputs, float white) {
+                         const Inputs& inputs, float scale, float white) {
   depth_ = 0;
-  decodes_ = key.mixing == Mixing::light && key.encoding == Encoding::codes;
+  const Mixing mixing = mixingOf(settings).value_or(key.mixing);
+  decodes_ = mixing == Mixing::light && key.encoding == Encoding::codes;
   white_ = depth == 4 && key.encoding == Encoding::light ? std::max(1.0F, white) : 1.0F;
   const std::string_view output = settings.choice("output");
   showsColours_ = output != "matte" && output != "status";
@@ -80,11 +81,11 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int dept
   used_.reference = true;
   used_.holdOut = (inputs.holdOut || key.wishes.holdOut) && settings.toggle("useHoldOutMatte");
   used_.garbage = (inputs.garbage || key.wishes.garbage) && settings.toggle("useGarbageMatte");
-  Settings own = inKeyedValues(settings, decodes_, white_);
-  own.setText("colourspace", key.mixing == Mixing::video ? "video"
-                             : key.mixing == Mixing::log ? "log"
-                                                         : "linear");
-  engine_.prepare(own, 2, used_);
+  Settings keyed = inKeyedValues(settings, decodes_, white_);
+  keyed.setText("colourspace", mixing == Mixing::video ? "video"
+                               : mixing == Mixing::log ? "log"
+                                                       : "linear");
+  engine_.prepare(keyed, 2, used_, scale);
   if (decodes_ && decode_.empty()) {
     for (int i = 0; i < 65536; ++i) {
       const float v = static_cast<float>(i) / most;
@@ -188,7 +189,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
     part.pictures.hold = matte(used_.holdOut, frame.pictures.hold, key.holdOut, mattes.data());
     part.pictures.garbage =
         matte(used_.garbage, frame.pictures.garbage, key.garbage, mattes.data() + pixels);
-    engine_.render(part, 1);
+    engine_.render(part, engine_.finishes() ? threads : 1);
     const OtileImage& dst = frame.pictures.dst;
     const std::array<void*, 4> channels = {dst.red, dst.green, dst.blue, dst.alpha};
     for (std::size_t c = 0; c < 4; ++c) {
@@ -201,6 +202,8 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
       }
     }
   };
+  // A finish looks at what is around.
+  if (engine_.finishes()) return band(0, frame.height);
   const auto all = [&] {
     tbb::parallel_for(tbb::blocked_range<int>(0, frame.height, bandRows),
                       [&](const tbb::blocked_range<int>& rows) {

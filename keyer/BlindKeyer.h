@@ -19,10 +19,11 @@ class BlindKeyer {
   /// Sets up the engine for frames of a depth. `settings` are the found ones, perhaps with another
   /// output; `inputs` says which of background, hold-out and garbage the caller has: its mattes are
   /// joined with the found ones. A clean plate of the caller's is used instead of the found one.
+  /// scale  the frames' size over the full one's, as Keyer takes it
   /// white  the greatest value of float pictures that is kept; what is brighter is cut there
   /// Throws Error as Keyer::prepare does.
   void prepare(const BlindKey& key, const Settings& settings, int depth, const Inputs& inputs,
-               float white = 8);
+               float scale = 1, float white = 8);
 
   /// Keys one frame of that depth into pictures.dst, which may be the plate's or the background's
   /// own buffer. `key` is the one of prepare, or one carried to this frame. Renders of different

@@ -33,6 +33,15 @@ constexpr Choice encodings[] = {
     {"video", "Video", "values are gamma-encoded video"},
 };
 
+constexpr Choice estimates[] = {
+    {"off", "Nothing", "nothing is estimated"},
+    {"codes", "Estimates, codes mix", "keyed beside estimates; the codes themselves mix at edges"},
+    {"video", "Estimates, video mixes", "keyed beside estimates in video encoding"},
+    {"light", "Estimates, light mixes",
+     "keyed beside estimates; codes are decoded to light for the key"},
+    {"log", "Estimates, densities mix", "keyed beside estimates in log encoding"},
+};
+
 constexpr Choice spillReplacements[] = {
     {"nothing", "Nothing", "what is taken is gone: the colour gets a little darker"},
     {"grey", "Grey", "grey of the same light"},
@@ -65,6 +74,7 @@ constexpr Meaning gradingBehind{Stage::grade, SidePicture::background, false};
 constexpr Meaning ofHoldOut{Stage::key, SidePicture::holdOut, false};
 constexpr Meaning ofGarbage{Stage::key, SidePicture::garbage, false};
 constexpr Meaning ofCleanPlate{Stage::key, SidePicture::cleanPlate, false};
+constexpr Meaning estimating{Stage::estimate, SidePicture::none, true};
 constexpr Meaning finishing{Stage::finish, SidePicture::none, false};
 constexpr Meaning finishingBehind{Stage::finish, SidePicture::background, false};
 
@@ -142,6 +152,11 @@ constexpr Parameter table[] = {
     {"useReference", "Use clean plate", matteGroup, ParameterType::toggle, "", 0, 1, 0, 1, {1, 0, 0}, "", {},
      {}, fixed, ofCleanPlate,
      "Where a clean plate is given, each pixel has the screen colour found there (8- and 16-bit pictures)."},
+
+    {"estimate", "Key beside", matteGroup, ParameterType::choice, "", 0, 4, 0, 4, {0, 0, 0}, "", estimates,
+     {}, fixed, estimating,
+     "Estimates from the plate itself: its clean plate, a matte of what surely is screen and one of what surely is "
+     "subject. Auto sets it."},
 
     {"matteBlack", "Clip black", finishGroup, number, "matte", 0, 1, 0, 1, {0, 0, 0}, "", {},
      {}, fixed, finishing, "What the matte has up to here becomes clear: takes grain and haze off the screen."},

@@ -44,10 +44,11 @@ struct Group {
 
 /// The step of the work that a parameter belongs to.
 enum class Stage {
-  view,   // how pictures are read and what the result shows
-  key,    // the matte, and the screen's colour taken out
-  grade,  // the colours of what is kept, or of what lies behind
-  finish  // what is done to the keyed matte and colours afterwards, with a look at what is around
+  view,     // how pictures are read and what the result shows
+  key,      // the matte, and the screen's colour taken out
+  grade,    // the colours of what is kept, or of what lies behind
+  finish,   // what is done to the keyed matte and colours afterwards, with a look at what is around
+  estimate  // what is found in whole plates beforehand: for front ends that look at them
 };
 
 /// The picture beside the plate that a parameter is about.
@@ -58,6 +59,9 @@ struct Meaning {
   Stage stage = Stage::key;
   SidePicture needs = SidePicture::none;  // without it the parameter changes nothing
   bool followsScreen = false;             // starts anew when the screen is looked for
+
+  /// Whether it takes whole frames: hosts that hand over parts of one cannot have it.
+  bool ofWholeFrames() const { return stage == Stage::finish || stage == Stage::estimate; }
 };
 
 /// A parameter as every front end shows and checks it.

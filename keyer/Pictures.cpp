@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/Error.h"
+#include "keyer/BlindKey.h"
 
 namespace orvanite {
 namespace {
@@ -251,6 +252,12 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   if (!frame.result.present()) throw Error(Fault::wrongUse, "result", "expected a picture");
   checkFit(frame.result, frame.plate, "result");
   if (threads < 0) throw Error(Fault::wrongUse, "threads", "expected 0 or more");
+
+  if (mixingOf(settings)) {
+    throw Error::expected(Fault::wrongUse, "estimate",
+                          "off: estimates are for shots of files, a clean plate serves here",
+                          settings.choice("estimate"));
+  }
 
   Inputs inputs;
   inputs.background = frame.background.present();

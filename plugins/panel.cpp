@@ -100,7 +100,7 @@ double column(const Settings& settings, bool left, double x) {
   double y = 16 - gap;
   const Group* group = nullptr;
   for (const Parameter& p : parameters()) {
-    if (standsLeft(p) != left || p.meaning.stage == Stage::finish) continue;
+    if (standsLeft(p) != left || p.meaning.ofWholeFrames()) continue;
     if (&p.group != group) {
       group = &p.group;
       y += gap;

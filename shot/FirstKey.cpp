@@ -26,16 +26,16 @@ void setScreen(Settings& settings, const Rgb& colour) {
 CleanPlateUse cleanPlateUse(const Shot& shot, const FirstKeyWish& wish, const Settings& settings) {
   if (!settings.toggle("useReference")) return CleanPlateUse::never;
   if (wish.cleanPlate || shot.has(Role::cleanPlate)) return CleanPlateUse::always;
-  return shot.depth() == 4 || !wish.mayEstimate ? CleanPlateUse::never : CleanPlateUse::whenUneven;
+  return shot.depth() == 4 ? CleanPlateUse::never : CleanPlateUse::whenUneven;
 }
 
 // What other frames show of the screen is known for all: a few of them, the same ones whatever part
 // of the shot is keyed. One that cannot be read is left out; keying it will say why.
-void seeOthers(const Shot& shot, const FirstKeyWish& wish, BlindKey& key) {
+void seeOthers(const Shot& shot, std::optional<int> lookedAt, BlindKey& key) {
   if (!shot.plate().isShot()) return;
   const std::vector<int>& frames = shot.plate().frames();
   constexpr std::size_t others = 4;
-  const int looked = wish.frame.value_or(frames.front());
+  const int looked = lookedAt.value_or(frames.front());
   for (std::size_t i = 1; i <= others && key.steady; ++i) {
     const int frame = frames[i * (frames.size() - 1) / others];
     if (frame == looked || frame == frames[(i - 1) * (frames.size() - 1) / others]) continue;
@@ -69,6 +69,18 @@ media::Picture FirstKey::cleanPlateOf(const media::Picture& plate) const {
   return clean;
 }
 
+bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
+  return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
+}
+
+BlindKey estimatesOf(const Shot& shot, const Settings& settings, std::optional<int> frame) {
+  const LookedAt look = shot.toLookAt(frame);
+  const media::Picture own = media::part(look.picture, look.own);
+  BlindKey key = findKey(plateOf(own), settings);
+  seeOthers(shot, frame, key);
+  return key;
+}
+
 FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& settings) {
   const bool estimate = wish.cleanPlate && settings.toggle("useReference");
   if (estimate && shot.depth() == 4 && !wish.everything) {
@@ -76,7 +88,11 @@ FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& sett
                 "expected an 8-bit or 16-bit plate, found half or float");
   }
   FirstKey key;
-  if (!wish.everything && !wish.screenColour && !wish.at && !estimate) return key;
+  // Who wishes everything wishes estimates, unless they are ruled out.
+  const bool estimates = (wish.everything && !settings.given("estimate"))
+                             ? settings.toggle("useReference") && !shot.has(Role::cleanPlate)
+                             : keysBesideEstimates(settings, shot.inputs());
+  if (!wish.everything && !wish.screenColour && !wish.at && !estimate && !estimates) return key;
   const LookedAt look = shot.toLookAt(wish.frame);
   const media::Picture own = media::part(look.picture, look.own);
   const Plate plate = plateOf(own);
@@ -88,10 +104,8 @@ FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& sett
     }
     key.set.emplace_back("screen");
   }
-  if (wish.everything && wish.mayEstimate && settings.toggle("useReference") &&
-      !shot.has(Role::cleanPlate)) {
-    BlindKey found = findKey(plate, settings);
-    seeOthers(shot, wish, found);
+  if (estimates) {
+    BlindKey found = estimatesOf(shot, settings, wish.frame);
     settings = found.settings;
     key.set.insert(key.set.end(), found.set.begin(), found.set.end());
     key.cleanPlate = true;

@@ -22,7 +22,6 @@ struct FirstKeyWish {
   bool everything = false;    // the screen and all that follows from it
   bool screenColour = false;  // the screen's colour alone
   bool cleanPlate = false;    // an estimated clean plate, whatever the screen is like
-  bool mayEstimate = true;    // with everything: whether the caller can key beside one
   std::optional<Box> at;      // takes the screen's colour from here
   Average average = Average::median;
   std::optional<int> frame;  // where to look; none: the first
@@ -43,6 +42,15 @@ struct FirstKey {
   /// A frame's clean plate, of the plate's window. Only where `cleanPlate` says so.
   media::Picture cleanPlateOf(const media::Picture& plate) const;
 };
+
+/// Whether settings key beside estimates: they ask for them, and no clean plate is given.
+bool keysBesideEstimates(const Settings& settings, const Inputs& inputs);
+
+/// The estimates of a shot, from the frame that is looked at and a few others, the same ones
+/// whatever part is keyed; they depend on no setting but the encoding. Throws Error as
+/// findFirstKey.
+BlindKey estimatesOf(const Shot& shot, const Settings& settings,
+                     std::optional<int> frame = std::nullopt);
 
 /// Looks, and sets what it finds; parameters that were given stay. Wants the colourspace to be set.
 /// Throws Error as Shot::toLookAt does, and with these subjects: "screenAt" (wrongUse) a box that

@@ -48,11 +48,7 @@ std::string describe(const Screen& screen) {
 
 std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& settings) {
   std::vector<std::string> options;
-  if (key.blind) {
-    options.emplace_back("--auto");  // leaves the parameters that follow, and finds the rest again
-  } else if (key.cleanPlate) {
-    options.emplace_back("--reference auto");
-  }
+  if (key.cleanPlate && !key.blind) options.emplace_back("--reference auto");
   for (const std::string& parameter : key.set) {
     options.push_back(optionName(parameter) + ' ' + settings.text(parameter));
   }
@@ -124,7 +120,8 @@ shot::FirstKeyWish ScreenOptions::wish(const std::string& reference,
   wish.average = average_ == "mean" ? Average::mean : Average::median;
   if (frameOption_->count() == 0) return wish;
   wish.frame = frame_;
-  if (!wish.everything && !wish.screenColour && !wish.at && !wish.cleanPlate) {
+  if (settings.choice("estimate") == "off" && !wish.everything && !wish.screenColour && !wish.at &&
+      !wish.cleanPlate) {
     throw Error(Fault::wrongUse, "--screen-frame",
                 "expected --auto, --screen auto, --screen-at or --reference auto with it");
   }

@@ -5,6 +5,7 @@
 
 #include "apps/view/Proxy.h"
 #include "base/Error.h"
+#include "shot/Images.h"
 
 namespace orvanite::view {
 
@@ -35,6 +36,28 @@ media::Window Footage::ownPixels(int frame) {
   window.y -= shot_.plate().info().display.y;
   ownPixels_.emplace(frame, window);
   return window;
+}
+
+std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int frame,
+                                                   int divisor) {
+  constexpr std::size_t kept = 6;
+  const std::string encoding = settings.text("colourspace");
+  const std::lock_guard lock(estimating_);
+  if (!shotEstimates_ || estimatedIn_ != encoding) {
+    Settings plain;
+    plain.setText("colourspace", encoding);
+    shotEstimates_ = std::make_shared<const BlindKey>(shot::estimatesOf(shot_, plain));
+    estimatedIn_ = encoding;
+    frameEstimates_.clear();
+  }
+  for (const Estimates& one : frameEstimates_) {
+    if (one.frame == frame && one.divisor == divisor) return one.key;
+  }
+  const Shared plate = picture(Role::plate, frame, {}, divisor);
+  auto key = std::make_shared<const BlindKey>(shotEstimates_->carriedTo(shot::plateOf(*plate)));
+  frameEstimates_.push_front({frame, divisor, key});
+  if (frameEstimates_.size() > kept) frameEstimates_.pop_back();
+  return key;
 }
 
 std::vector<std::string> Footage::filesOf(int frame) const {

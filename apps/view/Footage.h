@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "keyer/Settings.h"
+#include "shot/FirstKey.h"
 #include "shot/Shot.h"
 
 namespace orvanite::view {
@@ -58,6 +59,10 @@ class Footage {
   /// picture has beside them is black.
   media::Window ownPixels(int frame);
 
+  /// What is estimated from the plate, for a frame: made when it is asked for first. Throws Error
+  /// where the plate shows no screen.
+  std::shared_ptr<const BlindKey> estimates(const Settings& settings, int frame, int divisor);
+
   /// The files that a frame is keyed from.
   std::vector<std::string> filesOf(int frame) const;
 
@@ -88,7 +93,15 @@ class Footage {
   mutable std::mutex mutex_;
   std::list<Entry> entries_;  // the one used last stands first
   std::size_t bytes_ = 0;
-  std::map<int, media::Window> ownPixels_;  // of frames that were asked for
+  struct Estimates {
+    int frame = 0, divisor = 0;
+    std::shared_ptr<const BlindKey> key;
+  };
+  std::mutex estimating_;
+  std::string estimatedIn_;                        // the encoding of `shotEstimates_`
+  std::shared_ptr<const BlindKey> shotEstimates_;  // of the whole shot
+  std::list<Estimates> frameEstimates_;            // of the frames asked for last
+  std::map<int, media::Window> ownPixels_;         // of frames that were asked for
 };
 
 }  // namespace orvanite::view

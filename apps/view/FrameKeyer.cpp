@@ -127,11 +127,21 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   Inputs inputs = info.inputs;
   if (view == PageView::overChecker) inputs.background = true;
 
-  keyer_.prepare(settings, info.depth, inputs, 1.0F / static_cast<float>(divisor));
-  // A finish looks at what is around the region, which is keyed with it in one go then.
-  const int border = keyer_.border();
+  const float scale = 1.0F / static_cast<float>(divisor);
   const media::Window everything = scaled({0, 0, info.width, info.height}, divisor);
-  const media::Window region = border == 0 ? asked : grown(asked, border, everything);
+  std::shared_ptr<const BlindKey> estimates;
+  if (shot::keysBesideEstimates(settings, inputs)) {
+    estimates = footage_.estimates(settings, frame, divisor);
+    beside_.prepare(*estimates, settings, info.depth, inputs, scale);
+  } else {
+    keyer_.prepare(settings, info.depth, inputs, scale);
+  }
+  // A finish looks at what is around the region, which is keyed with it in one go then; estimates
+  // are of the whole frame.
+  const int border = estimates ? 0 : keyer_.border();
+  const media::Window region = estimates     ? everything
+                               : border == 0 ? asked
+                                             : grown(asked, border, everything);
 
   const bool chequered = view == PageView::overChecker;
   shot::ByRole<Footage::Shared> kept;
@@ -167,9 +177,13 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     whole.pictures.bg = shot::imageOf(squares);
   }
 
+  if (estimates) {
+    if (!wanted()) return std::nullopt;
+    beside_.render(*estimates, whole);
+  }
   const int rows =
       border > 0 ? region.height : std::max(16, bandPixels / std::max(1, region.width));
-  for (int row = 0; row < region.height; row += rows) {
+  for (int row = 0; row < region.height && !estimates; row += rows) {
     if (!wanted()) return std::nullopt;
     Frame band = whole;
     band.height = std::min(rows, region.height - row);
@@ -182,7 +196,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
-  if (border > 0) result = media::part(result, asked);
+  if (border > 0 || estimates) result = media::part(result, asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
   return result;
 }

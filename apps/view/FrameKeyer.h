@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "apps/view/Footage.h"
+#include "keyer/BlindKeyer.h"
 #include "keyer/Keyer.h"
 #include "keyer/Settings.h"
 
@@ -50,6 +51,7 @@ class FrameKeyer {
  private:
   Footage& footage_;
   Keyer keyer_;
+  BlindKeyer beside_;  // where the settings key beside estimates
 };
 
 }  // namespace orvanite::view

@@ -187,7 +187,6 @@ Renderer::Found Renderer::find(Settings settings, int frame) {
   }
   shot::FirstKeyWish wish;
   wish.everything = true;
-  wish.mayEstimate = false;
   checkedFrame(frame);
   if (footage_.info().isShot) wish.frame = frame;
   // It tries settings on the engine, on all processors.

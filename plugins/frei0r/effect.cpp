@@ -20,7 +20,7 @@ namespace {
 // frei0r has no mattes and no clean plate, and a filter no background. Hosts hand over slices of a
 // frame, and the finish looks at what is around them.
 bool carried(const Parameter& parameter) {
-  if (parameter.meaning.stage == Stage::finish) return false;
+  if (parameter.meaning.ofWholeFrames()) return false;
   const SidePicture needs = parameter.meaning.needs;
   return needs == SidePicture::none || (needs == SidePicture::background && kind().background);
 }

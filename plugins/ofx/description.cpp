@@ -320,7 +320,7 @@ ofx::Status describeParameters(ofx::Effect descriptor, bool filter) {
   const Group* group = nullptr;
   for (const Parameter& parameter : parameters()) {
     // Windows are keyed without what is around them, which the finish looks at.
-    if (parameter.meaning.stage == Stage::finish) continue;
+    if (parameter.meaning.ofWholeFrames()) continue;
     if (&parameter.group != group) {
       group = &parameter.group;
       // Grades are looked at last and take the most room.

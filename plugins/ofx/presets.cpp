@@ -52,14 +52,14 @@ void Instance::loadPreset(ofx::Time time) {
     std::string left;
     for (const Parameter& parameter : parameters()) {
       all.emplace_back(parameter.name);
-      const bool lost = parameter.meaning.stage == Stage::finish &&
+      const bool lost = parameter.meaning.ofWholeFrames() &&
                         settings.text(parameter.name) != Settings().text(parameter.name);
       if (lost) left.append(left.empty() ? "" : ", ").append(parameter.label);
     }
     parameters_.write(settings, all, time, "Load preset");
     if (!left.empty()) {
       report(ofx::message::warning,
-             "Load preset: this plug-in has no finish, so it leaves out " + left);
+             "Load preset: this plug-in keys parts of frames, so it leaves out " + left);
     }
   } catch (const Error& error) {
     report(ofx::message::warning, std::string("Load preset: ") + error.what());
