@@ -29,6 +29,13 @@ class Layers {
   }
 }
 
+/** Whether a wheel was turned by a notch; fingers on a trackpad send many small steps, whose old
+ * measure is three times the new one. */
+function isNotch(event) {
+  if (event.deltaMode !== WheelEvent.DOM_DELTA_PIXEL) return true;
+  return event.deltaX === 0 && Math.abs(event.deltaY) >= 50 && event.wheelDeltaY !== -3 * event.deltaY;
+}
+
 export class Stage extends EventTarget {
   constructor(element, canvas, line, description) {
     super();
@@ -86,6 +93,14 @@ export class Stage extends EventTarget {
     const next = up ? scale * zoomStep : scale / zoomStep;
     if (up && scale >= 1) return Math.max(Math.floor(scale) + 1, next);
     return !up && scale > 1 ? Math.max(1, Math.min(Math.ceil(scale) - 1, next)) : next;
+  }
+
+  /** Zooms by one part of a gesture; what the scale's whole steps leave over counts for the next. */
+  pinch(factor, x, y) {
+    const from = this.pinched?.scale === this.scale ? this.pinched.wanted : this.scale;
+    const wanted = Math.min(this.scale * 2, Math.max(this.scale / 2, from * factor));
+    this.zoom(wanted, x, y);
+    this.pinched = {wanted, scale: this.scale};
   }
 
   pan(dx, dy) {
@@ -175,24 +190,46 @@ export class Stage extends EventTarget {
     element.addEventListener('wheel', (event) => {
       event.preventDefault();
       const [x, y] = this.screenAt(event);
-      this.zoom(this.stepped(event.deltaY < 0), x, y);
+      if (isNotch(event)) this.zoom(this.stepped(event.deltaY < 0), x, y);
+      else if (event.ctrlKey) this.pinch(Math.exp(-event.deltaY / 100), x, y);  // two fingers apart
+      else this.pan(-event.deltaX * devicePixelRatio, -event.deltaY * devicePixelRatio);
     }, {passive: false});
 
-    let last = null;
+    const held = new Map();  // where each pointer was last
+    let middle = null;       // of two, as far as the picture has followed it
+    const spread = () => {
+      const [a, b] = [...held.values()];
+      return {x: (a[0] + b[0]) / 2, y: (a[1] + b[1]) / 2, apart: Math.hypot(a[0] - b[0], a[1] - b[1])};
+    };
     element.addEventListener('pointerdown', (event) => {
       if (event.button > 1 || event.target === this.line || (this.picking && event.button === 0)) return;
-      last = this.screenAt(event);
+      held.set(event.pointerId, this.screenAt(event));
+      if (held.size === 2) middle = spread();
       element.setPointerCapture(event.pointerId);
       element.classList.add('moving');
     });
     element.addEventListener('pointermove', (event) => {
+      const last = held.get(event.pointerId);
       if (!last) return;
+      const before = held.size === 2 && spread();
       const [x, y] = this.screenAt(event);
-      this.pan(x - last[0], y - last[1]);
-      last = [x, y];
+      held.set(event.pointerId, [x, y]);
+      if (!before) {
+        this.pan(x - last[0], y - last[1]);
+        return;
+      }
+      const after = spread();
+      // In whole pixels: half of one each time would add up to a drift.
+      const [dx, dy] = [Math.trunc(after.x - middle.x), Math.trunc(after.y - middle.y)];
+      this.pan(dx, dy);
+      middle = {x: middle.x + dx, y: middle.y + dy};
+      if (before.apart > 0) this.pinch(after.apart / before.apart, after.x, after.y);
     });
     for (const end of ['pointerup', 'pointercancel']) {
-      element.addEventListener(end, () => { last = null; element.classList.remove('moving'); });
+      element.addEventListener(end, (event) => {
+        held.delete(event.pointerId);
+        element.classList.toggle('moving', held.size > 0);
+      });
     }
     element.addEventListener('dblclick', () => { if (!this.picking) (this.fitted ? this.zoom(1) : this.fit()); });
     element.addEventListener('keydown', (event) => {

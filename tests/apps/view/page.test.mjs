@@ -170,6 +170,85 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   assert.deepEqual(page.problems, []);
 });
 
+test('a notch is one step; fingers pan and pinch as far as they go', async () => {
+  const files = drawPlate('--size', '480x270');
+  const {page} = await open([files.plate, '--screen', '0.16,0.63,0.23']);
+  const at = () => page.evaluate(() => Object.fromEntries(Object.entries(document.getElementById('picture').dataset).map(([name, text]) => [name, Number(text)])));
+  const wheel = (times, init) => page.evaluate(([count, more]) => {
+    const stage = document.getElementById('stage');
+    const box = stage.getBoundingClientRect();
+    for (let i = 0; i < count; ++i) {
+      stage.dispatchEvent(new WheelEvent('wheel', {bubbles: true, cancelable: true, clientX: box.left + 200, clientY: box.top + 200, ...more}));
+    }
+  }, [times, init]);
+
+  const fitted = await at();
+  await wheel(20, {deltaX: 10});
+  let now = await at();
+  assert.deepEqual(now, {...fitted, x: fitted.x - 200}, 'sideways pans by 20 times 10');
+  await wheel(20, {deltaY: -4});
+  now = await at();
+  assert.deepEqual(now, {scale: fitted.scale, x: fitted.x - 200, y: fitted.y + 80}, 'and so does up, by 20 times 4');
+
+  // Twenty times a factor of e to the 0.04 is e to the 0.8, shown at the next whole scale.
+  await wheel(20, {deltaY: -4, ctrlKey: true});
+  now = await at();
+  assert.equal(now.scale, Math.round(fitted.scale * Math.exp(0.8)), `from ${fitted.scale}`);
+  // One notch: the next whole scale that is at least a step of the wheel away.
+  await wheel(1, {deltaY: -100});
+  const stepped = await at();
+  assert.ok(stepped.scale > now.scale && stepped.scale <= now.scale * 1.5, `${now.scale} to ${stepped.scale}`);
+
+  // Two fingers, 100 apart and then 200: twice the scale, and the middle between them stays.
+  await page.click('#fit');
+  await page.evaluate(() => {
+    const stage = document.getElementById('stage');
+    stage.setPointerCapture = () => {};
+    const box = stage.getBoundingClientRect();
+    const send = (type, pointerId, x) => stage.dispatchEvent(new PointerEvent(type, {bubbles: true, pointerId, pointerType: 'touch', button: type === 'pointermove' ? -1 : 0, buttons: 1, clientX: box.left + x, clientY: box.top + 150}));
+    send('pointerdown', 11, 150); send('pointerdown', 12, 250);
+    for (let i = 1; i <= 50; ++i) { send('pointermove', 11, 150 - i); send('pointermove', 12, 250 + i); }
+    send('pointerup', 11, 100); send('pointerup', 12, 300);
+  });
+  now = await at();
+  assert.ok(Math.abs(now.scale - 2 * fitted.scale) <= 0.5, `twice ${fitted.scale}: ${now.scale}`);
+  const under = (place) => (200 - place.x) / place.scale;
+  assert.ok(Math.abs(under(now) - under(fitted)) < 4, `${under(fitted)}: ${under(now)}`);
+  assert.deepEqual(page.problems, []);
+});
+
+test('every button can be read: at rest, under the pointer, chosen and switched off', async () => {
+  const files = drawPlate('--size', '480x270');
+  const {page} = await open([files.plate, '--bg', files.background]);
+  const contrasts = () => page.evaluate(() => {
+    const codes = (text) => text.match(/[\d.]+/g).map(Number);
+    const over = (above, below) => [0, 1, 2].map((c) => (above[3] ?? 1) * above[c] + (1 - (above[3] ?? 1)) * below[c]);
+    // https://www.w3.org/TR/WCAG21/#dfn-relative-luminance
+    const linear = (code) => (code / 255 <= 0.03928 ? code / 255 / 12.92 : ((code / 255 + 0.055) / 1.055) ** 2.4);
+    const luminance = ([r, g, b]) => 0.2126 * linear(r) + 0.7152 * linear(g) + 0.0722 * linear(b);
+    const ground = (element) => {
+      if (!element) return [27, 27, 27];
+      const colour = codes(getComputedStyle(element).backgroundColor);
+      return (colour[3] ?? 1) === 1 ? colour : over(colour, ground(element.parentElement));
+    };
+    return [...document.querySelectorAll('button, button kbd')].filter((one) => one.offsetParent && one.textContent.trim()).map((one) => {
+      const style = getComputedStyle(one);
+      const below = ground(one);
+      const text = over([...codes(style.color).slice(0, 3), Number(style.opacity)], below);
+      const [a, b] = [luminance(text), luminance(below)].sort((p, q) => q - p);
+      return {name: `${one.tagName} ${one.closest('button').textContent.trim()}`, contrast: (a + 0.05) / (b + 0.05)};
+    });
+  });
+  const check = async (what) => {
+    for (const {name, contrast} of await contrasts()) assert.ok(contrast >= 4.5, `${name}, ${what}: ${contrast.toFixed(2)}`);
+  };
+  await check('at rest');
+  for (const chosen of ['[data-view][aria-checked=true]', '[data-view][aria-checked=false]', '#fit', '#copyCommand']) {
+    await page.hover(`${chosen} >> nth=0`);
+    await check(`the pointer on ${chosen}`);
+  }
+});
+
 test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {
   // A file may hold less of the frame, or more: the second one's pixels end inside, the third's outside.
   for (const [depth, pairs, window] of [
