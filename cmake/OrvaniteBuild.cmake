@@ -12,14 +12,27 @@ target_compile_definitions(orvanite_build INTERFACE ORVANITE_VERSION="${PROJECT_
 
 # Everything is bound when a program starts, and the tables of bindings are read-only from then on.
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)
-  target_link_options(orvanite_build INTERFACE -Wl,-z,relro,-z,now)
+  target_link_options(orvanite_build INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 endif()
 
 if(ORVANITE_SANITIZE)
   target_compile_options(orvanite_build INTERFACE
-    -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
+    # Two binaries that show each other nothing but C functions share no descriptions of their types.
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fno-sanitize=function>)
   target_link_options(orvanite_build INTERFACE -fsanitize=${ORVANITE_SANITIZE})
 endif()
+
+# orvanite_finds(TARGET FOLDER...): where a binary that is installed looks for our libraries; the same
+# in the tree and installed. CMake pads a path that it would change on installation with empty entries,
+# and those mean the current folder. Sanitized builds are not installed, and look for libraries of
+# their own.
+function(orvanite_finds target)
+  if(NOT ORVANITE_SANITIZE)
+    set_target_properties(${target} PROPERTIES
+      BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
+  endif()
+endfunction()
 
 # orvanite_test(NAME SOURCES ... LIBRARIES ... [LABELS ...] [ENVIRONMENT VARIABLE=VALUE])
 # One GoogleTest binary, each of its cases a ctest entry.

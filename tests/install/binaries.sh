@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# binaries.sh FOLDER...: every program and library below is hardened, and looks for libraries in no
+# folder that depends on where it is started. Objects of the language's own start files are not ours.
+set -euo pipefail
+
+count=0 failed=0
+wrong() { echo "$binary: $*"; failed=1; }
+while IFS= read -r -d '' binary; do
+  [[ $(head -c4 "$binary" | tail -c3) == ELF ]] || continue
+  count=$((count + 1))
+  dynamic=$(readelf -dW "$binary")
+  path=$(sed -n 's/.*\(RUNPATH\|RPATH\).*\[\(.*\)\]/\2/p' <<<"$dynamic")
+  if grep -q 'R\(UN\)\?PATH' <<<"$dynamic"; then
+    while IFS= read -r -d: folder; do
+      [[ $folder == /* || $folder == \$ORIGIN* ]] || wrong "looks for libraries in '$folder'"
+    done <<<"$path:"
+  fi
+  grep -q 'BIND_NOW\|NOW' <<<"$dynamic" || wrong "binds when it is called"
+  segments=$(readelf -lW "$binary")
+  grep -q GNU_RELRO <<<"$segments" || wrong "keeps its tables writable"
+  grep -q 'GNU_STACK.* RW ' <<<"$segments" || wrong "has a stack that can be executed"
+  readelf -hW "$binary" | grep -q 'Type: *DYN' || wrong "lies at one address"
+done < <(find "$@" -type f -not -name '*.o' -not -name '*.a' -print0)
+echo "$count binaries"
+((count > 0 && failed == 0))
