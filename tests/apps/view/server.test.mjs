@@ -278,3 +278,34 @@ test('a signal ends the server with nothing left behind', async () => {
   for (let left = 100; left > 0 && own().length > before.length; --left) await sleep(50);
   assert.deepEqual(own(), before, 'whatever ends it');
 });
+
+test('a plate has one first key: of the page, of info and of the command, to the byte', async () => {
+  const {plate} = drawPlate('--size', '160x90', '--hard');
+  const own = await serve(plate);
+  try {
+    const address = new URL(own.address);
+    const path = `${address.pathname}auto`;
+    const found = await new Promise((done, failed) => {
+      const request = http.request({host: '127.0.0.1', port: address.port, method: 'POST', path,
+        headers: {Host: address.host, Origin: address.origin, 'Content-Type': 'application/json'}, setHost: false}, (response) => {
+        let body = '';
+        response.on('data', (part) => { body += part; });
+        response.on('end', () => done(JSON.parse(body)));
+      });
+      request.on('error', failed);
+      request.end(JSON.stringify({settings: {colourspace: 'video'}, frame: 1}));
+    });
+    const words = JSON.parse(execFileSync(program, ['info', '--json', plate])).recommended;
+    assert.ok(words.length > 10 && words.length % 2 === 0, `options and values: ${words}`);
+    for (let i = 0; i < words.length; i += 2) {
+      const name = words[i].slice(2).replace(/-([a-z])/g, (all, letter) => letter.toUpperCase());
+      assert.equal(found.settings[name], words[i + 1], name);
+    }
+    const to = (name) => join(tmpdir(), `orvanite-first-key-${process.pid}-${name}.png`);
+    execFileSync(program, ['key', '-q', plate, '--auto', '-o', to('auto')]);
+    execFileSync(program, ['key', '-q', plate, ...words, '-o', to('words')]);
+    assert.deepEqual(readPng(to('words')).pixels, readPng(to('auto')).pixels);
+  } finally {
+    own.stop();
+  }
+});
