@@ -4,12 +4,11 @@
 // later one comes out.
 #include "media/MovieDecoder.h"
 
-#include <cmath>
-
 #include <algorithm>
+#include <array>
+#include <cstdio>
 
 extern "C" {
-#include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -21,20 +20,6 @@ namespace {
 
 std::int64_t timeOf(const AVFrame& frame) {
   return frame.pts != AV_NOPTS_VALUE ? frame.pts : frame.best_effort_timestamp;
-}
-
-// Pictures are taken as they lie in the stream.
-void refuseTurned(const AVStream& stream, const std::string& path) {
-  const std::uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
-  if (matrix == nullptr) return;
-  const auto* values = reinterpret_cast<const std::int32_t*>(matrix);
-  const double angle = av_display_rotation_get(values);
-  const bool mirrored = values[0] < 0 || values[4] < 0;
-  if (std::abs(angle) < 0.5 && !mirrored) return;
-  throw Error(Fault::failure, path,
-              "expected an upright movie, found one to be turned by " +
-                  std::to_string(std::lround(-angle)) +
-                  " degrees or mirrored when it is shown; turn it first, for example with ffmpeg");
 }
 
 [[noreturn]] void refuseInterlaced(const std::string& path) {
@@ -61,7 +46,6 @@ MovieDecoder::MovieDecoder(const std::string& path)
                                                     : nullptr;
     if (better != nullptr) decoder = better;
   }
-  refuseTurned(stream(), path);
   const AVFieldOrder order = stream().codecpar->field_order;
   if (order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE) refuseInterlaced(path);
   index_ = MovieIndex::of(input_, stream_, path);
@@ -180,9 +164,8 @@ MovieFrame MovieDecoder::next() {
 bool MovieDecoder::isAhead(int number) const {
   if (position_ == 0) return number == 1;
   if (number <= position_) return false;
-  const auto timeOfNumber = [&](int n) { return index_.times[static_cast<std::size_t>(n - 1)]; };
   return number == position_ + 1 ||
-         index_.keyBefore(timeOfNumber(number)).time <= timeOfNumber(position_);
+         index_.keyBefore(index_.timeOf(number)).time <= index_.timeOf(position_);
 }
 
 void MovieDecoder::check(const AVFrame& frame, int number) const {
@@ -203,19 +186,34 @@ void MovieDecoder::check(const AVFrame& frame, int number) const {
   }
 }
 
+void MovieDecoder::failPastTheEnd(int number) const {
+  const int last = index_.count();
+  const double end =
+      static_cast<double>(index_.timeOf(last) - index_.times.front()) * av_q2d(stream().time_base) +
+      1 / av_q2d(index_.rate);
+  std::array<char, 32> seconds{};
+  std::snprintf(seconds.data(), seconds.size(), " at %.2f s", end);
+  throw Error(
+      Fault::failure, path_,
+      "there is no frame " + std::to_string(number) + ": the file says " +
+          (index_.promised > last + 1 ? std::to_string(index_.promised) + " frames" : "more") +
+          " but ends after frame " + std::to_string(last) + seconds.data() +
+          (index_.cutOff.empty() ? "" : "; " + index_.cutOff));
+}
+
 MovieFrame MovieDecoder::frame(int number) {
   if (number < 1 || number > std::max(index_.promised, index_.count())) {
     throw Error(Fault::missingFrames, path_,
                 "there is no frame " + std::to_string(number) + ", the last is " +
                     std::to_string(index_.count()));
   }
-  if (number > index_.count()) {
-    throw Error(Fault::failure, path_,
-                "there is no frame " + std::to_string(number) + ": the file says " +
-                    std::to_string(index_.promised) + " frames but ends after frame " +
-                    std::to_string(index_.count()));
+  if (number > index_.count()) failPastTheEnd(number);
+  const std::int64_t wanted = index_.timeOf(number);
+  if (last_ && wanted == lastTime_) {
+    position_ = number;
+    return last_;
   }
-  const std::int64_t wanted = index_.times[static_cast<std::size_t>(number - 1)];
+  last_.reset();
   bool sought = false;
   if (!isAhead(number)) {
     seek(wanted);
@@ -239,6 +237,8 @@ MovieFrame MovieDecoder::frame(int number) {
       if (time == wanted) {
         check(*frame, number);
         problem_ = 0;
+        last_ = frame;
+        lastTime_ = time;
         return frame;
       }
       if (time > wanted) {

@@ -14,7 +14,7 @@ namespace orvanite::media {
 class MovieDecoder {
  public:
   /// Opens a movie, finds its video stream and all its frames. Throws Error: noSuchFile, or
-  /// failure for what cannot be decoded, has no constant rate, is turned or interlaced.
+  /// failure for what cannot be decoded or is interlaced.
   explicit MovieDecoder(const std::string& path);
 
   /// The file, the times of its frames, and what FFmpeg says of it; as long as the decoder lives.
@@ -33,6 +33,7 @@ class MovieDecoder {
   void seek(std::int64_t time);
   bool isAhead(int number) const;
   void check(const AVFrame& frame, int number) const;
+  [[noreturn]] void failPastTheEnd(int number) const;
 
   std::string path_;
   MovieInput input_;
@@ -41,7 +42,9 @@ class MovieDecoder {
   std::atomic<int> errors_{0};  // that the decoder logged
   MovieCodecContext codec_;
   MoviePacket packet_;
-  MovieFrame held_;   // decoded, later than what was asked for
+  MovieFrame held_;  // decoded, later than what was asked for
+  MovieFrame last_;  // what was asked for last, which may be shown again
+  std::int64_t lastTime_ = 0;
   int position_ = 0;  // the frame asked for last; 0 at the start
   bool draining_ = false;
   bool alone_ = false;    // every frame is a key frame

@@ -1,80 +1,182 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Containers round times, Matroska to milliseconds: frames count as evenly spaced while none is
-// half a frame from where its number puts it.
+// half a frame from where its number puts it. Others are numbered by their times.
 #include "media/MovieIndex.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
+#include <numeric>
 #include <optional>
 #include <string_view>
 
 #include "base/Error.h"
+#include "media/MovieEnd.h"
 
 namespace orvanite::media {
 namespace {
 
-// A rate that nearly all movies have, where the mean duration is within a thousandth of it.
-AVRational rateOf(const AVStream& stream, double measured) {
+constexpr std::array<AVRational, 11> usualRates{{{24000, 1001},
+                                                 {24, 1},
+                                                 {25, 1},
+                                                 {30000, 1001},
+                                                 {30, 1},
+                                                 {48, 1},
+                                                 {50, 1},
+                                                 {60000, 1001},
+                                                 {60, 1},
+                                                 {120000, 1001},
+                                                 {120, 1}}};
+
+// The rate that is named, by the file or by people, within a share of one that was measured.
+std::optional<AVRational> namedRate(const AVStream& stream, double measured, double share) {
+  const auto near = [&](AVRational rate) {
+    return rate.num > 0 && rate.den > 0 && std::abs(av_q2d(rate) / measured - 1) < share;
+  };
   for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
-    if (rate.num > 0 && rate.den > 0 &&
-        (measured <= 0 || std::abs(av_q2d(rate) / measured - 1) < 0.001)) {
-      return rate;
+    if (near(rate)) return rate;
+  }
+  const auto* nearest = std::min_element(
+      usualRates.begin(), usualRates.end(), [&](const AVRational& a, const AVRational& b) {
+        return std::abs(av_q2d(a) - measured) < std::abs(av_q2d(b) - measured);
+      });
+  return near(*nearest) ? std::optional(*nearest) : std::nullopt;
+}
+
+// Times in frames of the rate from the first one, to the nearest, where the middle frame stands
+// exactly: a first interval of another length than the others moves none of them.
+std::vector<std::int64_t> placesOf(const MovieIndex& index, double frame, bool middle) {
+  const auto exact = [&](std::size_t i) {
+    return static_cast<double>(index.times[i] - index.times[0]) / frame;
+  };
+  const double at = middle ? exact(index.times.size() / 2) : 0;
+  const double phase = at - std::round(at);
+  std::vector<std::int64_t> places;
+  for (std::size_t i = 0; i < index.times.size(); ++i) {
+    places.push_back(std::max<std::int64_t>(std::llround(exact(i) - phase), 0));
+  }
+  return places;
+}
+
+// Numbers frames at a constant rate, and says where that is not how they lie in the file.
+void takeRate(MovieIndex& index, const AVStream& video, const std::string& path) {
+  const double second = 1 / av_q2d(video.time_base);
+  std::vector<std::int64_t> gaps;
+  for (std::size_t i = 1; i < index.times.size(); ++i) {
+    gaps.push_back(index.times[i] - index.times[i - 1]);
+  }
+  const auto fallback = [&] {
+    for (const AVRational rate : {video.avg_frame_rate, video.r_frame_rate}) {
+      if (rate.num > 0 && rate.den > 0) return rate;
+    }
+    return AVRational{25, 1};
+  };
+  index.shown.assign(1, 0);
+  const auto all = static_cast<double>(index.times.back() - index.times.front());
+  if (gaps.empty() || all <= 0) {
+    index.rate = fallback();
+    return;
+  }
+  const double measured = static_cast<double>(gaps.size()) / all * second;
+  // As a file of a constant rate has them: none is half a frame from where its number puts it. The
+  // first and the last interval are often of another length and do not make the rate.
+  std::vector<AVRational> constant;
+  if (gaps.size() > 3) {
+    const auto inner = static_cast<double>(index.times.end()[-2] - index.times[1]);
+    const double rate = static_cast<double>(gaps.size() - 2) / std::max(inner, 1.0) * second;
+    if (const auto named = namedRate(video, rate, 0.001)) constant.push_back(*named);
+  }
+  constant.push_back(namedRate(video, measured, 0.001).value_or(av_d2q(measured, 1001000)));
+  for (const AVRational rate : constant) {
+    for (const bool middle : {false, true}) {
+      const auto places = placesOf(index, second / av_q2d(rate), middle);
+      bool even = true;
+      for (std::size_t i = 0; i < places.size(); ++i) {
+        even = even && places[i] == static_cast<std::int64_t>(i);
+      }
+      if (!even) continue;
+      index.rate = rate;
+      index.shown.resize(index.times.size());
+      std::iota(index.shown.begin(), index.shown.end(), 0);
+      return;
     }
   }
-  return measured > 0 ? av_d2q(measured, 1001000) : AVRational{25, 1};
-}
-
-void checkSpacing(const MovieIndex& index, AVRational base, const std::string& path) {
-  const double frame = 1 / (av_q2d(index.rate) * av_q2d(base));
-  double shortest = frame;
-  double longest = frame;
-  bool even = true;
-  for (std::size_t i = 1; i < index.times.size(); ++i) {
-    const auto gap = static_cast<double>(index.times[i] - index.times[i - 1]);
-    shortest = std::min(shortest, gap);
-    longest = std::max(longest, gap);
-    const auto offset = static_cast<double>(index.times[i] - index.times[0]);
-    even = even && std::abs(offset - frame * static_cast<double>(i)) < frame / 2;
-  }
-  if (even) return;
-  const auto milliseconds = [&](double ticks) {
-    return std::to_string(std::lround(ticks * av_q2d(base) * 1000));
+  // The usual interval makes the rate where nine of ten are whole multiples of it.
+  std::nth_element(gaps.begin(), gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2),
+                   gaps.end());
+  const auto usual = static_cast<double>(gaps[gaps.size() / 2]);
+  const AVRational nominal = namedRate(video, second / std::max(usual, 1.0), 0.02)
+                                 .value_or(av_d2q(second / std::max(usual, 1.0), 1001000));
+  double frame = second / av_q2d(nominal);
+  const auto regularGaps = std::count_if(gaps.begin(), gaps.end(), [frame](std::int64_t gap) {
+    const double frames = static_cast<double>(gap) / frame;
+    return frames > 0.5 && std::abs(frames - std::round(frames)) < 0.25;
+  });
+  const bool regular = static_cast<double>(regularGaps) >= 0.9 * static_cast<double>(gaps.size());
+  const auto [shortest, longest] = std::minmax_element(gaps.begin(), gaps.end());
+  const auto milliseconds = [&](std::int64_t gap) {
+    return std::to_string(std::llround(static_cast<double>(gap) / second * 1000));
   };
-  throw Error(Fault::failure, path,
-              "expected a constant frame rate, found frames " + milliseconds(shortest) + " to " +
-                  milliseconds(longest) +
-                  " ms apart; convert it to a constant rate first, for example with "
-                  "ffmpeg -vf fps");
+  const std::string apart = milliseconds(*shortest) + " to " + milliseconds(*longest) + " ms apart";
+  index.rate =
+      regular ? nominal : namedRate(video, measured, 0.1).value_or(av_d2q(measured, 1001000));
+  frame = second / av_q2d(index.rate);
+  const std::vector<std::int64_t> places = placesOf(index, frame, regular);
+  if (places.back() > std::int64_t{1} << 22) {
+    throw Error(Fault::failure, path,
+                "expected a frame rate that can be made constant, found frames " + apart);
+  }
+  int held = 0;
+  int dropped = 0;
+  index.shown.clear();
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const auto slot = static_cast<std::size_t>(places[i]);
+    if (slot < index.shown.size()) {
+      ++dropped;
+      index.shown[slot] = static_cast<int>(i);
+      continue;
+    }
+    for (; index.shown.size() < slot; ++held) {
+      index.shown.push_back(i == 0 ? 0 : static_cast<int>(i) - 1);
+    }
+    index.shown.push_back(static_cast<int>(i));
+  }
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.5g", av_q2d(index.rate));
+  index.notice = "frames are " + apart + "; taken as shown at " + text.data() + " a second, " +
+                 std::to_string(held) + " held and " + std::to_string(dropped) + " dropped";
 }
 
-// What the header promised, where it can be told.
+// What the header promised, where it can be told. A file that is cut off lacks a frame at least,
+// unless its header says that the frames are all there.
 int promisedFrames(const AVFormatContext& format, const AVStream& stream, const MovieIndex& index,
                    double lastEnd) {
   const int found = index.count();
-  if (stream.nb_frames > found && stream.nb_frames < (1 << 24)) {
-    return static_cast<int>(stream.nb_frames);
+  const auto inFile = static_cast<std::int64_t>(index.times.size());
+  if (stream.nb_frames > inFile && stream.nb_frames < (1 << 24)) {
+    return found + static_cast<int>(stream.nb_frames - inFile);
   }
+  const bool cut = !index.cutOff.empty();
+  if (cut && stream.nb_frames == inFile) return found;
   // A container says how long its longest stream is. None of them reaches that far: cut off.
   const double frames = av_q2d(index.rate);
-  const double duration =
-      format.duration_estimation_method == AVFMT_DURATION_FROM_STREAM && format.duration > 0
-          ? static_cast<double>(format.duration) / AV_TIME_BASE
-          : 0;
+  // Of others FFmpeg finds it by what is there.
+  constexpr std::array<std::string_view, 6> withHeaders{"mov,", "matroska", "avi",
+                                                        "asf",  "flv",      "mxf"};
+  const bool header =
+      std::any_of(withHeaders.begin(), withHeaders.end(), [&](std::string_view name) {
+        return std::string_view(format.iformat->name).starts_with(name);
+      });
+  const bool stated = header && format.duration_estimation_method == AVFMT_DURATION_FROM_STREAM &&
+                      format.duration > 0;
+  const double duration = stated ? static_cast<double>(format.duration) / AV_TIME_BASE : 0;
   const double missing = (duration - lastEnd) * frames;
-  return missing > 1.5 && missing < (1 << 24) ? found + static_cast<int>(std::lround(missing))
-                                              : found;
-}
-
-void takeRate(MovieIndex& index, const AVStream& video, const std::string& path) {
-  const std::size_t count = index.times.size();
-  const double measured = count < 2
-                              ? 0
-                              : static_cast<double>(count - 1) /
-                                    (static_cast<double>(index.times.back() - index.times.front()) *
-                                     av_q2d(video.time_base));
-  index.rate = rateOf(video, std::isfinite(measured) ? measured : 0);
-  checkSpacing(index, video.time_base, path);
+  if (missing > (cut ? 0.5 : 1.5) && missing < (1 << 24)) {
+    return found + std::max(static_cast<int>(std::lround(missing)), 1);
+  }
+  return cut && !stated ? found + 1 : found;
 }
 
 // QuickTime's own table of frames, where it lists every frame and frames lie in the order in which
@@ -123,16 +225,22 @@ std::optional<MovieIndex> tableOf(MovieInput& input, int stream) {
 MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path) {
   const AVStream& video = *input->streams[stream];
   if (auto table = tableOf(input, stream)) {
+    const auto missing = table->promised - static_cast<int>(table->times.size());
     takeRate(*table, video, path);
+    table->promised = table->count() + missing;
+    table->cutOff = cutOffIn(path, input->iformat->name, 0);
     return *std::move(table);
   }
   MovieIndex index;
   const MoviePacket packet = newMoviePacket();
-  double lastEnd = 0;  // seconds, of any stream
+  double lastEnd = 0;         // seconds, of any stream
+  std::int64_t lastByte = 0;  // of any packet
   const double start = input->start_time == AV_NOPTS_VALUE
                            ? 0
                            : static_cast<double>(input->start_time) / AV_TIME_BASE;
-  while (av_read_frame(input.get(), packet.get()) >= 0) {
+  int read = 0;
+  while ((read = av_read_frame(input.get(), packet.get())) >= 0) {
+    if (packet->pos >= 0) lastByte = std::max(lastByte, packet->pos + packet->size);
     const AVRational base = input->streams[packet->stream_index]->time_base;
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
     if (time != AV_NOPTS_VALUE) {
@@ -142,6 +250,10 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
     if (packet->stream_index == stream && (packet->flags & AV_PKT_FLAG_DISCARD) == 0) {
       if (time == AV_NOPTS_VALUE ||
           (packet->pts == AV_NOPTS_VALUE && video.codecpar->video_delay > 0)) {
+        if (const std::string cut = cutOffIn(path, input->iformat->name, 0); !cut.empty()) {
+          throw Error(Fault::failure, path,
+                      "the file is cut off, and the times of its frames are lost with it: " + cut);
+        }
         throw Error(Fault::failure, path,
                     "its frames have no times; put it into a container such as .mov or .mkv first");
       }
@@ -159,6 +271,8 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
             [](const Key& a, const Key& b) { return a.time < b.time; });
   if (index.keys.empty()) index.keys.push_back({index.times.front(), index.times.front()});
   takeRate(index, video, path);
+  index.cutOff = cutOffIn(path, input->iformat->name, lastByte);
+  if (index.cutOff.empty() && read != AVERROR_EOF) index.cutOff = movieProblem(read);
   index.promised = promisedFrames(*input.get(), video, index, lastEnd);
   return index;
 }

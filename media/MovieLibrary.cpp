@@ -5,10 +5,14 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <mutex>
 
+extern "C" {
+#include <libavutil/avstring.h>
+}
+
 #include "base/Error.h"
+#include "media/InputFile.h"
 #include "media/PictureReader.h"
 
 namespace orvanite::media {
@@ -31,6 +35,24 @@ void keepWords(void* who, int level, const char* format, va_list values) {
   lastWords = words;
 }
 
+// The containers that are read, by FFmpeg's names. Others may lead to other files (concat, hls,
+// dash, image2), or are nothing that plates come in.
+constexpr const char* demuxers =
+    "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,mxf,mpegts,mpeg,mpegvideo,m4v,h264,hevc,asf,flv,ogg,"
+    "dv,nut,yuv4mpegpipe,ivf";
+
+// The container that a file is in, where that is not on the list; else empty.
+std::string otherFormatOf(const std::string& path) {
+  AVIOContext* bytes = nullptr;
+  if (avio_open(&bytes, ("file:" + path).c_str(), AVIO_FLAG_READ) < 0) return "";
+  const AVInputFormat* format = nullptr;
+  const int problem = av_probe_input_buffer(bytes, &format, path.c_str(), nullptr, 0, 0);
+  avio_closep(&bytes);
+  movieProblem(0);  // what the probe said is not about the movie
+  if (problem < 0 || format == nullptr || av_match_list(format->name, demuxers, ',') > 0) return "";
+  return format->name;
+}
+
 template <class Made>
 Made* checked(Made* made) {
   if (made == nullptr) throw Error(Fault::failure, "movie", "out of memory");
@@ -49,19 +71,28 @@ MoviePacket newMoviePacket() { return MoviePacket(checked(av_packet_alloc())); }
 
 MovieInput::MovieInput(const std::string& path) {
   quietMovies();
-  std::error_code ignored;
-  if (!std::filesystem::exists(path, ignored)) {
-    throw Error(Fault::noSuchFile, path, "no such file");
-  }
+  checkInputFile(path, "a movie");
   // A path is a file, whatever it looks like, and what is in it leads nowhere else.
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
+  av_dict_set(&options, "format_whitelist", demuxers, 0);
   int problem = avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, &options);
   av_dict_free(&options);
   if (problem >= 0) problem = avformat_find_stream_info(context_, nullptr);
   if (problem >= 0) return;
   avformat_close_input(&context_);
-  throw Error(Fault::failure, path, "cannot be read as a movie: " + movieProblem(problem));
+  const std::string why = movieProblem(problem);
+  if (const std::string other = otherFormatOf(path); !other.empty()) {
+    throw Error(Fault::failure, path,
+                "cannot be read as a movie: expected " + movieFormatNames() + ", found " + other);
+  }
+  throw Error(Fault::failure, path, "cannot be read as a movie: " + why);
+}
+
+std::string movieFormatNames() {
+  return "QuickTime, MP4, Matroska, WebM, AVI, MXF, MPEG-TS, MPEG-PS, MPEG-1, 2 and 4 video, "
+         "H.264, "
+         "HEVC, ASF, FLV, Ogg, DV, NUT, YUV4MPEG or IVF";
 }
 
 std::string movieProblem(int number) {

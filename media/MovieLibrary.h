@@ -37,7 +37,8 @@ MovieFrame newMovieFrame();
 /// A packet without data. Throws Error (failure) when memory runs out.
 MoviePacket newMoviePacket();
 
-/// A movie file opened for reading, its streams known.
+/// A movie file opened for reading, its streams known. Containers on a list only, from the file
+/// alone: nothing in it leads to another.
 class MovieInput {
  public:
   /// Throws Error: noSuchFile when there is no such file, failure when FFmpeg cannot read it.
@@ -51,6 +52,9 @@ class MovieInput {
  private:
   AVFormatContext* context_ = nullptr;
 };
+
+/// "QuickTime, MP4, ...", for a person to read.
+std::string movieFormatNames();
 
 /// What an error number means, with FFmpeg's last words on it where there are any: one line.
 std::string movieProblem(int number);

@@ -3,9 +3,13 @@
 // A packet belongs to the pictures when its middle does.
 #include "media/MovieSound.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 
 #include "base/Error.h"
+#include "media/MovieEnd.h"
 
 namespace orvanite::media {
 namespace {
@@ -18,7 +22,8 @@ double secondsOf(std::int64_t time, AVRational base) {
 
 MovieSound::MovieSound(const std::string& path, double zero, double start, double end,
                        AVFormatContext& output)
-    : input_(path),
+    : from_(path),
+      input_(path),
       output_(output),
       zero_(zero),
       start_(start),
@@ -57,18 +62,32 @@ MovieSound::MovieSound(const std::string& path, double zero, double start, doubl
   }
 }
 
+// A file that was cut off ends too early for sound that was to come.
+void MovieSound::checkEnd(int problem) {
+  const double frame = 0.1;  // more than a packet, less than anybody misses
+  if (end_ > open && heard_ > end_ - frame) return;
+  std::string why = problem == AVERROR_EOF ? "" : movieProblem(problem);
+  if (why.empty()) why = cutOffIn(from_, input_->iformat->name, 0);
+  if (why.empty()) return;
+  std::array<char, 64> when{};
+  std::snprintf(when.data(), when.size(), "its sound ends at %.2f s: ", std::max(heard_, 0.0));
+  throw Error(Fault::failure, from_, when.data() + why);
+}
+
 // Holds the next packet that belongs to the pictures; false: there is none.
 bool MovieSound::next() {
   while (!held_ && !ended_) {
     av_packet_unref(packet_.get());
-    if (av_read_frame(input_.get(), packet_.get()) < 0) {
+    if (const int read = av_read_frame(input_.get(), packet_.get()); read < 0) {
       ended_ = true;
+      checkEnd(read);
       break;
     }
     const auto stream = static_cast<std::size_t>(packet_->stream_index);
     const std::int64_t time = packet_->pts != AV_NOPTS_VALUE ? packet_->pts : packet_->dts;
     if (stream >= streams_.size() || streams_[stream] < 0 || time == AV_NOPTS_VALUE) continue;
     const AVRational base = input_->streams[stream]->time_base;
+    heard_ = std::max(heard_, secondsOf(time + packet_->duration, base));
     const double middle = secondsOf(time, base) + secondsOf(packet_->duration, base) / 2;
     if (middle < start_) continue;
     held_ = end_ <= open || middle < end_;

@@ -27,15 +27,18 @@ class MovieSound {
   const std::string& notice() const { return notice_; }
 
   /// Writes what is heard up to a time in seconds from the start. Throws Error (failure) about
-  /// `path` when it cannot be written.
+  /// `path` when it cannot be written, about the sound's own file where that is cut off before.
   void copyUpTo(double seconds, const std::string& path);
 
  private:
   bool next();
+  void checkEnd(int problem);
 
+  std::string from_;
   MovieInput input_;
   AVFormatContext& output_;
   double zero_, start_, end_;
+  double heard_ = 0;          // seconds on the input's clock: the end of the last packet read
   std::vector<int> streams_;  // of the output by those of the input; -1: not copied
   MoviePacket packet_;
   bool held_ = false, ended_ = false;

@@ -1,22 +1,28 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Decoding is done in order; colours are converted by whoever wants the picture.
+// Decoding is done in order; colours are converted, and frames turned, by whoever wants the
+// picture.
 #include "media/MovieSource.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 
 extern "C" {
+#include <libavutil/bswap.h>
+#include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 #include <libavutil/timecode.h>
 }
 
 #include "base/Error.h"
+#include "media/InputFile.h"
 #include "media/MovieColour.h"
 #include "media/MovieDecoder.h"
+#include "media/Orientation.h"
 
 namespace orvanite::media {
 namespace {
@@ -44,6 +50,31 @@ bool hasSound(const AVFormatContext& format) {
   return false;
 }
 
+// How a player turns the frames, in whole quarters. Throws Error (failure) for any other angle.
+Orientation orientationOf(const AVStream& stream, const std::string& path) {
+  const std::uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+  if (matrix == nullptr) return 1;
+  std::array<std::int32_t, 9> values{};
+  std::memcpy(values.data(), matrix, sizeof values);
+  // x' = a x + c y, y' = b x + d y: only signs count, as one pair is 0.
+  const auto sign = [&](std::size_t i) { return values[i] > 0 ? 1 : values[i] < 0 ? -1 : 0; };
+  const std::array<int, 4> abcd{sign(0), sign(1), sign(3), sign(4)};
+  constexpr std::array<std::array<int, 4>, 8> ways{{{1, 0, 0, 1},
+                                                    {-1, 0, 0, 1},
+                                                    {-1, 0, 0, -1},
+                                                    {1, 0, 0, -1},
+                                                    {0, 1, 1, 0},
+                                                    {0, 1, -1, 0},
+                                                    {0, -1, -1, 0},
+                                                    {0, -1, 1, 0}}};
+  const auto* found = std::find(ways.begin(), ways.end(), abcd);
+  if (found != ways.end()) return static_cast<Orientation>(found - ways.begin()) + 1;
+  throw Error(Fault::failure, path,
+              "expected a movie to be turned by quarters when it is shown, found " +
+                  std::to_string(std::lround(-av_display_rotation_get(values.data()))) +
+                  " degrees; turn it first");
+}
+
 template <class Code>
 void moveChannel(Picture& picture, std::size_t from) {
   auto* codes = reinterpret_cast<Code*>(picture.pixels.get());
@@ -62,6 +93,8 @@ class MovieSource : public Source {
       throw Error(Fault::failure, path,
                   "expected frames of 1x1 to 65535x65535 and no more than 268435456 pixels");
     }
+    checkMemory(path, static_cast<std::uint64_t>(stated.width) *
+                          static_cast<std::uint64_t>(stated.height) * 8);
     // Only a decoded frame tells what frames really are.
     const MovieFrame first = decoder_.frame(1);
     format_ = static_cast<AVPixelFormat>(first->format);
@@ -72,6 +105,7 @@ class MovieSource : public Source {
     if (colour_.range == AVCOL_RANGE_UNSPECIFIED) colour_.range = stated.color_range;
     if (colour_.primaries == AVCOL_PRI_UNSPECIFIED) colour_.primaries = stated.color_primaries;
     if (colour_.transfer == AVCOL_TRC_UNSPECIFIED) colour_.transfer = stated.color_trc;
+    orientation_ = orientationOf(video, path);
     describe(path, stated, codec);
     describeShot(path, video, *first);
   }
@@ -99,7 +133,10 @@ class MovieSource : public Source {
     }
     info_.path = path;
     info_.format = std::string(avcodec_get_name(codec.codec_id)) + " movie";
-    info_.data = info_.display = {0, 0, stated.width, stated.height};
+    const bool side = liesOnItsSide(orientation_);
+    info_.data = info_.display = {0, 0, side ? stated.height : stated.width,
+                                  side ? stated.width : stated.height};
+    info_.orientation = orientation_;
     info_.samples = samplesOf(format_);
     info_.bits = pixels.comp[0].depth;
     info_.hasAlpha = hasAlpha(format_);
@@ -115,7 +152,14 @@ class MovieSource : public Source {
                       " cannot be converted");
     }
     notice_ = colour_.complete(format_, stated.height);
-    if (!notice_.empty()) notice_ = path + ": not tagged; taken to have " + notice_;
+    if (!notice_.empty()) notice_ = "not tagged; taken to have " + notice_;
+    const auto note = [&](const std::string& what) {
+      if (!what.empty()) notice_ += (notice_.empty() ? "" : "; ") + what;
+    };
+    if (orientation_ > 1) note(std::string(nameOfOrientation(orientation_)) + " as the file asks");
+    note(decoder_.index().notice);
+    if (const std::string& cut = decoder_.index().cutOff; !cut.empty()) note("cut off: " + cut);
+    if (!notice_.empty()) notice_ = path + ": " + notice_;
     converter_ = std::make_unique<MovieConverter>(MovieConverter::Direction::toPicture, format_,
                                                   colour_, stated.width, stated.height);
   }
@@ -125,8 +169,9 @@ class MovieSource : public Source {
     const int count = std::max(index.count(), index.promised);
     for (int frame = 1; frame <= count; ++frame) frames_.push_back(frame);
     facts_.frameRate = {index.rate.num, index.rate.den};
-    const AVRational aspect =
+    AVRational aspect =
         first.sample_aspect_ratio.num > 0 ? first.sample_aspect_ratio : video.sample_aspect_ratio;
+    if (liesOnItsSide(orientation_)) std::swap(aspect.num, aspect.den);
     if (aspect.num > 0 && aspect.den > 0) facts_.pixelAspect = {aspect.num, aspect.den};
     facts_.timeCode = timeCodeOf(decoder_.format(), video);
     facts_.primaries = colour_.primaries;
@@ -157,7 +202,9 @@ class MovieSource : public Source {
   std::shared_ptr<const OIIO::ImageSpec> headerOf(int frame) const {
     if (!hasTimeCode_) return header_;
     auto header = std::make_shared<OIIO::ImageSpec>(*header_);
-    const std::uint32_t bits[2] = {av_timecode_get_smpte_from_framenum(&timeCode_, frame - 1), 0};
+    // FFmpeg has frames in the highest byte, everyone else hours.
+    const std::uint32_t bits[2] = {
+        av_bswap32(av_timecode_get_smpte_from_framenum(&timeCode_, frame - 1)), 0};
     header->attribute("smpte:TimeCode", OIIO::TypeTimeCode, bits);
     return header;
   }
@@ -166,6 +213,7 @@ class MovieSource : public Source {
     Picture picture = converter_->toPicture(frame);
     if (!request.channel.empty()) takeChannel(picture, request.channel);
     if (picture.depth != request.depth) picture = atDepth(picture, request.depth);
+    picture = upright(std::move(picture), orientation_);
     picture.header = headerOf(number);
     return placed(std::move(picture), request.window);
   }
@@ -194,6 +242,7 @@ class MovieSource : public Source {
   MovieDecoder decoder_;
   AVPixelFormat format_ = AV_PIX_FMT_NONE;
   MovieColour colour_;
+  Orientation orientation_ = 1;
   bool grey_ = false;
   bool hasTimeCode_ = false;
   AVTimecode timeCode_{};

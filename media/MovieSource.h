@@ -14,8 +14,7 @@ namespace orvanite::media {
 /// Whether a name ends as those of movies do.
 bool isMovieName(const std::string& path);
 
-/// Throws Error: noSuchFile, or failure for what cannot be read, has no constant rate, is turned
-/// or interlaced.
+/// Throws Error: noSuchFile, or failure for what cannot be read or is interlaced.
 std::unique_ptr<Source> openMovie(const std::string& path);
 
 }  // namespace orvanite::media

@@ -171,6 +171,9 @@ class MovieWriter::Output {
     encoder_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
     check(avformat_alloc_output_context2(&context_, nullptr, nullptr, file_.temporary().c_str()),
           "cannot be written: ");
+    // No numbers of chance, no library's version, no time of day.
+    context_->flags |= AVFMT_FLAG_BITEXACT;
+    encoder_->flags |= AV_CODEC_FLAG_BITEXACT;
     if ((context_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }

@@ -106,6 +106,15 @@ void removeStale(const std::filesystem::path& folder) {
   }
 }
 
+// Nothing is lost where this fails: the name may come later than it should after a power cut.
+void syncFolder(const std::filesystem::path& folder) {
+  const int file =
+      ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (file < 0) return;
+  ::fsync(file);
+  ::close(file);
+}
+
 // A new file under this name, locked; -1 with errno when it cannot be made, or when somebody took
 // it for stale before the lock was there.
 int createLocked(const std::string& path) {
@@ -159,11 +168,17 @@ void PendingFile::release() {
   slot_ = file_ = -1;
 }
 
+// What a power cut leaves under the name is the whole file or what was there: the bytes reach the
+// disk before the name does. Some disks of memory and of networks know no such order.
 void PendingFile::commit() {
+  if (::fsync(file_) != 0 && errno != EINVAL && errno != ENOTSUP && errno != EROFS) {
+    throw Error(Fault::failure, path_, "cannot be written: " + reasonOf(errno));
+  }
   if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
     throw Error(Fault::failure, path_, "cannot be put in place: " + reasonOf(errno));
   }
   pending_ = false;
+  syncFolder(std::filesystem::path(path_).parent_path());
 }
 
 void removePendingFiles() {

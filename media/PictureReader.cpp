@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Headers are checked before memory is taken; pixels are read in bands, so that nothing but the
-// picture itself needs much memory. Colours are taken as they stand: OpenImageIO is told not to
-// multiply them by alpha.
+// Headers are checked before a library sees a file and before memory is taken; pixels are read in
+// bands, so that nothing but the picture itself needs much memory. Colours are taken as they stand:
+// OpenImageIO is told not to multiply them by alpha.
 #include "media/PictureReader.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "base/Error.h"
-#include "media/DpxHeader.h"
+#include "media/InputFile.h"
 #include "media/JpegSegments.h"
+#include "media/Orientation.h"
+#include "media/PictureFormats.h"
+#include "media/PicturePromise.h"
 #include "media/QuietPng.h"
 
 namespace orvanite::media {
@@ -27,6 +32,10 @@ constexpr std::int64_t tilePixelLimit = std::int64_t{1} << 22;
 
 // How far from the origin windows may lie, so that no sum of their edges leaves an int.
 constexpr int farthest = 1 << 24;
+
+// What renderers call the layer that is the picture itself.
+constexpr std::array<const char*, 7> pictureLayers{"rgba",    "rgb",       "beauty", "combined",
+                                                   "primary", "composite", "main"};
 
 // Of one read: large enough for OpenEXR's largest compressed blocks (256 rows), small beside a
 // picture.
@@ -65,6 +74,64 @@ int indexOf(const std::vector<std::string>& channels, std::string_view name) {
     return sameLetters(one, name);
   });
   return found == channels.end() ? -1 : static_cast<int>(found - channels.begin());
+}
+
+// Of a file's parts no more are looked at.
+constexpr int partLimit = 1000;
+
+// A part's channels that make colours, and how sure that is.
+struct Layer {
+  int red = 0, green = 0, blue = 0, alpha = -1;
+  int rank = 0;      // 4 plain R, G, B; 3 a layer named for the picture; 2 grey; 1 another layer
+  std::string name;  // empty: plain channels
+  bool luminanceChroma = false;
+};
+
+Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& spec) {
+  Layer layer;
+  const auto take = [&](const std::string& prefix, int rank) {
+    const int red = indexOf(channels, prefix + "R");
+    const int green = indexOf(channels, prefix + "G");
+    const int blue = indexOf(channels, prefix + "B");
+    if (red < 0 || green < 0 || blue < 0 || rank <= layer.rank) return;
+    layer.red = red;
+    layer.green = green;
+    layer.blue = blue;
+    layer.alpha = indexOf(channels, prefix + "A");
+    layer.rank = rank;
+    layer.name = prefix.empty() ? "" : prefix.substr(0, prefix.size() - 1);
+  };
+  take("", 4);
+  if (layer.rank == 0) {
+    layer.luminanceChroma = indexOf(channels, "RY") >= 0 && indexOf(channels, "BY") >= 0;
+    const int grey = indexOf(channels, "Y");
+    for (const std::string& channel : channels) {
+      const std::size_t dot = channel.rfind('.');
+      if (dot == std::string::npos || !sameLetters(channel.substr(dot + 1), "R")) continue;
+      const std::string name = channel.substr(0, dot);
+      const std::size_t inner = name.rfind('.');
+      const std::string last = inner == std::string::npos ? name : name.substr(inner + 1);
+      const bool picture = std::any_of(std::begin(pictureLayers), std::end(pictureLayers),
+                                       [&](const char* one) { return sameLetters(last, one); });
+      if (picture || grey < 0) take(name + ".", picture ? 3 : 1);
+    }
+    if (layer.rank < 2 && grey >= 0) {
+      layer.red = layer.green = layer.blue = grey;
+      layer.rank = 2;
+      layer.name.clear();
+      layer.alpha = indexOf(channels, "A");
+    }
+  }
+  if (layer.rank == 0) {
+    const bool three = spec.nchannels >= 3;
+    layer.green = three ? 1 : 0;
+    layer.blue = three ? 2 : 0;
+    layer.alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : indexOf(channels, "A");
+  } else if (layer.alpha < 0 && layer.name.empty()) {
+    layer.alpha = spec.alpha_channel;
+  }
+  if (layer.alpha >= spec.nchannels) layer.alpha = -1;
+  return layer;
 }
 
 template <class Sample>
@@ -136,28 +203,51 @@ void PictureReader::fail(const std::string& reason) const {
   throw Error(Fault::failure, info_.path, oneLine(reason));
 }
 
+// Pixels in memory are at the most four channels of four bytes each.
+void PictureReader::checkPromise(const PicturePromise& promise) const {
+  if (promise.fault != nullptr) fail(std::string("broken: ") + promise.fault);
+  const auto limit = std::int64_t{1} << 32;
+  if (promise.width > 0 && promise.height > 0 && promise.width < limit && promise.height < limit) {
+    if (!sizeIsFine(static_cast<int>(std::min<std::int64_t>(promise.width, sideLimit + 1)),
+                    static_cast<int>(std::min<std::int64_t>(promise.height, sideLimit + 1)))) {
+      failForSize(promise.width, promise.height);
+    }
+  }
+  std::error_code problem;
+  const auto size = std::filesystem::file_size(info_.path, problem);
+  if (!problem && promise.bytes > size) {
+    fail("broken: its header promises at least " + std::to_string(promise.bytes) +
+         " bytes, the file ends after " + std::to_string(size));
+  }
+  if (promise.width > 0 && promise.height > 0) {
+    checkMemory(info_.path, static_cast<std::uint64_t>(promise.width * promise.height) * 4);
+  }
+}
+
+void PictureReader::failForSize(std::int64_t width, std::int64_t height) const {
+  fail("expected a picture of 1x1 to 65535x65535 and no more than 268435456 pixels, found " +
+       std::to_string(width) + "x" + std::to_string(height));
+}
+
 PictureReader::PictureReader(const std::string& path) {
   info_.path = path;
-  std::error_code problem;
-  const auto status = std::filesystem::status(path, problem);
-  if (status.type() == std::filesystem::file_type::not_found) {
-    throw Error(Fault::noSuchFile, path, "no such file");
+  checkInputFile(path, "a picture");
+  const std::string format = pictureFormatOf(path);
+  checkPromise(promiseOf(path, format));
+  if (format == "jpeg") {
+    if (const char* const fault = jpegFault(path)) fail(std::string("broken: ") + fault);
   }
-  if (status.type() == std::filesystem::file_type::directory) {
-    fail("expected a picture, found a folder");
-  }
-  if (!dpxHoldsItsUserData(path)) {
-    fail("broken: its header promises more user data than the file holds");
-  }
-  if (const char* const fault = jpegFault(path)) fail(std::string("broken: ") + fault);
   quietPng();
   OIIO::ImageSpec wish;
   wish.attribute("oiio:UnassociatedAlpha", 1);
-  input_ = OIIO::ImageInput::open(path, &wish);
-  if (!input_) {
-    const std::string reason = OIIO::geterror();
-    fail(reason.empty() ? "this is no picture that can be read" : "cannot be read: " + reason);
+  // Its format is known: no other library has a try.
+  input_ = OIIO::ImageInput::create(format);
+  OIIO::ImageSpec found;
+  if (!input_ || !input_->open(path, found, wish)) {
+    const std::string reason = input_ ? input_->geterror() : OIIO::geterror();
+    fail("cannot be read as " + format + ": " + (reason.empty() ? "unknown reason" : reason));
   }
+  choosePart();
   const OIIO::ImageSpec& spec = input_->spec();
   auto kept = std::make_shared<OIIO::ImageSpec>(spec);
   kept->attribute("orvanite:format", input_->format_name());
@@ -165,10 +255,7 @@ PictureReader::PictureReader(const std::string& path) {
   const bool framed = spec.full_width >= 1 && spec.full_height >= 1;
   const int width = framed && sizeIsFine(spec.width, spec.height) ? spec.full_width : spec.width;
   const int height = framed && sizeIsFine(spec.width, spec.height) ? spec.full_height : spec.height;
-  if (!sizeIsFine(width, height)) {
-    fail("expected a picture of 1x1 to 65535x65535 and no more than 268435456 pixels, found " +
-         sizeText(width, height));
-  }
+  if (!sizeIsFine(width, height)) failForSize(width, height);
   if (!placeIsFine(spec.x, spec.y) || !placeIsFine(spec.full_x, spec.full_y)) {
     fail("expected pixels within 16777216 of the origin, found them at " + std::to_string(spec.x) +
          "," + std::to_string(spec.y) + " in a frame at " + std::to_string(spec.full_x) + "," +
@@ -182,6 +269,8 @@ PictureReader::PictureReader(const std::string& path) {
   if (spec.deep) fail("expected one sample a pixel, found a deep picture");
   if (spec.depth > 1) fail("expected a flat picture, found a volume");
   if (spec.nchannels < 1) fail("expected at least one channel, found none");
+  checkMemory(path, static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) * 4 *
+                        static_cast<std::uint64_t>(depthOf(samplesOf(spec.format))));
 
   info_.format = input_->format_name();
   info_.data = {spec.x, spec.y, spec.width, spec.height};
@@ -193,17 +282,67 @@ PictureReader::PictureReader(const std::string& path) {
   info_.channels.assign(spec.channelnames.begin(), spec.channelnames.end());
   info_.channels.resize(static_cast<std::size_t>(spec.nchannels));
 
-  red_ = indexOf(info_.channels, "R");
-  green_ = indexOf(info_.channels, "G");
-  blue_ = indexOf(info_.channels, "B");
-  if (red_ < 0 || green_ < 0 || blue_ < 0) {
-    red_ = 0;
-    green_ = spec.nchannels >= 3 ? 1 : 0;
-    blue_ = spec.nchannels >= 3 ? 2 : 0;
-  }
-  alpha_ = spec.alpha_channel >= 0 ? spec.alpha_channel : indexOf(info_.channels, "A");
-  if (alpha_ >= spec.nchannels) alpha_ = -1;
+  chooseLayer();
   info_.hasAlpha = alpha_ >= 0;
+  chooseOrientation();
+}
+
+// The part that holds plain R, G and B; else the first that has colours in a layer that is named
+// for them; else the first.
+void PictureReader::choosePart() {
+  if (std::string_view(input_->format_name()) != "openexr") return;
+  int best = 0;
+  int bestRank = -1;
+  int part = 0;
+  for (; part < partLimit && input_->seek_subimage(part, 0); ++part) {
+    const int rank = layerOf(input_->spec().channelnames, input_->spec()).rank;
+    if (!input_->spec().deep && rank > bestRank) {
+      best = part;
+      bestRank = rank;
+    }
+  }
+  input_->geterror();  // that there is no further part
+  info_.parts = std::max(part, 1);
+  part_ = best;
+  if (!input_->seek_subimage(part_, 0)) fail("its part " + std::to_string(part_) + " is broken");
+  info_.part = std::string(input_->spec().get_string_attribute("oiio:subimagename"));
+}
+
+void PictureReader::chooseLayer() {
+  const OIIO::ImageSpec& spec = *spec_;
+  const Layer layer = layerOf(info_.channels, spec);
+  info_.layer = layer.name;
+  if (layer.luminanceChroma) {
+    fail("expected channels R, G and B, found luminance and chroma (Y, RY, BY); convert it first");
+  }
+  red_ = layer.red;
+  green_ = layer.green;
+  blue_ = layer.blue;
+  alpha_ = layer.alpha;
+}
+
+// Cameras write JPEG files as their sensor lay; TIFF's tag means the same. A file that is a part of
+// a larger frame is left alone.
+void PictureReader::chooseOrientation() {
+  stored_ = info_.data;
+  const int wanted = spec_->get_int_attribute("Orientation", 1);
+  const bool turns = (info_.format == "jpeg" || info_.format == "tiff") && wanted > 1 &&
+                     wanted <= 8 && info_.data == info_.display && info_.data.x == 0 &&
+                     info_.data.y == 0;
+  if (!turns) return;
+  info_.orientation = wanted;
+  if (liesOnItsSide(wanted)) std::swap(info_.data.width, info_.data.height);
+  info_.display = info_.data;
+  auto header = std::make_shared<OIIO::ImageSpec>(*spec_);
+  header->attribute("Orientation", 1);
+  header->width = header->full_width = info_.data.width;
+  header->height = header->full_height = info_.data.height;
+  upright_ = header;
+}
+
+Picture PictureReader::shown(Picture picture, const Window& window) const {
+  picture.header = upright_ ? upright_ : spec_;
+  return placed(upright(std::move(picture), info_.orientation), window);
 }
 
 // Reads consecutive channels of the file into consecutive slots of the picture's pixels.
@@ -218,10 +357,10 @@ void PictureReader::readInto(Picture& picture, int firstChannel, int channels, i
     std::byte* to =
         picture.pixels.get() + rowBytes * row + std::ptrdiff_t{firstSlot} * picture.depth;
     const bool read =
-        tiled ? input_->read_tiles(0, 0, spec.x, spec.x + spec.width, spec.y + row, spec.y + end, 0,
-                                   1, firstChannel, firstChannel + channels, typeOf(picture.depth),
-                                   to, pixelBytes, rowBytes)
-              : input_->read_scanlines(0, 0, spec.y + row, spec.y + end, 0, firstChannel,
+        tiled ? input_->read_tiles(part_, 0, spec.x, spec.x + spec.width, spec.y + row,
+                                   spec.y + end, 0, 1, firstChannel, firstChannel + channels,
+                                   typeOf(picture.depth), to, pixelBytes, rowBytes)
+              : input_->read_scanlines(part_, 0, spec.y + row, spec.y + end, 0, firstChannel,
                                        firstChannel + channels, typeOf(picture.depth), to,
                                        pixelBytes, rowBytes);
     if (!read) {
@@ -232,7 +371,7 @@ void PictureReader::readInto(Picture& picture, int firstChannel, int channels, i
 }
 
 Picture PictureReader::read(int depth, const Window& window, float missingAlpha) {
-  Picture picture = Picture::make(info_.data, depth, info_.samples);
+  Picture picture = Picture::make(stored_, depth, info_.samples);
   if (green_ == red_ + 1 && blue_ == green_ + 1) {
     const bool alphaFollows = alpha_ == blue_ + 1;
     readInto(picture, red_, alphaFollows ? 4 : 3, 0);
@@ -250,8 +389,7 @@ Picture PictureReader::read(int depth, const Window& window, float missingAlpha)
   }
   if (alpha_ < 0) fill(picture, 3, missingAlpha);
   picture.hasAlpha = info_.hasAlpha;
-  picture.header = spec_;
-  return placed(std::move(picture), window);
+  return shown(std::move(picture), window);
 }
 
 Picture PictureReader::readChannel(std::string_view channel, int depth, const Window& window) {
@@ -280,10 +418,9 @@ Picture PictureReader::readChannel(std::string_view channel, int depth, const Wi
     throw Error::expected(Fault::wrongUse, info_.path, "one of the channels " + oneLine(names),
                           channel);
   }
-  Picture picture = Picture::make(info_.data, depth, info_.samples);
+  Picture picture = Picture::make(stored_, depth, info_.samples);
   readInto(picture, index, 1, 3);
-  picture.header = spec_;
-  return placed(std::move(picture), window);
+  return shown(std::move(picture), window);
 }
 
 Encoding encodingOf(const OIIO::ImageSpec& spec, const std::string& format, Samples samples) {

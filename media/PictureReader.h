@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Reads pictures from files, in whatever format OpenImageIO knows, into the form and the depth that
+// Reads pictures from files, in the formats of PictureFormats.h, into the form and the depth that
 // the engine takes. The header is looked at first, so that sizes and depths can be compared before
 // any pixel is read.
 #pragma once
@@ -14,6 +14,8 @@
 
 namespace orvanite::media {
 
+struct PicturePromise;
+
 /// What a file's header says.
 struct PictureInfo {
   std::string path;
@@ -24,17 +26,23 @@ struct PictureInfo {
   int bits = 8;  // of a sample, such as 10 in a DPX file
   std::vector<std::string> channels;
   bool hasAlpha = false;
+  std::string part;   // of a file of several parts: the one that is read
+  std::string layer;  // of a file of several layers: the one whose R, G, B and A are read
+  int parts = 1;      // that the file has
+  int orientation =
+      1;  // that the file asked for, by Exif's numbers; sizes here are the upright ones
 };
 
 class PictureReader {
  public:
   /// Opens a file and reads its header. Throws Error: noSuchFile when there is no such file,
-  /// failure when it is no picture or none that can be keyed (no pixels, too many, deep samples).
+  /// failure when it is no picture of a format on the list, ends before its header's promises, asks
+  /// for more memory than it may, or cannot be keyed (no pixels, too many, deep samples).
   explicit PictureReader(const std::string& path);
 
   /// What the header says, checked; and the header itself.
   const PictureInfo& info() const { return info_; }
-  const OIIO::ImageSpec& header() const { return *spec_; }
+  const OIIO::ImageSpec& header() const { return upright_ ? *upright_ : *spec_; }
 
   /// Reads colour and alpha, with one grey channel standing for all three colours.
   ///
@@ -51,11 +59,20 @@ class PictureReader {
 
  private:
   void readInto(Picture& picture, int firstChannel, int channels, int firstSlot);
+  void checkPromise(const PicturePromise& promise) const;
+  void choosePart();
+  void chooseLayer();
+  void chooseOrientation();
+  Picture shown(Picture picture, const Window& window) const;
+  [[noreturn]] void failForSize(std::int64_t width, std::int64_t height) const;
   [[noreturn]] void fail(const std::string& reason) const;
 
   std::unique_ptr<OIIO::ImageInput> input_;
-  std::shared_ptr<const OIIO::ImageSpec> spec_;
+  std::shared_ptr<const OIIO::ImageSpec> spec_,
+      upright_;  // of what lies on its side, the latter too
   PictureInfo info_;
+  Window stored_;  // of the pixels as they lie in the file
+  int part_ = 0;
   int red_ = 0, green_ = 0, blue_ = 0, alpha_ = -1;
 };
 

@@ -6,6 +6,9 @@
 
 #include <sys/statvfs.h>
 
+#include <array>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <string_view>
@@ -13,6 +16,7 @@
 #include "base/Error.h"
 #include "media/FileSink.h"
 #include "media/PendingFile.h"
+#include "media/PictureFormats.h"
 #include "media/PictureReader.h"
 #include "media/QuietPng.h"
 
@@ -41,6 +45,32 @@ OIIO::TypeDesc typeInMemory(int depth) {
 // Others ignore windows, or are read by programs that do.
 bool hasWindows(const OIIO::ImageOutput& output) {
   return std::string_view(output.format_name()) == "openexr";
+}
+
+// The same command gives the same bytes: without a time of the plate's the only one is that of
+// SOURCE_DATE_EPOCH, else none. The libraries would put the time of day there.
+void takeTime(OIIO::ImageSpec& spec, std::string_view format) {
+  if (spec.find_attribute("DateTime") != nullptr) return;
+  const char* const epoch = std::getenv("SOURCE_DATE_EPOCH");
+  char* end = nullptr;
+  const std::time_t seconds = epoch != nullptr ? std::strtoll(epoch, &end, 10) : 0;
+  std::tm parts{};
+  if (epoch != nullptr && end != epoch && *end == '\0' && ::gmtime_r(&seconds, &parts) != nullptr) {
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y:%m:%d %H:%M:%S", &parts);
+    spec.attribute("DateTime", text.data());
+  } else if (format == "openexr") {
+    spec.attribute("DateTime", "");
+  } else if (format == "tiff") {
+    spec.attribute("DateTime", 0);  // of no type that the tag has: it is left out
+  }
+}
+
+// SGI's name of the picture ends at a zero; OpenImageIO leaves what memory held behind it.
+bool clearSgiName(FileSink& sink) {
+  constexpr std::size_t nameAt = 24;
+  constexpr std::array<char, 80> nothing{};
+  return sink.pwrite(nothing.data(), nothing.size(), nameAt) == nothing.size();
 }
 
 OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
@@ -97,6 +127,11 @@ OIIO::ImageSpec headerFor(const Picture& picture, const Window& part,
   // TIFF alone can say either; to others colours are handed as they are.
   const bool says = std::string_view(output.format_name()) == "tiff";
   if (!picture.premultiplied || !says) spec.attribute("oiio:UnassociatedAlpha", 1);
+  takeTime(spec, output.format_name());
+  // Noise in the lower bits packs no smaller for more effort, which took most of a shot's time.
+  if (std::string_view(output.format_name()) == "png" && picture.samples == Samples::uint16) {
+    spec.attribute("png:compressionLevel", 1);
+  }
   return spec;
 }
 
@@ -136,7 +171,12 @@ void writeWhole(const std::string& path, const Fill& fill) {
   const bool throughSink = output->supports("ioproxy") != 0 && !isTiff;
   FileSink sink(file.temporary(), path);
   if (throughSink) output->set_ioproxy(&sink);
-  const bool filled = fill(*output, file.temporary());
+  // Some formats keep the name: through the sink it is no more than that.
+  const bool filled = fill(
+      *output, throughSink ? std::filesystem::path(path).filename().string() : file.temporary());
+  if (filled && std::string_view(output->format_name()) == "sgi" && !clearSgiName(sink)) {
+    fail("the picture's name");
+  }
   if (const std::string reason = sink.finish(); !reason.empty()) fail(reason);
   if (!filled) fail(output->geterror());
   // Formats that write without the sink may not notice a full disk.
@@ -147,7 +187,8 @@ void writeWhole(const std::string& path, const Fill& fill) {
 }  // namespace
 
 void checkOutput(const std::string& path, std::span<const std::string> inputs) {
-  if (!OIIO::ImageOutput::create(path)) {
+  const auto output = OIIO::ImageOutput::create(path);
+  if (!output || !isPictureFormat(output->format_name())) {
     OIIO::geterror();
     throw Error::expected(
         Fault::wrongUse, path,

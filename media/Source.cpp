@@ -4,18 +4,50 @@
 // number of threads may read at once.
 #include "media/Source.h"
 
+#include <array>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 
 #include "base/Error.h"
 #include "media/FramePattern.h"
 #include "media/MovieSource.h"
+#include "media/Orientation.h"
 
 namespace orvanite::media {
 namespace {
 
 std::string sizeText(const Window& window) {
   return std::to_string(window.width) + "x" + std::to_string(window.height);
+}
+
+// Tens and units in four bits each, hours first (SMPTE ST 12-1); bit 6 of the frames says that
+// numbers are dropped. Empty for what is no time.
+std::string timeCodeText(std::uint32_t code) {
+  constexpr std::uint32_t fields = 0x3F7F7F3F;
+  std::array<char, 16> text{};
+  const std::uint32_t digits = code & fields;
+  for (int i = 0; i < 8; ++i) {
+    if ((digits >> (4 * i) & 15) > 9) return "";
+  }
+  std::snprintf(text.data(), text.size(), "%02x:%02x:%02x%c%02x", digits >> 24, digits >> 16 & 255,
+                digits >> 8 & 255, (code & 0x40) != 0 ? ';' : ':', digits & 255);
+  return text.data();
+}
+
+// What was chosen of a file that holds more, or turned, for a person to see.
+std::string noticeOf(const PictureInfo& info) {
+  std::string notice;
+  const auto add = [&](const std::string& what) { notice += (notice.empty() ? "" : ", ") + what; };
+  if (info.parts > 1) {
+    add("part '" + oneLine(info.part) + "' of " + std::to_string(info.parts) + " is taken");
+  }
+  if (!info.layer.empty()) add("layer " + oneLine(info.layer) + " is taken");
+  if (info.orientation > 1) {
+    add(std::string(nameOfOrientation(info.orientation)) + " as the file asks");
+  }
+  return notice.empty() ? notice : info.path + ": " + notice;
 }
 
 ShotFacts factsOf(const OIIO::ImageSpec& header) {
@@ -32,8 +64,9 @@ ShotFacts factsOf(const OIIO::ImageSpec& header) {
   if (aspect > 0.01F && aspect < 100 && aspect != 1) {
     facts.pixelAspect = {static_cast<int>(std::lround(aspect * 10000)), 10000};
   }
-  if (const auto* code = header.find_attribute("smpte:TimeCode")) {
-    facts.timeCode = code->get_string();
+  std::uint32_t code[2] = {};
+  if (header.getattribute("smpte:TimeCode", OIIO::TypeTimeCode, code)) {
+    facts.timeCode = timeCodeText(code[0]);
   }
   return facts;
 }
@@ -91,6 +124,7 @@ class FileSource : public Source {
     info_ = reader.info();
     header_ = std::make_shared<const OIIO::ImageSpec>(reader.header());
     facts_ = factsOf(*header_);
+    notice_ = noticeOf(info_);
   }
 
   std::string path_;

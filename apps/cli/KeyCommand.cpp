@@ -18,6 +18,7 @@
 #include "base/Error.h"
 #include "keyer/ColourText.h"
 #include "keyer/Preset.h"
+#include "media/InputFile.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"
 #include "media/PictureWriter.h"
@@ -277,6 +278,9 @@ int keyPlate(KeyOptions& options) {
   checkNumber("--threads", options.threads, 0, 1024);
   checkNumber("--in-flight", options.inFlight, 0, 1024);
   checkEncoding(options.backgroundColourspace);
+  if (!options.memory.empty()) {
+    media::setMemoryBound(media::parseMemory(options.memory, "--memory"));
+  }
   Settings settings = settingsOf(options);
   takeFlatBackground(options, settings);
   if (options.premultiply && settings.choice("output") != "unpremultiplied") {

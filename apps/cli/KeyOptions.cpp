@@ -10,7 +10,7 @@ namespace orvanite::cli {
 void KeyOptions::addTo(CLI::App& command) {
   command.add_option(
       "PLATE", plates,
-      "What to key, in any format that OpenImageIO reads: a picture, a numbered "
+      "What to key: a picture (PNG, JPEG, OpenEXR, TIFF, DPX and others), a numbered "
       "sequence (plate.####.exr, plate.%04d.exr, plate.@@@@.exr), a folder of one, or a "
       "movie that FFmpeg decodes, whose frames count from 1. Several go into a folder: -o keyed/.");
   const auto text = [&](const char* group, const char* type, const char* names, std::string& to,
@@ -105,6 +105,9 @@ void KeyOptions::addTo(CLI::App& command) {
   number(running, "--in-flight", inFlight,
          "Frames of a shot that are under way at once. [1 to 1024, default what keeps the threads "
          "busy within 1.25 GiB]");
+  text(running, "BYTES", "--memory", memory,
+       "What the pixels of one picture may take, such as 800M or 4G. A small file that unfolds to "
+       "much is refused without it. [default three quarters of the machine's]");
   text(running, "bar|plain|openjd|alf|none", "--progress", progress,
        "Of a shot. [default a bar on a terminal, else plain]");
   flag(running, "--json", json,

@@ -22,7 +22,7 @@ struct KeyOptions {
   std::string plate;  // the one that is keyed now
   std::string background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
-  std::string codec, frameRate, alpha, backgroundFit = "fill", backgroundColourspace;
+  std::string codec, frameRate, memory, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
   int threads = 0, inFlight = 0;

@@ -124,7 +124,7 @@ TEST(ColourSpaces, SayWhatIsWrong) {
       {"--ocio /dev/zero --input-space twice", 1, "expected a file of at most 67108864"},
       {"--ocio @broken.ocio --input-space twice", 1, "no OpenColorIO configuration"},
       {"--ocio @config.ocio --input-space twice --save-script @s.orv", 2,
-       "a script cannot hold colour spaces"},
+       "a script cannot hold --input-space"},
   };
   for (const auto& c : cases) {
     const Outcome outcome =

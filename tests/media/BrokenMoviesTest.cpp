@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Movies in: one that ends before its container says is named with frame and time; nothing in a
+// file leads to another; frames at uneven times are numbered as a player shows them.
+#include <cmath>
+
+#include "tests/media/Files.h"
+
+namespace orvanite::test {
+namespace {
+
+TEST(BrokenMovies, OnesThatEndShortFailWithFrameAndTimeAndWholeOnesDoNot) {
+  const Folder folder;
+  const std::string video = "-f lavfi -i testsrc2=s=96x64:r=25:d=2";
+  const std::string sound = " -f lavfi -i sine=d=2 -c:a ";
+  const std::pair<const char*, std::string> movies[] = {
+      {"a.y4m", video + " -pix_fmt yuv420p"},
+      {"a.ts", video + sound + "mp2 -c:v libx264 -pix_fmt yuv420p -g 12"},
+      {"a.m2ts", video + " -c:v mpeg2video"},
+      {"a.ogv", video + sound + "libvorbis -c:v libtheora"},
+      {"a.mkv", video + sound + "pcm_s16le -c:v ffv1"},
+      {"b.mkv", video + " -c:v libx264 -pix_fmt yuv420p -live 1"},
+      {"a.webm", video + " -c:v libvpx-vp9 -cpu-used 8 -deadline realtime"},
+      {"a.avi", video + sound + "pcm_s16le -c:v mjpeg"},
+      {"a.mxf", video + " -c:v mpeg2video"},
+      {"a.flv", video + " -c:v flv1"},
+      {"a.wmv", video + " -c:v wmv2"},
+      {"a.ivf", video + " -c:v libvpx-vp9 -cpu-used 8 -deadline realtime"},
+      {"a.mp4", video + sound + "aac -c:v libx264 -pix_fmt yuv420p -movflags faststart"},
+      {"b.mp4", video + " -c:v libx264 -pix_fmt yuv420p -movflags frag_keyframe+empty_moov -g 12"},
+      {"a.mov", video + " -c:v prores_ks -movflags faststart"}};
+  for (const auto& [name, line] : movies) {
+    SCOPED_TRACE(name);
+    ffmpeg(folder, line + " @" + name);
+    const ReadThrough whole = readThrough(folder / name);
+    EXPECT_EQ(whole.error, "");
+    EXPECT_EQ(whole.frames, 50);
+    const std::string bytes = bytesOf(folder / name);
+    for (const double share : {0.5, 0.9}) {
+      const std::string cut = folder / (std::string("cut-") + name);
+      writeBytes(cut, bytes.substr(0, static_cast<std::size_t>(share * double(bytes.size())) | 1));
+      const ReadThrough read = readThrough(cut);
+      EXPECT_LT(read.frames, 50);
+      EXPECT_NE(read.error, "") << share;
+      EXPECT_TRUE(read.error.find("frame") != std::string::npos) << read.error;
+      if (read.error.find("there is no frame") != std::string::npos) {
+        EXPECT_NE(read.error.find(" s"), std::string::npos) << read.error;
+      }
+    }
+  }
+}
+
+TEST(BrokenMovies, NothingInAFileLeadsToAnother) {
+  const Folder folder;
+  ffmpeg(folder, "-f lavfi -i testsrc2=s=32x32:d=1 -c:v mpeg2video @secret.ts");
+  const std::string target = folder / "secret.ts";
+  writeBytes(folder / "list.mov", "ffconcat version 1.0\nfile '" + target + "'\n");
+  writeBytes(folder / "play.mov",
+             "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + target + "\n#EXT-X-ENDLIST\n");
+  const std::pair<const char*, const char*> cases[] = {{"list.mov", "found concat"},
+                                                       {"play.mov", "found hls"}};
+  for (const auto& [name, message] : cases) {
+    const std::string error = readThrough(folder / name).error;
+    EXPECT_NE(error.find("cannot be read as a movie: expected QuickTime, MP4, "), std::string::npos)
+        << error;
+    EXPECT_NE(error.find(message), std::string::npos) << error;
+  }
+}
+
+// Each frame of the source is a grey of its number, 4 codes apart.
+std::vector<int> shownBy(const Folder& folder, const std::string& name) {
+  const auto source = media::Source::open(folder / name);
+  std::vector<int> shown;
+  for (const int frame : source->frames()) {
+    const auto picture = source->read(frame, {1, source->info().display, 1, ""});
+    shown.push_back(static_cast<int>(std::lround((static_cast<int>(picture.pixels[0]) - 8) / 4.0)));
+  }
+  return shown;
+}
+
+TEST(BrokenMovies, UnevenFramesAreNumberedAsAPlayerShowsThem) {
+  const Folder folder;
+  const std::string source =
+      "-f lavfi -i color=s=32x32:r=25:d=1,format=gbrp,geq=r=8+4*N:g=8+4*N:b=8+4*N -vsync vfr "
+      "-enc_time_base 1/1000 -c:v ffv1 -vf ";
+  struct Case {
+    const char *name, *filter;
+    std::vector<int> shown;  // of 25 frames, 0 to 24
+    bool said;
+  };
+  const auto but = [](std::vector<std::pair<int, int>> changes) {
+    std::vector<int> all(25);
+    for (int i = 0; i < 25; ++i) all[static_cast<std::size_t>(i)] = i;
+    for (const auto& [at, value] : changes) all[static_cast<std::size_t>(at)] = value;
+    return all;
+  };
+  const Case cases[] = {
+      {"even.mkv", "null", but({}), false},
+      // Frame 10 is not there: 9 is held. So with 3 and 20.
+      {"dropped.mkv", "select=not(eq(n\\,10))", but({{10, 9}}), true},
+      {"two.mkv", "select=not(eq(n\\,3)+eq(n\\,20))", but({{3, 2}, {20, 19}}), true},
+      // All frames but the first 15 ms late, and the last one 19: the rate stays.
+      {"late.mkv", "settb=1/1000,setpts=PTS+15*gte(N\\,1)+4*eq(N\\,24)", but({}), false}};
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.name);
+    ffmpeg(folder, source + one.filter + " @" + one.name);
+    EXPECT_EQ(shownBy(folder, one.name), one.shown);
+    const auto movie = media::Source::open(folder / one.name);
+    const media::Ratio rate = movie->facts().frameRate;
+    EXPECT_EQ(rate.numerator, 25 * rate.denominator);
+    EXPECT_EQ(movie->notice().find("held") != std::string::npos, one.said) << movie->notice();
+  }
+}
+
+}  // namespace
+}  // namespace orvanite::test
