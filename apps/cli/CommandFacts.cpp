@@ -62,7 +62,7 @@ CommandFacts factsOf(const CLI::App& command, const std::string& name) {
 
 }  // namespace
 
-bool OptionFacts::takesFile() const { return positional || type == "FILE"; }
+bool OptionFacts::takesFile() const { return positional || type.starts_with("FILE"); }
 
 std::vector<CommandFacts> factsOf(const CLI::App& program) {
   std::vector<CommandFacts> all = {factsOf(program, "")};

@@ -43,8 +43,8 @@ TEST(Settings, EveryParameterReachesTheEngineAndAnUnchangedOneCausesNoWork) {
   for (const Parameter& parameter : parameters()) {
     // Channels say which samples a matte is read from; the engine never hears of them.
     if (parameter.type == ParameterType::channel) continue;
-    // What comes after the engine is Finish's.
-    if (parameter.meaning.stage == Stage::finish) continue;
+    // What comes before and after the engine is for others.
+    if (parameter.meaning.ofWholeFrames()) continue;
     Settings settings;
     // The flat colour matters in one output alone.
     if (parameter.name == "backgroundColour") settings.setText("output", "compOnColour");
