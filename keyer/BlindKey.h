@@ -25,8 +25,8 @@ struct KeyWishes {
 /// Everything that was chosen for a plate.
 struct BlindKey {
   ScreenHue screen;
-  Settings settings;             // those given and what was chosen beside them; colours are codes
-  std::vector<std::string> set;  // the parameters that were chosen, in the table's order
+  Settings settings;              // those given and what was chosen beside them; colours are codes
+  std::vector<std::string> set;   // the parameters that were chosen, in the table's order
   Mixing mixing = Mixing::codes;  // what BlindKeyer keys in, whatever the settings' colourspace
   MixingVote vote;
   KeyNumbers numbers;

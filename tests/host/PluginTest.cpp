@@ -149,9 +149,8 @@ TEST_F(Plugin, ScriptsSaveLoadAndSaveTheSameText) {
 
 TEST_F(Plugin, AnErrorInAnArgumentPointsAtItAndLeavesNoNode) {
   NRiValue value;
-  EXPECT_EQ(
-      run("k = Orvanite(0, 0, 0, 0, \"1.4\", \"composite\",\n  nowhere);", value),
-      "s:2:3: 'nowhere' in 'k.rScreen' refers to nothing: expected the name of a plug");
+  EXPECT_EQ(run("k = Orvanite(0, 0, 0, 0, \"1.4\", \"composite\",\n  nowhere);", value),
+            "s:2:3: 'nowhere' in 'k.rScreen' refers to nothing: expected the name of a plug");
   EXPECT_TRUE(NRiNode::getRoot()->children().empty());
   EXPECT_EQ(run("k = Orvanite_1v3(0, 0);", value),
             "s:1:22: expected an image for argument 3 of 'Orvanite_1v3', found ')'");
