@@ -21,7 +21,7 @@ inline orvanite::Settings randomSettings(std::mt19937& random) {
   std::uniform_real_distribution<double> unit(0, 1);
   orvanite::Settings settings;
   for (const orvanite::Parameter& parameter : orvanite::parameters()) {
-    if (parameter.meaning.stage == orvanite::Stage::finish) continue;
+    if (parameter.meaning.ofWholeFrames()) continue;
     const auto between = [&] {
       const double low = static_cast<double>(std::fmax(parameter.softLow, parameter.low));
       return low + unit(random) * (static_cast<double>(parameter.softHigh) - low);

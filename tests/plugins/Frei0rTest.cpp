@@ -79,8 +79,8 @@ std::vector<Meaning> meanings(bool mixer) {
     const std::string_view name = parameter.name;
     const bool below = name.starts_with("bg");
     const bool matte = name.starts_with("use") || name.ends_with("Channel");
-    const bool finishes = parameter.meaning.stage == orvanite::Stage::finish;
-    if (matte || finishes || (below && !mixer)) continue;
+    const bool wholeFrames = parameter.meaning.ofWholeFrames();  // hosts hand over slices
+    if (matte || wholeFrames || (below && !mixer)) continue;
     for (int c = 0; c < (parameter.type == ParameterType::triple ? 3 : 1); ++c) {
       list.push_back({&parameter, c});
     }

@@ -193,8 +193,7 @@ TEST(OfxRender, ServesConcurrentRendersOfOneInstanceWhileParametersMove) {
   for (const orvanite::Parameter& parameter : orvanite::parameters()) {
     if (orvanite::valuesOf(parameter.type) == 0 ||
         parameter.type == orvanite::ParameterType::choice ||
-        parameter.type == orvanite::ParameterType::toggle ||
-        parameter.meaning.stage == orvanite::Stage::finish) {
+        parameter.type == orvanite::ParameterType::toggle || parameter.meaning.ofWholeFrames()) {
       continue;
     }
     curve(parameter.name.data());
