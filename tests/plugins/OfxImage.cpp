@@ -111,13 +111,11 @@ double HostImage::code(int x, int y, int channel) {
 
 void HostImage::setCode(int x, int y, int channel, double value) {
   std::byte* at = pixel(x, y) + channel * layout_.depth;
-  const auto byte = static_cast<std::uint8_t>(value);
-  const auto real = static_cast<float>(value);
-  const auto word = layout_.half ? Imath::half(real).bits() : static_cast<std::uint16_t>(value);
-  const void* from = layout_.depth == 1   ? static_cast<const void*>(&byte)
-                     : layout_.depth == 2 ? static_cast<const void*>(&word)
-                                          : static_cast<const void*>(&real);
-  std::memcpy(at, from, static_cast<std::size_t>(layout_.depth));
+  const auto put = [&](auto code) { std::memcpy(at, &code, sizeof code); };
+  if (layout_.depth == 1) return put(static_cast<std::uint8_t>(value));
+  if (layout_.depth == 4) return put(static_cast<float>(value));
+  if (layout_.half) return put(Imath::half(static_cast<float>(value)).bits());
+  put(static_cast<std::uint16_t>(value));
 }
 
 bool HostImage::guardsHold(const ofx::RectI& window, const HostImage& before) const {
