@@ -52,6 +52,13 @@ std::string pathIn(const ScriptFiles& files, const std::string& path) {
       .string();
 }
 
+// A bare name of a script that nobody knows the place of lies beside it.
+std::string outputIn(const ScriptFiles& files) {
+  const bool beside =
+      files.script.empty() && !std::filesystem::path(files.output).has_parent_path();
+  return beside ? patternOf(files.output) : pathIn(files, files.output);
+}
+
 // The node knows channels by their letters only.
 std::string channelText(const std::string& name, const std::string& value) {
   if (value.size() == 1 && std::string_view("RGBArgba").find(value[0]) != std::string_view::npos) {
@@ -150,7 +157,7 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
                             : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
                                                                         : "";
   return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n",
-                              inQuotes(pathIn(files, files.output)), held, alpha);
+                              inQuotes(outputIn(files)), held, alpha);
 }
 
 void saveText(const std::string& path, const std::string& text) {
