@@ -156,8 +156,8 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   const char* const alpha = files.alpha == shot::Alpha::none            ? ", \"none\""
                             : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
                                                                         : "";
-  return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n",
-                              inQuotes(outputIn(files)), held, alpha);
+  return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n", inQuotes(outputIn(files)),
+                              held, alpha);
 }
 
 void saveText(const std::string& path, const std::string& text) {
