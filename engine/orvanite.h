@@ -51,10 +51,10 @@ typedef struct OtileImage {
 
 /* A rectangle to key: where its pixels go and where each input's pixels are.
  * The record stays the caller's and is only read. dst may share a buffer with fg or with bg,
- * pixel for pixel. */
+ * pixel for pixel. In view 0 over a background without alpha, dst's alpha is neither read nor
+ * written: any address will do. */
 typedef struct Otile {
-  OtileImage dst;     /* destination; all four pointers are required. In view 0 over a background
-                         without alpha, alpha is neither read nor written: any address will do */
+  OtileImage dst;     /* destination; all four pointers are required, see above */
   OtileImage bg;      /* background picture; absent unless red, green and blue are all there */
   OtileImage fg;      /* the plate; alpha is never read */
   OtileImage hold;    /* hold-out matte; only alpha is read */

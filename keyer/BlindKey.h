@@ -24,18 +24,20 @@ struct KeyWishes {
 
 /// Everything that was chosen for a plate.
 struct BlindKey {
-  ScreenHue screen;
+  ScreenHue screen;               // what was found
   Settings settings;              // those given and what was chosen beside them; colours are codes
   std::vector<std::string> set;   // the parameters that were chosen, in the table's order
   Mixing mixing = Mixing::codes;  // what BlindKeyer keys in, whatever the settings' colourspace
-  MixingVote vote;
-  KeyNumbers numbers;
+  MixingVote vote;                // what the edges say about it
+  KeyNumbers numbers;             // of the key
   Encoding encoding = Encoding::codes;  // of the plate
-  KeyWishes wishes;
-  int width = 0, height = 0;  // of the plate
-  ScreenPlate plate;          // the clean plate, at the size at which the plate was looked at
-  Plane holdOut, garbage;     // 1 holds, 1 cuts; at that size; empty: none
-  bool steady = true;         // whether one clean plate serves all frames that were seen
+  KeyWishes wishes;                     // as they were given
+  int width = 0;                        // of the plate, in pixels
+  int height = 0;                       // likewise
+  ScreenPlate plate;   // the clean plate, at the size at which the plate was looked at
+  Plane holdOut;       // 1 holds; at that size; empty: none
+  Plane garbage;       // 1 cuts; likewise
+  bool steady = true;  // whether one clean plate serves all frames that were seen
 
   /// Writes the clean plate in the plate's own encoding, alpha 1.0. The picture has the plate's
   /// size and depth 1, 2 or 4. A file of it serves as a clean plate for all frames of the shot.

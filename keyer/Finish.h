@@ -16,18 +16,21 @@ enum class SpillReplace { nothing, grey, brightness, background };
 
 /// The finish in force. Lengths are in the pixels of the frames that are keyed.
 struct Finish {
-  float black = 0, white = 1, gamma = 1;  // the matte's curve
-  int islands = 0, pinholes = 0;          // pixels across
-  float shrink = 0;                       // pixels; grows below 0
-  float soften = 0;                       // pixels
-  float edgeColour = 0;                   // 0..1
-  int edgeReach = 1;                      // pixels
-  float spill = 0;                        // 0..1
-  float spillLimit = 0;                   // 0..1
-  SpillReplace spillReplace = SpillReplace::nothing;
-  int primary = 1;  // the screen's strongest channel
-  float wrap = 0;   // 0..1; 0 where there is no background
-  int wrapReach = 1;
+  float black = 0;                                    // of the matte: clear up to here
+  float white = 1;                                    // solid from here
+  float gamma = 1;                                    // the curve between
+  int islands = 0;                                    // pixels across
+  int pinholes = 0;                                   // likewise
+  float shrink = 0;                                   // pixels; grows below 0
+  float soften = 0;                                   // pixels
+  float edgeColour = 0;                               // 0..1
+  int edgeReach = 1;                                  // pixels
+  float spill = 0;                                    // 0..1
+  float spillLimit = 0;                               // 0..1
+  SpillReplace spillReplace = SpillReplace::nothing;  // what takes its place
+  int primary = 1;                                    // the screen's strongest channel
+  float wrap = 0;                                     // 0..1; 0 where there is no background
+  int wrapReach = 1;                                  // pixels
 
   /// The finish of these settings for pictures of which those in `inputs` exist.
   /// scale  the keyed frames' size over the full one's: lengths shrink with a proxy

@@ -29,7 +29,9 @@ class Keyer {
   /// Throws Error (failure) when memory runs out.
   Keyer();
   ~Keyer();
+  /// The other may only be destroyed or assigned to then.
   Keyer(Keyer&&) noexcept;
+  /// The same.
   Keyer& operator=(Keyer&&) noexcept;
 
   /// Sets up for frames of a depth that have the given inputs.

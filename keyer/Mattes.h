@@ -30,9 +30,9 @@ enum class SourceAlpha : std::uint8_t {
 
 /// A rectangle of interleaved pixels, four elements each, of a depth (1, 2 or 4).
 struct MatteArea {
-  int depth;
-  int width;
-  int lines;
+  int depth;  // of the elements
+  int width;  // pixels a line
+  int lines;  // how many
 };
 
 /// Writes the luminance of a picture's colours into its alpha: of red, green and blue as they are

@@ -56,7 +56,7 @@ enum class SidePicture { none, background, holdOut, garbage, cleanPlate };
 
 /// What front ends want to know of a parameter beyond its values.
 struct Meaning {
-  Stage stage = Stage::key;
+  Stage stage = Stage::key;               // of the work
   SidePicture needs = SidePicture::none;  // without it the parameter changes nothing
   bool followsScreen = false;             // starts anew when the screen is looked for
 

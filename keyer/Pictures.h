@@ -27,13 +27,20 @@ struct Picture {
   std::ptrdiff_t pixelStride = 0;        // bytes, of any sign
   std::ptrdiff_t rowStride = 0;          // bytes, of any sign
 
+  /// Whether it has any channel.
   bool present() const { return channels[0] || channels[1] || channels[2] || channels[3]; }
+  /// Whether it has red, green and blue.
   bool coloured() const { return channels[0] && channels[1] && channels[2]; }
 };
 
 /// The pictures of a frame, by role. Only `result` is written.
 struct PictureFrame {
-  Picture plate, background, holdOut, garbage, cleanPlate, result;
+  Picture plate;       // needed
+  Picture background;  // absent, like all others but the result: not there
+  Picture holdOut;     // a matte that keeps
+  Picture garbage;     // a matte that cuts
+  Picture cleanPlate;  // the screen without the subject
+  Picture result;      // needed
 };
 
 /// Keys frames whose pictures lie anyhow.
@@ -52,7 +59,9 @@ class PictureKeyer {
 /// A plate as the screen's search reads it: where it lies, or in a copy.
 class SearchedPlate {
  public:
+  /// Throws Error (wrongUse) for a picture without colours; failure when memory runs out.
   explicit SearchedPlate(const Picture& picture);
+  /// As long as this and the picture live.
   const Plate& plate() const { return plate_; }
 
  private:

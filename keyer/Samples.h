@@ -32,8 +32,8 @@ constexpr bool isNative(Sample sample, int depth) {
 
 /// Bytes from one sample to the next; 0: they lie side by side.
 struct Steps {
-  std::ptrdiff_t to = 0;
-  std::ptrdiff_t from = 0;
+  std::ptrdiff_t to = 0;    // in the result
+  std::ptrdiff_t from = 0;  // in what is brought
 };
 
 /// Brings n samples to a depth. Between kinds the largest code stands for 1.0, rounded half up;

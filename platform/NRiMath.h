@@ -20,7 +20,7 @@ struct NRiMathFunction {
   int most;                    // 0: any number
   /// Works it out. Returns null, or what is wrong with the arguments.
   const char* (*work)(std::span<const double> x, double& result);
-  /// Of one whose arguments behind the first are keys, frame@value; it has no `work`.
+  /// Of one whose arguments behind the first are keys, frame\@value; it has no `work`.
   std::optional<orvanite::CurveShape> curve;
 };
 

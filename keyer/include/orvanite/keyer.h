@@ -76,16 +76,18 @@ typedef enum OrvaniteType {
 
 /* A parameter as panels show it. Texts are UTF-8 and last as long as the library is loaded. */
 typedef struct OrvaniteParameter {
-  const char* name;  /* what the functions below call it, such as "screenRange" */
-  const char* label; /* what a panel calls it, such as "Screen range" */
-  const char* group; /* the heading that it stands under */
-  const char* help;  /* a sentence or two */
-  const char* unit;  /* "" where values have none */
-  OrvaniteType type;
-  int values;              /* how many numbers: 3, 1, or 0 for a channel */
-  float softLow, softHigh; /* what a slider spans */
-  float low, high;         /* what is accepted */
-  float defaults[3];
+  const char* name;     /* what the functions below call it, such as "screenRange" */
+  const char* label;    /* what a panel calls it, such as "Screen range" */
+  const char* group;    /* the heading that it stands under */
+  const char* help;     /* a sentence or two */
+  const char* unit;     /* "" where values have none */
+  OrvaniteType type;    /* what its values are */
+  int values;           /* how many numbers: 3, 1, or 0 for a channel */
+  float softLow;        /* what a slider spans, from */
+  float softHigh;       /* and to */
+  float low;            /* what is accepted, from */
+  float high;           /* and to */
+  float defaults[3];    /* a choice: the index of its text; a single value: the first */
   int choices;          /* how many texts an ORVANITE_CHOICE has */
   int followsTheScreen; /* 1: until it is set, its default goes with the hue of "screen" */
 } OrvaniteParameter;
@@ -94,7 +96,7 @@ typedef struct OrvaniteParameter {
 typedef struct OrvaniteChoice {
   const char* text;  /* what presets and orvanite_keyerSetText call it */
   const char* label; /* what a menu shows */
-  const char* help;
+  const char* help;  /* a sentence */
 } OrvaniteChoice;
 
 /* How many parameters there are. They are in the order in which a panel shows them. */
@@ -153,7 +155,8 @@ typedef enum OrvaniteDepth {
  * up or down: all of it is said by pointers and strides. Interleaved RGBA without gaps, and planes
  * of integers, are keyed where they lie; anything else is copied in rows. */
 typedef struct OrvaniteImage {
-  int width, height;     /* pixels, at least 1 */
+  int width;             /* pixels, at least 1 */
+  int height;            /* rows, at least 1 */
   OrvaniteDepth depth;   /* of all channels */
   void* channels[4];     /* red, green, blue, alpha of the first pixel; null: absent */
   ptrdiff_t pixelStride; /* bytes from a pixel to the next, of any sign */
@@ -162,16 +165,16 @@ typedef struct OrvaniteImage {
 
 /* The pictures of a frame; a picture without channels is absent. All have the plate's size and may
  * have any depth. Only `result` is written, and only the channels that it has; it may be the plate
- * itself. */
+ * itself. Without a background "composite" is over black.
+ * Of a matte, one channel is the matte. Of more it is the parameter's channel where one was set;
+ * else alpha, or luminance where there is no alpha or it is opaque all over. Beside a clean plate,
+ * float and half plates are keyed in 16 bits: what lies outside 0..1 is clipped. */
 typedef struct OrvaniteFrame {
   OrvaniteImage plate;      /* needed; red, green, blue */
-  OrvaniteImage background; /* for the output "composite", which is over black without one; an
-                             * absent alpha is opaque */
-  OrvaniteImage holdOut;    /* mattes: one channel is the matte. Of more it is the parameter's */
-  OrvaniteImage garbage;    /* channel where one was set; else alpha, or luminance where there is no
-                             * alpha or it is opaque all over */
-  OrvaniteImage cleanPlate; /* the screen without the subject. Float and half plates are keyed in 16
-                             * bits beside it: what lies outside 0..1 is clipped */
+  OrvaniteImage background; /* for the output "composite"; an absent alpha is opaque */
+  OrvaniteImage holdOut;    /* a matte that keeps: see below */
+  OrvaniteImage garbage;    /* a matte that cuts: see below */
+  OrvaniteImage cleanPlate; /* the screen without the subject: see below */
   OrvaniteImage result;     /* needed; any channels */
 } OrvaniteFrame;
 
