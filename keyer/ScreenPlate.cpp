@@ -111,6 +111,27 @@ float grainOf(const Look& look, const Mask& mask) {
   return 1.05F * quantile(steps, 0.5);
 }
 
+/// The mask's calm part, where light varies no more than twice as much as in its calmest tenth, a
+/// slope aside. Leaves and fur of the screen's hue are rougher than a screen.
+Mask calmOf(const Plane& grey, const Mask& mask) {
+  constexpr float around = 3;  // pixels
+  const Plane mean = blurred(grey, around);
+  Plane rough(mask.width, mask.height);
+  for (std::size_t i = 0; i < rough.size(); ++i) {
+    rough[i] = (grey[i] - mean[i]) * (grey[i] - mean[i]);
+  }
+  rough = blurred(rough, around);
+  std::vector<float> inside;
+  for (std::size_t i = 0; i < rough.size(); ++i) {
+    rough[i] = std::sqrt(rough[i]);
+    if (mask[i] != 0) inside.push_back(rough[i]);
+  }
+  const float most = std::max(0.006F, 2 * quantile(inside, 0.1));
+  Mask calm(mask.width, mask.height);
+  for (std::size_t i = 0; i < calm.size(); ++i) calm[i] = mask[i] != 0 && rough[i] < most;
+  return calm;
+}
+
 float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i]; }
 
 }  // namespace
@@ -193,13 +214,25 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     if (count > 60 && count > own.size() / 500) break;
   }
   const Mask all = plate.sure;
+  const Mask calm = calmOf(grey, all);
+  plate.sure = calm;
   for (int round = 0; round < 3; ++round) {
     plate.rigid = fitted(look, plate.sure);
     if (round == 2) break;
     const Colours clean = plate.rigid.over(w, h);
+    Plane aside(w, h);
+    std::vector<float> offsets;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
+      const auto stiff = hueOf(clean[0][i], clean[1][i], clean[2][i]);
+      aside[i] = std::hypot(seen[0] - stiff[0], seen[1] - stiff[1]);
+      if (calm[i] != 0) offsets.push_back(aside[i]);
+    }
+    const float agrees = std::max(0.01F, 2 * quantile(offsets, 0.5));
     for (std::size_t i = 0; i < all.size(); ++i) {
       const float ratio = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3F);
-      plate.sure[i] = all[i] != 0 && ratio > (dark[i] != 0 ? 0.15F : 0.4F) && ratio < 1.8F;
+      plate.sure[i] = all[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
+                      ratio > (dark[i] != 0 ? 0.15F : 0.4F) && ratio < 1.8F;
     }
   }
   look.grain = grainOf(look, plate.sure);

@@ -146,6 +146,39 @@ TEST(BlindKey, FollowsAScreenWhoseHueDriftsInLightAndInTheDark) {
   for (int x = 3; x < width - 3; ++x) EXPECT_LT(matteAt(out, x, 20), 0.02F) << x;
 }
 
+TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
+  Composed plate;
+  plate.screen = [](int x, int) {
+    const float light = 1 - 0.2F * static_cast<float>(x) / width;
+    return Rgb{olive[0] * light, olive[1] * light, olive[2] * light};
+  };
+  // Leaves over half of the frame, their hue within a screen's reach, light and shade on them.
+  plate.subject = [](int x, int y) {
+    const float light = 0.78F + 0.14F * std::sin(static_cast<float>(x) / 3.5F) *
+                                    std::sin(static_cast<float>(y) / 3);
+    return Rgb{0.36F * light, 0.45F * light, 0.2F * light};
+  };
+  const auto leaves = disc(80, 60, 56, 2);
+  plate.matte = leaves;
+  Canvas canvas = plate.on(2);
+  const BlindKey key = findKey(canvas.plate(), video());
+  int solid = 0, taken = 0;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      if (leaves(x, y) < 1) continue;
+      ++solid;
+      taken += key.plate.sure(x, y);
+    }
+  }
+  EXPECT_LT(taken, solid / 20) << solid;
+  // Halfway the screen has .9 of its light.
+  Canvas clean(width, height, 2);
+  key.writeCleanPlate(clean.plate().image, 2);
+  for (std::size_t c = 0; c < 3; ++c) {
+    EXPECT_NEAR(colourAt(clean.plate(), 80, 60)[c], 0.9F * olive[c], 0.015F);
+  }
+}
+
 TEST(BlindKey, TellsHowEdgesMix) {
   for (const bool inLight : {false, true}) {
     Composed plate;
