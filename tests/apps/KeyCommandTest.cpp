@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "engine/orvanite.h"
+#include "tests/Sanitized.h"
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
 
@@ -269,7 +270,7 @@ TEST(KeyCommand, ChoosesTheEncodingFromTheFileAndSaysSo) {
 }
 
 TEST(KeyCommand, KeysA4KPictureInThePicturesMemoryAnd64MiB) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef ORVANITE_SANITIZED
   GTEST_SKIP() << "sanitizers have memory of their own";
 #endif
   const Folder folder;

@@ -19,10 +19,10 @@ struct OnePixel {
   Otile tile = {};
 
   OnePixel() {
+    std::fill_n(dst, 4, static_cast<T>(notWritten));
     const auto join = [](T* samples, OtileImage& image) {
       image = {samples, samples + 1, samples + 2, samples + 3, 4, 4};
     };
-    std::fill_n(dst, 4, static_cast<T>(notWritten));
     for (T* image : {bg, fg, hold, garbage, ref}) std::fill_n(image, 4, T{1});
     join(dst, tile.dst);
     join(bg, tile.bg);
@@ -32,6 +32,11 @@ struct OnePixel {
     join(ref, tile.ref);
   }
 
+  // The tile points at this pixel's own samples.
+  OnePixel(const OnePixel&) = delete;
+  OnePixel& operator=(const OnePixel&) = delete;
+
+  void forget() { std::fill_n(dst, 4, static_cast<T>(notWritten)); }
   bool colourWritten() const { return dst[0] != T{notWritten}; }
   bool alphaWritten() const { return dst[3] != T{notWritten}; }
 };
@@ -146,7 +151,7 @@ TEST(Dispatch, RefusesADepthWhoseTablesWereNotBuilt) {
   orvanite_setFgMax(engine.get(), 1);  // discards the integer tables
   EXPECT_EQ(results(), (Results{0, 0, 0})) << "out of date: quietly nothing";
   EXPECT_FALSE(floats.colourWritten());
-  bytes = OnePixel<unsigned char>();
+  bytes.forget();
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
   EXPECT_EQ(results(), (Results{1, 1, 0}));
   EXPECT_FALSE(bytes.colourWritten());
@@ -157,12 +162,12 @@ TEST(Dispatch, RefusesADepthWhoseTablesWereNotBuilt) {
   orvanite_setDstMax(engine.get(), 1);
   orvanite_setFgMax(engine.get(), 255);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-  floats = OnePixel<float>();
+  floats.forget();
   EXPECT_EQ(results(), (Results{1, 1, 0}));
   orvanite_setScreen(engine.get(), 0, 1, 0);
   orvanite_setDstMax(engine.get(), 255);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-  floats = OnePixel<float>();
+  floats.forget();
   EXPECT_EQ(results(), (Results{0, 0, 1}));
   EXPECT_FALSE(floats.colourWritten());
 }
@@ -174,7 +179,7 @@ TEST(Dispatch, RefusesAFloatTileWhileTheCleanPlateIsOn) {
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
   OnePixel<float> pixel;
   ASSERT_EQ(orvanite_render(engine.get(), 4, 1, 1, &pixel.tile), 0);
-  pixel = OnePixel<float>();
+  pixel.forget();
   orvanite_useRef(engine.get(), 1);
   orvanite_setDstMax(engine.get(), 255);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0) << "an integer build, which has a clean plate";
@@ -218,7 +223,7 @@ TEST(Dispatch, NeedsTheCleanPlateThatIsWantedAndTheTablesOfTheMattesInUse) {
   orvanite_useHold(engine.get(), 1);
   orvanite_setDstMax(engine.get(), 1);
   ASSERT_EQ(orvanite_makeLuts(engine.get()), 0);
-  pixel = OnePixel<unsigned char>();
+  pixel.forget();
   EXPECT_EQ(orvanite_render(engine.get(), 1, 1, 1, &pixel.tile), 1);
   EXPECT_FALSE(pixel.colourWritten());
 }

@@ -111,13 +111,13 @@ TEST(Setters, RaiseTheirOwnFlagsAndNotifyOnceAndAreSilentTheSecondTime) {
 }
 
 TEST(Setters, ConditionTheirArgumentsBeforeComparingAndStoring) {
+  int calls = 0;  // counted until the engine is gone
   const Engine engine(orvanite_new());
   Table* e = engine.get();
   EXPECT_EQ(e->colourspace, 1);
   EXPECT_EQ(orvanite_getView(e), 0);
   EXPECT_TRUE(e->screen[0] == 0 && e->screen[1] == 0 && e->screen[2] == 1);
 
-  int calls = 0;
   orvanite_installCallback(e, countCall, &calls);
   lowerAll(*e);
   orvanite_setBalance(e, 3, 0.2f);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/Sanitized.h"
 #include "tests/engine/Scene.h"
 
 namespace {
@@ -83,7 +84,7 @@ TEST(Stress, TwentyFourEnginesOnEightThreadsKeyAsOneDoesAlone) {
 }
 
 TEST(Stress, TenThousandChangesTakeNoMoreMemoryThanAThousand) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef ORVANITE_SANITIZED
   GTEST_SKIP() << "the sanitizers keep what is freed";
 #endif
   Random random(7);

@@ -248,11 +248,11 @@ TEST(Build, CountsNumbersThatAreNoneAsZeroAndStaysInsideItsTables) {
     Parameters p = randomParameters(random);
     p.setAllMaxima(round % 3 == 0 ? 1 : 255);
     const float bad = random.pick({NAN, INFINITY, -INFINITY, 3e38f, -3e38f});
-    float* const targets[] = {p.screen,     p.neutral,   p.replace,  p.background,
-                              p.mp,         p.balance,   p.gain,     p.exposure[0],
-                              p.gamma[0],   p.offset[1], p.gamma[1], p.saturation - 1,
-                              p.exposure[1]};
-    for (int i = 0; i < 2; ++i) targets[random.between(0, 12)][random.between(1, 2)] = bad;
+    float* const targets[] = {p.screen + 1,     p.neutral + 1,   p.replace + 1,  p.background + 1,
+                              p.mp + 1,         p.balance + 1,   p.gain + 1,     p.exposure[0] + 1,
+                              p.gamma[0] + 1,   p.offset[1] + 1, p.gamma[1] + 1, p.saturation,
+                              p.exposure[1] + 1};
+    for (int i = 0; i < 2; ++i) targets[random.between(0, 12)][random.between(0, 1)] = bad;
     const Engine engine = makeEngine(p);
     std::string message;
     if (build(engine, &message) != 0) continue;

@@ -19,6 +19,7 @@
 
 #include "engine/orvanite.h"
 #include "keyer/Settings.h"
+#include "tests/Sanitized.h"
 #include "tests/plugins/FlatModel.h"
 
 namespace {
@@ -479,7 +480,7 @@ TEST(Frei0rHosts, MayLoadAndUnloadAHundredTimes) {
         binary.update(instance, 0, &pixel, &pixel);
         binary.destruct(instance);
       }
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef ORVANITE_SANITIZED
       void* const still = dlopen(path, RTLD_NOW | RTLD_NOLOAD);
       ASSERT_FALSE(still) << "something keeps " << path << " in the process";
 #endif
