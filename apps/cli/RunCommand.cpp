@@ -158,8 +158,35 @@ void write(NRiFileOut& out) {
   media::writePicture(picture, path);
 }
 
+// No frame may be written over another, nor one picture over another.
+void checkOutputs(const std::vector<NRiFileOut*>& outputs, const std::vector<int>& frames) {
+  const auto pathsAt = [&](int frame) {
+    timePlug()->set(static_cast<float>(frame));
+    std::vector<std::string> paths;
+    for (NRiFileOut* const out : outputs) paths.push_back(out->path());
+    return paths;
+  };
+  const std::vector<std::string> first = pathsAt(frames.front());
+  for (std::size_t i = 0; i < first.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (first[i].empty() || !media::isSameFile(first[i], first[j])) continue;
+      throw Error(Fault::wrongUse, first[i],
+                  "is written by two FileOuts: expected a file for each");
+    }
+  }
+  if (frames.size() == 1) return;
+  const std::vector<std::string> second = pathsAt(frames[1]);
+  for (std::size_t i = 0; i < first.size(); ++i) {
+    if (first[i].empty() || first[i] != second[i]) continue;
+    throw Error::expected(Fault::wrongUse, first[i],
+                          "a name with a frame number for several frames, such as out.####.exr",
+                          first[i]);
+  }
+}
+
 int render(const RunOptions& options, const std::vector<int>& frames) {
   const std::vector<NRiFileOut*> outputs = outputsOf(options.script);
+  checkOutputs(outputs, frames);
   NRiPlug* const time = timePlug();
   // One frame alone is named rather than counted.
   const bool named =

@@ -73,6 +73,9 @@ TEST(RunCommand, SaysWhatIsWrong) {
         "o = FileOut(a, \"" +
             (folder / "o.png") + "\");\n");
   std::filesystem::create_symlink("/dev/zero", folder / "zero.orv");
+  write(folder / "twice.orv", "a = Constant();\no = FileOut(a, \"" + (folder / "o.png") +
+                                  "\");\np = FileOut(a, \"" + (folder / "./o.png") + "\");\n");
+  write(folder / "still.orv", "a = Constant();\no = FileOut(a, \"" + (folder / "o.png") + "\");\n");
   struct Case {
     std::string words;
     int code;
@@ -83,6 +86,8 @@ TEST(RunCommand, SaysWhatIsWrong) {
       {"@bad.orv", 1, "bad.orv:2:5: expected the name of a function, found 'Nothing'"},
       {"@none.orv", 2, "expected a FileOut, found none"},
       {"@loop.orv", 1, "depends on itself"},
+      {"@twice.orv", 2, "o.png: is written by two FileOuts"},
+      {"@still.orv --frames 1-3", 2, "expected a name with a frame number for several frames"},
       {"@missing.orv", 1, "this script cannot be read"},
       {"@zero.orv", 1, "a script that is too long"},
       {"@none.orv --frames 4-", 2, "expected frames such as"},
@@ -100,7 +105,8 @@ TEST(RunCommand, SaysWhatIsWrong) {
     EXPECT_NE(outcome.err.find(one.message), std::string::npos) << outcome.err;
     EXPECT_EQ(outcome.code, one.code) << one.message;
   }
-  EXPECT_EQ(folder.names(), (Lines{"bad.orv", "loop.orv", "none.orv", "zero.orv"}));
+  EXPECT_EQ(folder.names(),
+            (Lines{"bad.orv", "loop.orv", "none.orv", "still.orv", "twice.orv", "zero.orv"}));
 }
 
 }  // namespace
