@@ -271,7 +271,9 @@ T randomSample(Random& random, int max, float screen) {
     const int largest = static_cast<int>(static_cast<T>(~T{0}));
     const int top = std::min(max, largest);
     const auto code = [&](float v) {
-      return static_cast<T>(std::clamp(static_cast<int>(v * static_cast<float>(top)), 0, top));
+      const float scaled = v * static_cast<float>(top);
+      // Numbers that are none, and those beyond an int, too.
+      return static_cast<T>(scaled > 0 ? std::min(scaled, static_cast<float>(top)) : 0.0f);
     };
     switch (random.between(0, 15)) {
       case 0:
