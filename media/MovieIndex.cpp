@@ -84,7 +84,7 @@ void takeRate(MovieIndex& index, const AVStream& video, const std::string& path)
   // first and the last interval are often of another length and do not make the rate.
   std::vector<AVRational> constant;
   if (gaps.size() > 3) {
-    const auto inner = static_cast<double>(index.times.end()[-2] - index.times[1]);
+    const auto inner = static_cast<double>(index.times[index.times.size() - 2] - index.times[1]);
     const double rate = static_cast<double>(gaps.size() - 2) / std::max(inner, 1.0) * second;
     if (const auto named = namedRate(video, rate, 0.001)) constant.push_back(*named);
   }
