@@ -163,6 +163,7 @@ void checkOutputs(const std::vector<NRiFileOut*>& outputs, const std::vector<int
   const auto pathsAt = [&](int frame) {
     timePlug()->set(static_cast<float>(frame));
     std::vector<std::string> paths;
+    paths.reserve(outputs.size());
     for (NRiFileOut* const out : outputs) paths.push_back(out->path());
     return paths;
   };
