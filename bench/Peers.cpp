@@ -57,7 +57,7 @@ AvFrame rgbaFrame(const std::byte* pixels, std::int64_t time) {
 /// From two RGBA frames handed over to the composite taken out, in RGBA.
 void filters(benchmark::State& state, const char* keyers, int threads) {
   const auto [r, g, b] = screenCode(Encoding::video);
-  const auto code = [](float v) { return static_cast<int>(v * 255 + 0.5F); };
+  const auto code = [](float v) { return static_cast<int>(v * 255 + 0.5f); };
   const std::string source =
       fmt::format("=video_size={}x{}:pix_fmt=rgba:time_base=1/25", frameWidth(), frameHeight());
   const std::string colour = fmt::format("0x{:02x}{:02x}{:02x}", code(r), code(g), code(b));

@@ -126,8 +126,8 @@ void save(const fs::path& path, const Keyed& k, bool asMatte) {
     for (std::size_t c = 0; c < 3; ++c) {
       const float v =
           asMatte ? k.matte[i]
-                  : k.matte[i] * k.colour[3 * i + c] + (1 - k.matte[i]) * (c == 0 ? 0.9F : 0.1F);
-      out.push_back(static_cast<std::uint8_t>(std::clamp(v, 0.0F, 1.0F) * 255 + 0.5F));
+                  : k.matte[i] * k.colour[3 * i + c] + (1 - k.matte[i]) * (c == 0 ? 0.9f : 0.1f);
+      out.push_back(static_cast<std::uint8_t>(std::clamp(v, 0.0f, 1.0f) * 255 + 0.5f));
     }
   }
   const auto file = OIIO::ImageOutput::create(path.string());
@@ -165,9 +165,9 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& sh
     keyer.prepare(key, settings, plate.depth, {});
     keyer.render(key, frame);
     for (std::size_t i = 0; i < count; ++i) {
-      keyed.matte[i] = static_cast<float>(out[4 * i + 3]) / 255.0F;
+      keyed.matte[i] = static_cast<float>(out[4 * i + 3]) / 255.0f;
       for (std::size_t c = 0; c < 3; ++c)
-        keyed.colour[3 * i + c] = static_cast<float>(out[4 * i + c]) / 255.0F;
+        keyed.colour[3 * i + c] = static_cast<float>(out[4 * i + c]) / 255.0f;
     }
     row.chosen = fmt::format(
         "{:.2f},{:.2f},{:.2f} conf {:.2f} misfit {:.4f} {} {} b {:.2f} g {:.2f} lo {:.3f} grain "

@@ -24,7 +24,7 @@ namespace orvanite {
 namespace {
 
 // A screen whose light varies less than this is keyed with one colour.
-constexpr float evenEnough = 0.97F;
+constexpr float evenEnough = 0.97f;
 
 /// What the search moves. `fraction` says which of the screen's pixels gives the screen colour: 0
 /// the darkest, 1 the brightest.
@@ -33,29 +33,29 @@ struct Knob {
   float low, high, step, start;
 };
 constexpr std::string_view fraction = "fraction";
-constexpr float farthestRange = 0.25F;  // beyond it half of every soft edge is gone
-constexpr Knob rangeKnob = {"screenRange", 0, farthestRange, 0.02F, 0};
+constexpr float farthestRange = 0.25f;  // beyond it half of every soft edge is gone
+constexpr Knob rangeKnob = {"screenRange", 0, farthestRange, 0.02f, 0};
 // Gains below -0.5 leave the screen's colour in the edges, which the matte's error does not show.
-constexpr std::array<Knob, 9> flatKnobs = {{{fraction, 0, 1, 0.1F, 0.5F},
+constexpr std::array<Knob, 9> flatKnobs = {{{fraction, 0, 1, 0.1f, 0.5f},
                                             rangeKnob,
-                                            {"shadowBalance", 0, 1, 0.16F, 0},
-                                            {"midtoneBalance", 0, 1, 0.16F, 0},
-                                            {"highlightBalance", 0, 1, 0.16F, 0},
-                                            {"shadowGain", -0.5F, 1, 0.08F, 0},
-                                            {"midtoneGain", -0.5F, 1, 0.08F, 0},
-                                            {"highlightGain", -0.5F, 1, 0.08F, 0},
-                                            {"midTonesAt", 0, 0.95F, 0.1F, 0.5F}}};
+                                            {"shadowBalance", 0, 1, 0.16f, 0},
+                                            {"midtoneBalance", 0, 1, 0.16f, 0},
+                                            {"highlightBalance", 0, 1, 0.16f, 0},
+                                            {"shadowGain", -0.5f, 1, 0.08f, 0},
+                                            {"midtoneGain", -0.5f, 1, 0.08f, 0},
+                                            {"highlightGain", -0.5f, 1, 0.08f, 0},
+                                            {"midTonesAt", 0, 0.95f, 0.1f, 0.5f}}};
 
 void setColour(Settings& settings, std::string_view name, const Rgb& c) {
-  settings.setNumbers(name, std::min(c[0], 64.0F), std::min(c[1], 64.0F), std::min(c[2], 64.0F));
+  settings.setNumbers(name, std::min(c[0], 64.0f), std::min(c[1], 64.0f), std::min(c[2], 64.0f));
 }
 
 /// The tint of what looks neutral in the subject; white where nothing does. Greys that lean to the
 /// screen carry its spill and say nothing about the light.
 Rgb greyTint(const Screen& screen) {
-  constexpr float nearGrey = 0.12F;  // spread of the channels over the largest
-  constexpr float dark = 0.15F;
-  constexpr float leastShare = 0.03F;
+  constexpr float nearGrey = 0.12f;  // spread of the channels over the largest
+  constexpr float dark = 0.15f;
+  constexpr float leastShare = 0.03f;
   std::array<double, 3> sum{};
   std::size_t count = 0;
   for (const Pixel& pixel : screen.foregroundPixels) {
@@ -92,7 +92,7 @@ struct Chance {
     state = state * 1664525U + 1013904223U;
     return state >> 8;
   }
-  float signedShare() { return static_cast<float>(next()) / 8388608.0F - 1; }
+  float signedShare() { return static_cast<float>(next()) / 8388608.0f - 1; }
 };
 
 /// Steps every knob that was not given up and down, and several at a time, ever finer, for as long
@@ -114,7 +114,7 @@ class Search {
     const auto keepBetter = [&](const Settings& next, const std::vector<float>& turned) {
       // Less than a thousandth better is chance.
       const float found = trial_.error(next);
-      if (found >= 0.999F * error) return;
+      if (found >= 0.999f * error) return;
       error = found;
       values = turned;
       settings = next;
@@ -122,10 +122,10 @@ class Search {
     const auto turnedTo = [](const Knob& knob, float value) {
       return std::clamp(value, knob.low, knob.high);
     };
-    for (float scale = 1; scale > 0.05F;) {
+    for (float scale = 1; scale > 0.05f;) {
       const float before = error;
       for (std::size_t i = 0; i < knobs.size(); ++i) {
-        for (const float sign : {1.0F, -1.0F}) {
+        for (const float sign : {1.0f, -1.0f}) {
           Settings next = settings;
           std::vector<float> turned = values;
           turned[i] = turnedTo(knobs[i], values[i] + sign * scale * knobs[i].step);
@@ -191,7 +191,7 @@ std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean
         {f.colour, clean.at(f.x, f.y), 1, static_cast<float>(front.size()) / sure / count});
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const float matte = (static_cast<float>(i) + 0.5F) / count;
+    const float matte = (static_cast<float>(i) + 0.5f) / count;
     const Pixel& b = pick(back);
     const Pixel& f = pick(front);
     Rgb mixed{};
@@ -231,9 +231,9 @@ std::vector<KnownPixel> keyedPixels(const Plate& plate, const CleanPlate& clean,
   std::array<std::vector<KnownPixel>, 2> kinds;  // hard, soft
   for (std::size_t i = 0; i < seen.size(); ++i) {
     seen[i].matte = trial.matteOf(i);
-    kinds[seen[i].matte > 0.03F && seen[i].matte < 0.97F ? 1 : 0].push_back(seen[i]);
+    kinds[seen[i].matte > 0.03f && seen[i].matte < 0.97f ? 1 : 0].push_back(seen[i]);
   }
-  constexpr std::array<float, 2> shares = {0.5F, 0.5F};
+  constexpr std::array<float, 2> shares = {0.5f, 0.5f};
   constexpr std::size_t most = 4000;  // of either
   std::vector<KnownPixel> known;
   for (std::size_t kind = 0; kind < 2; ++kind) {
@@ -276,7 +276,7 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
     put(next, name, balance);
   }
   put(next, "screenRange", 0.0);
-  put(next, "fgBias", Rgb{0.9F, 0.9F, 0.9F});
+  put(next, "fgBias", Rgb{0.9f, 0.9f, 0.9f});
   if (!screen.foregroundPixels.empty()) put(next, "replace", meanOf(screen.foregroundPixels));
 
   const CleanPlate clean(plate, screen);
@@ -285,21 +285,21 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   // to 1. That trial does not mind a brighter or darker plate.
   const float brightest = *std::max_element(screen.colour.begin(), screen.colour.end());
   const bool light = plate.depth == 4 && colourspace != logSpace && colourspace != videoSpace;
-  const float scale = light ? 0.6F / brightest : 1;
+  const float scale = light ? 0.6f / brightest : 1;
   Settings local = next;
   setColour(local, "screen",
             scaled({next.number("screen", 0), next.number("screen", 1), next.number("screen", 2)},
                    scale));
   // A key of one colour for an uneven screen clips the ends by itself. What it aims at need not
   // have them clipped as well, and shows it more of the edges.
-  const float mixShare = result.cleanPlate ? 0.4F : 0.7F;
+  const float mixShare = result.cleanPlate ? 0.4f : 0.7f;
   KeyTrial sure(scaled(surePixels(screen, clean, colourspace, mixShare), scale), true);
   Search search(settings, screen, sure);
   local = search.best(local, {rangeKnob});
   if (!settings.given("fgBias")) {
     // Tinted greys are taken for grey unless the key loses by it: a subject may be beige.
-    constexpr float worthIt = 1.05F;
-    const Rgb bias = scaled(greyTint(screen), 0.9F);
+    constexpr float worthIt = 1.05f;
+    const Rgb bias = scaled(greyTint(screen), 0.9f);
     Settings tinted = local;
     setColour(tinted, "fgBias", bias);
     tinted = search.best(tinted, {rangeKnob});
@@ -308,7 +308,7 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
       setColour(next, "fgBias", bias);
     }
   }
-  put(next, "screenRange", std::clamp(local.number("screenRange") / scale, 0.0F, farthestRange));
+  put(next, "screenRange", std::clamp(local.number("screenRange") / scale, 0.0f, farthestRange));
   if (!result.cleanPlate) {
     KeyTrial flat(keyedPixels(plate, clean, local, scale), false);
     next = Search(settings, screen, flat).best(next, {flatKnobs.begin(), flatKnobs.end()});

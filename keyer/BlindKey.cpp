@@ -15,7 +15,7 @@ namespace {
 
 // What a frame's sure screen may lie off the clean plate of the frames before: beyond it the camera
 // has moved or the light has changed.
-constexpr float sameScreen = 0.03F;
+constexpr float sameScreen = 0.03f;
 
 /// The clip that the engine makes of a screen range, in the encoding that is keyed in.
 float clipOfRange(const BlindKey& key, float range) {
@@ -26,22 +26,22 @@ float clipOfRange(const BlindKey& key, float range) {
   const auto value = [&](float v) { return shiftsLight ? v : valueOf(v, key.mixing); };
   float shifted = 0, own = 0;
   for (std::size_t c = 0; c < 3; ++c) {
-    const float weight = c == p ? 1.0F : c == m ? -key.numbers.balance : key.numbers.balance - 1;
+    const float weight = c == p ? 1.0f : c == m ? -key.numbers.balance : key.numbers.balance - 1;
     const float colour = shiftsLight ? lightOfCode(key.screen.colour[c]) : key.screen.colour[c];
-    const float moved = std::clamp(colour + (c == p ? -0.577F : 0.577F) * range, 0.0F, 1.0F);
+    const float moved = std::clamp(colour + (c == p ? -0.577f : 0.577f) * range, 0.0f, 1.0f);
     own += weight * value(colour);
-    shifted += (weight + (c == p ? key.numbers.gain : 0.0F)) * value(moved);
+    shifted += (weight + (c == p ? key.numbers.gain : 0.0f)) * value(moved);
   }
-  return own > 0 ? std::clamp(1 - shifted / own, 0.0F, 0.5F) : 0.0F;
+  return own > 0 ? std::clamp(1 - shifted / own, 0.0f, 0.5f) : 0.0f;
 }
 
 float rangeOfClip(const BlindKey& key) {
   float low = 0, high = 1;
   for (int round = 0; round < 24; ++round) {
-    const float middle = 0.5F * (low + high);
+    const float middle = 0.5f * (low + high);
     (clipOfRange(key, middle) < key.numbers.clip ? low : high) = middle;
   }
-  return 0.5F * (low + high);
+  return 0.5f * (low + high);
 }
 
 void makeMattes(BlindKey& key, const Look& look, const KeyRegions& regions) {
@@ -52,8 +52,8 @@ void makeMattes(BlindKey& key, const Look& look, const KeyRegions& regions) {
 /// Halfway from a colour to grey of its light: what the hold-out matte puts back where it keeps a
 /// subject that has the screen's hue, by its own colour or by spill; nobody can tell which.
 Rgb greyer(Rgb colour) {
-  const float grey = 0.299F * colour[0] + 0.587F * colour[1] + 0.114F * colour[2];
-  for (float& v : colour) v = 0.5F * (v + grey);
+  const float grey = 0.299f * colour[0] + 0.587f * colour[1] + 0.114f * colour[2];
+  for (float& v : colour) v = 0.5f * (v + grey);
   return colour;
 }
 

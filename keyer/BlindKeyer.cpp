@@ -22,7 +22,7 @@ constexpr float most = 65535;
 using Codes = std::vector<std::uint16_t>;
 
 std::uint16_t codeOf(float v) {
-  return static_cast<std::uint16_t>(std::clamp(v, 0.0F, 1.0F) * most + 0.5F);
+  return static_cast<std::uint16_t>(std::clamp(v, 0.0f, 1.0f) * most + 0.5f);
 }
 
 /// Where a pixel's sample lies.
@@ -74,7 +74,7 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int dept
   depth_ = 0;
   const Mixing mixing = mixingOf(settings).value_or(key.mixing);
   decodes_ = mixing == Mixing::light && key.encoding == Encoding::codes;
-  white_ = depth == 4 && key.encoding == Encoding::light ? std::max(1.0F, white) : 1.0F;
+  white_ = depth == 4 && key.encoding == Encoding::light ? std::max(1.0f, white) : 1.0f;
   const std::string_view output = settings.choice("output");
   showsColours_ = output != "matte" && output != "status";
   used_ = inputs;
@@ -111,7 +111,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
       code = static_cast<const std::uint16_t*>(channel)[i];
     } else {
       const float v = static_cast<const float*>(channel)[i];
-      code = codeOf(v > 0 ? v / (colour ? white_ : 1.0F) : 0.0F);
+      code = codeOf(v > 0 ? v / (colour ? white_ : 1.0f) : 0.0f);
     }
     return colour && decodes_ ? decode_[code] : code;
   };
@@ -122,7 +122,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
     } else if (depth_ == 2) {
       static_cast<std::uint16_t*>(channel)[i] = code;
     } else {
-      static_cast<float*>(channel)[i] = static_cast<float>(code) / most * (colour ? white_ : 1.0F);
+      static_cast<float*>(channel)[i] = static_cast<float>(code) / most * (colour ? white_ : 1.0f);
     }
   };
   const auto band = [&](int from, int rows) {

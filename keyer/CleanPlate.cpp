@@ -25,18 +25,18 @@ void writeStretched(const Colours& codes, Encoding encoding, int width, int heig
           for (float& v : row) v = lightOfCode(v);
         }
       } else {
-        std::fill(row.begin(), row.end(), 1.0F);
+        std::fill(row.begin(), row.end(), 1.0f);
       }
       const std::ptrdiff_t at = std::ptrdiff_t{y} * picture.lineStep;
       for (int x = 0; x < width; ++x) {
         const std::ptrdiff_t i = at + std::ptrdiff_t{x} * picture.pixelStep;
         const float v = row[static_cast<std::size_t>(x)];
-        const float code = std::clamp(v, 0.0F, 1.0F);
+        const float code = std::clamp(v, 0.0f, 1.0f);
         if (depth == 1) {
-          static_cast<std::uint8_t*>(channels[c])[i] = static_cast<std::uint8_t>(code * 255 + 0.5F);
+          static_cast<std::uint8_t*>(channels[c])[i] = static_cast<std::uint8_t>(code * 255 + 0.5f);
         } else if (depth == 2) {
           static_cast<std::uint16_t*>(channels[c])[i] =
-              static_cast<std::uint16_t>(code * 65535 + 0.5F);
+              static_cast<std::uint16_t>(code * 65535 + 0.5f);
         } else {
           static_cast<float*>(channels[c])[i] = v;
         }

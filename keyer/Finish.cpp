@@ -10,7 +10,7 @@ namespace orvanite {
 
 Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
   const auto pixels = [&](const char* name) {
-    return static_cast<int>(settings.number(name) * scale + 0.5F);
+    return static_cast<int>(settings.number(name) * scale + 0.5f);
   };
   Finish finish;
   finish.black = settings.number("matteBlack");

@@ -9,7 +9,7 @@ namespace orvanite {
 namespace {
 
 // Light of the three channels: ITU-R BT.709.
-constexpr std::array<float, 3> light{0.2126F, 0.7152F, 0.0722F};
+constexpr std::array<float, 3> light{0.2126f, 0.7152f, 0.0722f};
 
 // The inside is what is more solid than this; how much more weighs it, up to 255.
 constexpr int insideFrom = 57344;  // 7/8
@@ -18,7 +18,7 @@ constexpr float enoughInside = 4;
 
 template <class Sample>
 constexpr float full = std::is_floating_point_v<Sample>
-                           ? 1.0F
+                           ? 1.0f
                            : static_cast<float>(std::is_same_v<Sample, std::uint8_t> ? 255 : 65535);
 
 // Samples in the integers that are summed. Floats count in 65536ths and up to 8191 either way; NaN
@@ -28,14 +28,14 @@ std::int32_t counted(Sample v) {
   if constexpr (std::is_floating_point_v<Sample>) {
     constexpr float most = 8191;
     if (!(v == v)) return 0;
-    return static_cast<std::int32_t>((v > -most ? (v < most ? v : most) : -most) * 65536.0F);
+    return static_cast<std::int32_t>((v > -most ? (v < most ? v : most) : -most) * 65536.0f);
   } else {
     return static_cast<std::int32_t>(v);
   }
 }
 
 template <class Sample>
-constexpr float countedOne = std::is_floating_point_v<Sample> ? 65536.0F : 1.0F;
+constexpr float countedOne = std::is_floating_point_v<Sample> ? 65536.0f : 1.0f;
 
 // The pixels of a tile that a mean is wanted for: the smallest rectangle that holds them.
 struct Wanted {
@@ -98,9 +98,9 @@ void means(const Pixels<Sample>& from, const FrameArea& area, const Wanted& want
     for (int x = 0; x < width; ++x, come += 4, go += 4, ++to) {
       for (std::size_t c = 0; c < 4; ++c) sum[c] += come[c];
       const float weight = static_cast<float>(sum[3]);
-      const float scale = sum[3] == 0 ? 0.0F : 1.0F / (weight * countedOne<Sample>);
+      const float scale = sum[3] == 0 ? 0.0f : 1.0f / (weight * countedOne<Sample>);
       *to = {static_cast<float>(sum[0]) * scale, static_cast<float>(sum[1]) * scale,
-             static_cast<float>(sum[2]) * scale, weight * (1.0F / 255.0F)};
+             static_cast<float>(sum[2]) * scale, weight * (1.0f / 255.0f)};
       for (std::size_t c = 0; c < 4; ++c) sum[c] -= go[c];
     }
   }
@@ -122,7 +122,7 @@ Sample stored(float v) {
   if constexpr (std::is_floating_point_v<Sample>) {
     return v;
   } else {
-    return static_cast<Sample>(std::clamp(v, 0.0F, full<Sample>) + 0.5F);
+    return static_cast<Sample>(std::clamp(v, 0.0f, full<Sample>) + 0.5f);
   }
 }
 
@@ -134,18 +134,18 @@ Sample missing(std::uint16_t matte, Sample own) {
   } else if constexpr (std::is_same_v<Sample, std::uint16_t>) {
     return static_cast<Sample>(solid - matte);
   } else {
-    if (matte == MatteReader<float>::plain(own)) return 1.0F - own;
-    return 1.0F - static_cast<float>(matte) / static_cast<float>(solid);
+    if (matte == MatteReader<float>::plain(own)) return 1.0f - own;
+    return 1.0f - static_cast<float>(matte) / static_cast<float>(solid);
   }
 }
 
 using Colour = std::array<float, 3>;
 
 // A matte's value as a part of full.
-float partOf(int matte) { return static_cast<float>(matte) * (1.0F / static_cast<float>(solid)); }
+float partOf(int matte) { return static_cast<float>(matte) * (1.0f / static_cast<float>(solid)); }
 
 void pull(Colour& colour, const Mean& inside, float part) {
-  const float given = part * std::min(1.0F, inside.weight / enoughInside);
+  const float given = part * std::min(1.0f, inside.weight / enoughInside);
   const Colour to{inside.red, inside.green, inside.blue};
   for (std::size_t c = 0; c < 3; ++c) colour[c] += given * (to[c] - colour[c]);
 }
@@ -155,7 +155,7 @@ void despill(const Finish& finish, Colour& colour, const Mean* behind) {
   const auto p = static_cast<std::size_t>(finish.primary);
   const float a = colour[(p + 1) % 3], b = colour[(p + 2) % 3];
   const float greater = a > b ? a : b;
-  const float middle = (a + b) * 0.5F;
+  const float middle = (a + b) * 0.5f;
   const float limit = middle + finish.spillLimit * (greater - middle);
   if (!(colour[p] > limit)) return;
   const float spill = finish.spill * (colour[p] - limit);
@@ -170,12 +170,12 @@ void despill(const Finish& finish, Colour& colour, const Mean* behind) {
       const float left = light[0] * colour[0] + light[1] * colour[1] + light[2] * colour[2];
       if (!(left > 0)) break;
       // At most as bright again: what is nearly black has no hue to be scaled.
-      const float factor = std::min(2.0F, (left + spill * light[p]) / left);
+      const float factor = std::min(2.0f, (left + spill * light[p]) / left);
       for (float& v : colour) v *= factor;
       break;
     }
     case SpillReplace::background: {
-      const float part = spill * (1.0F / full<Sample>);
+      const float part = spill * (1.0f / full<Sample>);
       colour[0] += part * behind->red;
       colour[1] += part * behind->green;
       colour[2] += part * behind->blue;
@@ -189,7 +189,7 @@ template <class Sample>
 void wrap(Colour& colour, const Mean& behind, float part) {
   const Colour to{behind.red, behind.green, behind.blue};
   for (std::size_t c = 0; c < 3; ++c) {
-    const float room = 1.0F - colour[c] * (1.0F / full<Sample>);
+    const float room = 1.0f - colour[c] * (1.0f / full<Sample>);
     if (room > 0 && to[c] > 0) colour[c] += part * to[c] * room;
   }
 }
@@ -218,8 +218,8 @@ std::uint16_t MatteReader<Sample>::plain(Sample code) {
     return code;
   } else {
     // NaN is not above 0.
-    const float held = code > 0 ? (code < 1 ? code : 1.0F) : 0.0F;
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(held * 65535.0F + 0.5F));
+    const float held = code > 0 ? (code < 1 ? code : 1.0f) : 0.0f;
+    return static_cast<std::uint16_t>(static_cast<std::int32_t>(held * 65535.0f + 0.5f));
   }
 }
 

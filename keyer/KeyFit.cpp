@@ -20,12 +20,12 @@ struct Chance {
     state = state * 1664525U + 1013904223U;
     return state >> 8;
   }
-  float share() { return static_cast<float>(next()) / 16777216.0F; }
+  float share() { return static_cast<float>(next()) / 16777216.0f; }
   /// About a standard normal.
   float normal() {
     float sum = 0;
     for (int i = 0; i < 6; ++i) sum += share();
-    return 1.41421356F * (sum - 3);
+    return 1.41421356f * (sum - 3);
   }
 };
 
@@ -44,7 +44,7 @@ std::vector<std::size_t> sampled(std::size_t size, std::size_t most, Accept&& ac
 
 bool isSoft(const KeyRegions& regions, std::size_t i) {
   return regions.inside[i] != 0 && regions.screen[i] == 0 && regions.subject[i] == 0 &&
-         regions.calmShare[i] > 0.08F && regions.calmShare[i] < 0.92F;
+         regions.calmShare[i] > 0.08f && regions.calmShare[i] < 0.92f;
 }
 
 }  // namespace
@@ -71,12 +71,12 @@ bool chromaIsCoarse(const Look& look, const Mask& sure) {
       if (sure(x, y) == 0 || sure(x - 1, y) == 0) continue;
       Rgb step{};
       for (std::size_t c = 0; c < 3; ++c) step[c] = look.codes[c](x, y) - look.codes[c](x - 1, y);
-      light.push_back(std::abs(0.3F * step[0] + 0.6F * step[1] + 0.1F * step[2]));
+      light.push_back(std::abs(0.3f * step[0] + 0.6f * step[1] + 0.1f * step[2]));
       colour.push_back(std::abs(step[0] - step[1]));
     }
   }
   // Of grain of its own in every channel the second is twice the first.
-  return quantile(colour, 0.7) < quantile(light, 0.7) + 0.001F;
+  return quantile(colour, 0.7) < quantile(light, 0.7) + 0.001f;
 }
 
 // Two pixels of one edge mix the same two colours, whatever the subject's is. Where codes mix, the
@@ -85,10 +85,10 @@ bool chromaIsCoarse(const Look& look, const Mask& sure) {
 MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const bool coarse = chromaIsCoarse(look, plate.sure);
   const int reach = coarse ? 4 : 2;  // pixels to the neighbour
-  constexpr float apart = 0.15F;     // of the two shares of screen, at the least
+  constexpr float apart = 0.15f;     // of the two shares of screen, at the least
   constexpr double noise = 0.015;    // what lies further off either says little
   MixingVote vote;
-  const Colours smooth = blurred(look.codes, coarse ? 1.2F : 0.5F);
+  const Colours smooth = blurred(look.codes, coarse ? 1.2f : 0.5f);
   const Plane& share = regions.calmShare;
   struct Sample {
     Rgb r, d;  // off the line: what is seen, what light would give
@@ -103,7 +103,7 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
     for (int ny = std::max(0, y - reach); ny <= std::min(share.height - 1, y + reach); ++ny) {
       for (int nx = std::max(0, x - reach); nx <= std::min(share.width - 1, x + reach); ++nx) {
         const std::size_t n = share.index(nx, ny);
-        if (share[n] < share[purer] && share[n] > -0.5F) purer = n;
+        if (share[n] < share[purer] && share[n] > -0.5f) purer = n;
       }
     }
     if (share[i] - share[purer] < apart) continue;
@@ -118,14 +118,14 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
       le[c] = lightOfCode(e[c]);
       lf[c] = lightOfCode(f[c]);
     }
-    if (length < 0.02F) continue;
+    if (length < 0.02f) continue;
     const auto along = [&](const Rgb& v) {
       float sum = 0;
       for (std::size_t c = 0; c < 3; ++c) sum += (v[c] - e[c]) * line[c];
       return sum / length;
     };
     const float a = along(p);
-    if (a < 0.1F || a > 0.9F) continue;
+    if (a < 0.1f || a > 0.9f) continue;
     const auto mixedInLight = [&](float t) {
       Rgb v{};
       for (std::size_t c = 0; c < 3; ++c) v[c] = codeOfLight((1 - t) * le[c] + t * lf[c]);
@@ -134,7 +134,7 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
     float low = 0, high = 1;
     Rgb v{};
     for (int round = 0; round < 7; ++round) {
-      const float middle = 0.5F * (low + high);
+      const float middle = 0.5f * (low + high);
       v = mixedInLight(middle);
       (along(v) < a ? low : high) = middle;
     }
@@ -168,8 +168,8 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
   }
   vote.slope = static_cast<float>(t);
   constexpr int enough = 200;
-  const bool clear = vote.spread > 0.018F;
-  if (vote.samples < enough || vote.spread < 0.012F) return vote;
+  const bool clear = vote.spread > 0.018f;
+  if (vote.samples < enough || vote.spread < 0.012f) return vote;
   if (t > (clear ? 0.5 : 0.8)) vote.mixing = Mixing::light;
   return vote;
 }
@@ -180,7 +180,7 @@ float keyShare(const Rgb& pixel, const Rgb& screen, const ScreenHue& hue, KeyNum
   const auto q = static_cast<std::size_t>(hue.weakest);
   const float of = screen[p] - n.balance * screen[m] - (1 - n.balance) * screen[q];
   const float key = (1 + n.gain) * pixel[p] - n.balance * pixel[m] - (1 - n.balance) * pixel[q];
-  return std::clamp(key / std::max(of, 1e-3F), -4.0F, 4.0F);
+  return std::clamp(key / std::max(of, 1e-3f), -4.0f, 4.0f);
 }
 
 KeyedPixel keyPixel(const Rgb& pixel, const Rgb& screen, const ScreenHue& hue, KeyNumbers n) {
@@ -189,19 +189,19 @@ KeyedPixel keyPixel(const Rgb& pixel, const Rgb& screen, const ScreenHue& hue, K
   const auto q = static_cast<std::size_t>(hue.weakest);
   const float of = screen[p] - n.balance * screen[m] - (1 - n.balance) * screen[q];
   const float key = (1 + n.gain) * pixel[p] - n.balance * pixel[m] - (1 - n.balance) * pixel[q];
-  const float s = of > 1e-4F ? std::clamp(key / of, 0.0F, 4.0F) : 0.0F;
+  const float s = of > 1e-4f ? std::clamp(key / of, 0.0f, 4.0f) : 0.0f;
   KeyedPixel out;
-  out.matte = std::max(0.0F, 1 - s);
+  out.matte = std::max(0.0f, 1 - s);
   float most = 0;
   for (std::size_t c = 0; c < 3; ++c) {
-    out.colour[c] = std::max(0.0F, pixel[c] - s * screen[c]);
+    out.colour[c] = std::max(0.0f, pixel[c] - s * screen[c]);
     most = std::max(most, out.colour[c]);
   }
   out.matte = std::max(out.matte, most);
   if (out.matte > 0) {
     for (float& c : out.colour) c /= out.matte;
   }
-  out.matte = std::clamp((out.matte - n.clip) / (1 - 2 * n.clip), 0.0F, 1.0F);
+  out.matte = std::clamp((out.matte - n.clip) / (1 - 2 * n.clip), 0.0f, 1.0f);
   return out;
 }
 
@@ -222,7 +222,7 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
   const std::size_t size = regions.share.size();
   // The subject's colours at its edges are those of what is well inside and surely holds no screen;
   // what leans furthest from the screen alone would speak for balances that suit nothing else.
-  constexpr float holdsNone = 0.12F;
+  constexpr float holdsNone = 0.12f;
   constexpr std::size_t enough = 50;
   std::vector<std::uint32_t> nearest = regions.nearestPure;
   Mask deep(regions.core.width, regions.core.height);
@@ -239,22 +239,22 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
       TrialPixel t;
       t.subject = value(f);
       t.screen = value(colourOf(plate.clean, i));
-      t.matte = 0.02F + 0.96F * chance.share();
+      t.matte = 0.02f + 0.96f * chance.share();
       for (std::size_t c = 0; c < 3; ++c) {
         const float mixed = t.matte * t.subject[c] + (1 - t.matte) * t.screen[c];
         // Grain is in the codes; its size there says what it is here.
         const float code = look.grain * chance.normal();
-        const float at = mixing == Mixing::codes ? 1.0F
+        const float at = mixing == Mixing::codes ? 1.0f
                          : mixing == Mixing::video
-                             ? 1.25F * std::pow(std::max(mixed, 0.01F), 0.25F)
-                             : 2.2F * std::pow(std::max(mixed, 0.002F), 0.545F);
-        t.colour[c] = std::max(0.0F, mixed + at * code);
+                             ? 1.25f * std::pow(std::max(mixed, 0.01f), 0.25f)
+                             : 2.2f * std::pow(std::max(mixed, 0.002f), 0.545f);
+        t.colour[c] = std::max(0.0f, mixed + at * code);
       }
       trials.mixes.push_back(t);
     }
   }
   for (const std::size_t i : sampled(size, most, [&](std::size_t at) {
-         return regions.core[at] != 0 && (held.size() == 0 || held[at] < 0.5F);
+         return regions.core[at] != 0 && (held.size() == 0 || held[at] < 0.5f);
        })) {
     const Rgb f = value(colourOf(look.codes, i));
     trials.core.push_back({f, value(colourOf(plate.clean, i)), f, 1});
@@ -278,20 +278,20 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
     matte += static_cast<double>(std::abs(k.matte - t.matte));
     for (std::size_t c = 0; c < 3; ++c) {
       composite += static_cast<double>(
-                       std::abs(k.matte * (k.colour[c] - 0.5F) - t.matte * (t.subject[c] - 0.5F))) /
+                       std::abs(k.matte * (k.colour[c] - 0.5f) - t.matte * (t.subject[c] - 0.5f))) /
                    3;
     }
   }
   for (const TrialPixel& t : trials.core) {
     core += static_cast<double>(
-        std::min(0.2F, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
+        std::min(0.2f, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
   }
   for (const TrialPixel& t : trials.screen) {
-    screen += static_cast<double>(std::min(0.2F, keyPixel(t.colour, t.screen, hue, numbers).matte));
+    screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
   }
-  return mean(matte, trials.mixes.size()) + 0.5F * mean(composite, trials.mixes.size()) +
-         0.3F * mean(core, trials.core.size()) + 0.3F * mean(screen, trials.screen.size()) +
-         0.1F * numbers.clip;
+  return mean(matte, trials.mixes.size()) + 0.5f * mean(composite, trials.mixes.size()) +
+         0.3f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
+         0.1f * numbers.clip;
 }
 
 }  // namespace
@@ -305,16 +305,16 @@ KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
   const float sm = s[static_cast<std::size_t>(hue.middle)];
   const float sq = s[static_cast<std::size_t>(hue.weakest)];
   KeyFit fit;
-  fit.numbers.clip = 0.03F;
-  fit.numbers.balance = 0.3F;
+  fit.numbers.clip = 0.03f;
+  fit.numbers.balance = 0.3f;
   fit.cost = fit.plainCost = costOf(trials, hue, fit.numbers);
-  for (const float balance : {0.0F, 0.15F, 0.3F, 0.45F, 0.6F, 0.8F, 1.0F}) {
+  for (const float balance : {0.0f, 0.15f, 0.3f, 0.45f, 0.6f, 0.8f, 1.0f}) {
     const float d = sp - balance * sm - (1 - balance) * sq;
-    if (d < 0.03F * sp) continue;
-    for (const float gain : {0.0F, -0.05F, -0.1F}) {
+    if (d < 0.03f * sp) continue;
+    for (const float gain : {0.0f, -0.05f, -0.1f}) {
       const float needed = -gain * sp / d;
-      for (const float more : {0.0F, 0.03F, 0.06F, 0.09F}) {
-        const KeyNumbers numbers{balance, gain, std::min(0.45F, needed + more)};
+      for (const float more : {0.0f, 0.03f, 0.06f, 0.09f}) {
+        const KeyNumbers numbers{balance, gain, std::min(0.45f, needed + more)};
         const float cost = costOf(trials, hue, numbers);
         if (cost < fit.cost) {
           fit.cost = cost;

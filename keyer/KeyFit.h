@@ -32,7 +32,7 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
 
 /// The key's numbers: the same for all three bands.
 struct KeyNumbers {
-  float balance = 0.5F;
+  float balance = 0.5f;
   float gain = 0;
   float clip = 0;  // how much of the matte's ends becomes 0 and 1
 };

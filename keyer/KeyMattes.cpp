@@ -19,14 +19,14 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     }
     light[i] = most;
   }
-  off = blurred(off, 1.5F * regions.radius);
-  light = blurred(light, 1.5F * regions.radius);
+  off = blurred(off, 1.5f * regions.radius);
+  light = blurred(light, 1.5f * regions.radius);
   Mask bright(w, h), thing(w, h);
-  for (std::size_t i = 0; i < thing.size(); ++i) bright[i] = light[i] > 0.03F + 1.5F * look.grain;
+  for (std::size_t i = 0; i < thing.size(); ++i) bright[i] = light[i] > 0.03f + 1.5f * look.grain;
   bright = opened(bright);
   for (std::size_t i = 0; i < thing.size(); ++i) {
-    thing[i] = std::abs(off[i]) > 0.06F + 1.3F * regions.calm || bright[i] != 0 ||
-               std::abs(1 - regions.calmShare[i]) > 0.25F + 3 * regions.calm;
+    thing[i] = std::abs(off[i]) > 0.06f + 1.3f * regions.calm || bright[i] != 0 ||
+               std::abs(1 - regions.calmShare[i]) > 0.25f + 3 * regions.calm;
   }
   const std::vector<std::uint32_t> part = partsOf(thing);
   std::vector<std::uint32_t> count(thing.size());
@@ -37,19 +37,19 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     deepest[part[i]] = std::max(deepest[part[i]], std::abs(1 - regions.calmShare[i]));
   }
   for (std::size_t i = 0; i < thing.size(); ++i) {
-    if (thing[i] != 0 && (count[part[i]] < 12 || deepest[part[i]] < 0.15F + 2 * regions.calm)) {
+    if (thing[i] != 0 && (count[part[i]] < 12 || deepest[part[i]] < 0.15f + 2 * regions.calm)) {
       thing[i] = 0;
     }
   }
   Plane matte = distanceTo(thing);
-  for (float& v : matte.values) v = std::clamp((v - 3) / 2, 0.0F, 1.0F);
+  for (float& v : matte.values) v = std::clamp((v - 3) / 2, 0.0f, 1.0f);
   return matte;
 }
 
 namespace {
 
 float ramp(float v, float from, float to) {
-  return std::clamp((v - from) / (to - from), 0.0F, 1.0F);
+  return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
 }
 
 }  // namespace
@@ -60,14 +60,14 @@ Plane holdOutMatte(const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
   Mask open(share.width, share.height);
   for (std::size_t i = 0; i < open.size(); ++i) {
-    open[i] = share[i] > 0.7F || regions.inside[i] == 0;
+    open[i] = share[i] > 0.7f || regions.inside[i] == 0;
   }
   const Plane depth = distanceTo(open);
   const auto size = static_cast<float>(std::max(share.width, share.height));
   Plane hold(share.width, share.height);
   for (std::size_t i = 0; i < hold.size(); ++i) {
     if (open[i] != 0) continue;
-    hold[i] = ramp(depth[i], 0.03F * size, 0.06F * size) * (1 - ramp(share[i], 0.45F, 0.65F));
+    hold[i] = ramp(depth[i], 0.03f * size, 0.06f * size) * (1 - ramp(share[i], 0.45f, 0.65f));
   }
   return blurred(hold, 1);
 }

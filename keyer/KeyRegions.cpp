@@ -20,23 +20,23 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   out.share = Plane(w, h);
   std::vector<float> keys;
   const auto key = [&](const Colours& c, std::size_t i) {
-    return c[p][i] - 0.5F * (c[m][i] + c[q][i]);
+    return c[p][i] - 0.5f * (c[m][i] + c[q][i]);
   };
   for (std::size_t i = 0; i < out.share.size(); ++i) {
-    const float screen = std::max(key(plate.clean, i), 0.01F);
-    out.share[i] = std::clamp(key(look.codes, i) / screen, -4.0F, 4.0F);
+    const float screen = std::max(key(plate.clean, i), 0.01f);
+    out.share[i] = std::clamp(key(look.codes, i) / screen, -4.0f, 4.0f);
     if (i % 7 == 0) keys.push_back(screen);
   }
-  out.grain = 1.22F * look.grain / std::max(quantile(keys, 0.5), 0.02F);
-  out.radius = std::clamp(0.8F * out.grain / 0.05F, 0.8F, 2.5F);
-  out.calm = out.grain / (3.5F * out.radius);
+  out.grain = 1.22f * look.grain / std::max(quantile(keys, 0.5), 0.02f);
+  out.radius = std::clamp(0.8f * out.grain / 0.05f, 0.8f, 2.5f);
+  out.calm = out.grain / (3.5f * out.radius);
   out.calmShare = blurred(out.share, out.radius);
   const Colours smooth = blurred(look.codes, out.radius);
-  const float calmLight = 0.03F + 2.5F * look.grain / (3.5F * out.radius);
-  const float within = 1.5F * std::min(0.05F, 0.32F * hue.fromGrey);
+  const float calmLight = 0.03f + 2.5f * look.grain / (3.5f * out.radius);
+  const float within = 1.5f * std::min(0.05f, 0.32f * hue.fromGrey);
   out.screen = Mask(w, h);
   for (std::size_t i = 0; i < out.screen.size(); ++i) {
-    if (std::abs(1 - out.calmShare[i]) >= 0.1F + 2.5F * out.calm) continue;
+    if (std::abs(1 - out.calmShare[i]) >= 0.1f + 2.5f * out.calm) continue;
     float off = 0;
     for (std::size_t c = 0; c < 3; ++c) {
       off = std::max(off, std::abs(smooth[c][i] - plate.clean[c][i]));
@@ -52,13 +52,13 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   Mask other(w, h, 1);
   std::vector<float> shares;
   for (std::size_t i = 0; i < other.size(); ++i) {
-    if (out.calmShare[i] < 0.35F && out.screenDistance[i] > 4 && out.inside[i] != 0) {
+    if (out.calmShare[i] < 0.35f && out.screenDistance[i] > 4 && out.inside[i] != 0) {
       out.subject[i] = 1;
       other[i] = 0;
       shares.push_back(out.calmShare[i]);
     }
   }
-  const float purest = std::max(0.06F, quantile(shares, 0.5));
+  const float purest = std::max(0.06f, quantile(shares, 0.5));
   const Plane depth = distanceTo(other);
   out.core = Mask(w, h);
   out.pure = Mask(w, h);

@@ -17,7 +17,7 @@ struct KeyRegions {
   Plane calmShare;       // the same with its grain averaged away
   float grain = 0;       // standard deviation of `share` on the screen
   float calm = 0;        // what is left of it in `calmShare`
-  float radius = 0.8F;   // sigma of that average, in pixels
+  float radius = 0.8f;   // sigma of that average, in pixels
   Mask screen;           // surely screen
   Mask subject;          // surely subject, or most of it
   Mask inside;           // within the screen's hull: what is around it is no part of the picture

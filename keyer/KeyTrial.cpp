@@ -15,7 +15,7 @@ namespace orvanite {
 namespace {
 
 unsigned char codeOf(float v) {
-  return static_cast<unsigned char>(std::clamp(v, 0.0F, 1.0F) * 255 + 0.5F);
+  return static_cast<unsigned char>(std::clamp(v, 0.0f, 1.0f) * 255 + 0.5f);
 }
 
 template <class T>
@@ -72,7 +72,7 @@ float KeyTrial::error(const Settings& settings) {
 
 float KeyTrial::matteOf(std::size_t pixel) const {
   const std::size_t alpha = 4 * pixel + 3;
-  return cleanPlate_ ? static_cast<float>(keyedCodes_[alpha]) / 255.0F : keyedValues_[alpha];
+  return cleanPlate_ ? static_cast<float>(keyedCodes_[alpha]) / 255.0f : keyedValues_[alpha];
 }
 
 }  // namespace orvanite

@@ -38,7 +38,7 @@ class KeyTrial {
   float matteOf(std::size_t pixel) const;
 
   /// The error of settings that cannot key, worse than any other.
-  static constexpr float unusable = 1e6F;
+  static constexpr float unusable = 1e6f;
 
  private:
   struct Delete {

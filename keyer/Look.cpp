@@ -19,7 +19,7 @@ class CodeTable {
     }
   }
   float operator()(float light) const {
-    const float place = std::min(std::sqrt(std::max(light, 0.0F)) * (steps / top), steps - 0.001F);
+    const float place = std::min(std::sqrt(std::max(light, 0.0f)) * (steps / top), steps - 0.001f);
     const auto cell = static_cast<std::size_t>(place);
     return codes_[cell] + (place - static_cast<float>(cell)) * (codes_[cell + 1] - codes_[cell]);
   }
@@ -38,9 +38,9 @@ void reduceRow(const Plate& plate, int factor, int row, const std::array<float*,
   const std::array<const void*, 3> channels = {i.red, i.green, i.blue};
   const int top = row * factor;
   const int bottom = std::min(plate.height, top + factor);
-  const float white = std::is_same_v<Sample, float>          ? 1.0F
-                      : std::is_same_v<Sample, std::uint8_t> ? 255.0F
-                                                             : 65535.0F;
+  const float white = std::is_same_v<Sample, float>          ? 1.0f
+                      : std::is_same_v<Sample, std::uint8_t> ? 255.0f
+                                                             : 65535.0f;
   for (std::size_t c = 0; c < 3; ++c) {
     for (int x = 0; x < width; ++x) {
       const int left = x * factor;
@@ -52,7 +52,7 @@ void reduceRow(const Plate& plate, int factor, int row, const std::array<float*,
         for (int at = left; at < right; ++at, from += i.pixelStep) {
           if constexpr (std::is_same_v<Sample, float>) {
             // Infinities and what is no number count as black.
-            if (*from > 0 && *from < 1e30F) sum += std::min(*from, 64.0F);
+            if (*from > 0 && *from < 1e30f) sum += std::min(*from, 64.0f);
           } else {
             sum += *from;
           }
@@ -67,13 +67,13 @@ void reduceRow(const Plate& plate, int factor, int row, const std::array<float*,
 }  // namespace
 
 float codeOfLight(float light) {
-  return light <= 0.0031308F ? 12.92F * std::max(light, 0.0F)
-                             : 1.055F * std::pow(light, 1 / 2.4F) - 0.055F;
+  return light <= 0.0031308f ? 12.92f * std::max(light, 0.0f)
+                             : 1.055f * std::pow(light, 1 / 2.4f) - 0.055f;
 }
 
 float lightOfCode(float code) {
-  return code <= 0.04045F ? std::max(code, 0.0F) / 12.92F
-                          : std::pow((code + 0.055F) / 1.055F, 2.4F);
+  return code <= 0.04045f ? std::max(code, 0.0f) / 12.92f
+                          : std::pow((code + 0.055f) / 1.055f, 2.4f);
 }
 
 Look lookAt(const Plate& plate, Encoding encoding, int most) {

@@ -21,7 +21,7 @@ struct Look {
   int factor = 1;             // pixels of the plate to one looked at, along each side
   Encoding encoding = Encoding::codes;
   Colours codes;         // box means of factor x factor pixels; 1.0 is white
-  float grain = 0.002F;  // standard deviation of a channel of a looked-at pixel, in codes
+  float grain = 0.002f;  // standard deviation of a channel of a looked-at pixel, in codes
 };
 
 /// Reduces a plate to at most about `most` pixels.

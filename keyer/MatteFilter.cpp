@@ -51,16 +51,16 @@ struct Box {
 
   static Box of(float half) {
     const int whole = static_cast<int>(half);
-    return {whole, static_cast<std::int32_t>((half - static_cast<float>(whole)) * 256.0F + 0.5F)};
+    return {whole, static_cast<std::int32_t>((half - static_cast<float>(whole)) * 256.0f + 0.5f)};
   }
   int border() const { return whole + (part > 0 ? 1 : 0); }
-  float scale() const { return 1.0F / static_cast<float>(256 * (2 * whole + 1) + 2 * part); }
+  float scale() const { return 1.0f / static_cast<float>(256 * (2 * whole + 1) + 2 * part); }
 };
 
 // Even samples come out as they are: the roundings to 24 bits move 65535 by less than .02.
 std::uint16_t mean(std::int32_t sum, std::int32_t ends, const Box& box, float scale) {
-  const float weighted = static_cast<float>(sum) * 256.0F + static_cast<float>(ends * box.part);
-  return static_cast<std::uint16_t>(static_cast<std::int32_t>(weighted * scale + 0.5F));
+  const float weighted = static_cast<float>(sum) * 256.0f + static_cast<float>(ends * box.part);
+  return static_cast<std::uint16_t>(static_cast<std::int32_t>(weighted * scale + 0.5f));
 }
 
 // Along rows; `out` is narrower by the box's border on each side.
@@ -119,16 +119,16 @@ void alongColumns(const MatteTile& in, const Box& box, MatteTile& out) {
 std::vector<std::uint16_t> matteCurve(float black, float white, float gamma, int entries) {
   std::vector<std::uint16_t> curve(static_cast<std::size_t>(entries));
   const float last = static_cast<float>(entries - 1);
-  const float exponent = 1.0F / gamma;
+  const float exponent = 1.0f / gamma;
   for (int i = 0; i < entries; ++i) {
     const float v = static_cast<float>(i) / last;
     float share = 0;
     if (v > black) {
-      share = v >= white ? 1.0F : (v - black) / (white - black);
+      share = v >= white ? 1.0f : (v - black) / (white - black);
       if (share > 0 && share < 1 && exponent != 1) share = power(share, exponent);
     }
     curve[static_cast<std::size_t>(i)] = static_cast<std::uint16_t>(
-        std::clamp(share, 0.0F, 1.0F) * static_cast<float>(solid) + 0.5F);
+        std::clamp(share, 0.0f, 1.0f) * static_cast<float>(solid) + 0.5f);
   }
   return curve;
 }
@@ -139,7 +139,7 @@ void moveEdge(MatteTile& tile, float pixels, MatteTile& scratch) {
   if (pixels == 0) return;
   const float distance = std::abs(pixels);
   const int steps = static_cast<int>(distance);
-  const auto rest = static_cast<std::uint32_t>((distance - static_cast<float>(steps)) * 65536.0F);
+  const auto rest = static_cast<std::uint32_t>((distance - static_cast<float>(steps)) * 65536.0f);
   // Growing is shrinking what is not there.
   if (pixels < 0) turn(tile);
   for (int i = 0; i < moveBorder(pixels); ++i) {

@@ -36,7 +36,7 @@ constexpr std::uint64_t weights[] = {13933, 46871, 4732};
 template <class T>
 T luminanceOf(T r, T g, T b) {
   if constexpr (std::is_floating_point_v<T>) {
-    return g + (0.2126F * (r - g) + 0.0722F * (b - g));
+    return g + (0.2126f * (r - g) + 0.0722f * (b - g));
   } else {
     return static_cast<T>((weights[0] * r + weights[1] * g + weights[2] * b + 32768) >> 16);
   }

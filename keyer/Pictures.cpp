@@ -93,7 +93,7 @@ OtileImage copyIn(const Picture& picture, const Band& band, int depth, Rows& row
     for (int c = 0; c < 4; ++c) {
       std::byte* to = rows.sample(picture.width, depth, y, c);
       if (!picture.channels[static_cast<std::size_t>(c)]) {
-        for (int x = 0; x < picture.width; ++x, to += step) writeCode(to, depth, 1.0F);
+        for (int x = 0; x < picture.width; ++x, to += step) writeCode(to, depth, 1.0f);
         continue;
       }
       toWorking(to, depth, at(picture, c, band.first + y), picture.sample,

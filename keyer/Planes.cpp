@@ -11,7 +11,7 @@ namespace {
 constexpr double pi = 3.14159265358979323846;
 
 std::vector<float> gaussian(float sigma) {
-  const int radius = std::max(1, static_cast<int>(std::ceil(2.6F * sigma)));
+  const int radius = std::max(1, static_cast<int>(std::ceil(2.6f * sigma)));
   std::vector<float> taps;
   double sum = 0;
   for (int i = -radius; i <= radius; ++i) {
@@ -59,7 +59,7 @@ Plane halved(const Plane& plane) {
     const int below = std::min(2 * y + 1, plane.height - 1);
     for (int x = 0; x < out.width; ++x) {
       const int right = std::min(2 * x + 1, plane.width - 1);
-      out(x, y) = 0.25F * (plane(2 * x, 2 * y) + plane(right, 2 * y) + plane(2 * x, below) +
+      out(x, y) = 0.25f * (plane(2 * x, 2 * y) + plane(right, 2 * y) + plane(2 * x, below) +
                            plane(right, below));
     }
   }
@@ -69,14 +69,14 @@ Plane halved(const Plane& plane) {
 }  // namespace
 
 Plane blurred(const Plane& plane, float sigma) {
-  if (plane.size() == 0 || sigma <= 0.05F) return plane;
-  constexpr float widest = 3.2F;
+  if (plane.size() == 0 || sigma <= 0.05f) return plane;
+  constexpr float widest = 3.2f;
   if (sigma <= widest || plane.width < 8 || plane.height < 8) {
     return filtered(plane, gaussian(sigma));
   }
   // Halving and stretching blur by about half a pixel of the fine grid and of the coarse one.
   const Plane coarse =
-      blurred(halved(plane), std::sqrt(std::max(0.25F * sigma * sigma - 0.2F, 0.01F)));
+      blurred(halved(plane), std::sqrt(std::max(0.25f * sigma * sigma - 0.2f, 0.01f)));
   Plane out(plane.width, plane.height);
   const Stretch stretch(coarse, 2 * coarse.width, 2 * coarse.height);
   std::vector<float> row(static_cast<std::size_t>(2 * coarse.width));
@@ -143,7 +143,7 @@ Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest) {
     int at = 0;
     for (int x = 0; x < w; ++x) {
       if (count == 0) {
-        out(x, y) = 1e6F;
+        out(x, y) = 1e6f;
         continue;
       }
       while (at + 1 < count && from[static_cast<std::size_t>(at + 1)] < x) ++at;
@@ -229,7 +229,7 @@ Mask hullOf(const Mask& mask, float inset) {
     const double angle = 2 * pi * static_cast<double>(d) / directions;
     dx[d] = static_cast<float>(std::cos(angle));
     dy[d] = static_cast<float>(std::sin(angle));
-    reach[d] = -1e9F;
+    reach[d] = -1e9f;
   }
   for (int y = 0; y < mask.height; ++y) {
     // Of a row only the outermost pixels can reach furthest.
@@ -252,9 +252,9 @@ Mask hullOf(const Mask& mask, float inset) {
     float right = static_cast<float>(mask.width - 1);
     for (std::size_t d = 0; d < directions; ++d) {
       const float rest = reach[d] - inset - dy[d] * static_cast<float>(y);
-      if (dx[d] > 1e-4F) {
+      if (dx[d] > 1e-4f) {
         right = std::min(right, rest / dx[d]);
-      } else if (dx[d] < -1e-4F) {
+      } else if (dx[d] < -1e-4f) {
         left = std::max(left, rest / dx[d]);
       } else if (rest < 0) {
         right = -1;
@@ -280,7 +280,7 @@ Stretch::Stretch(const Plane& plane, int width, int height)
 
 Stretch::Place Stretch::placeOf(int at, int of, int cells) {
   const float place =
-      (static_cast<float>(at) + 0.5F) * static_cast<float>(cells) / static_cast<float>(of) - 0.5F;
+      (static_cast<float>(at) + 0.5f) * static_cast<float>(cells) / static_cast<float>(of) - 0.5f;
   const float first = std::floor(place);
   const int cell = static_cast<int>(first);
   return {std::clamp(cell, 0, cells - 1), std::clamp(cell + 1, 0, cells - 1), place - first};

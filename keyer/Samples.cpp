@@ -36,11 +36,11 @@ void storeHalf(std::byte* at, float value) { store(at, Imath::half(value).bits()
 // In double the product is exact, and so is the sum wherever it decides the code.
 float codeOf(float value, float top) {
   const double code = static_cast<double>(value) * static_cast<double>(top) + 0.5;
-  return std::fmin(std::fmax(std::trunc(static_cast<float>(code)), 0.0F), top);
+  return std::fmin(std::fmax(std::trunc(static_cast<float>(code)), 0.0f), top);
 }
 
-constexpr float byteTop = 255.0F;
-constexpr float wordTop = 65535.0F;
+constexpr float byteTop = 255.0f;
+constexpr float wordTop = 65535.0f;
 
 // The value of a sample whose kind is known when this is compiled.
 template <Sample sample>

@@ -18,14 +18,14 @@ namespace {
 
 // Chromaticities that lie no further from the screen's hue are screen; of a dull one, which is
 // nearer to grey, less.
-constexpr float ownHue = 0.07F;
-constexpr float ownShare = 0.32F;  // of its distance from grey
+constexpr float ownHue = 0.07f;
+constexpr float ownShare = 0.32f;  // of its distance from grey
 // A screen's own pixels have at least this share of its light.
-constexpr float leastLight = 0.25F;
+constexpr float leastLight = 0.25f;
 // Most of the way back to grey from the screen's hue a pixel may still be a mix of the two.
-constexpr float mixShare = 0.75F;
+constexpr float mixShare = 0.75f;
 // What leans to the primary by less than this is no screen.
-constexpr float leastLean = 0.02F;
+constexpr float leastLean = 0.02f;
 
 struct Chromaticity {
   float r, g;  // shares of red and green in the sum of the three
@@ -34,7 +34,7 @@ struct Chromaticity {
 float light(const Rgb& c) { return c[0] + c[1] + c[2]; }
 
 Chromaticity chromaticity(const Rgb& c) {
-  const float sum = std::max(light(c), 1e-6F);
+  const float sum = std::max(light(c), 1e-6f);
   return {c[0] / sum, c[1] / sum};
 }
 
@@ -63,12 +63,12 @@ Rgb medianOf(const std::vector<Rgb>& pixels) {
 }
 
 float readSample(const void* channel, std::ptrdiff_t at, int depth) {
-  if (depth == 1) return static_cast<float>(static_cast<const std::uint8_t*>(channel)[at]) / 255.0F;
+  if (depth == 1) return static_cast<float>(static_cast<const std::uint8_t*>(channel)[at]) / 255.0f;
   if (depth == 2) {
-    return static_cast<float>(static_cast<const std::uint16_t*>(channel)[at]) / 65535.0F;
+    return static_cast<float>(static_cast<const std::uint16_t*>(channel)[at]) / 65535.0f;
   }
   const float v = static_cast<const float*>(channel)[at];
-  return std::isfinite(v) ? std::clamp(v, 0.0F, 64.0F) : 0;
+  return std::isfinite(v) ? std::clamp(v, 0.0f, 64.0f) : 0;
 }
 
 }  // namespace
@@ -121,9 +121,9 @@ std::vector<Pixel> sampleGrid(const Plate& plate, int most) {
 
 Rgb Screen::colourAtFraction(float fraction) const {
   const auto count = static_cast<float>(screenPixels.size());
-  const float half = std::max(0.5F, 0.03F * count);  // three percent to either side
-  const auto from = static_cast<std::size_t>(std::clamp(fraction * count - half, 0.0F, count - 1));
-  const auto to = static_cast<std::size_t>(std::clamp(fraction * count + half, 1.0F, count));
+  const float half = std::max(0.5f, 0.03f * count);  // three percent to either side
+  const auto from = static_cast<std::size_t>(std::clamp(fraction * count - half, 0.0f, count - 1));
+  const auto to = static_cast<std::size_t>(std::clamp(fraction * count + half, 1.0f, count));
   std::vector<Rgb> colours;
   for (std::size_t i = from; i < std::max(to, from + 1); ++i) {
     colours.push_back(screenPixels[i].colour);
@@ -145,7 +145,7 @@ Screen findScreen(const Plate& plate) {
     for (float& v : middle) v = lightOfCode(v);
   }
   const Chromaticity centre = chromaticity(middle);
-  const float fromGrey = distance({1.0F / 3, 1.0F / 3}, centre);
+  const float fromGrey = distance({1.0f / 3, 1.0f / 3}, centre);
   const auto primary = static_cast<std::size_t>(screen.primary);
   const float within = std::min(ownHue, ownShare * fromGrey);
   const ScreenHue own = hueOfColour(middle);
@@ -192,10 +192,10 @@ Screen findScreen(const Plate& plate) {
 const char* nameOfColour(const Rgb& c) {
   const float high = std::max({c[0], c[1], c[2]});
   const float low = std::min({c[0], c[1], c[2]});
-  if (high - low < 0.08F * high) return "grey";
+  if (high - low < 0.08f * high) return "grey";
   const float step = (high - low) / 3;  // a channel that much below the highest is not one of two
   const auto strong = [&](std::size_t i) { return c[i] > high - step; };
-  if (strong(0) && strong(1)) return high < 0.5F ? "olive" : "yellow-green";
+  if (strong(0) && strong(1)) return high < 0.5f ? "olive" : "yellow-green";
   if (strong(1) && strong(2)) return "teal";
   if (strong(0) && strong(2)) return "magenta";
   return strong(0) ? "red" : strong(1) ? "green" : "blue";

@@ -13,13 +13,13 @@
 namespace orvanite {
 namespace {
 
-constexpr float leastSaturation = 0.14F;
-constexpr float leastLight = 0.06F;
-constexpr float redLead = 0.02F;  // red this much above the others is skin, fur or fire
-constexpr float redVote = 0.1F;
-constexpr float borderVote = 2.5F;
-constexpr float borderShare = 0.03F;  // of the frame, along each side
-constexpr float reach = 0.05F;        // of one screen's hues around their middle
+constexpr float leastSaturation = 0.14f;
+constexpr float leastLight = 0.06f;
+constexpr float redLead = 0.02f;  // red this much above the others is skin, fur or fire
+constexpr float redVote = 0.1f;
+constexpr float borderVote = 2.5f;
+constexpr float borderShare = 0.03f;  // of the frame, along each side
+constexpr float reach = 0.05f;        // of one screen's hues around their middle
 
 struct Vote {
   std::size_t pixel;
@@ -30,32 +30,32 @@ struct Vote {
 }  // namespace
 
 std::array<float, 2> hueOf(float r, float g, float b) {
-  const float sum = std::max(r + g + b, 1e-4F);
+  const float sum = std::max(r + g + b, 1e-4f);
   return {r / sum, g / sum};
 }
 
 HueOffset offsetOf(const ScreenHue& screen, std::array<float, 2> hue) {
-  const float ux = (screen.hue[0] - 1.0F / 3) / std::max(screen.fromGrey, 1e-3F);
-  const float uy = (screen.hue[1] - 1.0F / 3) / std::max(screen.fromGrey, 1e-3F);
+  const float ux = (screen.hue[0] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
+  const float uy = (screen.hue[1] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
   const float dx = hue[0] - screen.hue[0];
   const float dy = hue[1] - screen.hue[1];
   return {dx * ux + dy * uy, std::abs(dx * uy - dy * ux)};
 }
 
-float hueReach(const ScreenHue& screen) { return std::min(0.05F, 0.32F * screen.fromGrey); }
+float hueReach(const ScreenHue& screen) { return std::min(0.05f, 0.32f * screen.fromGrey); }
 
 bool isDarkScreen(const ScreenHue& screen, const Rgb& c) {
   const HueOffset off = offsetOf(screen, hueOf(c[0], c[1], c[2]));
   const float light = screen.colour[0] + screen.colour[1] + screen.colour[2];
-  return off.fuller > 0 && off.beside < hueReach(screen) + 0.35F * off.fuller &&
-         c[0] + c[1] + c[2] > 0.1F * light;
+  return off.fuller > 0 && off.beside < hueReach(screen) + 0.35f * off.fuller &&
+         c[0] + c[1] + c[2] > 0.1f * light;
 }
 
 ScreenHue hueOfColour(const Rgb& colour) {
   ScreenHue screen;
   screen.colour = colour;
   screen.hue = hueOf(colour[0], colour[1], colour[2]);
-  screen.fromGrey = std::hypot(screen.hue[0] - 1.0F / 3, screen.hue[1] - 1.0F / 3);
+  screen.fromGrey = std::hypot(screen.hue[0] - 1.0f / 3, screen.hue[1] - 1.0f / 3);
   std::array<std::size_t, 3> order = {0, 1, 2};
   std::stable_sort(order.begin(), order.end(),
                    [&](std::size_t a, std::size_t b) { return colour[a] > colour[b]; });
@@ -67,7 +67,7 @@ ScreenHue hueOfColour(const Rgb& colour) {
 
 ScreenHue screenHue(const Look& look) {
   ScreenHue screen;
-  const Colours smooth = blurred(look.codes, 1.2F);
+  const Colours smooth = blurred(look.codes, 1.2f);
   const int w = smooth[0].width;
   const int h = smooth[0].height;
   const auto hueAt = [&](int x, int y) {
@@ -86,14 +86,14 @@ ScreenHue screenHue(const Look& look) {
       const bool atBorder = x < border || y < border || x >= w - border || y >= h - border;
       ++looked;
       borders += atBorder;
-      const float saturation = (high - std::min({r, g, b})) / std::max(high, 1e-4F);
+      const float saturation = (high - std::min({r, g, b})) / std::max(high, 1e-4f);
       if (saturation <= leastSaturation || high <= leastLight) continue;
       const auto hue = hueAt(x, y);
       const auto right = hueAt(std::min(x + 1, w - 1), y);
       const auto below = hueAt(x, std::min(y + 1, h - 1));
-      const float squared = std::min(saturation, 0.6F) * std::min(saturation, 0.6F);
-      const float weight = squared * (atBorder ? borderVote : 1.0F) *
-                           (r > std::max(g, b) + redLead ? redVote : 1.0F);
+      const float squared = std::min(saturation, 0.6f) * std::min(saturation, 0.6f);
+      const float weight = squared * (atBorder ? borderVote : 1.0f) *
+                           (r > std::max(g, b) + redLead ? redVote : 1.0f);
       votes.push_back({i, hue[0], hue[1], weight,
                        std::abs(right[0] - hue[0]) + std::abs(right[1] - hue[1]) +
                            std::abs(below[0] - hue[0]) + std::abs(below[1] - hue[1]),
@@ -108,15 +108,15 @@ ScreenHue screenHue(const Look& look) {
   constexpr int cells = 64;
   Plane crowd(cells, cells);
   for (Vote& vote : votes) {
-    vote.weight *= vote.steepness <= steepest ? 1.15F : 0.15F;
+    vote.weight *= vote.steepness <= steepest ? 1.15f : 0.15f;
     crowd(std::clamp(static_cast<int>(vote.r * cells), 0, cells - 1),
           std::clamp(static_cast<int>(vote.g * cells), 0, cells - 1)) += vote.weight;
   }
   crowd = blurred(crowd, 1);
   const auto fullest = static_cast<std::size_t>(
       std::max_element(crowd.values.begin(), crowd.values.end()) - crowd.values.begin());
-  float r = (static_cast<float>(fullest % cells) + 0.5F) / cells;
-  float g = (static_cast<float>(fullest / cells) + 0.5F) / cells;
+  float r = (static_cast<float>(fullest % cells) + 0.5f) / cells;
+  float g = (static_cast<float>(fullest / cells) + 0.5f) / cells;
   const auto near = [&](const Vote& vote) { return std::hypot(vote.r - r, vote.g - g) < reach; };
   for (int round = 0; round < 8; ++round) {
     double sumR = 0, sumG = 0, weight = 0;
@@ -142,19 +142,19 @@ ScreenHue screenHue(const Look& look) {
   for (std::size_t c = 0; c < 3; ++c) median[c] = quantile(members[c], 0.5);
   screen = hueOfColour(median);
   screen.hue = {r, g};
-  screen.fromGrey = std::hypot(r - 1.0F / 3, g - 1.0F / 3);
+  screen.fromGrey = std::hypot(r - 1.0f / 3, g - 1.0f / 3);
   screen.coverage = static_cast<float>(members[0].size()) / static_cast<float>(looked);
   const float high = screen.colour[static_cast<std::size_t>(screen.primary)];
   const float saturation = (high - screen.colour[static_cast<std::size_t>(screen.weakest)]) / high;
   const float contact =
       static_cast<float>(atBorder) / static_cast<float>(std::max<std::size_t>(borders, 1));
   // Half sure at 2 % of the frame, or at a tenth of its border.
-  const float area = screen.coverage / (screen.coverage + 0.02F);
-  const float frame = contact / (contact + 0.1F);
-  const float colour = std::min(1.0F, saturation / 0.3F);
+  const float area = screen.coverage / (screen.coverage + 0.02f);
+  const float frame = contact / (contact + 0.1f);
+  const float colour = std::min(1.0f, saturation / 0.3f);
   const bool red = screen.colour[0] > std::max(screen.colour[1], screen.colour[2]) + redLead;
-  screen.confidence = area * (0.5F + 0.5F * frame) * colour * colour *
-                      (red ? 0.35F * std::min(1.0F, saturation / 0.7F) : 1.0F);
+  screen.confidence = area * (0.5f + 0.5f * frame) * colour * colour *
+                      (red ? 0.35f * std::min(1.0f, saturation / 0.7f) : 1.0f);
   return screen;
 }
 

@@ -23,7 +23,7 @@ struct ScreenHue {
 };
 
 /// Below this confidence there is no screen.
-constexpr float leastConfidence = 0.25F;
+constexpr float leastConfidence = 0.25f;
 
 /// The shares of red and green in a colour's sum.
 std::array<float, 2> hueOf(float r, float g, float b);

@@ -80,7 +80,7 @@ Quadratic fitted(const Look& look, const Mask& mask) {
       residual[i] = static_cast<float>(worst / 3);
     }
     std::vector<float> sorted = residual;
-    const float scale = std::max(0.008F, 1.5F * quantile(sorted, 0.5));
+    const float scale = std::max(0.008f, 1.5f * quantile(sorted, 0.5));
     for (std::size_t i = 0; i < count; ++i) {
       const float ratio = residual[i] / scale;
       weight[i] = 1 / (1 + static_cast<double>(ratio * ratio));
@@ -90,8 +90,8 @@ Quadratic fitted(const Look& look, const Mask& mask) {
     std::vector<float> values;
     values.reserve(count);
     for (const std::size_t i : sample) values.push_back(look.codes[c][i]);
-    fit.low[c] = 0.75F * quantile(values, 0.01);
-    fit.high[c] = 1.15F * quantile(values, 0.99);
+    fit.low[c] = 0.75f * quantile(values, 0.01);
+    fit.high[c] = 1.15f * quantile(values, 0.99);
   }
   return fit;
 }
@@ -108,7 +108,7 @@ float grainOf(const Look& look, const Mask& mask) {
     }
   }
   // Of a normal distribution's differences the median modulus is .954 of its deviation.
-  return 1.05F * quantile(steps, 0.5);
+  return 1.05f * quantile(steps, 0.5);
 }
 
 /// The mask's calm part, where light varies no more than twice as much as in its calmest tenth, a
@@ -126,7 +126,7 @@ Mask calmOf(const Plane& grey, const Mask& mask) {
     rough[i] = std::sqrt(rough[i]);
     if (mask[i] != 0) inside.push_back(rough[i]);
   }
-  const float most = std::max(0.006F, 2 * quantile(inside, 0.1));
+  const float most = std::max(0.006f, 2 * quantile(inside, 0.1));
   Mask calm(mask.width, mask.height);
   for (std::size_t i = 0; i < calm.size(); ++i) calm[i] = mask[i] != 0 && rough[i] < most;
   return calm;
@@ -157,7 +157,7 @@ Colours Quadratic::over(int width, int height) const {
 ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   const int w = look.codes[0].width;
   const int h = look.codes[0].height;
-  const Colours smooth = blurred(look.codes, 1.2F);
+  const Colours smooth = blurred(look.codes, 1.2f);
   const float within = hueReach(hue);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
   Plane grey(w, h);
@@ -168,19 +168,19 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     const Rgb colour = {smooth[0][i], smooth[1][i], smooth[2][i]};
     const HueOffset off = offsetOf(hue, hueOf(colour[0], colour[1], colour[2]));
     const float sum = sumAt(smooth, i);
-    own[i] = std::hypot(off.fuller, off.beside) < within && sum > 0.25F * light;
+    own[i] = std::hypot(off.fuller, off.beside) < within && sum > 0.25f * light;
     dark[i] = isDarkScreen(hue, colour);
     // Washed out by light, and brighter for it.
     const float pale = -off.fuller / hue.fromGrey;
     const bool washed =
-        pale > 0 && pale < 0.45F && off.beside < within && sum > light * (1 + 0.5F * pale);
+        pale > 0 && pale < 0.45f && off.beside < within && sum > light * (1 + 0.5f * pale);
     akin[i] = own[i] != 0 || dark[i] != 0 || washed;
   }
   look.grain = grainOf(look, own);
-  const float roughest = 1.6F * std::max(0.02F, 3 * look.grain);
+  const float roughest = 1.6f * std::max(0.02f, 3 * look.grain);
   for (std::size_t i = 0; i < own.size(); ++i) {
     own[i] = own[i] != 0 && rough[i] < roughest;
-    akin[i] = akin[i] != 0 && rough[i] < 0.6F * roughest;
+    akin[i] = akin[i] != 0 && rough[i] < 0.6f * roughest;
   }
   // What smoothly leads on from the screen is screen, too, though its hue has drifted.
   Mask grown(w, h);
@@ -204,8 +204,8 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   plate.sure = Mask(w, h);
   // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
   // shows through gaps alone, what there is must do.
-  const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2F, 2.5F);
-  for (const float least : {away, 0.6F * away, 0.5F}) {
+  const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
+  for (const float least : {away, 0.6f * away, 0.5f}) {
     std::size_t count = 0;
     for (std::size_t i = 0; i < own.size(); ++i) {
       plate.sure[i] = depth[i] > least;
@@ -228,11 +228,11 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
       aside[i] = std::hypot(seen[0] - stiff[0], seen[1] - stiff[1]);
       if (calm[i] != 0) offsets.push_back(aside[i]);
     }
-    const float agrees = std::max(0.01F, 2 * quantile(offsets, 0.5));
+    const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
     for (std::size_t i = 0; i < all.size(); ++i) {
-      const float ratio = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3F);
+      const float ratio = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
       plate.sure[i] = all[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
-                      ratio > (dark[i] != 0 ? 0.15F : 0.4F) && ratio < 1.8F;
+                      ratio > (dark[i] != 0 ? 0.15f : 0.4f) && ratio < 1.8f;
     }
   }
   look.grain = grainOf(look, plate.sure);
@@ -375,7 +375,7 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   }
   plate.misfit =
       static_cast<float>(std::sqrt(square / static_cast<double>(std::max<std::size_t>(1, count))));
-  constexpr float explained = 0.003F;
+  constexpr float explained = 0.003f;
   plate.local = plate.misfit >= explained;
   if (!plate.local) return;
 
@@ -387,7 +387,7 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   const Plane depth = distanceTo(unsure);
   Mask trusted(w, h);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
-  const float within = std::max(0.012F, 1.2F * look.grain / light);
+  const float within = std::max(0.012f, 1.2f * look.grain / light);
   for (std::size_t i = 0; i < trusted.size(); ++i) {
     if (plate.sure[i] == 0) continue;
     Rgb seen{};
@@ -401,8 +401,8 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   const int rows = (h + cell - 1) / cell;
   const Plane known = planeOf(trusted);
   std::array<Plane, 3> near;  // how much of a pixel's surroundings is seen
-  constexpr std::array<float, 3> reaches = {12, 5, 2.5F};
-  constexpr std::array<float, 3> enough = {0.25F, 0.3F, 0.4F};
+  constexpr std::array<float, 3> reaches = {12, 5, 2.5f};
+  constexpr std::array<float, 3> enough = {0.25f, 0.3f, 0.4f};
   for (std::size_t s = 0; s < 3; ++s) near[s] = blurred(known, reaches[s]);
   for (std::size_t c = 0; c < 3; ++c) {
     Sheet sheet(columns, rows);
@@ -422,7 +422,7 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
       if (seen[i] == 0) continue;
       sheet.seen()[i] /= static_cast<float>(seen[i]);
       sheet.weight()[i] =
-          std::min(1.0F, 2.0F * static_cast<float>(seen[i]) / static_cast<float>(cell * cell));
+          std::min(1.0f, 2.0f * static_cast<float>(seen[i]) / static_cast<float>(cell * cell));
     }
     const Plane solved = sheet.solve();
     const Stretch stretch(solved, columns * cell, rows * cell);
@@ -436,12 +436,12 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
       const Plane local = blurred(masked, reaches[s]);
       for (std::size_t i = 0; i < z.size(); ++i) {
         const float share = near[s][i];
-        if (share < 1e-3F) continue;
-        z[i] += std::min(1.0F, share / enough[s]) * (local[i] / share - z[i]);
+        if (share < 1e-3f) continue;
+        z[i] += std::min(1.0f, share / enough[s]) * (local[i] / share - z[i]);
       }
     }
     for (std::size_t i = 0; i < z.size(); ++i) {
-      plate.clean[c][i] = std::max(0.0F, plate.clean[c][i] + z[i]);
+      plate.clean[c][i] = std::max(0.0f, plate.clean[c][i] + z[i]);
     }
   }
 }

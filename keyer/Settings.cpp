@@ -171,7 +171,7 @@ float Settings::number(std::string_view name, int channel) const {
   const std::size_t index = indexOf(name);
   const Value& held = values_[index];
   if (parameters()[index].rule == DefaultRule::balanceOfScreen && !held.given) {
-    return number("screen", 2) > number("screen", 1) ? 0.9F : 0.5F;
+    return number("screen", 2) > number("screen", 1) ? 0.9f : 0.5f;
   }
   return held.numbers[static_cast<std::size_t>(channel)];
 }

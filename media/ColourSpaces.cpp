@@ -64,12 +64,12 @@ bool ColourSpaces::isLinear(const std::string& space) const {
   Picture greys = Picture::make({0, 0, 4, 1}, 4, Samples::float32);
   auto* codes = reinterpret_cast<float*>(greys.pixels.get());
   const auto grey = [codes](std::ptrdiff_t i) { return codes + 4 * i; };
-  for (int i = 0; i < 4; ++i) std::fill_n(grey(i), 4, i == 0 ? 0.0F : 0.125F * float(1 << i));
+  for (int i = 0; i < 4; ++i) std::fill_n(grey(i), 4, i == 0 ? 0.0f : 0.125f * float(1 << i));
   conversion(space, ocio::ROLE_SCENE_LINEAR).apply(greys);
-  const float unit = *grey(1) / 0.25F;
+  const float unit = *grey(1) / 0.25f;
   for (int i = 0; i < 4; ++i) {
-    const float wanted = i == 0 ? 0 : unit * 0.125F * float(1 << i);
-    if (!(std::abs(*grey(i) - wanted) <= 1e-4F * std::abs(unit))) return false;
+    const float wanted = i == 0 ? 0 : unit * 0.125f * float(1 << i);
+    if (!(std::abs(*grey(i) - wanted) <= 1e-4f * std::abs(unit))) return false;
   }
   return true;
 }

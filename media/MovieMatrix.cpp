@@ -23,7 +23,7 @@ Codes codesOf(const LumaEncoding& encoding, const LumaPlanes& planes) {
   return {16 * unit, 219 * unit, 224 * unit, 128 * unit, top};
 }
 
-float rounded(float value, float top) { return std::clamp(value + 0.5F, 0.0F, top + 0.5F); }
+float rounded(float value, float top) { return std::clamp(value + 0.5f, 0.0f, top + 0.5f); }
 
 template <class Plane, class Code>
 void rowToRgba(const LumaPlanes& from, const Codes& codes, const LumaEncoding& encoding, int y,

@@ -58,7 +58,7 @@ void fillAlpha(Picture& picture, Sample value) {
 template <class Code>
 std::array<Code, 3> codesOf(const std::array<float, 3>& colour, Code most) {
   const auto code = [top = static_cast<float>(most)](float v) {
-    return static_cast<Code>(std::clamp(std::fma(v, top, 0.5F), 0.0F, top));
+    return static_cast<Code>(std::clamp(std::fma(v, top, 0.5f), 0.0f, top));
   };
   return {code(colour[0]), code(colour[1]), code(colour[2])};
 }

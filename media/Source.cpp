@@ -61,7 +61,7 @@ ShotFacts factsOf(const OIIO::ImageSpec& header) {
     facts.frameRate = {static_cast<int>(std::lround(dpx * 1000)), 1000};
   }
   const float aspect = header.get_float_attribute("PixelAspectRatio");
-  if (aspect > 0.01F && aspect < 100 && aspect != 1) {
+  if (aspect > 0.01f && aspect < 100 && aspect != 1) {
     facts.pixelAspect = {static_cast<int>(std::lround(aspect * 10000)), 10000};
   }
   std::uint32_t code[2] = {};

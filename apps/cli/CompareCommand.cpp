@@ -173,7 +173,7 @@ int runCompare(const CompareOptions& options) {
   if (options.second.empty()) {
     throw Error(Fault::wrongUse, "compare", "expected two pictures: orvanite compare A B");
   }
-  if (!(options.gain > 0 && options.gain <= 1e6F)) {
+  if (!(options.gain > 0 && options.gain <= 1e6f)) {
     throw Error::expected(Fault::wrongUse, "--difference-gain", "a number above 0, up to 1000000",
                           fmt::format("{}", options.gain));
   }

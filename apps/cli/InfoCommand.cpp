@@ -99,7 +99,7 @@ class Style {
   std::string patch(const Rgb& colour, bool linear) const {
     if (!colours_) return "";
     const auto code = [linear](float v) {
-      return std::lround(255 * std::pow(std::clamp(v, 0.0F, 1.0F), linear ? 1 / 2.2F : 1));
+      return std::lround(255 * std::pow(std::clamp(v, 0.0f, 1.0f), linear ? 1 / 2.2f : 1));
     };
     return fmt::format("\033[48;2;{};{};{}m    \033[0m ", code(colour[0]), code(colour[1]),
                        code(colour[2]));

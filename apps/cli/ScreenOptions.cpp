@@ -37,8 +37,8 @@ Box boxOf(const std::string& text) {
 }  // namespace
 
 std::string describe(const Screen& screen) {
-  const char* light = screen.evenness >= 0.97F   ? "even"
-                      : screen.evenness >= 0.85F ? "fairly even"
+  const char* light = screen.evenness >= 0.97f   ? "even"
+                      : screen.evenness >= 0.85f ? "fairly even"
                                                  : "uneven";
   return fmt::format(
       "{}, {:.0f} % of the frame, {} (its darkest part at {:.0f} % of its brightest)",

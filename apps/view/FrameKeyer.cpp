@@ -21,8 +21,8 @@ constexpr int bandPixels = 1 << 18;
 
 // Side of a checker's square in the plate's pixels, and its two greys in any encoding.
 constexpr int checkerSide = 16;
-constexpr float checkerDark = 0.35F;
-constexpr float checkerLight = 0.6F;
+constexpr float checkerDark = 0.35f;
+constexpr float checkerLight = 0.6f;
 constexpr double middleGrey = 0.5;
 
 template <class Sample>
@@ -127,7 +127,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   Inputs inputs = info.inputs;
   if (view == PageView::overChecker) inputs.background = true;
 
-  const float scale = 1.0F / static_cast<float>(divisor);
+  const float scale = 1.0f / static_cast<float>(divisor);
   const media::Window everything = scaled({0, 0, info.width, info.height}, divisor);
   std::shared_ptr<const BlindKey> estimates;
   if (shot::keysBesideEstimates(settings, inputs)) {

@@ -34,7 +34,7 @@ void count(const media::Picture& picture, std::uint32_t weight, MatteMeasure& me
       measure.bins[255] += weight;
     } else {
       measure.between += weight;
-      measure.bins[static_cast<std::size_t>(alpha * 255 + 0.5F)] += weight;
+      measure.bins[static_cast<std::size_t>(alpha * 255 + 0.5f)] += weight;
     }
   }
 }

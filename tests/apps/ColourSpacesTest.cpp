@@ -45,8 +45,8 @@ Image floats(unsigned seed, float scale) {
 TEST(ColourSpaces, PicturesAreKeyedInTheWorkingSpaceAndWrittenInTheOutputSpace) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
-  write(floats(1, 0.5F), folder / "plate.exr");
-  write(floats(2, 0.25F), folder / "bg.exr");
+  write(floats(1, 0.5f), folder / "plate.exr");
+  write(floats(2, 0.25f), folder / "bg.exr");
   write(floats(1, 1), folder / "light.exr");
   write(floats(2, 1), folder / "lightbg.exr");
   const std::vector<std::string> look = {"--screen", "0.1,0.7,0.2", "--screen-range",
@@ -70,7 +70,7 @@ TEST(ColourSpaces, PicturesAreKeyedInTheWorkingSpaceAndWrittenInTheOutputSpace) 
   const Image hand = read(folder / "hand.exr"), own = read(folder / "key.exr");
   ASSERT_EQ(hand.samples.size(), own.samples.size());
   for (std::size_t i = 0; i < own.samples.size(); ++i)
-    ASSERT_EQ(own.samples[i], hand.samples[i] * (i % 4 == 3 ? 1 : 0.5F)) << i;
+    ASSERT_EQ(own.samples[i], hand.samples[i] * (i % 4 == 3 ? 1 : 0.5f)) << i;
   EXPECT_EQ(read(folder / "matte.exr").samples, read(folder / "handmatte.exr").samples);
 
   ASSERT_EQ(key({folder / "light.exr", "--input-space", "root", "--output-space", "scene_linear",

@@ -78,13 +78,13 @@ TEST(Compare, LinesShotsUpByFrameAndPicturesByTheirFrames) {
 
   // One half of the frame against all of it: the rest is nothing.
   Image half = randomImage(2, 2, 3, OIIO::TypeDesc::HALF, 1);
-  half.samples.assign(12, 0.5F);
+  half.samples.assign(12, 0.5f);
   half.spec.x = 2;
   half.spec.full_x = 0;
   half.spec.full_width = 4;
   write(half, folder / "half.exr");
   Image whole = randomImage(4, 2, 3, OIIO::TypeDesc::HALF, 1);
-  whole.samples.assign(24, 0.5F);
+  whole.samples.assign(24, 0.5f);
   write(whole, folder / "whole.exr");
   const auto windows =
       nlohmann::json::parse(orvanite(folder, "compare --json @half.exr @whole.exr").out);
@@ -97,7 +97,7 @@ Image screenImage() {
   Image image = randomImage(40, 20, 3, OIIO::TypeDesc::UINT8, 1);
   for (std::size_t i = 0; i < 800; ++i) {
     const std::size_t x = i % 40;
-    const float light = x < 24 ? 1 : 0.8F;
+    const float light = x < 24 ? 1 : 0.8f;
     const float colour[] = {100 * light, 200 * light, 60 * light};
     for (std::size_t c = 0; c < 3; ++c) image.samples[3 * i + c] = x < 32 ? colour[c] : 120;
   }
@@ -134,7 +134,7 @@ TEST(Info, SaysWhatAPlateIsAndWhatScreenItHas) {
 
   // One that is no picture does not keep the others back; a grey one has no screen.
   Image grey = screenImage();
-  std::fill(grey.samples.begin(), grey.samples.end(), 90.0F);
+  std::fill(grey.samples.begin(), grey.samples.end(), 90.0f);
   write(grey, folder / "grey.png");
   const Outcome several =
       orvanite({"info", "--json", folder / "none.png", folder / "grey.png", "--header", shot});

@@ -24,8 +24,8 @@ Image plateOf(OIIO::TypeDesc type) {
     const std::size_t x = i / 3 % 40;
     const std::size_t y = i / 3 / 40;
     const bool subject = x >= 12 && x < 28 && y >= 12 && y < 28;
-    const std::array<float, 3> screen{0.2F, 0.8F, 0.2F};
-    image.samples[i] = std::round(scale * (subject ? 0.6F : screen[i % 3]) * 255) / 255;
+    const std::array<float, 3> screen{0.2f, 0.8f, 0.2f};
+    image.samples[i] = std::round(scale * (subject ? 0.6f : screen[i % 3]) * 255) / 255;
     if (type == OIIO::TypeDesc::UINT8) image.samples[i] = std::round(image.samples[i]);
   }
   return image;
@@ -92,7 +92,7 @@ TEST(FirstCommand, BringsBackgroundsOfAnySizeAndEncodingToThePlate) {
   // Red left, blue right, twice as wide as high.
   Image halves = randomImage(80, 40, 3, OIIO::TypeDesc::UINT8, 1);
   for (std::size_t i = 0; i < halves.samples.size(); ++i) {
-    halves.samples[i] = (i / 3 % 80 < 40 ? i % 3 == 0 : i % 3 == 2) ? 188.0F : 0.0F;
+    halves.samples[i] = (i / 3 % 80 < 40 ? i % 3 == 0 : i % 3 == 2) ? 188.0f : 0.0f;
   }
   write(halves, folder / "wide.png");
   const std::vector<float> red{188, 0, 0}, blue{0, 0, 188}, black{0, 0, 0};
@@ -132,7 +132,7 @@ TEST(FirstCommand, KeysSeveralPlatesIntoAFolderEachByItsOwnScreen) {
   }
   write(blue, folder / "b.exr");
   Image grey = plateOf(OIIO::TypeDesc::UINT8);
-  std::fill(grey.samples.begin(), grey.samples.end(), 90.0F);
+  std::fill(grey.samples.begin(), grey.samples.end(), 90.0f);
   write(grey, folder / "c.png");
   const Outcome outcome = orvanite(folder, "key @a.png @b.exr @c.png @none.png -o @keyed/");
   EXPECT_EQ(outcome.code, 1);  // of c.png, which shows no screen

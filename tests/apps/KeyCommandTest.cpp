@@ -30,7 +30,7 @@ struct Pixels {
       : depth(toDepth), bytes(pixels * 4 * static_cast<std::size_t>(toDepth)) {
     const int channels = image.spec.nchannels;
     const bool integer = !image.spec.format.is_floating_point();
-    const float top = !integer ? 1.0F : image.spec.format.basesize() == 1 ? 255.0F : 65535.0F;
+    const float top = !integer ? 1.0f : image.spec.format.basesize() == 1 ? 255.0f : 65535.0f;
     for (std::size_t i = 0; i < pixels; ++i) {
       for (int c = 0; c < 4; ++c) {
         int from = c;
@@ -43,12 +43,12 @@ struct Pixels {
         unsigned char* to =
             &bytes[(i * 4 + static_cast<std::size_t>(c)) * static_cast<std::size_t>(depth)];
         if (depth == 1) {
-          *to = static_cast<unsigned char>(top == 65535.0F ? value / 257 + 0.5F : value);
+          *to = static_cast<unsigned char>(top == 65535.0f ? value / 257 + 0.5f : value);
         } else if (depth == 2) {
-          const auto code = static_cast<unsigned short>(top == 255.0F ? value * 257 : value);
+          const auto code = static_cast<unsigned short>(top == 255.0f ? value * 257 : value);
           std::memcpy(to, &code, 2);
         } else {
-          value = integer ? value * (1.0F / top) : value;
+          value = integer ? value * (1.0f / top) : value;
           std::memcpy(to, &value, 4);
         }
       }
@@ -155,9 +155,9 @@ TEST(KeyCommand, GivesTheFlatInterfacesBytesForEveryPairOfFormats) {
     orvanite_useRef(engine, 0);
     orvanite_setView(engine, one.view);
     orvanite_setColourspace(engine, one.encoding);
-    orvanite_setScreen(engine, 0.2F, 0.7F, 0.3F);
-    orvanite_setNeutral(engine, 0.9F, 0.9F, 0.9F);
-    orvanite_setReplace(engine, 0.5F, 0.5F, 0.5F);
+    orvanite_setScreen(engine, 0.2f, 0.7f, 0.3f);
+    orvanite_setNeutral(engine, 0.9f, 0.9f, 0.9f);
+    orvanite_setReplace(engine, 0.5f, 0.5f, 0.5f);
     const int maximum = one.depth == 1 ? 255 : one.depth == 2 ? 65535 : 1;
     for (auto set : {orvanite_setFgMax, orvanite_setBgMax, orvanite_setDstMax,
                      orvanite_setHMatteMax, orvanite_setGMatteMax, orvanite_setRefMax}) {
@@ -175,7 +175,7 @@ TEST(KeyCommand, GivesTheFlatInterfacesBytesForEveryPairOfFormats) {
     tile.hold.lineStep = tile.garbage.lineStep = 4 * width;
     std::vector<Pixels> kept;
     if (one.background != nullptr) {
-      kept.emplace_back(background, one.depth, 1.0F);
+      kept.emplace_back(background, one.depth, 1.0f);
       tile.bg = kept.back().tile();
     }
     ASSERT_EQ(orvanite_render(engine, one.depth, width, height, &tile), 0);
@@ -206,7 +206,7 @@ TEST(KeyCommand, KeepsWindowsAndMetadataAndLinesUpPicturesByTheirFrames) {
   write(background, folder / "bg.exr");
   // A garbage matte that is white everywhere leaves nothing but background.
   Image white = randomImage(64, 48, 1, OIIO::TypeDesc::UINT8, 3);
-  std::fill(white.samples.begin(), white.samples.end(), 255.0F);
+  std::fill(white.samples.begin(), white.samples.end(), 255.0f);
   write(white, folder / "white.png");
   const Outcome outcome = orvanite(folder,
                                    "key @fg.exr --bg @bg.exr --garbage @white.png --screen "

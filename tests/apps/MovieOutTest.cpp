@@ -65,7 +65,7 @@ TEST(MovieOut, LossyCodecsComeCloseInColourAndAlpha) {
         orvanite(blueKey({"-q", "--no-key", folder / one.movie, "-o", folder / "b.#.tif"})).code,
         0);
     const Image back = read(folder / "b.1.tif");
-    const float scale = back.spec.format == OIIO::TypeDesc::UINT16 ? 257.0F : 1.0F;
+    const float scale = back.spec.format == OIIO::TypeDesc::UINT16 ? 257.0f : 1.0f;
     for (int quarter = 0; quarter < 4; ++quarter) {
       const int x = quarter % 2 * 64 + 32;
       const int y = quarter / 2 * 64 + 32;

@@ -18,13 +18,13 @@ constexpr int width = 96, height = 64;
 // A green or blue screen, darker towards the left, with a grey disc before it; 16 bits.
 Image shot(bool blue, float darkest) {
   Image image{OIIO::ImageSpec(width, height, 3, OIIO::TypeDesc::UINT16), {}};
-  const float screen[3] = {0.2F, blue ? 0.3F : 0.7F, blue ? 0.7F : 0.25F};
+  const float screen[3] = {0.2f, blue ? 0.3f : 0.7f, blue ? 0.7f : 0.25f};
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       const float light = darkest + (1 - darkest) * static_cast<float>(x) / (width - 1);
       const bool subject = std::hypot(x - 60.0, y - 32.0) < 15;
       for (const float channel : screen) {
-        image.samples.push_back(std::round(65535 * (subject ? 0.5F : light * channel)));
+        image.samples.push_back(std::round(65535 * (subject ? 0.5f : light * channel)));
       }
     }
   }
@@ -45,7 +45,7 @@ std::vector<std::string> chosenIn(const std::string& said) {
 TEST(ScreenOptions, GiveTheSameKeyAgainWhenWhatTheyChoseIsPasted) {
   const Folder folder;
   for (const bool blue : {false, true}) {
-    for (const float darkest : {1.0F, 0.6F}) {
+    for (const float darkest : {1.0f, 0.6f}) {
       write(shot(blue, darkest), folder / "plate.png");
       const Outcome first =
           orvanite(folder, "key @plate.png --auto -o @first.png --output unpremultiplied");
@@ -71,7 +71,7 @@ TEST(ScreenOptions, GiveTheSameKeyAgainWhenWhatTheyChoseIsPasted) {
 
 TEST(ScreenOptions, TakeTheColourFromABoxOrAnotherFrame) {
   const Folder folder;
-  write(shot(false, 0.6F), folder / "plate.0007.png");
+  write(shot(false, 0.6f), folder / "plate.0007.png");
   write(shot(true, 1), folder / "plate.0012.png");
   const auto chosen = [&](const std::string& more) {
     const Outcome outcome =

@@ -109,7 +109,7 @@ TEST(Shot, SidePicturesFollowTheirOffsetsAndPastTheirEndsWhatWasAsked) {
   writeCounter(folder, "bg", 11, 13);
   // All garbage: the output is the background.
   Image white = randomImage(24, 16, 1, OIIO::TypeDesc::UINT8, 1);
-  std::fill(white.samples.begin(), white.samples.end(), 255.0F);
+  std::fill(white.samples.begin(), white.samples.end(), 255.0f);
   write(white, folder / "white.png");
   struct Case {
     const char *time, *offset;

@@ -21,16 +21,16 @@ namespace orvanite {
 namespace {
 
 constexpr int width = 160, height = 120;
-constexpr Rgb green = {0.16F, 0.6F, 0.24F}, blue = {0.1F, 0.2F, 0.66F},
-              olive = {0.4F, 0.45F, 0.18F}, teal = {0.08F, 0.52F, 0.5F},
-              dull = {0.27F, 0.45F, 0.3F};
+constexpr Rgb green = {0.16f, 0.6f, 0.24f}, blue = {0.1f, 0.2f, 0.66f},
+              olive = {0.4f, 0.45f, 0.18f}, teal = {0.08f, 0.52f, 0.5f},
+              dull = {0.27f, 0.45f, 0.3f};
 
 /// A plate from its truth.
 struct Composed {
   std::function<Rgb(int, int)> screen = [](int, int) { return green; };
-  std::function<Rgb(int, int)> subject = [](int, int) { return Rgb{0.7F, 0.5F, 0.42F}; };
-  std::function<float(int, int)> matte = [](int, int) { return 0.0F; };
-  float grain = 0.004F;
+  std::function<Rgb(int, int)> subject = [](int, int) { return Rgb{0.7f, 0.5f, 0.42f}; };
+  std::function<float(int, int)> matte = [](int, int) { return 0.0f; };
+  float grain = 0.004f;
   bool inLight = false;
 
   Canvas on(int depth) const {
@@ -44,7 +44,7 @@ struct Composed {
       for (std::size_t c = 0; c < 3; ++c) {
         out[c] = inLight ? codeOfLight(a * lightOfCode(f[c]) + (1 - a) * lightOfCode(e[c]))
                          : a * f[c] + (1 - a) * e[c];
-        out[c] = std::max(0.0F, out[c] + noise(random));
+        out[c] = std::max(0.0f, out[c] + noise(random));
       }
       return out;
     });
@@ -56,7 +56,7 @@ struct Composed {
 std::function<float(int, int)> disc(float cx, float cy, float radius, float soft) {
   return [=](int x, int y) {
     const float d = std::hypot(static_cast<float>(x) - cx, static_cast<float>(y) - cy);
-    return std::clamp((radius - d) / soft + 0.5F, 0.0F, 1.0F);
+    return std::clamp((radius - d) / soft + 0.5f, 0.0f, 1.0f);
   };
 }
 
@@ -92,16 +92,16 @@ TEST(BlindKey, TakesNoSubjectForTheScreenWhateverTheScreensHue) {
     Composed plate;
     plate.screen = [&](int, int) { return screen; };
     // Fire over half of the frame, as even as the screen and fuller in colour.
-    plate.subject = [](int, int) { return Rgb{0.9F, 0.45F, 0.1F}; };
-    plate.matte = [](int x, int) { return x < 88 ? 1.0F : 0.0F; };
+    plate.subject = [](int, int) { return Rgb{0.9f, 0.45f, 0.1f}; };
+    plate.matte = [](int x, int) { return x < 88 ? 1.0f : 0.0f; };
     Canvas canvas = plate.on(1);
     const BlindKey key = findKey(canvas.plate(), video());
-    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(key.screen.colour[c], screen[c], 0.01F);
-    EXPECT_GT(key.screen.confidence, 0.5F);
+    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(key.screen.colour[c], screen[c], 0.01f);
+    EXPECT_GT(key.screen.confidence, 0.5f);
   }
   Composed none;
   none.screen = [](int x, int y) {
-    return (x / 8 + y / 8) % 2 == 0 ? Rgb{0.6F, 0.5F, 0.45F} : Rgb{0.2F, 0.2F, 0.22F};
+    return (x / 8 + y / 8) % 2 == 0 ? Rgb{0.6f, 0.5f, 0.45f} : Rgb{0.2f, 0.2f, 0.22f};
   };
   Canvas canvas = none.on(1);
   EXPECT_THROW(findKey(canvas.plate(), video()), Error);
@@ -112,7 +112,7 @@ TEST(BlindKey, KnowsTheScreenBehindASubjectAndInItsCreases) {
   // Falls off by half and has a crease of a seventh, 30 pixels wide.
   const auto light = [](int x) {
     const float crease = (static_cast<float>(x) - 32) / 9;
-    return 1 - 0.5F * static_cast<float>(x) / width - 0.15F * std::exp(-crease * crease);
+    return 1 - 0.5f * static_cast<float>(x) / width - 0.15f * std::exp(-crease * crease);
   };
   plate.screen = [&](int x, int) {
     return Rgb{green[0] * light(x), green[1] * light(x), green[2] * light(x)};
@@ -124,39 +124,39 @@ TEST(BlindKey, KnowsTheScreenBehindASubjectAndInItsCreases) {
   Canvas clean(width, height, 2);
   key.writeCleanPlate(clean.plate().image, 2);
   for (int x = 4; x < width - 4; ++x) {
-    EXPECT_NEAR(colourAt(clean.plate(), x, 60)[1], green[1] * light(x), 0.02F) << x;
+    EXPECT_NEAR(colourAt(clean.plate(), x, 60)[1], green[1] * light(x), 0.02f) << x;
   }
   Canvas out = keyed(key, canvas);
-  for (int x = 4; x < 60; ++x) EXPECT_LT(matteAt(out, x, 60), 0.02F) << x;
+  for (int x = 4; x < 60; ++x) EXPECT_LT(matteAt(out, x, 60), 0.02f) << x;
 }
 
 TEST(BlindKey, FollowsAScreenWhoseHueDriftsInLightAndInTheDark) {
   Composed plate;
   // To the right codes lose their lesser channels; to the left light washes the green out.
   plate.screen = [](int x, int) {
-    const float dark = std::max(0.0F, static_cast<float>(x - 90) / 70);
-    const float pale = std::max(0.0F, static_cast<float>(40 - x) / 40);
-    return Rgb{green[0] * (1 - 0.95F * dark) + 0.22F * pale,
-               green[1] * (1 - 0.55F * dark) + 0.3F * pale,
-               green[2] * (1 - 0.9F * dark) + 0.24F * pale};
+    const float dark = std::max(0.0f, static_cast<float>(x - 90) / 70);
+    const float pale = std::max(0.0f, static_cast<float>(40 - x) / 40);
+    return Rgb{green[0] * (1 - 0.95f * dark) + 0.22f * pale,
+               green[1] * (1 - 0.55f * dark) + 0.3f * pale,
+               green[2] * (1 - 0.9f * dark) + 0.24f * pale};
   };
   plate.matte = disc(70, 70, 22, 3);
   Canvas canvas = plate.on(2);
   Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
-  for (int x = 3; x < width - 3; ++x) EXPECT_LT(matteAt(out, x, 20), 0.02F) << x;
+  for (int x = 3; x < width - 3; ++x) EXPECT_LT(matteAt(out, x, 20), 0.02f) << x;
 }
 
 TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
   Composed plate;
   plate.screen = [](int x, int) {
-    const float light = 1 - 0.2F * static_cast<float>(x) / width;
+    const float light = 1 - 0.2f * static_cast<float>(x) / width;
     return Rgb{olive[0] * light, olive[1] * light, olive[2] * light};
   };
   // Leaves over half of the frame, their hue within a screen's reach, light and shade on them.
   plate.subject = [](int x, int y) {
-    const float light = 0.78F + 0.14F * std::sin(static_cast<float>(x) / 3.5F) *
+    const float light = 0.78f + 0.14f * std::sin(static_cast<float>(x) / 3.5f) *
                                     std::sin(static_cast<float>(y) / 3);
-    return Rgb{0.36F * light, 0.45F * light, 0.2F * light};
+    return Rgb{0.36f * light, 0.45f * light, 0.2f * light};
   };
   const auto leaves = disc(80, 60, 56, 2);
   plate.matte = leaves;
@@ -175,16 +175,16 @@ TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
   Canvas clean(width, height, 2);
   key.writeCleanPlate(clean.plate().image, 2);
   for (std::size_t c = 0; c < 3; ++c) {
-    EXPECT_NEAR(colourAt(clean.plate(), 80, 60)[c], 0.9F * olive[c], 0.015F);
+    EXPECT_NEAR(colourAt(clean.plate(), 80, 60)[c], 0.9f * olive[c], 0.015f);
   }
 }
 
 TEST(BlindKey, TellsHowEdgesMix) {
   for (const bool inLight : {false, true}) {
     Composed plate;
-    plate.screen = [](int, int) { return Rgb{0.02F, 0.82F, 0.25F}; };
+    plate.screen = [](int, int) { return Rgb{0.02f, 0.82f, 0.25f}; };
     plate.subject = [](int x, int) {
-      return x < 80 ? Rgb{0.85F, 0.2F, 0.6F} : Rgb{0.6F, 0.15F, 0.1F};
+      return x < 80 ? Rgb{0.85f, 0.2f, 0.6f} : Rgb{0.6f, 0.15f, 0.1f};
     };
     plate.matte = disc(80, 60, 36, 12);
     plate.inLight = inLight;
@@ -203,34 +203,34 @@ TEST(BlindKey, HoldsWhatIsDeepInASubjectAndFillsNoGap) {
   // Dark fur of the screen's hue in a light body; one gap shows the screen.
   const auto fur = disc(60, 60, 9, 1), gap = disc(102, 60, 8, 1), body = disc(80, 60, 45, 2);
   plate.subject = [&](int x, int y) {
-    return fur(x, y) > 0.5F ? Rgb{0.12F, 0.13F, 0.06F} : Rgb{0.7F, 0.66F, 0.68F};
+    return fur(x, y) > 0.5f ? Rgb{0.12f, 0.13f, 0.06f} : Rgb{0.7f, 0.66f, 0.68f};
   };
   plate.matte = [&](int x, int y) { return body(x, y) * (1 - gap(x, y)); };
   Canvas canvas = plate.on(2);
   Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
-  EXPECT_GT(matteAt(out, 60, 60), 0.98F);
-  EXPECT_LT(matteAt(out, 102, 60), 0.05F);
+  EXPECT_GT(matteAt(out, 60, 60), 0.98f);
+  EXPECT_LT(matteAt(out, 102, 60), 0.05f);
   KeyWishes wishes;
   wishes.holdOut = false;
   Canvas open = keyed(findKey(canvas.plate(), video(), wishes), canvas);
-  EXPECT_LT(matteAt(open, 60, 60), 0.95F);
+  EXPECT_LT(matteAt(open, 60, 60), 0.95f);
 }
 
 TEST(BlindKey, LeavesGlassAsClearAsItIs) {
   Composed plate;
   const auto pane = disc(80, 60, 36, 2);
-  plate.subject = [](int, int) { return Rgb{0.8F, 0.8F, 0.82F}; };
-  plate.matte = [&](int x, int y) { return 0.35F * pane(x, y); };
+  plate.subject = [](int, int) { return Rgb{0.8f, 0.8f, 0.82f}; };
+  plate.matte = [&](int x, int y) { return 0.35f * pane(x, y); };
   Canvas canvas = plate.on(2);
   Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
-  for (int x = 60; x <= 100; x += 10) EXPECT_NEAR(matteAt(out, x, 60), 0.35F, 0.08F) << x;
+  for (int x = 60; x <= 100; x += 10) EXPECT_NEAR(matteAt(out, x, 60), 0.35f, 0.08f) << x;
 }
 
 TEST(BlindKey, CutsTheGrainOfWhatIsSurelyScreen) {
   Composed plate;
   plate.screen = [](int, int) { return dull; };
   plate.matte = disc(50, 60, 24, 3);
-  plate.grain = 0.025F;
+  plate.grain = 0.025f;
   Canvas canvas = plate.on(2);
   const auto worst = [&](const KeyWishes& wishes) {
     Canvas out = keyed(findKey(canvas.plate(), video(), wishes), canvas);
@@ -243,19 +243,19 @@ TEST(BlindKey, CutsTheGrainOfWhatIsSurelyScreen) {
   EXPECT_EQ(worst({}), 0);
   KeyWishes wishes;
   wishes.garbage = false;
-  EXPECT_GT(worst(wishes), 0.1F);
+  EXPECT_GT(worst(wishes), 0.1f);
 }
 
 TEST(BlindKey, IsSteadyOverAShotAndSeesTheCameraMove) {
   const auto frameAt = [](int n, int shift) {
     Composed plate;
     plate.screen = [shift](int x, int y) {
-      const float light = 0.8F + 0.2F * std::sin(static_cast<float>(x + shift) / 15) +
-                          0.1F * static_cast<float>(y) / height;
+      const float light = 0.8f + 0.2f * std::sin(static_cast<float>(x + shift) / 15) +
+                          0.1f * static_cast<float>(y) / height;
       return Rgb{green[0] * light, green[1] * light, green[2] * light};
     };
     plate.matte = disc(50 + 5 * static_cast<float>(n), 60, 25, 3);
-    plate.grain = 0.004F;
+    plate.grain = 0.004f;
     return plate.on(2);
   };
   Canvas first = frameAt(0, 0);
@@ -266,7 +266,7 @@ TEST(BlindKey, IsSteadyOverAShotAndSeesTheCameraMove) {
   // .8 - .0381 + .1 * .5 = .8119 of .6.
   Canvas clean(width, height, 2);
   key.writeCleanPlate(clean.plate().image, 2);
-  EXPECT_NEAR(colourAt(clean.plate(), 50, 60)[1], 0.6F * 0.8119F, 0.01F);
+  EXPECT_NEAR(colourAt(clean.plate(), 50, 60)[1], 0.6f * 0.8119f, 0.01f);
   // The middle of the solid part, in every frame.
   double sum = 0, squares = 0;
   for (int n = 0; n < 10; ++n) {
@@ -295,7 +295,7 @@ TEST(BlindKeyer, KeysAllDepthsAlikeAndKeepsWhatIsBrighterThanWhite) {
   Canvas light(width, height, 4);
   light.fill([&](int x, int y) {
     Rgb c = colourAt(sixteen.plate(), x, y);
-    for (float& v : c) v = std::hypot(x - 80, y - 60) < 10 ? 3.0F : lightOfCode(v);
+    for (float& v : c) v = std::hypot(x - 80, y - 60) < 10 ? 3.0f : lightOfCode(v);
     return c;
   });
   const BlindKey key = findKey(sixteen.plate(), video());
@@ -310,7 +310,7 @@ TEST(BlindKeyer, KeysAllDepthsAlikeAndKeepsWhatIsBrighterThanWhite) {
   }
   EXPECT_LT(apart / (width * height), 0.002);
   EXPECT_LT(apartLight / (width * height), 0.02);
-  for (const float v : colourAt(c.plate(), 80, 60)) EXPECT_NEAR(v, 3, 0.01F);
+  for (const float v : colourAt(c.plate(), 80, 60)) EXPECT_NEAR(v, 3, 0.01f);
   // Threads change no bit.
   EXPECT_EQ(keyed(key, sixteen, 1).bytes(), keyed(key, sixteen, 3).bytes());
   EXPECT_EQ(findKey(sixteen.plate(), video()).settings, key.settings);

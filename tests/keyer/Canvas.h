@@ -36,9 +36,9 @@ class Canvas {
       if (depth_ == 4) {
         std::memcpy(at, &c[k], 4);
       } else {
-        const float most = depth_ == 1 ? 255.0F : 65535.0F;
+        const float most = depth_ == 1 ? 255.0f : 65535.0f;
         const auto code =
-            static_cast<std::uint16_t>(std::lround(std::clamp(c[k], 0.0F, 1.0F) * most));
+            static_cast<std::uint16_t>(std::lround(std::clamp(c[k], 0.0f, 1.0f) * most));
         std::memcpy(at, &code, static_cast<std::size_t>(depth_));
       }
     }

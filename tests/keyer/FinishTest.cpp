@@ -65,10 +65,10 @@ struct Canvas {
 // The matte is known: the colour mixes a red subject and the screen by it.
 float matteAt(int x, int y) {
   const float dx = static_cast<float>(x) - 60, dy = static_cast<float>(y) - 50;
-  float matte = std::clamp(30.5F - std::sqrt(dx * dx + dy * dy), 0.0F, 1.0F);
-  if (y == 20 && x > 60 && x < 130) matte = std::max(matte, 0.5F);  // a hair
+  float matte = std::clamp(30.5f - std::sqrt(dx * dx + dy * dy), 0.0f, 1.0f);
+  if (y == 20 && x > 60 && x < 130) matte = std::max(matte, 0.5f);  // a hair
   if (x >= 140 && x < 144 && y >= 80 && y < 83) matte = 1;          // a marker
-  if (x >= 50 && x < 53 && y >= 45 && y < 47) matte = 0.25F;        // a hole
+  if (x >= 50 && x < 53 && y >= 45 && y < 47) matte = 0.25f;        // a hole
   return matte;
 }
 
@@ -77,8 +77,8 @@ Canvas plateOf(int width, int height, int depth) {
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       const float a = matteAt(x, y);
-      plate.set(x, y, 0.7F * a + 0.1F * (1 - a), 0.3F * a + 0.8F * (1 - a),
-                (0.2F + 0.001F * static_cast<float>(x)) * a + 0.2F * (1 - a));
+      plate.set(x, y, 0.7f * a + 0.1f * (1 - a), 0.3f * a + 0.8f * (1 - a),
+                (0.2f + 0.001f * static_cast<float>(x)) * a + 0.2f * (1 - a));
     }
   }
   return plate;
@@ -90,7 +90,7 @@ Canvas noise(int width, int height, int depth, unsigned seed) {
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       for (int c = 0; c < 4; ++c) {
-        picture.set(x, y, c, static_cast<float>(random() % 1001U) / 1000.0F);
+        picture.set(x, y, c, static_cast<float>(random() % 1001U) / 1000.0f);
       }
     }
   }
@@ -155,8 +155,8 @@ struct Scene {
         inputs(given) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) {
-        holdOut.set(x, y, 3, x < 20 ? 0.5F : 0);
-        garbage.set(x, y, 3, y > height - 10 ? 0.75F : 0);
+        holdOut.set(x, y, 3, x < 20 ? 0.5f : 0);
+        garbage.set(x, y, 3, y > height - 10 ? 0.75f : 0);
       }
     }
   }
@@ -206,9 +206,9 @@ TEST(Finish, IsOffUnlessAskedForAndHearsOfEveryParameterOfIts) {
   }
   // A proxy of half the size has half the lengths.
   Settings lengths = with(Settings(), finishes().back());
-  const Finish half = Finish::of(lengths, everything, 0.5F);
+  const Finish half = Finish::of(lengths, everything, 0.5f);
   EXPECT_EQ(half.islands, 3);
-  EXPECT_EQ(half.shrink, 0.35F);
+  EXPECT_EQ(half.shrink, 0.35f);
 }
 
 TEST(Finish, GivesTheSameBytesOnAnyThreadsInPlaceAndFromAnyPartWithItsBorder) {
@@ -278,7 +278,7 @@ TEST(Finish, LeavesTheEnginesPictureWhereItHasNothingToDo) {
         Scene scene(150, 100, depth, everything);
         const Canvas expected = keyed(scene, plain);
         const Canvas found = keyed(scene, finished);
-        const float tolerance = depth == 1 ? 1.01F / 255 : depth == 2 ? 20.0F / 65535 : 2e-5F;
+        const float tolerance = depth == 1 ? 1.01f / 255 : depth == 2 ? 20.0f / 65535 : 2e-5f;
         double worst = 0;
         for (int y = 0; y < 100; ++y) {
           for (int x = 0; x < 150; ++x) {
@@ -305,7 +305,7 @@ TEST(Finish, KeepsSolidSolidAndScreenClearAndTellsSpecksFromHairs) {
       const Canvas out = keyed(scene, settings);
       EXPECT_EQ(out.get(60, 68, 3), 1) << nameOf(finish);
       EXPECT_EQ(out.get(110, 90, 3), 0) << nameOf(finish);
-      EXPECT_NEAR(out.get(60, 68, 0), 0.7F, 0.01F) << nameOf(finish);
+      EXPECT_NEAR(out.get(60, 68, 0), 0.7f, 0.01f) << nameOf(finish);
     }
     const auto matte = [&](const std::vector<Change>& finish, int x, int y) {
       Settings settings = with(keying(), finish);
@@ -314,11 +314,11 @@ TEST(Finish, KeepsSolidSolidAndScreenClearAndTellsSpecksFromHairs) {
     };
     EXPECT_EQ(matte({{"islands", "3"}}, 141, 81), 1);  // 4 wide
     EXPECT_EQ(matte({{"islands", "4"}}, 141, 81), 0);
-    EXPECT_LT(matte({{"pinholes", "2"}}, 51, 45), 0.5F);  // 3 wide
+    EXPECT_LT(matte({{"pinholes", "2"}}, 51, 45), 0.5f);  // 3 wide
     EXPECT_EQ(matte({{"pinholes", "3"}}, 51, 45), 1);
     // 70 long: what the engine made of it.
     EXPECT_EQ(matte({{"islands", "69"}}, 120, 20), matte({}, 120, 20));
-    EXPECT_GT(matte({}, 120, 20), 0.4F);
+    EXPECT_GT(matte({}, 120, 20), 0.4f);
   }
 }
 

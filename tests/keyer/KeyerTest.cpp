@@ -28,7 +28,7 @@ struct Pictures {
       picture.resize(static_cast<std::size_t>(rowElements * h * d));
       for (std::size_t i = 0; i < picture.size(); i += static_cast<std::size_t>(d)) {
         const auto value = static_cast<unsigned>(random());
-        const float unit = static_cast<float>(value % 1001U) / 1000.0F;
+        const float unit = static_cast<float>(value % 1001U) / 1000.0f;
         if (d == 4) {
           std::memcpy(&picture[i], &unit, 4);
         } else {

@@ -51,7 +51,7 @@ Field stepOf(const Field& field, double part, bool grow) {
 
 TEST(MatteEdge, MovesAsTheDefinitionSaysOnAnyMatte) {
   const MatteTile matte = noise(24, 20);
-  for (const float pixels : {0.25F, 1.0F, 1.75F, -0.5F, -2.0F}) {
+  for (const float pixels : {0.25f, 1.0f, 1.75f, -0.5f, -2.0f}) {
     MatteTile moved = matte, scratch;
     moveEdge(moved, pixels, scratch);
     const int border = moveBorder(pixels);
@@ -80,7 +80,7 @@ TEST(MatteEdge, MovesStraightEdgesOfAnyDirectionByTheSame) {
     const MatteTile edge = tileOf(140, 140, [&](int x, int y) {
       return std::clamp(0.5 + (x - 69.5) * c + (y - 69.5) * s, 0.0, 1.0);
     });
-    for (const float pixels : {0.5F, 1.0F, 2.5F, -1.5F, 4.0F}) {
+    for (const float pixels : {0.5f, 1.0f, 2.5f, -1.5f, 4.0f}) {
       MatteTile moved = edge, scratch;
       moveEdge(moved, pixels, scratch);
       const int border = moveBorder(pixels);
@@ -116,7 +116,7 @@ std::vector<double> tentOf(double pixels) {
 
 TEST(MatteSoften, IsTheTentOfItsWidthOnAnyMatteAndKeepsEvenOnes) {
   const MatteTile matte = noise(40, 36);
-  for (const float pixels : {0.5F, 1.0F, 2.75F, 6.0F}) {
+  for (const float pixels : {0.5f, 1.0f, 2.75f, 6.0f}) {
     MatteTile soft = matte, scratch;
     soften(soft, pixels, scratch);
     const std::vector<double> tent = tentOf(static_cast<double>(pixels));
@@ -146,12 +146,12 @@ TEST(MatteSoften, IsTheTentOfItsWidthOnAnyMatteAndKeepsEvenOnes) {
 
 TEST(MatteCurve, ClipsAndBends) {
   // 0.25 lies half way between 0.1 and 0.4; the square root of a half is 0.7071.
-  const std::vector<std::uint16_t> curve = matteCurve(0.1F, 0.4F, 2, 65536);
+  const std::vector<std::uint16_t> curve = matteCurve(0.1f, 0.4f, 2, 65536);
   EXPECT_EQ(curve[6553], 0);
   EXPECT_EQ(curve[26215], 65535);
   EXPECT_NEAR(curve[16384], 65535 * std::sqrt(0.5), 2);
   // White below black cuts at black.
-  const std::vector<std::uint16_t> cut = matteCurve(0.5F, 0.3F, 1, 256);
+  const std::vector<std::uint16_t> cut = matteCurve(0.5f, 0.3f, 1, 256);
   EXPECT_EQ(cut[127], 0);
   EXPECT_EQ(cut[128], 65535);
 }
@@ -289,8 +289,8 @@ TEST(FinishColours, TakeSpillDownToItsLimitAndPutBackWhatWasAskedFor) {
         Case{SpillReplace::brightness, {130, 189, 78, 0}},
         Case{SpillReplace::background, {144, 167, 71, 0}}}) {
     Finish finish;
-    finish.spill = 0.5F;
-    finish.spillLimit = 0.5F;
+    finish.spill = 0.5f;
+    finish.spillLimit = 0.5f;
     finish.spillReplace = one.replace;
     Row row{{100, 200, 60, 255}, {204, 102, 51, 255}, {65535}, {}};
     EXPECT_EQ(row.finished(finish), one.expected) << static_cast<int>(one.replace);
@@ -324,7 +324,7 @@ TEST(FinishColours, PullEdgesFromTheInsideAndWrapTheBackgroundsLight) {
   EXPECT_EQ(std::vector<int>(pulled.begin(), pulled.begin() + 3), (std::vector<int>{200, 100, 50}));
 
   Finish light;
-  light.wrap = 0.5F;
+  light.wrap = 0.5f;
   light.wrapReach = 1;
   // Half open: a quarter of the background's 204 in the room of 1 - 51/255 = .8: 40.8 more.
   Row wrapped{{51, 51, 255, 255, 51, 51, 255, 255},

@@ -24,12 +24,12 @@ namespace orvanite {
 namespace {
 
 constexpr int width = 240, height = 160;
-constexpr Rgb green = {0.2F, 0.7F, 0.25F};
-constexpr Rgb blue = {0.15F, 0.3F, 0.75F};
-constexpr Rgb olive = {0.4F, 0.45F, 0.18F};
-constexpr Rgb teal = {0.08F, 0.52F, 0.5F};
-constexpr Rgb skin = {0.8F, 0.6F, 0.5F};
-constexpr Rgb darkRed = {0.35F, 0.1F, 0.1F};
+constexpr Rgb green = {0.2f, 0.7f, 0.25f};
+constexpr Rgb blue = {0.15f, 0.3f, 0.75f};
+constexpr Rgb olive = {0.4f, 0.45f, 0.18f};
+constexpr Rgb teal = {0.08f, 0.52f, 0.5f};
+constexpr Rgb skin = {0.8f, 0.6f, 0.5f};
+constexpr Rgb darkRed = {0.35f, 0.1f, 0.1f};
 
 Rgb lit(const Rgb& c, float light) { return {c[0] * light, c[1] * light, c[2] * light}; }
 
@@ -44,11 +44,11 @@ struct Scene {
 // Screen columns over all columns; light at 5 percent over light at 95 percent of the way from
 // `darkest` to 1: with darkest 0.5, (0.5 + 0.05 x 0.5) / (0.5 + 0.95 x 0.5) = 0.538.
 constexpr Scene scenes[] = {
-    {"even", 120, 1, 0, 0.5F, 1},
-    {"falling off to half", 120, 0.5F, 0, 0.5F, 0.538F},
-    {"grainy", 120, 1, 0.02F, 0.5F, 1},
-    {"behind a subject that fills 19 twentieths", 12, 1, 0, 0.05F, 1},
-    {"without a subject", 240, 0.7F, 0.01F, 1, 0.725F},  // (0.7 + 0.015) / (0.7 + 0.285)
+    {"even", 120, 1, 0, 0.5f, 1},
+    {"falling off to half", 120, 0.5f, 0, 0.5f, 0.538f},
+    {"grainy", 120, 1, 0.02f, 0.5f, 1},
+    {"behind a subject that fills 19 twentieths", 12, 1, 0, 0.05f, 1},
+    {"without a subject", 240, 0.7f, 0.01f, 1, 0.725f},  // (0.7 + 0.015) / (0.7 + 0.285)
 };
 
 TEST(FindScreen, FindsHueColourShareAndEvennessOfAScreenThatIsThere) {
@@ -58,30 +58,30 @@ TEST(FindScreen, FindsHueColourShareAndEvennessOfAScreenThatIsThere) {
         SCOPED_TRACE(std::string(scene.name) + ", depth " + std::to_string(depth));
         Canvas canvas(width, height, depth);
         std::mt19937 random(3);
-        std::normal_distribution<float> grain(0, std::max(scene.grain, 1e-6F));
+        std::normal_distribution<float> grain(0, std::max(scene.grain, 1e-6f));
         const int from = scene.subjectFrom;
         canvas.fill([&](int x, int y) {
           const bool subject = x >= from;
           const float light = scene.darkest + (1 - scene.darkest) * static_cast<float>(x) /
                                                   static_cast<float>(from);
           Rgb c = subject ? (y % 8 < 4 ? skin : darkRed) : lit(colour, light);
-          for (float& v : c) v = std::max(0.0F, v + grain(random));
+          for (float& v : c) v = std::max(0.0f, v + grain(random));
           return c;
         });
         const Screen screen = findScreen(canvas.plate());
         ASSERT_TRUE(screen.found);
         EXPECT_EQ(screen.primary, colour == blue ? 2 : 1);
-        EXPECT_NEAR(screen.coverage, scene.coverage, 0.01F);
+        EXPECT_NEAR(screen.coverage, scene.coverage, 0.01f);
         // Grain of a deviation g is 1.645 g to either side for nine tenths of an even screen.
         const float level = colour[static_cast<std::size_t>(screen.primary)];
-        const float grainy = 1.645F * scene.grain / level;
+        const float grainy = 1.645f * scene.grain / level;
         EXPECT_NEAR(screen.evenness, scene.darkest == 1 ? (1 - grainy) / (1 + grainy) : scene.even,
-                    0.025F);
+                    0.025f);
         const Rgb median = lit(colour, (scene.darkest + 1) / 2);
-        for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(screen.colour[c], median[c], 0.006F) << c;
+        for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(screen.colour[c], median[c], 0.006f) << c;
         EXPECT_NEAR(static_cast<float>(screen.foregroundPixels.size()) /
                         static_cast<float>(sampleGrid(canvas.plate()).size()),
-                    1 - scene.coverage, 0.01F);
+                    1 - scene.coverage, 0.01f);
       }
     }
   }
@@ -93,15 +93,15 @@ TEST(FindScreen, SaysThatThereIsNoneAndSoDoesTheKey) {
     Rgb colour;
     float grain;
   };
-  for (const Case& none : {Case{"black", {0, 0, 0}, 0}, Case{"noise in the dark", {0, 0, 0}, 0.01F},
-                           Case{"white", {1, 1, 1}, 0}, Case{"skin", skin, 0.02F},
-                           Case{"grainy grey", {0.4F, 0.4F, 0.4F}, 0.02F}}) {
+  for (const Case& none : {Case{"black", {0, 0, 0}, 0}, Case{"noise in the dark", {0, 0, 0}, 0.01f},
+                           Case{"white", {1, 1, 1}, 0}, Case{"skin", skin, 0.02f},
+                           Case{"grainy grey", {0.4f, 0.4f, 0.4f}, 0.02f}}) {
     Canvas canvas(width, height, 2);
     std::mt19937 random(5);
-    std::normal_distribution<float> grain(0, std::max(none.grain, 1e-6F));
+    std::normal_distribution<float> grain(0, std::max(none.grain, 1e-6f));
     canvas.fill([&](int, int) {
       Rgb c = none.colour;
-      for (float& v : c) v = std::max(0.0F, v + grain(random));
+      for (float& v : c) v = std::max(0.0f, v + grain(random));
       return c;
     });
     EXPECT_FALSE(findScreen(canvas.plate()).found) << none.name;
@@ -125,11 +125,11 @@ TEST(ColourOf, AveragesABoxAndRefusesOneThatLeavesThePlate) {
   // Red 1, 2, 3, 4, 10 along five pixels: mean 4, median 3.
   canvas.fill([](int x, int) {
     const std::array<float, 8> red = {9, 1, 2, 3, 4, 10, 9, 9};
-    return Rgb{red[static_cast<std::size_t>(x)], 0.5F, 0.25F};
+    return Rgb{red[static_cast<std::size_t>(x)], 0.5f, 0.25f};
   });
-  EXPECT_EQ(colourOf(canvas.plate(), {1, 2, 5, 1}, Average::mean), (Rgb{4, 0.5F, 0.25F}));
-  EXPECT_EQ(colourOf(canvas.plate(), {1, 2, 5, 1}, Average::median), (Rgb{3, 0.5F, 0.25F}));
-  EXPECT_EQ(colourOf(canvas.plate(), {7, 3, 1, 1}), (Rgb{9, 0.5F, 0.25F}));
+  EXPECT_EQ(colourOf(canvas.plate(), {1, 2, 5, 1}, Average::mean), (Rgb{4, 0.5f, 0.25f}));
+  EXPECT_EQ(colourOf(canvas.plate(), {1, 2, 5, 1}, Average::median), (Rgb{3, 0.5f, 0.25f}));
+  EXPECT_EQ(colourOf(canvas.plate(), {7, 3, 1, 1}), (Rgb{9, 0.5f, 0.25f}));
   for (const Box& box : {Box{-1, 0, 2, 2}, Box{0, 0, 0, 1}, Box{7, 0, 2, 1}, Box{0, 3, 1, 2},
                          Box{0, 0, 9, 1}, Box{2147483647, 0, 2147483647, 1}}) {
     EXPECT_THROW(colourOf(canvas.plate(), box), Error) << box.x << "," << box.y;
@@ -140,7 +140,7 @@ TEST(CleanPlate, ShowsTheLocalScreenAndLeadsItBehindTheSubject) {
   for (const int depth : {1, 2}) {
     Canvas canvas(width, height, depth);
     const auto light = [](int x, int y) {
-      return 0.6F + 0.3F * static_cast<float>(x) / width + 0.1F * static_cast<float>(y) / height;
+      return 0.6f + 0.3f * static_cast<float>(x) / width + 0.1f * static_cast<float>(y) / height;
     };
     const auto covered = [](int x, int y) { return std::hypot(x - 120.0, y - 80.0) < 40; };
     canvas.fill([&](int x, int y) { return covered(x, y) ? skin : lit(green, light(x, y)); });
@@ -153,17 +153,17 @@ TEST(CleanPlate, ShowsTheLocalScreenAndLeadsItBehindTheSubject) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) {
         const float found = colourAt(estimate, x, y)[1];
-        const float error = std::abs(found - 0.7F * light(x, y));
+        const float error = std::abs(found - 0.7f * light(x, y));
         float& most = covered(x, y) ? worstBehind : worst;
         most = std::max(most, error);
-        ASSERT_NEAR(found, clean.at(x, y)[1], 1.0F / (depth == 1 ? 255 : 65535));
+        ASSERT_NEAR(found, clean.at(x, y)[1], 1.0f / (depth == 1 ? 255 : 65535));
       }
     }
     // Beside the border, where a cell's middle is as far away as it can be, half a cell (2 pixels)
     // of a slope of 0.3 x 0.7 / 240 and 0.1 x 0.7 / 160 a pixel is 0.003; the rest is rounding and
     // the cells that the subject cuts.
-    EXPECT_LT(worst, 0.012F);
-    EXPECT_LT(worstBehind, 0.035F);  // of 0.49 to 0.7: the subject is a third of the frame wide
+    EXPECT_LT(worst, 0.012f);
+    EXPECT_LT(worstBehind, 0.035f);  // of 0.49 to 0.7: the subject is a third of the frame wide
   }
 }
 
@@ -173,15 +173,15 @@ TEST(CleanPlate, FollowsAHueThatDrifts) {
   // away (0.13) than what is screen at once (0.07). At column 230 the drift is 110 / 119 = 0.924 of
   // (0.16, 0.1, 0.17): (0.348, 0.792, 0.407).
   canvas.fill([](int x, int) {
-    const float drift = std::max(0.0F, static_cast<float>(x - 120) / 119);
-    return Rgb{green[0] + 0.16F * drift, green[1] + 0.1F * drift, green[2] + 0.17F * drift};
+    const float drift = std::max(0.0f, static_cast<float>(x - 120) / 119);
+    return Rgb{green[0] + 0.16f * drift, green[1] + 0.1f * drift, green[2] + 0.17f * drift};
   });
   const Plate plate = canvas.plate();
   const Screen screen = findScreen(plate);
   const Rgb found = CleanPlate(plate, screen).at(230, 80);
-  EXPECT_NEAR(found[0], 0.348F, 0.005F);
-  EXPECT_NEAR(found[1], 0.792F, 0.005F);
-  EXPECT_NEAR(found[2], 0.407F, 0.005F);
+  EXPECT_NEAR(found[0], 0.348f, 0.005f);
+  EXPECT_NEAR(found[1], 0.792f, 0.005f);
+  EXPECT_NEAR(found[2], 0.407f, 0.005f);
 }
 
 TEST(CleanPlate, FollowsAScreenIntoTheDark) {
@@ -192,17 +192,17 @@ TEST(CleanPlate, FollowsAScreenIntoTheDark) {
   // green, 0.777, is far from the screen's 0.609. The subject fills 48 x 96 of 240 x 160 pixels.
   canvas.fill([](int x, int y) {
     if (x >= 20 && x < 68 && y >= 64) return skin;
-    const float drift = std::max(0.0F, static_cast<float>(x - 140) / 99);
-    return Rgb{green[0] * (1 - drift), green[1] * (1 - 0.6F * drift), green[2] * (1 - drift)};
+    const float drift = std::max(0.0f, static_cast<float>(x - 140) / 99);
+    return Rgb{green[0] * (1 - drift), green[1] * (1 - 0.6f * drift), green[2] * (1 - drift)};
   });
   const Plate plate = canvas.plate();
   const Screen screen = findScreen(plate);
-  EXPECT_NEAR(screen.coverage, 1 - 48 * 96 / (240.0F * 160), 0.01F);
+  EXPECT_NEAR(screen.coverage, 1 - 48 * 96 / (240.0f * 160), 0.01f);
   // The estimate lags a little.
   const Rgb found = CleanPlate(plate, screen).at(215, 80);
-  EXPECT_NEAR(found[0], 0.048F, 0.01F);
-  EXPECT_NEAR(found[1], 0.382F, 0.01F);
-  EXPECT_NEAR(found[2], 0.061F, 0.01F);
+  EXPECT_NEAR(found[0], 0.048f, 0.01f);
+  EXPECT_NEAR(found[1], 0.382f, 0.01f);
+  EXPECT_NEAR(found[2], 0.061f, 0.01f);
 }
 
 /// Mean absolute error of a key's matte where the garbage matte keeps the plate, in percent.
@@ -291,7 +291,7 @@ TEST(AutoKey, ComesCloseToTheTrueMatteAndCloserThanDefaultsWhereTheScreenIsUneve
 TEST(AutoKey, LeavesAloneWhatWasGivenAndNamesWhatItSet) {
   Canvas canvas(width, height, 1);
   canvas.fill([](int x, int) {
-    return x < 120 ? lit(blue, 0.8F + 0.2F * static_cast<float>(x) / 120) : skin;
+    return x < 120 ? lit(blue, 0.8f + 0.2f * static_cast<float>(x) / 120) : skin;
   });
   Settings settings;
   settings.setNumbers("screen", 0.1, 0.2, 0.7);

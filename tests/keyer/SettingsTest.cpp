@@ -65,15 +65,15 @@ TEST(Settings, EveryParameterReachesTheEngineAndAnUnchangedOneCausesNoWork) {
 // The defaults that the node's script function declares, by plug.
 TEST(Settings, DefaultsAreTheScriptFunctionsOwn) {
   const std::map<std::string_view, float> declared = {
-      {"rScreen", 0.0F},         {"gScreen", 0.0F},          {"bScreen", 0.9F},
-      {"screenRange", 0.0F},     {"rFgBias", 0.9F},          {"gFgBias", 0.9F},
-      {"bFgBias", 0.9F},         {"shadowBalance", 0.9F},    {"midtoneBalance", 0.9F},
-      {"shadowGain", 0.0F},      {"highlightBalance", 0.9F}, {"midtoneGain", 0.0F},
-      {"highlightGain", 0.0F},   {"midTonesAt", 0.5F},       {"rReplace", 0.5F},
-      {"gReplace", 0.5F},        {"bReplace", 0.5F},         {"rExposure", 1.0F},
-      {"gExposure", 1.0F},       {"bExposure", 1.0F},        {"rGamma", 1.0F},
-      {"gGamma", 1.0F},          {"bGamma", 1.0F},           {"saturation", 1.0F},
-      {"useHoldOutMatte", 1.0F}, {"useGarbageMatte", 1.0F}};
+      {"rScreen", 0.0f},         {"gScreen", 0.0f},          {"bScreen", 0.9f},
+      {"screenRange", 0.0f},     {"rFgBias", 0.9f},          {"gFgBias", 0.9f},
+      {"bFgBias", 0.9f},         {"shadowBalance", 0.9f},    {"midtoneBalance", 0.9f},
+      {"shadowGain", 0.0f},      {"highlightBalance", 0.9f}, {"midtoneGain", 0.0f},
+      {"highlightGain", 0.0f},   {"midTonesAt", 0.5f},       {"rReplace", 0.5f},
+      {"gReplace", 0.5f},        {"bReplace", 0.5f},         {"rExposure", 1.0f},
+      {"gExposure", 1.0f},       {"bExposure", 1.0f},        {"rGamma", 1.0f},
+      {"gGamma", 1.0f},          {"bGamma", 1.0f},           {"saturation", 1.0f},
+      {"useHoldOutMatte", 1.0f}, {"useGarbageMatte", 1.0f}};
   const Settings settings;
   std::size_t seen = 0;
   for (const Parameter& parameter : parameters()) {
@@ -93,13 +93,13 @@ TEST(Settings, DefaultsAreTheScriptFunctionsOwn) {
 TEST(Settings, BalancesFollowTheScreenUntilOneIsGiven) {
   Settings settings;
   settings.setText("screen", "0.1,0.8,0.2");
-  EXPECT_EQ(settings.number("shadowBalance"), 0.5F);
+  EXPECT_EQ(settings.number("shadowBalance"), 0.5f);
   settings.setText("midtoneBalance", "0.7");
   settings.setText("screen", "0.1,0.2,0.8");
-  EXPECT_EQ(settings.number("shadowBalance"), 0.9F);
-  EXPECT_EQ(settings.number("midtoneBalance"), 0.7F);
+  EXPECT_EQ(settings.number("shadowBalance"), 0.9f);
+  EXPECT_EQ(settings.number("midtoneBalance"), 0.7f);
   settings.reset("midtoneBalance");
-  EXPECT_EQ(settings.number("midtoneBalance"), 0.9F);
+  EXPECT_EQ(settings.number("midtoneBalance"), 0.9f);
 }
 
 TEST(Settings, TextGivesTheSameValueBack) {

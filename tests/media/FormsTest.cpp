@@ -136,17 +136,17 @@ TEST(Forms, TheColoursOfAnOpenExrFileAreThoseOfItsPlainPartOrLayer) {
   const Case cases[] = {
       {"depth first",
        {{"depth", {"Z"}}, {"rgba", {"R", "G", "B", "A"}}},
-       {1, 1.125F, 1.25F, 1.375F}},
+       {1, 1.125f, 1.25f, 1.375f}},
       {"albedo before the picture",
        {{"aov", {"albedo.R", "albedo.G", "albedo.B"}}, {"main", {"R", "G", "B"}}},
-       {1, 1.125F, 1.25F, 1}},
+       {1, 1.125f, 1.25f, 1}},
       {"a layer called beauty",
        {{"all",
          {"albedo.R", "albedo.G", "albedo.B", "beauty.R", "beauty.G", "beauty.B", "beauty.A"}}},
-       {0.375F, 0.5F, 0.625F, 0.75F}},
+       {0.375f, 0.5f, 0.625f, 0.75f}},
       {"plain channels beside layers",
        {{"all", {"R", "G", "B", "A", "N.R", "N.G", "N.B"}}},
-       {0, 0.125F, 0.25F, 0.375F}}};
+       {0, 0.125f, 0.25f, 0.375f}}};
   for (const Case& one : cases) {
     SCOPED_TRACE(one.what);
     writeParts(folder / "p.exr", one.parts);

@@ -142,7 +142,7 @@ inline HostImage madeMatte(HostImage* picture, HostImage* own, bool inverted, Pa
         const double r = from.code(x, y, 0), g = from.code(x, y, 1), b = from.code(x, y, 2);
         const auto f = [](double v) { return static_cast<float>(v); };
         m = depth == 4
-                ? static_cast<double>(f(g) + (0.2126F * (f(r) - f(g)) + 0.0722F * (f(b) - f(g))))
+                ? static_cast<double>(f(g) + (0.2126f * (f(r) - f(g)) + 0.0722f * (f(b) - f(g))))
                 : std::floor((r * 13933 + g * 46871 + b * 4732) / 65536 + 0.5);
       } else if (picture) {
         m = from.code(x, y, channel);

@@ -281,7 +281,7 @@ TEST(Frei0rSettings, LetTheBalancesFollowTheScreenUntilTheyAreMoved) {
   std::mt19937 random(3);
   const auto plate = noise(random, 16, 16);
   f0r_instance_t instance = binary.construct(16, 16);
-  f0r_param_color_t green{0.1F, 0.7F, 0.2F};
+  f0r_param_color_t green{0.1f, 0.7f, 0.2f};
   binary.set(instance, &green, 3);
   Settings settings;
   settings.setText("output", "unpremultiplied");
@@ -291,7 +291,7 @@ TEST(Frei0rSettings, LetTheBalancesFollowTheScreenUntilTheyAreMoved) {
     binary.update(instance, 0, plate.data(), out.data());
     EXPECT_EQ(out, flat(settings, plate, nullptr, 16, 16)) << when;
   };
-  EXPECT_EQ(settings.number("midtoneBalance"), 0.5F);
+  EXPECT_EQ(settings.number("midtoneBalance"), 0.5f);
   check("left alone");
   // Hosts read what a new instance shows and set it again.
   f0r_param_info_t info{};
@@ -362,7 +362,7 @@ TEST(Frei0rScreen, IsFoundInTheFirstFrameThatShowsOneUnlessItIsSet) {
   binary.set(instance, &on, binary.about.num_params - 1);
   EXPECT_EQ(alphas(instance, plate), Pair(0U, 255U));
   // A screen of the user's: the bytes of the flat interface, with nothing found beside it.
-  f0r_param_color_t green{0.2F, 0.7F, 0.2F};
+  f0r_param_color_t green{0.2f, 0.7f, 0.2f};
   binary.set(instance, &green, 3);
   alphas(instance, plate);
   Settings settings;
@@ -439,7 +439,7 @@ TEST(Frei0rHosts, MayAskForNonsenseWithoutHarm) {
   binary.update2(instance, 0, nullptr, plate.data(), nullptr, out.data());
   EXPECT_EQ(out, flat(settings, plate, nullptr, 4, 4));
   // A grey screen keys nothing: the plate comes through.
-  f0r_param_color_t grey{0.5F, 0.5F, 0.5F};
+  f0r_param_color_t grey{0.5f, 0.5f, 0.5f};
   binary.set(instance, &grey, 3);
   binary.update2(instance, 0, nullptr, plate.data(), nullptr, out.data());
   EXPECT_EQ(out, plate);

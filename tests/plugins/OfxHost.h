@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace ofxTest {
 

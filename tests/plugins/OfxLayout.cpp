@@ -4,7 +4,7 @@
 // eight bytes a pointer, four an int, in the order in which the reference manual lists members.
 #include <cstddef>
 
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 static_assert(sizeof(void*) != 8 || sizeof(ofx::Host) == 16);
 static_assert(sizeof(void*) != 8 || sizeof(ofx::Plugin) == 48);

@@ -137,7 +137,7 @@ TEST(OfxRender, GivesTheFlatInterfacesBytesWhateverTheHostHandsOver) {
         for (int c = 0; c < 4; ++c) {
           double value = keyed->code(x, y, c);
           if (real && working == 2) {
-            value = static_cast<double>(static_cast<float>(value) / 65535.0F);
+            value = static_cast<double>(static_cast<float>(value) / 65535.0f);
           }
           if (panel.intermediate && inside && c < 3) value = in.source->code(x, y, c);
           made.setCode(x, y, c, value);

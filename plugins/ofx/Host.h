@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -3,7 +3,7 @@
 // The filter: one clip in, its key out.
 #include <frei0r.h>
 
-#include "plugins/frei0r/effect.h"
+#include "plugins/frei0r/Effect.h"
 
 namespace orvanite::frei0rPlugin {
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Reading and writing an instance's parameters; see parameters.h. description.cpp defines them.
-#include "plugins/ofx/parameters.h"
+// Reading and writing an instance's parameters; see Parameters.h. Description.cpp defines them.
+#include "plugins/ofx/Parameters.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "plugins/ofx/description.h"
-#include "plugins/ofx/host.h"
+#include "plugins/ofx/Description.h"
+#include "plugins/ofx/Host.h"
 
 namespace orvanite::ofxPlugin {
 

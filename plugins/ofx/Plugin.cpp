@@ -8,10 +8,10 @@
 #include <string_view>
 
 #include "base/Error.h"
-#include "plugins/ofx/description.h"
-#include "plugins/ofx/host.h"
-#include "plugins/ofx/instance.h"
-#include "plugins/ofx/overlay.h"
+#include "plugins/ofx/Description.h"
+#include "plugins/ofx/Host.h"
+#include "plugins/ofx/Instance.h"
+#include "plugins/ofx/Overlay.h"
 
 namespace orvanite::ofxPlugin {
 

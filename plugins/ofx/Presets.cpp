@@ -8,7 +8,7 @@
 
 #include "base/Error.h"
 #include "keyer/Preset.h"
-#include "plugins/ofx/instance.h"
+#include "plugins/ofx/Instance.h"
 
 namespace orvanite::ofxPlugin {
 

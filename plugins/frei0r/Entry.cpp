@@ -10,7 +10,7 @@ extern "C" {
 #include <cstdio>
 
 #include "engine/targets/Target.h"
-#include "plugins/frei0r/effect.h"
+#include "plugins/frei0r/Effect.h"
 
 using orvanite::frei0rPlugin::controls;
 using orvanite::frei0rPlugin::Effect;

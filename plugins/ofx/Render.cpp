@@ -8,9 +8,9 @@
 
 #include "base/Error.h"
 #include "engine/targets/Target.h"
-#include "plugins/ofx/images.h"
-#include "plugins/ofx/instance.h"
-#include "plugins/ofx/window.h"
+#include "plugins/ofx/Images.h"
+#include "plugins/ofx/Instance.h"
+#include "plugins/ofx/Window.h"
 
 namespace orvanite::ofxPlugin {
 

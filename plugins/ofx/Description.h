@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "keyer/Parameters.h"
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -3,7 +3,7 @@
 // A band of lines becomes one tile. A picture that covers the band and lies as the engine reads it
 // is used where it is; any other is staged: copied into four interleaved channels, with what lies
 // outside the picture filled in.
-#include "plugins/ofx/window.h"
+#include "plugins/ofx/Window.h"
 
 #include <algorithm>
 #include <cstring>
@@ -113,7 +113,7 @@ OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& out
   const int depth = band.job.depth;
   const ofx::RectI& window = band.job.window;
   PixelBytes opaque;
-  writeCode(opaque.bytes, depth, 1.0F);
+  writeCode(opaque.bytes, depth, 1.0f);
   for (int line = 0; line < band.count; ++line) {
     std::byte* staged = room + static_cast<std::size_t>(line) * band.stagedRowBytes();
     const int y = band.y(line);

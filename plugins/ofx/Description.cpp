@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Describing parameters to a host; see description.h.
-#include "plugins/ofx/description.h"
+// Describing parameters to a host; see Description.h.
+#include "plugins/ofx/Description.h"
 
 #include <algorithm>
 
-#include "plugins/ofx/host.h"
+#include "plugins/ofx/Host.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// What an instance tells its host about clips, regions and identity; rendering is render.cpp's.
-#include "plugins/ofx/instance.h"
+// What an instance tells its host about clips, regions and identity; rendering is Render.cpp's.
+#include "plugins/ofx/Instance.h"
 
 #include <algorithm>
 #include <array>

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <utility>
 
-#include "plugins/ofx/host.h"
-#include "plugins/ofx/ofxApi.h"
-#include "plugins/ofx/window.h"
+#include "plugins/ofx/Host.h"
+#include "plugins/ofx/OfxApi.h"
+#include "plugins/ofx/Window.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The parameters of one instance: read as settings at any time, written as one step of the host's
-// undo. description.h says which there are.
+// undo. Description.h says which there are.
 #pragma once
 
 #include <array>
@@ -13,8 +13,8 @@
 
 #include "keyer/Mattes.h"
 #include "keyer/Settings.h"
-#include "plugins/ofx/description.h"
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/Description.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace orvanite::ofxPlugin {
 

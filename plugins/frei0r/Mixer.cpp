@@ -3,7 +3,7 @@
 // The mixer: the plate, on the upper track, over the background on the lower one.
 #include <frei0r.h>
 
-#include "plugins/frei0r/effect.h"
+#include "plugins/frei0r/Effect.h"
 
 namespace orvanite::frei0rPlugin {
 

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The box over the picture; see overlay.h. What is being dragged belongs to one overlay, of which a
+// The box over the picture; see Overlay.h. What is being dragged belongs to one overlay, of which a
 // host may have several for one effect.
-#include "plugins/ofx/overlay.h"
+#include "plugins/ofx/Overlay.h"
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
 #include <string_view>
 
-#include "plugins/ofx/host.h"
-#include "plugins/ofx/instance.h"
+#include "plugins/ofx/Host.h"
+#include "plugins/ofx/Instance.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "keyer/Settings.h"
-#include "plugins/frei0r/effect.h"
+#include "plugins/frei0r/Effect.h"
 
 using orvanite::Choice;
 using orvanite::Parameter;

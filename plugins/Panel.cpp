@@ -53,7 +53,7 @@ void slider(double x, double y, double width, double at) {
 std::string hex(const Settings& settings, std::string_view name) {
   char colour[8];
   const auto code = [&](int c) {
-    return static_cast<int>(std::lround(std::fmin(settings.number(name, c), 1.0F) * 255.0F));
+    return static_cast<int>(std::lround(std::fmin(settings.number(name, c), 1.0f) * 255.0f));
   };
   std::snprintf(colour, sizeof colour, "#%02x%02x%02x", code(0), code(1), code(2));
   return colour;
@@ -110,7 +110,7 @@ double column(const Settings& settings, bool left, double x) {
     }
     control(p, settings, x, y);
     y += rowHeight;
-    // The three that the plug-in adds stand where plugins/ofx/parameters.cpp puts them.
+    // The three that the plug-in adds stand where plugins/ofx/Parameters.cpp puts them.
     if (p.name == "output") {
       text(labelEnd + x, y + 17, "Size", labelStyle);
       field(fieldStart + x, y, 190, "Plate");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Suites and properties of the host; see host.h.
-#include "plugins/ofx/host.h"
+// Suites and properties of the host; see Host.h.
+#include "plugins/ofx/Host.h"
 
 namespace orvanite::ofxPlugin {
 

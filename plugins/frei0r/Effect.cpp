@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The table in frei0r's terms, and keying; see effect.h.
-#include "plugins/frei0r/effect.h"
+// The table in frei0r's terms, and keying; see Effect.h.
+#include "plugins/frei0r/Effect.h"
 
 #include <frei0r.h>
 
@@ -111,7 +111,7 @@ int choiceNumber(const Parameter& parameter, std::string_view text) {
 
 // Whether a colour is the table's default, give or take what hosts of eight bits make of it.
 bool isDefault(const Parameter& parameter, const f0r_param_color_t& colour) {
-  constexpr float oneCode = 1.0F / 255;
+  constexpr float oneCode = 1.0f / 255;
   const float values[] = {colour.r, colour.g, colour.b};
   for (std::size_t c = 0; c < 3; ++c) {
     if (!(std::fabs(values[c] - parameter.defaults[c]) <= oneCode)) return false;

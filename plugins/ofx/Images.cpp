@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Fetching and checking images; see images.h.
-#include "plugins/ofx/images.h"
+// Fetching and checking images; see Images.h.
+#include "plugins/ofx/Images.h"
 
 #include <cstdlib>
 

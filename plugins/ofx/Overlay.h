@@ -4,7 +4,7 @@
 // moved inside and resized at its corners.
 #pragma once
 
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace orvanite::ofxPlugin {
 

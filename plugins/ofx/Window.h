@@ -14,7 +14,7 @@
 #include "engine/orvanite.h"
 #include "keyer/Mattes.h"
 #include "keyer/Samples.h"
-#include "plugins/ofx/ofxApi.h"
+#include "plugins/ofx/OfxApi.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -11,7 +11,7 @@
 #include "base/Error.h"
 #include "keyer/AutoKey.h"
 #include "keyer/Screen.h"
-#include "plugins/ofx/instance.h"
+#include "plugins/ofx/Instance.h"
 
 namespace orvanite::ofxPlugin {
 

@@ -11,10 +11,10 @@
 #include <string>
 
 #include "plugins/EnginePool.h"
-#include "plugins/ofx/host.h"
-#include "plugins/ofx/images.h"
-#include "plugins/ofx/ofxApi.h"
-#include "plugins/ofx/parameters.h"
+#include "plugins/ofx/Host.h"
+#include "plugins/ofx/Images.h"
+#include "plugins/ofx/OfxApi.h"
+#include "plugins/ofx/Parameters.h"
 
 namespace orvanite::ofxPlugin {
 
