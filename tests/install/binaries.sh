@@ -1,7 +1,16 @@
 #!/usr/bin/env bash
-# binaries.sh FOLDER...: every program and library below is hardened, and looks for libraries in no
-# folder that depends on where it is started. Objects of the language's own start files are not ours.
+# binaries.sh COMMANDS FOLDER...: every program and library below is hardened, and looks for libraries
+# in no folder that depends on where it is started. COMMANDS is CMake's list of how all was compiled:
+# what guards a call of the C library leaves no trace in a program that makes none.
 set -euo pipefail
+
+commands=$1
+shift
+for flag in -fstack-protector-strong -D_FORTIFY_SOURCE=2; do
+  bare=$(grep '"command"' "$commands" | grep -cv -- "$flag" || true)
+  ((bare == 0)) || { echo "$bare files are compiled without $flag"; exit 1; }
+done
+grep -q '"command"' "$commands"
 
 count=0 failed=0
 wrong() { echo "$binary: $*"; failed=1; }
@@ -19,6 +28,10 @@ while IFS= read -r -d '' binary; do
   segments=$(readelf -lW "$binary")
   grep -q GNU_RELRO <<<"$segments" || wrong "keeps its tables writable"
   grep -q 'GNU_STACK.* RW ' <<<"$segments" || wrong "has a stack that can be executed"
+  # A function that is jumped to by its address begins with a mark.
+  if [[ $(uname -m) == x86_64 ]] && (($(objdump -d --no-show-raw-insn "$binary" | grep -c endbr64) == 0)); then
+    wrong "does not mark where jumps may end"
+  fi
   readelf -hW "$binary" | grep -q 'Type: *DYN' || wrong "lies at one address"
 done < <(find "$@" -type f -not -name '*.o' -not -name '*.a' -print0)
 echo "$count binaries"
