@@ -19,6 +19,7 @@
 #include "engine/colour/Encoding.h"
 #include "keyer/CleanPlate.h"
 #include "keyer/KeyTrial.h"
+#include "keyer/ScreenHue.h"
 
 namespace orvanite {
 namespace {
@@ -165,6 +166,38 @@ class Search {
   KeyTrial& trial_;
 };
 
+float light(const Rgb& c) { return c[0] + c[1] + c[2]; }
+
+/// The screen's own colour where a pixel surely shows it: the clean plate's, or in a shade that the
+/// clean plate leaves out the pixel's.
+Rgb screenAt(const CleanPlate& clean, const Pixel& screen) {
+  constexpr float shade = 0.8f;
+  const Rgb estimate = clean.at(screen.x, screen.y);
+  return light(screen.colour) < shade * light(estimate) ? screen.colour : estimate;
+}
+
+/// Whether a pixel is screen in the shade: it lies in an even patch of the screen's hue, and a
+/// subject's edges are not even.
+bool inShade(const Plate& plate, const ScreenHue& hue, const Pixel& pixel) {
+  constexpr float even = 0.15f;  // of the pixel's light
+  const auto likeScreen = [&hue](const Rgb& c) {
+    const HueOffset off = offsetOf(hue, hueOf(c[0], c[1], c[2]));
+    return std::hypot(off.fuller, off.beside) < hueReach(hue) || isDarkScreen(hue, c);
+  };
+  if (!likeScreen(pixel.colour)) return false;
+  const int away = std::max(2, std::max(plate.width, plate.height) / 200);
+  for (const auto& [dx, dy] :
+       {std::array{-1, 0}, std::array{1, 0}, std::array{0, -1}, std::array{0, 1}}) {
+    const int x = pixel.x + dx * away;
+    const int y = pixel.y + dy * away;
+    if (x < 0 || y < 0 || x >= plate.width || y >= plate.height) continue;
+    const Rgb beside = colourAt(plate, x, y);
+    const float off = std::abs(light(beside) - light(pixel.colour));
+    if (!likeScreen(beside) || off > even * light(pixel.colour)) return false;
+  }
+  return true;
+}
+
 /// Sure screen and sure foreground, as often as the plate has them, and mixes of the two.
 /// `mixShare` is what edges weigh against all that is sure: more than they fill, for they are
 /// looked at most.
@@ -178,7 +211,7 @@ std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean
   for (std::size_t i = 0; i < count; ++i) {
     const Pixel& b = back[i * back.size() / count];
     known.push_back(
-        {b.colour, clean.at(b.x, b.y), 0, static_cast<float>(back.size()) / sure / count});
+        {b.colour, screenAt(clean, b), 0, static_cast<float>(back.size()) / sure / count});
   }
   if (front.empty()) return known;
   Chance chance;
@@ -200,7 +233,7 @@ std::vector<KnownPixel> surePixels(const Screen& screen, const CleanPlate& clean
                                 (1 - matte) * toLinear(b.colour[c], colourspace),
                             colourspace);
     }
-    known.push_back({mixed, clean.at(b.x, b.y), matte, mixShare / count});
+    known.push_back({mixed, screenAt(clean, b), matte, mixShare / count});
   }
   return known;
 }
@@ -218,19 +251,21 @@ std::vector<KnownPixel> scaled(std::vector<KnownPixel> pixels, float scale) {
   return pixels;
 }
 
-/// Pixels of the plate with the mattes that a key beside the screen's local colour gives them; the
-/// soft ones weigh half of all.
-std::vector<KnownPixel> keyedPixels(const Plate& plate, const CleanPlate& clean,
-                                    const Settings& settings, float scale) {
+/// Pixels of the plate with the mattes that a key beside the screen's local colour gives them, or 0
+/// in its shade; the soft ones weigh half of all.
+std::vector<KnownPixel> keyedPixels(const Plate& plate, const ScreenHue& hue,
+                                    const CleanPlate& clean, const Settings& settings,
+                                    float scale) {
+  const std::vector<Pixel> samples = sampleGrid(plate, 20000);
   std::vector<KnownPixel> seen;
-  for (const Pixel& p : sampleGrid(plate, 20000)) {
+  for (const Pixel& p : samples) {
     seen.push_back({p.colour, clean.at(p.x, p.y), 0, 1});
   }
   KeyTrial trial(scaled(seen, scale), true);
   trial.error(settings);
   std::array<std::vector<KnownPixel>, 2> kinds;  // hard, soft
   for (std::size_t i = 0; i < seen.size(); ++i) {
-    seen[i].matte = trial.matteOf(i);
+    seen[i].matte = inShade(plate, hue, samples[i]) ? 0 : trial.matteOf(i);
     kinds[seen[i].matte > 0.03f && seen[i].matte < 0.97f ? 1 : 0].push_back(seen[i]);
   }
   constexpr std::array<float, 2> shares = {0.5f, 0.5f};
@@ -310,7 +345,7 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   }
   put(next, "screenRange", std::clamp(local.number("screenRange") / scale, 0.0f, farthestRange));
   if (!result.cleanPlate) {
-    KeyTrial flat(keyedPixels(plate, clean, local, scale), false);
+    KeyTrial flat(keyedPixels(plate, hueOfColour(screen.colour), clean, local, scale), false);
     next = Search(settings, screen, flat).best(next, {flatKnobs.begin(), flatKnobs.end()});
   }
   for (const Parameter& parameter : parameters()) {
