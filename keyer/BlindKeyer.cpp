@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "keyer/BlindKeyer.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -18,6 +14,11 @@ namespace {
 
 constexpr int bandRows = 16;
 constexpr float most = 65535;
+
+// The band's own thread.
+constexpr auto inOneBand = [](int height, int, const std::function<void(int, int)>& work) {
+  work(0, height);
+};
 
 using Codes = std::vector<std::uint16_t>;
 
@@ -96,7 +97,7 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int dept
   depth_ = depth;
 }
 
-void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) const {
+void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& rowLoop) const {
   if (depth_ == 0 || frame.depth != depth_ || frame.width != key.width ||
       frame.height != key.height) {
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
@@ -189,7 +190,11 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
     part.pictures.hold = matte(used_.holdOut, frame.pictures.hold, key.holdOut, mattes.data());
     part.pictures.garbage =
         matte(used_.garbage, frame.pictures.garbage, key.garbage, mattes.data() + pixels);
-    engine_.render(part, engine_.finishes() ? threads : 1);
+    if (engine_.finishes()) {
+      engine_.render(part, rowLoop);
+    } else {
+      engine_.render(part, inOneBand);
+    }
     const OtileImage& dst = frame.pictures.dst;
     const std::array<void*, 4> channels = {dst.red, dst.green, dst.blue, dst.alpha};
     for (std::size_t c = 0; c < 4; ++c) {
@@ -204,17 +209,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) co
   };
   // A finish looks at what is around.
   if (engine_.finishes()) return band(0, frame.height);
-  const auto all = [&] {
-    tbb::parallel_for(tbb::blocked_range<int>(0, frame.height, bandRows),
-                      [&](const tbb::blocked_range<int>& rows) {
-                        band(rows.begin(), rows.end() - rows.begin());
-                      });
-  };
-  if (threads > 0) {
-    tbb::task_arena(threads).execute(all);
-  } else {
-    all();
-  }
+  rowLoop(frame.height, bandRows, band);
 }
 
 }  // namespace orvanite

@@ -29,6 +29,8 @@ class BlindKeyer {
   /// own buffer. `key` is the one of prepare, or one carried to this frame. Renders of different
   /// frames may run at once.
   void render(const BlindKey& key, const Frame& frame, int threads = 0) const;
+  /// The same on threads of the caller's.
+  void render(const BlindKey& key, const Frame& frame, const RowLoop& rows) const;
 
  private:
   Keyer engine_;

@@ -1,22 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // A frame is cut into bands of rows; each band is one tile for the engine, whose renders only read
-// it. The arena holds the number of threads down, also inside a larger pipeline.
+// it.
 #include "keyer/Keyer.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/global_control.h>
-#include <tbb/info.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
-#include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <cstddef>
-#include <cstdlib>
-#include <cstring>
-#include <optional>
 
 #include "base/Error.h"
 #include "keyer/Finisher.h"
@@ -75,21 +64,16 @@ void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs, f
   depth_ = depth;
 }
 
-void Keyer::render(const Frame& frame, int threads) const {
+void Keyer::render(const Frame& frame, const RowLoop& rows) const {
   if (depth_ == 0 || frame.depth != depth_) {
     throw Error(Fault::wrongUse, "frame",
                 "expected a frame of the depth that the keyer was prepared for");
   }
   std::atomic<bool> refused = false;
   if (finish_.on()) {
-    const Loop loop = [threads](int turns, const std::function<void(int)>& body) {
-      forRows(turns, 1, threads, [&body](int first, int count) {
-        for (int i = first; i < first + count; ++i) body(i);
-      });
-    };
-    refused = !finisher_->render(frame, loop);
+    refused = !finisher_->render(frame, turnsBy(rows));
   } else {
-    forRows(frame.height, bandRows, threads, [&](int first, int count) {
+    rows(frame.height, bandRows, [&](int first, int count) {
       Otile band = bandOf(frame, first);
       const int result = orvanite_render(engine_.get(), frame.depth, frame.width, count, &band);
       if (result != 0) refused = true;
@@ -98,40 +82,6 @@ void Keyer::render(const Frame& frame, int threads) const {
   if (refused) {
     throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");
   }
-}
-
-void forRows(int height, int least, int threads, const std::function<void(int, int)>& work) {
-  const auto all = [&] {
-    tbb::parallel_for(
-        tbb::blocked_range<int>(0, std::max(0, height), static_cast<std::size_t>(least)),
-        [&](const tbb::blocked_range<int>& rows) {
-          work(rows.begin(), rows.end() - rows.begin());
-        });
-  };
-  if (threads == 1) {
-    work(0, height);
-  } else if (threads > 1) {
-    // More threads than processors are granted only when asked for.
-    std::optional<tbb::global_control> more;
-    if (threads > tbb::info::default_concurrency()) {
-      more.emplace(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
-    }
-    tbb::task_arena(threads).execute(all);
-  } else {
-    all();
-  }
-}
-
-int availableThreads() {
-  for (const char* variable : {"SLURM_CPUS_ON_NODE", "CUE_THREADS"}) {
-    const char* text = std::getenv(variable);
-    if (text == nullptr) continue;
-    int share = 0;
-    const char* end = text + std::strlen(text);
-    const auto read = std::from_chars(text, end, share);
-    if (read.ec == std::errc() && read.ptr == end && share > 0) return std::min(share, 1024);
-  }
-  return std::max(1, tbb::info::default_concurrency());
 }
 
 }  // namespace orvanite

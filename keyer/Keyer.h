@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Whole frames on threads: one engine, set up once, that keys frames of any size by splitting
-// their rows. Everything that keys whole pictures goes through here.
-// Knows settings, the engine's flat interface and oneTBB.
+// Whole frames: one engine, set up once, that keys frames of any size by splitting their rows.
+// Everything that keys whole pictures goes through here.
+// Knows settings and the engine's flat interface; whose threads work is the caller's choice.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "engine/orvanite.h"
 #include "keyer/Finish.h"
+#include "keyer/Loops.h"
 
 namespace orvanite {
 
@@ -55,6 +55,8 @@ class Keyer {
   /// threads  how many may work on this frame; 0 for as many as the process has
   /// Throws Error (wrongUse) when the frame lacks what prepare was told or has another depth.
   void render(const Frame& frame, int threads = 0) const;
+  /// The same on threads of the caller's.
+  void render(const Frame& frame, const RowLoop& rows) const;
 
  private:
   struct Delete {
@@ -65,15 +67,5 @@ class Keyer {
   Finish finish_;
   int depth_ = 0;  // 0: not prepared
 };
-
-/// Calls work(first, count) for bands of rows that make up `height`, each of at least `least` rows
-/// where there are as many, on threads; returns when all are through. What work throws is thrown.
-///
-/// threads  how many may work; 0 for as many as the process has
-void forRows(int height, int least, int threads, const std::function<void(int, int)>& work);
-
-/// How many threads a process may use: the scheduler's share where it says one
-/// (SLURM_CPUS_ON_NODE, CUE_THREADS), else as many as it may run on. At least 1.
-int availableThreads();
 
 }  // namespace orvanite

@@ -11,6 +11,7 @@
 
 #include "base/Error.h"
 #include "keyer/BlindKey.h"
+#include "keyer/Threads.h"
 
 namespace orvanite {
 namespace {

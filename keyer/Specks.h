@@ -5,8 +5,9 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <vector>
+
+#include "keyer/Loops.h"
 
 namespace orvanite {
 
@@ -40,9 +41,6 @@ struct MattePlane {
   /// Reads a row of cells anew.
   void measure(int cellRow);
 };
-
-/// Runs a body for 0 to count - 1, on as many threads as it likes.
-using Loop = std::function<void(int count, const std::function<void(int)>& body)>;
 
 /// Parts of a matte this far from clear or solid still count as that where islands and pinholes
 /// are told apart: 1/32, so that faint grain ties no specks together.

@@ -18,6 +18,7 @@
 #include "base/Error.h"
 #include "keyer/ColourText.h"
 #include "keyer/Preset.h"
+#include "keyer/Threads.h"
 #include "media/InputFile.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"

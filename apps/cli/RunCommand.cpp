@@ -20,7 +20,7 @@
 #include "apps/cli/Signals.h"
 #include "base/Error.h"
 #include "base/TextFile.h"
-#include "keyer/Keyer.h"
+#include "keyer/Threads.h"
 #include "media/FrameRange.h"
 #include "media/PictureWriter.h"
 #include "platform/NRiCmplr.h"

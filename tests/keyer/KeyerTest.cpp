@@ -3,6 +3,7 @@
 // Whole frames on threads: the same bytes as one call of the engine over the whole picture, however
 // many threads work, wherever the result goes, and with several frames at once.
 #include "keyer/Keyer.h"
+#include "keyer/Threads.h"
 
 #include <gtest/gtest.h>
 

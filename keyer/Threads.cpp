@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The arena holds the number of threads down, also inside a larger pipeline.
+#include "keyer/Threads.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/info.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "keyer/BlindKeyer.h"
+#include "keyer/Keyer.h"
+
+namespace orvanite {
+
+void forRows(int height, int least, int threads, const std::function<void(int, int)>& work) {
+  const auto all = [&] {
+    tbb::parallel_for(
+        tbb::blocked_range<int>(0, std::max(0, height), static_cast<std::size_t>(least)),
+        [&](const tbb::blocked_range<int>& rows) {
+          work(rows.begin(), rows.end() - rows.begin());
+        });
+  };
+  if (threads == 1) {
+    work(0, height);
+  } else if (threads > 1) {
+    // More threads than processors are granted only when asked for.
+    std::optional<tbb::global_control> more;
+    if (threads > tbb::info::default_concurrency()) {
+      more.emplace(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
+    }
+    tbb::task_arena(threads).execute(all);
+  } else {
+    all();
+  }
+}
+
+RowLoop rowsOn(int threads) {
+  return [threads](int height, int least, const std::function<void(int, int)>& work) {
+    forRows(height, least, threads, work);
+  };
+}
+
+void Keyer::render(const Frame& frame, int threads) const { render(frame, rowsOn(threads)); }
+
+void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) const {
+  render(key, frame, rowsOn(threads));
+}
+
+int availableThreads() {
+  for (const char* variable : {"SLURM_CPUS_ON_NODE", "CUE_THREADS"}) {
+    const char* text = std::getenv(variable);
+    if (text == nullptr) continue;
+    int share = 0;
+    const char* end = text + std::strlen(text);
+    const auto read = std::from_chars(text, end, share);
+    if (read.ec == std::errc() && read.ptr == end && share > 0) return std::min(share, 1024);
+  }
+  return std::max(1, tbb::info::default_concurrency());
+}
+
+}  // namespace orvanite
