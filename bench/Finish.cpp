@@ -43,7 +43,7 @@ void finish(benchmark::State& state, int depth, Encoding encoding, const Case& o
   Inputs inputs;
   inputs.background = true;
   Keyer keyer;
-  keyer.prepare(settings, depth, inputs);
+  keyer.prepare(settings, Depth{depth}, inputs);
   const Frame frame = p.frame();
   for (auto _ : state) {
     keyer.render(frame, threads);

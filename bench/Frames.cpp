@@ -106,7 +106,7 @@ Frame Pictures::frame() const {
   f.pictures.fg = imageOf(fg.get(), depth);
   f.width = width;
   f.height = height;
-  f.depth = depth;
+  f.depth = Depth{depth};
   return f;
 }
 

@@ -55,7 +55,7 @@ void key(benchmark::State& state, int depth, Encoding encoding, const char* outp
   Keyer keyer;
   Inputs inputs;
   inputs.background = true;
-  keyer.prepare(everydaySettings(encoding, output), depth, inputs);
+  keyer.prepare(everydaySettings(encoding, output), Depth{depth}, inputs);
   const Frame frame = p.frame();
   for (auto _ : state) {
     keyer.render(frame, threads);

@@ -82,12 +82,12 @@ void measure(OfxHost& host, const EffectState& descriptor, int depth, unsigned t
   QMXOrvaniteTable* engine = orvanite_new();
   orvanite::Inputs inputs;
   inputs.background = true;
-  settings.applyTo(engine, depth, inputs);
+  settings.applyTo(engine, orvanite::Depth{depth}, inputs);
   orvanite_makeLuts(engine);
   Otile tile{};
   tile.dst = describe(*out);
   tile.fg = describe(*fg);
-  if (settings.view(inputs) == 0) tile.bg = describe(*bg);
+  if (settings.view(inputs) == orvanite::View::composite) tile.bg = describe(*bg);
   const auto flat = [&] {
     std::vector<std::thread> running;
     for (unsigned t = 0; t < threads; ++t) {

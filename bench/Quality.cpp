@@ -22,6 +22,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,10 +45,9 @@ struct Keyed {
   std::vector<float> colour, matte;  // 3 and 1 a pixel
 };
 
-media::Picture load(const fs::path& path, int depth) {
+media::Picture load(const fs::path& path, std::optional<Depth> depth = {}) {
   media::PictureReader reader(path.string());
-  return reader.read(depth == 0 ? media::depthOf(reader.info().samples) : depth, reader.info().data,
-                     1);
+  return reader.read(depth.value_or(media::depthOf(reader.info().samples)), reader.info().data, 1);
 }
 
 struct Truth {
@@ -91,8 +91,8 @@ struct Truth {
 };
 
 Truth loadTruth(const fs::path& folder) {
-  const media::Picture matte = load(folder / "alpha.png", 4);
-  const media::Picture colour = load(folder / "foreground.png", 4);
+  const media::Picture matte = load(folder / "alpha.png", Depth::floats);
+  const media::Picture colour = load(folder / "foreground.png", Depth::floats);
   Truth truth{matte.data.width, matte.data.height, {}, {}, {}};
   const auto* m = reinterpret_cast<const float*>(matte.pixels.get());
   const auto* f = reinterpret_cast<const float*>(colour.pixels.get());
@@ -103,7 +103,7 @@ Truth loadTruth(const fs::path& folder) {
     for (std::size_t c = 0; c < 3; ++c) truth.colour.push_back(f[4 * i + c]);
   }
   if (fs::exists(folder / "judged.png")) {
-    const media::Picture judged = load(folder / "judged.png", 1);
+    const media::Picture judged = load(folder / "judged.png", Depth::bytes);
     for (std::size_t i = 0; i < count; ++i) {
       truth.judged[i] = reinterpret_cast<const std::uint8_t*>(judged.pixels.get())[4 * i] > 127;
     }
@@ -142,7 +142,7 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& sh
   if (fs::exists(folder / "levels.json")) {
     std::ifstream(folder / "levels.json") >> row.levels;
   }
-  media::Picture picture = load(folder / "plate.png", 0);
+  media::Picture picture = load(folder / "plate.png");
   const Plate plate = shot::plateOf(picture);
   const auto count = static_cast<std::size_t>(plate.width) * static_cast<std::size_t>(plate.height);
   Keyed keyed{plate.width, plate.height, std::vector<float>(3 * count),

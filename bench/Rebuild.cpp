@@ -45,7 +45,7 @@ void rebuild(benchmark::State& state, int depth, Encoding encoding, const Change
   const std::unique_ptr<QMXOrvaniteTable, Delete> engine(orvanite_new());
   Inputs inputs;
   inputs.background = inputs.holdOut = inputs.garbage = true;
-  everydaySettings(encoding, "composite").applyTo(engine.get(), depth, inputs);
+  everydaySettings(encoding, "composite").applyTo(engine.get(), Depth{depth}, inputs);
   orvanite_useRef(engine.get(), 0);
   if (orvanite_makeLuts(engine.get()) != 0) {
     state.SkipWithError("no tables");

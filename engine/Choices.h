@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <span>
 
-#include "engine/Depth.h"
+#include "base/Depth.h"
 
 namespace orvanite {
 

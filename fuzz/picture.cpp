@@ -98,7 +98,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     if (!small(info.data)) return;
     const Window& window = small(info.display) ? info.display : info.data;
     allowed([&] { sum(reader.read(orvanite::media::depthOf(info.samples), window, 1)); });
-    allowed([&] { sum(reader.readChannel(info.channels.back(), 2, info.data)); });
+    allowed(
+        [&] { sum(reader.readChannel(info.channels.back(), orvanite::Depth::shorts, info.data)); });
   });
   return 0;
 }

@@ -291,9 +291,9 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   if (!screen.found) {
     throw Error(Fault::failure, "auto", "expected a screen of one colour in the plate, found none");
   }
-  result.cleanPlate =
-      use == CleanPlateUse::always ||
-      (use == CleanPlateUse::whenUneven && plate.depth != 4 && screen.evenness < evenEnough);
+  result.cleanPlate = use == CleanPlateUse::always ||
+                      (use == CleanPlateUse::whenUneven && plate.depth != Depth::floats &&
+                       screen.evenness < evenEnough);
   const auto put = [&](Settings& to, std::string_view name, auto value) {
     if (settings.given(name)) return;
     if constexpr (std::is_same_v<decltype(value), Rgb>) {
@@ -319,7 +319,8 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
   // Float light may be of any brightness; codes, which the trial beside a local colour has, go up
   // to 1. That trial does not mind a brighter or darker plate.
   const float brightest = *std::max_element(screen.colour.begin(), screen.colour.end());
-  const bool light = plate.depth == 4 && colourspace != logSpace && colourspace != videoSpace;
+  const bool light =
+      plate.depth == Depth::floats && colourspace != logSpace && colourspace != videoSpace;
   const float scale = light ? 0.6f / brightest : 1;
   Settings local = next;
   setColour(local, "screen",

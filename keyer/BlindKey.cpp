@@ -136,7 +136,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   return key;
 }
 
-void BlindKey::writeCleanPlate(const OtileImage& picture, int depth) const {
+void BlindKey::writeCleanPlate(const OtileImage& picture, Depth depth) const {
   writeStretched(plate.clean, encoding, width, height, picture, depth);
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "base/Depth.h"
 #include "keyer/KeyFit.h"
 #include "keyer/ScreenPlate.h"
 #include "keyer/Settings.h"
@@ -40,8 +41,8 @@ struct BlindKey {
   bool steady = true;  // whether one clean plate serves all frames that were seen
 
   /// Writes the clean plate in the plate's own encoding, alpha 1.0. The picture has the plate's
-  /// size and depth 1, 2 or 4. A file of it serves as a clean plate for all frames of the shot.
-  void writeCleanPlate(const OtileImage& picture, int depth) const;
+  /// size and depth. A file of it serves as a clean plate for all frames of the shot.
+  void writeCleanPlate(const OtileImage& picture, Depth depth) const;
 
   /// Takes in what another frame of the shot shows of the screen: what any frame shows as sure
   /// screen is known for all. Returns false, and takes nothing in, where the camera has moved or

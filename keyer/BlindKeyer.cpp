@@ -70,12 +70,12 @@ Settings inKeyedValues(Settings settings, bool decodes, float white) {
 
 }  // namespace
 
-void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int depth,
+void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, Depth depth,
                          const Inputs& inputs, float scale, float white) {
-  depth_ = 0;
+  depth_.reset();
   const Mixing mixing = mixingOf(settings).value_or(key.mixing);
   decodes_ = mixing == Mixing::light && key.encoding == Encoding::codes;
-  white_ = depth == 4 && key.encoding == Encoding::light ? std::max(1.0f, white) : 1.0f;
+  white_ = depth == Depth::floats && key.encoding == Encoding::light ? std::max(1.0f, white) : 1.0f;
   const std::string_view output = settings.choice("output");
   showsColours_ = output != "matte" && output != "status";
   used_ = inputs;
@@ -86,7 +86,7 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int dept
   keyed.setText("colourspace", mixing == Mixing::video ? "video"
                                : mixing == Mixing::log ? "log"
                                                        : "linear");
-  engine_.prepare(keyed, 2, used_, scale);
+  engine_.prepare(keyed, Depth::shorts, used_, scale);
   if (decodes_ && decode_.empty()) {
     for (int i = 0; i < 65536; ++i) {
       const float v = static_cast<float>(i) / most;
@@ -98,17 +98,16 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, int dept
 }
 
 void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& rowLoop) const {
-  if (depth_ == 0 || frame.depth != depth_ || frame.width != key.width ||
-      frame.height != key.height) {
+  if (depth_ != frame.depth || frame.width != key.width || frame.height != key.height) {
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
   }
   const int w = frame.width;
   // A sample as 16 bits of what is keyed.
   const auto work = [&](const void* channel, std::ptrdiff_t i, bool colour) {
     std::uint16_t code = 0;
-    if (depth_ == 1) {
+    if (depth_ == Depth::bytes) {
       code = static_cast<std::uint16_t>(257 * static_cast<const std::uint8_t*>(channel)[i]);
-    } else if (depth_ == 2) {
+    } else if (depth_ == Depth::shorts) {
       code = static_cast<const std::uint16_t*>(channel)[i];
     } else {
       const float v = static_cast<const float*>(channel)[i];
@@ -118,9 +117,9 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
   };
   const auto unwork = [&](void* channel, std::ptrdiff_t i, std::uint16_t code, bool colour) {
     if (colour && decodes_) code = encode_[code];
-    if (depth_ == 1) {
+    if (depth_ == Depth::bytes) {
       static_cast<std::uint8_t*>(channel)[i] = static_cast<std::uint8_t>((code + 128) / 257);
-    } else if (depth_ == 2) {
+    } else if (depth_ == Depth::shorts) {
       static_cast<std::uint16_t*>(channel)[i] = code;
     } else {
       static_cast<float*>(channel)[i] = static_cast<float>(code) / most * (colour ? white_ : 1.0f);
@@ -143,7 +142,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
         }
       }
     };
-    Frame part{{}, w, rows, 2};
+    Frame part{{}, w, rows, Depth::shorts};
     take(frame.pictures.fg, fg);
     part.pictures.fg = part.pictures.dst = interleaved(fg, w);
     const bool background = frame.pictures.bg.red != nullptr;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/Depth.h"
 #include "keyer/BlindKey.h"
 #include "keyer/Keyer.h"
 
@@ -22,7 +23,7 @@ class BlindKeyer {
   /// scale  the frames' size over the full one's, as Keyer takes it
   /// white  the greatest value of float pictures that is kept; what is brighter is cut there
   /// Throws Error as Keyer::prepare does.
-  void prepare(const BlindKey& key, const Settings& settings, int depth, const Inputs& inputs,
+  void prepare(const BlindKey& key, const Settings& settings, Depth depth, const Inputs& inputs,
                float scale = 1, float white = 8);
 
   /// Keys one frame of that depth into pictures.dst, which may be the plate's or the background's
@@ -35,7 +36,7 @@ class BlindKeyer {
  private:
   Keyer engine_;
   Inputs used_{};
-  int depth_ = 0;
+  std::optional<Depth> depth_;
   float white_ = 1;
   bool decodes_ = false, showsColours_ = true;
   std::vector<std::uint16_t> decode_;  // 65536: a code as 16 bits of what is keyed

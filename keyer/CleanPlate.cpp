@@ -13,7 +13,7 @@
 namespace orvanite {
 
 void writeStretched(const Colours& codes, Encoding encoding, int width, int height,
-                    const OtileImage& picture, int depth) {
+                    const OtileImage& picture, Depth depth) {
   const std::array<void*, 4> channels = {picture.red, picture.green, picture.blue, picture.alpha};
   std::vector<float> row(static_cast<std::size_t>(width));
   for (std::size_t c = 0; c < 4; ++c) {
@@ -32,9 +32,9 @@ void writeStretched(const Colours& codes, Encoding encoding, int width, int heig
         const std::ptrdiff_t i = at + std::ptrdiff_t{x} * picture.pixelStep;
         const float v = row[static_cast<std::size_t>(x)];
         const float code = std::clamp(v, 0.0f, 1.0f);
-        if (depth == 1) {
+        if (depth == Depth::bytes) {
           static_cast<std::uint8_t*>(channels[c])[i] = static_cast<std::uint8_t>(code * 255 + 0.5f);
-        } else if (depth == 2) {
+        } else if (depth == Depth::shorts) {
           static_cast<std::uint16_t*>(channels[c])[i] =
               static_cast<std::uint16_t>(code * 65535 + 0.5f);
         } else {
@@ -48,7 +48,7 @@ void writeStretched(const Colours& codes, Encoding encoding, int width, int heig
 CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
     : width_(plate.width),
       height_(plate.height),
-      encoding_(plate.depth == 4 ? Encoding::light : Encoding::codes) {
+      encoding_(plate.depth == Depth::floats ? Encoding::light : Encoding::codes) {
   Look look = lookAt(plate, encoding_);
   Rgb colour = screen.colour;
   if (encoding_ == Encoding::light) {
@@ -69,7 +69,7 @@ Rgb CleanPlate::at(int x, int y) const {
   return colour;
 }
 
-void CleanPlate::write(const OtileImage& picture, int depth) const {
+void CleanPlate::write(const OtileImage& picture, Depth depth) const {
   writeStretched(clean_, encoding_, width_, height_, picture, depth);
 }
 

@@ -4,6 +4,7 @@
 // local colour; behind the subject, what the screen around it leads to.
 #pragma once
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 #include "keyer/Look.h"
 #include "keyer/Screen.h"
@@ -20,8 +21,8 @@ class CleanPlate {
   Rgb at(int x, int y) const;
 
   /// Writes the whole estimate, alpha included where there is one (1.0).
-  /// depth  1, 2 or 4; the picture has the plate's size
-  void write(const OtileImage& picture, int depth) const;
+  /// bytesOf(depth)  1, 2 or 4; the picture has the plate's size
+  void write(const OtileImage& picture, Depth depth) const;
 
  private:
   int width_, height_;
@@ -32,6 +33,6 @@ class CleanPlate {
 /// Writes colours that are stretched over a picture of width x height, alpha 1.0. Codes of integer
 /// depths are cut at 0 and 1.
 void writeStretched(const Colours& codes, Encoding encoding, int width, int height,
-                    const OtileImage& picture, int depth);
+                    const OtileImage& picture, Depth depth);
 
 }  // namespace orvanite

@@ -15,9 +15,9 @@ Compositor::Compositor() : engine_(orvanite_new()) {
   if (!engine_) throw Error(Fault::failure, "keyer", "out of memory");
 }
 
-void Compositor::prepare(const Settings& settings, int depth, const Inputs& inputs) {
+void Compositor::prepare(const Settings& settings, Depth depth, const Inputs& inputs) {
   Settings composing = settings;
-  composing.setNumbers("screen", 0, 0, depth == 4 ? 10 : 1);
+  composing.setNumbers("screen", 0, 0, depth == Depth::floats ? 10 : 1);
   for (const char* name : {"screenRange", "shadowBalance", "midtoneBalance", "highlightBalance"}) {
     composing.setNumber(name, 0);
   }
@@ -32,7 +32,7 @@ void Compositor::prepare(const Settings& settings, int depth, const Inputs& inpu
   Inputs given;
   given.background = inputs.background;
   given.garbage = true;
-  given.reference = depth != 4 && settings.choice("colourspace") == "log";
+  given.reference = depth != Depth::floats && settings.choice("colourspace") == "log";
   composing.applyTo(engine_.get(), depth, given);
   if (const int result = orvanite_makeLuts(engine_.get()); result != 0) {
     throw Error(Fault::failure, "keyer", tableProblem(result));
@@ -48,7 +48,7 @@ int Compositor::render(const OtileImage& foreground, const OtileImage& backgroun
   tile.fg = foreground;
   tile.garbage = foreground;
   tile.ref = foreground;
-  return orvanite_render(engine_.get(), depth_, width, height, &tile);
+  return orvanite_render(engine_.get(), bytesOf(depth_), width, height, &tile);
 }
 
 int Compositor::gradeBackground(const OtileImage& background, const OtileImage& destination,
@@ -57,7 +57,7 @@ int Compositor::gradeBackground(const OtileImage& background, const OtileImage& 
   tile.dst = destination;
   tile.bg = background;
   tile.ref = background;
-  return orvanite_render(engine_.get(), depth_, width, height, &tile);
+  return orvanite_render(engine_.get(), bytesOf(depth_), width, height, &tile);
 }
 
 }  // namespace orvanite

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 #include "keyer/Settings.h"
 
@@ -22,7 +23,7 @@ class Compositor {
 
   /// Sets it up for the view that these settings show, without their foreground grade. Throws Error
   /// (failure) when memory runs out.
-  void prepare(const Settings& settings, int depth, const Inputs& inputs);
+  void prepare(const Settings& settings, Depth depth, const Inputs& inputs);
 
   /// Composes a tile. Any thread.
   ///
@@ -40,7 +41,7 @@ class Compositor {
     void operator()(QMXOrvaniteTable* engine) const { orvanite_delete(engine); }
   };
   std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
-  int depth_ = 1;
+  Depth depth_ = Depth::bytes;
 };
 
 }  // namespace orvanite

@@ -49,7 +49,7 @@ int Finish::border() const {
 }
 
 bool needsBackground(const Settings& settings, const Inputs& inputs) {
-  return settings.view(inputs) == 0 ||
+  return settings.view(inputs) == View::composite ||
          (inputs.background && Finish::of(settings, inputs).looksBehind());
 }
 

@@ -83,13 +83,13 @@ Finisher::Finisher() : engine_(orvanite_new()), reader_(MatteReader<std::uint8_t
 
 Finisher::~Finisher() = default;
 
-void Finisher::prepare(const Settings& settings, const Finish& finish, int depth,
+void Finisher::prepare(const Settings& settings, const Finish& finish, Depth depth,
                        const Inputs& inputs) {
   finish_ = finish;
   depth_ = depth;
   const std::string_view output = settings.choice("output");
   status_ = output == "status";
-  background_ = settings.view(inputs) == 0;
+  background_ = settings.view(inputs) == View::composite;
   garbage_ = inputs.garbage && settings.toggle("useGarbageMatte");
   gradesBehind_ = false;
   const Settings standard;
@@ -106,24 +106,15 @@ void Finisher::prepare(const Settings& settings, const Finish& finish, int depth
     throw Error(result == 3 ? Fault::failure : Fault::wrongUse, "keyer", tableProblem(result));
   }
   compositor_.prepare(settings, depth, inputs);
-  if (depth == 1) {
-    reader_ = MatteReader<std::uint8_t>(finish);
-  } else if (depth == 2) {
-    reader_ = MatteReader<std::uint16_t>(finish);
-  } else {
-    reader_ = MatteReader<float>(finish);
-  }
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    reader_ = MatteReader<Sample>(finish);
+  });
 }
 
 bool Finisher::render(const Frame& frame, const Loop& loop) const {
-  switch (depth_) {
-    case 1:
-      return renderAs<std::uint8_t>(frame, loop);
-    case 2:
-      return renderAs<std::uint16_t>(frame, loop);
-    default:
-      return renderAs<float>(frame, loop);
-  }
+  return withSampleOf(depth_, [&]<class Sample>(std::type_identity<Sample>) {
+    return renderAs<Sample>(frame, loop);
+  });
 }
 
 template <class Sample>
@@ -176,7 +167,7 @@ bool Finisher::keyBand(const Frame& frame, int band, Workspace& space) const {
   tile.fg = from<Sample>(frame.pictures.fg, 0, y);
   tile.hold = from<Sample>(frame.pictures.hold, 0, y);
   tile.ref = from<Sample>(frame.pictures.ref, 0, y);
-  if (orvanite_render(engine_.get(), depth_, frame.width, rows, &tile) != 0) return false;
+  if (orvanite_render(engine_.get(), bytesOf(depth_), frame.width, rows, &tile) != 0) return false;
   const auto& reader = std::get<MatteReader<Sample>>(reader_);
   const Sample* alpha = static_cast<const Sample*>(tile.dst.alpha);
   std::uint16_t* matte = space.plane.row(y);

@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "base/Depth.h"
 #include "keyer/Compositor.h"
 #include "keyer/Finish.h"
 #include "keyer/FinishColour.h"
@@ -26,7 +27,7 @@ class Finisher {
   ~Finisher();
 
   /// Sets up for frames of a depth. Throws Error when the engines cannot be.
-  void prepare(const Settings& settings, const Finish& finish, int depth, const Inputs& inputs);
+  void prepare(const Settings& settings, const Finish& finish, Depth depth, const Inputs& inputs);
 
   /// Keys and finishes a frame into its destination, which may share its buffer with the plate or
   /// the background, pixel for pixel. Several may run at once. False when a picture is missing.
@@ -64,7 +65,7 @@ class Finisher {
   std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
   Compositor compositor_;
   Finish finish_;
-  int depth_ = 1;
+  Depth depth_ = Depth::bytes;
   bool garbage_ = false;       // whether a garbage matte cuts
   bool status_ = false;        // whether the view is the status
   bool gradesBehind_ = false;  // whether the background has a grade of its own

@@ -35,7 +35,7 @@ struct OrvaniteKeyer {
   // The clean plate that was estimated, and its pixels at the depth in which they were last wanted.
   std::optional<CleanPlate> cleanPlate;
   int width = 0, height = 0;
-  int cleanDepth = 0;
+  std::optional<Depth> cleanDepth;
   std::vector<std::byte> cleanPixels;
 };
 
@@ -104,12 +104,12 @@ Picture plateOf(const OrvaniteImage* plate) {
   return pictureOf(*plate, "plate");
 }
 
-// The estimated clean plate, as a picture of a depth of 1 or 2.
-Picture estimated(OrvaniteKeyer& keyer, int depth) {
-  const std::ptrdiff_t pixel = std::ptrdiff_t{4} * depth;
+// The estimated clean plate, as a picture of 8 or 16 bits.
+Picture estimated(OrvaniteKeyer& keyer, Depth depth) {
+  const std::ptrdiff_t pixel = std::ptrdiff_t{4} * bytesOf(depth);
   const std::ptrdiff_t row = pixel * keyer.width;
   if (keyer.cleanDepth != depth) {
-    keyer.cleanDepth = 0;
+    keyer.cleanDepth.reset();
     keyer.cleanPixels.resize(static_cast<std::size_t>(row) *
                              static_cast<std::size_t>(keyer.height));
   }
@@ -117,16 +117,17 @@ Picture estimated(OrvaniteKeyer& keyer, int depth) {
   Picture picture;
   picture.width = keyer.width;
   picture.height = keyer.height;
-  picture.sample = depth == 1 ? Sample::byte : Sample::word;
+  picture.sample = depth == Depth::bytes ? Sample::byte : Sample::word;
   for (std::ptrdiff_t c = 0; c < 4; ++c) {
-    picture.channels[static_cast<std::size_t>(c)] = first + c * depth;
+    picture.channels[static_cast<std::size_t>(c)] = first + c * bytesOf(depth);
   }
   picture.pixelStride = pixel;
   picture.rowStride = row;
-  if (keyer.cleanDepth == 0) {
-    keyer.cleanPlate->write({first, first + depth, first + std::ptrdiff_t{2} * depth,
-                             first + std::ptrdiff_t{3} * depth, 4, 4 * keyer.width},
-                            depth);
+  if (!keyer.cleanDepth) {
+    keyer.cleanPlate->write(
+        {first, first + bytesOf(depth), first + std::ptrdiff_t{2} * bytesOf(depth),
+         first + std::ptrdiff_t{3} * bytesOf(depth), 4, 4 * keyer.width},
+        depth);
     keyer.cleanDepth = depth;
   }
   return picture;
@@ -141,7 +142,7 @@ void forgetFound(OrvaniteKeyer& keyer) {
   keyer.found.clear();
   keyer.foundText.clear();
   keyer.cleanPlate.reset();
-  keyer.cleanDepth = 0;
+  keyer.cleanDepth.reset();
   keyer.cleanPixels.clear();
 }
 
@@ -293,7 +294,7 @@ OrvaniteResult orvanite_keyerFind(OrvaniteKeyer* keyer, const OrvaniteImage* pla
     const SearchedPlate searched(picture);
     CleanPlateUse use = CleanPlateUse::never;
     if (cleanPlate == ORVANITE_CLEAN_PLATE_GIVEN) use = CleanPlateUse::always;
-    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && searched.plate().depth < 4) {
+    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && searched.plate().depth != Depth::floats) {
       use = CleanPlateUse::whenUneven;
     }
     Settings settings = keyer->settings;

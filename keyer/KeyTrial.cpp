@@ -48,7 +48,7 @@ float KeyTrial::error(const Settings& settings) {
   if (pixels_.empty() || !settings.screenProblem().empty()) return unusable;
   Inputs inputs;
   inputs.reference = cleanPlate_;
-  const int depth = cleanPlate_ ? 1 : 4;
+  const Depth depth = cleanPlate_ ? Depth::bytes : Depth::floats;
   settings.applyTo(engine_.get(), depth, inputs);
   if (orvanite_makeLuts(engine_.get()) != 0) return unusable;
   Otile tile{};
@@ -60,7 +60,8 @@ float KeyTrial::error(const Settings& settings) {
     tile.fg = imageOf(values_);
     tile.dst = imageOf(keyedValues_);
   }
-  if (orvanite_render(engine_.get(), depth, static_cast<int>(pixels_.size()), 1, &tile) != 0) {
+  if (orvanite_render(engine_.get(), bytesOf(depth), static_cast<int>(pixels_.size()), 1, &tile) !=
+      0) {
     return unusable;
   }
   double sum = 0;

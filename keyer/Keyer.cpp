@@ -17,8 +17,8 @@ namespace {
 // threads finish together.
 constexpr int bandRows = 16;
 
-void advance(OtileImage& image, int rows, int depth) {
-  const std::ptrdiff_t bytes = std::ptrdiff_t{image.lineStep} * rows * depth;
+void advance(OtileImage& image, int rows, Depth depth) {
+  const std::ptrdiff_t bytes = std::ptrdiff_t{image.lineStep} * rows * bytesOf(depth);
   for (void** channel : {&image.red, &image.green, &image.blue, &image.alpha}) {
     if (*channel != nullptr) *channel = static_cast<char*>(*channel) + bytes;
   }
@@ -42,12 +42,12 @@ Keyer::~Keyer() = default;
 Keyer::Keyer(Keyer&&) noexcept = default;
 Keyer& Keyer::operator=(Keyer&&) noexcept = default;
 
-void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs, float scale) {
-  depth_ = 0;
+void Keyer::prepare(const Settings& settings, Depth depth, const Inputs& inputs, float scale) {
+  depth_.reset();
   if (const std::string problem = settings.screenProblem(); !problem.empty()) {
     throw Error(Fault::wrongUse, "screen", problem);
   }
-  if (depth == 4 && inputs.reference && settings.toggle("useReference")) {
+  if (depth == Depth::floats && inputs.reference && settings.toggle("useReference")) {
     throw Error(Fault::wrongUse, "reference",
                 "expected 8- or 16-bit pictures with a clean plate, found float pictures");
   }
@@ -65,7 +65,7 @@ void Keyer::prepare(const Settings& settings, int depth, const Inputs& inputs, f
 }
 
 void Keyer::render(const Frame& frame, const RowLoop& rows) const {
-  if (depth_ == 0 || frame.depth != depth_) {
+  if (depth_ != frame.depth) {
     throw Error(Fault::wrongUse, "frame",
                 "expected a frame of the depth that the keyer was prepared for");
   }
@@ -75,7 +75,8 @@ void Keyer::render(const Frame& frame, const RowLoop& rows) const {
   } else {
     rows(frame.height, bandRows, [&](int first, int count) {
       Otile band = bandOf(frame, first);
-      const int result = orvanite_render(engine_.get(), frame.depth, frame.width, count, &band);
+      const int result =
+          orvanite_render(engine_.get(), bytesOf(frame.depth), frame.width, count, &band);
       if (result != 0) refused = true;
     });
   }

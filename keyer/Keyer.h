@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 #include "keyer/Finish.h"
 #include "keyer/Loops.h"
@@ -20,7 +21,7 @@ struct Frame {
   Otile pictures{};  // each pointer at the first pixel of the first row; a step may be negative
   int width = 0;     // pixels, at least 1
   int height = 0;    // rows, at least 1
-  int depth = 1;     // 1 8-bit, 2 16-bit, 4 float
+  Depth depth = Depth::bytes;
 };
 
 /// An engine with its tables built, for any number of frames of one kind.
@@ -39,7 +40,7 @@ class Keyer {
   /// scale  the frames' size over the full one's: the finish's lengths are given in full pixels
   /// Throws Error: wrongUse for settings that cannot key, a clean plate with float frames included;
   /// failure when memory runs out. No render may run meanwhile.
-  void prepare(const Settings& settings, int depth, const Inputs& inputs, float scale = 1);
+  void prepare(const Settings& settings, Depth depth, const Inputs& inputs, float scale = 1);
 
   /// How far around a pixel its result depends on others; 0 without a finish. A caller that keys a
   /// part of a frame hands over as much more of it on each side, as far as the frame goes, and
@@ -65,7 +66,7 @@ class Keyer {
   std::unique_ptr<QMXOrvaniteTable, Delete> engine_;
   std::unique_ptr<Finisher> finisher_;  // null until there is a finish
   Finish finish_;
-  int depth_ = 0;  // 0: not prepared
+  std::optional<Depth> depth_;  // none before it is prepared
 };
 
 }  // namespace orvanite

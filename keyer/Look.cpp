@@ -91,9 +91,9 @@ Look lookAt(const Plate& plate, Encoding encoding, int most) {
   for (int y = 0; y < h; ++y) {
     const std::array<float*, 3> to = {&look.codes[0](0, y), &look.codes[1](0, y),
                                       &look.codes[2](0, y)};
-    if (plate.depth == 1) reduceRow<std::uint8_t>(plate, look.factor, y, to, w);
-    if (plate.depth == 2) reduceRow<std::uint16_t>(plate, look.factor, y, to, w);
-    if (plate.depth == 4) reduceRow<float>(plate, look.factor, y, to, w);
+    withSampleOf(plate.depth, [&]<class T>(std::type_identity<T>) {
+      reduceRow<T>(plate, look.factor, y, to, w);
+    });
     if (encoding == Encoding::codes) continue;
     for (float* row : to) {
       for (int x = 0; x < w; ++x) row[x] = encode(row[x]);

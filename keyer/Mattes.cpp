@@ -8,8 +8,6 @@
 #include <cstring>
 #include <type_traits>
 
-#include "keyer/Settings.h"
-
 namespace orvanite {
 
 namespace {
@@ -77,7 +75,7 @@ void luminanceOfArea(const OtileImage& picture, const MatteArea& area) {
 template <class T>
 void uniteArea(const OtileImage& out, const OtileImage& matte, const OtileImage& source,
                bool inverted, const MatteArea& area) {
-  const T top = static_cast<T>(codeMaximum(area.depth));
+  const T top = static_cast<T>(maxOf(area.depth));
   for (int y = 0; y < area.lines; ++y) {
     for (int x = 0; x < area.width; ++x) {
       const T own = held(load<T>(source.alpha, placeOf(source, x, y)));
@@ -91,16 +89,15 @@ void uniteArea(const OtileImage& out, const OtileImage& matte, const OtileImage&
 }  // namespace
 
 void luminanceToAlpha(const OtileImage& picture, const MatteArea& area) {
-  if (area.depth == 1) luminanceOfArea<std::uint8_t>(picture, area);
-  if (area.depth == 2) luminanceOfArea<std::uint16_t>(picture, area);
-  if (area.depth == 4) luminanceOfArea<float>(picture, area);
+  withSampleOf(area.depth,
+               [&]<class T>(std::type_identity<T>) { luminanceOfArea<T>(picture, area); });
 }
 
 void unite(const OtileImage& out, const OtileImage& matte, const OtileImage& source, bool inverted,
            const MatteArea& area) {
-  if (area.depth == 1) uniteArea<std::uint8_t>(out, matte, source, inverted, area);
-  if (area.depth == 2) uniteArea<std::uint16_t>(out, matte, source, inverted, area);
-  if (area.depth == 4) uniteArea<float>(out, matte, source, inverted, area);
+  withSampleOf(area.depth, [&]<class T>(std::type_identity<T>) {
+    uniteArea<T>(out, matte, source, inverted, area);
+  });
 }
 
 }  // namespace orvanite

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 
 namespace orvanite {
@@ -28,11 +29,11 @@ enum class SourceAlpha : std::uint8_t {
   multiply     // takes away: the matte is multiplied by it
 };
 
-/// A rectangle of interleaved pixels, four elements each, of a depth (1, 2 or 4).
+/// A rectangle of interleaved pixels, four elements each, of a depth.
 struct MatteArea {
-  int depth;  // of the elements
-  int width;  // pixels a line
-  int lines;  // how many
+  Depth depth;  // of the elements
+  int width;    // pixels a line
+  int lines;    // how many
 };
 
 /// Writes the luminance of a picture's colours into its alpha: of red, green and blue as they are

@@ -26,56 +26,61 @@ std::byte* at(const Picture& picture, int channel, int row) {
 // Whether the engine keys a picture fast where it lies, at a depth: interleaved red, green, blue
 // and alpha, and planes of integers. It reads integers of any other steps too, but one by one:
 // slower than a copy. Of a matte one channel is read, at any step.
-bool liesRight(const Picture& picture, int depth) {
+bool liesRight(const Picture& picture, Depth depth) {
   if (!isNative(picture.sample, depth)) return false;
   const auto& channels = picture.channels;
   const auto follows = [&](int channel) {
     return channels[static_cast<std::size_t>(channel)] ==
-           channels[0] + std::ptrdiff_t{channel} * depth;
+           channels[0] + std::ptrdiff_t{channel} * bytesOf(depth);
   };
-  const bool planes = picture.pixelStride == depth;
-  if (depth == 4 || (picture.coloured() && !planes)) {
-    const bool opaque = channels[3] == nullptr && depth < 4;
-    if (picture.pixelStride != std::ptrdiff_t{4} * depth || !follows(1) || !follows(2) ||
+  const bool planes = picture.pixelStride == bytesOf(depth);
+  if (depth == Depth::floats || (picture.coloured() && !planes)) {
+    const bool opaque = channels[3] == nullptr && depth != Depth::floats;
+    if (picture.pixelStride != std::ptrdiff_t{4} * bytesOf(depth) || !follows(1) || !follows(2) ||
         !(opaque || follows(3))) {
       return false;
     }
   }
   constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max();
-  if (picture.pixelStride % depth != 0 || picture.rowStride % depth != 0) return false;
-  if (std::abs(picture.rowStride / depth) >= limit) return false;
+  if (picture.pixelStride % bytesOf(depth) != 0 || picture.rowStride % bytesOf(depth) != 0)
+    return false;
+  if (std::abs(picture.rowStride / bytesOf(depth)) >= limit) return false;
   return std::all_of(picture.channels.begin(), picture.channels.end(), [&](const std::byte* first) {
-    return reinterpret_cast<std::uintptr_t>(first) % static_cast<std::uintptr_t>(depth) == 0;
+    return reinterpret_cast<std::uintptr_t>(first) % static_cast<std::uintptr_t>(bytesOf(depth)) ==
+           0;
   });
 }
 
-OtileImage imageOf(const Picture& picture, int depth, int row) {
+OtileImage imageOf(const Picture& picture, Depth depth, int row) {
   OtileImage image{};
   void** const pointers[] = {&image.red, &image.green, &image.blue, &image.alpha};
   for (int c = 0; c < 4; ++c) {
     if (picture.channels[static_cast<std::size_t>(c)]) *pointers[c] = at(picture, c, row);
   }
-  image.pixelStep = static_cast<int>(picture.pixelStride / depth);
-  image.lineStep = static_cast<int>(picture.rowStride / depth);
+  image.pixelStep = static_cast<int>(picture.pixelStride / bytesOf(depth));
+  image.lineStep = static_cast<int>(picture.rowStride / bytesOf(depth));
   return image;
 }
 
 // One thread's rows of four interleaved channels.
 class Rows {
  public:
-  OtileImage prepare(int width, int rows, int depth) {
-    const auto row = static_cast<std::size_t>(width) * 4 * static_cast<std::size_t>(depth);
+  OtileImage prepare(int width, int rows, Depth depth) {
+    const auto row = static_cast<std::size_t>(width) * 4 * static_cast<std::size_t>(bytesOf(depth));
     bytes_.resize(row * static_cast<std::size_t>(rows));
     std::byte* const first = bytes_.data();
-    return {
-        first, first + depth, first + std::ptrdiff_t{2} * depth, first + std::ptrdiff_t{3} * depth,
-        4,     4 * width};
+    return {first,
+            first + bytesOf(depth),
+            first + std::ptrdiff_t{2} * bytesOf(depth),
+            first + std::ptrdiff_t{3} * bytesOf(depth),
+            4,
+            4 * width};
   }
-  std::byte* sample(int width, int depth, int row, int channel) {
+  std::byte* sample(int width, Depth depth, int row, int channel) {
     const std::size_t index =
         (static_cast<std::size_t>(row) * static_cast<std::size_t>(width)) * 4 +
         static_cast<std::size_t>(channel);
-    return bytes_.data() + index * static_cast<std::size_t>(depth);
+    return bytes_.data() + index * static_cast<std::size_t>(bytesOf(depth));
   }
 
  private:
@@ -87,9 +92,9 @@ struct Band {
 };
 
 // Copies a band in; a channel that a picture lacks is opaque (alpha) or that of its first channel.
-OtileImage copyIn(const Picture& picture, const Band& band, int depth, Rows& rows) {
+OtileImage copyIn(const Picture& picture, const Band& band, Depth depth, Rows& rows) {
   const OtileImage image = rows.prepare(picture.width, band.count, depth);
-  const std::ptrdiff_t step = std::ptrdiff_t{4} * depth;
+  const std::ptrdiff_t step = std::ptrdiff_t{4} * bytesOf(depth);
   for (int y = 0; y < band.count; ++y) {
     for (int c = 0; c < 4; ++c) {
       std::byte* to = rows.sample(picture.width, depth, y, c);
@@ -104,8 +109,8 @@ OtileImage copyIn(const Picture& picture, const Band& band, int depth, Rows& row
   return image;
 }
 
-void copyOut(const Picture& picture, const Band& band, int depth, Rows& rows) {
-  const std::ptrdiff_t step = std::ptrdiff_t{4} * depth;
+void copyOut(const Picture& picture, const Band& band, Depth depth, Rows& rows) {
+  const std::ptrdiff_t step = std::ptrdiff_t{4} * bytesOf(depth);
   for (int y = 0; y < band.count; ++y) {
     for (int c = 0; c < 4; ++c) {
       if (!picture.channels[static_cast<std::size_t>(c)]) continue;
@@ -154,7 +159,7 @@ MatteChannel matteOf(const Picture& picture, const Settings& settings, std::stri
 struct Job {
   const Keyer& keyer;
   const PictureFrame& frame;
-  int depth;
+  Depth depth;
   Inputs inputs;
   bool background;
   MatteChannel hold, garbage;
@@ -284,7 +289,7 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
     garbage = matteOf(frame.garbage, settings, "garbageChannel", "garbage matte");
   }
 
-  const int depth = workingDepth(frame.plate.sample, inputs.reference);
+  const Depth depth = workingDepth(frame.plate.sample, inputs.reference);
   keyer_.prepare(settings, depth, inputs);
   const Job job{keyer_, frame, depth, inputs, background, hold, garbage};
   if (keyer_.finishes()) {
@@ -308,7 +313,7 @@ SearchedPlate::SearchedPlate(const Picture& picture) {
     throw Error(Fault::wrongUse, "plate", "expected a picture with red, green and blue");
   }
   checkPicture(picture, "plate");
-  const int depth = workingDepth(picture.sample, false);
+  const Depth depth = workingDepth(picture.sample, false);
   plate_.width = picture.width;
   plate_.height = picture.height;
   plate_.depth = depth;
@@ -316,19 +321,20 @@ SearchedPlate::SearchedPlate(const Picture& picture) {
     plate_.image = imageOf(picture, depth, 0);
     return;
   }
-  const std::ptrdiff_t pixel = std::ptrdiff_t{3} * depth;
+  const std::ptrdiff_t pixel = std::ptrdiff_t{3} * bytesOf(depth);
   copy_.resize(static_cast<std::size_t>(pixel) * static_cast<std::size_t>(picture.width) *
                static_cast<std::size_t>(picture.height));
   for (int c = 0; c < 3; ++c) {
-    std::byte* to = copy_.data() + std::ptrdiff_t{c} * depth;
+    std::byte* to = copy_.data() + std::ptrdiff_t{c} * bytesOf(depth);
     for (int y = 0; y < picture.height; ++y, to += pixel * picture.width) {
       toWorking(to, depth, at(picture, c, y), picture.sample,
                 static_cast<std::size_t>(picture.width), {pixel, picture.pixelStride});
     }
   }
   std::byte* const first = copy_.data();
-  plate_.image = {first, first + depth,    first + std::ptrdiff_t{2} * depth, nullptr,
-                  3,     3 * picture.width};
+  plate_.image = {
+      first, first + bytesOf(depth), first + std::ptrdiff_t{2} * bytesOf(depth), nullptr,
+      3,     3 * picture.width};
 }
 
 }  // namespace orvanite

@@ -85,8 +85,10 @@ auto visit(Sample sample, Call call) {
   return call.template operator()<Sample::real>();
 }
 
-Sample nativeOf(int depth) {
-  return depth == 1 ? Sample::byte : depth == 2 ? Sample::word : Sample::real;
+Sample nativeOf(Depth depth) {
+  return depth == Depth::bytes    ? Sample::byte
+         : depth == Depth::shorts ? Sample::word
+                                  : Sample::real;
 }
 
 void convert(std::byte* to, Sample toSample, const std::byte* from, Sample fromSample,
@@ -114,12 +116,12 @@ void convert(std::byte* to, Sample toSample, const std::byte* from, Sample fromS
 
 }  // namespace
 
-void toWorking(std::byte* to, int depth, const std::byte* from, Sample sample, std::size_t n,
+void toWorking(std::byte* to, Depth depth, const std::byte* from, Sample sample, std::size_t n,
                Steps steps) {
   convert(to, nativeOf(depth), from, sample, n, steps);
 }
 
-void fromWorking(std::byte* to, Sample sample, const std::byte* from, int depth, std::size_t n,
+void fromWorking(std::byte* to, Sample sample, const std::byte* from, Depth depth, std::size_t n,
                  Steps steps) {
   convert(to, sample, from, nativeOf(depth), n, steps);
 }
@@ -128,7 +130,7 @@ float valueOf(const std::byte* at, Sample sample) {
   return visit(sample, [at]<Sample kind>() { return read<kind>(at); });
 }
 
-void writeCode(std::byte* at, int depth, float value) {
+void writeCode(std::byte* at, Depth depth, float value) {
   visit(nativeOf(depth), [=]<Sample kind>() { write<kind>(at, value); });
 }
 

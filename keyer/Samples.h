@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/Depth.h"
+
 namespace orvanite {
 
 /// What a picture's samples are.
@@ -18,16 +20,16 @@ constexpr int bytesOf(Sample sample) {
   return sample == Sample::byte ? 1 : sample == Sample::real ? 4 : 2;
 }
 
-/// The engine's depth for pictures of a kind: 1, 2 or 4. Beside a clean plate the engine keys
+/// The engine's depth for pictures of a kind. Beside a clean plate the engine keys
 /// integers only: floats and halves are keyed as words then.
-constexpr int workingDepth(Sample sample, bool cleanPlate) {
-  if (sample == Sample::byte) return 1;
-  return sample == Sample::word || cleanPlate ? 2 : 4;
+constexpr Depth workingDepth(Sample sample, bool cleanPlate) {
+  if (sample == Sample::byte) return Depth::bytes;
+  return sample == Sample::word || cleanPlate ? Depth::shorts : Depth::floats;
 }
 
 /// Whether the engine reads samples of a kind as they are at a depth.
-constexpr bool isNative(Sample sample, int depth) {
-  return depth == (sample == Sample::half ? 0 : bytesOf(sample));
+constexpr bool isNative(Sample sample, Depth depth) {
+  return sample != Sample::half && depth == depthOf(bytesOf(sample));
 }
 
 /// Bytes from one sample to the next; 0: they lie side by side.
@@ -38,17 +40,17 @@ struct Steps {
 
 /// Brings n samples to a depth. Between kinds the largest code stands for 1.0, rounded half up;
 /// what lies outside 0..1 goes to the ends of codes, and NaN to 0.
-void toWorking(std::byte* to, int depth, const std::byte* from, Sample sample, std::size_t n,
+void toWorking(std::byte* to, Depth depth, const std::byte* from, Sample sample, std::size_t n,
                Steps steps = {});
 
 /// And back. Halves are rounded to the nearest, to even where two are as near.
-void fromWorking(std::byte* to, Sample sample, const std::byte* from, int depth, std::size_t n,
+void fromWorking(std::byte* to, Sample sample, const std::byte* from, Depth depth, std::size_t n,
                  Steps steps = {});
 
 /// The value of one sample; 1.0 is white.
 float valueOf(const std::byte* at, Sample sample);
 
 /// Writes a value as a code of a depth, rounded half up and held inside the codes.
-void writeCode(std::byte* at, int depth, float value);
+void writeCode(std::byte* at, Depth depth, float value);
 
 }  // namespace orvanite

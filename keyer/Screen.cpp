@@ -62,9 +62,10 @@ Rgb medianOf(const std::vector<Rgb>& pixels) {
   return median;
 }
 
-float readSample(const void* channel, std::ptrdiff_t at, int depth) {
-  if (depth == 1) return static_cast<float>(static_cast<const std::uint8_t*>(channel)[at]) / 255.0f;
-  if (depth == 2) {
+float readSample(const void* channel, std::ptrdiff_t at, Depth depth) {
+  if (depth == Depth::bytes)
+    return static_cast<float>(static_cast<const std::uint8_t*>(channel)[at]) / 255.0f;
+  if (depth == Depth::shorts) {
     return static_cast<float>(static_cast<const std::uint16_t*>(channel)[at]) / 65535.0f;
   }
   const float v = static_cast<const float*>(channel)[at];
@@ -134,7 +135,7 @@ Rgb Screen::colourAtFraction(float fraction) const {
 Screen findScreen(const Plate& plate) {
   Screen screen;
   if (plate.width < 1 || plate.height < 1) return screen;
-  const bool encode = plate.depth == 4;  // float pictures hold light as a rule
+  const bool encode = plate.depth == Depth::floats;  // float pictures hold light as a rule
   const ScreenHue hue = screenHue(lookAt(plate, encode ? Encoding::light : Encoding::codes));
   screen.confidence = hue.confidence;
   screen.primary = hue.primary;

@@ -7,6 +7,7 @@
 #include <array>
 #include <vector>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 
 namespace orvanite {
@@ -19,7 +20,7 @@ struct Plate {
   OtileImage image{};  // where its pixels lie; the caller owns them
   int width = 0;       // pixels, at least 1
   int height = 0;      // rows, at least 1
-  int depth = 1;       // 1 8-bit, 2 16-bit, 4 float
+  Depth depth = Depth::bytes;
 };
 
 /// A rectangle of pixels, x and y from the top left.

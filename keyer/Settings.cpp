@@ -208,16 +208,16 @@ void Settings::reset(std::string_view name) {
                     false};
 }
 
-int Settings::view(const Inputs& inputs) const {
+View Settings::view(const Inputs& inputs) const {
   const std::string_view output = choice("output");
-  if (output == "composite") return inputs.background ? 0 : 1;
-  if (output == "unpremultiplied") return 4;
-  if (output == "status") return 5;
-  if (output == "matte") return 2;
-  return 1;
+  if (output == "composite") return inputs.background ? View::composite : View::flat;
+  if (output == "unpremultiplied") return View::unpremultiplied;
+  if (output == "status") return View::status;
+  if (output == "matte") return View::matte;
+  return View::flat;
 }
 
-void Settings::applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs) const {
+void Settings::applyTo(QMXOrvaniteTable* engine, Depth depth, const Inputs& inputs) const {
   const auto rgb = [&](std::string_view name, auto set, auto... more) {
     set(engine, number(name, 0), number(name, 1), number(name, 2), more...);
   };
@@ -230,12 +230,12 @@ void Settings::applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs
     rgb("replace", orvanite_setBackground);
   } else if (output == "compOnColour") {
     rgb("backgroundColour", orvanite_setBackground);
-  } else if (view(inputs) == 1) {
+  } else if (view(inputs) == View::flat) {
     orvanite_setBackground(engine, 0, 0, 0);
   }
   rgb("screen", orvanite_setScreen);
   orvanite_setColourspace(engine, static_cast<int>(number("colourspace")));
-  orvanite_setView(engine, view(inputs));
+  orvanite_setView(engine, static_cast<int>(view(inputs)));
   orvanite_setScreenRange(engine, number("screenRange"));
   rgb("fgBias", orvanite_setNeutral);
   orvanite_setBalance(engine, 0, number("shadowBalance"));
@@ -255,7 +255,7 @@ void Settings::applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs
   rgb("bgOffset", orvanite_setOffset, 1);
   orvanite_setSaturation(engine, number("bgSaturation"), 1);
 
-  const int maximum = codeMaximum(depth);
+  const int maximum = maxOf(depth);
   orvanite_setGMatteMax(engine, maximum);
   orvanite_setFgMax(engine, maximum);
   orvanite_setBgMax(engine, maximum);
@@ -279,8 +279,6 @@ std::string Settings::screenProblem() const {
   }
   return {};
 }
-
-int codeMaximum(int depth) { return depth == 1 ? 255 : depth == 4 ? 1 : 65535; }
 
 std::string tableProblem(int result) {
   switch (result) {

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Depth.h"
+#include "engine/View.h"
 #include "engine/orvanite.h"
 #include "keyer/Parameters.h"
 
@@ -57,13 +59,13 @@ class Settings {
   /// Back to the default, as if it had never been given.
   void reset(std::string_view name);
 
-  /// Sets every parameter and code maximum of an engine, for pictures of a depth (1, 2 or 4) of
-  /// which those in `inputs` exist. A composite without a background becomes one over black.
+  /// Sets every parameter and code maximum of an engine, for pictures of a depth, of which
+  /// those in `inputs` exist. A composite without a background becomes one over black.
   /// The engine's tables are not built. Only changed values make it work.
-  void applyTo(QMXOrvaniteTable* engine, int depth, const Inputs& inputs) const;
+  void applyTo(QMXOrvaniteTable* engine, Depth depth, const Inputs& inputs) const;
 
   /// The view that the engine shows for these settings.
-  int view(const Inputs& inputs) const;
+  View view(const Inputs& inputs) const;
 
   /// Why no engine could key with these settings; empty when nothing is known against them.
   /// Engines find out for themselves; this says it in time and in words.
@@ -84,9 +86,6 @@ class Settings {
 
   std::vector<Value> values_;  // as parameters() orders them
 };
-
-/// The depth's code value for 1.0: 255, 65535 or 1.
-int codeMaximum(int depth);
 
 /// What a result of orvanite_makeLuts other than 0 means, in words.
 std::string tableProblem(int result);

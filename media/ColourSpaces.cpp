@@ -61,7 +61,7 @@ std::string ColourSpaces::space(const std::string& name, const std::string& opti
 bool ColourSpaces::isLinear(const std::string& space) const {
   if (!configOf(config_).getColorSpace(ocio::ROLE_SCENE_LINEAR)) return false;
   // OpenColorIO 2.1 cannot be asked: greys of twice the code must be twice the light.
-  Picture greys = Picture::make({0, 0, 4, 1}, 4, Samples::float32);
+  Picture greys = Picture::make({0, 0, 4, 1}, Depth::floats, Samples::float32);
   auto* codes = reinterpret_cast<float*>(greys.pixels.get());
   const auto grey = [codes](std::ptrdiff_t i) { return codes + 4 * i; };
   for (int i = 0; i < 4; ++i) std::fill_n(grey(i), 4, i == 0 ? 0.0f : 0.125f * float(1 << i));

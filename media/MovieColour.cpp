@@ -84,7 +84,7 @@ LumaPlanes planesOf(const AVFrame& frame, int bits) {
 }
 
 RgbaRows rowsOf(const Picture& picture) {
-  return {picture.pixels.get(), picture.depth, picture.data.width, picture.data.height};
+  return {picture.pixels.get(), bytesOf(picture.depth), picture.data.width, picture.data.height};
 }
 
 // In 256ths of a luma sample, as the scaler wants it.
@@ -238,7 +238,7 @@ Picture MovieConverter::toPicture(const AVFrame& frame) {
 MovieFrame MovieConverter::fromPicture(const Picture& picture) {
   Picture own;
   const Picture* from = &picture;
-  const int depth = rgb_ ? depthOf(samplesOf(format_)) : std::min(picture.depth, 2);
+  const Depth depth = rgb_ ? depthOf(samplesOf(format_)) : std::min(picture.depth, Depth::shorts);
   if (picture.depth != depth) {
     own = atDepth(picture, depth);
     from = &own;

@@ -232,7 +232,7 @@ class MovieSource : public Source {
     }
     if (slot == 3 && info_.hasAlpha) return;
     const std::size_t from = slot == 3 ? 0 : slot;
-    if (picture.depth == 1) {
+    if (picture.depth == Depth::bytes) {
       moveChannel<std::uint8_t>(picture, from);
     } else {
       moveChannel<std::uint16_t>(picture, from);

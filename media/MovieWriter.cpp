@@ -78,9 +78,9 @@ class MovieWriter::Output {
     }
     if (options.alpha && !hasAlpha(format_))
       notices_.push_back(std::string(codec_.name) + " holds no alpha");
-    if (depthOf(options.samples) > 1 && samplesOf(format_) == Samples::uint8) {
+    if (depthOf(options.samples) != Depth::bytes && samplesOf(format_) == Samples::uint8) {
       notices_.push_back(std::string(codec_.name) + " is written in 8 bits");
-    } else if (depthOf(options.samples) == 4) {
+    } else if (depthOf(options.samples) == Depth::floats) {
       notices_.emplace_back("values below 0 and above 1 are clipped");
     }
     for (std::string& notice : notices_) notice.insert(0, path + ": ");

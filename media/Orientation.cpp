@@ -3,21 +3,13 @@
 // Every pixel of the result is fetched from where its orientation puts it.
 #include "media/Orientation.h"
 
-#include <cstdint>
+#include <array>
+#include <cstddef>
+#include <type_traits>
 #include <utility>
 
 namespace orvanite::media {
 namespace {
-
-struct Pixel1 {
-  std::uint32_t bits;
-};
-struct Pixel2 {
-  std::uint64_t bits;
-};
-struct Pixel4 {
-  std::uint64_t bits[2];
-};
 
 template <class Pixel>
 void turn(const Picture& from, Picture& to, Orientation orientation) {
@@ -67,16 +59,9 @@ Picture upright(Picture picture, Orientation orientation) {
   result.hasAlpha = picture.hasAlpha;
   result.premultiplied = picture.premultiplied;
   result.header = std::move(picture.header);
-  switch (picture.depth) {
-    case 1:
-      turn<Pixel1>(picture, result, orientation);
-      break;
-    case 2:
-      turn<Pixel2>(picture, result, orientation);
-      break;
-    default:
-      turn<Pixel4>(picture, result, orientation);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    turn<std::array<Sample, 4>>(picture, result, orientation);
+  });
   return result;
 }
 

@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "base/Error.h"
@@ -18,19 +20,18 @@ namespace {
 // Beyond the last pixel: converters of whole vectors may touch what lies there.
 constexpr std::size_t slackBytes = 64;
 
-OIIO::TypeDesc typeOf(int depth) {
-  return depth == 1   ? OIIO::TypeDesc::UINT8
-         : depth == 2 ? OIIO::TypeDesc::UINT16
-                      : OIIO::TypeDesc::FLOAT;
-}
-
-template <class Code, unsigned maximum>
-void multiplyCodes(Picture& picture) {
-  auto* pixel = reinterpret_cast<Code*>(picture.pixels.get());
-  const auto* end = pixel + picture.bytes() / sizeof(Code);
+template <class Sample>
+void multiply(Picture& picture) {
+  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
+  const auto* end = pixel + picture.bytes() / sizeof(Sample);
   for (; pixel != end; pixel += 4) {
     for (int c = 0; c < 3; ++c) {
-      pixel[c] = static_cast<Code>((unsigned{pixel[c]} * pixel[3] + maximum / 2) / maximum);
+      if constexpr (std::is_integral_v<Sample>) {
+        constexpr unsigned most = std::numeric_limits<Sample>::max();
+        pixel[c] = static_cast<Sample>((unsigned{pixel[c]} * pixel[3] + most / 2) / most);
+      } else {
+        pixel[c] *= pixel[3];
+      }
     }
   }
 }
@@ -65,8 +66,16 @@ std::array<Code, 3> codesOf(const std::array<float, 3>& colour, Code most) {
 
 }  // namespace
 
-int depthOf(Samples samples) {
-  return samples == Samples::uint8 ? 1 : samples == Samples::uint16 ? 2 : 4;
+Depth depthOf(Samples samples) {
+  return samples == Samples::uint8    ? Depth::bytes
+         : samples == Samples::uint16 ? Depth::shorts
+                                      : Depth::floats;
+}
+
+OIIO::TypeDesc typeInMemory(Depth depth) {
+  return depth == Depth::bytes    ? OIIO::TypeDesc::UINT8
+         : depth == Depth::shorts ? OIIO::TypeDesc::UINT16
+                                  : OIIO::TypeDesc::FLOAT;
 }
 
 std::string nameOf(Samples samples) {
@@ -89,7 +98,7 @@ Window united(const Window& a, const Window& b) {
           std::max(a.y + a.height, b.y + b.height) - y};
 }
 
-Picture Picture::make(const Window& data, int depth, Samples samples) {
+Picture Picture::make(const Window& data, Depth depth, Samples samples) {
   Picture picture;
   picture.data = data;
   picture.depth = depth;
@@ -104,14 +113,14 @@ Picture Picture::make(const Window& data, int depth, Samples samples) {
   return picture;
 }
 
-Picture atDepth(const Picture& picture, int depth) {
+Picture atDepth(const Picture& picture, Depth depth) {
   Picture result = Picture::make(picture.data, depth, picture.samples);
   result.hasAlpha = picture.hasAlpha;
   result.header = picture.header;
   OIIO::convert_image(4, picture.data.width, picture.data.height, 1, picture.pixels.get(),
-                      typeOf(picture.depth), OIIO::stride_t{4} * picture.depth,
+                      typeInMemory(picture.depth), OIIO::stride_t{4} * bytesOf(picture.depth),
                       static_cast<OIIO::stride_t>(picture.rowBytes()), OIIO::AutoStride,
-                      result.pixels.get(), typeOf(depth), OIIO::stride_t{4} * depth,
+                      result.pixels.get(), typeInMemory(depth), OIIO::stride_t{4} * bytesOf(depth),
                       static_cast<OIIO::stride_t>(result.rowBytes()), OIIO::AutoStride);
   return result;
 }
@@ -128,7 +137,7 @@ Picture part(const Picture& picture, const Window& window) {
   const int right = std::min(from.x + from.width, window.x + window.width);
   const int top = std::max(from.y, window.y);
   const int bottom = std::min(from.y + from.height, window.y + window.height);
-  const auto pixelBytes = std::size_t{4} * static_cast<std::size_t>(picture.depth);
+  const auto pixelBytes = std::size_t{4} * static_cast<std::size_t>(bytesOf(picture.depth));
   for (int y = top; y < bottom && left < right; ++y) {
     std::memcpy(result.pixels.get() + result.rowBytes() * static_cast<std::size_t>(y - window.y) +
                     pixelBytes * static_cast<std::size_t>(left - window.x),
@@ -143,44 +152,25 @@ Picture part(const Picture& picture, const Window& window) {
 
 void paintOutside(Picture& picture, const Window& inside, const std::array<float, 3>& colour) {
   if (picture.data == inside) return;
-  switch (picture.depth) {
-    case 1:
-      return paint(picture, inside, codesOf(colour, std::uint8_t{255}));
-    case 2:
-      return paint(picture, inside, codesOf(colour, std::uint16_t{65535}));
-    default:
-      return paint(picture, inside, colour);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    if constexpr (std::is_integral_v<Sample>) {
+      paint(picture, inside, codesOf(colour, std::numeric_limits<Sample>::max()));
+    } else {
+      paint(picture, inside, colour);
+    }
+  });
 }
 
 void makeOpaque(Picture& picture) {
-  switch (picture.depth) {
-    case 1:
-      return fillAlpha<std::uint8_t>(picture, 255);
-    case 2:
-      return fillAlpha<std::uint16_t>(picture, 65535);
-    default:
-      return fillAlpha<float>(picture, 1);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    fillAlpha(picture, static_cast<Sample>(maxOf(picture.depth)));
+  });
 }
 
 void multiplyByAlpha(Picture& picture) {
   picture.premultiplied = true;
-  switch (picture.depth) {
-    case 1:
-      multiplyCodes<unsigned char, 255>(picture);
-      break;
-    case 2:
-      multiplyCodes<unsigned short, 65535>(picture);
-      break;
-    default: {
-      auto* pixel = reinterpret_cast<float*>(picture.pixels.get());
-      const auto* end = pixel + picture.bytes() / sizeof(float);
-      for (; pixel != end; pixel += 4) {
-        for (int c = 0; c < 3; ++c) pixel[c] *= pixel[3];
-      }
-    }
-  }
+  withSampleOf(picture.depth,
+               [&]<class Sample>(std::type_identity<Sample>) { multiply<Sample>(picture); });
 }
 
 }  // namespace orvanite::media

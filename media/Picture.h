@@ -11,13 +11,18 @@
 #include <memory>
 #include <string>
 
+#include "base/Depth.h"
+
 namespace orvanite::media {
 
 /// How samples lie in a file.
 enum class Samples { uint8, uint16, half, float32 };
 
-/// Bytes of a sample in memory, where a half is a float: 1, 2 or 4.
-int depthOf(Samples samples);
+/// The depth in memory, where a half is a float.
+Depth depthOf(Samples samples);
+
+/// A depth in OpenImageIO's terms.
+OIIO::TypeDesc typeInMemory(Depth depth);
 
 /// "8-bit", "16-bit", "half" or "float".
 std::string nameOf(Samples samples);
@@ -40,7 +45,7 @@ Window united(const Window& a, const Window& b);
 
 struct Picture {
   Window data;                       // the pixels that are here
-  int depth = 1;                     // of the samples in memory
+  Depth depth = Depth::bytes;        // of the samples in memory
   Samples samples = Samples::uint8;  // how a file should hold them where it can
   bool premultiplied = false;        // likewise: whether colours are multiplied by alpha
   Channels channels = Channels::colourAndAlpha;  // likewise
@@ -49,18 +54,18 @@ struct Picture {
   std::shared_ptr<const OIIO::ImageSpec> header;
 
   /// A picture of a size with undefined pixels. Throws Error (failure) when memory runs out.
-  static Picture make(const Window& data, int depth, Samples samples);
+  static Picture make(const Window& data, Depth depth, Samples samples);
 
   /// Bytes of one row, and of all.
   std::size_t rowBytes() const {
-    return std::size_t{4} * static_cast<std::size_t>(data.width * depth);
+    return std::size_t{4} * static_cast<std::size_t>(data.width * bytesOf(depth));
   }
   std::size_t bytes() const { return rowBytes() * static_cast<std::size_t>(data.height); }
 };
 
 /// The picture with its samples in another depth, rounded to the nearest as file formats do.
 /// Whatever lies outside 0..1 is clipped where the depth cannot hold it.
-Picture atDepth(const Picture& picture, int depth);
+Picture atDepth(const Picture& picture, Depth depth);
 
 /// The pixels of a window, cut out of the picture or surrounded by zeros.
 Picture part(const Picture& picture, const Window& window);

@@ -56,12 +56,6 @@ Samples samplesOf(const OIIO::TypeDesc& type) {
   }
 }
 
-OIIO::TypeDesc typeOf(int depth) {
-  return depth == 1   ? OIIO::TypeDesc::UINT8
-         : depth == 2 ? OIIO::TypeDesc::UINT16
-                      : OIIO::TypeDesc::FLOAT;
-}
-
 bool sameLetters(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
     return std::toupper(static_cast<unsigned char>(x)) ==
@@ -142,16 +136,9 @@ void fillSlot(Picture& picture, int slot, Sample value) {
 }
 
 void fill(Picture& picture, int slot, float value) {
-  switch (picture.depth) {
-    case 1:
-      fillSlot(picture, slot, static_cast<unsigned char>(value * 255));
-      break;
-    case 2:
-      fillSlot(picture, slot, static_cast<unsigned short>(value * 65535));
-      break;
-    default:
-      fillSlot(picture, slot, value);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    fillSlot(picture, slot, static_cast<Sample>(value * static_cast<float>(maxOf(picture.depth))));
+  });
 }
 
 template <class Sample>
@@ -164,16 +151,9 @@ void copySlot(Picture& picture, int from, int to) {
 }
 
 void copyChannel(Picture& picture, int from, int to) {
-  switch (picture.depth) {
-    case 1:
-      copySlot<unsigned char>(picture, from, to);
-      break;
-    case 2:
-      copySlot<unsigned short>(picture, from, to);
-      break;
-    default:
-      copySlot<float>(picture, from, to);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    copySlot<Sample>(picture, from, to);
+  });
 }
 
 std::string sizeText(int width, int height) {
@@ -348,20 +328,20 @@ Picture PictureReader::shown(Picture picture, const Window& window) const {
 // Reads consecutive channels of the file into consecutive slots of the picture's pixels.
 void PictureReader::readInto(Picture& picture, int firstChannel, int channels, int firstSlot) {
   const OIIO::ImageSpec& spec = *spec_;
-  const auto pixelBytes = std::ptrdiff_t{4} * picture.depth;
+  const auto pixelBytes = std::ptrdiff_t{4} * bytesOf(picture.depth);
   const auto rowBytes = static_cast<std::ptrdiff_t>(picture.rowBytes());
   const bool tiled = spec.tile_width > 0 && spec.tile_height > 0;
   const int rows = tiled ? spec.tile_height : bandRows;
   for (int row = 0; row < spec.height; row += rows) {
     const int end = std::min(row + rows, spec.height);
     std::byte* to =
-        picture.pixels.get() + rowBytes * row + std::ptrdiff_t{firstSlot} * picture.depth;
+        picture.pixels.get() + rowBytes * row + std::ptrdiff_t{firstSlot} * bytesOf(picture.depth);
     const bool read =
         tiled ? input_->read_tiles(part_, 0, spec.x, spec.x + spec.width, spec.y + row,
                                    spec.y + end, 0, 1, firstChannel, firstChannel + channels,
-                                   typeOf(picture.depth), to, pixelBytes, rowBytes)
+                                   typeInMemory(picture.depth), to, pixelBytes, rowBytes)
               : input_->read_scanlines(part_, 0, spec.y + row, spec.y + end, 0, firstChannel,
-                                       firstChannel + channels, typeOf(picture.depth), to,
+                                       firstChannel + channels, typeInMemory(picture.depth), to,
                                        pixelBytes, rowBytes);
     if (!read) {
       const std::string reason = input_->geterror();
@@ -370,7 +350,7 @@ void PictureReader::readInto(Picture& picture, int firstChannel, int channels, i
   }
 }
 
-Picture PictureReader::read(int depth, const Window& window, float missingAlpha) {
+Picture PictureReader::read(Depth depth, const Window& window, float missingAlpha) {
   Picture picture = Picture::make(stored_, depth, info_.samples);
   if (green_ == red_ + 1 && blue_ == green_ + 1) {
     const bool alphaFollows = alpha_ == blue_ + 1;
@@ -392,7 +372,7 @@ Picture PictureReader::read(int depth, const Window& window, float missingAlpha)
   return shown(std::move(picture), window);
 }
 
-Picture PictureReader::readChannel(std::string_view channel, int depth, const Window& window) {
+Picture PictureReader::readChannel(std::string_view channel, Depth depth, const Window& window) {
   int index = indexOf(info_.channels, channel);
   if (index < 0 && channel.size() == 1) {
     switch (std::toupper(static_cast<unsigned char>(channel[0]))) {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Depth.h"
 #include "media/Picture.h"
 
 namespace orvanite::media {
@@ -46,16 +47,16 @@ class PictureReader {
 
   /// Reads colour and alpha, with one grey channel standing for all three colours.
   ///
-  /// depth         of the result: 1, 2 or 4
+  /// bytesOf(depth)         of the result
   /// window        the pixels wanted; what lies outside the file's is 0
   /// missingAlpha  0..1, what alpha becomes where the file has none
-  Picture read(int depth, const Window& window, float missingAlpha);
+  Picture read(Depth depth, const Window& window, float missingAlpha);
 
   /// Reads one channel into the result's alpha; its colours are undefined.
   /// The channel is named in full ("mask.A"), or by one of the letters R, G, B, A in either case.
   /// A picture with one channel serves as its own alpha.
   /// Throws Error (wrongUse) that lists the file's channels when it is not there.
-  Picture readChannel(std::string_view channel, int depth, const Window& window);
+  Picture readChannel(std::string_view channel, Depth depth, const Window& window);
 
  private:
   void readInto(Picture& picture, int firstChannel, int channels, int firstSlot);

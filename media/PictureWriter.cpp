@@ -36,12 +36,6 @@ OIIO::TypeDesc typeOf(Samples samples) {
   }
 }
 
-OIIO::TypeDesc typeInMemory(int depth) {
-  return depth == 1   ? OIIO::TypeDesc::UINT8
-         : depth == 2 ? OIIO::TypeDesc::UINT16
-                      : OIIO::TypeDesc::FLOAT;
-}
-
 // Others ignore windows, or are read by programs that do.
 bool hasWindows(const OIIO::ImageOutput& output) {
   return std::string_view(output.format_name()) == "openexr";
@@ -258,12 +252,13 @@ void writePicture(const Picture& picture, const std::string& path) {
     const std::byte* const first =
         picture.pixels.get() +
         picture.rowBytes() * static_cast<std::size_t>(part.y - picture.data.y) +
-        std::size_t{4} * static_cast<std::size_t>(picture.depth * (part.x - picture.data.x));
+        std::size_t{4} *
+            static_cast<std::size_t>(bytesOf(picture.depth) * (part.x - picture.data.x));
     const bool opened = output.open(name, headerFor(picture, part, output));
     const bool written =
-        opened &&
-        output.write_image(typeInMemory(picture.depth), first, OIIO::stride_t{4} * picture.depth,
-                           static_cast<OIIO::stride_t>(picture.rowBytes()));
+        opened && output.write_image(typeInMemory(picture.depth), first,
+                                     OIIO::stride_t{4} * bytesOf(picture.depth),
+                                     static_cast<OIIO::stride_t>(picture.rowBytes()));
     return opened && output.close() && written;
   });
 }

@@ -8,13 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "base/Depth.h"
 #include "media/PictureReader.h"
 
 namespace orvanite::media {
 
 /// What to read of a frame.
 struct Request {
-  int depth = 1;
+  Depth depth = Depth::bytes;
   Window window;  // the pixels wanted, in the source's own coordinates
   float missingAlpha = 1;
   std::string channel;  // a matte's; empty: colours and alpha

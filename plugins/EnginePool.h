@@ -13,6 +13,7 @@
 #include <list>
 #include <mutex>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 #include "keyer/Settings.h"
 
@@ -21,7 +22,7 @@ namespace orvanite {
 /// What an engine is built for.
 struct Recipe {
   Settings settings;
-  int depth = 1;  // 1 8-bit, 2 16-bit, 4 float
+  Depth depth = Depth::bytes;
   Inputs inputs;
   bool operator==(const Recipe&) const = default;
 };

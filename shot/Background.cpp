@@ -41,7 +41,7 @@ OIIO::ImageBuf bufferOver(Picture& picture, const Window& frame) {
 
 // The picture's frame onto the place, of which the part inside the frame is made.
 Picture resampled(Picture& picture, const Window& place, const Window& frame) {
-  Picture result = Picture::make(frame, 4, picture.samples);
+  Picture result = Picture::make(frame, Depth::floats, picture.samples);
   std::memset(result.pixels.get(), 0, result.bytes());
   result.hasAlpha = picture.hasAlpha;
   result.header = picture.header;

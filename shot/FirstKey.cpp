@@ -26,7 +26,7 @@ void setScreen(Settings& settings, const Rgb& colour) {
 CleanPlateUse cleanPlateUse(const Shot& shot, const FirstKeyWish& wish, const Settings& settings) {
   if (!settings.toggle("useReference")) return CleanPlateUse::never;
   if (wish.cleanPlate || shot.has(Role::cleanPlate)) return CleanPlateUse::always;
-  return shot.depth() == 4 ? CleanPlateUse::never : CleanPlateUse::whenUneven;
+  return shot.depth() == Depth::floats ? CleanPlateUse::never : CleanPlateUse::whenUneven;
 }
 
 // What other frames show of the screen is known for all: a few of them, the same ones whatever part
@@ -83,7 +83,7 @@ BlindKey estimatesOf(const Shot& shot, const Settings& settings, std::optional<i
 
 FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& settings) {
   const bool estimate = wish.cleanPlate && settings.toggle("useReference");
-  if (estimate && shot.depth() == 4 && !wish.everything) {
+  if (estimate && shot.depth() == Depth::floats && !wish.everything) {
     throw Error(Fault::wrongUse, "reference",
                 "expected an 8-bit or 16-bit plate, found half or float");
   }

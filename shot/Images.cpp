@@ -8,13 +8,13 @@ namespace orvanite::shot {
 OtileImage imageOf(const media::Picture& picture) { return imageOf(picture, 0, 0); }
 
 OtileImage imageOf(const media::Picture& picture, int x, int y) {
-  const int depth = picture.depth;
+  const Depth depth = picture.depth;
   std::byte* const first =
-      picture.pixels.get() + (std::ptrdiff_t{y} * picture.data.width + x) * 4 * depth;
+      picture.pixels.get() + (std::ptrdiff_t{y} * picture.data.width + x) * 4 * bytesOf(depth);
   return {first,
-          first + depth,
-          first + std::ptrdiff_t{2} * depth,
-          first + std::ptrdiff_t{3} * depth,
+          first + bytesOf(depth),
+          first + std::ptrdiff_t{2} * bytesOf(depth),
+          first + std::ptrdiff_t{3} * bytesOf(depth),
           4,
           4 * picture.data.width};
 }

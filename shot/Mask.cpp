@@ -94,14 +94,9 @@ double coverage(const Mask& mask, double x, double y) {
 
 void join(const Mask& mask, const media::Window& frame, media::Picture& matte) {
   tbb::parallel_for(0, matte.data.height, [&](int row) {
-    switch (matte.depth) {
-      case 1:
-        return joinRow<std::uint8_t>(mask, frame, matte, row, 255);
-      case 2:
-        return joinRow<std::uint16_t>(mask, frame, matte, row, 65535);
-      default:
-        return joinRow<float>(mask, frame, matte, row, 1);
-    }
+    withSampleOf(matte.depth, [&]<class Sample>(std::type_identity<Sample>) {
+      joinRow<Sample>(mask, frame, matte, row, static_cast<float>(maxOf(matte.depth)));
+    });
   });
 }
 

@@ -222,7 +222,7 @@ std::function<Picture()> Shot::beginFile(Role role, int frame, std::function<Win
 // All of a background over the plate's frame. A still is made once and copied from then on.
 std::function<Picture()> Shot::beginBackground(int frame, std::function<Window()> window) const {
   Source* const from = sources_[Role::background].get();
-  const media::Request request{4, from->info().display, 1, ""};
+  const media::Request request{Depth::floats, from->info().display, 1, ""};
   std::function<Picture()> rest;
   if (from->sequential()) rest = from->begin(frame, request);
   const auto make = [this, from, frame, request, rest = std::move(rest)] {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/Depth.h"
 #include "keyer/Settings.h"
 #include "media/ColourSpaces.h"
 #include "media/Source.h"
@@ -92,7 +93,7 @@ class Shot {
   /// How values are stored in results, and bytes of one in memory: the greater of the plate's and
   /// the background's; at least half between colour spaces, where codes leave 0..1.
   media::Samples samples() const { return samples_; }
-  int depth() const { return media::depthOf(samples_); }
+  Depth depth() const { return media::depthOf(samples_); }
 
   /// The encoding that is keyed in, and why.
   media::Encoding encoding() const;

@@ -91,7 +91,7 @@ Window dataOf(Source& source, int frame) {
 media::Picture pixelsOf(Source& source, int frame, Window window) {
   window.x += source.info().display.x;
   window.y += source.info().display.y;
-  return source.read(frame, {4, window, 1, ""});
+  return source.read(frame, {Depth::floats, window, 1, ""});
 }
 
 /// Adds a frame's differences. The picture of them is what the result holds.

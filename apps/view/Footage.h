@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/Depth.h"
 #include "keyer/Settings.h"
 #include "shot/FirstKey.h"
 #include "shot/Shot.h"
@@ -23,8 +24,8 @@ using shot::Role;
 using shot::roles;
 
 struct FootageInfo {
-  int width = 0, height = 0;  // of the plate's frame, which is what is shown
-  int depth = 1;              // that everything is keyed in
+  int width = 0, height = 0;   // of the plate's frame, which is what is shown
+  Depth depth = Depth::bytes;  // that everything is keyed in
   media::Samples samples = media::Samples::uint8;
   std::vector<int> frames;  // ascending; a still has one
   bool isShot = false;

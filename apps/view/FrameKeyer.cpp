@@ -38,20 +38,13 @@ void fillChecker(media::Picture& picture, const media::Window& region, int side,
   }
 }
 
-media::Picture checker(const media::Window& region, int depth, int divisor) {
+media::Picture checker(const media::Window& region, Depth depth, int divisor) {
   media::Picture picture = media::Picture::make(region, depth, media::Samples::uint8);
   const int side = std::max(1, checkerSide / divisor);
-  const auto maximum = static_cast<float>(codeMaximum(depth));
-  switch (depth) {
-    case 1:
-      fillChecker<std::uint8_t>(picture, region, side, maximum);
-      break;
-    case 2:
-      fillChecker<std::uint16_t>(picture, region, side, maximum);
-      break;
-    default:
-      fillChecker<float>(picture, region, side, maximum);
-  }
+  const auto maximum = static_cast<float>(maxOf(depth));
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    fillChecker<Sample>(picture, region, side, maximum);
+  });
   return picture;
 }
 
@@ -189,7 +182,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     band.height = std::min(rows, region.height - row);
     for (OtileImage* image : {&band.pictures.dst, &band.pictures.bg, &band.pictures.fg,
                               &band.pictures.hold, &band.pictures.garbage, &band.pictures.ref}) {
-      const std::ptrdiff_t bytes = std::ptrdiff_t{image->lineStep} * row * info.depth;
+      const std::ptrdiff_t bytes = std::ptrdiff_t{image->lineStep} * row * bytesOf(info.depth);
       for (void** channel : {&image->red, &image->green, &image->blue, &image->alpha}) {
         if (*channel != nullptr) *channel = static_cast<char*>(*channel) + bytes;
       }

@@ -235,7 +235,7 @@ std::string describe(const Footage& footage, const Settings& settings, const std
                  {"reference", file(Role::cleanPlate)}}},
                {"width", info.width},
                {"height", info.height},
-               {"depth", info.depth},
+               {"depth", bytesOf(info.depth)},
                {"samples", media::nameOf(info.samples)},
                {"frames", info.frames},
                {"isShot", info.isShot},
@@ -281,11 +281,11 @@ std::string pictureReply(const RenderedPicture& rendered, const Settings& settin
   return reply;
 }
 
-std::string probeReply(const PixelValues& values, int depth) {
+std::string probeReply(const PixelValues& values, Depth depth) {
   return dump({{"plate", numbers(values.plate)},
                {"matte", number(values.matte)},
                {"result", numbers(values.result)},
-               {"maximum", codeMaximum(depth)}});
+               {"maximum", maxOf(depth)}});
 }
 
 std::string foundReply(const Renderer::Found& found) {

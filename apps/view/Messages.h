@@ -9,6 +9,7 @@
 #include <string>
 
 #include "apps/view/Renderer.h"
+#include "base/Depth.h"
 
 namespace orvanite::view {
 
@@ -49,7 +50,7 @@ std::string describe(const Footage& footage, const Settings& settings, const std
 std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
                          double milliseconds);
 
-std::string probeReply(const PixelValues& values, int depth);
+std::string probeReply(const PixelValues& values, Depth depth);
 /// What was found: texts by the names of the parameters that finding sets, null for a default.
 std::string foundReply(const Renderer::Found& found);
 std::string boxReply(const BoxColours& colours);

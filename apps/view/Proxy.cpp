@@ -73,26 +73,15 @@ media::Picture shrink(const media::Picture& picture, int divisor) {
                              (picture.data.height + divisor - 1) / divisor};
   media::Picture result = media::Picture::make(window, picture.depth, picture.samples);
   result.hasAlpha = picture.hasAlpha;
-  const auto rows = [&](auto sample) {
-    using Sample = decltype(sample);
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
     shrinkRows(reinterpret_cast<const Sample*>(picture.pixels.get()), picture.data.width,
                picture.data.height, reinterpret_cast<Sample*>(result.pixels.get()), divisor);
-  };
-  switch (picture.depth) {
-    case 1:
-      rows(std::uint8_t{});
-      break;
-    case 2:
-      rows(std::uint16_t{});
-      break;
-    default:
-      rows(float{});
-  }
+  });
   return result;
 }
 
 ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width, int height,
-                       int depth) {
+                       Depth depth) {
   ScreenPicture screen{width, height, {}};
   const std::size_t samples = 4 * at(width);
   screen.rgba.resize(samples * at(height));
@@ -101,16 +90,16 @@ ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width,
       const std::byte* from = pixels + at(y) * rowBytes;
       std::uint8_t* to = screen.rgba.data() + at(y) * samples;
       switch (depth) {
-        case 1:
+        case Depth::bytes:
           std::memcpy(to, from, samples);
           break;
-        case 2: {
+        case Depth::shorts: {
           const auto& table = codesOf16();
           const auto* codes = reinterpret_cast<const std::uint16_t*>(from);
           for (std::size_t i = 0; i < samples; ++i) to[i] = table[codes[i]];
           break;
         }
-        default:
+        case Depth::floats:
           OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, from, OIIO::TypeDesc::UINT8, to,
                                      static_cast<int>(samples));
       }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/Depth.h"
 #include "media/Picture.h"
 
 namespace orvanite::view {
@@ -26,7 +27,7 @@ struct ScreenPicture {
 ///
 /// pixels  `height` rows of `width` pixels, `rowBytes` from one row to the next
 ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width, int height,
-                       int depth);
+                       Depth depth);
 
 /// The mean of divisor x divisor pixels for each pixel, as in shrink.
 ScreenPicture shrink(const ScreenPicture& picture, int divisor);

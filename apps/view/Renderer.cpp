@@ -23,7 +23,7 @@ template <class Sample>
 void count(const media::Picture& picture, std::uint32_t weight, MatteMeasure& measure) {
   const auto* sample = reinterpret_cast<const Sample*>(picture.pixels.get()) + 3;
   const std::size_t pixels = picture.bytes() / sizeof(Sample) / 4;
-  const auto maximum = static_cast<float>(codeMaximum(picture.depth));
+  const auto maximum = static_cast<float>(maxOf(picture.depth));
   for (std::size_t i = 0; i < pixels; ++i, sample += 4) {
     const float alpha = static_cast<float>(*sample) / maximum;
     if (!(alpha > 0)) {
@@ -42,36 +42,21 @@ void count(const media::Picture& picture, std::uint32_t weight, MatteMeasure& me
 // Counts alpha; each pixel stands for `weight` of the plate.
 MatteMeasure measureOf(const media::Picture& picture, std::uint32_t weight) {
   MatteMeasure measure;
-  switch (picture.depth) {
-    case 1:
-      count<std::uint8_t>(picture, weight, measure);
-      break;
-    case 2:
-      count<std::uint16_t>(picture, weight, measure);
-      break;
-    default:
-      count<float>(picture, weight, measure);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    count<Sample>(picture, weight, measure);
+  });
   return measure;
 }
 
 std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
   const std::size_t first = 4 * (at(y) * at(picture.data.width) + at(x));
-  const auto maximum = static_cast<float>(codeMaximum(picture.depth));
+  const auto maximum = static_cast<float>(maxOf(picture.depth));
   std::array<float, 4> values{};
   for (std::size_t c = 0; c < 4; ++c) {
-    const std::byte* sample = picture.pixels.get() + (first + c) * at(picture.depth);
-    switch (picture.depth) {
-      case 1:
-        values[c] = static_cast<float>(*reinterpret_cast<const std::uint8_t*>(sample));
-        break;
-      case 2:
-        values[c] = static_cast<float>(*reinterpret_cast<const std::uint16_t*>(sample));
-        break;
-      default:
-        values[c] = *reinterpret_cast<const float*>(sample);
-    }
-    values[c] /= maximum;
+    values[c] = withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+      return static_cast<float>(reinterpret_cast<const Sample*>(picture.pixels.get())[first + c]) /
+             maximum;
+    });
   }
   return values;
 }
@@ -152,9 +137,10 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
 
   if (request.measured) {
     // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
-    const bool alphaIsMatte = result && region == everything &&
-                              (request.view == PageView::overChecker || !info.inputs.background ||
-                               settingsFor(request.view, request.settings).view(info.inputs) != 0);
+    const bool alphaIsMatte =
+        result && region == everything &&
+        (request.view == PageView::overChecker || !info.inputs.background ||
+         settingsFor(request.view, request.settings).view(info.inputs) != View::composite);
     if (!alphaIsMatte) {
       result = keyer(request.slot)
                    .key(request.settings, PageView::matte, frame, keyed, everything, wanted);

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "engine/Depth.h"
+#include "base/Depth.h"
 
 struct QMXOrvaniteTable;
 

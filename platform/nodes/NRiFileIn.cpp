@@ -123,7 +123,7 @@ const NRiFileIn::Header& NRiFileIn::header() {
   found.data = {x, y, x + info.data.width, y + info.data.height};
   found.width = info.display.width;
   found.height = info.display.height;
-  found.bytes = media::depthOf(info.samples);
+  found.bytes = bytesOf(media::depthOf(info.samples));
   found.grey = !info.hasAlpha && info.channels.size() == 1;
   found.channels = info.hasAlpha || found.grey ? 15 : 14;
   header_ = found;
@@ -165,7 +165,7 @@ const media::Picture& NRiFileIn::picture() {
   pictureOf_.clear();
   picture_ = translated([&] {
     const media::Window data = source_->info().data;
-    return source_->read(file.frame, {file.bytes, data, 1, ""});
+    return source_->read(file.frame, {orvanite::Depth{file.bytes}, data, 1, ""});
   });
   pictureOf_ = file.key;
   return picture_;

@@ -124,7 +124,7 @@ media::Picture NRiFileOut::rendered() {
   const media::Window window{region.x1 + header->full_x, region.y1 + header->full_y,
                              region.x2 - region.x1, region.y2 - region.y1};
   media::Picture picture = media::Picture::make(
-      window, pixels.depth, samplesOf(samples_->asString(), pixels.depth, source));
+      window, orvanite::Depth{pixels.depth}, samplesOf(samples_->asString(), pixels.depth, source));
   picture.header = std::move(header);
   // Alpha alone is a matte; whatever has colour is written with all three colours.
   const bool colour = (held & 14) != 0;

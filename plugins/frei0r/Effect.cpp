@@ -257,7 +257,7 @@ Settings Effect::settingsFor(const std::uint32_t* plate) {
   const std::lock_guard guard(lock_);
   if (!findsScreen_ || settings_.given("screen")) return settings_;
   if (!found_) {
-    const Plate frame{imageOf(plate, width_), width_, height_, 1};
+    const Plate frame{imageOf(plate, width_), width_, height_, Depth::bytes};
     Settings values;
     values.setText("colourspace", settings_.text("colourspace"));
     try {
@@ -288,7 +288,8 @@ void Effect::update(const std::uint32_t* plate, const std::uint32_t* background,
       Otile tile{};
       tile.dst = imageOf(out, width_);
       tile.fg = imageOf(plate, width_);
-      if (recipe.settings.view(recipe.inputs) == 0) tile.bg = imageOf(background, width_);
+      if (recipe.settings.view(recipe.inputs) == View::composite)
+        tile.bg = imageOf(background, width_);
       result = orvanite_render(lease.engine(), 1, width_, height_, &tile);
     }
   }

@@ -20,20 +20,20 @@ namespace {
 // The pixels of a host's picture, whose rows may lie anyhow, as the screen's search reads them.
 struct PlateCopy {
   explicit PlateCopy(const Picture& picture) : bounds(picture.bounds) {
-    const int depth = workingDepth(picture.sample, false);
+    const Depth depth = workingDepth(picture.sample, false);
     plate.width = bounds.x2 - bounds.x1;
     plate.height = bounds.y2 - bounds.y1;
     plate.depth = depth;
     const auto samples = static_cast<std::size_t>(plate.width * picture.channels);
-    const std::size_t row = samples * static_cast<std::size_t>(depth);
+    const std::size_t row = samples * static_cast<std::size_t>(bytesOf(depth));
     bytes.resize(row * static_cast<std::size_t>(plate.height));
     for (int y = 0; y < plate.height; ++y) {
       toWorking(bytes.data() + static_cast<std::size_t>(y) * row, depth,
                 picture.data + y * picture.rowBytes, picture.sample, samples);
     }
     std::byte* const at = bytes.data();
-    plate.image = OtileImage{at,      at + depth,       at + std::ptrdiff_t{2} * depth,
-                             nullptr, picture.channels, picture.channels * plate.width};
+    plate.image = OtileImage{at,      at + bytesOf(depth), at + std::ptrdiff_t{2} * bytesOf(depth),
+                             nullptr, picture.channels,    picture.channels * plate.width};
   }
 
   ofx::RectI bounds;

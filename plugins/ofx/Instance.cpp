@@ -134,7 +134,7 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
     }
   };
   ask(source_, ofx::sourceClip, true);
-  ask(background_, backgroundClip, request.settings.view(request.inputs) == 0);
+  ask(background_, backgroundClip, request.settings.view(request.inputs) == View::composite);
   askMatte(holdOut_, holdOutClip, request.holdPicture, request.panel.holdChannel);
   askMatte(garbage_, garbageClip, request.garbagePicture, request.panel.garbageChannel);
   ask(reference_, referenceClip, request.inputs.reference);
@@ -151,7 +151,7 @@ ofx::Status Instance::isIdentity(Properties in, Properties out) {
     if (!sample) return ofx::replyDefault;
     std::string problem = request.settings.screenProblem();
     if (problem.empty()) {
-      const int depth = workingDepth(*sample, request.inputs.reference);
+      const Depth depth = workingDepth(*sample, request.inputs.reference);
       const auto lease = engines_.lease({request.settings, depth, request.inputs});
       problem = tableProblem(lease.result());
     } else {

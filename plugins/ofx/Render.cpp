@@ -127,7 +127,7 @@ ofx::Status Instance::render(Properties in) {
   const Request request = requestAt(time);
   const Settings& settings = request.settings;
   const Inputs& inputs = request.inputs;
-  job.background = settings.view(inputs) == 0;
+  job.background = settings.view(inputs) == View::composite;
   job.sourceColours = request.panel.intermediate;
   for (int c = 0; c < 3; ++c)
     job.screen[static_cast<std::size_t>(c)] = settings.number("screen", c);

@@ -21,7 +21,7 @@ struct Band {
 
   int width() const { return job.window.x2 - job.window.x1; }
   int y(int line) const { return job.firstLine + (first + line) * job.lineStride; }
-  std::size_t pixelBytes() const { return static_cast<std::size_t>(4 * job.depth); }
+  std::size_t pixelBytes() const { return static_cast<std::size_t>(4 * bytesOf(job.depth)); }
   std::size_t stagedRowBytes() const { return static_cast<std::size_t>(width()) * pixelBytes(); }
   std::size_t stagedBytes() const { return stagedRowBytes() * static_cast<std::size_t>(count); }
 };
@@ -34,26 +34,28 @@ std::byte* pixelAt(const Picture& picture, int x, int y) {
 // Whether the engine keys the band fast in the picture itself. It reads integers of three channels
 // too, but one by one: slower than a copy of four.
 bool liesRight(const Picture& picture, const Band& band) {
-  const int depth = band.job.depth;
+  const Depth depth = band.job.depth;
   const ofx::RectI& window = band.job.window;
   const int last = band.y(band.count - 1);
   const bool covers = picture.bounds.x1 <= window.x1 && picture.bounds.x2 >= window.x2 &&
                       picture.bounds.y1 <= band.y(0) && picture.bounds.y2 > last;
   // Float kernels step four elements from pixel to pixel whatever they are told.
-  const bool interleaved = picture.channels == 4 || (picture.channels == 1 && depth < 4);
+  const bool interleaved =
+      picture.channels == 4 || (picture.channels == 1 && depth != Depth::floats);
   const std::ptrdiff_t step = picture.rowBytes * band.job.lineStride;
-  const bool aligned =
-      picture.rowBytes % depth == 0 &&
-      reinterpret_cast<std::uintptr_t>(picture.data) % static_cast<std::uintptr_t>(depth) == 0;
+  const bool aligned = picture.rowBytes % bytesOf(depth) == 0 &&
+                       reinterpret_cast<std::uintptr_t>(picture.data) %
+                               static_cast<std::uintptr_t>(bytesOf(depth)) ==
+                           0;
   constexpr std::ptrdiff_t limit = std::numeric_limits<int>::max();
   return isNative(picture.sample, depth) && covers && interleaved && aligned &&
-         step / depth < limit && step / depth > -limit;
+         step / bytesOf(depth) < limit && step / bytesOf(depth) > -limit;
 }
 
-OtileImage imageAt(std::byte* data, int depth, int channels, std::ptrdiff_t lineBytes) {
+OtileImage imageAt(std::byte* data, Depth depth, int channels, std::ptrdiff_t lineBytes) {
   OtileImage image{};
   const auto channel = [&](int index) {
-    return static_cast<void*>(data + std::ptrdiff_t{index} * depth);
+    return static_cast<void*>(data + std::ptrdiff_t{index} * bytesOf(depth));
   };
   if (channels >= 3) {
     image.red = channel(0);
@@ -63,7 +65,7 @@ OtileImage imageAt(std::byte* data, int depth, int channels, std::ptrdiff_t line
   if (channels == 4) image.alpha = channel(3);
   if (channels == 1) image.alpha = channel(0);
   image.pixelStep = channels;
-  image.lineStep = static_cast<int>(lineBytes / depth);
+  image.lineStep = static_cast<int>(lineBytes / bytesOf(depth));
   return image;
 }
 
@@ -75,9 +77,9 @@ void fill(std::byte* at, int n, const std::byte* pixel, std::size_t pixelBytes) 
 
 // n pixels of 1, 3 or 4 channels become four: a lone alpha goes to alpha, a missing one is
 // `opaque`.
-void widen(std::byte* to, const std::byte* from, int n, int channels, int depth,
+void widen(std::byte* to, const std::byte* from, int n, int channels, Depth depth,
            const std::byte* opaque) {
-  const auto element = static_cast<std::size_t>(depth);
+  const auto element = static_cast<std::size_t>(bytesOf(depth));
   if (channels == 4) {
     std::memcpy(to, from, static_cast<std::size_t>(n) * 4 * element);
     return;
@@ -101,7 +103,7 @@ struct PixelBytes {
 PixelBytes screenPixel(const WindowJob& job) {
   PixelBytes pixel;
   for (int c = 0; c < 3; ++c) {
-    writeCode(pixel.bytes + std::ptrdiff_t{c} * job.depth, job.depth,
+    writeCode(pixel.bytes + std::ptrdiff_t{c} * bytesOf(job.depth), job.depth,
               job.screen[static_cast<std::size_t>(c)]);
   }
   return pixel;
@@ -110,7 +112,7 @@ PixelBytes screenPixel(const WindowJob& job) {
 // Stages the band of a picture, or of none, and describes the copy.
 OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& outside,
                  std::byte* room, std::vector<std::byte>& row) {
-  const int depth = band.job.depth;
+  const Depth depth = band.job.depth;
   const ofx::RectI& window = band.job.window;
   PixelBytes opaque;
   writeCode(opaque.bytes, depth, 1.0f);
@@ -130,7 +132,7 @@ OtileImage stage(const Picture* picture, const Band& band, const PixelBytes& out
       const std::byte* at = pixelAt(*picture, from, y);
       if (!isNative(picture->sample, depth)) {
         const auto samples = static_cast<std::size_t>((to - from) * picture->channels);
-        row.resize(samples * static_cast<std::size_t>(depth));
+        row.resize(samples * static_cast<std::size_t>(bytesOf(depth)));
         toWorking(row.data(), depth, at, picture->sample, samples);
         at = row.data();
       }
@@ -267,7 +269,8 @@ int keyBand(const Band& band, Staging& staging) {
                        job.dst.rowBytes * job.lineStride)
              : imageAt(staged, job.depth, 4, static_cast<std::ptrdiff_t>(band.stagedRowBytes()));
 
-  const int result = orvanite_render(job.engine, job.depth, band.width(), band.count, &tile);
+  const int result =
+      orvanite_render(job.engine, bytesOf(job.depth), band.width(), band.count, &tile);
   if (result != 0) return result;
   if (!direct) unstage(job.dst, band, staged);
   if (job.sourceColours && job.fg) copyColours(band);

@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/Depth.h"
 #include "engine/orvanite.h"
 #include "keyer/Mattes.h"
 #include "keyer/Samples.h"
@@ -30,10 +31,10 @@ struct Picture {
 /// Everything that a window's lines need. Read-only while they are keyed.
 struct WindowJob {
   QMXOrvaniteTable* engine = nullptr;
-  int depth = 1;        // 1, 2 or 4: what is keyed, whatever the pictures' samples are
-  ofx::RectI window{};  // inside dst
-  int firstLine = 0;    // y of line 0: window.y1, or the first line of the field
-  int lineStride = 1;   // 2 where a single field is rendered into a full frame
+  Depth depth = Depth::bytes;  // what is keyed, whatever the pictures' samples are
+  ofx::RectI window{};         // inside dst
+  int firstLine = 0;           // y of line 0: window.y1, or the first line of the field
+  int lineStride = 1;          // 2 where a single field is rendered into a full frame
   int lines = 0;
 
   Picture dst;                  // 3 or 4 channels

@@ -122,7 +122,7 @@ TEST(BlindKey, KnowsTheScreenBehindASubjectAndInItsCreases) {
   const BlindKey key = findKey(canvas.plate(), video());
   EXPECT_TRUE(key.plate.local);
   Canvas clean(width, height, 2);
-  key.writeCleanPlate(clean.plate().image, 2);
+  key.writeCleanPlate(clean.plate().image, Depth::shorts);
   for (int x = 4; x < width - 4; ++x) {
     EXPECT_NEAR(colourAt(clean.plate(), x, 60)[1], green[1] * light(x), 0.02f) << x;
   }
@@ -173,7 +173,7 @@ TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
   EXPECT_LT(taken, solid / 20) << solid;
   // Halfway the screen has .9 of its light.
   Canvas clean(width, height, 2);
-  key.writeCleanPlate(clean.plate().image, 2);
+  key.writeCleanPlate(clean.plate().image, Depth::shorts);
   for (std::size_t c = 0; c < 3; ++c) {
     EXPECT_NEAR(colourAt(clean.plate(), 80, 60)[c], 0.9f * olive[c], 0.015f);
   }
@@ -265,7 +265,7 @@ TEST(BlindKey, IsSteadyOverAShotAndSeesTheCameraMove) {
   // Behind the first frame's subject, where the later frame shows the screen: sin(50/15) = -.1906,
   // .8 - .0381 + .1 * .5 = .8119 of .6.
   Canvas clean(width, height, 2);
-  key.writeCleanPlate(clean.plate().image, 2);
+  key.writeCleanPlate(clean.plate().image, Depth::shorts);
   EXPECT_NEAR(colourAt(clean.plate(), 50, 60)[1], 0.6f * 0.8119f, 0.01f);
   // The middle of the solid part, in every frame.
   double sum = 0, squares = 0;

@@ -25,8 +25,10 @@ class Canvas {
 
   Plate plate() {
     std::uint8_t* p = bytes_.data();
-    return {
-        {p, p + depth_, p + 2 * depth_, p + 3 * depth_, 4, 4 * width_}, width_, height_, depth_};
+    return {{p, p + depth_, p + 2 * depth_, p + 3 * depth_, 4, 4 * width_},
+            width_,
+            height_,
+            Depth{depth_}};
   }
 
   void set(int x, int y, const Rgb& c) {

@@ -35,7 +35,7 @@ struct Canvas {
       std::memcpy(&bytes[at(x, y, c)], &value, 4);
     } else {
       const auto code =
-          static_cast<unsigned>(std::lround(value * static_cast<float>(codeMaximum(depth))));
+          static_cast<unsigned>(std::lround(value * static_cast<float>(maxOf(Depth{depth}))));
       std::memcpy(&bytes[at(x, y, c)], &code, static_cast<std::size_t>(depth));
     }
   }
@@ -53,7 +53,7 @@ struct Canvas {
     }
     unsigned code = 0;
     std::memcpy(&code, &bytes[at(x, y, c)], static_cast<std::size_t>(depth));
-    return static_cast<float>(code) / static_cast<float>(codeMaximum(depth));
+    return static_cast<float>(code) / static_cast<float>(maxOf(Depth{depth}));
   }
   OtileImage image(int x = 0, int y = 0) {
     unsigned char* first = &bytes[at(x, y, 0)];
@@ -165,7 +165,7 @@ struct Scene {
     Frame frame;
     frame.width = width;
     frame.height = height;
-    frame.depth = plate.depth;
+    frame.depth = Depth{plate.depth};
     frame.pictures.dst = to;
     frame.pictures.fg = plate.image(x, y);
     if (inputs.background) frame.pictures.bg = background.image(x, y);
@@ -186,7 +186,7 @@ Settings with(Settings settings, const std::vector<Change>& changes) {
 // Keys a whole scene on one thread.
 Canvas keyed(Scene& scene, const Settings& settings, int threads = 1) {
   Keyer keyer;
-  keyer.prepare(settings, scene.plate.depth, scene.inputs);
+  keyer.prepare(settings, Depth{scene.plate.depth}, scene.inputs);
   Canvas out(scene.plate.width, scene.plate.height, scene.plate.depth);
   keyer.render(scene.frame(out.image(), 0, 0, out.width, out.height), threads);
   return out;
@@ -228,7 +228,7 @@ TEST(Finish, GivesTheSameBytesOnAnyThreadsInPlaceAndFromAnyPartWithItsBorder) {
           EXPECT_EQ(keyed(scene, settings, threads).bytes, whole.bytes) << what << threads;
         }
         Keyer keyer;
-        keyer.prepare(settings, depth, everything);
+        keyer.prepare(settings, Depth{depth}, everything);
         // In the place of the plate, and of the background.
         for (const bool overPlate : {true, false}) {
           Scene place(width, height, depth, everything);

@@ -54,7 +54,7 @@ struct Pictures {
     Frame frame;
     frame.width = width;
     frame.height = height;
-    frame.depth = depth;
+    frame.depth = Depth{depth};
     frame.pictures.fg = image(2, bottomUp);
     frame.pictures.dst = image(inPlace ? 2 : 0, bottomUp);
     if (inputs.background) frame.pictures.bg = image(1, bottomUp);
@@ -74,7 +74,7 @@ TEST(Keyer, GivesTheBytesOfOneTileOnAnyThreadsInPlaceOrNot) {
       const Inputs inputs{true, true, true, depth != 4};
       Pictures expected(53, height, depth);
       QMXOrvaniteTable* engine = orvanite_new();
-      settings.applyTo(engine, depth, inputs);
+      settings.applyTo(engine, Depth{depth}, inputs);
       ASSERT_EQ(orvanite_makeLuts(engine), 0);
       Otile whole = expected.frame(inputs, false, false).pictures;
       ASSERT_EQ(orvanite_render(engine, depth, 53, height, &whole), 0);
@@ -82,7 +82,7 @@ TEST(Keyer, GivesTheBytesOfOneTileOnAnyThreadsInPlaceOrNot) {
       ASSERT_NE(expected.data[0], Pictures(53, height, depth).data[0]);
 
       Keyer keyer;
-      keyer.prepare(settings, depth, inputs);
+      keyer.prepare(settings, Depth{depth}, inputs);
       for (int threads : {0, 1, 2, 3, 7}) {
         for (bool inPlace : {false, true}) {
           for (bool bottomUp : {false, true}) {
@@ -107,7 +107,7 @@ TEST(Keyer, OnePreparedKeyerServesSeveralRendersAtOnce) {
   Settings settings;
   const Inputs inputs{true, false, false, false};
   Keyer keyer;
-  keyer.prepare(settings, 1, inputs);
+  keyer.prepare(settings, Depth::bytes, inputs);
   Pictures expected(64, 64, 1);
   keyer.render(expected.frame(inputs, false, false), 1);
   std::vector<Pictures> pictures(4, Pictures(64, 64, 1));
@@ -127,7 +127,7 @@ TEST(Keyer, CompositeWithoutABackgroundIsOneOverBlack) {
   const auto keyed = [](const Settings& settings) {
     Pictures pictures(8, 8, 2);
     Keyer keyer;
-    keyer.prepare(settings, 2, {});
+    keyer.prepare(settings, Depth::shorts, {});
     keyer.render(pictures.frame({}, false, false), 1);
     return pictures.data[0];
   };
@@ -146,16 +146,16 @@ TEST(Keyer, RefusesWhatItCannotKeyAndSaysWhy) {
     }
     return "nothing was thrown";
   };
-  EXPECT_EQ(message([&] { keyer.prepare(grey, 1, {}); }),
+  EXPECT_EQ(message([&] { keyer.prepare(grey, Depth::bytes, {}); }),
             "screen: expected a colour, found a grey (0.5)");
   EXPECT_EQ(message([&] {
-              keyer.prepare(Settings(), 4, {false, false, false, true});
+              keyer.prepare(Settings(), Depth::floats, {false, false, false, true});
             }),
             "reference: expected 8- or 16-bit pictures with a clean plate, found float pictures");
   Pictures pictures(4, 4, 1);
   const Frame frame = pictures.frame({}, false, false);
   EXPECT_NE(message([&] { keyer.render(frame); }).find("prepared"), std::string::npos);
-  keyer.prepare(Settings(), 1, {true, false, false, false});
+  keyer.prepare(Settings(), Depth::bytes, {true, false, false, false});
   EXPECT_EQ(message([&] { keyer.render(frame); }),
             "frame: a picture that the keyer was prepared for is missing");
 }

@@ -172,7 +172,7 @@ TEST(Plate, IsKeyedCloseToItsMatteAndObeysItsOtherMattes) {
   Frame frame;
   frame.width = keyed.width;
   frame.height = keyed.height;
-  frame.depth = 4;
+  frame.depth = Depth::floats;
   const auto image = [](const Picture& picture) {
     auto* first = const_cast<float*>(picture.samples.data());
     return OtileImage{first, first + 1, first + 2, first + 3, 4, 4 * picture.width};
@@ -183,7 +183,7 @@ TEST(Plate, IsKeyedCloseToItsMatteAndObeysItsOtherMattes) {
   frame.pictures.garbage = image(p.garbage);
   Keyer keyer;
   const Inputs inputs{false, true, true, false};
-  keyer.prepare(settings, 4, inputs);
+  keyer.prepare(settings, Depth::floats, inputs);
   keyer.render(frame);
   double error = 0;
   long mixed = 0;

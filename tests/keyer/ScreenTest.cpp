@@ -148,7 +148,7 @@ TEST(CleanPlate, ShowsTheLocalScreenAndLeadsItBehindTheSubject) {
     const CleanPlate clean(plate, findScreen(plate));
     Canvas written(width, height, depth);
     const Plate estimate = written.plate();
-    clean.write(estimate.image, depth);
+    clean.write(estimate.image, Depth{depth});
     float worst = 0, worstBehind = 0;
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) {

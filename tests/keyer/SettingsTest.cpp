@@ -49,14 +49,14 @@ TEST(Settings, EveryParameterReachesTheEngineAndAnUnchangedOneCausesNoWork) {
     // The flat colour matters in one output alone.
     if (parameter.name == "backgroundColour") settings.setText("output", "compOnColour");
     Engine engine(orvanite_new());
-    settings.applyTo(engine.get(), 2, everything);
+    settings.applyTo(engine.get(), Depth::shorts, everything);
     int changes = 0;
     orvanite_installCallback(
         engine.get(), [](void* count) { ++*static_cast<int*>(count); }, &changes);
-    settings.applyTo(engine.get(), 2, everything);
+    settings.applyTo(engine.get(), Depth::shorts, everything);
     EXPECT_EQ(changes, 0) << parameter.name;
     change(settings, parameter);
-    settings.applyTo(engine.get(), 2, everything);
+    settings.applyTo(engine.get(), Depth::shorts, everything);
     EXPECT_GE(changes, 1) << parameter.name;
     orvanite_installCallback(engine.get(), nullptr, nullptr);
   }
@@ -181,7 +181,7 @@ TEST(Settings, SeesScreensThatTheEngineRefusesAndNoOthers) {
     EXPECT_EQ(settings.screenProblem().empty(), screen.result == 0) << screen.screen;
     for (int depth : {1, 2, 4}) {
       Engine engine(orvanite_new());
-      settings.applyTo(engine.get(), depth, {});
+      settings.applyTo(engine.get(), Depth{depth}, {});
       EXPECT_EQ(orvanite_makeLuts(engine.get()), screen.result)
           << screen.screen << " depth " << depth;
     }

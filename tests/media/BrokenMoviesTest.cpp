@@ -72,7 +72,7 @@ std::vector<int> shownBy(const Folder& folder, const std::string& name) {
   const auto source = media::Source::open(folder / name);
   std::vector<int> shown;
   for (const int frame : source->frames()) {
-    const auto picture = source->read(frame, {1, source->info().display, 1, ""});
+    const auto picture = source->read(frame, {Depth::bytes, source->info().display, 1, ""});
     shown.push_back(static_cast<int>(std::lround((static_cast<int>(picture.pixels[0]) - 8) / 4.0)));
   }
   return shown;

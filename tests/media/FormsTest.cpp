@@ -93,7 +93,7 @@ TEST(Forms, MoviesOfPhonesAreTurnedAsAPlayerTurnsThem) {
 // A picture whose channels are constants: which were read?
 std::array<float, 4> readOf(const std::string& path) {
   media::PictureReader reader(path);
-  const Picture picture = reader.read(4, reader.info().data, 1);
+  const Picture picture = reader.read(Depth::floats, reader.info().data, 1);
   std::array<float, 4> pixel{};
   std::memcpy(pixel.data(), picture.pixels.get(), sizeof pixel);
   return pixel;

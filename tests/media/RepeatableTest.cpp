@@ -22,7 +22,7 @@ Picture pictureOf(media::Samples samples, int shift, int width = 96) {
   for (std::size_t i = 0; i < picture.bytes(); ++i) {
     bytes[i] =
         static_cast<unsigned char>((i * 7 + i / 400 * 13 + static_cast<std::size_t>(shift) * 5) &
-                                   (picture.depth == 4 ? 63 : 255));
+                                   (picture.depth == Depth::floats ? 63 : 255));
   }
   return picture;
 }

@@ -184,7 +184,7 @@ inline std::unique_ptr<HostImage> flatKey(orvanite::Settings settings, const Pic
   }
   if (panel.intermediate) settings.setText("output", "unpremultiplied");
   QMXOrvaniteTable* engine = orvanite_new();
-  settings.applyTo(engine, depth, inputs);
+  settings.applyTo(engine, orvanite::Depth{depth}, inputs);
   if (orvanite_makeLuts(engine) != 0) {
     orvanite_delete(engine);
     return nullptr;
@@ -204,7 +204,7 @@ inline std::unique_ptr<HostImage> flatKey(orvanite::Settings settings, const Pic
   Otile tile{};
   tile.dst = describe(*out);
   tile.fg = describe(fg);
-  if (settings.view(inputs) == 0) tile.bg = describe(bg);
+  if (settings.view(inputs) == orvanite::View::composite) tile.bg = describe(bg);
   if (inputs.holdOut) tile.hold = describe(keep);
   if (inputs.garbage) tile.garbage = describe(cut);
   if (inputs.reference) tile.ref = describe(reference);

@@ -119,7 +119,7 @@ std::vector<std::uint32_t> flat(const Settings& settings, const std::vector<std:
   orvanite::Inputs inputs;
   inputs.background = below != nullptr;
   QMXOrvaniteTable* engine = orvanite_new();
-  settings.applyTo(engine, 1, inputs);
+  settings.applyTo(engine, orvanite::Depth::bytes, inputs);
   EXPECT_EQ(orvanite_makeLuts(engine), 0);
   const auto image = [&](const std::vector<std::uint32_t>& pixels) {
     auto* at = reinterpret_cast<unsigned char*>(const_cast<std::uint32_t*>(pixels.data()));
