@@ -6,10 +6,16 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/Frames.h"
+
 namespace orvanite::bench {
 
 /// Says how many pixels an iteration keys, and how many that is a second.
 void countPixels(benchmark::State& state);
+
+/// Measures keys of the pictures with settings that may ask for the background.
+void keyOverBackground(benchmark::State& state, const Settings& settings, const Pictures& pictures,
+                       int threads);
 
 /// memory/BITS/THREADS and key/BITS/ENCODING/OUTPUT/THREADS.
 void registerKeying();

@@ -34,22 +34,12 @@ const std::vector<Case>& cases() {
 }
 
 void finish(benchmark::State& state, int depth, Encoding encoding, const Case& one, int threads) {
-  const Pictures& p = pictures(depth, encoding);
   Settings settings = everydaySettings(encoding, "composite");
   for (const Case& each : cases()) {
     if (each.name != one.name && one.name != "all") continue;
     for (const auto& [name, value] : each.changes) settings.setText(name, value);
   }
-  Inputs inputs;
-  inputs.background = true;
-  Keyer keyer;
-  keyer.prepare(settings, Depth{depth}, inputs);
-  const Frame frame = p.frame();
-  for (auto _ : state) {
-    keyer.render(frame, threads);
-    benchmark::ClobberMemory();
-  }
-  countPixels(state);
+  keyOverBackground(state, settings, pictures(depth, encoding), threads);
 }
 
 }  // namespace

@@ -22,6 +22,20 @@ void countPixels(benchmark::State& state) {
       pixels * 1e-6 * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
+void keyOverBackground(benchmark::State& state, const Settings& settings, const Pictures& pictures,
+                       int threads) {
+  Keyer keyer;
+  Inputs inputs;
+  inputs.background = true;
+  keyer.prepare(settings, Depth{pictures.depth}, inputs);
+  const Frame frame = pictures.frame();
+  for (auto _ : state) {
+    keyer.render(frame, threads);
+    benchmark::ClobberMemory();
+  }
+  countPixels(state);
+}
+
 namespace {
 
 void passOver(const Pictures& p, std::size_t begin, std::size_t end) {
@@ -51,17 +65,7 @@ void memory(benchmark::State& state, int depth, int threads) {
 }
 
 void key(benchmark::State& state, int depth, Encoding encoding, const char* output, int threads) {
-  const Pictures& p = pictures(depth, encoding);
-  Keyer keyer;
-  Inputs inputs;
-  inputs.background = true;
-  keyer.prepare(everydaySettings(encoding, output), Depth{depth}, inputs);
-  const Frame frame = p.frame();
-  for (auto _ : state) {
-    keyer.render(frame, threads);
-    benchmark::ClobberMemory();
-  }
-  countPixels(state);
+  keyOverBackground(state, everydaySettings(encoding, output), pictures(depth, encoding), threads);
 }
 
 }  // namespace
