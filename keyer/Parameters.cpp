@@ -22,8 +22,8 @@ constexpr Choice outputs[] = {
     {"unpremultiplied", "Foreground",
      "the cleaned foreground, not multiplied by the matte, with the matte in alpha"},
     {"status", "Status",
-     "black: all screen; blue: all foreground; red to yellow: between, greener as the matte rises; "
-     "more red under the hold-out matte"},
+     "black: all screen; blue: all foreground; olive to green: between, greener as the matte rises; "
+     "redder where the hold-out matte keeps"},
     {"matte", "Matte", "the matte in all four channels"},
 };
 
@@ -104,17 +104,25 @@ constexpr Parameter table[] = {
      "How the key weighs the screen's two lesser channels in dark tones: 0 all on the weakest, 1 all "
      "on the middle one."},
     {"midtoneBalance", "Midtone balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9f, 0, 0}, "", {},
-     {"midtoneBalance", "", ""}, byScreen, ofScreen, "The same in middle tones."},
+     {"midtoneBalance", "", ""}, byScreen, ofScreen,
+     "How the key weighs the screen's two lesser channels in middle tones: 0 all on the weakest, 1 all "
+     "on the middle one."},
     {"highlightBalance", "Highlight balance", balanceGroup, number, "weight", 0, 1, 0, 1, {0.9f, 0, 0}, "", {},
-     {"highlightBalance", "", ""}, byScreen, ofScreen, "The same in bright tones."},
+     {"highlightBalance", "", ""}, byScreen, ofScreen,
+     "How the key weighs the screen's two lesser channels in bright tones: 0 all on the weakest, 1 all "
+     "on the middle one."},
     {"shadowGain", "Shadow gain", balanceGroup, number, "weight", -0.5f, 0.5f, -1, 1, {0, 0, 0}, "", {},
      {"shadowGain", "", ""}, fixed, ofScreen,
      "Added to the weight of the screen's strongest channel in dark tones: above 0 keys more out, "
      "below 0 keeps more."},
     {"midtoneGain", "Midtone gain", balanceGroup, number, "weight", -0.5f, 0.5f, -1, 1, {0, 0, 0}, "", {},
-     {"midtoneGain", "", ""}, fixed, ofScreen, "The same in middle tones."},
+     {"midtoneGain", "", ""}, fixed, ofScreen,
+     "Added to the weight of the screen's strongest channel in middle tones: above 0 keys more out, "
+     "below 0 keeps more."},
     {"highlightGain", "Highlight gain", balanceGroup, number, "weight", -0.5f, 0.5f, -1, 1, {0, 0, 0}, "", {},
-     {"highlightGain", "", ""}, fixed, ofScreen, "The same in bright tones."},
+     {"highlightGain", "", ""}, fixed, ofScreen,
+     "Added to the weight of the screen's strongest channel in bright tones: above 0 keys more out, "
+     "below 0 keeps more."},
     {"midTonesAt", "Midtones at", balanceGroup, triple, "value", 0, 1, 0, colourTop, {0.5f, 0.5f, 0.5f}, "", {},
      {"midTonesAt", "", ""}, fixed, ofScreen, "Value at which the middle tones lie."},
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <utility>
 
 #include "base/Error.h"
@@ -58,9 +59,14 @@ media::ColourPath ColourOptions::path() const {
   return path;
 }
 
-std::vector<std::string> ColourOptions::words() const {
+std::vector<std::string> ColourOptions::words(bool absolute) const {
+  // A configuration may also be one that the library has built in, by a name with a colon.
+  const bool isFile = config_.find("://") == std::string::npos;
+  const std::string config = absolute && isFile && !config_.empty()
+                                 ? std::filesystem::absolute(config_).string()
+                                 : config_;
   std::vector<std::string> words;
-  for (const auto& [name, value] : {std::pair{"--ocio", &config_},
+  for (const auto& [name, value] : {std::pair{"--ocio", &config},
                                     {"--input-space", &input_},
                                     {"--bg-space", &background_},
                                     {"--working-space", &working_},

@@ -26,7 +26,9 @@ class ColourOptions {
   media::ColourPath path() const;
 
   /// The options as they were given, as words of a command line.
-  std::vector<std::string> words() const;
+  ///
+  /// absolute  the configuration's file by its whole path, so that they hold in any folder
+  std::vector<std::string> words(bool absolute = false) const;
 
  private:
   std::string config_, input_, background_, working_, output_;

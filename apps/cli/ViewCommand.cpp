@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,26 +43,36 @@ std::string outputOf(const ViewCommandOptions& options) {
   return options.output.empty() ? "key.png" : options.output;
 }
 
+// What the page hands out is used in any folder.
+std::string absolute(const std::string& path) {
+  return path.empty() ? path : std::filesystem::absolute(path).lexically_normal().string();
+}
+
+// Where what the page hands out writes to: the folder that it is used in, if nobody said where.
+std::string outputAnywhere(const ViewCommandOptions& options) {
+  return options.output.empty() ? outputOf(options) : absolute(options.output);
+}
+
 // What follows `orvanite` on the command line that keys the same into a file.
 std::vector<std::string> argumentsFor(const ViewCommandOptions& options, const Settings& settings,
                                       const std::string& output) {
-  std::vector<std::string> arguments{"key", options.file(Role::plate)};
+  std::vector<std::string> arguments{"key", absolute(options.file(Role::plate))};
   const auto file = [&](const char* option, const std::string& path) {
-    if (!path.empty()) arguments.insert(arguments.end(), {option, path});
+    if (!path.empty()) arguments.insert(arguments.end(), {option, absolute(path)});
   };
   file("--bg", options.file(Role::background));
   file("--hold-out", options.file(Role::holdOut));
   file("--garbage", options.file(Role::garbage));
   file("--reference", options.file(Role::cleanPlate));
-  for (const std::string& word : options.colours.words()) arguments.push_back(word);
+  for (const std::string& word : options.colours.words(true)) arguments.push_back(word);
   for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
-  file("-o", output);
+  arguments.insert(arguments.end(), {"-o", output});
   return arguments;
 }
 
 std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
   std::string line = "orvanite";
-  for (const std::string& argument : argumentsFor(options, settings, outputOf(options))) {
+  for (const std::string& argument : argumentsFor(options, settings, outputAnywhere(options))) {
     line += ' ' + shellWord(argument);
   }
   return line;
@@ -76,11 +87,11 @@ std::string scriptFor(const ViewCommandOptions& options, const Settings& setting
     throw Error(Fault::wrongUse, "script", "a script cannot hold colour spaces");
   }
   return scriptOf(settings,
-                  {{options.file(Role::plate)},
-                   {options.file(Role::background)},
-                   {options.file(Role::holdOut)},
-                   {options.file(Role::garbage)},
-                   outputOf(options),
+                  {{absolute(options.file(Role::plate))},
+                   {absolute(options.file(Role::background))},
+                   {absolute(options.file(Role::holdOut))},
+                   {absolute(options.file(Role::garbage))},
+                   outputAnywhere(options),
                    shot::usualAlpha(settings.text("output")),
                    shot::PastEnd::hold,
                    {}},

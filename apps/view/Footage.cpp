@@ -46,6 +46,7 @@ std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int
   if (!shotEstimates_ || estimatedIn_ != encoding) {
     Settings plain;
     plain.setText("colourspace", encoding);
+    const auto turn = turnToRead(Role::plate);
     shotEstimates_ = std::make_shared<const BlindKey>(shot::estimatesOf(shot_, plain));
     estimatedIn_ = encoding;
     frameEstimates_.clear();
@@ -58,6 +59,26 @@ std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int
   frameEstimates_.push_front({frame, divisor, key});
   if (frameEstimates_.size() > kept) frameEstimates_.pop_back();
   return key;
+}
+
+shot::FirstKey Footage::find(const shot::FirstKeyWish& wish, Settings& settings) {
+  const std::lock_guard finding(finding_);
+  const std::string encoding = settings.text("colourspace");
+  shot::FirstKey key = [&] {
+    const auto turn = turnToRead(Role::plate);
+    return findFirstKey(shot_, wish, settings);
+  }();
+  if (key.blind && wish.frame.value_or(info_.frames.front()) == info_.frames.front()) {
+    const std::lock_guard lock(estimating_);
+    shotEstimates_ = key.blind;
+    estimatedIn_ = encoding;
+    frameEstimates_.clear();
+  }
+  return key;
+}
+
+std::unique_lock<std::mutex> Footage::turnToRead(Role role) {
+  return shot_.sequential(role) ? std::unique_lock(reading_) : std::unique_lock<std::mutex>();
 }
 
 std::vector<std::string> Footage::filesOf(int frame) const {
@@ -74,9 +95,8 @@ media::Picture Footage::read(const Key& key) {
     return shot_.begin(
         key.role, key.frame, [whole] { return whole; }, key.channel);
   };
-  if (!shot_.sequential(key.role)) return begin()();
   const auto rest = [&] {
-    const std::lock_guard lock(reading_);
+    const auto turn = turnToRead(key.role);
     return begin();
   }();
   return rest();

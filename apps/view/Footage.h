@@ -64,6 +64,11 @@ class Footage {
   /// where the plate shows no screen.
   std::shared_ptr<const BlindKey> estimates(const Settings& settings, int frame, int divisor);
 
+  /// The first key, looked for in a frame. One search at a time; pictures are read meanwhile, but
+  /// for clips that one thread must read. What was estimated from the first frame is kept for
+  /// `estimates`. Throws Error as shot::findFirstKey does.
+  shot::FirstKey find(const shot::FirstKeyWish& wish, Settings& settings);
+
   /// The files that a frame is keyed from.
   std::vector<std::string> filesOf(int frame) const;
 
@@ -85,6 +90,7 @@ class Footage {
 
   Shared find(const Key& key);
   void keep(const Key& key, const Shared& picture);
+  std::unique_lock<std::mutex> turnToRead(Role role);
   media::Picture read(const Key& key);
 
   shot::Shot shot_;
@@ -98,6 +104,7 @@ class Footage {
     int frame = 0, divisor = 0;
     std::shared_ptr<const BlindKey> key;
   };
+  std::mutex finding_;
   std::mutex estimating_;
   std::string estimatedIn_;                        // the encoding of `shotEstimates_`
   std::shared_ptr<const BlindKey> shotEstimates_;  // of the whole shot

@@ -25,6 +25,9 @@ constexpr float checkerDark = 0.35f;
 constexpr float checkerLight = 0.6f;
 constexpr double middleGrey = 0.5;
 
+// Frames keyed whole that are kept: what is shown, and its matte.
+constexpr std::size_t wholeFrames = 2;
+
 template <class Sample>
 void fillChecker(media::Picture& picture, const media::Window& region, int side, float maximum) {
   auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
@@ -120,10 +123,22 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   Inputs inputs = info.inputs;
   if (view == PageView::overChecker) inputs.background = true;
 
+  const bool chequered = view == PageView::overChecker;
+  const bool besideEstimates = shot::keysBesideEstimates(settings, inputs);
+  if (besideEstimates) {
+    const auto kept = std::find_if(whole_.begin(), whole_.end(), [&](const Whole& one) {
+      return one.frame == frame && one.divisor == divisor && one.chequered == chequered &&
+             one.settings == settings;
+    });
+    if (kept != whole_.end()) {
+      whole_.splice(whole_.begin(), whole_, kept);
+      return media::part(*kept->picture, asked);
+    }
+  }
   const float scale = 1.0f / static_cast<float>(divisor);
   const media::Window everything = scaled({0, 0, info.width, info.height}, divisor);
   std::shared_ptr<const BlindKey> estimates;
-  if (shot::keysBesideEstimates(settings, inputs)) {
+  if (besideEstimates) {
     estimates = footage_.estimates(settings, frame, divisor);
     beside_.prepare(*estimates, settings, info.depth, inputs, scale);
   } else {
@@ -136,7 +151,6 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
                                : border == 0 ? asked
                                              : grown(asked, border, everything);
 
-  const bool chequered = view == PageView::overChecker;
   shot::ByRole<Footage::Shared> kept;
   shot::ByRole<const media::Picture*> pictures;
   for (const Role role : roles) {
@@ -189,9 +203,13 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
-  if (border > 0 || estimates) result = media::part(result, asked);
+  if (border > 0) result = media::part(result, asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
-  return result;
+  if (!estimates) return result;
+  whole_.push_front({settings, chequered, frame, divisor,
+                     std::make_shared<const media::Picture>(std::move(result))});
+  if (whole_.size() > wholeFrames) whole_.pop_back();
+  return media::part(*whole_.front().picture, asked);
 }
 
 }  // namespace orvanite::view

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <functional>
+#include <list>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -49,7 +51,16 @@ class FrameKeyer {
                                     const std::function<bool()>& wanted);
 
  private:
+  // A frame keyed whole, as estimates want it, though a part or one pixel of it was asked for.
+  struct Whole {
+    Settings settings;  // the engine's
+    bool chequered;
+    int frame, divisor;
+    std::shared_ptr<const media::Picture> picture;
+  };
+
   Footage& footage_;
+  std::list<Whole> whole_;  // the one used last stands first
   Keyer keyer_;
   BlindKeyer beside_;  // where the settings key beside estimates
 };

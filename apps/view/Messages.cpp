@@ -8,6 +8,7 @@
 
 #include "base/Error.h"
 #include "keyer/Parameters.h"
+#include "shot/Job.h"
 
 namespace orvanite::view {
 namespace {
@@ -198,6 +199,15 @@ FindRequest findRequestOf(const std::string& body) {
   return {settingsIn(object), intOf(object, "frame")};
 }
 
+JobRequest jobRequestOf(const std::string& body) {
+  const json object = parse(body);
+  JobRequest request{settingsIn(object), std::nullopt};
+  if (object.contains("from") || object.contains("to")) {
+    request.frames = {intOf(object, "from"), intOf(object, "to")};
+  }
+  return request;
+}
+
 Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 
 std::string describe(const Footage& footage, const Settings& settings, const std::string& output) {
@@ -220,8 +230,11 @@ std::string describe(const Footage& footage, const Settings& settings, const std
                {"standard", standard.text(parameter.name)},
                {"followsScreen", parameter.rule == DefaultRule::balanceOfScreen}};
     for (const Choice& choice : parameter.choices) {
-      entry["choices"].push_back(
-          {{"text", choice.text}, {"label", choice.label}, {"help", choice.help}});
+      json one{{"text", choice.text}, {"label", choice.label}, {"help", choice.help}};
+      if (parameter.name == "output") {
+        one["alpha"] = shot::usualAlpha(std::string(choice.text)) != shot::Alpha::none;
+      }
+      entry["choices"].push_back(std::move(one));
     }
     table.push_back(std::move(entry));
   }

@@ -6,8 +6,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "apps/view/RenderJob.h"
 #include "apps/view/Renderer.h"
 #include "base/Depth.h"
 
@@ -38,6 +40,11 @@ struct FindRequest {
   int frame = 1;
 };
 FindRequest findRequestOf(const std::string& body);
+struct JobRequest {
+  Settings settings;
+  std::optional<RenderJob::Range> frames;  // none: all
+};
+JobRequest jobRequestOf(const std::string& body);
 /// The member "settings" of a body: texts by parameter names.
 Settings settingsOf(const std::string& body);
 

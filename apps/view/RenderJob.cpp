@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <nlohmann/json.hpp>
@@ -29,9 +30,8 @@ constexpr std::string_view complaintStart = "orvanite: ";
 }  // namespace
 
 RenderJob::RenderJob(const Footage& footage, std::string output, KeyArguments arguments)
-    : output_(std::move(output)),
-      arguments_(std::move(arguments)),
-      frames_(footage.info().frames.size()) {
+    : output_(std::move(output)), arguments_(std::move(arguments)) {
+  if (footage.info().isShot) shotFrames_ = footage.info().frames;
   if (output_.empty()) return;
   const FootageInfo& info = footage.info();
   if (info.isShot) {
@@ -57,11 +57,22 @@ RenderJob::~RenderJob() {
   if (thread_.joinable()) thread_.join();
 }
 
-bool RenderJob::start(const Settings& settings) {
+bool RenderJob::start(const Settings& settings, std::optional<Range> range) {
   const std::lock_guard lock(mutex_);
   if (state_ == State::running) return false;
-  if (thread_.joinable()) thread_.join();
+  std::size_t frames = std::max<std::size_t>(1, shotFrames_.size());
   std::vector<std::string> arguments = arguments_(settings, output_);
+  if (range && !shotFrames_.empty()) {
+    frames = static_cast<std::size_t>(
+        std::count_if(shotFrames_.begin(), shotFrames_.end(),
+                      [&](int one) { return one >= range->from && one <= range->to; }));
+    const std::string words = std::to_string(range->from) + "-" + std::to_string(range->to);
+    if (frames == 0) {
+      throw Error::expected(Fault::wrongUse, "frames", "some that the plate has", words);
+    }
+    arguments.insert(arguments.end(), {"--frames", words});
+  }
+  if (thread_.joinable()) thread_.join();
   arguments.emplace_back("--json");
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
@@ -76,6 +87,7 @@ bool RenderJob::start(const Settings& settings) {
   ::setpriority(PRIO_PROCESS, static_cast<id_t>(child_), renderNiceness);
   state_ = State::running;
   message_.clear();
+  frames_ = frames;
   written_ = 0;
   cancelled_ = false;
   thread_ = std::thread([this, child = child_, said = ends[0]] { follow(child, said); });

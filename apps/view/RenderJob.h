@@ -42,8 +42,15 @@ class RenderJob {
   /// Cancels and waits.
   ~RenderJob();
 
-  /// Starts; false while another one runs. Throws Error (failure) when no process can be started.
-  bool start(const Settings& settings);
+  /// Starts; false while another one runs.
+  ///
+  /// from, to  the frames of a shot that are rendered; none: all. Of a still there is one
+  /// Throws Error: wrongUse where the shot has no frame between them; failure when no process can
+  /// be started.
+  struct Range {
+    int from, to;
+  };
+  bool start(const Settings& settings, std::optional<Range> range = std::nullopt);
   /// What is under way is finished or removed: every file that is left is whole.
   void cancel();
   Report report() const;
@@ -57,7 +64,8 @@ class RenderJob {
   std::string output_;
   std::optional<media::FramePattern> pattern_;
   KeyArguments arguments_;
-  std::size_t frames_;
+  std::vector<int> shotFrames_;  // none: a still
+  std::size_t frames_ = 1;       // of the render that runs, or of the last one
   mutable std::mutex mutex_;
   State state_ = State::idle;
   std::string message_;

@@ -175,9 +175,7 @@ Renderer::Found Renderer::find(Settings settings, int frame) {
   wish.everything = true;
   checkedFrame(frame);
   if (footage_.info().isShot) wish.frame = frame;
-  // It tries settings on the engine, on all processors.
-  const std::lock_guard lock(mutex_);
-  const shot::FirstKey key = findFirstKey(footage_.shot(), wish, settings);
+  const shot::FirstKey key = footage_.find(wish, settings);
   return {settings, key.screen->coverage};
 }
 

@@ -68,7 +68,8 @@ class Renderer {
   BoxColours colours(int frame, const media::Window& box);
 
   /// The screen, and the parameters that follow from it, found in a frame. Those of them that
-  /// were given are forgotten first; the others stay as they are.
+  /// were given are forgotten first; the others stay as they are. Pictures are rendered meanwhile:
+  /// who does not want to wait any longer need not.
   /// Throws Error when there is no screen.
   struct Found {
     Settings settings;

@@ -310,7 +310,8 @@ struct Server::Implementation {
         return fail(response, 409, "render",
                     "start with -o and a name such as key.####.png or key.mov");
       }
-      if (!job.start(settingsOf(request.body))) {
+      const JobRequest asked = jobRequestOf(request.body);
+      if (!job.start(asked.settings, asked.frames)) {
         return fail(response, 409, "render", "another one is running");
       }
       answerJob(response);

@@ -26,7 +26,22 @@ export class Actions {
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
     this.onClick(this.render, () => this.start(`${stem}-key.png`));
     this.onClick(this.cancel, () => ask('cancel', {}));
+    this.file = state.description.output || `${stem}-key.png`;
+    state.addEventListener('settings', () => this.label());
+    this.label();
     this.resume(`${stem}-key.png`);
+  }
+
+  /** The button says what it will write: view, file and alpha. */
+  label() {
+    const {description} = this.state;
+    const output = description.parameters.find((one) => one.name === 'output');
+    const choice = output?.choices.find((one) => one.text === this.state.text('output'));
+    const [title, below] = this.render.children;
+    title.textContent = `Render ${choice?.label ?? ''}`.trim();
+    const alpha = choice?.alpha === undefined ? '' : choice.alpha ? ', matte in alpha' : ', no alpha';
+    below.textContent = description.isShot && !description.output
+      ? 'a shot wants -o with a pattern or a movie' : `${this.file}${description.output ? '' : ' (download)'}${alpha}`;
   }
 
   onClick(button, work) {
@@ -92,7 +107,8 @@ export class Actions {
   }
 
   running(on) {
-    this.progress.hidden = this.done.hidden = this.cancel.hidden = !on;
+    this.bar.hidden = !on;
+    this.told.hidden = on;
     this.render.disabled = on;
   }
 }

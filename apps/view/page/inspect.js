@@ -29,8 +29,9 @@ export function showMeasure(canvas, counts, matte) {
 
 /** Follows the pointer over the stage. */
 export class Probe {
-  constructor(stage, state, output) {
-    Object.assign(this, {stage, state, output});
+  /** shownAt(x)  the job whose picture lies on screen at x of the plate: its values are told. */
+  constructor(stage, description, output, shownAt) {
+    Object.assign(this, {stage, description, output, shownAt});
     this.at = null;
     this.busy = false;
     stage.element.addEventListener('pointermove', (event) => {
@@ -48,21 +49,21 @@ export class Probe {
     this.busy = true;
     this.again = false;
     const [x, y] = this.at;
-    const {state} = this;
+    const job = this.shownAt(x);
+    let said = `${x}, ${y}`;
     try {
-      const values = await ask('probe', {settings: state.settings, view: state.view, frame: state.frame, x, y, slot: 0});
-      if (this.at) this.output.textContent = this.words(x, y, values);
-    } catch (error) {
-      // Settings that cannot key are told of elsewhere; the place is still known.
-      this.output.textContent = `${x}, ${y}`;
-    }
+      if (job) said = this.words(x, y, await ask('probe', {settings: job.settings, view: job.view, frame: job.frame, x, y, slot: job.slot}));
+    } catch { /* settings that cannot key are told of elsewhere; the place is still known */ }
+    // Another picture may have come meanwhile: these are not its values.
+    if (this.at && this.shownAt(x) === job) this.output.textContent = said;
+    else if (this.at) this.again = true;
     await new Promise((done) => setTimeout(done, probeMilliseconds));
     this.busy = false;
     if (this.again) this.look();
   }
 
   words(x, y, values) {
-    const {depth} = this.state.description;
+    const {depth} = this.description;
     // Whole codes for integer pictures, numbers for float ones.
     const one = (value) => typeof value === 'string' ? value.padStart(6)
       : depth === 4 ? value.toFixed(4).padStart(7)

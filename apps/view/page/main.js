@@ -2,6 +2,7 @@
 //
 // Puts the page together: the modules know nothing of each other but what is handed to them here.
 import {ask} from './server.js';
+import {Busy} from './busy.js';
 import {State} from './state.js';
 import {Stage} from './stage.js';
 import {Renders} from './renders.js';
@@ -21,7 +22,7 @@ const views = [
 const viewHelp = {
   plate: 'The plate as it is',
   matte: 'White stays, black goes',
-  status: 'Black: all screen. Blue: all foreground. Red to yellow: between',
+  status: 'Black: all screen. Blue: all foreground. Olive to green: between, greener as the matte rises. Redder: held by the hold-out matte',
   foreground: 'The cleaned foreground, not multiplied by the matte',
   composite: 'Over the background picture; over black without one',
   overBlack: 'Over black', overGrey: 'Over middle grey', overChecker: 'Over a checker',
@@ -34,7 +35,12 @@ function words(description) {
   return `${width} \u00d7 ${height}, ${samples}, ${encoding}`;
 }
 
+// Pictures that come sooner need no word.
+const patienceMilliseconds = 150;
+
 async function start() {
+  const busy = new Busy({element: byId('busy'), words: byId('busyWith'), stop: byId('stopBusy')});
+  const opened = busy.begin('Reading the plate');
   const description = await ask('state');
   const state = new State(description);
   const stage = new Stage(byId('stage'), byId('picture'), byId('wipeLine'), description);
@@ -44,24 +50,37 @@ async function start() {
     problem.hidden = !error;
     if (error) problem.textContent = error.subject === 'server' ? error.message : `${error.subject}: ${error.message}`;
   };
-  const probe = new Probe(stage, state, byId('values'));
 
   document.title = `${description.files.plate} \u2013 Orvanite`;
   byId('title').textContent = description.files.plate;
-  byId('title').title = description.files.plate;
 
-  const renders = new Renders(description, () => stage.visible(), (slot, picture) => {
+  const show = (slot, picture) => {
+    opened();
     if (slot === 0) {
       const before = JSON.stringify(state.inForce);
       state.inForce = picture.inForce;
       if (JSON.stringify(state.inForce) !== before) panel.refresh();
       if (picture.matte) showMeasure(byId('histogram'), byId('counts'), picture.matte);
-      if (!picture.job.moving) probe.look();
     }
     stage.show(slot, picture);
+    if (!picture.job.moving) probe.look();
     // For whoever measures: when the picture of a change stands on screen.
     dispatchEvent(new CustomEvent('orvanite-shown', {detail: {slot, number: picture.job.number, job: picture.job, milliseconds: picture.milliseconds}}));
-  }, fail);
+  };
+  const waiting = [null, null];  // what ends the words about each
+  const renders = new Renders(description, {
+    visible: () => stage.visible(), show, fail: (error) => { opened(); fail(error); },
+    waits(slot, on) {
+      waiting[slot]?.();
+      waiting[slot] = on ? busy.begin('Keying', {after: patienceMilliseconds, stop: () => {
+        renders.stop();
+        fail({subject: 'server', message: 'Stopped: the picture is of older settings. Any change keys again.'});
+      }}) : null;
+    },
+  });
+  const left = () => renders.shown(1);
+  const probe = new Probe(stage, description, byId('values'), (x) =>
+    state.wipe && left() && stage.isLeftOfWipe(x) ? left() : renders.shown(0));
 
   const shownView = () => picker.target ? 'plate' : state.view;
   const request = (moving) => {
@@ -76,7 +95,7 @@ async function start() {
     }
   };
 
-  const panel = new Panel(byId('panel'), byId('help'), state, (parameter) => {
+  const panel = new Panel({root: byId('panel'), help: byId('help'), warned: byId('warned')}, state, (parameter) => {
     picker.start(parameter.name, parameter.name === 'fgBias' ? 'something grey or white of the subject'
       : parameter.name === 'screen' ? 'the screen' : `a ${parameter.label.toLowerCase()}`);
   });
@@ -85,7 +104,8 @@ async function start() {
   });
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
-    render: byId('render'), progress: byId('progress'), done: byId('done'), cancel: byId('cancel'), told: byId('told'),
+    render: byId('render'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
+    cancel: byId('cancel'), told: byId('told'),
   });
 
   for (const [i, [name, label]] of views.entries()) {
@@ -108,7 +128,6 @@ async function start() {
     }
     byId('wipe').setAttribute('aria-pressed', String(state.wipe));
     byId('against').value = state.against;
-    byId('against').hidden = !state.wipe;
     byId('sideA').setAttribute('aria-pressed', String(state.side === 'a'));
     byId('sideB').setAttribute('aria-pressed', String(state.side === 'b'));
     byId('undo').disabled = state.past.length === 0;
@@ -143,7 +162,7 @@ async function start() {
   const toggleWipe = () => state.show({wipe: !state.wipe});
   const changeSide = (side) => state.show({side});
   byId('wipe').addEventListener('click', toggleWipe);
-  byId('against').addEventListener('change', (event) => state.show({against: event.target.value}));
+  byId('against').addEventListener('change', (event) => state.show({against: event.target.value, wipe: true}));
   byId('sideA').addEventListener('click', () => changeSide('a'));
   byId('sideB').addEventListener('click', () => changeSide('b'));
   byId('copySide').addEventListener('click', () => state.copySide());
@@ -153,16 +172,31 @@ async function start() {
   byId('redo').addEventListener('click', () => state.redo());
   const pickScreen = () => picker.target ? picker.stop() : picker.start('screen', 'the screen');
   byId('pickScreen').addEventListener('click', pickScreen);
+  let auto = null;  // the search that is going on
+  state.addEventListener('settings', () => auto?.abort());
   byId('auto').addEventListener('click', async () => {
+    if (auto) return;
+    const search = auto = new AbortController();
+    actions.tell('');
+    const end = busy.begin('Looking for the screen', {stop: () => search.abort()});
     try {
-      const found = await ask('auto', {settings: state.settings, frame: state.frame});
+      const found = await ask('auto', {settings: state.settings, frame: state.frame}, search.signal);
+      auto = null;
       picker.stop();
       state.set(found.settings);
+      await renders.idle(0);  // its words go with its picture
       picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame. Ctrl+Z takes it back. 2 shows the matte, 5 the composite.`);
     } catch (error) {
-      actions.tell(error.message);
+      actions.tell(search.signal.aborted ? 'Auto was stopped: nothing has changed by it.' : error.message);
+    } finally {
+      if (auto === search) auto = null;
+      end();
     }
   });
+  const fold = () => {
+    byId('fold').setAttribute('aria-pressed', String(!document.body.classList.toggle('folded')));
+  };
+  byId('fold').addEventListener('click', fold);
 
   addEventListener('keydown', (event) => {
     const typing = event.target.matches('input[type=number], input[type=text], select');
@@ -179,8 +213,8 @@ async function start() {
       state.show({view: views[Number(event.key) - 1][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
-      const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key];
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();
       action();
@@ -209,4 +243,5 @@ start().catch((error) => {
   const problem = byId('problem');
   problem.hidden = false;
   problem.textContent = error.message;
+  byId('busy').hidden = true;
 }).finally(() => { document.body.inert = false; });

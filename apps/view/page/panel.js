@@ -4,6 +4,8 @@
 // one, and gives it back to its default on a double click on its name or its slider.
 
 const channels = ['red', 'green', 'blue'];
+const moving = new Set(['ArrowUp', 'ArrowDown', 'ArrowLeft', 'ArrowRight', 'PageUp', 'PageDown', 'Home', 'End']);
+const warningMilliseconds = 6000;
 
 const element = (name, properties = {}, ...children) => {
   const made = document.createElement(name);
@@ -26,9 +28,10 @@ const textOf = (numbers) => numbers.every((one) => one === numbers[0]) ? short(n
 
 export class Panel {
   /** pick(parameter) takes out the eyedropper for a colour. */
-  constructor(root, help, state, pick) {
-    Object.assign(this, {root, help, state, pick});
+  constructor({root, help, warned}, state, pick) {
+    Object.assign(this, {root, help, warned, state, pick});
     this.rows = [];
+    this.warnedAt = -Infinity;
     const groups = new Map();
     for (const parameter of state.description.parameters) {
       if (!groups.has(parameter.group)) {
@@ -43,6 +46,7 @@ export class Panel {
     const screen = state.description.parameters.find((one) => one.name === 'screen');
     if (screen) root.prepend(groups.get(screen.group));
     state.addEventListener('settings', () => this.refresh());
+    this.listenToHeldKeys();
     help.textContent = 'Point at a control to read what it does. A double click on its name or slider gives it back to its default.';
     this.refresh();
   }
@@ -70,18 +74,45 @@ export class Panel {
     return row;
   }
 
+  // A key that is held down moves a value in many steps, and is one change.
+  listenToHeldKeys() {
+    this.held = false;
+    this.root.addEventListener('keydown', (event) => {
+      if (moving.has(event.key) && event.target.matches('input[type=range], input[type=number]')) this.held = true;
+    });
+    for (const end of ['keyup', 'focusout']) {
+      this.root.addEventListener(end, () => {
+        if (!this.held) return;
+        this.held = false;
+        this.state.commit();
+      });
+    }
+  }
+
+  /** Says what is wrong with a value, and keeps it there for a while. */
+  warn(words) {
+    this.warnedAt = performance.now();
+    this.help.classList.add('warns');
+    this.help.textContent = this.warned.textContent = words;
+  }
+
   explain(parameter) {
+    if (performance.now() - this.warnedAt < warningMilliseconds) return;
+    this.help.classList.remove('warns');
     const {unit, low, high, label, help, standard, type} = parameter;
     const range = ['number', 'triple', 'colour'].includes(type) ? ` Unit: ${unit}, ${short(low)} to ${short(high)}.` : '';
     const usual = parameter.followsScreen ? '0.9 for a screen bluer than green, else 0.5' : standard;
-    this.help.textContent = `${label}: ${help}${range} Default ${usual}.`;
+    const choice = parameter.choices?.find((one) => one.text === this.state.text(parameter.name));
+    const chosen = choice ? ` ${choice.label}: ${choice.help}.` : '';
+    const named = parameter.choices?.find((one) => one.text === usual)?.label ?? usual;
+    this.help.textContent = `${label}: ${help}${chosen}${range} Default: ${named}.`;
   }
 
   slider(parameter, changed, properties = {}) {
     const {softLow, softHigh} = parameter;
     const input = element('input', {type: 'range', min: softLow, max: softHigh, step: (softHigh - softLow) / 500, ...properties});
     input.addEventListener('input', () => changed(Number(input.value)));
-    input.addEventListener('change', () => this.state.commit());
+    input.addEventListener('change', () => { if (!this.held) this.state.commit(); });
     return input;
   }
 
@@ -92,9 +123,18 @@ export class Panel {
       const value = Number(input.value);
       const fine = input.value !== '' && value >= low && value <= high;
       input.classList.toggle('wrong', !fine);
-      input.title = fine ? '' : `expected a number from ${short(low)} to ${short(high)}`;
-      if (fine) { changed(value); this.state.commit(); }
+      input.setAttribute('aria-invalid', String(!fine));
+      if (fine) {
+        this.warnedAt = -Infinity;
+        changed(value);
+        this.state.commit();
+      } else {
+        const found = input.value === '' ? 'found none' : `found ${input.value}`;
+        this.warn(`${properties['aria-label'] ?? parameter.label}: expected a number from ${short(low)} to ${short(high)}, ${found}. It stays ${this.state.text(parameter.name)}.`);
+      }
     });
+    // What was not taken is not left standing.
+    input.addEventListener('blur', () => { if (input.classList.contains('wrong')) this.refresh(); });
     // Arrows move by a hundredth of the slider, ten times finer with shift.
     input.addEventListener('keydown', (event) => {
       const way = {ArrowUp: 1, ArrowDown: -1}[event.key];
@@ -104,7 +144,6 @@ export class Panel {
       const value = Math.min(high, Math.max(low, Number(input.value) + way * step));
       input.value = short(value);
       changed(value);
-      this.state.commit();
     });
     return input;
   }
@@ -112,6 +151,7 @@ export class Panel {
   put(input, value) {
     if (document.activeElement === input && input.type === 'number' && input.classList.contains('wrong')) return;
     input.classList.remove('wrong');
+    input.removeAttribute('aria-invalid');
     input.value = input.type === 'number' ? short(value) : value;
   }
 

@@ -50,7 +50,7 @@ export class Picker extends EventTarget {
   }
 
   begin(event) {
-    if (!this.target || event.button !== 0) return;
+    if (!this.target || event.button !== 0 || !this.stage.isPicture(event)) return;
     this.from = this.stage.pixelAt(event);
     this.stage.element.setPointerCapture(event.pointerId);
   }

@@ -15,12 +15,10 @@ export class Renders {
    * visible()    the part of the plate on screen and its scale: {x, y, width, height, scale}
    * show(slot, picture)   puts a picture on screen
    * fail(error)  shows what is wrong; null: nothing is
+   * waits(slot, on)  a slot begins or ends to wait for pictures
    */
-  constructor(description, visible, show, fail) {
-    this.description = description;
-    this.visible = visible;
-    this.show = show;
-    this.fail = fail;
+  constructor(description, {visible, show, fail, waits}) {
+    Object.assign(this, {description, visible, show, fail, waits});
     this.page = Math.random().toString(36).slice(2);
     this.number = 0;
     this.budget = 6e5;
@@ -87,14 +85,31 @@ export class Renders {
   queue(slot, job) {
     const state = this.slots[slot];
     state.next = job;
-    if (!state.busy) this.run(slot);
+    if (!state.busy) state.running = this.run(slot);
     // A large picture on its way would hold up the next ones, and is out of date.
     else if (!state.job.moving) state.abort.abort();
+  }
+
+  /** What a slot's picture on screen shows: a job; undefined before the first. */
+  shown(slot) { return this.slots[slot].shown; }
+
+  /** Resolves when nothing is on its way to a slot. */
+  async idle(slot) { await this.slots[slot].running; }
+
+  /** Gives up what is on its way: the pictures on screen stay. */
+  stop() {
+    for (const state of this.slots) {
+      clearTimeout(state.rest);
+      state.next = null;
+      state.last = null;
+      if (state.busy) state.abort.abort();
+    }
   }
 
   async run(slot) {
     const state = this.slots[slot];
     state.busy = true;
+    this.waits(slot, true);
     while (state.next) {
       const job = state.next;
       state.next = null;
@@ -109,7 +124,10 @@ export class Renders {
         if (moving) this.adapt(job, taken);
         state.last = job;
         this.fail(null);
-        if (state.what) this.show(slot, picture);
+        if (state.what) {
+          state.shown = job;
+          this.show(slot, picture);
+        }
       } catch (error) {
         if (state.abort.signal.aborted) continue;
         if (error.status === 429 || error.status === 503) {
@@ -121,6 +139,7 @@ export class Renders {
       }
     }
     state.busy = false;
+    this.waits(slot, false);
   }
 
   // Halfway to the size that would have taken the wanted time.

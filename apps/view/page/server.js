@@ -41,7 +41,8 @@ async function send(name, body, signal) {
   return response;
 }
 
-export const ask = async (name, body) => (await send(name, body)).json();
+/** The signal, where there is one, gives the question up. */
+export const ask = async (name, body, signal) => (await send(name, body, signal)).json();
 export const askText = async (name, body) => (await send(name, body)).text();
 export const askBlob = async (name) => (await send(name)).blob();
 

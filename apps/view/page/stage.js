@@ -126,6 +126,9 @@ export class Stage extends EventTarget {
     return [Math.floor((x - this.x) / this.scale), Math.floor((y - this.y) / this.scale)];
   }
 
+  /** Whether an event is about the picture, not about what lies over it. */
+  isPicture(event) { return event.target === this.canvas || event.target === this.element; }
+
   screenAt(event) {
     const box = this.canvas.getBoundingClientRect();
     return [(event.clientX - box.left) * devicePixelRatio, (event.clientY - box.top) * devicePixelRatio];
@@ -148,6 +151,9 @@ export class Stage extends EventTarget {
     this.line.hidden = !on;
     this.draw();
   }
+
+  /** Whether a column of the plate lies left of the wipe's line. */
+  isLeftOfWipe(x) { return this.x + (x + 0.5) * this.scale < this.wipeAt * this.canvas.width; }
 
   moveWipe(part) {
     this.wipeAt = Math.min(1, Math.max(0, part));
@@ -202,7 +208,7 @@ export class Stage extends EventTarget {
       return {x: (a[0] + b[0]) / 2, y: (a[1] + b[1]) / 2, apart: Math.hypot(a[0] - b[0], a[1] - b[1])};
     };
     element.addEventListener('pointerdown', (event) => {
-      if (event.button > 1 || event.target === this.line || (this.picking && event.button === 0)) return;
+      if (event.button > 1 || !this.isPicture(event) || (this.picking && event.button === 0)) return;
       held.set(event.pointerId, this.screenAt(event));
       if (held.size === 2) middle = spread();
       element.setPointerCapture(event.pointerId);
@@ -231,7 +237,7 @@ export class Stage extends EventTarget {
         element.classList.toggle('moving', held.size > 0);
       });
     }
-    element.addEventListener('dblclick', () => { if (!this.picking) (this.fitted ? this.zoom(1) : this.fit()); });
+    element.addEventListener('dblclick', (event) => { if (!this.picking && this.isPicture(event)) (this.fitted ? this.zoom(1) : this.fit()); });
     element.addEventListener('keydown', (event) => {
       if (event.target !== element) return;
       const step = event.shiftKey ? 200 : 40;

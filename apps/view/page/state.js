@@ -68,6 +68,7 @@ export class State extends EventTarget {
   }
 
   step(from, to) {
+    this.commit();
     if (from.length === 0) return;
     to.push(this.committed);
     this.committed = from.pop();

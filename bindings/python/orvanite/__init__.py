@@ -213,7 +213,7 @@ def key(plate: _numpy.ndarray, background: Optional[_numpy.ndarray] = None, *, a
 
 def status(plate: _numpy.ndarray, **values: Any) -> _numpy.ndarray:
     """The picture that shows what a key makes of each pixel: black is screen, blue is foreground,
-    red to yellow lies between. Takes what `key` takes."""
+    olive to green lies between. Takes what `key` takes."""
     return key(plate, **{**values, "output": "status"})
 
 

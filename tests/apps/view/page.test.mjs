@@ -5,7 +5,7 @@
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
 import {copyFileSync, existsSync, readFileSync, readdirSync, renameSync, rmSync, writeFileSync} from 'node:fs';
-import {join} from 'node:path';
+import {join, relative} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
 
@@ -217,35 +217,256 @@ test('a notch is one step; fingers pan and pinch as far as they go', async () =>
   assert.deepEqual(page.problems, []);
 });
 
-test('every button can be read: at rest, under the pointer, chosen and switched off', async () => {
-  const files = drawPlate('--size', '480x270');
-  const {page} = await open([files.plate, '--bg', files.background]);
-  const contrasts = () => page.evaluate(() => {
-    const codes = (text) => text.match(/[\d.]+/g).map(Number);
-    const over = (above, below) => [0, 1, 2].map((c) => (above[3] ?? 1) * above[c] + (1 - (above[3] ?? 1)) * below[c]);
-    // https://www.w3.org/TR/WCAG21/#dfn-relative-luminance
-    const linear = (code) => (code / 255 <= 0.03928 ? code / 255 / 12.92 : ((code / 255 + 0.055) / 1.055) ** 2.4);
-    const luminance = ([r, g, b]) => 0.2126 * linear(r) + 0.7152 * linear(g) + 0.0722 * linear(b);
-    const ground = (element) => {
-      if (!element) return [27, 27, 27];
-      const colour = codes(getComputedStyle(element).backgroundColor);
-      return (colour[3] ?? 1) === 1 ? colour : over(colour, ground(element.parentElement));
-    };
-    return [...document.querySelectorAll('button, button kbd')].filter((one) => one.offsetParent && one.textContent.trim()).map((one) => {
-      const style = getComputedStyle(one);
-      const below = ground(one);
-      const text = over([...codes(style.color).slice(0, 3), Number(style.opacity)], below);
-      const [a, b] = [luminance(text), luminance(below)].sort((p, q) => q - p);
-      return {name: `${one.tagName} ${one.closest('button').textContent.trim()}`, contrast: (a + 0.05) / (b + 0.05)};
-    });
-  });
-  const check = async (what) => {
-    for (const {name, contrast} of await contrasts()) assert.ok(contrast >= 4.5, `${name}, ${what}: ${contrast.toFixed(2)}`);
+/** What is tested of every control in every state: texts that can be read, and that nothing moves. */
+const inPage = () => {
+  const controls = () => [...document.querySelectorAll('button, select, input, summary, label, output, [role=slider]')].filter((one) => one.checkVisibility());
+  const codes = (text) => text.match(/[\d.]+/g).map(Number);
+  const over = (above, below) => [0, 1, 2].map((c) => (above[3] ?? 1) * above[c] + (1 - (above[3] ?? 1)) * below[c]);
+  // https://www.w3.org/TR/WCAG21/#dfn-relative-luminance
+  const linear = (code) => (code / 255 <= 0.03928 ? code / 255 / 12.92 : ((code / 255 + 0.055) / 1.055) ** 2.4);
+  const luminance = ([r, g, b]) => 0.2126 * linear(r) + 0.7152 * linear(g) + 0.0722 * linear(b);
+  const ground = (element) => {
+    if (!element) return [27, 27, 27];
+    const colour = codes(getComputedStyle(element).backgroundColor);
+    return (colour[3] ?? 1) === 1 ? colour : over(colour, ground(element.parentElement));
   };
-  await check('at rest');
-  for (const chosen of ['[data-view][aria-checked=true]', '[data-view][aria-checked=false]', '#fit', '#copyCommand']) {
-    await page.hover(`${chosen} >> nth=0`);
-    await check(`the pointer on ${chosen}`);
+  window.faintIn = (root) => [root, ...root.querySelectorAll('*')].filter((one) => one.checkVisibility()
+    && (one.matches('input[type=number], input[type=text], select') || [...one.childNodes].some((node) => node.nodeType === 3 && node.data.trim()))).map((one) => {
+    const style = getComputedStyle(one);
+    const below = ground(one);
+    const text = over([...codes(style.color).slice(0, 3), Number(style.opacity)], below);
+    const [a, b] = [luminance(text), luminance(below)].sort((p, q) => q - p);
+    return [`${one.tagName} ${one.id} ${one.textContent.trim().slice(0, 30)}`, (a + 0.05) / (b + 0.05)];
+  }).filter(([, contrast]) => contrast < 4.5);
+  window.places = () => Object.fromEntries(controls().filter((one) => !one.closest('#stage, #running')).map((one, i) => {
+    const {x, y, width, height} = one.getBoundingClientRect();
+    return [`${i} ${one.id || one.getAttribute('aria-label') || one.textContent.trim()}`, `${x} ${y} ${width} ${height}`];
+  }));
+  window.moved = (before) => Object.entries(places()).filter(([name, place]) => before[name] !== place).map(([name, place]) => `${name}: ${before[name]} to ${place}`);
+  window.controls = controls;
+  window.shifts = [];
+  new PerformanceObserver((list) => { for (const entry of list.getEntries()) shifts.push(entry.sources.map(({node}) => node?.id || node?.className || node?.nodeName).join()); })
+    .observe({type: 'layout-shift'});
+};
+
+/** Does something, and expects every control outside the picture to be there, and where it was. */
+async function nothingMoves(page, what, action) {
+  await page.evaluate(() => { window.placesBefore = places(); });
+  await action();
+  assert.deepEqual(await page.evaluate(() => moved(placesBefore)), [], what);
+}
+
+test('every control can be read in every state, and none moves under the pointer', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-3');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(folder(), 'key.####.png')], {hash: '#wipe=plate'});
+  await page.evaluate(() => { for (const group of document.querySelectorAll('details')) group.open = true; });
+  await page.evaluate(inPage);
+  assert.deepEqual(await page.evaluate(() => faintIn(document.body)), [], 'at rest, some switched off');
+
+  const count = await page.evaluate(() => controls().length);
+  assert.ok(count > 120, `${count} controls`);
+  for (let i = 0; i < count; ++i) {
+    const {x, y, name, pressable} = await page.evaluate((index) => {
+      const one = controls()[index];
+      one.scrollIntoView({block: 'nearest'});
+      const box = one.getBoundingClientRect();
+      window.placesBefore = places();
+      return {x: box.x + box.width / 2, y: box.y + box.height / 2, name: one.id || one.textContent.trim(), pressable: one.matches('button:not(:disabled), summary')};
+    }, i);
+    const check = async (state) => assert.deepEqual(await page.evaluate((index) =>
+      ({faint: faintIn(controls()[index]), moved: moved(placesBefore)}), i), {faint: [], moved: []}, `${name}, ${state}`);
+    await page.mouse.move(x, y);
+    await check('under the pointer');
+    if (pressable) {
+      await page.mouse.down();
+      await check('pressed');
+      await page.mouse.move(600, 300);  // let go elsewhere: not clicked
+      await page.mouse.up();
+    }
+    await page.evaluate((index) => controls()[index].focus({preventScroll: true}), i);
+    await check('in focus');
+  }
+  await page.locator('#p-screenRange ~ input').fill('9');
+  await page.keyboard.press('Enter');
+  assert.deepEqual(await page.evaluate(() => faintIn(document.body)), [], 'with a value that is not taken');
+  assert.match(await page.locator('#help').textContent(), /^Screen range: expected a number from 0 to 1, found 9\. It stays 0\.$/);
+  await page.keyboard.press('Tab');
+  assert.equal(await page.locator('#p-screenRange ~ input').inputValue(), '0', 'what was not taken does not stay');
+  assert.deepEqual(await page.evaluate(() => shifts), [], 'the browser saw no shift either');
+});
+
+test('what comes and goes takes no room from what stays', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-12');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(folder(), 'key.####.png')]);
+  await page.evaluate(inPage);
+  const over = async (x, y) => {
+    const box = await page.locator('#stage').boundingBox();
+    await page.mouse.move(box.x + x * box.width, box.y + y * box.height);
+  };
+  await nothingMoves(page, 'values under the pointer', async () => {
+    await over(0.5, 0.5);
+    await page.waitForFunction(() => /matte/.test(document.getElementById('values').textContent));
+  });
+  await nothingMoves(page, 'wipe', () => page.click('#wipe'));
+  await nothingMoves(page, 'eyedropper', async () => { await page.keyboard.press('s'); await page.keyboard.press('Escape'); });
+  await nothingMoves(page, 'play', async () => { await page.click('#play'); await page.waitForTimeout(400); });
+  await nothingMoves(page, 'stop', () => page.click('#play'));
+  await nothingMoves(page, 'render', async () => {
+    await page.click('#render');
+    await page.waitForFunction(() => document.getElementById('cancel').offsetWidth > 0);
+  });
+  await nothingMoves(page, 'render is done', () => page.waitForFunction(() => /^Written/.test(document.getElementById('told').textContent)));
+  await nothingMoves(page, 'Auto', async () => {
+    await page.click('#auto');
+    await page.waitForFunction(() => !document.getElementById('busy').hidden);
+    await page.waitForFunction(() => document.getElementById('busy').hidden);
+  });
+  assert.deepEqual(page.problems, []);
+});
+
+test('work shows at once, can be stopped, and numbers belong to the picture that is seen', async () => {
+  const files = drawPlate('--size', '320x180');
+  const {page} = await open([files.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1'], {hash: '#view=matte&screen=0.16,0.63,0.23&screenRange=0.1'});
+  const held = [];
+  const hold = (what) => page.route(`**/${what}`, (route) => { held.push(route); });
+  const go = async (what) => { await page.unroute(`**/${what}`); for (const route of held.splice(0)) await route.continue().catch(() => {}); };
+  const busy = (words) => page.waitForFunction((wanted) => {
+    const element = document.getElementById('busy');
+    return wanted ? !element.hidden && element.textContent.includes(wanted) : element.hidden;
+  }, words, {timeout: 3000});
+
+  // A picture that takes its time: the values under the pointer stay those of the one on screen.
+  const probed = [];
+  page.on('request', (request) => { if (request.url().endsWith('/probe')) probed.push(request.postDataJSON()); });
+  const box = await page.locator('#stage').boundingBox();
+  await hold('picture');
+  await page.locator('#p-screenRange').press('End');
+  await busy('Keying');
+  for (let i = 0; i < 5; ++i) { await page.mouse.move(box.x + box.width / 2 + i, box.y + 200); await page.waitForTimeout(60); }
+  assert.ok(probed.length > 0);
+  assert.deepEqual([...new Set(probed.map(({settings, view}) => `${settings.screenRange} ${view}`))], ['0.1 matte']);
+  await page.click('#stopBusy');
+  await busy('');
+  assert.match(await page.locator('#problem').textContent(), /older settings/);
+  await go('picture');
+  await page.keyboard.press('Control+z');
+  await page.keyboard.press('Control+Shift+z');
+  await settled(page);
+  assert.equal(await page.locator('#problem').isVisible(), false);
+  probed.length = 0;
+  await page.mouse.move(box.x + box.width / 2, box.y + 210);
+  await page.waitForTimeout(200);
+  assert.equal(probed.at(-1).settings.screenRange, '0.5', 'and the new ones come with the new picture');
+
+  // Auto, stopped by the button and by the key; then one that goes on under a change.
+  const before = page.url();
+  for (const stop of [() => page.click('#stopBusy'), () => page.keyboard.press('Escape')]) {
+    await hold('auto');
+    await page.click('#auto');
+    await busy('Looking for the screen');
+    await stop();
+    await busy('');
+    assert.match(await page.locator('#told').textContent(), /stopped/);
+    await go('auto');
+  }
+  assert.equal(page.url(), before);
+  await hold('auto');
+  await page.click('#auto');
+  await page.locator('#p-screenRange').press('ArrowLeft');
+  await go('auto');
+  await settled(page);
+  assert.equal(setting(page, 'estimate'), null, 'what a person changed meanwhile is not overwritten');
+  assert.deepEqual(page.problems.filter((one) => !/ERR_FAILED|ERR_ABORTED/.test(one)), []);
+});
+
+test('a key beside estimates is keyed once for all that is asked of it', async () => {
+  const files = drawPlate('--size', '960x540', '--hard');
+  const {page} = await open([files.plate, '--estimate', 'codes', '--screen', '0.16,0.63,0.23']);
+  await page.keyboard.press('2');
+  await settled(page);
+  const times = await page.evaluate(async () => {
+    const {settings, frame} = seen.at(-1).job;
+    const probe = async (range, x) => {
+      const start = performance.now();
+      const body = {settings: {...settings, screenRange: String(range)}, view: 'matte', frame, x, y: 20, slot: 0};
+      await (await fetch('probe', {method: 'POST', headers: {'Content-Type': 'application/json'}, body: JSON.stringify(body)})).json();
+      return performance.now() - start;
+    };
+    const anew = [], again = [];
+    for (let i = 1; i <= 5; ++i) {
+      anew.push(await probe(i / 100, 10));
+      for (let x = 11; x < 15; ++x) again.push(await probe(i / 100, x));
+    }
+    const middle = (list) => list.sort((a, b) => a - b)[list.length >> 1];
+    return {anew: middle(anew), again: middle(again)};
+  });
+  console.log(`a pixel beside estimates: ${times.anew.toFixed(1)} ms at first, ${times.again.toFixed(1)} ms after`);
+  assert.ok(times.again < times.anew / 3, JSON.stringify(times));
+});
+
+test('hands: one undo for a gesture, capitals, words on Render, commands that run in any folder', async () => {
+  const files = drawPlate('--size', '320x180');
+  const {page} = await open([relative(process.cwd(), files.plate), '--bg', relative(process.cwd(), files.background), '--screen', '0.16,0.63,0.23']);
+  // A key held down, on a slider and in a number.
+  for (const [target, key] of [['#p-screenRange', 'ArrowRight'], ['#p-screenRange ~ input', 'ArrowUp']]) {
+    await page.locator(target).focus();
+    for (let i = 0; i < 6; ++i) await page.keyboard.down(key);
+    await page.keyboard.up(key);
+    await page.waitForFunction(() => location.hash.includes('screenRange='));
+    await page.click('#undo');
+    assert.equal(await page.evaluate(() => location.hash.includes('screenRange=')), false, `${target}: six steps of one press are undone at once`);
+  }
+  // Caps Lock sends capitals without Shift.
+  for (const [key, pressed] of [['W', '#wipe'], ['S', '#pickScreen'], ['X', '#sideB']]) {
+    await page.locator('#stage').focus();
+    await page.keyboard.press(key);
+    assert.equal(await page.locator(pressed).getAttribute('aria-pressed'), 'true', key);
+  }
+  await page.keyboard.press('X');
+  assert.match(await page.locator('[data-view=status]').getAttribute('title'), /Olive to green/);
+
+  assert.equal(await page.locator('#render').innerText(), 'Render Composite\nplate-key.png (download), no alpha');
+  await page.locator('#p-output').selectOption('unpremultiplied');
+  assert.equal(await page.locator('#render').innerText(), 'Render Foreground\nplate-key.png (download), matte in alpha');
+  await settled(page);
+  const at = folder();
+  shellRun(`cd ${at} && ${(await copiedCommand(page)).replace(/^orvanite/, program)} -q`);
+  const [rendered] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  assert.deepEqual(readPng(join(at, 'key.png')), readPng(await rendered.path()));
+});
+
+test('from 390 to 3840 pixels nothing is cut, and the settings fold away', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-2');
+  const long = join(shot, 'a-long-name-as-they-come-from-a-camera_A003C012_260611_R4QK.####.png');
+  for (const frame of ['0001', '0002']) copyFileSync(join(shot, `plate.${frame}.png`), long.replace('####', frame));
+  const server = await serve(long, '--screen', '0.1625,0.6375,0.2325');
+  closers.push(() => server.stop());
+  for (const [width, height] of [[390, 844], [800, 600], [1280, 720], [1920, 1080], [3840, 2160]]) {
+    const {page, close} = await browse(width, height);
+    await page.goto(server.address);
+    await page.waitForFunction(() => document.getElementById('counts').textContent);
+    await page.evaluate(() => { for (const group of document.querySelectorAll('details')) group.open = true; });
+    const look = () => page.evaluate(() => {
+      const cut = [...document.querySelectorAll('button, label, .name, h1, summary, select, input[type=number], #counts span, #info, #frameNumber')]
+        .filter((one) => one.checkVisibility() && (one.scrollWidth > one.clientWidth + 1 && getComputedStyle(one).display !== 'inline'))
+        .map((one) => one.id || one.textContent.trim());
+      const outside = [...document.querySelectorAll('button, input, select, h1')].filter((one) => one.checkVisibility()).filter((one) => {
+        const box = one.getBoundingClientRect();
+        return box.left < -0.5 || box.right > innerWidth + 0.5;
+      }).map((one) => one.id || one.textContent.trim());
+      const {width, height} = document.getElementById('stage').getBoundingClientRect();
+      return {cut, outside, width, height, sideways: document.documentElement.scrollWidth > innerWidth};
+    });
+    const open = await look();
+    assert.deepEqual({cut: open.cut, outside: open.outside, sideways: open.sideways}, {cut: [], outside: [], sideways: false}, `${width}`);
+    assert.ok(open.height > 0.25 * height && open.width > Math.min(width, 0.5 * width + 100) - 150, `${width}: a picture of ${open.width} x ${open.height}`);
+    await page.click('#fold');
+    const folded = await look();
+    assert.ok(folded.width === width && folded.height > 0.6 * height, `${width}: folded ${folded.width} x ${folded.height}`);
+    await page.keyboard.press('P');
+    assert.deepEqual(await look(), open);
+    assert.deepEqual(page.problems, []);
+    await close();
   }
 });
 
