@@ -22,7 +22,8 @@ constexpr Choice outputs[] = {
     {"unpremultiplied", "Foreground",
      "the cleaned foreground, not multiplied by the matte, with the matte in alpha"},
     {"status", "Status",
-     "black: all screen; blue: all foreground; olive to green: between, greener as the matte rises; "
+     "black: all screen; blue: all foreground; olive to green: between, greener as the matte "
+     "rises; "
      "redder where the hold-out matte keeps"},
     {"matte", "Matte", "the matte in all four channels"},
 };
