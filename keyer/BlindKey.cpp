@@ -77,6 +77,10 @@ std::optional<Mixing> mixingOf(const Settings& settings) {
   return std::nullopt;
 }
 
+bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
+  return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
+}
+
 BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes) {
   BlindKey key;
   key.settings = given;

@@ -57,6 +57,9 @@ struct BlindKey {
 /// How pixels mix by the parameter "estimate"; none where it is off.
 std::optional<Mixing> mixingOf(const Settings& settings);
 
+/// Whether settings key beside estimates: they ask for them, and no clean plate is given.
+bool keysBesideEstimates(const Settings& settings, const Inputs& inputs);
+
 /// Looks at one plate. Parameters that were given stay as they are; colourspace says how the plate
 /// is encoded, and of video codes the key may be in light or in the codes themselves.
 /// The same plate gives the same key whatever the number of threads.

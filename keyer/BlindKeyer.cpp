@@ -170,8 +170,8 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
       }
     }
     part.pictures.ref = interleaved(ref, w);
-    const auto matte = [&](bool used, const OtileImage& image, const Plane& found,
-                           std::uint16_t* to) -> OtileImage {
+    const auto matte = [&](bool used, const OtileImage& image, const OtileImage& unless,
+                           const Plane& found, std::uint16_t* to) -> OtileImage {
       if (!used) return {};
       const bool given = image.alpha != nullptr;
       for (int y = from; y < from + rows; ++y) {
@@ -179,16 +179,23 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
         for (int x = 0; x < w; ++x) {
           const std::size_t out = static_cast<std::size_t>(y - from) * static_cast<std::size_t>(w) +
                                   static_cast<std::size_t>(x);
-          const std::uint16_t own =
+          std::uint16_t own =
               found.size() > 0 ? codeOf(line[static_cast<std::size_t>(x)]) : std::uint16_t{0};
+          // What the caller keeps is not cut because it looks like screen.
+          if (unless.alpha != nullptr) {
+            own = std::min<std::uint16_t>(
+                own,
+                static_cast<std::uint16_t>(65535 - work(unless.alpha, at(unless, x, y), false)));
+          }
           to[out] = given ? std::max(own, work(image.alpha, at(image, x, y), false)) : own;
         }
       }
       return {nullptr, nullptr, nullptr, to, 1, w};
     };
-    part.pictures.hold = matte(used_.holdOut, frame.pictures.hold, key.holdOut, mattes.data());
+    const OtileImage held = used_.holdOut ? frame.pictures.hold : OtileImage{};
+    part.pictures.hold = matte(used_.holdOut, frame.pictures.hold, {}, key.holdOut, mattes.data());
     part.pictures.garbage =
-        matte(used_.garbage, frame.pictures.garbage, key.garbage, mattes.data() + pixels);
+        matte(used_.garbage, frame.pictures.garbage, held, key.garbage, mattes.data() + pixels);
     if (engine_.finishes()) {
       engine_.render(part, rowLoop);
     } else {

@@ -15,6 +15,7 @@
 
 #include "base/Error.h"
 #include "keyer/AutoKey.h"
+#include "keyer/BlindKey.h"
 #include "keyer/CleanPlate.h"
 #include "keyer/Pictures.h"
 #include "keyer/Preset.h"
@@ -32,7 +33,10 @@ struct OrvaniteKeyer {
   std::vector<std::string> found;  // the parameters that were found and not set since
   std::string foundText;
 
-  // The clean plate that was estimated, and its pixels at the depth in which they were last wanted.
+  std::optional<BlindKey> estimates;  // what the settings that were found key beside
+
+  // The clean plate that was estimated without them, and its pixels at the depth in which they were
+  // last wanted.
   std::optional<CleanPlate> cleanPlate;
   int width = 0, height = 0;
   std::optional<Depth> cleanDepth;
@@ -141,6 +145,7 @@ void isGiven(OrvaniteKeyer& keyer, std::string_view name) {
 void forgetFound(OrvaniteKeyer& keyer) {
   keyer.found.clear();
   keyer.foundText.clear();
+  keyer.estimates.reset();
   keyer.cleanPlate.reset();
   keyer.cleanDepth.reset();
   keyer.cleanPixels.clear();
@@ -267,8 +272,10 @@ const char* orvanite_keyerPreset(OrvaniteKeyer* keyer) {
 }
 
 OrvaniteResult orvanite_keyerUsePreset(OrvaniteKeyer* keyer, const char* text) {
-  return guarded(keyer,
-                 [&] { keyer->settings = settingsFromPreset(given(text, "preset"), "preset"); });
+  return guarded(keyer, [&] {
+    keyer->settings = settingsFromPreset(given(text, "preset"), "preset");
+    forgetFound(*keyer);
+  });
 }
 
 OrvaniteResult orvanite_keyerFindScreen(OrvaniteKeyer* keyer, const OrvaniteImage* plate,
@@ -292,27 +299,52 @@ OrvaniteResult orvanite_keyerFind(OrvaniteKeyer* keyer, const OrvaniteImage* pla
   return guarded(keyer, [&] {
     const Picture picture = plateOf(plate);
     const SearchedPlate searched(picture);
-    CleanPlateUse use = CleanPlateUse::never;
-    if (cleanPlate == ORVANITE_CLEAN_PLATE_GIVEN) use = CleanPlateUse::always;
-    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && searched.plate().depth != Depth::floats) {
-      use = CleanPlateUse::whenUneven;
-    }
     Settings settings = keyer->settings;
     for (const std::string& name : keyer->found) settings.reset(name);
-    AutoKey found = autoKey(searched.plate(), settings, use);
-    std::optional<CleanPlate> estimate;
-    if (found.cleanPlate && cleanPlate != ORVANITE_CLEAN_PLATE_GIVEN) {
-      estimate.emplace(searched.plate(), found.screen);
+    std::vector<std::string> set;
+    std::optional<BlindKey> estimates;
+    std::optional<CleanPlate> clean;
+    // Who wishes a key wishes estimates, unless they are ruled out.
+    const bool ruledOut = settings.given("estimate") && !mixingOf(settings);
+    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && settings.toggle("useReference") &&
+        !ruledOut) {
+      estimates = findKey(searched.plate(), settings);
+      settings = estimates->settings;
+      set = estimates->set;
+    } else {
+      CleanPlateUse use = CleanPlateUse::never;
+      if (cleanPlate == ORVANITE_CLEAN_PLATE_GIVEN) use = CleanPlateUse::always;
+      if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && settings.toggle("useReference") &&
+          searched.plate().depth != Depth::floats) {
+        use = CleanPlateUse::whenUneven;
+      }
+      AutoKey found = autoKey(searched.plate(), settings, use);
+      if (found.cleanPlate && cleanPlate != ORVANITE_CLEAN_PLATE_GIVEN) {
+        clean.emplace(searched.plate(), found.screen);
+      }
+      set = std::move(found.set);
     }
     std::string names;
-    for (const std::string& name : found.set) names += (names.empty() ? "" : " ") + name;
+    for (const std::string& name : set) names += (names.empty() ? "" : " ") + name;
     forgetFound(*keyer);
     keyer->settings = std::move(settings);
-    keyer->cleanPlate = std::move(estimate);
-    keyer->found = std::move(found.set);
+    keyer->estimates = std::move(estimates);
+    keyer->cleanPlate = std::move(clean);
+    keyer->found = std::move(set);
     keyer->foundText = std::move(names);
     keyer->width = picture.width;
     keyer->height = picture.height;
+  });
+}
+
+OrvaniteResult orvanite_keyerSee(OrvaniteKeyer* keyer, const OrvaniteImage* plate, int* steady) {
+  return guarded(keyer, [&] {
+    if (!keyer->estimates) {
+      throw Error(Fault::wrongUse, "plate", "expected a key beside estimates to have been found");
+    }
+    const SearchedPlate searched(plateOf(plate));
+    const bool same = keyer->estimates->see(searched.plate());
+    if (steady) *steady = same ? 1 : 0;
   });
 }
 
@@ -321,7 +353,7 @@ const char* orvanite_keyerFound(const OrvaniteKeyer* keyer) {
 }
 
 int orvanite_keyerHasCleanPlate(const OrvaniteKeyer* keyer) {
-  return keyer && keyer->cleanPlate ? 1 : 0;
+  return keyer && (keyer->cleanPlate || keyer->estimates) ? 1 : 0;
 }
 
 OrvaniteResult orvanite_keyerRender(OrvaniteKeyer* keyer, const OrvaniteFrame* frame, int threads) {
@@ -339,7 +371,8 @@ OrvaniteResult orvanite_keyerRender(OrvaniteKeyer* keyer, const OrvaniteFrame* f
         plate.height == keyer->height) {
       pictures.cleanPlate = estimated(*keyer, workingDepth(plate.sample, true));
     }
-    keyer->pictures.render(keyer->settings, pictures, threads);
+    keyer->pictures.render(keyer->settings, pictures, threads,
+                           keyer->estimates ? &*keyer->estimates : nullptr);
   });
 }
 

@@ -4,6 +4,7 @@
 // or the caller alone.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 
 namespace orvanite {
@@ -16,6 +17,11 @@ using Loop = std::function<void(int count, const std::function<void(int)>& body)
 /// throws is thrown.
 using RowLoop =
     std::function<void(int height, int least, const std::function<void(int first, int count)>&)>;
+
+/// The caller's own thread, band after band: what is worked on stays in the cache.
+inline void bandAfterBand(int height, int least, const std::function<void(int, int)>& work) {
+  for (int first = 0; first < height; first += least) work(first, std::min(least, height - first));
+}
 
 /// A loop over single turns by one over rows.
 inline Loop turnsBy(const RowLoop& rows) {

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "base/Error.h"
-#include "keyer/BlindKey.h"
 #include "keyer/Threads.h"
 
 namespace orvanite {
@@ -157,7 +156,6 @@ MatteChannel matteOf(const Picture& picture, const Settings& settings, std::stri
 
 // A frame's pictures with everything decided.
 struct Job {
-  const Keyer& keyer;
   const PictureFrame& frame;
   Depth depth;
   Inputs inputs;
@@ -188,7 +186,9 @@ struct Room {
   std::array<Rows, 6> rows;
 };
 
-void keyBand(const Job& job, const Band& band, Room& room, int threads) {
+// Keys a band by `key`, which is handed its pictures at the job's depth.
+template <class Key>
+void keyBand(const Job& job, const Band& band, Room& room, const Key& key) {
   const PictureFrame& f = job.frame;
   std::size_t used = 0;
   const auto in = [&](const Picture& picture, bool inPlace) {
@@ -218,11 +218,11 @@ void keyBand(const Job& job, const Band& band, Room& room, int threads) {
   if (job.inputs.reference) tile.ref = in(f.cleanPlate, job.inPlace(f.cleanPlate));
   if (job.resultInPlace()) {
     tile.dst = imageOf(f.result, job.depth, band.first);
-    job.keyer.render(keyed, threads);
+    key(keyed);
   } else {
     Rows& rows = room.rows[used];
     tile.dst = rows.prepare(f.plate.width, band.count, job.depth);
-    job.keyer.render(keyed, threads);
+    key(keyed);
     copyOut(f.result, band, job.depth, rows);
   }
 }
@@ -250,7 +250,8 @@ void checkPicture(const Picture& picture, const std::string& role) {
   }
 }
 
-void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, int threads) {
+void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, int threads,
+                          const BlindKey* estimates) {
   if (!frame.plate.coloured()) {
     throw Error(Fault::wrongUse, "plate", "expected a picture with red, green and blue");
   }
@@ -258,12 +259,6 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   if (!frame.result.present()) throw Error(Fault::wrongUse, "result", "expected a picture");
   checkFit(frame.result, frame.plate, "result");
   if (threads < 0) throw Error(Fault::wrongUse, "threads", "expected 0 or more");
-
-  if (mixingOf(settings)) {
-    throw Error::expected(Fault::wrongUse, "estimate",
-                          "off: estimates are for shots of files, a clean plate serves here",
-                          settings.choice("estimate"));
-  }
 
   Inputs inputs;
   inputs.background = frame.background.present();
@@ -290,11 +285,21 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   }
 
   const Depth depth = workingDepth(frame.plate.sample, inputs.reference);
+  const Job job{frame, depth, inputs, background, hold, garbage};
+  const Band everything{0, frame.plate.height};
+  if (keysBesideEstimates(settings, inputs)) {
+    const SearchedPlate searched(frame.plate);
+    const BlindKey own =
+        estimates ? estimates->carriedTo(searched.plate()) : findKey(searched.plate(), settings);
+    beside_.prepare(own, settings, depth, inputs);
+    Room whole;
+    keyBand(job, everything, whole, [&](const Frame& f) { beside_.render(own, f, threads); });
+    return;
+  }
   keyer_.prepare(settings, depth, inputs);
-  const Job job{keyer_, frame, depth, inputs, background, hold, garbage};
   if (keyer_.finishes()) {
     Room whole;
-    keyBand(job, {0, frame.plate.height}, whole, threads);
+    keyBand(job, everything, whole, [&](const Frame& f) { keyer_.render(f, threads); });
     return;
   }
   const bool inPlace = job.allInPlace();
@@ -303,7 +308,8 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
     thread_local Room room;
     const int most = inPlace ? count : bandRows;
     for (int done = 0; done < count; done += most) {
-      keyBand(job, {first + done, std::min(most, count - done)}, room, 1);
+      keyBand(job, {first + done, std::min(most, count - done)}, room,
+              [&](const Frame& f) { keyer_.render(f, 1); });
     }
   });
 }

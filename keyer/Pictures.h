@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "keyer/BlindKeyer.h"
 #include "keyer/Keyer.h"
 #include "keyer/Mattes.h"
 #include "keyer/Samples.h"
@@ -46,14 +47,18 @@ struct PictureFrame {
 /// Keys frames whose pictures lie anyhow.
 class PictureKeyer {
  public:
-  /// threads  how many may work on the frame; 0 for as many as the process has
+  /// threads    how many may work on the frame; 0 for as many as the process has
+  /// estimates  what settings that key beside estimates are beside: a key that was found in a frame
+  ///            of the shot, and is carried to this one; null: found in this frame alone
   /// Throws Error (wrongUse) about the picture that is missing or does not fit, or for settings
   /// that cannot key; failure when memory runs out. Mattes of more than one channel are read from
   /// the channel that was given, else by MatteChannel::automatic.
-  void render(const Settings& settings, const PictureFrame& frame, int threads);
+  void render(const Settings& settings, const PictureFrame& frame, int threads,
+              const BlindKey* estimates = nullptr);
 
  private:
   Keyer keyer_;
+  BlindKeyer beside_;
 };
 
 /// A plate as the screen's search reads it: where it lies, or in a copy.

@@ -69,10 +69,6 @@ media::Picture FirstKey::cleanPlateOf(const media::Picture& plate) const {
   return clean;
 }
 
-bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
-  return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
-}
-
 BlindKey estimatesOf(const Shot& shot, const Settings& settings, std::optional<int> frame) {
   const LookedAt look = shot.toLookAt(frame);
   const media::Picture own = media::part(look.picture, look.own);

@@ -43,8 +43,7 @@ struct FirstKey {
   media::Picture cleanPlateOf(const media::Picture& plate) const;
 };
 
-/// Whether settings key beside estimates: they ask for them, and no clean plate is given.
-bool keysBesideEstimates(const Settings& settings, const Inputs& inputs);
+using orvanite::keysBesideEstimates;
 
 /// The estimates of a shot, from the frame that is looked at and a few others, the same ones
 /// whatever part is keyed; they depend on no setting but the encoding. Throws Error as

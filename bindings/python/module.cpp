@@ -123,9 +123,10 @@ class Keyer {
   }
   py::tuple findScreen(const py::object& plate) {
     const OrvaniteImage image = imageOf(plate, "plate");
+    constexpr const char* channels[] = {"red", "green", "blue"};
     OrvaniteScreen screen{};
     call([&] { return orvanite_keyerFindScreen(keyer_, &image, &screen); });
-    return py::make_tuple(screen.primary == 2 ? "blue" : "green",
+    return py::make_tuple(channels[screen.primary],
                           py::make_tuple(screen.colour[0], screen.colour[1], screen.colour[2]),
                           screen.coverage, screen.evenness);
   }
@@ -142,6 +143,12 @@ class Keyer {
       return result;
     });
     return py::make_tuple(names, estimated);
+  }
+  bool see(const py::object& plate) {
+    const OrvaniteImage image = imageOf(plate, "plate");
+    int steady = 0;
+    call([&] { return orvanite_keyerSee(keyer_, &image, &steady); });
+    return steady != 0;
   }
   void render(const py::object& plate, const py::object& background, const py::object& holdOut,
               const py::object& garbage, const py::object& cleanPlate, const py::object& out,
@@ -243,5 +250,6 @@ PYBIND11_MODULE(_native, module) {
       .def("use_preset", &Keyer::usePreset)
       .def("find_screen", &Keyer::findScreen)
       .def("find", &Keyer::find)
+      .def("see", &Keyer::see)
       .def("render", &Keyer::render);
 }

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "base/Error.h"
+#include "keyer/AutoKey.h"
 
 namespace orvanite::frei0rPlugin {
 
@@ -20,7 +21,7 @@ namespace {
 // frei0r has no mattes and no clean plate, and a filter no background. Hosts hand over slices of a
 // frame, and the finish looks at what is around them.
 bool carried(const Parameter& parameter) {
-  if (parameter.meaning.ofWholeFrames()) return false;
+  if (parameter.meaning.stage == Stage::finish) return false;
   const SidePicture needs = parameter.meaning.needs;
   return needs == SidePicture::none || (needs == SidePicture::background && kind().background);
 }
@@ -60,6 +61,10 @@ std::string explanationOf(const Parameter& parameter) {
       text.append(" ").append(choice.text);
       ++number;
     }
+    if (parameter.meaning.stage == Stage::estimate) {
+      text.append(", ").append(std::to_string(number)).append(" ").append(automaticEstimate);
+      text += ": as the found screen has it";
+    }
     text += ".";
   }
   if (parameter.rule == DefaultRule::balanceOfScreen) {
@@ -79,8 +84,13 @@ std::string nameOf(const Parameter& parameter) {
 
 std::vector<Control> makeControls() {
   std::vector<Control> made;
+  const Parameter* estimate = nullptr;
   for (const Parameter& parameter : parameters()) {
     if (!carried(parameter)) continue;
+    if (parameter.meaning.stage == Stage::estimate) {
+      estimate = &parameter;
+      continue;
+    }
     const int type = typeOf(parameter);
     if (parameter.type != ParameterType::triple) {
       made.push_back({&parameter, 0, type, nameOf(parameter), explanationOf(parameter)});
@@ -95,8 +105,9 @@ std::vector<Control> makeControls() {
   // Last, so that the others keep their numbers.
   made.push_back(
       {nullptr, 0, F0R_PARAM_BOOL, "Find screen",
-       "While no screen colour is set, the first frame that shows a blue or green screen "
-       "sets what makes the key."});
+       "While no screen colour is set, the first frame that shows a screen sets what makes the "
+       "key."});
+  made.push_back({estimate, 0, F0R_PARAM_STRING, nameOf(*estimate), explanationOf(*estimate)});
   return made;
 }
 
@@ -107,6 +118,11 @@ int choiceNumber(const Parameter& parameter, std::string_view text) {
   const auto read = std::from_chars(text.data(), end, number);
   const bool whole = read.ec == std::errc() && read.ptr == end;
   return whole && number < static_cast<int>(parameter.choices.size()) ? number : -1;
+}
+
+bool isAutomatic(const Parameter& parameter, std::string_view text) {
+  return parameter.meaning.stage == Stage::estimate &&
+         (text == automaticEstimate || text == std::to_string(parameter.choices.size()));
 }
 
 // Whether a colour is the table's default, give or take what hosts of eight bits make of it.
@@ -165,16 +181,18 @@ void Effect::set(int index, const void* value) {
       case F0R_PARAM_STRING: {
         const char* text = *static_cast<const f0r_param_string*>(value);
         if (!text) break;
-        const std::string before = settings_.text(parameter.name);
+        const Settings before = settings_;
         if (const int number = choiceNumber(parameter, text); number >= 0) {
           settings_.setNumber(parameter.name, number);
+        } else if (isAutomatic(parameter, text)) {
+          settings_.reset(parameter.name);
         } else {
           settings_.setText(parameter.name, text);
         }
-        // What was found was found in another encoding.
-        if (parameter.name == "colourspace" && settings_.text(parameter.name) != before) {
-          found_.reset();
-        }
+        // What was found was found in another encoding, or keyed in another.
+        const bool decides =
+            parameter.name == "colourspace" || parameter.meaning.stage == Stage::estimate;
+        if (decides && !(settings_ == before)) forgetFound();
         break;
       }
       case F0R_PARAM_COLOR: {
@@ -233,6 +251,9 @@ void Effect::get(int index, void* value) {
     case F0R_PARAM_STRING: {
       std::string& text = texts_[static_cast<std::size_t>(index)];
       text = settings_.text(parameter.name);
+      if (parameter.meaning.stage == Stage::estimate && !settings_.given(parameter.name)) {
+        text = automaticEstimate;
+      }
       *static_cast<f0r_param_string*>(value) = text.data();
       break;
     }
@@ -253,47 +274,76 @@ void Effect::get(int index, void* value) {
   }
 }
 
-Settings Effect::settingsFor(const std::uint32_t* plate) {
+void Effect::forgetFound() {
+  foundNames_.clear();
+  estimates_.reset();
+}
+
+Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs) {
   const std::lock_guard guard(lock_);
-  if (!findsScreen_ || settings_.given("screen")) return settings_;
-  if (!found_) {
-    const Plate frame{imageOf(plate, width_), width_, height_, Depth::bytes};
-    Settings values;
-    values.setText("colourspace", settings_.text("colourspace"));
-    try {
-      found_ = autoKey(frame, values, CleanPlateUse::never);
-    } catch (const Error&) {
-      return settings_;  // no screen yet: the next frame may show one
+  const bool finds = findsScreen_ && !settings_.given("screen");
+  const bool asked = keysBesideEstimates(settings_, inputs);
+  const bool ruledOut = settings_.given("estimate") && !asked;
+  const Plate frame{imageOf(plate, width_), width_, height_, Depth::bytes};
+  Settings values;
+  for (const char* name : {"colourspace", "estimate"}) {
+    if (settings_.given(name)) values.setText(name, settings_.text(name));
+  }
+  try {
+    if (asked || (finds && !ruledOut)) {
+      if (!estimates_) {
+        auto found = std::make_shared<BlindKey>(orvanite::findKey(frame, values));
+        foundNames_ = found->set;
+        foundValues_ = found->settings;
+        estimates_ = std::move(found);
+      }
+    } else if (finds && foundNames_.empty()) {
+      foundNames_ = autoKey(frame, values, CleanPlateUse::never).set;
+      foundValues_ = values;
     }
-    foundValues_ = values;
+  } catch (const Error&) {
+    return {settings_, nullptr};  // no screen yet: the next frame may show one
   }
-  Settings made = settings_;
-  for (const std::string& name : found_->set) {
-    if (!settings_.given(name)) made.setText(name, foundValues_.text(name));
+  Key key{settings_, estimates_};
+  if (!finds) return key;
+  for (const std::string& name : foundNames_) {
+    if (!settings_.given(name)) key.settings.setText(name, foundValues_.text(name));
   }
-  return made;
+  return key;
+}
+
+bool Effect::render(const Key& key, const Inputs& inputs, const Otile& pictures) {
+  const Recipe recipe{key.settings, Depth::bytes, inputs};
+  if (!recipe.settings.screenProblem().empty()) return false;
+  if (keysBesideEstimates(key.settings, inputs)) {
+    if (!key.estimates) return false;
+    const Frame frame{pictures, width_, height_, Depth::bytes};
+    const BlindKey own = key.estimates->carriedTo({pictures.fg, width_, height_, Depth::bytes});
+    frames_.beside(own, recipe)->render(own, frame, bandAfterBand);
+    return true;
+  }
+  const auto lease = engines_.lease(recipe);
+  Otile tile = pictures;
+  return lease.result() == 0 && orvanite_render(lease.engine(), 1, width_, height_, &tile) == 0;
 }
 
 void Effect::update(const std::uint32_t* plate, const std::uint32_t* background,
                     std::uint32_t* out) {
   if (!plate || !out || width_ <= 0 || height_ <= 0) return;
-  Recipe recipe;
-  recipe.settings = settingsFor(plate);
-  recipe.inputs.background = background != nullptr;
-
-  int result = 1;
-  if (recipe.settings.screenProblem().empty()) {
-    const auto lease = engines_.lease(recipe);
-    if (lease.result() == 0) {
-      Otile tile{};
-      tile.dst = imageOf(out, width_);
-      tile.fg = imageOf(plate, width_);
-      if (recipe.settings.view(recipe.inputs) == View::composite)
-        tile.bg = imageOf(background, width_);
-      result = orvanite_render(lease.engine(), 1, width_, height_, &tile);
-    }
+  Inputs inputs;
+  inputs.background = background != nullptr;
+  const Key key = keyFor(plate, inputs);
+  Otile pictures{};
+  pictures.dst = imageOf(out, width_);
+  pictures.fg = imageOf(plate, width_);
+  if (key.settings.view(inputs) == View::composite) pictures.bg = imageOf(background, width_);
+  bool keyed = false;
+  try {
+    keyed = render(key, inputs, pictures);
+  } catch (const Error&) {
+    // What cannot be keyed is shown as it is.
   }
-  if (result != 0 && out != plate) {
+  if (!keyed && out != plate) {
     std::memcpy(out, plate,
                 static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * 4);
   }

@@ -7,15 +7,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "keyer/AutoKey.h"
 #include "keyer/Settings.h"
 #include "plugins/EnginePool.h"
+#include "plugins/FrameKeyers.h"
 
 namespace orvanite::frei0rPlugin {
 
@@ -32,7 +33,7 @@ struct Kind {
 const Kind& kind();
 
 /// One parameter as frei0r shows it: a table entry, one channel of one, or the switch that finds
-/// the screen (the last one, without an entry).
+/// the screen, without an entry.
 struct Control {
   const Parameter* parameter;
   int channel;  // of a triple; 0 otherwise
@@ -40,6 +41,9 @@ struct Control {
   std::string name;
   std::string explanation;
 };
+
+/// What `estimate` is beside the table's texts, and by default: as the found screen has it.
+inline constexpr std::string_view automaticEstimate = "automatic";
 
 /// The table's parameters that frei0r can carry, in the table's order. A host's panel shows them
 /// by index, so entries are only ever added at the end of the table's groups with a new major
@@ -62,20 +66,31 @@ class Effect {
   /// Keys a frame of RGBA pixels; `background` is null where there is none. Input and output may
   /// be the same frame. Settings that cannot key give the plate as it is.
   /// While the switch is on and no screen colour was given, the first frame that shows a screen
-  /// sets what makes the key, for that frame and all later ones; what was given stays.
+  /// sets what makes the key, for that frame and all later ones; what was given stays. Unless
+  /// estimates are ruled out they are looked for there as well, and carried to each frame.
   void update(const std::uint32_t* plate, const std::uint32_t* background, std::uint32_t* out);
 
  private:
-  Settings settingsFor(const std::uint32_t* plate);
+  /// What a frame is keyed with.
+  struct Key {
+    Settings settings;
+    std::shared_ptr<const BlindKey> estimates;  // of the first frame; null: none
+  };
+  Key keyFor(const std::uint32_t* plate, const Inputs& inputs);
+  void forgetFound();
+  bool render(const Key& key, const Inputs& inputs, const Otile& pictures);
 
   int width_, height_;
-  std::mutex lock_;  // over what follows, except that engines_ has its own
+  std::mutex lock_;  // over what follows, up to texts_
   Settings settings_;
   bool findsScreen_ = true;
-  std::optional<AutoKey> found_;    // of the first frame that showed a screen,
-  Settings foundValues_;            // and what it set
+  // Of the first frame that showed a screen: what was set, to which values, and the estimates.
+  std::vector<std::string> foundNames_;
+  Settings foundValues_;
+  std::shared_ptr<const BlindKey> estimates_;
   std::vector<std::string> texts_;  // what get handed out last, per control
   EnginePool engines_;
+  FrameKeyers frames_;
 };
 
 }  // namespace orvanite::frei0rPlugin

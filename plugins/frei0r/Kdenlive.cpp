@@ -68,11 +68,18 @@ std::string row(const Control& control, int index) {
     for (const Choice& choice : control.parameter->choices) {
       if (!values.empty()) values += ';', labels += ',';
       values += choice.text;
-      labels += choice.label;
+      // Kdenlive parts labels by commas.
+      for (const char c : choice.label) labels += c == ',' ? ':' : c;
     }
     orvanite::Settings settings;
+    const bool estimate = control.parameter->meaning.stage == orvanite::Stage::estimate;
+    if (estimate) {
+      values.append(";").append(orvanite::frei0rPlugin::automaticEstimate);
+      labels += ",Automatic";
+    }
     std::string first = settings.text(control.parameter->name);
     if (control.parameter->name == "output") first = orvanite::frei0rPlugin::kind().defaultOutput;
+    if (estimate) first = orvanite::frei0rPlugin::automaticEstimate;
     attributes = attribute("type", "list") + name + attribute("default", first) +
                  attribute("paramlist", values);
     inside = "    <paramlistdisplay>" + escaped(labels) + "</paramlistdisplay>\n";

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -12,34 +11,11 @@
 #include "keyer/AutoKey.h"
 #include "keyer/Screen.h"
 #include "plugins/ofx/Instance.h"
+#include "plugins/ofx/PlateCopy.h"
 
 namespace orvanite::ofxPlugin {
 
 namespace {
-
-// The pixels of a host's picture, whose rows may lie anyhow, as the screen's search reads them.
-struct PlateCopy {
-  explicit PlateCopy(const Picture& picture) : bounds(picture.bounds) {
-    const Depth depth = workingDepth(picture.sample, false);
-    plate.width = bounds.x2 - bounds.x1;
-    plate.height = bounds.y2 - bounds.y1;
-    plate.depth = depth;
-    const auto samples = static_cast<std::size_t>(plate.width * picture.channels);
-    const std::size_t row = samples * static_cast<std::size_t>(bytesOf(depth));
-    bytes.resize(row * static_cast<std::size_t>(plate.height));
-    for (int y = 0; y < plate.height; ++y) {
-      toWorking(bytes.data() + static_cast<std::size_t>(y) * row, depth,
-                picture.data + y * picture.rowBytes, picture.sample, samples);
-    }
-    std::byte* const at = bytes.data();
-    plate.image = OtileImage{at,      at + bytesOf(depth), at + std::ptrdiff_t{2} * bytesOf(depth),
-                             nullptr, picture.channels,    picture.channels * plate.width};
-  }
-
-  ofx::RectI bounds;
-  std::vector<std::byte> bytes;
-  Plate plate;
-};
 
 std::optional<PlateCopy> copyOf(const Image& image) {
   if (!image || !image.sample()) return {};
@@ -59,7 +35,7 @@ std::optional<Box> boxOn(const PlateCopy& copy, const ofx::RectD& box, const ofx
       pixelOf(std::ceil(box.x2 * scale.x)), pixelOf(std::ceil(box.y2 * scale.y))};
   const ofx::RectI inside = overlap(pixels, copy.bounds);
   if (isEmpty(inside)) return {};
-  return Box{inside.x1 - copy.bounds.x1, inside.y1 - copy.bounds.y1, inside.x2 - inside.x1,
+  return Box{inside.x1 - copy.bounds.x1, copy.bounds.y2 - inside.y2, inside.x2 - inside.x1,
              inside.y2 - inside.y1};
 }
 
@@ -75,10 +51,18 @@ void Instance::findKey(ofx::Time time) {
   const Settings now = parameters_.at(time);
   Settings settings;
   settings.setText("colourspace", now.text("colourspace"));
-  const bool cleanPlate = now.toggle("useReference") && reference_.connected();
   try {
-    const AutoKey found =
-        autoKey(copy->plate, settings, cleanPlate ? CleanPlateUse::always : CleanPlateUse::never);
+    if (now.toggle("useReference") && !reference_.connected()) {
+      const BlindKey found = orvanite::findKey(copy->plate, settings);
+      parameters_.write(found.settings, found.set, time, "Auto");
+      return;
+    }
+    // The user's clean plate, or none at all.
+    const CleanPlateUse use =
+        now.toggle("useReference") ? CleanPlateUse::always : CleanPlateUse::never;
+    AutoKey found = autoKey(copy->plate, settings, use);
+    settings.setText("estimate", "off");
+    found.set.emplace_back("estimate");
     parameters_.write(settings, found.set, time, "Auto");
   } catch (const Error& error) {
     report(ofx::message::warning, "Auto: " + error.message());
@@ -103,7 +87,7 @@ void Instance::sampleScreen(ofx::Time time) {
   } else {
     const Screen screen = findScreen(copy->plate);
     if (!screen.found) {
-      report(ofx::message::warning, "Sample screen: this frame shows no blue or green screen");
+      report(ofx::message::warning, "Sample screen: this frame shows no screen");
       return;
     }
     colour = screen.colour;

@@ -319,12 +319,11 @@ ofx::Status describeParameters(ofx::Effect descriptor, bool filter) {
   Describer describer(set, filter);
   const Group* group = nullptr;
   for (const Parameter& parameter : parameters()) {
-    // Windows are keyed without what is around them, which the finish looks at.
-    if (parameter.meaning.ofWholeFrames()) continue;
     if (&parameter.group != group) {
       group = &parameter.group;
-      // Grades are looked at last and take the most room.
-      describer.openGroup(*group, parameter.meaning.stage != Stage::grade);
+      // Grades and the finish are looked at last and take the most room.
+      const Stage stage = parameter.meaning.stage;
+      describer.openGroup(*group, stage != Stage::grade && stage != Stage::finish);
     }
     describer.add(parameter);
     if (parameter.name == "output") addOutputRows(describer);

@@ -14,9 +14,13 @@ Instance* instanceOf(ofx::Effect effect) {
   return static_cast<Instance*>(propertiesOf(effect).pointer(ofx::prop::instanceData));
 }
 
-std::string clippingNote(Sample sample, bool cleanPlate) {
-  if (!cleanPlate || sample == Sample::byte || sample == Sample::word) return {};
-  return "Reference: keyed in 16 bits beside a clean plate; values outside 0 to 1 are clipped";
+std::string clippingNote(Sample sample, bool cleanPlate, bool estimated) {
+  if (sample == Sample::byte || sample == Sample::word) return {};
+  if (cleanPlate) {
+    return "Reference: keyed in 16 bits beside a clean plate; values outside 0 to 1 are clipped";
+  }
+  if (!estimated) return {};
+  return "Key beside: keyed in 16 bits; values below 0, and above 8 in linear light, are clipped";
 }
 
 Instance::Instance(ofx::Effect effect)
@@ -118,11 +122,19 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
   if (!region) return ofx::replyDefault;
   const double time = in.real(ofx::prop::time, 0);
   const Request request = requestAt(time);
+  // A pixel needs the same pixel of what is in use, and nothing of what is not. A finish looks
+  // around it, as far as in the output's pixels at this scale, and estimates at the whole plate.
+  const double scale = in.real(ofx::prop::renderScale, 1, 0);
+  const Finish finish = Finish::of(request.settings, request.inputs, static_cast<float>(scale));
+  const double border = finish.border() / std::max(scale, 1e-3);
+  const double aspect = Properties(source_.properties).real(ofx::prop::pixelAspect, 1);
+  const double across = border * std::max(1.0, aspect);
+  const ofx::RectD wide{region->x1 - across, region->y1 - border, region->x2 + across,
+                        region->y2 + border};
   const auto ask = [&](const ClipRef& ref, const char* name, bool needed) {
     if (!ref.connected()) return;
-    // A pixel needs the same pixel of what is in use, and nothing of what is not.
     const ofx::RectD none{region->x1, region->y1, region->x1, region->y1};
-    out.set((std::string(ofx::prop::clipRegionOfInterest) + name).c_str(), needed ? *region : none);
+    out.set((std::string(ofx::prop::clipRegionOfInterest) + name).c_str(), needed ? wide : none);
   };
   // What a matte's channel is, is decided for the whole of it.
   const auto askMatte = [&](const ClipRef& ref, const char* name, bool needed,
@@ -134,7 +146,14 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
     }
   };
   ask(source_, ofx::sourceClip, true);
-  ask(background_, backgroundClip, request.settings.view(request.inputs) == View::composite);
+  if (request.beside()) {
+    if (const auto whole = regionOf(source_, time)) {
+      const ofx::RectD both{std::min(whole->x1, wide.x1), std::min(whole->y1, wide.y1),
+                            std::max(whole->x2, wide.x2), std::max(whole->y2, wide.y2)};
+      out.set((std::string(ofx::prop::clipRegionOfInterest) + ofx::sourceClip).c_str(), both);
+    }
+  }
+  ask(background_, backgroundClip, needsBackground(request.settings, request.inputs));
   askMatte(holdOut_, holdOutClip, request.holdPicture, request.panel.holdChannel);
   askMatte(garbage_, garbageClip, request.garbagePicture, request.panel.garbageChannel);
   ask(reference_, referenceClip, request.inputs.reference);
@@ -157,7 +176,7 @@ ofx::Status Instance::isIdentity(Properties in, Properties out) {
     } else {
       problem.insert(0, "Screen colour: ");
     }
-    settle(problem, clippingNote(*sample, request.inputs.reference));
+    settle(problem, clippingNote(*sample, request.inputs.reference, request.beside()));
     if (problem.empty()) return ofx::replyDefault;
   }
   out.set(ofx::prop::name, ofx::sourceClip);
@@ -183,6 +202,8 @@ ofx::Status Instance::changed(Properties in) {
 
 ofx::Status Instance::purge() {
   engines_.purge();
+  frames_.purge();
+  estimates_.clear();
   return ofx::ok;
 }
 

@@ -5,12 +5,15 @@
 // instance, except that the host changes and destroys an instance while nothing else runs on it.
 #pragma once
 
+#include <array>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
 #include "plugins/EnginePool.h"
+#include "plugins/FrameKeyers.h"
 #include "plugins/ofx/Host.h"
 #include "plugins/ofx/Images.h"
 #include "plugins/ofx/OfxApi.h"
@@ -62,9 +65,17 @@ class Instance {
     Inputs inputs;
     bool holdPicture = false;     // whether the hold-out clip's picture is used,
     bool garbagePicture = false;  // and the garbage matte's
+
+    /// Whether it is keyed beside estimates of the whole plate.
+    bool beside() const { return keysBesideEstimates(settings, inputs); }
   };
 
   Request requestAt(ofx::Time time) const;
+  /// The estimates of a job's plate, kept for the pictures that were asked for last; null where it
+  /// shows no screen.
+  std::shared_ptr<const BlindKey> estimatesOf(const WindowJob& job, const Image& image,
+                                              const Settings& settings);
+  ofx::RectI wholeOf(ofx::Time time, const WindowJob& job, const Image& dst) const;
   std::optional<ofx::RectD> regionOf(const ClipRef& clip, ofx::Time time) const;
   MatteChannel decided(MatteChannel channel, const ClipRef& clip, const Image& image,
                        const Picture& picture);
@@ -82,6 +93,8 @@ class Instance {
   ClipRef source_, output_, background_, holdOut_, garbage_, reference_;
   InstanceParameters parameters_;
   EnginePool engines_;
+  FrameKeyers frames_;
+  Latest<std::array<std::string, 3>, BlindKey> estimates_;  // by pixels, encoding and mixing
   std::mutex reportLock_;
   std::string reported_;  // under reportLock_
   std::mutex matteLock_;
@@ -91,7 +104,8 @@ class Instance {
 /// The instance behind an effect's handle, or null.
 Instance* instanceOf(ofx::Effect effect);
 
-/// What the user should know of pictures of a kind beside a clean plate; empty for nothing.
-std::string clippingNote(Sample sample, bool cleanPlate);
+/// What the user should know of pictures of a kind beside a clean plate of their own, or an
+/// estimated one; empty for nothing.
+std::string clippingNote(Sample sample, bool cleanPlate, bool estimated);
 
 }  // namespace orvanite::ofxPlugin

@@ -49,18 +49,8 @@ void Instance::loadPreset(ofx::Time time) {
   try {
     const Settings settings = settingsFromPresetFile(path);
     std::vector<std::string> all;
-    std::string left;
-    for (const Parameter& parameter : parameters()) {
-      all.emplace_back(parameter.name);
-      const bool lost = parameter.meaning.ofWholeFrames() &&
-                        settings.text(parameter.name) != Settings().text(parameter.name);
-      if (lost) left.append(left.empty() ? "" : ", ").append(parameter.label);
-    }
+    for (const Parameter& parameter : parameters()) all.emplace_back(parameter.name);
     parameters_.write(settings, all, time, "Load preset");
-    if (!left.empty()) {
-      report(ofx::message::warning,
-             "Load preset: this plug-in keys parts of frames, so it leaves out " + left);
-    }
   } catch (const Error& error) {
     report(ofx::message::warning, std::string("Load preset: ") + error.what());
   }

@@ -4,12 +4,16 @@
 // threads until they are through or the host has had enough.
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <functional>
 #include <new>
 
 #include "base/Error.h"
 #include "engine/targets/Target.h"
 #include "plugins/ofx/Images.h"
 #include "plugins/ofx/Instance.h"
+#include "plugins/ofx/PlateCopy.h"
 #include "plugins/ofx/Window.h"
 
 namespace orvanite::ofxPlugin {
@@ -73,7 +77,99 @@ void run(Crew& crew) {
   crew.work();  // what is left: nothing, or all when the host started no thread
 }
 
+// Rows on the threads that the host lends; on this one where it lends none.
+void onHostThreads(int height, int least, const std::function<void(int, int)>& work) {
+  struct Rows {
+    int height, size;
+    const std::function<void(int, int)>& work;
+    std::atomic<int> next = 0;
+    std::atomic<bool> failed = false;
+
+    void take() noexcept {
+      try {
+        while (!failed) {
+          const int first = next.fetch_add(size);
+          if (first >= height) return;
+          work(first, std::min(size, height - first));
+        }
+      } catch (...) {  // nothing but memory can fail here
+        failed = true;
+      }
+    }
+  };
+  const ofx::MultiThreadSuite* suite = host().thread;
+  unsigned int threads = 1;
+  if (!suite || !suite->multiThread || !suite->numCpus || suite->numCpus(&threads) != ofx::ok) {
+    threads = 1;
+  }
+  const int wanted = static_cast<int>(std::min(threads, 64U));
+  Rows rows{height, std::max(least, height / (std::max(1, wanted) * sharesOfAThread)), work};
+  if (wanted > 1) {
+    suite->multiThread(
+        [](unsigned int, unsigned int, void* all) { static_cast<Rows*>(all)->take(); },
+        static_cast<unsigned int>(wanted), &rows);
+  }
+  rows.take();
+  if (rows.failed) throw std::bad_alloc();
+}
+
+// The same for the same pixels: FNV-1a over them.
+std::string pixelsOf(const Plate& plate) {
+  std::uint64_t hash = 0xCBF29CE484222325U;
+  const int sample = bytesOf(plate.depth);
+  const auto take = [&](const void* channel, std::ptrdiff_t at) {
+    const auto* bytes = static_cast<const unsigned char*>(channel) + at * sample;
+    for (int i = 0; i < sample; ++i) hash = (hash ^ bytes[i]) * 0x100000001B3U;
+  };
+  for (int y = 0; y < plate.height; ++y) {
+    for (int x = 0; x < plate.width; ++x) {
+      const std::ptrdiff_t at =
+          std::ptrdiff_t{y} * plate.image.lineStep + std::ptrdiff_t{x} * plate.image.pixelStep;
+      for (const void* channel : {plate.image.red, plate.image.green, plate.image.blue}) {
+        take(channel, at);
+      }
+    }
+  }
+  return std::to_string(hash) + " of " + std::to_string(plate.width);
+}
+
 }  // namespace
+
+std::shared_ptr<const BlindKey> Instance::estimatesOf(const WindowJob& job, const Image& image,
+                                                      const Settings& settings) {
+  if (!job.fg || isEmpty(job.fg->bounds)) return nullptr;
+  const PlateCopy copy(*job.fg);
+  const std::string identity = image.identity();
+  const std::array from = {identity.empty() ? pixelsOf(copy.plate) : identity,
+                           settings.text("colourspace"), settings.text("estimate")};
+  return estimates_.get(from, [&]() -> std::shared_ptr<const BlindKey> {
+    try {
+      return std::make_shared<BlindKey>(orvanite::findKey(copy.plate, settings));
+    } catch (const Error&) {
+      return nullptr;  // no screen in this frame
+    }
+  });
+}
+
+// The output's pixels, as far as a finish may look.
+ofx::RectI Instance::wholeOf(ofx::Time time, const WindowJob& job, const Image& dst) const {
+  const bool byBackground = parameters_.choices().sizedByBackground && background_.connected();
+  const auto region = regionOf(byBackground ? background_ : source_, time);
+  ofx::RectI whole = job.fg ? job.fg->bounds : job.window;
+  // Of an image of one field nobody says which of its lines the region has.
+  if (region && !dst.singleField()) {
+    const ofx::PointD scale = dst.pixelsPerUnit();
+    const auto pixel = [](double v) {
+      constexpr double far = 1e8;  // hosts have regions without an end
+      return static_cast<int>(std::lround(std::clamp(v, -far, far)));
+    };
+    whole = {pixel(region->x1 * scale.x), pixel(region->y1 * scale.y), pixel(region->x2 * scale.x),
+             pixel(region->y2 * scale.y)};
+  }
+  const ofx::RectI& w = job.window;
+  return {std::min(whole.x1, w.x1), std::min(whole.y1, w.y1), std::max(whole.x2, w.x2),
+          std::max(whole.y2, w.y2)};
+}
 
 MatteChannel Instance::decided(MatteChannel channel, const ClipRef& clip, const Image& image,
                                const Picture& picture) {
@@ -127,7 +223,7 @@ ofx::Status Instance::render(Properties in) {
   const Request request = requestAt(time);
   const Settings& settings = request.settings;
   const Inputs& inputs = request.inputs;
-  job.background = settings.view(inputs) == View::composite;
+  job.background = needsBackground(settings, inputs);
   job.sourceColours = request.panel.intermediate;
   for (int c = 0; c < 3; ++c)
     job.screen[static_cast<std::size_t>(c)] = settings.number("screen", c);
@@ -158,7 +254,9 @@ ofx::Status Instance::render(Properties in) {
     }
     return picture;
   };
-  job.fg = fetch(fg, source_, ofx::sourceClip);
+  // Estimates are of the whole plate.
+  job.fg = fetch(fg, source_, ofx::sourceClip,
+                 request.beside() ? regionOf(source_, time) : std::optional<ofx::RectD>());
   if (job.fg && job.fg->channels < 3) return ofx::badImageFormat;
   if (job.fg && job.fg->channels == 4) job.sourceAlpha = request.panel.sourceAlpha;
   if (job.background) {
@@ -188,16 +286,38 @@ ofx::Status Instance::render(Properties in) {
   }
   // The plate as it is goes through a depth that takes nothing from it.
   if (!problem.empty()) job.depth = workingDepth(*sample, false);
-  settle(problem, clippingNote(*sample, inputs.reference));
+  settle(problem, clippingNote(*sample, inputs.reference, request.beside()));
 
+  const auto scale = static_cast<float>(in.real(ofx::prop::renderScale, 1, 0));
+  const Recipe recipe{settings, job.depth, inputs};
+  const auto estimates =
+      problem.empty() && request.beside() ? estimatesOf(job, fg, settings) : nullptr;
+  if (problem.empty() && !estimates && Finish::of(settings, inputs, scale).on()) {
+    const auto keyer = frames_.keyer(recipe, scale);
+    keyPart(job, grown(job.window, keyer->border(), wholeOf(time, job, dst)),
+            [&](const Frame& frame) { keyer->render(frame, onHostThreads); });
+    return ofx::ok;
+  }
+  const ofx::RectI within = estimates ? overlap(job.window, job.fg->bounds) : ofx::RectI{};
+  const bool all = estimates && within.x1 == job.window.x1 && within.x2 == job.window.x2 &&
+                   within.y1 == job.window.y1 && within.y2 == job.window.y2;
   Crew crew{job, effect_, !problem.empty()};
-  run(crew);
+  // Around the plate lies screen and nothing else, which any key takes away.
+  if (!all) run(crew);
   if (crew.outOfMemory) throw std::bad_alloc();
   if (crew.refused) {
     const std::string& target = targetProblem();
     throw Error(Fault::failure, "render",
                 target.empty() ? "the engine refused the pictures" : target);
   }
+  if (!estimates || crew.aborted || isEmpty(within)) return ofx::ok;
+  const LineSet part = linesOf(within, oneField, field == ofx::field::lower);
+  job.window = within;
+  job.firstLine = part.first;
+  job.lines = part.count;
+  keyPart(job, job.fg->bounds, [&](const Frame& frame) {
+    frames_.beside(*estimates, recipe, scale)->render(*estimates, frame, onHostThreads);
+  });
   return ofx::ok;
 }
 

@@ -247,9 +247,8 @@ class TileMaker {
   PixelBytes screen_;
 };
 
-int keyBand(const Band& band, Staging& staging) {
-  const WindowJob& job = band.job;
-  TileMaker make(band, staging);
+// All pictures of a band but its destination.
+Otile inputsOf(const WindowJob& job, TileMaker& make) {
   Otile tile{};
   tile.fg = make.plate(job.fg);  // with its alpha: fast kernels load whole pixels
   if (job.background) tile.bg = make.below(job.bg);
@@ -261,7 +260,22 @@ int keyBand(const Band& band, Staging& staging) {
     tile.garbage = make.united(tile.garbage, tile.fg, true);
   }
   if (job.reference) tile.ref = make.plate(job.reference);
+  return tile;
+}
 
+// A picture of so many rows, from its other end.
+void turnOver(OtileImage& image, int rows, Depth depth) {
+  const std::ptrdiff_t bytes = std::ptrdiff_t{image.lineStep} * (rows - 1) * bytesOf(depth);
+  for (void** channel : {&image.red, &image.green, &image.blue, &image.alpha}) {
+    if (*channel) *channel = static_cast<std::byte*>(*channel) + bytes;
+  }
+  image.lineStep = -image.lineStep;
+}
+
+int keyBand(const Band& band, Staging& staging) {
+  const WindowJob& job = band.job;
+  TileMaker make(band, staging);
+  Otile tile = inputsOf(job, make);
   const bool direct = job.dst.channels == 4 && liesRight(job.dst, band);
   std::byte* staged = direct ? nullptr : make.room();
   tile.dst =
@@ -286,6 +300,35 @@ int keyLines(const WindowJob& job, int first, int count, Staging& staging) {
     if (result != 0) return result;
   }
   return 0;
+}
+
+void keyPart(const WindowJob& job, const ofx::RectI& area,
+             const std::function<void(const Frame&)>& render) {
+  WindowJob whole = job;
+  whole.window = area;
+  whole.firstLine = area.y1;
+  whole.lineStride = 1;
+  whole.lines = area.y2 - area.y1;
+  const Band band{whole, 0, whole.lines};
+  Staging staging;
+  TileMaker make(band, staging);
+  Frame frame{inputsOf(whole, make), band.width(), band.count, job.depth};
+  const auto rowBytes = static_cast<std::ptrdiff_t>(band.stagedRowBytes());
+  std::vector<std::byte> keyed(band.stagedBytes());
+  Otile& tile = frame.pictures;
+  tile.dst = imageAt(keyed.data(), job.depth, 4, rowBytes);
+  for (OtileImage* image : {&tile.dst, &tile.fg, &tile.bg, &tile.hold, &tile.garbage, &tile.ref}) {
+    turnOver(*image, band.count, job.depth);
+  }
+  render(frame);
+
+  WindowJob out = job;
+  const Sample sample = job.depth == Depth::bytes    ? Sample::byte
+                        : job.depth == Depth::shorts ? Sample::word
+                                                     : Sample::real;
+  out.fg = Picture{keyed.data(), area, rowBytes, 4, sample};
+  copyLines(out, 0, out.lines, staging);
+  if (job.sourceColours && job.fg) copyColours({job, 0, job.lines});
 }
 
 void copyLines(const WindowJob& job, int first, int count, Staging& staging) {
@@ -316,6 +359,11 @@ LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField) {
   const bool startsLower = (window.y1 & 1) == 0;
   const int first = window.y1 + (startsLower == lowerField ? 0 : 1);
   return {first, 2, first < window.y2 ? (window.y2 - first + 1) / 2 : 0};
+}
+
+ofx::RectI grown(const ofx::RectI& window, int border, const ofx::RectI& whole) {
+  return overlap({window.x1 - border, window.y1 - border, window.x2 + border, window.y2 + border},
+                 whole);
 }
 
 ofx::RectI overlap(const ofx::RectI& a, const ofx::RectI& b) {

@@ -8,11 +8,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
 #include "base/Depth.h"
 #include "engine/orvanite.h"
+#include "keyer/Keyer.h"
 #include "keyer/Mattes.h"
 #include "keyer/Samples.h"
 #include "plugins/ofx/OfxApi.h"
@@ -67,6 +69,15 @@ inline constexpr int stagedLines = 32;
 /// Writes the window's pixels of those lines and nothing else. Any thread.
 int keyLines(const WindowJob& job, int first, int count, Staging& staging);
 
+/// Keys the job's window as a part of one frame, for what looks at more than a pixel.
+///
+/// area    the frame: holds the window
+/// render  keys a frame in place of the job's engine: its pictures cover the area, first row on
+///         top, at the job's depth; what it throws is thrown
+/// Writes what keyLines writes. Throws std::bad_alloc.
+void keyPart(const WindowJob& job, const ofx::RectI& area,
+             const std::function<void(const Frame&)>& render);
+
 /// Copies the foreground's pixels instead: what a key that cannot be built shows. Alpha comes
 /// along where there is one and is full where there is none; outside lies transparent black.
 /// The job's depth is one that its samples go to and come back from unchanged.
@@ -80,6 +91,9 @@ LineSet linesOf(const ofx::RectI& window, bool fieldOnly, bool lowerField);
 
 /// Whether the alpha of a picture of four channels is 1.0 or more everywhere.
 bool isOpaque(const Picture& picture);
+
+/// A rectangle and as much as `border` around it, as far as the whole goes.
+ofx::RectI grown(const ofx::RectI& window, int border, const ofx::RectI& whole);
 
 /// The overlap of two rectangles; empty ones have x2 <= x1 or y2 <= y1.
 ofx::RectI overlap(const ofx::RectI& a, const ofx::RectI& b);

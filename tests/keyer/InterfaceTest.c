@@ -398,6 +398,10 @@ static void paint(float* rgb, int lit) {
 
 static void aKeyIsFound(int uneven, OrvaniteDepth depth) {
   OrvaniteKeyer* keyer = orvanite_keyerNew();
+  OrvaniteKeyer* other = orvanite_keyerNew();
+  float* before = malloc(sizeof(float) * wide * high);
+  int steady = 0;
+  char* preset;
   OrvaniteFrame frame;
   OrvaniteScreen screen;
   float* rgb = malloc(sizeof(float) * 3 * wide * high);
@@ -431,9 +435,8 @@ static void aKeyIsFound(int uneven, OrvaniteDepth depth) {
   CHECK(orvanite_keyerFind(keyer, &frame.plate, ORVANITE_CLEAN_PLATE_IF_USEFUL) == ORVANITE_OK,
         "%s", orvanite_keyerError(keyer));
   CHECK(strstr(orvanite_keyerFound(keyer), "screen"), "%s", orvanite_keyerFound(keyer));
-  if (!uneven || depth == ORVANITE_FLOAT) {
-    CHECK(!orvanite_keyerHasCleanPlate(keyer), "there is no need, or no way");
-  }
+  CHECK(orvanite_keyerHasCleanPlate(keyer) && strstr(orvanite_keyerFound(keyer), "estimate"), "%s",
+        orvanite_keyerFound(keyer));
   CHECK(orvanite_keyerRender(keyer, &frame, 0) == ORVANITE_OK, "%s", orvanite_keyerError(keyer));
   for (y = 0; y < high; ++y) {
     for (x = 0; x < wide; ++x) {
@@ -442,6 +445,17 @@ static void aKeyIsFound(int uneven, OrvaniteDepth depth) {
     }
   }
   CHECK(wrong == 0, "%d pixels of a matte are wrong", wrong);
+  CHECK(orvanite_keyerSee(keyer, &frame.plate, &steady) == ORVANITE_OK && steady == 1, "%s",
+        orvanite_keyerError(keyer));
+  /* Its preset keys the same without what was found: the frame is estimated by itself. */
+  preset = strdup(orvanite_keyerPreset(keyer));
+  orvanite_keyerUsePreset(other, preset);
+  free(preset);
+  CHECK(orvanite_keyerSee(other, &frame.plate, &steady) == ORVANITE_WRONG_USE, "nothing is kept");
+  memcpy(before, matte, sizeof(float) * wide * high);
+  memset(matte, 0, sizeof(float) * wide * high);
+  CHECK(orvanite_keyerRender(other, &frame, 2) == ORVANITE_OK, "%s", orvanite_keyerError(other));
+  CHECK(memcmp(before, matte, sizeof(float) * wide * high) == 0, "the preset keys otherwise");
   /* The same again, though what was found now stands in the settings. */
   first = strdup(orvanite_keyerPreset(keyer));
   CHECK(orvanite_keyerFind(keyer, &frame.plate, ORVANITE_CLEAN_PLATE_IF_USEFUL) == ORVANITE_OK,
@@ -459,7 +473,9 @@ static void aKeyIsFound(int uneven, OrvaniteDepth depth) {
   free(rgb);
   free(words);
   free(matte);
+  free(before);
   orvanite_keyerDelete(keyer);
+  orvanite_keyerDelete(other);
 }
 
 int main(void) {

@@ -18,6 +18,8 @@
 #include <vector>
 
 #include "engine/orvanite.h"
+#include "keyer/AutoKey.h"
+#include "keyer/BlindKeyer.h"
 #include "keyer/Settings.h"
 #include "tests/Sanitized.h"
 #include "tests/plugins/FlatModel.h"
@@ -89,6 +91,10 @@ std::vector<Meaning> meanings(bool mixer) {
   return list;
 }
 
+// The last two, which the table's other entries go before.
+int findsScreen(const Binary& binary) { return binary.about.num_params - 2; }
+int estimate(const Binary& binary) { return binary.about.num_params - 1; }
+
 // Sets every parameter as a host does.
 void give(const Binary& binary, f0r_instance_t instance, const Settings& settings, bool mixer) {
   const auto list = meanings(mixer);
@@ -134,6 +140,37 @@ std::vector<std::uint32_t> flat(const Settings& settings, const std::vector<std:
   return out;
 }
 
+// What the command's keyer makes of a frame with a key that it found in another.
+std::vector<std::uint32_t> keyedByFirst(const std::vector<std::uint32_t>& first,
+                                        const std::vector<std::uint32_t>& plate, int width,
+                                        int height, const char* kind) {
+  const auto image = [&](const std::vector<std::uint32_t>& pixels) {
+    auto* at = reinterpret_cast<unsigned char*>(const_cast<std::uint32_t*>(pixels.data()));
+    return OtileImage{at, at + 1, at + 2, at + 3, 4, 4 * width};
+  };
+  Settings settings;
+  const bool automatic = std::string_view(kind) == "automatic";
+  if (!automatic) settings.setText("estimate", kind);
+  const orvanite::Plate shown{image(first), width, height, orvanite::Depth::bytes},
+      now{image(plate), width, height, orvanite::Depth::bytes};
+  if (settings.given("estimate") && !orvanite::mixingOf(settings)) {
+    orvanite::autoKey(shown, settings, orvanite::CleanPlateUse::never);
+    settings.setText("output", "unpremultiplied");
+    return flat(settings, plate, nullptr, width, height);
+  }
+  const orvanite::BlindKey key = orvanite::findKey(shown, settings);
+  settings = key.settings;
+  settings.setText("output", "unpremultiplied");
+  std::vector<std::uint32_t> out(plate.size());
+  orvanite::BlindKeyer keyer;
+  keyer.prepare(key, settings, orvanite::Depth::bytes, {});
+  orvanite::Frame frame{{}, width, height, orvanite::Depth::bytes};
+  frame.pictures.fg = image(plate);
+  frame.pictures.dst = image(out);
+  keyer.render(key.carriedTo(now), frame, orvanite::bandAfterBand);
+  return out;
+}
+
 std::vector<std::uint32_t> noise(std::mt19937& random, int width, int height) {
   std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width * height));
   for (auto& pixel : pixels) pixel = static_cast<std::uint32_t>(random());
@@ -160,15 +197,20 @@ TEST(Frei0rPanel, ShowsTheTableInFrei0rsTerms) {
     EXPECT_EQ(binary.about.color_model, F0R_COLOR_MODEL_RGBA8888);
     EXPECT_EQ(binary.about.frei0r_version, 1);
     const auto list = meanings(mixer);
-    ASSERT_EQ(binary.about.num_params, static_cast<int>(list.size()) + 1);
+    ASSERT_EQ(binary.about.num_params, static_cast<int>(list.size()) + 2);
     f0r_instance_t instance = binary.construct(4, 4);
     std::set<std::string> names;
     f0r_param_info_t last{};
-    binary.paramInfo(&last, binary.about.num_params - 1);
+    binary.paramInfo(&last, findsScreen(binary));
     EXPECT_EQ(last.type, F0R_PARAM_BOOL);
     double on = 0;
-    binary.get(instance, &on, binary.about.num_params - 1);
+    binary.get(instance, &on, findsScreen(binary));
     EXPECT_EQ(on, 1) << last.name;
+    binary.paramInfo(&last, estimate(binary));
+    EXPECT_EQ(last.type, F0R_PARAM_STRING);
+    char* automatic = nullptr;
+    binary.get(instance, &automatic, estimate(binary));
+    EXPECT_STREQ(automatic, "automatic") << last.name;
     for (int i = 0; i < static_cast<int>(list.size()); ++i) {
       const Parameter& p = *list[static_cast<std::size_t>(i)].parameter;
       f0r_param_info_t info{};
@@ -331,8 +373,10 @@ TEST(Frei0rScreen, IsFoundInTheFirstFrameThatShowsOneUnlessItIsSet) {
   using Pair = std::pair<std::uint32_t, std::uint32_t>;
   f0r_instance_t instance = binary.construct(width, height);
   alphas(instance, black);  // the shot fades in
-  EXPECT_EQ(alphas(instance, plate), Pair(0U, 255U));
-  const auto first = out;
+  alphas(instance, plate);
+  // The key that the command finds in that frame, to the byte.
+  const auto wanted = keyedByFirst(plate, plate, width, height, "automatic");
+  EXPECT_EQ(out, wanted);
   // Hosts of eight bits write what they read with codes: 0.9 becomes 230/255.
   f0r_param_info_t info{};
   for (int i = 0; i < binary.about.num_params; ++i) {
@@ -352,15 +396,28 @@ TEST(Frei0rScreen, IsFoundInTheFirstFrameThatShowsOneUnlessItIsSet) {
   }
   // A later frame of darker light: keyed as the first one was, not anew.
   std::vector<std::uint32_t> later = plate;
-  later[0] = pixel(20, 80, 28);
-  EXPECT_EQ(alphas(instance, later), Pair(0U, 255U));
-  for (std::size_t i = 1; i < out.size(); ++i) ASSERT_EQ(out[i], first[i]) << i;
+  for (unsigned i = 0; i < later.size(); i += 3) later[i] = pixel(34, 150, 52);
+  alphas(instance, later);
+  EXPECT_EQ(out, keyedByFirst(plate, later, width, height, "automatic"));
+  // Estimates of another kind are those of a shot keyed by them; without any it is one colour.
+  for (const char* kind : {"codes", "light", "off"}) {
+    std::string text = kind;
+    char* at = text.data();
+    binary.set(instance, &at, estimate(binary));
+    const auto found = alphas(instance, plate);
+    if (std::string_view(kind) == "off") EXPECT_EQ(found, Pair(0U, 255U));
+    EXPECT_EQ(out, keyedByFirst(plate, plate, width, height, kind)) << kind;
+  }
+  std::string automatic = "automatic";
+  char* text = automatic.data();
+  binary.set(instance, &text, estimate(binary));
   // Switched off, the table's blue screen is keyed: green stays.
   double off = 0, on = 1;
-  binary.set(instance, &off, binary.about.num_params - 1);
+  binary.set(instance, &off, findsScreen(binary));
   EXPECT_EQ(alphas(instance, plate).first, 255U);
-  binary.set(instance, &on, binary.about.num_params - 1);
-  EXPECT_EQ(alphas(instance, plate), Pair(0U, 255U));
+  binary.set(instance, &on, findsScreen(binary));
+  alphas(instance, plate);
+  EXPECT_EQ(out, wanted);
   // A screen of the user's: the bytes of the flat interface, with nothing found beside it.
   f0r_param_color_t green{0.2f, 0.7f, 0.2f};
   binary.set(instance, &green, 3);

@@ -91,6 +91,7 @@ TEST(OfxBalances, FollowTheScreenWhetherOrNotTheHostReportsEdits) {
   }
 }
 
+// Without a clean plate of any kind the key is of one colour. OfxEstimates tests the other one.
 TEST(OfxAuto, SetsAKeyOfTheFrameAsOneStepThatKeysIt) {
   for (const bool half : {false, true}) {
     Layout layout;
@@ -103,11 +104,14 @@ TEST(OfxAuto, SetsAKeyOfTheFrameAsOneStepThatKeysIt) {
     connect(*loaded.effect, "Source", plate);
     connect(*loaded.effect, "Output", dst);
     loaded.effect->params.at("exposure").value = {1.5, 1.5, 1.5};  // no part of a key
+    loaded.effect->params.at("useReference").value = {0};
+    loaded.effect->params.at("estimate").value = {1};
     loaded.create();
     EXPECT_EQ(loaded.host.changed(*loaded.effect, "autoKey"), ofx::ok);
     EXPECT_TRUE(loaded.effect->notes.empty()) << loaded.effect->notes[0];
     EXPECT_EQ(loaded.effect->edits, 1);
     EXPECT_EQ(realOf(*loaded.effect, "exposure"), 1.5);
+    EXPECT_EQ(std::get<int>(loaded.effect->params.at("estimate").value[0]), 0);
     EXPECT_GT(realOf(*loaded.effect, "screen", 1), realOf(*loaded.effect, "screen", 2));
     ASSERT_EQ(loaded.host.render(*loaded.effect, layout.bounds), ofx::ok);
     const double top = half ? 1 : 255;

@@ -31,11 +31,14 @@ def test_keys_a_plate_by_itself(dtype):
     top = 1 if np.dtype(dtype).kind == "f" else np.iinfo(dtype).max
     assert keyed.dtype == dtype and keyed.shape == (60, 100, 4)
     assert np.all(keyed[:, :60, 3] == 0)
-    # Integers key in steps of 1/4096.
-    assert keyed[:, 60:, 3].min() >= {np.uint8: 255, np.uint16: 65535 * 4095 // 4096}.get(dtype, 1)
-    # What is solid keeps its colour; float formats to their own precision.
+    # Steps of 1/4096; beside estimates floats are keyed as integers whose white is 8: a step at
+    # either end is 8/4096.
+    least = {np.uint8: 255, np.uint16: 65535 * 4095 // 4096}.get(dtype, 1 - 2 * 8 / 4096)
+    assert keyed[:, 60:, 3].min() >= least
+    # What is solid keeps its colour, integers to a code; floats to the same steps.
     solid = plate_of(np.float64)[:, 60:, :3]
-    assert np.abs(keyed[:, 60:, :3] / top - solid).max() < 2e-3 + (keyed.itemsize == 1) / 255
+    near = 2e-3 + (keyed.itemsize == 1) / 255 if top > 1 else 2 * 8 / 4096
+    assert np.abs(keyed[:, 60:, :3] / top - solid).max() < near
 
 
 def noise(dtype=np.uint8, seed=1):
@@ -113,9 +116,14 @@ def test_finds_screens_and_says_where_there_is_none():
     uneven[:, :, :3] *= np.linspace(1, 0.65, 200)[None, :, None]
     uneven = uneven.astype(np.uint16)
     keyer = orvanite.Keyer(output="matte")
-    assert "screen" in keyer.find(uneven)
-    matte = keyer.key(uneven)[..., 3] / 65535
-    assert matte[:, :60].max() < 0.02
+    assert {"screen", "estimate"} <= set(keyer.find(uneven))
+    matte = keyer.key(uneven)
+    assert matte[:, :60, 3].max() < 0.02 * 65535
+    assert keyer.see(uneven) and not keyer.see(np.roll(uneven, 60, axis=1))
+    # A preset of it estimates anew, from the frame that is keyed.
+    assert np.array_equal(orvanite.Keyer(keyer.preset).key(uneven), matte)
+    with pytest.raises(orvanite.WrongUse, match="found"):
+        orvanite.Keyer().see(uneven)
 
 
 def test_status_shows_screen_and_foreground():

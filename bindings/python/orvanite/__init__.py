@@ -55,7 +55,7 @@ class Parameter:
 @_dataclass(frozen=True)
 class Screen:
     """What is known of the screen in a plate."""
-    primary: str  # "green" or "blue": the channel it leans to
+    primary: str  # "red", "green" or "blue": its strongest channel
     colour: Tuple[float, float, float]  # the median of its pixels, in the plate's encoding
     coverage: float  # its share of the frame, 0..1
     evenness: float  # its darkest tenth over its brightest, 0..1
@@ -147,8 +147,9 @@ class Keyer:
              ) -> Tuple[str, ...]:
         """Finds the screen and sets what makes a key by it; returns the names of what was set.
 
-        clean_plate  "if useful": one is estimated and kept where the screen is uneven (uint8 and
-                     uint16); False: never; True: frames come with one of yours
+        clean_plate  "if useful": it is estimated, with a matte of what surely is screen and one of
+                     what surely is subject, and kept for all frames, as the command's --auto does;
+                     False: never; True: frames come with one of yours
         Parameters that were given stay. Without a colourspace, integers are taken for video and
         floats for linear light. Raises Failure when the plate shows no screen.
         """
@@ -159,6 +160,11 @@ class Keyer:
             self["colourspace"] = _encoding(plate)
         names, _ = self._native.find(plate, ways[clean_plate])
         return tuple(names.split())
+
+    def see(self, plate: _numpy.ndarray) -> bool:
+        """Takes in what another frame of the shot shows of the screen, once `find` has estimated
+        it: all frames are keyed the better where the camera stands still. Returns whether it does."""
+        return self._native.see(plate)
 
     def key(self, plate: _numpy.ndarray, background: Optional[_numpy.ndarray] = None, *,
             hold_out: Optional[_numpy.ndarray] = None, garbage: Optional[_numpy.ndarray] = None,
@@ -185,7 +191,7 @@ class Keyer:
 
 
 def find_screen(plate: _numpy.ndarray) -> Screen:
-    """Looks for a green or blue screen. Raises Failure when the plate shows none."""
+    """Looks for a screen of any one colour. Raises Failure when the plate shows none."""
     return Screen(*_Native().find_screen(plate))
 
 

@@ -180,7 +180,7 @@ typedef struct OrvaniteFrame {
 
 /* What is known of the screen in a plate. */
 typedef struct OrvaniteScreen {
-  int primary;     /* the channel it leans to: 1 green, 2 blue */
+  int primary;     /* its strongest channel: 0 red, 1 green, 2 blue */
   float colour[3]; /* the median of its pixels, in the plate's encoding */
   float coverage;  /* its share of the frame, 0..1 */
   float evenness;  /* its darkest tenth over its brightest, 0..1 */
@@ -191,28 +191,38 @@ ORVANITE_KEYER_API OrvaniteResult orvanite_keyerFindScreen(OrvaniteKeyer* keyer,
                                                            const OrvaniteImage* plate,
                                                            OrvaniteScreen* screen);
 
-/* Whether orvanite_keyerFind may estimate a clean plate. */
+/* What orvanite_keyerFind may rest the key on. */
 typedef enum OrvaniteCleanPlate {
-  ORVANITE_CLEAN_PLATE_NEVER = 0,
-  ORVANITE_CLEAN_PLATE_IF_USEFUL = 1, /* for an uneven screen in an 8-bit or 16-bit plate */
-  ORVANITE_CLEAN_PLATE_GIVEN = 2      /* the client has one and hands it over with each frame */
+  ORVANITE_CLEAN_PLATE_NEVER = 0, /* one colour for the whole screen */
+  /* Estimates: a clean plate, a matte of what surely is screen and one of what surely is subject,
+   * made of the plate itself. This is what the command's --auto does, and gives its bytes. */
+  ORVANITE_CLEAN_PLATE_IF_USEFUL = 1,
+  ORVANITE_CLEAN_PLATE_GIVEN = 2 /* the client has one and hands it over with each frame */
 } OrvaniteCleanPlate;
 
 /* Finds the screen and sets what makes a key by it. Set "colourspace" first; parameters that were
- * given stay as they are, those that an earlier call found are found anew. An estimated clean plate
- * is kept and used for every frame of that size that comes without one. Failure: the plate shows no
- * screen. */
+ * given stay as they are, those that an earlier call found are found anew. Estimates are kept, and
+ * carried to every frame that is rendered without a clean plate for as long as "estimate" says so.
+ * Failure: the plate shows no screen. */
 ORVANITE_KEYER_API OrvaniteResult orvanite_keyerFind(OrvaniteKeyer* keyer,
                                                      const OrvaniteImage* plate,
                                                      OrvaniteCleanPlate cleanPlate);
 
+/* Takes in what another frame of the shot shows of the screen: the estimates of all frames get
+ * better where the camera stands still. `steady`, if not null, is 1 for as long as it does; once it
+ * does not, each frame has a clean plate of its own. Wrong use: no key beside estimates was found.
+ */
+ORVANITE_KEYER_API OrvaniteResult orvanite_keyerSee(OrvaniteKeyer* keyer,
+                                                    const OrvaniteImage* plate, int* steady);
+
 /* The names of the parameters that the last orvanite_keyerFind set, between blanks; "" for none. */
 ORVANITE_KEYER_API const char* orvanite_keyerFound(const OrvaniteKeyer* keyer);
 
-/* 1 when the last orvanite_keyerFind estimated a clean plate. */
+/* 1 when the last orvanite_keyerFind estimated a clean plate, alone or with mattes. */
 ORVANITE_KEYER_API int orvanite_keyerHasCleanPlate(const OrvaniteKeyer* keyer);
 
-/* Keys a frame.
+/* Keys a frame. Where "estimate" is set and orvanite_keyerFind has estimated nothing, this frame is
+ * estimated by itself.
  * threads  how many may work on it; 0 for as many as the process has
  * Wrong use: a missing or misfitting picture, or parameters that cannot key. */
 ORVANITE_KEYER_API OrvaniteResult orvanite_keyerRender(OrvaniteKeyer* keyer,
