@@ -17,9 +17,11 @@ include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag(-fcf-protection=full ORVANITE_HAS_CF_PROTECTION)  # x86 alone
 add_library(orvanite_hardened INTERFACE)
 target_link_libraries(orvanite_build INTERFACE orvanite_hardened)
-target_compile_options(orvanite_hardened INTERFACE -fstack-protector-strong
-  $<$<BOOL:${ORVANITE_HAS_CF_PROTECTION}>:-fcf-protection=full>)
-if(NOT ORVANITE_SANITIZE)  # sanitizers watch these calls themselves
+if(NOT ORVANITE_BUILD_WEB)  # WebAssembly keeps return addresses out of a program's reach
+  target_compile_options(orvanite_hardened INTERFACE -fstack-protector-strong
+    $<$<BOOL:${ORVANITE_HAS_CF_PROTECTION}>:-fcf-protection=full>)
+endif()
+if(NOT ORVANITE_SANITIZE AND NOT ORVANITE_BUILD_WEB)  # sanitizers watch these calls themselves
   target_compile_options(orvanite_hardened INTERFACE
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()

@@ -6,11 +6,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <variant>
 #include <vector>
 
 #include "base/Depth.h"
+#include "base/Mutex.h"
 #include "keyer/Compositor.h"
 #include "keyer/Finish.h"
 #include "keyer/FinishColour.h"
@@ -45,7 +45,7 @@ class Finisher {
     void give(std::unique_ptr<Room> room);
 
    private:
-    std::mutex mutex_;
+    Mutex mutex_;
     std::vector<std::unique_ptr<Room>> idle_;
   };
 

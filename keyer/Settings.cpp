@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "base/Error.h"
+#include "base/Numbers.h"
 
 namespace orvanite {
 namespace {
@@ -58,8 +59,7 @@ bool readNumber(std::string_view text, double& value) {
   while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
   while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
   if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);
-  const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return problem == std::errc() && end == text.data() + text.size() && !text.empty();
+  return readDouble(text, value);
 }
 
 // Four decimals, as the node keeps its values: what is set here, saved and loaded there stays the

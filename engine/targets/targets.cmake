@@ -6,7 +6,9 @@ set(known_targets
   "x86_64      avx2      HWY_AVX2               -march=x86-64-v3"
   "x86_64      sse4      HWY_SSE4               -march=x86-64-v2"
   # Highway 1.0.3 asks for the crypto instructions, which nothing here uses.
-  "aarch64     neon      HWY_NEON               -march=armv8-a+crypto")
+  "aarch64     neon      HWY_NEON               -march=armv8-a+crypto"
+  # Highway has doubles for it from 1.1 on.
+  "wasm32      wasm      HWY_WASM               -msimd128")
 # A target more is a line above. Its kernels, its place among the choices of ORVANITE_TARGET and its
 # runs of the sweeps follow; engine/orvanite.h names it, and a test holds that it does.
 
@@ -14,7 +16,7 @@ set(known_targets
 set(processor ${CMAKE_SYSTEM_PROCESSOR})
 string(REGEX REPLACE "^(AMD64|amd64)$" "x86_64" processor "${processor}")
 string(REGEX REPLACE "^arm64$" "aarch64" processor "${processor}")
-if(NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
+if(NOT CMAKE_SIZEOF_VOID_P EQUAL 8 AND NOT processor STREQUAL "wasm32")
   set(processor "32-bit")
 endif()
 set(available "")

@@ -11,7 +11,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -202,9 +201,12 @@ int main(int argc, char** argv) {
     for (const auto& [name, hash] : hashes) std::printf("%s %s\n", name.c_str(), hash.c_str());
     return 0;
   }
-  std::ifstream file(argv[1]);
   std::map<std::string, std::string> kept;
-  for (std::string name, hash; file >> name >> hash;) kept[name] = hash;
+  if (std::FILE* const file = std::fopen(argv[1], "r")) {
+    char name[40], hash[40];
+    while (std::fscanf(file, "%39s %39s", name, hash) == 2) kept[name] = hash;
+    std::fclose(file);
+  }
   if (kept.size() != hashes.size()) {
     std::fprintf(stderr, "%s: expected %zu hashes, found %zu\n", argv[1], hashes.size(),
                  kept.size());

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page's worker calls: texts of JSON in and out, and pixels where they lie. One page, one
+// thread. No exception leaves this file: what is thrown becomes {"error": {"subject", "message"}}.
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "base/Error.h"
+#include "keyer/Parameters.h"
+#include "keyer/Preset.h"
+#include "web/Views.h"
+
+using namespace orvanite;
+using namespace orvanite::web;
+using nlohmann::json;
+
+namespace {
+
+Views views;
+Picture shown;       // by the last answer
+std::string answer;  // the last one
+
+Settings settingsIn(const json& object) {
+  Settings settings;
+  for (const auto& [name, value] : object.at("settings").items()) {
+    settings.setText(name, value.get<std::string>());
+  }
+  return settings;
+}
+
+Window windowIn(const json& object) {
+  const auto numbers = object.at("window").get<std::array<int, 4>>();
+  return {numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+const char* nameOf(ParameterType type) {
+  constexpr const char* names[] = {"number", "triple", "colour", "choice", "toggle", "channel"};
+  return names[static_cast<std::size_t>(type)];
+}
+
+json given(const Settings& settings) {
+  json texts = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (settings.given(parameter.name)) {
+      texts[std::string(parameter.name)] = settings.text(parameter.name);
+    }
+  }
+  return texts;
+}
+
+// The panel begins with what makes a key; grades and mattes come after.
+bool startsOpen(const Parameter& parameter) {
+  const Meaning& meaning = parameter.meaning;
+  return meaning.stage == Stage::view ||
+         (meaning.stage == Stage::key && meaning.needs == SidePicture::none);
+}
+
+json describe() {
+  json table = json::array();
+  const Settings standard;
+  for (const Parameter& parameter : parameters()) {
+    json entry{{"name", parameter.name},
+               {"label", parameter.label},
+               {"group", parameter.group.heading},
+               {"startsOpen", startsOpen(parameter)},
+               {"type", nameOf(parameter.type)},
+               {"unit", parameter.unit},
+               {"help", parameter.help},
+               {"softLow", parameter.softLow},
+               {"softHigh", parameter.softHigh},
+               {"low", parameter.low},
+               {"high", parameter.high},
+               {"values", valuesOf(parameter.type)},
+               {"standard", standard.text(parameter.name)},
+               {"followsScreen", parameter.rule == DefaultRule::balanceOfScreen}};
+    for (const Choice& choice : parameter.choices) {
+      json one{{"text", choice.text}, {"label", choice.label}, {"help", choice.help}};
+      // A render of any other view is as it looks: opaque.
+      if (parameter.name == "output") one["alpha"] = choice.text == "unpremultiplied";
+      entry["choices"].push_back(std::move(one));
+    }
+    table.push_back(std::move(entry));
+  }
+  return {{"version", ORVANITE_VERSION}, {"parameters", std::move(table)}};
+}
+
+json show(const json& object) {
+  Request request;
+  request.settings = settingsIn(object);
+  request.view = object.at("view").get<std::string>();
+  request.divisor = object.at("divisor").get<int>();
+  request.proxy = object.value("proxy", false);
+  request.window = windowIn(object);
+  request.measured = object.value("measured", false);
+  Shown result = views.show(request);
+  const Window& window = result.window;
+  json header{{"width", result.picture.width},
+              {"height", result.picture.height},
+              {"window", {window.x, window.y, window.width, window.height}}};
+  json inForce = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (parameter.rule != DefaultRule::fixed) {
+      inForce[std::string(parameter.name)] = request.settings.text(parameter.name);
+    }
+  }
+  header["inForce"] = std::move(inForce);
+  if (result.measure) {
+    header["matte"] = {{"bins", result.measure->bins},
+                       {"clear", result.measure->clear},
+                       {"between", result.measure->between},
+                       {"solid", result.measure->solid}};
+  }
+  shown = std::move(result.picture);
+  return header;
+}
+
+// A window's samples at the pictures' own depth.
+json key(const json& object) {
+  shown =
+      views.keyed(settingsIn(object), object.at("view").get<std::string>(), 1, windowIn(object));
+  return {{"width", shown.width}, {"height", shown.height}, {"depth", bytesOf(shown.depth)}};
+}
+
+json find(const json& object) {
+  const Views::Found found = views.find(settingsIn(object));
+  json texts = json::object();
+  for (const Parameter& parameter : parameters()) {
+    if (!parameter.meaning.followsScreen) continue;
+    const std::string_view name = parameter.name;
+    texts[std::string(name)] =
+        found.settings.given(name) ? json(found.settings.text(name)) : json(nullptr);
+  }
+  return {{"settings", std::move(texts)}, {"coverage", found.coverage}};
+}
+
+json answerTo(std::string_view name, const json& object) {
+  if (name == "describe") return describe();
+  if (name == "show") return show(object);
+  if (name == "key") return key(object);
+  if (name == "find") return find(object);
+  if (name == "needsAll") return views.needsAll(settingsIn(object));
+  if (name == "preset") return presetText(settingsIn(object));
+  if (name == "usePreset") {
+    return given(settingsFromPreset(object.at("text").get<std::string>(), "preset"));
+  }
+  // Every value that was given, as the whole table orders and writes them.
+  if (name == "given") return given(settingsIn(object));
+  throw Error(Fault::wrongUse, "request", "expected one that there is");
+}
+
+template <class Call>
+const char* guarded(Call call) {
+  json said;
+  try {
+    said = call();
+  } catch (const Error& error) {
+    said = {{"error", {{"subject", error.subject()}, {"message", error.message()}}}};
+  } catch (const std::bad_alloc&) {
+    said = {
+        {"error", {{"subject", "memory"}, {"message", "there is not enough for this picture"}}}};
+  } catch (const std::exception& error) {
+    said = {{"error", {{"subject", "request"}, {"message", error.what()}}}};
+  }
+  answer = said.dump(-1, ' ', false, json::error_handler_t::replace);
+  return answer.c_str();
+}
+
+}  // namespace
+
+#define ORVANITE_WEB __attribute__((visibility("default"), used))
+
+extern "C" {
+
+/// Room for a text or pixels, to be given back; 0 where there is none.
+ORVANITE_WEB void* orvanite_webRoom(std::size_t bytes) { return std::malloc(bytes); }
+ORVANITE_WEB void orvanite_webFree(void* room) { std::free(room); }
+
+/// Takes a picture for a role (its number): RGBA samples of `depth` bytes. Width 0 drops one.
+ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int depth, int hasAlpha,
+                                          const void* pixels) {
+  return guarded([&]() -> json {
+    if (role < 0 || role >= static_cast<int>(roleCount)) {
+      throw Error(Fault::wrongUse, "role", "expected a number from 0 to 4");
+    }
+    if (width < 1) {
+      views.pictures.drop(static_cast<Role>(role));
+      return json::object();
+    }
+    const auto samples = depthOf(depth);
+    if (!samples || *samples == Depth::floats || height < 1) {
+      throw Error(Fault::wrongUse, "picture", "expected samples of 1 or 2 bytes");
+    }
+    Picture picture(width, height, *samples);
+    picture.hasAlpha = hasAlpha != 0;
+    const auto* const from = static_cast<const std::byte*>(pixels);
+    picture.pixels.assign(from, from + picture.pixels.size());
+    views.pictures.take(static_cast<Role>(role), std::move(picture));
+    return json::object();
+  });
+}
+
+/// Answers a question by its name and a JSON object. The text lasts until the next call.
+ORVANITE_WEB const char* orvanite_webAsk(const char* name, const char* body) {
+  return guarded([&] { return answerTo(name, json::parse(body)); });
+}
+
+/// The pixels that the last answer speaks of, RGBA; they last until the next call.
+ORVANITE_WEB const void* orvanite_webPixels(void) { return shown.pixels.data(); }
+
+}  // extern "C"

@@ -1,0 +1,228 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The page's views are those of `orvanite view`, and a render's bytes those of `orvanite key`:
+// what either decides about a still is decided here in the same words.
+#include "web/Views.h"
+
+#include <algorithm>
+
+#include "base/Error.h"
+#include "keyer/AutoKey.h"
+
+namespace orvanite::web {
+namespace {
+
+// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
+constexpr int checkerSide = 16;
+constexpr float checkerDark = 0.35f, checkerLight = 0.6f;
+
+Settings settingsFor(std::string_view view, Settings settings) {
+  static constexpr std::pair<std::string_view, std::string_view> outputs[] = {
+      {"matte", "matte"},          {"status", "status"},         {"foreground", "unpremultiplied"},
+      {"composite", "composite"},  {"overBlack", "compOnBlack"}, {"overGrey", "compOnColour"},
+      {"overChecker", "composite"}};
+  for (const auto& [name, output] : outputs) {
+    if (name == view) settings.setText("output", output);
+  }
+  if (view == "overGrey") settings.setNumber("backgroundColour", 0.5);
+  if (view == "overChecker") {
+    for (const char* name : {"bgExposure", "bgGamma", "bgOffset", "bgSaturation"}) {
+      settings.reset(name);
+    }
+  }
+  return settings;
+}
+
+template <class Code>
+void fillChecker(Picture& picture, const Window& region, int side, float maximum) {
+  auto* pixel = reinterpret_cast<Code*>(picture.pixels.data());
+  for (int y = 0; y < region.height; ++y) {
+    for (int x = 0; x < region.width; ++x, pixel += 4) {
+      const bool light = (((region.x + x) / side) + ((region.y + y) / side)) % 2 == 0;
+      const auto value = static_cast<Code>((light ? checkerLight : checkerDark) * maximum);
+      pixel[0] = pixel[1] = pixel[2] = value;  // alpha stays 0, so that the result's is the matte
+    }
+  }
+}
+
+template <class Code>
+void count(const Picture& picture, std::uint32_t weight, Measure& measure) {
+  const auto maximum = static_cast<float>(maxOf(picture.depth));
+  const auto* sample = reinterpret_cast<const Code*>(picture.pixels.data()) + 3;
+  const std::size_t pixels = picture.pixels.size() / sizeof(Code) / 4;
+  for (std::size_t i = 0; i < pixels; ++i, sample += 4) {
+    const float alpha = static_cast<float>(*sample) / maximum;
+    const bool clear = !(alpha > 0), solid = alpha >= 1;
+    (clear ? measure.clear : solid ? measure.solid : measure.between) += weight;
+    measure.bins[clear ? 0 : solid ? 255 : static_cast<std::size_t>(alpha * 255 + 0.5f)] += weight;
+  }
+}
+
+bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
+  return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
+}
+
+Window scaled(const Window& window, int by) {
+  return {window.x / by, window.y / by, (window.width + by - 1) / by,
+          (window.height + by - 1) / by};
+}
+
+}  // namespace
+
+bool Views::needsAll(const Settings& settings) const {
+  return keysBesideEstimates(settings, pictures.inputs()) ||
+         Finish::of(settings, pictures.inputs(), 1).on();
+}
+
+const BlindKey& Views::estimates(const Settings& settings, int divisor) {
+  const std::string encoding = settings.text("colourspace");
+  if (seen_ != pictures.changes() || estimatedIn_ != encoding || !found_) {
+    Settings plain;
+    plain.setText("colourspace", encoding);
+    found_.reset();
+    carried_.clear();
+    found_ = findKey(pictures.full(Role::plate).plate(), plain);
+    estimatedIn_ = encoding;
+    seen_ = pictures.changes();
+  }
+  const auto kept = carried_.find(divisor);
+  if (kept != carried_.end()) return kept->second;
+  const Plate plate = pictures.at(Role::plate, divisor).plate();
+  return carried_.emplace(divisor, found_->carriedTo(plate)).first->second;
+}
+
+// A matte's channel: the one that was given; else alpha, or red of a picture without.
+OtileImage Views::matte(Role role, const Settings& settings, const Picture& picture, int x,
+                        int y) const {
+  const char* const name = role == Role::holdOut ? "holdOutChannel" : "garbageChannel";
+  const bool given = settings.given(name);
+  const std::string channel = given ? settings.text(name) : picture.hasAlpha ? "A" : "R";
+  const OtileImage image = picture.image(x, y);
+  const std::size_t c = channel.size() == 1 ? std::string_view("RGBA").find(channel) : 4;
+  if (c > 3 || (c == 3 && !picture.hasAlpha)) {
+    throw Error::expected(Fault::wrongUse, name, picture.hasAlpha ? "R, G, B or A" : "R, G or B",
+                          channel);
+  }
+  void* const channels[] = {image.red, image.green, image.blue, image.alpha};
+  return {nullptr, nullptr, nullptr, channels[c], image.pixelStep, image.lineStep};
+}
+
+Picture Views::keyed(const Settings& given, std::string_view view, int divisor,
+                     const Window& asked) {
+  const Picture& plate = pictures.at(Role::plate, divisor);
+  if (view == "plate") return part(plate, asked);
+  const Settings settings = settingsFor(view, given);
+  const bool chequered = view == "overChecker";
+  Inputs inputs = pictures.inputs();
+  if (chequered) inputs.background = true;
+  const float scale = 1.0f / static_cast<float>(divisor);
+  const BlindKey* key = nullptr;
+  if (keysBesideEstimates(settings, inputs)) {
+    key = &estimates(settings, divisor);
+    beside_.prepare(*key, settings, plate.depth, inputs, scale);
+  } else {
+    keyer_.prepare(settings, plate.depth, inputs, scale);
+  }
+  // Estimates are of the whole frame, and a finish looks at what is around.
+  const Window everything{0, 0, plate.width, plate.height};
+  const Window region = key != nullptr || keyer_.border() > 0 ? everything : asked;
+
+  Picture result(region.width, region.height, plate.depth);
+  Frame frame;
+  frame.width = region.width;
+  frame.height = region.height;
+  frame.depth = plate.depth;
+  frame.pictures.fg = plate.image(region.x, region.y);
+  frame.pictures.dst = result.image();
+  Picture squares;
+  if (chequered) {
+    squares = Picture(region.width, region.height, plate.depth);
+    const int side = std::max(1, checkerSide / divisor);
+    const auto maximum = static_cast<float>(maxOf(plate.depth));
+    if (plate.depth == Depth::bytes) {
+      fillChecker<std::uint8_t>(squares, region, side, maximum);
+    } else {
+      fillChecker<std::uint16_t>(squares, region, side, maximum);
+    }
+    frame.pictures.bg = squares.image();
+  } else if (needsBackground(settings, inputs)) {
+    frame.pictures.bg = pictures.at(Role::background, divisor).image(region.x, region.y);
+  }
+  if (inputs.holdOut && settings.toggle("useHoldOutMatte")) {
+    frame.pictures.hold =
+        matte(Role::holdOut, settings, pictures.at(Role::holdOut, divisor), region.x, region.y);
+  }
+  if (inputs.garbage && settings.toggle("useGarbageMatte")) {
+    frame.pictures.garbage =
+        matte(Role::garbage, settings, pictures.at(Role::garbage, divisor), region.x, region.y);
+  }
+  if (inputs.reference && settings.toggle("useReference")) {
+    frame.pictures.ref = pictures.at(Role::cleanPlate, divisor).image(region.x, region.y);
+  }
+  if (key != nullptr) {
+    beside_.render(*key, frame);
+  } else {
+    keyer_.render(frame);
+  }
+  return region == asked ? std::move(result) : part(result, asked);
+}
+
+Shown Views::show(const Request& request) {
+  const Picture& plate = pictures.full(Role::plate);
+  Window window = request.window;
+  if (request.divisor < 1 || request.divisor > 16) {
+    throw Error::expected(Fault::wrongUse, "divisor", "a number from 1 to 16",
+                          std::to_string(request.divisor));
+  }
+  if (window.x < 0 || window.y < 0 || window.width < 1 || window.height < 1 ||
+      window.x >= plate.width || window.y >= plate.height || window.x % request.divisor != 0 ||
+      window.y % request.divisor != 0) {
+    throw Error(Fault::wrongUse, "window", "expected a part of the plate");
+  }
+  window.width = std::min(window.width, plate.width - window.x);
+  window.height = std::min(window.height, plate.height - window.y);
+  const int divisor = request.proxy ? request.divisor : 1;
+  const Window region = scaled(window, divisor);
+  Shown shown;
+  shown.window = window;
+  Picture result = keyed(request.settings, request.view, divisor, region);
+  if (request.measured) {
+    // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
+    const bool alphaIsMatte = request.view != "plate" &&
+                              (request.view == "overChecker" || !pictures.has(Role::background));
+    const Picture matte =
+        alphaIsMatte ? Picture() : keyed(request.settings, "matte", divisor, region);
+    const Picture& counted = alphaIsMatte ? result : matte;
+    shown.measure.emplace();
+    const auto weight = static_cast<std::uint32_t>(divisor * divisor);
+    if (counted.depth == Depth::bytes) {
+      count<std::uint8_t>(counted, weight, *shown.measure);
+    } else {
+      count<std::uint16_t>(counted, weight, *shown.measure);
+    }
+  }
+  shown.picture = toScreen(std::move(result));
+  if (divisor != request.divisor) shown.picture = shrunk(shown.picture, request.divisor);
+  return shown;
+}
+
+Views::Found Views::find(Settings settings) {
+  for (const Parameter& parameter : parameters()) {
+    if (parameter.meaning.followsScreen) settings.reset(parameter.name);
+  }
+  const Inputs inputs = pictures.inputs();
+  const Plate plate = pictures.full(Role::plate).plate();
+  const bool estimates = !settings.given("estimate")
+                             ? settings.toggle("useReference") && !inputs.reference
+                             : keysBesideEstimates(settings, inputs);
+  if (estimates) {
+    return {findKey(plate, settings).settings, findScreen(plate).coverage};
+  }
+  const CleanPlateUse use = !settings.toggle("useReference") ? CleanPlateUse::never
+                            : inputs.reference               ? CleanPlateUse::always
+                                                             : CleanPlateUse::whenUneven;
+  const AutoKey found = autoKey(plate, settings, use);
+  return {settings, found.screen.coverage};
+}
+
+}  // namespace orvanite::web

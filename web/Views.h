@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page asks to see of its pictures, keyed: views of a window, at full size or through
+// smaller pictures; the matte's histogram; the first key. One thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "keyer/BlindKeyer.h"
+#include "keyer/Settings.h"
+#include "web/Pictures.h"
+
+namespace orvanite::web {
+
+/// A view by its name on the page, such as "overBlack".
+struct Request {
+  Settings settings;
+  std::string view;
+  int divisor = 1;        // one pixel of the result stands for divisor x divisor of the plate
+  bool proxy = false;     // key the small picture, instead of making the keyed picture small
+  Window window;          // in the plate's pixels; x and y are multiples of divisor
+  bool measured = false;  // with the histogram of the window's matte
+};
+
+/// How many pixels of the plate have which matte.
+struct Measure {
+  std::array<std::uint32_t, 256> bins{};
+  std::uint64_t clear = 0, between = 0, solid = 0;
+};
+
+struct Shown {
+  Window window;    // the part of the plate that is shown
+  Picture picture;  // 8 bits
+  std::optional<Measure> measure;
+};
+
+class Views {
+ public:
+  Pictures pictures;
+
+  /// Throws Error (wrongUse) for settings that cannot key and windows beside the plate.
+  Shown show(const Request& request);
+
+  /// A window at the pictures' own depth; "output" is what the parameter of that name says.
+  Picture keyed(const Settings& settings, std::string_view view, int divisor, const Window& window);
+
+  /// The screen and what follows from it. Throws Error (failure) when there is none.
+  struct Found {
+    Settings settings;
+    float coverage = 0;  // the screen's share of the frame
+  };
+  Found find(Settings settings);
+
+  /// Whether pixels depend on the whole frame: such views are not cut into bands.
+  bool needsAll(const Settings& settings) const;
+
+ private:
+  const BlindKey& estimates(const Settings& settings, int divisor);
+  OtileImage matte(Role role, const Settings& settings, const Picture& picture, int x, int y) const;
+
+  Keyer keyer_;
+  BlindKeyer beside_;
+  int seen_ = -1;  // of the pictures' changes
+  std::string estimatedIn_;
+  std::optional<BlindKey> found_;
+  std::map<int, BlindKey> carried_;  // by divisor
+};
+
+}  // namespace orvanite::web
