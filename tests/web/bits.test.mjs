@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The page without a server against `orvanite key`: the same plate and settings give the same
+// samples, whether one engine keys them or three.
+//   SITE=folder ORVANITE_PROGRAM=program node --test bits.test.mjs
+import assert from 'node:assert/strict';
+import {execFile} from 'node:child_process';
+import {mkdtemp, readFile, rm, writeFile} from 'node:fs/promises';
+import {tmpdir} from 'node:os';
+import path from 'node:path';
+import {test} from 'node:test';
+import {pathToFileURL} from 'node:url';
+import {promisify} from 'node:util';
+
+const site = path.resolve(process.env.SITE);
+const load = (name) => import(pathToFileURL(path.join(site, name)));
+const {Engine} = await load('engine.js');
+const {Answers} = await load('answers.js');
+const {decodePng, encodePng} = await load('png.js');
+const module = await WebAssembly.compile(await readFile(path.join(site, 'orvanite.wasm')));
+
+let seed = 1;
+const random = () => (seed = seed * 1664525 + 1013904223 >>> 0) / 2 ** 32;
+
+/** A picture of a size from colour(x, y), 0..1 each. */
+function picture(width, height, depth, colour) {
+  const most = depth === 2 ? 65535 : 255;
+  const pixels = new (depth === 2 ? Uint16Array : Uint8Array)(4 * width * height);
+  for (let i = 0; i < width * height; ++i) {
+    const rgba = colour(i % width, Math.floor(i / width));
+    for (let c = 0; c < 4; ++c) pixels[4 * i + c] = Math.max(0, Math.min(most, Math.round((rgba[c] ?? 1) * most)));
+  }
+  return {width, height, depth, hasAlpha: false, pixels};
+}
+
+const width = 322;
+const height = 187;
+// An uneven green screen with grain, before it a ball with a soft edge and a see-through half.
+const plateOf = (depth) => picture(width, height, depth, (x, y) => {
+  const light = 0.75 + 0.25 * x / width;
+  const screen = [0.12, 0.66, 0.21].map((v) => v * light + 0.02 * (random() - 0.5));
+  const far = Math.hypot(x - 150, y - 90);
+  const held = Math.max(0, Math.min(1, (62 - far) / 8)) * (y > 110 ? 0.6 : 1);
+  const ball = [0.75, 0.5 - 0.2 * x / width, 0.35];
+  return screen.map((v, c) => v * (1 - held) + ball[c] * held);
+});
+const background = (depth) => picture(width, height, depth, (x, y) => [x / width, 0.3, y / height]);
+const matte = picture(width, height, 1, (x) => { const v = x < 40 ? 1 : Math.max(0, 1 - (x - 40) / 20); return [v, v, v]; });
+
+const screen = {screen: '0.12,0.66,0.21', colourspace: 'video'};
+const cases = [
+  ['a cut-out', 1, {}, {...screen, output: 'unpremultiplied'}],
+  ['a cut-out of 16 bits', 2, {}, {...screen, output: 'unpremultiplied', screenRange: '0.2'}],
+  ['a composite', 1, {background: background(1)}, {...screen, output: 'composite', bgSaturation: '0.5'}],
+  ['a matte in linear light', 1, {}, {...screen, colourspace: 'linear', output: 'matte'}],
+  ['mattes beside', 1, {garbage: matte, background: background(1)}, {...screen, output: 'composite'}],
+  ['a finish', 1, {background: background(1)}, {...screen, output: 'composite', shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7', islands: '3'}],
+  ['Auto', 1, {}, null],
+  ['Auto of 16 bits over a background', 2, {background: background(2)}, null],
+];
+
+for (const [name, depth, beside, given] of cases) {
+  test(`${name} has the bits of the command`, async (t) => {
+    const folder = await mkdtemp(path.join(tmpdir(), 'orvanite-web-'));
+    t.after(() => rm(folder, {recursive: true}));
+    const pictures = {};
+    for (const [role, one] of Object.entries({plate: plateOf(depth), ...beside})) {
+      const file = `${role}.png`;
+      await writeFile(path.join(folder, file), Buffer.from(await (await encodePng(one, false)).arrayBuffer()));
+      pictures[role] = {name: file, picture: await decodePng(new Uint8Array(await readFile(path.join(folder, file))))};
+      assert.deepEqual(pictures[role].picture.pixels, one.pixels, 'what is written is what is read');
+    }
+    if (depth === 2) for (const one of Object.values(pictures)) assert.equal(one.picture.depth, 2);
+    for (const count of [1, 3]) {
+      const engines = await Promise.all(Array.from({length: count}, async () => {
+        const engine = await Engine.of(module);
+        return async (call, ...parts) => engine[call](...parts);
+      }));
+      const answers = new Answers(engines, pictures);
+      await answers.open();
+      const state = answers.state();
+      let settings = given;
+      if (!settings) {
+        const found = await answers.to('auto', {settings: state.settings});
+        settings = {...state.settings};
+        for (const [key, value] of Object.entries(found.settings)) if (value !== null) settings[key] = value;
+        assert.ok(found.coverage > 0.3 && found.coverage < 0.95, `coverage ${found.coverage}`);
+      }
+      const command = await answers.to('command', {settings});
+      await promisify(execFile)(process.env.ORVANITE_PROGRAM, command.split(' ').slice(1), {cwd: folder});
+      const expected = await decodePng(new Uint8Array(await readFile(path.join(folder, 'key.png'))));
+      const found = await decodePng(new Uint8Array(await (await answers.render(settings)).arrayBuffer()));
+      assert.equal(found.depth, expected.depth);
+      assert.equal(found.hasAlpha, expected.hasAlpha);
+      const differing = found.pixels.findIndex((code, i) => code !== expected.pixels[i]);
+      assert.equal(differing, -1, `${command}: sample ${differing} is ${found.pixels[differing]}, not ${expected.pixels[differing]}`);
+      assert.ok(new Set(found.pixels).size > 20, 'a picture, not one colour');
+      // What the screen shows in bands is what was rendered, cut to 8 bits.
+      const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, width, height], measured: true});
+      const screenCode = (code) => depth === 2 ? Math.floor((code + 128) / 257) : code;
+      const colours = (i) => found.hasAlpha || i % 4 !== 3;
+      const wrong = shown.pixels.findIndex((code, i) => colours(i) && code !== screenCode(found.pixels[i]));
+      assert.equal(wrong, -1);
+      const {clear, between, solid, bins} = shown.matte;
+      assert.equal(clear + between + solid, width * height);
+      assert.equal(bins.reduce((sum, n) => sum + n, 0), width * height);
+    }
+  });
+}
+
+test('what is wrong is said, and the engine goes on', async () => {
+  const engine = await Engine.of(module);
+  const plate = plateOf(1);
+  engine.take('plate', plate);
+  const settings = {screen: '0.12,0.66,0.21', output: 'matte'};
+  const before = engine.key(settings, 'output', [0, 0, width, height]).pixels;
+  for (let i = 0; i < 200; ++i) {
+    assert.throws(() => engine.ask('given', {settings: {screenRange: 'much'}}), {subject: 'screenRange', message: /expected a number.*'much'/});
+    for (const text of ['0x1p-2', '1e999', '1 2', '', '++1']) {
+      assert.throws(() => engine.ask('given', {settings: {screenRange: text}}), {subject: 'screenRange'});
+    }
+    assert.equal(engine.ask('given', {settings: {screenRange: ' +1e-1 '}}).screenRange, '0.1');
+    assert.throws(() => engine.take('background', picture(8, 8, 1, () => [0, 0, 0])), {subject: 'background', message: /322x187.*8x8/});
+    assert.throws(() => engine.ask('usePreset', {text: '{"a'}), {subject: 'preset'});
+    assert.throws(() => engine.ask('show', {settings: {}, view: 'plate', divisor: 1, window: [400, 0, 1, 1]}), {subject: 'window'});
+  }
+  engine.take('plate', picture(64, 64, 1, () => [0.5, 0.5, 0.5]));
+  assert.throws(() => engine.ask('find', {settings: {}}), /screen/);
+  engine.take('plate', plate);
+  assert.deepEqual(engine.key(settings, 'output', [0, 0, width, height]).pixels, before);
+});

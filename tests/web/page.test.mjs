@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The page without a server in a real browser: opened, given a plate, keyed, rendered, and all of
+// it again without a network; what is downloaded has the samples that `orvanite key` writes.
+//   SITE=folder and what tests/apps/view/program.mjs asks for
+import assert from 'node:assert/strict';
+import {execFileSync} from 'node:child_process';
+import {readFileSync} from 'node:fs';
+import {createServer} from 'node:http';
+import {extname, join, resolve} from 'node:path';
+import {after, test} from 'node:test';
+import {browse, drawPlate, program, readPng} from '../apps/view/program.mjs';
+
+const site = resolve(process.env.SITE);
+const kinds = {'.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.svg': 'image/svg+xml', '.wasm': 'application/wasm', '.webmanifest': 'application/manifest+json'};
+const closers = [];
+after(async () => { for (const close of closers.reverse()) await close(); });
+
+/** A server of static files, in a folder below its root, which tells nothing beyond types. */
+async function host() {
+  const asked = [];
+  const missing = [];
+  const server = createServer((request, response) => {
+    const name = new URL(request.url, 'http://x').pathname.replace(/^\/key\//, '') || 'index.html';
+    asked.push(name);
+    try {
+      const bytes = readFileSync(join(site, name));
+      response.writeHead(200, {'Content-Type': kinds[extname(name)] ?? 'application/octet-stream'}).end(bytes);
+    } catch {
+      missing.push(name);
+      response.writeHead(404).end();
+    }
+  });
+  await new Promise((ready) => server.listen(0, '127.0.0.1', ready));
+  const stop = () => new Promise((done) => { server.close(done); server.closeAllConnections(); });
+  closers.push(() => server.listening && stop());
+  return {address: `http://127.0.0.1:${server.address().port}/key/`, asked, missing, stop};
+}
+
+const shown = (page) => page.waitForFunction(() => window.seen?.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
+
+async function render(page) {
+  const coming = page.waitForEvent('download');
+  await page.click('#render');
+  return readPng(await (await coming).path());
+}
+
+test('a plate is opened, keyed and rendered, with and without a network', async () => {
+  const files = drawPlate();
+  const {address, asked, missing, stop} = await host();
+  const {page, close} = await browse(1280, 720);
+  closers.push(close);
+  await page.addInitScript(() => {
+    window.seen = [];
+    addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
+  });
+  await page.goto(address);
+  await page.waitForSelector('dialog[open]');
+  const choose = async (role, file) => {
+    await Promise.all([page.waitForEvent('load'), page.setInputFiles(`dialog input[type=file] >> nth=${role}`, file)]);
+    await shown(page);
+  };
+  await choose(0, files.plate);
+  await page.click('#auto');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  await page.waitForFunction(() => /clear [1-9]/.test(document.getElementById('counts').textContent));
+
+  const command = async () => {
+    await page.click('#copyCommand');
+    await page.waitForFunction(() => /copied/.test(document.getElementById('told').textContent));
+    return page.evaluate(() => navigator.clipboard.readText());
+  };
+  const same = async (what) => {
+    const line = await command();
+    assert.match(line, /^orvanite key plate\.png .*--screen=/);
+    execFileSync(program, line.split(' ').slice(1), {cwd: files.folder});
+    const [found, expected] = [await render(page), readPng(join(files.folder, 'key.png'))];
+    const wrong = found.pixels.findIndex((code, i) => code !== expected.pixels[i]);
+    assert.equal(wrong, -1, `${what}: ${line}: sample ${wrong} is ${found.pixels[wrong]}, not ${expected.pixels[wrong]}`);
+  };
+  await same('a cut-out');
+
+  // Settings stay when a background comes; the composite is what is written then.
+  await page.click('#openPictures');
+  await choose(1, files.background);
+  assert.match(await command(), /--bg background\.png .*--output=composite/);
+  await same('over a background');
+
+  // Without the server the page opens again with its pictures, and keys.
+  await page.evaluate(() => navigator.serviceWorker.ready.then(() => {}));
+  const before = asked.length;
+  await stop();
+  await Promise.all([page.waitForEvent('load'), page.reload()]);
+  await shown(page);
+  assert.equal(asked.length, before);
+  assert.equal(await page.textContent('#title'), 'plate.png');
+  await same('without a network');
+  assert.deepEqual(missing, []);
+  // Nothing was refused by the policy, nothing failed.
+  assert.deepEqual(page.problems, []);
+});
+
+test('what cannot be opened is said, and a preset is taken', async () => {
+  const files = drawPlate();
+  const {address} = await host();
+  const {page, close} = await browse(390, 720);
+  closers.push(close);
+  await page.goto(address);
+  await page.setInputFiles('dialog input[type=file] >> nth=0', {name: 'notes.png', mimeType: 'image/png', buffer: Buffer.from('no picture')});
+  await page.waitForFunction(() => /notes\.png: /.test(document.querySelector('.wrong').textContent));
+  const wide = await page.evaluate(() => document.querySelector('dialog').scrollWidth <= document.querySelector('dialog').clientWidth);
+  assert.ok(wide, 'the dialog fits a narrow screen');
+  await Promise.all([page.waitForEvent('load'), page.setInputFiles('dialog input[type=file] >> nth=0', files.plate)]);
+  await page.waitForFunction(() => document.getElementById('info').textContent.includes('8-bit'));
+  const drop = (name, text) => page.evaluate(([name, text]) => {
+    const data = new DataTransfer();
+    data.items.add(new File([text], name));
+    dispatchEvent(new DragEvent('drop', {dataTransfer: data, cancelable: true}));
+  }, [name, text]);
+  await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screenRange": 0.3}}');
+  await page.waitForFunction(() => location.hash.includes('screenRange=0.3') || document.querySelector('.wrong').textContent);
+  assert.equal(await page.textContent('.wrong'), '');
+  await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screenRage": 0.3}}');
+  await page.waitForFunction(() => /screenRage/.test(document.querySelector('.wrong').textContent));
+});

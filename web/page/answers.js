@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// What the page asks for, answered by a crew of engines: each holds the pictures, and a view is cut
+// into bands of rows among them unless its pixels depend on the whole frame. Node tests use it too.
+import {encodePng} from './png.js';
+
+/** What is said against a request; `subject` names the parameter or picture. */
+export class Refusal extends Error {
+  constructor(status, subject, message) {
+    super(message);
+    this.status = status;
+    this.subject = subject;
+  }
+}
+
+const shellPlain = /^[\w./,:+@%=-]+$/;
+const shellWord = (text) => shellPlain.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`;
+const kebab = (name) => name.replace(/[A-Z]/g, (letter) => `-${letter.toLowerCase()}`);
+const roleOptions = {background: '--bg', holdOut: '--hold-out', garbage: '--garbage', cleanPlate: '--reference'};
+
+// Samples of a box are thinned out beyond this many.
+const boxSamples = 1 << 18;
+// Rows of a band at the least: fewer are not worth a message.
+const leastRows = 32;
+
+export class Answers {
+  /**
+   * engines   functions (call, ...parts) that promise what that call of an Engine gives
+   * pictures  by role: {name, picture}; a plate at the least, of one size and depth
+   */
+  constructor(engines, pictures) {
+    this.engines = engines;
+    this.pictures = pictures;
+    this.plate = pictures.plate.picture;
+    this.job = {state: 'idle', done: 0, message: ''};
+  }
+
+  async open() {
+    const {parameters, version} = await this.engines[0]('ask', 'describe');
+    this.parameters = parameters;
+    this.version = version;
+    for (const [role, {picture}] of Object.entries(this.pictures)) {
+      await Promise.all(this.engines.map((engine) => engine('take', role, picture)));
+    }
+  }
+
+  /** What a page is built from. */
+  state(notices = []) {
+    const {width, height, depth} = this.plate;
+    const name = (role) => this.pictures[role]?.name ?? '';
+    const files = {plate: name('plate'), background: name('background'), holdOut: name('holdOut'), garbage: name('garbage'), reference: name('cleanPlate')};
+    const samples = depth === 2 ? '16-bit' : '8-bit';
+    return {
+      version: this.version, files, width, height, depth, samples, frames: [1], isShot: false, framesPerSecond: 24,
+      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters,
+      settings: {colourspace: 'video', output: this.pictures.background ? 'composite' : 'unpremultiplied'},
+    };
+  }
+
+  /** A view for the screen, as Engine.show gives it; the matte is that of the whole frame. */
+  async picture({settings, view, divisor, proxy, window, measured}) {
+    const {width, height} = this.plate;
+    const [x, y, w, h] = [window[0], window[1], Math.min(window[2], width - window[0]), Math.min(window[3], height - window[1])];
+    const whole = x === 0 && y === 0 && w === width && h === height;
+    const alone = measured && !whole
+      ? this.picture({settings, view: 'matte', divisor: Math.max(2, divisor), proxy: true, window: [0, 0, width, height], measured: true}) : null;
+    const request = {settings, view, divisor, proxy, measured: measured && whole};
+    if (view !== 'plate' && await this.engines[0]('ask', 'needsAll', {settings})) {
+      const shown = await this.engines[0]('show', {...request, window: [x, y, w, h]});
+      if (alone) shown.matte = (await alone).matte;
+      return shown;
+    }
+    const rows = Math.max(leastRows, Math.ceil(h / this.engines.length / divisor)) * divisor;
+    const bands = [];
+    for (let top = 0; top < h; top += rows) bands.push([x, y + top, w, Math.min(rows, h - top)]);
+    const parts = await Promise.all(bands.map((band, i) => this.engines[i]('show', {...request, window: band})));
+    const [first] = parts;
+    if (alone) first.matte = (await alone).matte;
+    if (parts.length === 1) return first;
+    const pixels = new Uint8Array(parts.reduce((sum, part) => sum + part.pixels.length, 0));
+    parts.reduce((at, part) => { pixels.set(part.pixels, at); return at + part.pixels.length; }, 0);
+    const joined = {...first, window: [x, y, w, h], height: parts.reduce((sum, part) => sum + part.height, 0), pixels};
+    if (request.measured) {
+      const sum = (name) => parts.reduce((total, {matte}) => total + matte[name], 0);
+      joined.matte = {
+        bins: first.matte.bins.map((_, i) => parts.reduce((total, {matte}) => total + matte.bins[i], 0)),
+        clear: sum('clear'), between: sum('between'), solid: sum('solid'),
+      };
+    }
+    return joined;
+  }
+
+  async probe({settings, view, x, y}) {
+    const [engine] = this.engines;
+    const maximum = this.plate.depth === 2 ? 65535 : 255;
+    const at = async (name) => [...(await engine('key', settings, name, [x, y, 1, 1])).pixels].map((code) => code / maximum);
+    const [plate, matte, result] = [await at('plate'), await at('matte'), await at(view)];
+    return {plate, matte: matte[3], result, maximum};
+  }
+
+  colours({window: [x, y, w, h]}) {
+    const {width, depth, pixels} = this.plate;
+    const maximum = depth === 2 ? 65535 : 255;
+    const step = Math.max(1, Math.ceil(Math.sqrt(w * h / boxSamples)));
+    const samples = [[], [], []];
+    for (let v = y; v < y + h; v += step) {
+      for (let u = x; u < x + w; u += step) samples.forEach((list, c) => list.push(pixels[4 * (v * width + u) + c]));
+    }
+    const sorted = samples.map((list) => Float64Array.from(list, (code) => Math.fround(code / maximum)).sort());
+    const pick = (where) => sorted.map((list) => list[where(list.length)]);
+    const twentieth = (n) => Math.floor(n / 20);
+    return {median: pick((n) => Math.floor(n / 2)), low: pick(twentieth), high: pick((n) => n - 1 - twentieth(n))};
+  }
+
+  async command(settings) {
+    const given = await this.engines[0]('ask', 'given', {settings});
+    const words = ['orvanite', 'key', this.pictures.plate.name];
+    for (const [role, option] of Object.entries(roleOptions)) {
+      if (this.pictures[role]) words.push(option, this.pictures[role].name);
+    }
+    for (const {name} of this.parameters) if (name in given) words.push(`--${kebab(name)}=${given[name]}`);
+    return [...words, '-o', 'key.png'].map(shellWord).join(' ');
+  }
+
+  /** The whole plate keyed, as a PNG with all its bits. */
+  async render(settings) {
+    const {width, height} = this.plate;
+    const output = this.parameters.find(({name}) => name === 'output');
+    const view = output.choices.find(({text}) => text === (settings.output ?? output.standard));
+    const key = (engine, window) => engine('key', settings, 'output', window);
+    let picture;
+    if (await this.engines[0]('ask', 'needsAll', {settings})) {
+      picture = await key(this.engines[0], [0, 0, width, height]);
+    } else {
+      const rows = Math.ceil(height / this.engines.length);
+      const parts = await Promise.all(this.engines.filter((_, i) => i * rows < height).map(
+        (engine, i) => key(engine, [0, i * rows, width, Math.min(rows, height - i * rows)])));
+      picture = {...parts[0], height, pixels: new parts[0].pixels.constructor(4 * width * height)};
+      parts.reduce((at, {pixels}) => { picture.pixels.set(pixels, at); return at + pixels.length; }, 0);
+    }
+    return encodePng(picture, view.alpha);
+  }
+
+  // A render goes on while the page asks how far it is.
+  start(settings) {
+    const job = this.job = {state: 'running', done: 0, message: ''};
+    this.render(settings).then((blob) => {
+      if (job.state === 'running') Object.assign(job, {state: 'done', done: 1, blob});
+    }, (error) => Object.assign(job, {state: 'failed', message: error.message}));
+  }
+
+  /** The answer to one of the page's requests by its name. Throws Refusal. */
+  async to(name, body) {
+    try {
+      switch (name) {
+        case 'picture': return await this.picture(body);
+        case 'probe': return await this.probe(body);
+        case 'colours': return this.colours(body);
+        case 'auto': return await this.engines[0]('ask', 'find', {settings: body.settings});
+        case 'preset': return await this.engines[0]('ask', 'preset', {settings: body.settings});
+        case 'usePreset': return await this.engines[0]('ask', 'usePreset', body);
+        case 'command': return await this.command(body.settings);
+        case 'script': throw new Refusal(409, 'script', 'A script is written by the command: key --save-script.');
+        case 'job':
+          if (body) this.start(body.settings);
+          return {state: this.job.state, done: this.job.done, message: this.job.message};
+        case 'cancel':
+          if (this.job.state === 'running') Object.assign(this.job, {state: 'cancelled', message: 'nothing was written'});
+          return {state: this.job.state, done: 0, message: this.job.message};
+        case 'result': return this.job.blob;
+        default: throw new Refusal(404, 'address', 'there is nothing here');
+      }
+    } catch (error) {
+      throw error instanceof Refusal ? error : new Refusal(400, error.subject ?? 'engine', error.message);
+    }
+  }
+}

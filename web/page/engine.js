@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// The compiled engine in a page's worker or in node: pictures go in by what they are for, questions
+// as objects, answers come out as objects and pixels.
+
+export const roles = ['plate', 'background', 'holdOut', 'garbage', 'cleanPlate'];
+
+/** What was refused; `subject` names the parameter or picture. */
+export class Refused extends Error {
+  constructor({subject, message}) {
+    super(message);
+    this.subject = subject;
+  }
+}
+
+// What the C library asks of its system: it may write messages, and finds nothing else.
+function system(memory) {
+  const badFile = 8;
+  const view = () => new DataView(memory().buffer);
+  const none = (...counts) => { for (const at of counts) view().setUint32(at, 0, true); return 0; };
+  return {
+    environ_sizes_get: none,
+    environ_get: () => 0,
+    clock_time_get: (clock, precision, to) => { view().setBigUint64(to, BigInt(Math.round(performance.now() * 1e6)), true); return 0; },
+    fd_close: () => 0,
+    fd_fdstat_get: () => badFile,
+    fd_fdstat_set_flags: () => badFile,
+    fd_prestat_get: () => badFile,
+    fd_prestat_dir_name: () => badFile,
+    fd_read: () => badFile,
+    fd_seek: () => badFile,
+    path_open: () => badFile,
+    fd_write(file, parts, count, written) {
+      let bytes = 0;
+      let text = '';
+      for (let i = 0; i < count; ++i) {
+        const at = view().getUint32(parts + 8 * i, true);
+        const length = view().getUint32(parts + 8 * i + 4, true);
+        text += new TextDecoder().decode(new Uint8Array(memory().buffer, at, length));
+        bytes += length;
+      }
+      if (text.trim()) console.info(text.trim());
+      view().setUint32(written, bytes, true);
+      return 0;
+    },
+    proc_exit(code) { throw new Error(`the engine ended with ${code}`); },
+  };
+}
+
+export class Engine {
+  /** Of a compiled WebAssembly module. */
+  static async of(module) {
+    const engine = new Engine();
+    const imports = {wasi_snapshot_preview1: system(() => engine.exports.memory)};
+    engine.exports = (await WebAssembly.instantiate(module, imports)).exports;
+    engine.exports._initialize();
+    return engine;
+  }
+
+  room(bytes) {
+    const at = this.exports.orvanite_webRoom(Math.max(1, bytes.length));
+    if (at === 0) throw new Refused({subject: 'memory', message: 'there is not enough for this picture'});
+    new Uint8Array(this.exports.memory.buffer).set(bytes, at);
+    return at;
+  }
+
+  said(at) {
+    const bytes = new Uint8Array(this.exports.memory.buffer, at);
+    const text = new TextDecoder().decode(bytes.subarray(0, bytes.indexOf(0)));
+    const answer = JSON.parse(text);
+    if (answer?.error) throw new Refused(answer.error);
+    return answer;
+  }
+
+  /**
+   * Takes a picture, {width, height, depth, hasAlpha, pixels}, RGBA samples of `depth` bytes, or
+   * null to let one go. A new plate lets go of all others.
+   */
+  take(role, picture) {
+    const {width = 0, height = 0, depth = 1, hasAlpha = false, pixels} = picture ?? {};
+    const at = this.room(pixels ? new Uint8Array(pixels.buffer, pixels.byteOffset, pixels.byteLength) : new Uint8Array(0));
+    try {
+      this.said(this.exports.orvanite_webTake(roles.indexOf(role), width, height, depth, hasAlpha ? 1 : 0, at));
+    } finally {
+      this.exports.orvanite_webFree(at);
+    }
+  }
+
+  ask(name, body = {}) {
+    const encoder = new TextEncoder();
+    const texts = [name, JSON.stringify(body)].map((text) => this.room(encoder.encode(text + '\0')));
+    try {
+      return this.said(this.exports.orvanite_webAsk(...texts));
+    } finally {
+      texts.forEach((at) => this.exports.orvanite_webFree(at));
+    }
+  }
+
+  /** A copy of the pixels that the last answer speaks of. */
+  pixels(bytes) {
+    return new Uint8Array(this.exports.memory.buffer, this.exports.orvanite_webPixels(), bytes).slice();
+  }
+
+  /** A view as a screen shows it, as renders ask for it: the answer with `pixels`, RGBA. */
+  show(request) {
+    const header = this.ask('show', request);
+    header.pixels = this.pixels(4 * header.width * header.height);
+    return header;
+  }
+
+  /** A window of a view at the pictures' own depth. */
+  key(settings, view, window) {
+    const header = this.ask('key', {settings, view, window});
+    const bytes = this.pixels(4 * header.width * header.height * header.depth);
+    header.pixels = header.depth === 2 ? new Uint16Array(bytes.buffer) : bytes;
+    return header;
+  }
+}

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Opens pictures by dialog, drop or paste. The browser keeps the files, so that a reload or a
+// restart finds the same page; they stay on this machine.
+import {atDepth, covering, decode} from './decode.js';
+
+const roles = {
+  plate: ['Plate', 'The picture to key: a subject before a green, blue or other screen'],
+  background: ['Background', 'Goes behind the subject'],
+  holdOut: ['Hold-out matte', 'White keeps the subject'],
+  garbage: ['Garbage matte', 'White cuts away'],
+  cleanPlate: ['Clean plate', 'The screen without the subject'],
+};
+
+// ---- The files that are kept: one store, a file for each role
+
+function store(mode, work) {
+  return new Promise((resolve, reject) => {
+    const opening = indexedDB.open('orvanite', 1);
+    opening.onupgradeneeded = () => opening.result.createObjectStore('files');
+    opening.onerror = () => reject(opening.error);
+    opening.onsuccess = () => {
+      const change = opening.result.transaction('files', mode);
+      const asked = work(change.objectStore('files'));
+      change.oncomplete = () => { opening.result.close(); resolve(asked?.result); };
+      change.onerror = () => reject(change.error);
+    };
+  });
+}
+const kept = async () => {
+  const files = {};
+  for (const role of Object.keys(roles)) {
+    const file = await store('readonly', (all) => all.get(role));
+    if (file) files[role] = file;
+  }
+  return files;
+};
+const keep = (role, file) => store('readwrite', (all) => {
+  if (role === 'plate') all.clear();
+  return file ? all.put(file, role) : all.delete(role);
+});
+
+// ---- The dialog
+
+const dialog = document.createElement('dialog');
+dialog.id = 'open';
+dialog.setAttribute('aria-labelledby', 'openTitle');
+dialog.innerHTML = `<h2 id="openTitle">Open pictures</h2>
+<p class="lead">Drop, paste or choose a picture. It stays on this machine: the key is computed here, by this page.</p>
+<div class="roles"></div><p class="wrong" role="alert"></p>
+<form method="dialog"><button>Close</button></form>`;
+const wrong = dialog.querySelector('.wrong');
+
+function say(error) {
+  wrong.textContent = error.message;
+  if (!dialog.open) dialog.showModal();
+}
+
+const addressOf = (texts) => `#${new URLSearchParams(texts).toString().replaceAll('%2C', ',')}`;
+
+// What a render holds follows the background, unless it was set to something else.
+function outputFor(background) {
+  const texts = new URLSearchParams(location.hash.slice(1));
+  const [from, to] = background ? ['unpremultiplied', 'composite'] : ['composite', 'unpremultiplied'];
+  for (const name of ['output', 'b.output']) if (texts.get(name) === from) texts.set(name, to);
+  if (location.hash.length > 1) history.replaceState(history.state, '', addressOf(texts));
+}
+
+// The page is built for its pictures: others build it anew. Settings stay, but for another plate.
+async function change(role, file) {
+  try {
+    if (file) await decode(file);
+    await keep(role, file);
+  } catch (error) {
+    say(error);
+    return;
+  }
+  if (role === 'plate') history.replaceState(null, '', location.pathname);
+  if (role === 'background') outputFor(Boolean(file));
+  location.reload();
+}
+
+async function usePreset(file) {
+  const {ask} = await import('./server.js');
+  try {
+    const settings = await ask('usePreset', {text: await file.text()});
+    location.hash = addressOf({...(await ask('state')).settings, ...settings});
+    if (dialog.open) dialog.close();
+  } catch (error) {
+    say(error);
+  }
+}
+
+function fill(files) {
+  const rows = Object.entries(roles).map(([role, [label, help]]) => {
+    const row = document.createElement('div');
+    row.innerHTML = '<label><span class="name"></span><span class="file"></span><input type="file"></label><button>Remove</button>';
+    const input = row.querySelector('input');
+    row.title = help;
+    row.querySelector('.name').textContent = label;
+    row.querySelector('.file').textContent = files[role]?.name ?? help;
+    row.classList.toggle('there', role in files);
+    input.accept = 'image/*';
+    input.setAttribute('aria-label', `${label}: ${help}`);
+    input.disabled = role !== 'plate' && !files.plate;
+    row.classList.toggle('off', input.disabled);
+    input.addEventListener('change', () => { if (input.files[0]) change(role, input.files[0]); });
+    const remove = row.querySelector('button');
+    remove.hidden = !(role in files);
+    remove.addEventListener('click', () => change(role, null));
+    return row;
+  });
+  dialog.querySelector('.roles').replaceChildren(...rows);
+  dialog.querySelector('form').hidden = !files.plate;
+}
+
+function listen(files) {
+  const take = (list) => {
+    const [file] = list;
+    if (!file) return;
+    if (file.name.endsWith('.json') && files.plate) usePreset(file);
+    // Where there is a plate, one of its side pictures is as likely: the dialog asks.
+    else if (!files.plate) change('plate', file);
+    else choose(file);
+  };
+  const choose = (file) => {
+    if (!dialog.open) dialog.showModal();
+    wrong.textContent = '';
+    const buttons = Object.entries(roles).map(([role, [label]]) => Object.assign(document.createElement('button'), {
+      textContent: label, onclick: () => change(role, file),
+    }));
+    const asks = document.createElement('p');
+    asks.append(`What is ${file.name}? `, ...buttons);
+    dialog.querySelector('.asks')?.remove();
+    asks.className = 'asks';
+    dialog.querySelector('.roles').before(asks);
+    buttons[0].focus();
+  };
+  addEventListener('dragover', (event) => { event.preventDefault(); document.body.classList.add('dropping'); });
+  addEventListener('dragleave', (event) => { if (!event.relatedTarget) document.body.classList.remove('dropping'); });
+  addEventListener('drop', (event) => { event.preventDefault(); document.body.classList.remove('dropping'); take(event.dataTransfer.files); });
+  addEventListener('paste', (event) => take(event.clipboardData.files));
+  dialog.addEventListener('cancel', (event) => { if (!files.plate) event.preventDefault(); });
+  const button = Object.assign(document.createElement('button'), {
+    id: 'openPictures', textContent: 'Open', title: 'Open another plate, a background or mattes (O)', onclick: () => dialog.showModal(),
+  });
+  document.querySelector('header .tools').prepend(button);
+  addEventListener('keydown', (event) => {
+    if (event.key.toLowerCase() !== 'o' || event.ctrlKey || event.metaKey || event.altKey || dialog.open || event.target.matches('input, select, textarea')) return;
+    event.preventDefault();
+    dialog.showModal();
+  });
+}
+
+async function picturesOf(files) {
+  const pictures = {};
+  const said = [];
+  for (const [role, file] of Object.entries(files)) pictures[role] = {name: file.name, picture: await decode(file)};
+  const {width, height} = pictures.plate.picture;
+  const depth = Math.max(pictures.plate.picture.depth, pictures.background?.picture.depth ?? 1);
+  for (const [role, one] of Object.entries(pictures)) {
+    const {picture} = one;
+    if (picture.width !== width || picture.height !== height) {
+      const sizes = `${width}\u00d7${height}, found ${picture.width}\u00d7${picture.height}`;
+      if (role !== 'background') throw new Error(`${one.name}: expected the plate's size, ${sizes}`);
+      one.picture = await covering(picture, width, height);
+      said.push(`The background was ${picture.width}\u00d7${picture.height}: the browser brought it to the plate's size.`);
+    }
+    one.picture = atDepth(one.picture, depth);
+  }
+  return {pictures, said};
+}
+
+/** The pictures by role, and what was done to bring them together; waits until there is a plate. */
+export const opened = (async () => {
+  document.body.append(dialog);
+  document.body.inert = false;
+  const files = await kept().catch(() => ({}));
+  fill(files);
+  listen(files);
+  if (!files.plate) {
+    dialog.showModal();
+    return new Promise(() => {});  // a plate builds the page anew
+  }
+  try {
+    return await picturesOf(files);
+  } catch (error) {
+    say(error);
+    return new Promise(() => {});
+  }
+})();
+
+if ('serviceWorker' in navigator && isSecureContext) navigator.serviceWorker.register('service.js').catch(() => {});
