@@ -58,10 +58,6 @@ void count(const Picture& picture, std::uint32_t weight, Measure& measure) {
   }
 }
 
-bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
-  return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
-}
-
 Window scaled(const Window& window, int by) {
   return {window.x / by, window.y / by, (window.width + by - 1) / by,
           (window.height + by - 1) / by};

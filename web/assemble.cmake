@@ -2,10 +2,10 @@
 # engine. Files change their address in the browser's store with their contents: STATE.
 # -DSOURCE= -DMODULE= -DSITE=
 file(REMOVE_RECURSE ${SITE})
-file(GLOB own ${SOURCE}/apps/view/page/*)
+file(GLOB page ${SOURCE}/apps/view/page/*)
+list(REMOVE_ITEM page ${SOURCE}/apps/view/page/server.js)
 file(GLOB ours ${SOURCE}/web/page/*)
-file(COPY ${own} DESTINATION ${SITE})
-file(COPY ${ours} DESTINATION ${SITE})  # server.js takes the place of the page's
+file(COPY ${page} ${ours} DESTINATION ${SITE})
 configure_file(${MODULE} ${SITE}/orvanite.wasm COPYONLY)
 
 set(policy "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'; style-src 'self'; img-src 'self' data: blob:; connect-src 'self'; worker-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'self'")
