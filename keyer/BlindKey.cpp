@@ -46,7 +46,7 @@ float rangeOfClip(const BlindKey& key) {
 
 void makeMattes(BlindKey& key, const Look& look, const KeyRegions& regions) {
   key.garbage = key.wishes.garbage ? garbageMatte(look, key.plate, regions) : Plane();
-  key.holdOut = key.wishes.holdOut ? holdOutMatte(regions) : Plane();
+  key.holdOut = key.wishes.holdOut ? holdOutMatte(look, key.plate, regions) : Plane();
 }
 
 /// Halfway from a colour to grey of its light: what the hold-out matte puts back where it keeps a

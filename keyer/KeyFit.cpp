@@ -168,9 +168,8 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
   }
   vote.slope = static_cast<float>(t);
   constexpr int enough = 200;
-  const bool clear = vote.spread > 0.018f;
-  if (vote.samples < enough || vote.spread < 0.012f) return vote;
-  if (t > (clear ? 0.5 : 0.8)) vote.mixing = Mixing::light;
+  if (vote.samples < enough || vote.spread < 0.006f) return vote;
+  vote.mixing = t > 0.5 ? Mixing::light : t < 0.25 ? Mixing::codes : Mixing::video;
   return vote;
 }
 
@@ -289,9 +288,9 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
   for (const TrialPixel& t : trials.screen) {
     screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
   }
-  return mean(matte, trials.mixes.size()) + 0.5f * mean(composite, trials.mixes.size()) +
-         0.3f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
-         0.1f * numbers.clip;
+  return mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
+         0.8f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
+         0.3f * numbers.clip;
 }
 
 }  // namespace

@@ -52,22 +52,70 @@ float ramp(float v, float from, float to) {
   return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
 }
 
+/// How much light varies from pixel to pixel, as a share of the screen's: leaves, feathers and fur
+/// vary, smoke, flames and glass hardly do.
+Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
+  constexpr float fine = 3, around = 6;  // pixels
+  Plane light(regions.share.width, regions.share.height);
+  for (std::size_t i = 0; i < light.size(); ++i) {
+    light[i] = look.codes[0][i] + look.codes[1][i] + look.codes[2][i];
+  }
+  light = blurred(light, regions.radius);
+  const Plane mean = blurred(light, fine);
+  Plane texture(light.width, light.height);
+  for (std::size_t i = 0; i < light.size(); ++i) {
+    texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]);
+  }
+  texture = blurred(texture, around);
+  for (std::size_t i = 0; i < light.size(); ++i) {
+    const float screen = plate.clean[0][i] + plate.clean[1][i] + plate.clean[2][i];
+    texture[i] = std::sqrt(texture[i]) / std::max(screen, 0.15f);
+  }
+  return texture;
+}
+
+/// The share of what is no screen around each pixel that holds next to no screen.
+Plane pureAround(const KeyRegions& regions) {
+  const auto size = static_cast<float>(std::max(regions.share.width, regions.share.height));
+  Plane pure(regions.share.width, regions.share.height);
+  Plane other(regions.share.width, regions.share.height);
+  for (std::size_t i = 0; i < pure.size(); ++i) {
+    other[i] = regions.screen[i] == 0 && regions.inside[i] != 0;
+    pure[i] = other[i] > 0 && regions.calmShare[i] < 0.2f;
+  }
+  pure = blurred(pure, 0.03f * size);
+  other = blurred(other, 0.03f * size);
+  for (std::size_t i = 0; i < pure.size(); ++i) pure[i] /= std::max(other[i], 0.01f);
+  return pure;
+}
+
 }  // namespace
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
-// a green leaf. What shows more than half screen may be glass, and stays.
-Plane holdOutMatte(const KeyRegions& regions) {
+// a green leaf. What shows more than half screen may be glass, and stays, unless it is too rough
+// for that. Specks of the screen's colour are no screen there.
+Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
-  Mask open(share.width, share.height);
+  const Mask large = largeOf(regions.screen);
+  Mask open(share.width, share.height), beside(share.width, share.height);
   for (std::size_t i = 0; i < open.size(); ++i) {
     open[i] = share[i] > 0.7f || regions.inside[i] == 0;
+    beside[i] = large[i] != 0 || regions.inside[i] == 0;
   }
   const Plane depth = distanceTo(open);
+  const Plane within = distanceTo(beside);
+  const Plane texture = textureOf(look, plate, regions);
+  const Plane pure = pureAround(regions);
   const auto size = static_cast<float>(std::max(share.width, share.height));
   Plane hold(share.width, share.height);
   for (std::size_t i = 0; i < hold.size(); ++i) {
-    if (open[i] != 0) continue;
-    hold[i] = ramp(depth[i], 0.03f * size, 0.06f * size) * (1 - ramp(share[i], 0.45f, 0.65f));
+    if (beside[i] != 0) continue;
+    const float solid = open[i] != 0 ? 0.0f
+                                     : ramp(depth[i], 0.03f * size, 0.06f * size) *
+                                           (1 - ramp(share[i], 0.45f, 0.65f));
+    const float rough = ramp(within[i], 0.03f * size, 0.06f * size) *
+                        ramp(texture[i], 0.04f, 0.07f) * (1 - ramp(pure[i], 0.03f, 0.11f));
+    hold[i] = std::max(solid, rough);
   }
   return blurred(hold, 1);
 }

@@ -10,7 +10,7 @@ namespace orvanite {
 /// 1 where nothing but screen or studio is, falling to 0 three to five pixels from anything else.
 Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions);
 
-/// 1 deep in what is surely solid. Empty where there is none.
-Plane holdOutMatte(const KeyRegions& regions);
+/// 1 deep in what is surely solid.
+Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions);
 
 }  // namespace orvanite

@@ -222,6 +222,22 @@ std::vector<std::uint32_t> partsOf(const Mask& mask) {
   return part;
 }
 
+Mask largeOf(const Mask& mask) {
+  const auto size = static_cast<float>(std::max(mask.width, mask.height));
+  const auto least = static_cast<std::uint32_t>(0.004f * size * size);
+  const std::vector<std::uint32_t> part = partsOf(mask);
+  std::vector<std::uint32_t> count(part.size());
+  for (std::size_t i = 0; i < part.size(); ++i) count[part[i]] += mask[i];
+  Mask large(mask.width, mask.height);
+  std::size_t all = 0, some = 0;
+  for (std::size_t i = 0; i < part.size(); ++i) {
+    large[i] = mask[i] != 0 && count[part[i]] > least;
+    all += mask[i];
+    some += large[i];
+  }
+  return 2 * some > all ? large : mask;
+}
+
 Mask hullOf(const Mask& mask, float inset) {
   constexpr int directions = 24;
   std::array<float, directions> dx{}, dy{}, reach{};

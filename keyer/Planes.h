@@ -55,6 +55,9 @@ Mask opened(const Mask& mask);
 /// where the mask is 0.
 std::vector<std::uint32_t> partsOf(const Mask& mask);
 
+/// The parts of a mask that are large for its frame; all of it where they are not most of it.
+Mask largeOf(const Mask& mask);
+
 /// The largest value minus the least one among a pixel and its eight neighbours.
 Plane contrast(const Plane& plane);
 

@@ -214,25 +214,37 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     if (count > 60 && count > own.size() / 500) break;
   }
   const Mask all = plate.sure;
-  const Mask calm = calmOf(grey, all);
+  // Leaves of the screen's hue are seen in specks; so is a screen between them, but in the colour
+  // that the rest of it leads to.
+  const Mask large = largeOf(all);
+  const Plane beyond = distanceTo(large);
+  const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
+  const Mask calm = calmOf(grey, large);
   plate.sure = calm;
   for (int round = 0; round < 3; ++round) {
     plate.rigid = fitted(look, plate.sure);
     if (round == 2) break;
     const Colours clean = plate.rigid.over(w, h);
-    Plane aside(w, h);
-    std::vector<float> offsets;
+    Plane aside(w, h), lighter(w, h);
+    std::vector<float> offsets, hues, lights;
     for (std::size_t i = 0; i < all.size(); ++i) {
       const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
       const auto stiff = hueOf(clean[0][i], clean[1][i], clean[2][i]);
       aside[i] = std::hypot(seen[0] - stiff[0], seen[1] - stiff[1]);
+      lighter[i] = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
       if (calm[i] != 0) offsets.push_back(aside[i]);
+      if (large[i] == 0) continue;
+      hues.push_back(aside[i]);
+      lights.push_back(std::abs(lighter[i] - 1));
     }
     const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
+    const float alike = std::max(0.006f, quantile(hues, 0.98));
+    const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
     for (std::size_t i = 0; i < all.size(); ++i) {
-      const float ratio = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
-      plate.sure[i] = all[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
-                      ratio > (dark[i] != 0 ? 0.15f : 0.4f) && ratio < 1.8f;
+      plate.sure[i] =
+          all[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
+          lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
+          (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
     }
   }
   look.grain = grainOf(look, plate.sure);

@@ -179,6 +179,55 @@ TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
   }
 }
 
+TEST(BlindKey, HoldsRoughLeavesOfTheScreensHueAndNoSmoothSmoke) {
+  for (const bool rough : {true, false}) {
+    Composed plate;
+    plate.screen = [](int, int) { return olive; };
+    // Leaves half as bright as the screen and of its hue: a key takes them for half screen. So it
+    // does with smoke, which has no light and shade.
+    plate.subject = [rough](int x, int y) {
+      if (!rough) return Rgb{0.6f, 0.6f, 0.62f};
+      const float light = 0.5f + 0.3f * std::sin(0.8f * static_cast<float>(x)) *
+                                     std::sin(0.7f * static_cast<float>(y));
+      return Rgb{olive[0] * light, olive[1] * light, olive[2] * light};
+    };
+    const auto whole = disc(80, 60, 50, 2);
+    plate.matte = [&](int x, int y) { return (rough ? 1 : 0.3f) * whole(x, y); };
+    Canvas canvas = plate.on(2);
+    Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+    double sum = 0;
+    for (int y = 50; y < 70; ++y) {
+      for (int x = 70; x < 90; ++x) sum += static_cast<double>(matteAt(out, x, y)) / 400;
+    }
+    if (rough) {
+      EXPECT_GT(sum, 0.98);
+    } else {
+      EXPECT_NEAR(sum, 0.3, 0.1);
+    }
+  }
+}
+
+TEST(BlindKey, TakesNoSpecksOfAnotherLightForTheScreen) {
+  Composed plate;
+  plate.screen = [](int, int) { return olive; };
+  // Smooth leaves of the screen's hue, 14 pixels wide, two thirds as bright, among dark ones.
+  plate.subject = [](int x, int y) {
+    const float light = std::hypot(std::remainder(static_cast<float>(x), 24.0f),
+                                   std::remainder(static_cast<float>(y), 24.0f)) < 8
+                            ? 0.66f
+                            : 0.08f;
+    return Rgb{olive[0] * light, olive[1] * light, olive[2] * light};
+  };
+  plate.matte = disc(80, 60, 50, 2);
+  Canvas canvas = plate.on(2);
+  const BlindKey key = findKey(canvas.plate(), video());
+  EXPECT_EQ(key.plate.sure(72, 48), 0);
+  EXPECT_EQ(key.plate.sure(8, 60), 1);
+  Canvas clean(width, height, 2);
+  key.writeCleanPlate(clean.plate().image, Depth::shorts);
+  EXPECT_NEAR(colourAt(clean.plate(), 72, 48)[1], olive[1], 0.01f);
+}
+
 TEST(BlindKey, TellsHowEdgesMix) {
   for (const bool inLight : {false, true}) {
     Composed plate;
@@ -190,7 +239,7 @@ TEST(BlindKey, TellsHowEdgesMix) {
     plate.inLight = inLight;
     Canvas canvas = plate.on(2);
     const BlindKey key = findKey(canvas.plate(), video());
-    EXPECT_EQ(key.mixing == Mixing::light, inLight) << "slope " << key.vote.slope;
+    EXPECT_EQ(key.mixing, inLight ? Mixing::light : Mixing::codes) << "slope " << key.vote.slope;
     Settings log = video();
     log.setText("colourspace", "log");
     EXPECT_EQ(findKey(canvas.plate(), log).mixing, Mixing::log);
