@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Pictures of files: PNG with all its bits, whatever else the browser shows in 8.
+// Pictures of files: PNG and TIFF with all their bits, whatever else the browser shows in 8.
 import {decodePng, isPng} from './png.js';
+import {decodeTiff, isTiff} from './tiff.js';
 
 /** A picture {width, height, depth, hasAlpha, pixels}. Throws an Error that names the file. */
 export async function decode(file) {
   try {
     const bytes = new Uint8Array(await file.arrayBuffer());
+    if (isTiff(bytes)) return await decodeTiff(bytes);
     return (isPng(bytes) && await decodePng(bytes)) || await byBrowser(file);
   } catch (error) {
-    const why = error instanceof DOMException ? 'this browser shows no such picture' : error.message;
+    const why = error instanceof RangeError ? 'the file is damaged'
+      : error instanceof DOMException ? 'this browser shows no such picture' : error.message;
     throw new Error(`${file.name}: ${why}`);
   }
 }

@@ -5,7 +5,7 @@
 import {atDepth, covering, decode} from './decode.js';
 
 const roles = {
-  plate: ['Plate', 'The picture to key: a subject before a green, blue or other screen'],
+  plate: ['Plate', 'What to key: before a screen of one colour'],
   background: ['Background', 'Goes behind the subject'],
   holdOut: ['Hold-out matte', 'White keeps the subject'],
   garbage: ['Garbage matte', 'White cuts away'],
@@ -92,6 +92,7 @@ async function usePreset(file) {
 }
 
 function fill(files) {
+  document.body.classList.toggle('empty', !files.plate);
   const rows = Object.entries(roles).map(([role, [label, help]]) => {
     const row = document.createElement('div');
     row.innerHTML = '<label><span class="name"></span><span class="file"></span><input type="file"></label><button>Remove</button>';
@@ -100,7 +101,7 @@ function fill(files) {
     row.querySelector('.name').textContent = label;
     row.querySelector('.file').textContent = files[role]?.name ?? help;
     row.classList.toggle('there', role in files);
-    input.accept = 'image/*';
+    input.accept = 'image/*,.tif,.tiff';
     input.setAttribute('aria-label', `${label}: ${help}`);
     input.disabled = role !== 'plate' && !files.plate;
     row.classList.toggle('off', input.disabled);
