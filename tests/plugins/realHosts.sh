@@ -41,12 +41,21 @@ filterFfmpeg() {
     -vf "format=rgba,frei0r=filter_name=orvanite:filter_params=$values" -pix_fmt rgba -f rawvideo "$2"
 }
 
+autoFfmpeg() {
+  ffmpeg -nostdin -loglevel error -y -i plate.png \
+    -vf "format=rgba,frei0r=filter_name=orvanite:filter_params=unpremultiplied|video" -pix_fmt rgba -f rawvideo "$1"
+}
+
 decode() { echo "filesrc location=$1 ! pngdec ! videoconvert ! video/x-raw,format=RGBA"; }
 gstValues=(encoding=video screen-colour-r=0.2 screen-colour-g=0.6 screen-colour-b=0.2 screen-range=0.2
            midtone-gain=0.6 exposure-red=0.3 exposure-green=0.3 exposure-blue=0.3 saturation=0.5)
 filterGstreamer() {
   # shellcheck disable=SC2046
   gst-launch-1.0 -q $(decode plate.png) ! frei0r-filter-orvanite output="$1" "${gstValues[@]}" ! filesink location="$2"
+}
+autoGstreamer() {
+  # shellcheck disable=SC2046
+  gst-launch-1.0 -q $(decode plate.png) ! frei0r-filter-orvanite encoding=video ! filesink location="$1"
 }
 mixGstreamer() {
   # shellcheck disable=SC2046
@@ -70,6 +79,7 @@ runMelt() {  # output-file arguments...
   done
 }
 filterMelt() { runMelt "$2" avformat:plate.png out=0 -filter frei0r.orvanite 0="$1" "${meltValues[@]}"; }
+autoMelt() { runMelt "$1" avformat:plate.png out=0 -filter frei0r.orvanite 1=video; }
 mixMelt() {
   runMelt "$1" avformat:below.png out=0 -track avformat:plate.png out=0 \
     -transition frei0r.orvanite_mix in=0 out=0 a_track=0 b_track=1 "${meltValues[@]}"
@@ -81,6 +91,12 @@ for output in unpremultiplied compOnBlack compOnReplace status matte; do
   "filter${host^}" "$output" found.raw
   compare "wanted-$output.raw" found.raw "filter, $output"
 done
+
+# Told nothing but the encoding, the plug-in finds the key that --auto finds.
+"$orvanite" key plate.png --colourspace video --auto -q --output unpremultiplied --alpha matte -o wanted.png 2>/dev/null
+raw wanted.png wanted.raw
+"auto${host^}" found.raw
+compare wanted.raw found.raw "filter, found by itself"
 
 # ffmpeg runs filters and sources only.
 [[ $host != ffmpeg ]] || exit 0
