@@ -148,7 +148,11 @@ shot::FirstKey ScreenOptions::look(const shot::Shot& shot, const std::string& re
                                : aboutOption(error);
   }
   if (quiet) return key;
-  if (key.screen) fmt::print(stderr, "screen: {}\n", describe(*key.screen));
+  if (key.screen) {
+    const bool named = auto_ || automaticColour_;
+    fmt::print(stderr, "screen: {}{}\n", describe(*key.screen),
+               named ? "" : "; --auto looks at the subject, too, and sets the whole key");
+  }
   if (!key.decided().empty()) fmt::print(stderr, "key: {}\n", key.decided());
   std::vector<std::string> chosen = optionsOf(key, settings);
   // A clean plate that was asked for was not chosen.
