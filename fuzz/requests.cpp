@@ -49,20 +49,21 @@ shot::ShotFiles files() {
   return files;
 }
 
+std::shared_ptr<view::Session> session() {
+  view::Session::Wish wish;
+  wish.files = wish.spoken = files();
+  wish.cacheBytes = 1 << 20;  // without an output it starts no process
+  wish.exports.command = [](const shot::ShotFiles&, const Settings& settings) {
+    return settings.text("screen");
+  };
+  wish.exports.script = [](const shot::ShotFiles&, const Settings& settings, media::Samples) {
+    return settings.text("screen");
+  };
+  return std::make_shared<view::Session>(wish);
+}
+
 struct Page {
-  view::Footage footage{files(), 1 << 20};
-  view::Renderer renderer{footage};
-  view::RenderJob job{footage, {}, {}};  // without an output it starts no process
-  view::Server server{
-      0,
-      footage,
-      renderer,
-      job,
-      true,
-      Settings(),
-      {{},
-       [](const Settings& settings) { return settings.text("screen"); },
-       [](const Settings& settings, media::Samples) { return settings.text("screen"); }}};
+  view::Server server{0, session(), folder() + "given"};
   int left = requestsEach;
 
   ~Page() { std::filesystem::remove_all(folder()); }

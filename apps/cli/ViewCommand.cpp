@@ -43,54 +43,55 @@ std::string outputOf(const ViewCommandOptions& options) {
   return options.output.empty() ? "key.png" : options.output;
 }
 
-// What the page hands out is used in any folder.
-std::string absolute(const std::string& path) {
-  return path.empty() ? path : std::filesystem::absolute(path).lexically_normal().string();
-}
-
 // Where what the page hands out writes to: the folder that it is used in, if nobody said where.
 std::string outputAnywhere(const ViewCommandOptions& options) {
-  return options.output.empty() ? outputOf(options) : absolute(options.output);
+  return options.output.empty()
+             ? outputOf(options)
+             : std::filesystem::absolute(options.output).lexically_normal().string();
 }
 
 // What follows `orvanite` on the command line that keys the same into a file.
-std::vector<std::string> argumentsFor(const ViewCommandOptions& options, const Settings& settings,
+std::vector<std::string> argumentsFor(const ViewCommandOptions& options,
+                                      const shot::ShotFiles& files, const Settings& settings,
                                       const std::string& output) {
-  std::vector<std::string> arguments{"key", absolute(options.file(Role::plate))};
-  const auto file = [&](const char* option, const std::string& path) {
-    if (!path.empty()) arguments.insert(arguments.end(), {option, absolute(path)});
+  std::vector<std::string> arguments{"key", files.clips[Role::plate].path};
+  const auto file = [&](const char* option, Role role) {
+    const std::string& path = files.clips[role].path;
+    if (!path.empty()) arguments.insert(arguments.end(), {option, path});
   };
-  file("--bg", options.file(Role::background));
-  file("--hold-out", options.file(Role::holdOut));
-  file("--garbage", options.file(Role::garbage));
-  file("--reference", options.file(Role::cleanPlate));
+  file("--bg", Role::background);
+  file("--hold-out", Role::holdOut);
+  file("--garbage", Role::garbage);
+  file("--reference", Role::cleanPlate);
   for (const std::string& word : options.colours.words(true)) arguments.push_back(word);
   for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
   arguments.insert(arguments.end(), {"-o", output});
   return arguments;
 }
 
-std::string commandFor(const ViewCommandOptions& options, const Settings& settings) {
+std::string commandFor(const ViewCommandOptions& options, const shot::ShotFiles& files,
+                       const Settings& settings) {
   std::string line = "orvanite";
-  for (const std::string& argument : argumentsFor(options, settings, outputAnywhere(options))) {
+  for (const std::string& argument :
+       argumentsFor(options, files, settings, outputAnywhere(options))) {
     line += ' ' + shellWord(argument);
   }
   return line;
 }
 
-std::string scriptFor(const ViewCommandOptions& options, const Settings& settings,
-                      media::Samples samples) {
-  if (!options.file(Role::cleanPlate).empty() && settings.toggle("useReference")) {
+std::string scriptFor(const ViewCommandOptions& options, const shot::ShotFiles& files,
+                      const Settings& settings, media::Samples samples) {
+  if (!files.clips[Role::cleanPlate].path.empty() && settings.toggle("useReference")) {
     throw Error(Fault::wrongUse, "script", "a script cannot hold a clean plate");
   }
   if (!options.colours.words().empty()) {
     throw Error(Fault::wrongUse, "script", "a script cannot hold colour spaces");
   }
   return scriptOf(settings,
-                  {{absolute(options.file(Role::plate))},
-                   {absolute(options.file(Role::background))},
-                   {absolute(options.file(Role::holdOut))},
-                   {absolute(options.file(Role::garbage))},
+                  {{files.clips[Role::plate].path},
+                   {files.clips[Role::background].path},
+                   {files.clips[Role::holdOut].path},
+                   {files.clips[Role::garbage].path},
                    outputAnywhere(options),
                    shot::usualAlpha(settings.text("output")),
                    shot::PastEnd::hold,
@@ -121,12 +122,16 @@ int runView(const ViewCommandOptions& options) {
   view.openBrowser = desktop && !options.noOpen;
   if (!options.preset.empty()) view.settings = settingsFromPresetFile(options.preset);
   options.parameters.apply(view.settings);
-  view.exports.arguments = [&](const Settings& settings, const std::string& output) {
-    return argumentsFor(options, settings, output);
+  view.exports.arguments = [&](const shot::ShotFiles& given, const Settings& settings,
+                               const std::string& output) {
+    return argumentsFor(options, given, settings, output);
   };
-  view.exports.command = [&](const Settings& settings) { return commandFor(options, settings); };
-  view.exports.script = [&](const Settings& settings, media::Samples samples) {
-    return scriptFor(options, settings, samples);
+  view.exports.command = [&](const shot::ShotFiles& given, const Settings& settings) {
+    return commandFor(options, given, settings);
+  };
+  view.exports.script = [&](const shot::ShotFiles& given, const Settings& settings,
+                            media::Samples samples) {
+    return scriptFor(options, given, settings, samples);
   };
   view.started = [](const std::string& address) {
     fmt::print("Open this address in a browser on this machine; Ctrl-C ends.\n{}\n", address);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/view/Messages.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -8,6 +9,7 @@
 
 #include "base/Error.h"
 #include "keyer/Parameters.h"
+#include "keyer/Preset.h"
 #include "shot/Job.h"
 
 namespace orvanite::view {
@@ -96,6 +98,28 @@ Settings settingsIn(const json& object) {
     settings.setText(name.substr(0, textLimit), value.get<std::string>());
   }
   return settings;
+}
+
+// As the page calls the pictures, in the order of the roles.
+constexpr std::string_view roleNames[] = {"plate", "background", "holdOut", "garbage", "reference"};
+
+std::string fromBase64(const std::string& text) {
+  constexpr std::string_view letters =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bytes;
+  std::uint32_t bits = 0;
+  int count = 0;
+  for (const char letter : text) {
+    if (letter == '=') break;
+    const std::size_t value = letters.find(letter);
+    if (value == std::string_view::npos) refuse("bytes", "a text in base64");
+    bits = bits << 6 | static_cast<std::uint32_t>(value);
+    count += 6;
+    if (count < 8) continue;
+    count -= 8;
+    bytes += static_cast<char>(bits >> count & 0xFF);
+  }
+  return bytes;
 }
 
 PageView viewIn(const json& object) {
@@ -199,6 +223,38 @@ FindRequest findRequestOf(const std::string& body) {
   return {settingsIn(object), intOf(object, "frame")};
 }
 
+GiveRequest giveRequestOf(const std::string& body) {
+  const json object = parse(body);
+  const auto at = object.find("at");
+  const auto bytes = object.find("bytes");
+  if (at == object.end()) refuse("at", "a whole number");
+  if (bytes == object.end() || !bytes->is_string()) refuse("bytes", "a text");
+  return {
+      intOf(object, "set"), textOf(object, "name"),
+      static_cast<std::uintmax_t>(wholeOf(*at, "at", 0, std::numeric_limits<std::int64_t>::max())),
+      fromBase64(bytes->get_ref<const std::string&>())};
+}
+
+OpenRequest openRequestOf(const std::string& body) {
+  const json object = parse(body);
+  const std::string role = textOf(object, "role");
+  const auto* found = std::find(std::begin(roleNames), std::end(roleNames), role);
+  if (found == std::end(roleNames)) {
+    throw Error::expected(Fault::wrongUse, "role", "that of a picture, such as background", role);
+  }
+  OpenRequest request{roles[static_cast<std::size_t>(found - std::begin(roleNames))],
+                      intOf(object, "set"), textOf(object, "name")};
+  if (request.role == Role::plate && request.name.empty()) refuse("name", "a plate");
+  return request;
+}
+
+Settings presetIn(const std::string& body) {
+  const json object = parse(body);
+  const auto text = object.find("text");
+  if (text == object.end() || !text->is_string()) refuse("text", "a preset");
+  return settingsFromPreset(text->get<std::string>(), "preset");
+}
+
 JobRequest jobRequestOf(const std::string& body) {
   const json object = parse(body);
   JobRequest request{settingsIn(object), std::nullopt};
@@ -210,7 +266,8 @@ JobRequest jobRequestOf(const std::string& body) {
 
 Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 
-std::string describe(const Footage& footage, const Settings& settings, const std::string& output) {
+std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
+                     const std::string& output) {
   const FootageInfo& info = footage.info();
   json table = json::array();
   const Settings standard;
@@ -238,7 +295,7 @@ std::string describe(const Footage& footage, const Settings& settings, const std
     }
     table.push_back(std::move(entry));
   }
-  const auto file = [&](Role role) { return fileName(footage.shot().files().clips[role].path); };
+  const auto file = [&](Role role) { return fileName(named.clips[role].path); };
   return dump({{"version", ORVANITE_VERSION},
                {"files",
                 {{"plate", file(Role::plate)},
@@ -320,6 +377,10 @@ std::string boxReply(const BoxColours& colours) {
 
 std::string jobReply(const std::string& state, double done, const std::string& message) {
   return dump({{"state", state}, {"done", done}, {"message", message}});
+}
+
+std::string settingsReply(const Settings& settings) {
+  return dump({{"settings", given(settings)}});
 }
 
 std::string errorReply(const std::string& subject, const std::string& message) {

@@ -45,12 +45,30 @@ struct JobRequest {
   std::optional<RenderJob::Range> frames;  // none: all
 };
 JobRequest jobRequestOf(const std::string& body);
+/// Bytes of a file that the page hands over.
+struct GiveRequest {
+  int set = 0;
+  std::string name;
+  std::uintmax_t at = 0;
+  std::string bytes;
+};
+GiveRequest giveRequestOf(const std::string& body);
+struct OpenRequest {
+  Role role = Role::plate;
+  int set = 0;
+  std::string name;  // empty: what is there goes
+};
+OpenRequest openRequestOf(const std::string& body);
+/// A preset's text, as settings.
+Settings presetIn(const std::string& body);
 /// The member "settings" of a body: texts by parameter names.
 Settings settingsOf(const std::string& body);
 
 /// Everything that a page needs to build itself. `settings` are those that it starts with,
 /// `output` the name that renders are written to, empty where they are only handed over.
-std::string describe(const Footage& footage, const Settings& settings, const std::string& output);
+/// `named` are the files as a person knows them.
+std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
+                     const std::string& output);
 
 /// A picture: the length of a header in bytes as 4 bytes, low byte first; the header, JSON padded
 /// with blanks to a multiple of 4; then RGBA, rows from the top.
@@ -62,6 +80,8 @@ std::string probeReply(const PixelValues& values, Depth depth);
 std::string foundReply(const Renderer::Found& found);
 std::string boxReply(const BoxColours& colours);
 std::string jobReply(const std::string& state, double done, const std::string& message);
+/// The texts of settings that were given, by name.
+std::string settingsReply(const Settings& settings);
 /// {"error": {"subject": ..., "message": ...}}
 std::string errorReply(const std::string& subject, const std::string& message);
 

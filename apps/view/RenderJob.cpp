@@ -30,7 +30,7 @@ constexpr std::string_view complaintStart = "orvanite: ";
 }  // namespace
 
 RenderJob::RenderJob(const Footage& footage, std::string output, KeyArguments arguments)
-    : output_(std::move(output)), arguments_(std::move(arguments)) {
+    : output_(std::move(output)), files_(footage.shot().files()), arguments_(std::move(arguments)) {
   if (footage.info().isShot) shotFrames_ = footage.info().frames;
   if (output_.empty()) return;
   const FootageInfo& info = footage.info();
@@ -61,7 +61,7 @@ bool RenderJob::start(const Settings& settings, std::optional<Range> range) {
   const std::lock_guard lock(mutex_);
   if (state_ == State::running) return false;
   std::size_t frames = std::max<std::size_t>(1, shotFrames_.size());
-  std::vector<std::string> arguments = arguments_(settings, output_);
+  std::vector<std::string> arguments = arguments_(files_, settings, output_);
   if (range && !shotFrames_.empty()) {
     frames = static_cast<std::size_t>(
         std::count_if(shotFrames_.begin(), shotFrames_.end(),

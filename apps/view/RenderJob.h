@@ -23,8 +23,8 @@
 namespace orvanite::view {
 
 /// What follows `orvanite` on the command line that keys with these settings into `output`.
-using KeyArguments =
-    std::function<std::vector<std::string>(const Settings&, const std::string& output)>;
+using KeyArguments = std::function<std::vector<std::string>(const shot::ShotFiles&, const Settings&,
+                                                            const std::string& output)>;
 
 class RenderJob {
  public:
@@ -63,6 +63,7 @@ class RenderJob {
 
   std::string output_;
   std::optional<media::FramePattern> pattern_;
+  shot::ShotFiles files_;
   KeyArguments arguments_;
   std::vector<int> shotFrames_;  // none: a still
   std::size_t frames_ = 1;       // of the render that runs, or of the last one

@@ -14,12 +14,14 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <utility>
 
 #include "apps/view/Connection.h"
 #include "apps/view/Door.h"
 #include "apps/view/Messages.h"
+#include "apps/view/Uploads.h"
 #include "base/Error.h"
 #include "keyer/Preset.h"
 
@@ -181,18 +183,41 @@ class Waiting {
 }  // namespace
 
 struct Server::Implementation {
-  Footage& footage;
-  Renderer& renderer;
-  RenderJob& job;
-  bool handsOver;
-  Settings settings;
-  Exports exports;
+  std::shared_ptr<Session> session;  // under sessions
+  Uploads uploads;
+  mutable std::mutex sessions{};
+  std::mutex opening{};
   Http http{};
   std::unique_ptr<Access> access{};
   RateLimit rate{requestsPerSecond, requestsAtOnce};
   Newest newest{};
   std::atomic<int> waiting = 0;
   std::atomic<bool> entered = false, stopping = false, ended = false;
+
+  std::shared_ptr<Session> current() const {
+    const std::lock_guard lock(sessions);
+    return session;
+  }
+
+  // Opens another picture; the session that was stays when it cannot be.
+  void open(const OpenRequest& asked, Response& response) {
+    const std::lock_guard one(opening);
+    const std::shared_ptr<Session> now = current();
+    if (now->job().report().state == RenderJob::State::running) {
+      return fail(response, 409, "open", "a render is running");
+    }
+    const std::string path =
+        asked.name.empty() ? std::string() : uploads.path(asked.set, asked.name);
+    try {
+      const std::shared_ptr<Session> next = now->with(asked.role, path, asked.name);
+      response.set_content(settingsReply(next->settings()), json);
+      const std::lock_guard lock(sessions);
+      session = next;
+    } catch (const Error& error) {
+      // The folder is nobody's business.
+      throw error.subject() == path ? error.about(asked.name) : error;
+    }
+  }
 
   std::optional<std::string_view> admit(const Request& request) const {
     return access->admit({request.method, request.path, valuesOf(request, "Host"),
@@ -227,12 +252,14 @@ struct Server::Implementation {
 
   void answerGet(const Request& request, Response& response) {
     const std::string_view wanted = *admit(request);
+    const std::shared_ptr<Session> now = current();
     if (wanted == "state") {
-      response.set_content(describe(footage, settings, handsOver ? "" : job.output()), json);
+      response.set_content(
+          describe(now->footage(), now->wish().spoken, now->settings(), now->wish().output), json);
     } else if (wanted == "job") {
-      answerJob(response);
-    } else if (wanted == "result" && handsOver) {
-      answerResult(response);
+      answerJob(now->job(), response);
+    } else if (wanted == "result" && now->handsOver()) {
+      answerResult(now->job(), response);
     } else {
       answerFile(wanted.empty() ? "index.html" : wanted, response);
     }
@@ -247,12 +274,12 @@ struct Server::Implementation {
     fail(response, 404, "address", "there is nothing here");
   }
 
-  void answerJob(Response& response) const {
+  static void answerJob(const RenderJob& job, Response& response) {
     const RenderJob::Report report = job.report();
     response.set_content(jobReply(nameOf(report.state), report.done, report.message), json);
   }
 
-  void answerResult(Response& response) const {
+  static void answerResult(const RenderJob& job, Response& response) {
     std::ifstream file(job.output(), std::ios::binary);
     if (job.report().state != RenderJob::State::done || !file) {
       return fail(response, 404, "result", "nothing was rendered");
@@ -262,7 +289,7 @@ struct Server::Implementation {
         "application/octet-stream");
   }
 
-  void answerPicture(const Request& request, Response& response) {
+  void answerPicture(Renderer& renderer, const Request& request, Response& response) {
     const auto start = std::chrono::steady_clock::now();
     const NumberedRequest asked = pictureRequestOf(request.body);
     const auto wanted = [&] { return newest.holds(asked.page, asked.number); };
@@ -279,17 +306,21 @@ struct Server::Implementation {
 
   void answerPost(const Request& request, Response& response) {
     const std::string_view wanted = *admit(request);
+    const std::shared_ptr<Session> now = current();
+    Renderer& renderer = now->renderer();
+    RenderJob& job = now->job();
+    const Exports& exports = now->wish().exports;
     const bool renders =
         wanted == "picture" || wanted == "probe" || wanted == "colours" || wanted == "auto";
     if (renders) {
       const Waiting turn(waiting);
       if (!turn) return fail(response, 503, "request", "too many renders wait");
-      if (wanted == "picture") return answerPicture(request, response);
+      if (wanted == "picture") return answerPicture(renderer, request, response);
       if (wanted == "probe") {
         const ProbeRequest asked = probeRequestOf(request.body);
         const PixelValues values =
             renderer.probe(asked.settings, asked.view, asked.frame, asked.x, asked.y, asked.slot);
-        return response.set_content(probeReply(values, footage.info().depth), json);
+        return response.set_content(probeReply(values, now->footage().info().depth), json);
       }
       if (wanted == "auto") {
         const FindRequest asked = findRequestOf(request.body);
@@ -301,10 +332,20 @@ struct Server::Implementation {
     if (wanted == "preset") {
       response.set_content(presetText(settingsOf(request.body)), json);
     } else if (wanted == "command") {
-      response.set_content(exports.command(settingsOf(request.body)), "text/plain");
-    } else if (wanted == "script") {
-      response.set_content(exports.script(settingsOf(request.body), footage.info().samples),
+      response.set_content(exports.command(now->wish().spoken, settingsOf(request.body)),
                            "text/plain");
+    } else if (wanted == "script") {
+      response.set_content(exports.script(now->wish().spoken, settingsOf(request.body),
+                                          now->footage().info().samples),
+                           "text/plain");
+    } else if (wanted == "give") {
+      const GiveRequest asked = giveRequestOf(request.body);
+      uploads.add(asked.set, asked.name, asked.at, asked.bytes);
+      response.set_content("{}", json);
+    } else if (wanted == "open") {
+      open(openRequestOf(request.body), response);
+    } else if (wanted == "read-preset") {
+      response.set_content(settingsReply(presetIn(request.body)), json);
     } else if (wanted == "job") {
       if (job.output().empty()) {
         return fail(response, 409, "render",
@@ -314,10 +355,10 @@ struct Server::Implementation {
       if (!job.start(asked.settings, asked.frames)) {
         return fail(response, 409, "render", "another one is running");
       }
-      answerJob(response);
+      answerJob(job, response);
     } else if (wanted == "cancel") {
       job.cancel();
-      answerJob(response);
+      answerJob(job, response);
     } else {
       fail(response, 404, "address", "there is nothing here");
     }
@@ -363,10 +404,8 @@ struct Server::Implementation {
   }
 };
 
-Server::Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, bool handsOver,
-               Settings settings, Exports exports)
-    : implementation_(new Implementation{footage, renderer, job, handsOver, std::move(settings),
-                                         std::move(exports)}) {
+Server::Server(int port, std::shared_ptr<Session> session, const std::string& uploads)
+    : implementation_(new Implementation{std::move(session), Uploads(uploads)}) {
   Implementation& self = *implementation_;
   self.configure();
   const char* loopback = "127.0.0.1";
@@ -400,6 +439,7 @@ void Server::run() {
 
 void Server::stop() {
   Implementation& self = *implementation_;
+  self.current()->job().cancel();
   self.stopping = true;
   if (!self.entered) return;
   while (!self.ended && !self.http.is_running()) {

@@ -5,15 +5,13 @@
 // Knows cpp-httplib, in its source only.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "apps/view/Access.h"
-#include "apps/view/RenderJob.h"
-#include "apps/view/Renderer.h"
+#include "apps/view/Session.h"
 
 namespace orvanite::view {
 
@@ -26,22 +24,12 @@ struct PageFile {
 /// The page's files; generated at build time.
 std::span<const PageFile> pageFiles();
 
-/// What the page hands over to the world outside, made by whoever starts the server. Each throws
-/// Error about settings that it cannot say.
-struct Exports {
-  KeyArguments arguments;                               // of the renders
-  std::function<std::string(const Settings&)> command;  // a command line that keys the same
-  std::function<std::string(const Settings&, media::Samples)>
-      script;  // the same as a script for `orvanite run`
-};
-
 class Server {
  public:
   /// Takes a port of 127.0.0.1; 0 for any that is free. Throws Error (failure) when it is taken.
   ///
-  /// handsOver  whether the job's output may be fetched by the page: it is not anybody's file
-  Server(int port, Footage& footage, Renderer& renderer, RenderJob& job, bool handsOver,
-         Settings settings, Exports exports);
+  /// uploads  a folder for files that the page hands over; empty: it may not
+  Server(int port, std::shared_ptr<Session> session, const std::string& uploads);
   ~Server();
 
   /// Answers the bytes of one request without a connection. For fuzzers.
@@ -52,7 +40,7 @@ class Server {
 
   /// Serves until stop is called.
   void run();
-  /// May be called from any thread. Requests in progress are finished.
+  /// Cancels a render, and ends. May be called from any thread. Requests in progress are finished.
   void stop();
 
  private:

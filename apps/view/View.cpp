@@ -8,18 +8,17 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <thread>
 
 #include "apps/view/Child.h"
 #include "apps/view/StopSignals.h"
 #include "base/Error.h"
-#include "shot/Job.h"
 
 namespace orvanite::view {
 namespace {
 
-// A folder that is gone when the program ends, for renders that only the page gets. A child of ours
+// A folder that is gone when the program ends, for renders that only the page gets and for files
+// that only the page has. A child of ours
 // removes it: it outlives even a program that is killed, and does nothing but wait for that.
 class OwnFolder {
  public:
@@ -75,31 +74,19 @@ void openInBrowser(const std::string& address) {
 
 void view(const ViewOptions& options) {
   StopSignals signals;
-  Footage footage(options.files, options.cacheBytes, options.colours);
-  Settings settings = options.settings;
-  if (!settings.given("colourspace")) {
-    settings.setText("colourspace", footage.info().colourspace);
+  OwnFolder folder;
+  Session::Wish wish{options.files,          {},
+                     options.cacheBytes,     options.colours,
+                     options.settings,       options.output,
+                     folder.path().string(), options.exports};
+  for (const Role role : roles) {
+    std::string& path = wish.files.clips[role].path;
+    // What is handed out is used in any folder.
+    if (!path.empty()) path = std::filesystem::absolute(path).lexically_normal().string();
   }
-  std::optional<OwnFolder> folder;
-  std::string output = options.output;
-  // A shot cannot be handed over in one piece; the page says so when it is asked to render.
-  if (output.empty() && !footage.info().isShot) {
-    folder.emplace();
-    output = (folder->path() / "key.png").string();
-  }
-  // What a render holds is a setting like any other, so that the page shows and says it.
-  if (!settings.given("output")) {
-    const std::string file = options.output.empty() ? "key.png" : options.output;
-    settings.setText("output", shot::usualView(footage.info().inputs, file, {}).first);
-  }
-  Renderer renderer(footage);
-  RenderJob job(footage, output, options.exports.arguments);
-  Server server(options.port, footage, renderer, job, folder.has_value(), settings,
-                options.exports);
-  signals.watch([&] {
-    job.cancel();
-    server.stop();
-  });
+  wish.spoken = wish.files;
+  Server server(options.port, std::make_shared<Session>(wish), (folder.path() / "given").string());
+  signals.watch([&] { server.stop(); });
   if (options.started) options.started(server.address());
   if (options.openBrowser) openInBrowser(server.address());
   server.run();

@@ -7,7 +7,6 @@
 #include <functional>
 #include <string>
 
-#include "apps/view/Footage.h"
 #include "apps/view/Server.h"
 #include "keyer/Settings.h"
 

@@ -3,6 +3,7 @@
 // Puts the page together: the modules know nothing of each other but what is handed to them here.
 import {ask} from './server.js';
 import {Busy} from './busy.js';
+import {Opener} from './open.js';
 import {State} from './state.js';
 import {Stage} from './stage.js';
 import {Renders} from './renders.js';
@@ -193,12 +194,20 @@ async function start() {
       end();
     }
   });
+  const opener = new Opener({
+    dialog: byId('opener'), title: byId('openTitle'), rows: byId('openRows'), told: byId('openTold'), input: byId('openInput'),
+    close: byId('openClose'), button: byId('open'),
+  }, state, busy, (name, settings) => {
+    state.set(Object.fromEntries(description.parameters.map((one) => [one.name, settings[one.name] ?? null])));
+    actions.tell(`Read ${name}. Ctrl+Z takes it back.`);
+  });
   const fold = () => {
     byId('fold').setAttribute('aria-pressed', String(!document.body.classList.toggle('folded')));
   };
   byId('fold').addEventListener('click', fold);
 
   addEventListener('keydown', (event) => {
+    if (byId('opener').open) return;
     const typing = event.target.matches('input[type=number], input[type=text], select');
     if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'z') {
       event.preventDefault();
@@ -213,7 +222,7 @@ async function start() {
       state.show({view: views[Number(event.key) - 1][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, o: () => opener.show(null), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();

@@ -60,3 +60,49 @@ export async function askPicture(body, signal) {
   header.pixels = new ImageData(new Uint8ClampedArray(bytes, 4 + length), header.width, header.height);
   return header;
 }
+
+// Bytes of a file in one request: as base64 they stay below what the server takes.
+const pieceBytes = 45000;
+
+/** One name for files: their own, or the pattern of numbered frames. */
+function nameOf(files) {
+  if (files.length === 1) return files[0].name;
+  const parts = files.map((file) => file.name.match(/^(.*\D|)(\d+)(\.\w+)$/));
+  const [first] = parts;
+  if (parts.some((part) => !part || part[1] !== first[1] || part[2].length !== first[2].length || part[3] !== first[3])) {
+    throw new Refusal(400, 'files', 'expected one file, or frames that are numbered alike, such as plate.0001.png');
+  }
+  return first[1] + '#'.repeat(first[2].length) + first[3];
+}
+
+/**
+ * Opens files in a role (none: what is there goes); resolves to {settings} that suit them.
+ * told(part) hears how much is handed over; the signal stops it.
+ */
+export async function give(role, files, told, signal) {
+  const set = Math.floor(Math.random() * 1e6);
+  const all = files.reduce((sum, file) => sum + file.size, 0);
+  const name = files.length > 0 ? nameOf(files) : '';
+  let done = 0;
+  for (const file of files) {
+    for (let at = 0; at === 0 || at < file.size; at += pieceBytes) {
+      const piece = new Uint8Array(await file.slice(at, at + pieceBytes).arrayBuffer());
+      const body = {set, name: file.name, at, bytes: btoa(String.fromCharCode(...piece))};
+      for (;;) {
+        try {
+          await ask('give', body, signal);
+          break;
+        } catch (error) {
+          if (error.status !== 429) throw error;
+          await new Promise((later) => setTimeout(later, 100));
+        }
+      }
+      done += piece.length;
+      told(done / Math.max(1, all));
+    }
+  }
+  return ask('open', {role, set, name}, signal);
+}
+
+/** Shows what was opened: the page begins anew. */
+export const reopen = () => location.reload();

@@ -5,7 +5,7 @@
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
 import {copyFileSync, existsSync, readFileSync, readdirSync, renameSync, rmSync, writeFileSync} from 'node:fs';
-import {join, relative} from 'node:path';
+import {basename, join, relative} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
 
@@ -468,6 +468,69 @@ test('from 390 to 3840 pixels nothing is cut, and the settings fold away', async
     assert.deepEqual(page.problems, []);
     await close();
   }
+});
+
+test('one opens a plate, a background of another size, frames and presets: chosen, dropped, pasted', async () => {
+  const [first, second] = [drawPlate('--size', '160x90'), drawPlate('--size', '320x180', '--screen', 'blue')];
+  const {page} = await open([first.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
+  const choose = async (label, files) => {
+    if (!await page.locator('#opener').evaluate((one) => one.open)) await page.click('#open');
+    const [chooser] = await Promise.all([page.waitForEvent('filechooser'), page.click(`[aria-label="Choose: ${label}"]`)]);
+    await chooser.setFiles(files);
+  };
+  const reopened = async (action) => {
+    await page.evaluate(() => { window.old = true; });
+    await action();
+    await page.waitForFunction(() => !window.old && window.seen?.length > 0);
+    await settled(page);
+  };
+  const hand = (type, file) => page.evaluate(([kind, name, base64]) => {
+    const transfer = new DataTransfer();
+    transfer.items.add(new File([Uint8Array.from(atob(base64), (one) => one.charCodeAt(0))], name));
+    document.body.dispatchEvent(kind === 'drop' ? new DragEvent('drop', {bubbles: true, cancelable: true, dataTransfer: transfer})
+      : new ClipboardEvent('paste', {bubbles: true, clipboardData: transfer}));
+  }, [type, basename(file), readFileSync(file).toString('base64')]);
+
+  // A background of another size is fitted as the command does.
+  await reopened(() => choose('Background', second.background));
+  assert.equal(await page.locator('#render span').textContent(), 'Render Composite');
+  const to = join(folder(), 'key.png');
+  execFileSync(program, ['key', first.plate, '--bg', second.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '-q', '-o', to]);
+  compareColours(await shownPixels(page), readPng(to), 'over the background that was chosen');
+  const [rendered] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  assert.deepEqual(readPng(await rendered.path()), readPng(to));
+  assert.match(await copiedCommand(page), / --bg background\.png /, 'what has no path is called by its name');
+
+  // Another plate begins anew, and is the first's successor in everything.
+  await hand('drop', second.plate);
+  assert.equal(await page.locator('#openTitle').textContent(), 'Use plate.png as');
+  await reopened(() => page.click('[aria-label="Use: Plate"]'));
+  assert.equal(setting(page, 'screenRange'), null);
+  assert.match(await page.locator('#info').textContent(), /^320 × 180/);
+  await page.locator('#p-screenRange').press('End');
+  await page.waitForFunction(() => location.hash.includes('screenRange='));
+
+  // What cannot be opened is said in words, and nothing changes.
+  const bad = join(folder(), 'notes.txt');
+  writeFileSync(bad, 'no picture');
+  await hand('paste', bad);
+  await page.click('[aria-label="Use: Plate"]');
+  await page.waitForFunction(() => /^notes\.txt: /.test(document.getElementById('openTold').textContent));
+  await page.click('#openClose');
+  assert.match(await page.locator('#info').textContent(), /^320 × 180/);
+
+  const preset = join(folder(), 'some.json');
+  const [saved] = await Promise.all([page.waitForEvent('download'), page.click('#savePreset')]);
+  await saved.saveAs(preset);
+  await page.locator('#p-screenRange').press('Home');
+  await hand('drop', preset);
+  await page.waitForFunction(() => new URLSearchParams(location.hash.slice(1)).get('screenRange') === '0.5');
+
+  // Numbered frames are a shot.
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-9');
+  await reopened(() => choose('Plate', [7, 8, 9].map((frame) => join(shot, `plate.000${frame}.png`))));
+  assert.equal(await page.locator('#frameNumber').textContent(), '7');
+  assert.deepEqual(page.problems.map((one) => one.match(/status of (\d+)/)?.[1]), ['500'], 'but for the file that is none');
 });
 
 test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {

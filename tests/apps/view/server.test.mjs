@@ -105,6 +105,24 @@ test('requests that are too large, broken or senseless are refused in words', as
   assert.equal((await send({method: 'POST', path: `/${token}/other`, body: '{}'})).status, 404);
 });
 
+test('what a page hands over stays in a folder of its own, under a plain name', async () => {
+  const post = (path, body) => send({method: 'POST', path: `/${token}/${path}`, body: JSON.stringify(body)});
+  const piece = {set: 1, name: 'x.png', at: 0, bytes: 'AAECAw=='};
+  for (const wrong of [{name: '../x.png'}, {name: '/etc/x'}, {name: '.x'}, {name: ''}, {name: 'a\nb'}, {name: 'x'.repeat(201)},
+    {set: -1}, {set: 1000000}, {at: 3}, {at: -1}, {bytes: 'not base64'}, {bytes: 7}]) {
+    assert.equal((await post('give', {...piece, ...wrong})).status, 400, JSON.stringify(wrong));
+  }
+  assert.equal((await post('give', piece)).status, 200);
+  assert.equal((await post('give', {...piece, at: 4})).status, 200, 'it has four bytes now');
+  assert.equal((await post('give', {...piece, at: 4})).status, 400, 'and eight then');
+  for (const [wrong, status] of [[{role: 'other'}, 400], [{role: 'plate', name: '../x.png'}, 400], [{role: 'plate', name: ''}, 400], [{role: 'plate', name: 'none.png'}, 500], [{role: 'plate'}, 500]]) {
+    const {status: got, body} = await post('open', {set: 1, name: 'x.png', ...wrong});
+    assert.ok(got >= 400 && (got === status || got < 500), `${JSON.stringify(wrong)}: ${got}`);
+    assert.doesNotMatch(body.toString(), /orvanite-view-/, 'the folder is not told');
+  }
+  assert.equal(JSON.parse((await send()).body).files.plate, 'plate.png', 'what was open stays');
+});
+
 test('a head without an end is cut off, whether it comes fast or slowly', async () => {
   const most = 64 * 1024 * 1024;
   const flood = (first, more) => new Promise((done) => {
