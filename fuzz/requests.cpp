@@ -31,7 +31,7 @@ std::string folder() {
 }
 
 std::string picture(const char* name, unsigned seed) {
-  auto made = media::Picture::make({0, 0, 24, 16}, 1, media::Samples::uint8);
+  auto made = media::Picture::make({0, 0, 24, 16}, Depth::bytes, media::Samples::uint8);
   for (std::size_t i = 0; i < made.bytes(); ++i) {
     made.pixels[i] = static_cast<std::byte>((i * seed + (i % 4 == 1 ? 120 : 0)) % 251);
   }

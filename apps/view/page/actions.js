@@ -27,9 +27,18 @@ export class Actions {
     this.onClick(this.render, () => this.start(`${stem}-key.png`));
     this.onClick(this.cancel, () => ask('cancel', {}));
     this.file = state.description.output || `${stem}-key.png`;
-    state.addEventListener('settings', () => this.label());
+    for (const type of ['settings', 'shown']) state.addEventListener(type, () => this.label());
+    this.range.hidden = state.description.frames.length < 2;
+    this.range.addEventListener('change', () => this.label());
     this.label();
     this.resume(`${stem}-key.png`);
+  }
+
+  /** The first and the last frame to render; nothing: all. */
+  frames() {
+    const {description: {frames}, frame, from, to} = this.state;
+    if (this.range.value === 'one') return {from: frame, to: frame};
+    return this.range.value === 'marked' ? {from: from ?? frames[0], to: to ?? frames.at(-1)} : {};
   }
 
   /** The button says what it will write: view, file and alpha. */
@@ -41,7 +50,12 @@ export class Actions {
     title.textContent = `Render ${choice?.label ?? ''}`.trim();
     const alpha = choice?.alpha === undefined ? '' : choice.alpha ? ', matte in alpha' : ', no alpha';
     below.textContent = description.isShot && !description.output
-      ? 'a shot wants -o with a pattern or a movie' : `${this.file}${description.output ? '' : ' (download)'}${alpha}`;
+      ? 'a shot wants -o with a pattern or a movie' : this.wordsOfFrames() + `${this.file}${description.output ? '' : ' (download)'}${alpha}`;
+  }
+
+  wordsOfFrames() {
+    const {from, to} = this.frames();
+    return from === undefined ? '' : from === to ? `frame ${from}: ` : `frames ${from} to ${to}: `;
   }
 
   onClick(button, work) {
@@ -64,7 +78,7 @@ export class Actions {
   }
 
   async start(name) {
-    await ask('job', {settings: this.state.settings});
+    await ask('job', {settings: this.state.settings, ...this.frames()});
     await this.follow(name);
   }
 

@@ -52,7 +52,7 @@ export class Probe {
     const job = this.shownAt(x);
     let said = `${x}, ${y}`;
     try {
-      if (job) said = this.words(x, y, await ask('probe', {settings: job.settings, view: job.view, frame: job.frame, x, y, slot: job.slot}));
+      if (job) said = this.words(x, y, await ask('probe', {settings: job.settings, view: job.view === 'veil' ? 'matte' : job.view, frame: job.frame, x, y, slot: job.slot}));
     } catch { /* settings that cannot key are told of elsewhere; the place is still known */ }
     // Another picture may have come meanwhile: these are not its values.
     if (this.at && this.shownAt(x) === job) this.output.textContent = said;

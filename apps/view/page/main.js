@@ -3,7 +3,8 @@
 // Puts the page together: the modules know nothing of each other but what is handed to them here.
 import {ask} from './server.js';
 import {Busy} from './busy.js';
-import {Opener} from './open.js';
+import {Opener, takesFiles} from './opener.js';
+import {Scope} from './scope.js';
 import {State} from './state.js';
 import {Stage} from './stage.js';
 import {Renders} from './renders.js';
@@ -18,8 +19,9 @@ const byId = (id) => document.getElementById(id);
 const views = [
   ['plate', 'Plate'], ['matte', 'Matte'], ['status', 'Status'], ['foreground', 'Foreground'],
   ['composite', 'Composite'], ['overBlack', 'Black'], ['overGrey', 'Grey'], ['overChecker', 'Checker'],
-  ['output', 'Output'],
+  ['output', 'Output'], ['flat', 'Flat'], ['veil', 'Veil'],
 ];
+const viewKeys = '1234567890v';
 const viewHelp = {
   plate: 'The plate as it is',
   matte: 'White stays, black goes',
@@ -28,6 +30,8 @@ const viewHelp = {
   composite: 'Over the background picture; over black without one',
   overBlack: 'Over black', overGrey: 'Over middle grey', overChecker: 'Over a checker',
   output: 'What a render writes: the parameter Output says what',
+  flat: 'Over a colour of your choice: the swatch beside the views',
+  veil: 'The plate, under a red veil where it is keyed out',
 };
 
 function words(description) {
@@ -55,13 +59,17 @@ async function start() {
   document.title = `${description.files.plate} \u2013 Orvanite`;
   byId('title').textContent = description.files.plate;
 
+  let measured = null;  // what was counted of the matte last
   const show = (slot, picture) => {
     opened();
     if (slot === 0) {
       const before = JSON.stringify(state.inForce);
       state.inForce = picture.inForce;
       if (JSON.stringify(state.inForce) !== before) panel.refresh();
-      if (picture.matte) showMeasure(byId('histogram'), byId('counts'), picture.matte);
+      if (picture.matte) {
+        measured = picture.matte;
+        showMeasure(byId('histogram'), byId('counts'), measured);
+      }
     }
     stage.show(slot, picture);
     if (!picture.job.moving) probe.look();
@@ -87,25 +95,44 @@ async function start() {
   const request = (moving) => {
     const view = shownView();
     const {frame} = state;
-    renders.want(0, {settings: {...state.settings}, view, frame}, moving);
+    // Flat is the output over a colour, whatever the settings say of it.
+    const asked = (settings, name) => name === 'flat'
+      ? {settings: {...settings, output: 'compOnColour', backgroundColour: state.flat}, view: 'output', frame} : {settings: {...settings}, view: name, frame};
+    renders.want(0, asked(state.settings, view), moving);
     if (!state.wipe) { renders.want(1, null); return; }
     const plate = state.against === 'plate';
     // The other side does not move with this one.
     if (!moving || moving === 'frame') {
-      renders.want(1, {settings: {...(plate ? state.settings : state.other)}, view: plate ? 'plate' : view, frame}, moving);
+      renders.want(1, plate ? asked(state.settings, 'plate') : asked(state.other, view), moving);
     }
   };
+
+  const scope = new Scope(byId('scope'), byId('scopeKind'), state, description);
+  byId('scopeKind').addEventListener('change', () => {
+    byId('histogram').hidden = scope.kind !== 'matte';
+    byId('scope').hidden = scope.kind === 'matte';
+    if (measured) showMeasure(byId('histogram'), byId('counts'), measured);
+    scope.draw();
+  });
+  byId('channel').addEventListener('change', (event) => stage.setLook({channel: event.target.value}));
+  byId('gain').addEventListener('change', (event) => stage.setLook({gain: Number(event.target.value)}));
+  byId('flatColour').addEventListener('input', (event) => {
+    const codes = event.target.value.match(/[0-9a-f]{2}/g).map((code) => Number((parseInt(code, 16) / 255).toFixed(4)));
+    picker.stop();
+    state.show({flat: codes.join(','), view: 'flat'});
+  });
 
   const panel = new Panel({root: byId('panel'), help: byId('help'), warned: byId('warned')}, state, (parameter) => {
     picker.start(parameter.name, parameter.name === 'fgBias' ? 'something grey or white of the subject'
       : parameter.name === 'screen' ? 'the screen' : `a ${parameter.label.toLowerCase()}`);
   });
   const timeline = new Timeline(state, description, {
-    bar: byId('timeline'), play: byId('play'), slider: byId('frame'), number: byId('frameNumber'),
+    bar: byId('timeline'), play: byId('play'), slider: byId('frame'), field: byId('frameNumber'),
+    enter: byId('markIn'), leave: byId('markOut'),
   });
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
-    render: byId('render'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
+    render: byId('render'), range: byId('range'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
     cancel: byId('cancel'), told: byId('told'),
   });
 
@@ -113,9 +140,9 @@ async function start() {
     const button = document.createElement('button');
     button.dataset.view = name;
     button.setAttribute('role', 'radio');
-    button.title = `${viewHelp[name]} (${i + 1})`;
+    button.title = `${viewHelp[name]} (${viewKeys[i].toUpperCase()})`;
     button.innerHTML = '<kbd></kbd>';
-    button.firstChild.textContent = i + 1;
+    button.firstChild.textContent = viewKeys[i].toUpperCase();
     button.append(label);
     button.addEventListener('click', () => { picker.stop(); state.show({view: name}); });
     byId('views').append(button);
@@ -135,6 +162,11 @@ async function start() {
     byId('redo').disabled = state.future.length === 0;
     byId('pickScreen').setAttribute('aria-pressed', String(picker.target === 'screen'));
     stage.setWipe(state.wipe);
+    const seenAs = views.find(([name]) => name === shownView())?.[1];
+    const [here, there] = state.side === 'a' ? ['A', 'B'] : ['B', 'A'];
+    byId('rightLabel').textContent = `${here}: ${seenAs}`;
+    byId('leftLabel').textContent = state.against === 'plate' ? 'Plate' : `${there}: ${seenAs}`;
+    byId('flatColour').value = `#${state.flat.split(',').map((value) => Math.round(255 * Number(value)).toString(16).padStart(2, '0')).join('')}`;
     const said = `${views.find(([name]) => name === shownView())?.[1]}, settings ${state.side.toUpperCase()}`;
     if (byId('said').textContent !== said) byId('said').textContent = said;
   };
@@ -150,7 +182,7 @@ async function start() {
   picker.addEventListener('changed', () => { request(false); marks(); });
   picker.addEventListener('failed', (event) => fail(event.detail));
   picker.addEventListener('picked', ({detail: {target, colours}}) => {
-    if (target === 'screen') {
+    if (target === 'screen' && colours.last) {
       const [red, green, blue] = colours.median;
       picker.advise(Math.max(green, blue) > red
         ? 'Look at the matte (press 2): raise Screen range until the screen is black. 5 shows the composite.'
@@ -194,9 +226,10 @@ async function start() {
       end();
     }
   });
-  const opener = new Opener({
-    dialog: byId('opener'), title: byId('openTitle'), rows: byId('openRows'), told: byId('openTold'), input: byId('openInput'),
-    close: byId('openClose'), button: byId('open'),
+  byId('openFiles').hidden = !takesFiles;
+  if (takesFiles) new Opener({
+    dialog: byId('opener'), title: byId('openerTitle'), rows: byId('openerRows'), told: byId('openerTold'), input: byId('openerInput'),
+    close: byId('closeOpener'), button: byId('openFiles'),
   }, state, busy, (name, settings) => {
     state.set(Object.fromEntries(description.parameters.map((one) => [one.name, settings[one.name] ?? null])));
     actions.tell(`Read ${name}. Ctrl+Z takes it back.`);
@@ -217,12 +250,12 @@ async function start() {
       state.redo();
     } else if (event.ctrlKey || event.metaKey || event.altKey || typing) {
       return;
-    } else if (/^[1-9]$/.test(event.key)) {
+    } else if (event.key.length === 1 && viewKeys.includes(event.key.toLowerCase())) {
       picker.stop();
-      state.show({view: views[Number(event.key) - 1][0]});
+      state.show({view: views[viewKeys.indexOf(event.key.toLowerCase())][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, o: () => opener.show(null), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();

@@ -29,8 +29,9 @@ export class Picker extends EventTarget {
   }
 
   /** Takes out the eyedropper for a colour parameter; label says what to click. */
-  start(target, label, more = 'Esc ends.') {
+  start(target, label, more = 'Shift takes several. Esc ends.') {
     this.target = target;
+    this.samples = [];
     this.stage.picking = true;
     this.stage.element.classList.add('picking');
     this.hint.textContent = `Click ${label} in the picture, or drag a box over it. ${more}`;
@@ -78,9 +79,16 @@ export class Picker extends EventTarget {
     this.from = null;
     this.box.hidden = true;
     if (area[2] < 1 || area[3] < 1) return;  // beside the picture
-    this.stop();
+    const more = event.shiftKey;
+    const {samples} = this;
+    if (!more) this.stop();
     try {
       const colours = await ask('colours', {frame: this.state.frame, window: area});
+      // The mean of all that were taken since the eyedropper came out, on whatever frames.
+      samples.push(colours.median);
+      colours.median = colours.median.map((unused, c) => samples.reduce((sum, one) => sum + one[c], 0) / samples.length);
+      if (more && this.target) this.hint.textContent = `${samples.length} taken together. Shift and click: one more. A click: the last one. Esc ends.`;
+      colours.last = !more;
       this.dispatchEvent(new CustomEvent('picked', {detail: {target, colours}}));
     } catch (error) {
       this.dispatchEvent(new CustomEvent('failed', {detail: error}));

@@ -3,6 +3,7 @@
 // Which picture to ask for, and when. One request of a slot is on its way at a time; of those that
 // come meanwhile only the newest is sent after it. While a control moves, a smaller picture is keyed
 // whose size follows what the machine manages; when it rests, the real one.
+import {veiled} from './look.js';
 import {askPicture} from './server.js';
 
 const restMilliseconds = 120;
@@ -106,6 +107,20 @@ export class Renders {
     }
   }
 
+  // A veil is the plate under its matte; the plate does not change with the settings.
+  async ask(job, signal) {
+    if (job.view !== 'veil') return askPicture(job, signal);
+    const {frame, window, divisor, proxy} = job;
+    const key = JSON.stringify([frame, window, divisor, proxy]);
+    if (this.plateKey !== key) {
+      this.plate = await askPicture({...job, settings: {}, view: 'plate', measured: false, page: `${this.page}-plate`}, signal);
+      this.plateKey = key;
+    }
+    const picture = await askPicture({...job, view: 'matte'}, signal);
+    picture.pixels = veiled(this.plate.pixels, picture.pixels);
+    return picture;
+  }
+
   async run(slot) {
     const state = this.slots[slot];
     state.busy = true;
@@ -118,7 +133,7 @@ export class Renders {
       state.abort = new AbortController();
       try {
         const {moving, ...body} = job;
-        const picture = await askPicture(body, state.abort.signal);
+        const picture = await this.ask(body, state.abort.signal);
         picture.job = job;
         const taken = performance.now() - start;
         if (moving) this.adapt(job, taken);

@@ -3,6 +3,8 @@
 // The picture on screen: pan, zoom, the wipe, and boxes drawn over it. Scale is in screen pixels
 // (those of the device) for each pixel of the plate; at 1 the canvas holds the picture's own values.
 
+import {pixelsOf, plainLook} from './look.js';
+
 const zoomStep = 1.25;
 const largestScale = 64;
 
@@ -10,21 +12,27 @@ const largestScale = 64;
 class Layers {
   constructor() { this.whole = null; this.part = null; }
 
-  take(picture, width, height) {
+  take(picture, width, height, look) {
     const [x, y, w, h] = picture.window;
     const all = x === 0 && y === 0 && w === width && h === height;
-    const layer = all ? (this.whole = Layers.into(this.whole, picture)) : (this.part = Layers.into(this.part, picture));
+    const layer = all ? (this.whole = Layers.into(this.whole, picture, look)) : (this.part = Layers.into(this.part, picture, look));
     layer.picture = picture;
     if (all) this.part = null;
   }
 
-  static into(layer, picture) {
+  look(look) {
+    for (const layer of [this.whole, this.part]) {
+      if (layer) layer.canvas.getContext('2d').putImageData(pixelsOf(layer.picture, look), 0, 0);
+    }
+  }
+
+  static into(layer, picture, look) {
     const canvas = layer?.canvas ?? document.createElement('canvas');
     if (canvas.width !== picture.width || canvas.height !== picture.height) {
       canvas.width = picture.width;
       canvas.height = picture.height;
     }
-    canvas.getContext('2d').putImageData(picture.pixels, 0, 0);
+    canvas.getContext('2d').putImageData(pixelsOf(picture, look), 0, 0);
     return {canvas};
   }
 }
@@ -45,6 +53,7 @@ export class Stage extends EventTarget {
     this.width = description.width;
     this.height = description.height;
     this.context = canvas.getContext('2d', {alpha: false});
+    this.look = plainLook;
     this.layers = [new Layers(), new Layers()];
     this.scale = 1;
     this.x = 0;  // of the plate's corner, in screen pixels
@@ -140,7 +149,14 @@ export class Stage extends EventTarget {
   }
 
   show(slot, picture) {
-    this.layers[slot].take(picture, this.width, this.height);
+    this.layers[slot].take(picture, this.width, this.height, this.look);
+    this.draw();
+  }
+
+  /** Changes how pictures are put on screen. */
+  setLook(look) {
+    this.look = {...this.look, ...look};
+    for (const layers of this.layers) layers.look(this.look);
     this.draw();
   }
 

@@ -16,6 +16,9 @@ export class State extends EventTarget {
     this.frame = description.frames[0];
     this.wipe = false;
     this.against = 'plate';
+    this.flat = '0,0.6275,0.6275';  // what the view Flat has behind
+    this.from = null;  // in and out: frames, or none
+    this.to = null;
     this.past = [];
     this.future = [];
     if (location.hash.length > 1) this.read(location.hash.slice(1));
@@ -109,6 +112,9 @@ export class State extends EventTarget {
     text.set('side', this.side);
     if (this.description.isShot) text.set('frame', this.frame);
     if (this.wipe) text.set('wipe', this.against);
+    if (this.view === 'flat') text.set('flat', this.flat);
+    if (this.from !== null) text.set('in', this.from);
+    if (this.to !== null) text.set('out', this.to);
     // Commas and slashes may stand in a fragment as they are, and read better.
     const hash = '#' + text.toString().replaceAll('%2C', ',');
     history.replaceState({past: this.past, future: this.future}, '', hash);
@@ -121,6 +127,9 @@ export class State extends EventTarget {
     this.side = text.get('side') === 'b' ? 'b' : 'a';
     const frame = Number(text.get('frame') ?? this.frame);
     if (this.description.frames.includes(frame)) this.frame = frame;
+    this.flat = text.get('flat') ?? this.flat;
+    [this.from, this.to] = ['in', 'out'].map((end) => text.get(end)).map((one) =>
+      (one !== null && this.description.frames.includes(Number(one)) ? Number(one) : null));
     this.wipe = text.has('wipe');
     if (this.wipe) this.against = text.get('wipe') === 'other' ? 'other' : 'plate';
   }

@@ -1,19 +1,39 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The frames of a shot: a slider, and play at the shot's own rate or as fast as the key allows.
+// The frames of a shot: a slider, a field, in and out, and play between them at the shot's own rate
+// or as fast as the key allows.
 
 export class Timeline {
-  constructor(state, description, {bar, play, slider, number}) {
-    Object.assign(this, {state, description, play, slider, number});
+  constructor(state, description, {bar, play, slider, field, enter, leave}) {
+    Object.assign(this, {state, description, play, slider, field, enter, leave});
     this.frames = description.frames;  // their numbers, which need not follow one another
     bar.hidden = this.frames.length < 2;
     slider.min = 0;
     slider.max = this.frames.length - 1;
     slider.addEventListener('input', () => this.go(this.frames[slider.value], true));
     slider.addEventListener('change', () => state.show({frame: this.frames[slider.value]}));
+    field.min = this.frames[0];
+    field.max = this.frames.at(-1);
+    // A number that no frame has goes to the nearest one.
+    field.addEventListener('change', () => {
+      const wanted = field.value === '' ? state.frame : Number(field.value);
+      state.show({frame: this.frames.reduce((best, one) => (Math.abs(one - wanted) < Math.abs(best - wanted) ? one : best))});
+    });
     play.addEventListener('click', () => this.toggle());
+    enter.addEventListener('click', () => this.mark('from'));
+    leave.addEventListener('click', () => this.mark('to'));
     state.addEventListener('shown', () => this.refresh());
     this.refresh();
+  }
+
+  /** Sets in ("from") or out ("to") here; where it is already, takes it away. */
+  mark(end) {
+    if (this.frames.length < 2) return;
+    const {state} = this;
+    const there = state[end] === state.frame ? null : state.frame;
+    const other = end === 'from' ? 'to' : 'from';
+    const crossed = there !== null && state[other] !== null && (end === 'from' ? there > state.to : there < state.from);
+    state.show({[end]: there, ...(crossed ? {[other]: null} : {})});
   }
 
   go(frame, moving) {
@@ -32,7 +52,9 @@ export class Timeline {
     const clock = setInterval(() => {
       if (!shown) return;
       shown = false;
-      this.go(this.frames[(this.frames.indexOf(this.state.frame) + 1) % this.frames.length], true);
+      const {from, to, frame} = this.state;
+      const played = this.frames.filter((one) => one >= (from ?? -Infinity) && one <= (to ?? Infinity));
+      this.go(played[(played.indexOf(frame) + 1) % played.length], true);
     }, 1000 / framesPerSecond);
     this.stop = () => {
       clearInterval(clock);
@@ -45,9 +67,14 @@ export class Timeline {
   }
 
   refresh() {
-    this.slider.value = this.frames.indexOf(this.state.frame);
-    this.slider.setAttribute('aria-valuetext', this.state.frame);
-    this.number.textContent = this.state.frame;
+    const {frame, from, to} = this.state;
+    this.slider.value = this.frames.indexOf(frame);
+    this.slider.setAttribute('aria-valuetext', frame);
+    this.field.value = frame;
+    for (const [button, word, at] of [[this.enter, 'In', from], [this.leave, 'Out', to]]) {
+      button.textContent = at === null ? word : `${word} ${at}`;
+      button.setAttribute('aria-pressed', String(at !== null));
+    }
     this.play.setAttribute('aria-pressed', String(Boolean(this.stop)));
     this.play.textContent = this.stop ? 'Stop' : 'Play';
   }

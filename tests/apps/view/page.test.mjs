@@ -447,7 +447,7 @@ test('from 390 to 3840 pixels nothing is cut, and the settings fold away', async
     await page.waitForFunction(() => document.getElementById('counts').textContent);
     await page.evaluate(() => { for (const group of document.querySelectorAll('details')) group.open = true; });
     const look = () => page.evaluate(() => {
-      const cut = [...document.querySelectorAll('button, label, .name, h1, summary, select, input[type=number], #counts span, #info, #frameNumber')]
+      const cut = [...document.querySelectorAll('button, label, .name, h1, summary, select, input[type=number], #counts span, #info')]
         .filter((one) => one.checkVisibility() && (one.scrollWidth > one.clientWidth + 1 && getComputedStyle(one).display !== 'inline'))
         .map((one) => one.id || one.textContent.trim());
       const outside = [...document.querySelectorAll('button, input, select, h1')].filter((one) => one.checkVisibility()).filter((one) => {
@@ -474,7 +474,7 @@ test('one opens a plate, a background of another size, frames and presets: chose
   const [first, second] = [drawPlate('--size', '160x90'), drawPlate('--size', '320x180', '--screen', 'blue')];
   const {page} = await open([first.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
   const choose = async (label, files) => {
-    if (!await page.locator('#opener').evaluate((one) => one.open)) await page.click('#open');
+    if (!await page.locator('#opener').evaluate((one) => one.open)) await page.click('#openFiles');
     const [chooser] = await Promise.all([page.waitForEvent('filechooser'), page.click(`[aria-label="Choose: ${label}"]`)]);
     await chooser.setFiles(files);
   };
@@ -503,7 +503,7 @@ test('one opens a plate, a background of another size, frames and presets: chose
 
   // Another plate begins anew, and is the first's successor in everything.
   await hand('drop', second.plate);
-  assert.equal(await page.locator('#openTitle').textContent(), 'Use plate.png as');
+  assert.equal(await page.locator('#openerTitle').textContent(), 'Use plate.png as');
   await reopened(() => page.click('[aria-label="Use: Plate"]'));
   assert.equal(setting(page, 'screenRange'), null);
   assert.match(await page.locator('#info').textContent(), /^320 × 180/);
@@ -515,8 +515,8 @@ test('one opens a plate, a background of another size, frames and presets: chose
   writeFileSync(bad, 'no picture');
   await hand('paste', bad);
   await page.click('[aria-label="Use: Plate"]');
-  await page.waitForFunction(() => /^notes\.txt: /.test(document.getElementById('openTold').textContent));
-  await page.click('#openClose');
+  await page.waitForFunction(() => /^notes\.txt: /.test(document.getElementById('openerTold').textContent));
+  await page.click('#closeOpener');
   assert.match(await page.locator('#info').textContent(), /^320 × 180/);
 
   const preset = join(folder(), 'some.json');
@@ -529,8 +529,115 @@ test('one opens a plate, a background of another size, frames and presets: chose
   // Numbered frames are a shot.
   const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-9');
   await reopened(() => choose('Plate', [7, 8, 9].map((frame) => join(shot, `plate.000${frame}.png`))));
-  assert.equal(await page.locator('#frameNumber').textContent(), '7');
+  assert.equal(await page.locator('#frameNumber').inputValue(), '7');
   assert.deepEqual(page.problems.map((one) => one.match(/status of (\d+)/)?.[1]), ['500'], 'but for the file that is none');
+});
+
+test('to judge: veil, gain, channels, a flat colour, labels; to choose: samples taken together, scopes', async () => {
+  const files = drawPlate('--size', '160x90');
+  const {page} = await open([files.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1'], {width: 1600});
+  const at = async (view, look = {}) => {
+    await page.click(`[data-view=${view}]`);
+    for (const [id, value] of Object.entries({channel: 'all', gain: '1', ...look})) await page.locator(`#${id}`).selectOption(value);
+    await settled(page).catch(() => {});
+    return (await shownPixels(page)).pixels;
+  };
+  const differing = (found, wanted, slack = 0) => found.reduce((sum, code, i) => sum + (i % 4 !== 3 && Math.abs(code - wanted(i)) > slack ? 1 : 0), 0);
+  const [plate, matte] = [await at('plate'), await at('matte')];
+  assert.ok(matte.some((code, i) => i % 4 === 0 && code > 0 && code < 64) && matte.some((code, i) => i % 4 === 0 && code > 192 && code < 255));
+  assert.equal(differing(await at('matte', {gain: '4'}), (i) => Math.min(255, 4 * matte[i])), 0);
+  assert.equal(differing(await at('matte', {gain: '-16'}), (i) => Math.max(0, 255 - 16 * (255 - matte[i]))), 0);
+  assert.equal(differing(await at('plate', {channel: 'green'}), (i) => plate[i - i % 4 + 1]), 0);
+  // Red goes up and the others down by 0.65 of what the matte leaves out.
+  assert.equal(differing(await at('veil'), (i) => {
+    const covered = 0.65 * (1 - matte[i - i % 4] / 255);
+    return i % 4 === 0 ? plate[i] + covered * (255 - plate[i]) : plate[i] * (1 - covered);
+  }, 1), 0);
+
+  await page.locator('#flatColour').fill('#204080');
+  const flat = await at('flat');
+  const to = join(folder(), 'flat.png');
+  execFileSync(program, ['key', files.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '--output', 'compOnColour', '--background-colour', '#204080', '-q', '-o', to]);
+  const wanted = readPng(to).pixels;
+  assert.equal(differing(flat, (i) => wanted[i]), 0);
+  assert.equal(setting(page, 'output'), 'unpremultiplied', 'a view changes no setting');
+
+  await page.locator('#against').selectOption('other');
+  assert.deepEqual(await page.locator('#leftLabel, #rightLabel').allTextContents(), ['B: Flat', 'A: Flat']);
+  await page.click('#wipe');
+
+  // Three samples: the mean of what the server says of each.
+  const said = [];
+  page.on('response', async (response) => { if (response.url().endsWith('/colours')) said.push((await response.json()).median); });
+  await page.click('#pickScreen');
+  await settled(page);
+  for (const [i, [x, y]] of [[0.55, 0.25], [0.1, 0.1], [0.9, 0.15]].entries()) {
+    if (i < 2) await page.keyboard.down('Shift');
+    await clickPlate(page, x, y);
+    await page.keyboard.up('Shift');
+    await page.waitForTimeout(300);
+  }
+  await settled(page);
+  assert.equal(said.length, 3);
+  const mean = [0, 1, 2].map((c) => Number((said.reduce((sum, one) => sum + one[c], 0) / 3).toFixed(4)));
+  assert.deepEqual(setting(page, 'screen').split(',').map(Number), mean);
+
+  for (const kind of ['parade', 'vector']) {
+    await page.locator('#scopeKind').selectOption(kind);
+    await page.waitForTimeout(400);
+    const lit = await page.evaluate(() => {
+      const canvas = document.getElementById('scope');
+      const {data} = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
+      let [sum, x, y, all] = [[0, 0, 0], 0, 0, 0];
+      for (let i = 0; i < data.length; i += 4) {
+        sum = sum.map((one, c) => one + data[i + c]);
+        const light = data[i] + data[i + 1] + data[i + 2];
+        all += light; x += light * (i / 4 % canvas.width); y += light * Math.floor(i / 4 / canvas.width);
+      }
+      return {sum, x: x / all / canvas.width, y: y / all / canvas.height};
+    });
+    // A green screen lies left of the middle and below it: less blue and less red than grey.
+    if (kind === 'vector') assert.ok(lit.x < 0.5 && lit.y > 0.5, JSON.stringify(lit));
+    else assert.ok(lit.sum.every((one) => one > 1000), JSON.stringify(lit));
+  }
+  assert.deepEqual(page.problems, []);
+});
+
+test('frames by number, in and out, and renders of a part or of one frame', async () => {
+  const {folder: shot} = drawPlate('--size', '96x54', '--frames', '7-12');
+  const out = folder();
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
+  const field = page.locator('#frameNumber');
+  for (const [typed, frame] of [['9', '9'], ['99', '12'], ['10', '10']]) {
+    await field.fill(typed);
+    await field.press('Enter');
+    assert.equal(await field.inputValue(), frame);
+  }
+  await page.locator('#stage').focus();
+  await page.keyboard.press('o');
+  await field.fill('8');
+  await field.press('Enter');
+  await page.click('#markIn');
+  assert.deepEqual(await page.locator('#markIn, #markOut').allTextContents(), ['In 8', 'Out 10']);
+  await page.click('#play');
+  await page.waitForFunction(() => seen.slice(-9).length === 9 && new Set(seen.slice(-9).map((one) => one.job.frame)).size === 3);
+  assert.deepEqual(await page.evaluate(() => [...new Set(seen.slice(-9).map((one) => one.job.frame))].sort((a, b) => a - b)), [8, 9, 10]);
+  await page.click('#play');
+  await field.fill('12');
+  await field.press('Enter');
+  const rendered = async (range) => {
+    await page.locator('#range').selectOption(range);
+    await page.evaluate(() => { document.getElementById('told').textContent = ''; });
+    await page.click('#render');
+    await page.waitForFunction(() => /^Written/.test(document.getElementById('told').textContent));
+    const names = readdirSync(out).sort();
+    for (const name of names) rmSync(join(out, name));
+    return names;
+  };
+  assert.deepEqual(await rendered('one'), ['key.0012.png']);
+  assert.match(await page.locator('#render').innerText(), /\nframe 12: key\.####\.png/);
+  assert.deepEqual(await rendered('marked'), ['key.0008.png', 'key.0009.png', 'key.0010.png']);
+  assert.deepEqual(page.problems, []);
 });
 
 test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {
@@ -595,7 +702,7 @@ test('a shot: frames by the slider, play, and a render of every frame', async ()
   await page.keyboard.press('ArrowRight');
   await page.keyboard.press('ArrowRight');
   await settled(page);
-  assert.equal(await page.locator('#frameNumber').textContent(), '9');
+  assert.equal(await page.locator('#frameNumber').inputValue(), '9');
   assert.equal(setting(page, 'frame'), '9');
   const shown = await shownPixels(page);
 
@@ -629,7 +736,7 @@ test('a movie is a shot whose frames count from 1, in any order', async () => {
   for (const [key, frame] of [['End', 4], ['ArrowLeft', 3], ['Home', 1]]) {
     await page.locator('#frame').press(key);
     await settled(page);
-    assert.equal(await page.locator('#frameNumber').textContent(), String(frame));
+    assert.equal(await page.locator('#frameNumber').inputValue(), String(frame));
     const of = (name) => join(shot, `${name}.${String(frame + 6).padStart(4, '0')}.png`);
     const to = join(folder(), 'key.png');
     execFileSync(program, ['key', of('plate'), '--bg', of('background'), '--screen', '0.16,0.63,0.23', '-q', '-o', to]);

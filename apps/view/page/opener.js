@@ -2,7 +2,10 @@
 //
 // Opening: another plate, what goes beside it, or a preset, chosen in a dialog, dropped on the page
 // or pasted. What is dropped or pasted is asked for its part; a preset is known by its ending.
-import {ask, give, reopen} from './server.js';
+import * as server from './server.js';
+
+/** Whether who answers the page takes files: where not, there is nothing to open with. */
+export const takesFiles = Boolean(server.give && server.reopen);
 
 const roles = [
   ['plate', 'Plate'], ['background', 'Background'], ['holdOut', 'Hold-out matte'],
@@ -70,18 +73,18 @@ export class Opener {
     const end = this.busy.begin('Opening', {stop: () => giving.abort()});
     try {
       if (role === 'preset') {
-        const {settings} = await ask('read-preset', {text: await files[0].text()}, giving.signal);
+        const {settings} = await server.ask('read-preset', {text: await files[0].text()}, giving.signal);
         this.read(files[0].name, settings);
         this.dialog.close();
         return;
       }
-      const {settings} = await give(role, files, (part) => {
+      const {settings} = await server.give(role, files, (part) => {
         this.told.textContent = `Handing over, ${Math.round(100 * part)} %`;
       }, giving.signal);
       // What was set for one plate says nothing about another.
       if (role === 'plate') history.replaceState(null, '', location.pathname);
       else if (role === 'background') this.state.set({output: settings.output});
-      reopen();
+      server.reopen();
     } catch (error) {
       const words = giving.signal.aborted ? 'Stopped: nothing was opened.'
         : error.subject && error.subject !== 'server' ? `${error.subject}: ${error.message}` : error.message;
