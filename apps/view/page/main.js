@@ -30,7 +30,7 @@ const viewHelp = {
   composite: 'Over the background picture; over black without one',
   overBlack: 'Over black', overGrey: 'Over middle grey', overChecker: 'Over a checker',
   output: 'What a render writes: the parameter Output says what',
-  flat: 'Over a colour of your choice: the swatch beside the views',
+  flat: 'Over a colour of your choice: the swatch in the header',
   veil: 'The plate, under a red veil where it is keyed out',
 };
 
