@@ -66,7 +66,7 @@ export class Scope {
         const x = (i / 4 % columns) / columns * (third - 2);
         rgb.forEach((code, c) => dot(Math.floor(c * third) + x, (height - 1) * (1 - code / 255), ink[c], 0.12));
       } else {
-        dot(...place(...differences(...rgb.map((code) => code / 255))), rgb.map((code) => code / 2 + 60), 0.2);
+        dot(...place(...differences(...rgb.map((code) => code / 255))), rgb.map((code) => code / 2 + 60), 0.08);
       }
     }
     context.putImageData(image, 0, 0);

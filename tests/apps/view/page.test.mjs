@@ -641,16 +641,19 @@ test('frames by number, in and out, and renders of a part or of one frame', asyn
 });
 
 test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {
+  const finish = ['--matte-black', '0.04', '--matte-white', '0.93', '--matte-gamma', '1.2', '--islands', '9', '--pinholes', '7', '--shrink', '0.7', '--soften', '1.5',
+    '--edge-colour', '0.5', '--spill', '0.6', '--spill-replace', 'grey', '--light-wrap', '0.3'];
   // A file may hold less of the frame, or more: the second one's pixels end inside, the third's outside.
   for (const [depth, pairs, window] of [
     ['8', {matte: 'matte', status: 'status', foreground: 'unpremultiplied', composite: 'composite', overBlack: 'compOnBlack', output: null}],
+    ['8', {matte: 'matte', composite: 'composite', overBlack: 'compOnBlack'}, finish],
     ['16', {matte: 'matte', composite: 'composite', foreground: 'unpremultiplied'}],
     ['half', {matte: 'matte', composite: 'composite', foreground: 'unpremultiplied'}],
     ['half', {matte: 'matte', composite: 'composite', foreground: 'unpremultiplied'}, ['--crop', '203x101+51+33']],
     ['half', {composite: 'composite'}, ['--fullsize', '360x200+17+9']],
   ]) {
     const files = drawPlate('--size', '400x225', '--depth', depth);
-    if (window) {
+    if (window && window !== finish) {
       const framed = ['background', 'holdout', 'garbage'].map((name) => [files[name], ['--crop', '360x200+17+9', '--fullpixels']]);
       for (const [file, how] of [[files.plate, window], ...(window[0] === '--crop' ? [] : framed)]) {
         execFileSync('oiiotool', [file, ...how, '-o', `${file}.exr`]);
@@ -659,7 +662,7 @@ test('at 100 % the page shows what orvanite key writes, whatever the depth and t
     }
     const {page} = await open([files.plate, '--bg', files.background, '--hold-out', files.holdout,
       '--garbage', files.garbage, '--screen', depth === 'half' ? '0.02,0.35,0.05' : '0.16,0.63,0.23', '--screen-range', '0.1', '--gamma', '1.2,1,0.9',
-      '--output', 'compOnReplace']);
+      '--output', 'compOnReplace', ...(window === finish ? finish : [])]);
     for (const [view, output] of Object.entries(pairs)) {
       await page.click(`[data-view=${view}]`);
       await settled(page);
