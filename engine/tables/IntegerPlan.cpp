@@ -95,15 +95,44 @@ void packBytes(const std::int16_t* const (&work)[3], const std::int16_t* const (
   }
 }
 
+/// By channel, the first whose table holds the same entries.
+template <class Tables>
+void findEqual(const Tables& tables, int entries, int (&same)[3]) {
+  for (int c = 0; c < 3; ++c) {
+    same[c] = 0;
+    while (same[c] < c && !std::equal(tables[c], tables[c] + entries, tables[same[c]])) ++same[c];
+  }
+}
+
+/// The first channel that has the same in both.
+int firstOfBoth(const int (&a)[3], const int (&b)[3], int c) {
+  int first = 0;
+  while (a[first] != a[c] || b[first] != b[c]) ++first;
+  return first;
+}
+
+/// The table, made on first need; null without memory.
+template <class Entry>
+Entry* roomFor(std::unique_ptr<Entry[]>& table, std::size_t entries) {
+  if (table == nullptr) table.reset(new (std::nothrow) Entry[entries]);
+  return table.get();
+}
+
 /// False when there is no memory for the entries.
 bool packWords(const std::int16_t* const (&work)[3], const std::int16_t* const (&key)[3],
                IntegerPlan::Packed& to) {
+  int sameWork[3], sameKey[3];
+  findEqual(work, 65536, sameWork);
+  findEqual(key, 65536, sameKey);
   for (int c = 0; c < 3; ++c) {
-    if (to.words[c] == nullptr) to.words[c] = new (std::nothrow) std::uint32_t[65536];
-    if (to.words[c] == nullptr) return false;
+    const int same = firstOfBoth(sameWork, sameKey, c);
+    std::uint32_t* const words = roomFor(to.ownedWords[same], 65536);
+    if (words == nullptr) return false;
+    to.words[c] = words;
+    if (same != c) continue;
     for (int i = 0; i < 65536; ++i) {
-      to.words[c][i] = static_cast<std::uint32_t>(static_cast<std::uint16_t>(work[c][i])) |
-                       static_cast<std::uint32_t>(static_cast<std::uint16_t>(key[c][i])) << 16;
+      words[i] = static_cast<std::uint32_t>(static_cast<std::uint16_t>(work[c][i])) |
+                 static_cast<std::uint32_t>(static_cast<std::uint16_t>(key[c][i])) << 16;
     }
   }
   return true;
@@ -194,6 +223,19 @@ void composeBytes(const QMXOrvaniteTable& e, int c, IntegerPlan& plan) {
   }
 }
 
+/// False when there is no memory for the codes.
+bool composeWords(const QMXOrvaniteTable& e, IntegerPlan& plan) {
+  for (int c = 0; c < 3; ++c) {
+    const int same = firstOfBoth(plan.sameBackground, plan.sameOutput, c);
+    std::uint16_t* const codes = roomFor(plan.ownedBgCodes[same], 65536);
+    if (codes == nullptr) return false;
+    plan.bgCodes[c] = codes;
+    if (same != c) continue;
+    for (int i = 0; i < 65536; ++i) codes[i] = e.outputTable[c][e.bgTable[c][i]];
+  }
+  return true;
+}
+
 /// The depth whose whole range plate, background and destination have.
 std::optional<Depth> commonDepth(const QMXOrvaniteTable& e) {
   if (e.fgMax != e.bgMax || e.fgMax != e.dstMax) return std::nullopt;
@@ -224,11 +266,18 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
   if ((changes & IntegerPlan::background) != 0) {
     if (!areWorking(e.bgTable, max)) return;
     plan.backgroundIsLine = areLines(e.bgTable, max, working);
+    findEqual(e.bgTable, max + 1, plan.sameBackground);
     const std::int16_t* const none[3] = {};
     if (depth == Depth::bytes) packBytes(e.bgTable, none, plan.bg);
   }
-  if ((changes & IntegerPlan::output) != 0) plan.outputIsLine = outputIsLine(e);
-  if ((changes & IntegerPlan::grade) != 0) plan.gradeIsIdentity = gradeIsIdentity(e);
+  if ((changes & IntegerPlan::output) != 0) {
+    plan.outputIsLine = outputIsLine(e);
+    findEqual(e.outputTable, white + 1, plan.sameOutput);
+  }
+  if ((changes & IntegerPlan::grade) != 0) {
+    plan.gradeIsIdentity = gradeIsIdentity(e);
+    findEqual(e.fgGradeTable, white + 1, plan.sameGrade);
+  }
   if (depth == Depth::bytes) {
     plan.plateReturns[0] = plan.plateReturns[1] = true;
     for (int c = 0; c < 3; ++c) {
@@ -243,9 +292,15 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
   if ((changes & (IntegerPlan::grade | IntegerPlan::output)) != 0 && !plan.gradeIsIdentity) {
     if (depth == Depth::bytes) {
       throughGrade(e, plan.outputCodes, plan.gradedBytes);
+      findEqual(plan.gradedBytes, white + 1, plan.sameGraded);
     } else {
       throughGrade(e, e.outputTable, plan.gradedCodes);
+      findEqual(plan.gradedCodes, white + 1, plan.sameGraded);
     }
+  }
+  if (depth == Depth::shorts && (changes & (IntegerPlan::background | IntegerPlan::output)) != 0 &&
+      !(plan.backgroundIsLine && plan.outputIsLine) && !composeWords(e, plan)) {
+    return;
   }
   for (int set = 0; set < 2; ++set) plan.saturationFits[set] = saturationFits(e.satMatrix[set]);
   plan.screenScale = e.screenScale;
@@ -260,12 +315,6 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
 }
 
 }  // namespace
-
-IntegerPlan::~IntegerPlan() {
-  for (Packed* packed : {&fg, &ref, &bg}) {
-    for (std::uint32_t* words : packed->words) delete[] words;
-  }
-}
 
 void updatePlan(QMXOrvaniteTable& engine, int changes) {
   if (engine.plan == nullptr) {

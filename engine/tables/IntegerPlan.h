@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "base/Depth.h"
@@ -28,8 +29,10 @@ struct IntegerPlan {
   /// working value below, key contribution above.
   struct Packed {
     std::uint64_t bytes[3][256];
-    std::uint32_t* words[3] = {};  // owned; one entry per code, null unless in use
-    bool keysFit;                  // any sum of three key contributions fits 16 bits
+    const std::uint32_t* words[3] =
+        {};  // one entry per code, null unless in use; equal ones are one
+    std::unique_ptr<std::uint32_t[]> ownedWords[3];
+    bool keysFit;  // any sum of three key contributions fits 16 bits
   };
 
   std::optional<Depth> depth;  // that the packed entries are for
@@ -38,6 +41,12 @@ struct IntegerPlan {
 
   // fg where it is no line; ref while the clean plate is in use; bg without keys, 8-bit only.
   Packed fg, ref, bg;
+
+  // By channel, the first channel whose table holds the same: kernels read that one, so that equal
+  // tables take their room in the caches once. Of fgGradeTable, bgTable, outputTable; and of the
+  // output after the grade, unless the grade is the identity.
+  int sameGrade[3] = {0, 1, 2}, sameBackground[3] = {0, 1, 2}, sameOutput[3] = {0, 1, 2};
+  int sameGraded[3] = {0, 1, 2};
 
   // Tables found to be the identity.
   bool gradeIsIdentity = false;
@@ -66,12 +75,10 @@ struct IntegerPlan {
   std::uint32_t fgOutput[3][256];
   std::uint32_t bgOutput[3][256];
 
-  std::uint16_t gradedCodes[3][workEntries];  // 16-bit: the same
-
-  IntegerPlan() = default;
-  ~IntegerPlan();
-  IntegerPlan(const IntegerPlan&) = delete;
-  IntegerPlan& operator=(const IntegerPlan&) = delete;
+  // 16-bit: the same, and the output codes of background codes, unless both tables are lines.
+  std::uint16_t gradedCodes[3][workEntries];
+  const std::uint16_t* bgCodes[3] = {};
+  std::unique_ptr<std::uint16_t[]> ownedBgCodes[3];
 };
 
 /// Brings the engine's plan up to date with its tables. Cannot fail: without memory there is no

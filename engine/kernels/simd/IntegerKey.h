@@ -39,12 +39,14 @@ class IntegerKernel {
         view_ == View::unpremultiplied ? !saturates_[0] : !showsMatte(view_) && !saturates_[1];
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
-        output_[c] = p_.outputCodes[c];
-        graded_[c] = p_.gradedBytes[c];
+        output_[c] = p_.outputCodes[p_.sameOutput[c]];
+        graded_[c] = p_.gradedBytes[p_.sameGraded[c]];
       } else {
-        output_[c] = e.outputTable[c];
-        graded_[c] = p_.gradedCodes[c];
+        output_[c] = e.outputTable[p_.sameOutput[c]];
+        graded_[c] = p_.gradedCodes[p_.sameGraded[c]];
       }
+      grade_[c] = e.fgGradeTable[p_.sameGrade[c]];
+      background_[c] = e.bgTable[p_.sameBackground[c]];
     }
   }
 
@@ -156,6 +158,7 @@ class IntegerKernel {
   HWY_NOINLINE void keyVectors(const Block<T>& block) {
     const Constants k = constants();
     for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+      block.ahead.fetch(i);
       keyVector<line, ref, hold>(block, k, i);
     }
   }
@@ -293,10 +296,10 @@ class IntegerKernel {
   HWY_NOINLINE void grade(const Places& places) {
     const std::size_t lanes = shortLanes();
     for (std::size_t c = 0; c < 3; ++c) {
-      const std::uint16_t* const table = e_.fgGradeTable[c];
+      const std::uint16_t* const table = grade_[c];
       for (std::size_t n = 0; n < places.count; ++n) {
         std::uint16_t* const v = colour_[c] + places.at[n];
-        for (std::size_t k = 0; k < lanes; ++k) v[k] = table[v[k]];
+        for (std::size_t k = 0; k < lanes; k += 4) lookUpFour(table, v + k);
       }
     }
   }
@@ -308,12 +311,7 @@ class IntegerKernel {
       if constexpr (sizeof(T) == 1) {
         lookUpKeyed(block.bg, p_.bg, first, lanes, bg_);
       } else {
-        for (std::size_t c = 0; c < 3; ++c) {
-          const std::uint16_t* const codes = block.bg.channel(static_cast<int>(c));
-          for (std::size_t i = first; i < first + lanes; ++i) {
-            under_[c][i] = static_cast<std::uint16_t>(e_.bgTable[c][codes[4 * i]]);
-          }
-        }
+        lookUpWork(block.bg, background_, first, lanes, under_);
       }
     }
   }
@@ -418,16 +416,12 @@ class IntegerKernel {
       workLine<T>(loadSamples(block.bg, i), work);
       return writeCodes(codeOf<T>(work[0]), codeOf<T>(work[1]), codeOf<T>(work[2]), block, i);
     }
-    T* const to = block.dst + 4 * i;
-    if (block.dstAlphaFirst) {
-      lookUpTwice<true>(block.bg, e_.bgTable, e_.outputTable, alpha_, i, shortLanes(), to);
-    } else {
-      lookUpTwice<false>(block.bg, e_.bgTable, e_.outputTable, alpha_, i, shortLanes(), to);
-    }
+    writeComposed(block.bg, p_.bgCodes, block, i);
   }
 
-  HWY_INLINE void writeComposed(const Pixels<T>& from, const std::uint32_t (&table)[3][256],
-                                const Block<T>& block, std::size_t i) const {
+  template <class Table>
+  HWY_INLINE void writeComposed(const Pixels<T>& from, const Table& table, const Block<T>& block,
+                                std::size_t i) const {
     if (block.dstAlphaFirst) {
       lookUpComposed<true>(from, table, alpha_, i, shortLanes(), block.dst);
     } else {
@@ -455,6 +449,8 @@ class IntegerKernel {
   bool showsBackground_;     // where none has a matte, what lies behind
   const Output* output_[3];  // of working values
   const Output* graded_[3];  // of working values before the grade
+  const std::uint16_t* grade_[3];
+  const std::int16_t* background_[3];
 
   Places mixed_, pureFg_, pureBg_;
   KeyedBuffer<T> fg_, ref_;

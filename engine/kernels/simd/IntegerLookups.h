@@ -140,7 +140,27 @@ HWY_INLINE void storeComposed(std::uint8_t* to, std::uint32_t colours, std::uint
   std::memcpy(to, &pixel, sizeof pixel);
 }
 
-/// Output codes of working values.
+/// Four shorts, lowest first.
+HWY_INLINE std::uint64_t loadFour(const std::uint16_t* from) {
+  std::uint64_t four;
+  std::memcpy(&four, from, sizeof four);
+  return four;
+}
+/// One of them.
+HWY_INLINE std::size_t shortAt(std::uint64_t four, std::size_t k) { return four >> 16 * k & 65535; }
+
+/// Four values through a table, in place. What look-ups wait for is the processor's ways to memory:
+/// hence one load and one store for four.
+HWY_INLINE void lookUpFour(const std::uint16_t* table, std::uint16_t* values) {
+  const std::uint64_t from = loadFour(values);
+  std::uint64_t to = 0;
+  for (std::size_t k = 0; k < 4; ++k) {
+    to |= std::uint64_t{table[shortAt(from, k)]} << 16 * k;
+  }
+  std::memcpy(values, &to, sizeof to);
+}
+
+/// Output codes of working values, of whole vectors.
 template <bool alphaFirst, class T, class Entry>
 inline void lookUpOutput(const Entry* const (&table)[3], const std::uint16_t* r,
                          const std::uint16_t* g, const std::uint16_t* b, const std::uint16_t* a,
@@ -149,8 +169,13 @@ inline void lookUpOutput(const Entry* const (&table)[3], const std::uint16_t* r,
   const Entry* const red = table[0];
   const Entry* const green = table[1];
   const Entry* const blue = table[2];
-  for (std::size_t i = 0; i < n; ++i) {
-    storePixel<alphaFirst>(to + 4 * i, red[r[i]], green[g[i]], blue[b[i]], a[i]);
+  for (std::size_t i = 0; i < n; i += 4) {
+    const std::uint64_t rs = loadFour(r + i), gs = loadFour(g + i), bs = loadFour(b + i);
+    const std::uint64_t as = loadFour(a + i);
+    for (std::size_t k = 0; k < 4; ++k) {
+      storePixel<alphaFirst>(to + 4 * (i + k), red[shortAt(rs, k)], green[shortAt(gs, k)],
+                             blue[shortAt(bs, k)], static_cast<std::uint16_t>(shortAt(as, k)));
+    }
   }
 }
 
@@ -168,21 +193,48 @@ inline void lookUpComposed(const Pixels<std::uint8_t>& from, const std::uint32_t
   }
 }
 
-/// 16-bit pixels of pure background: codes to working values to output codes.
+/// Where red, green and blue stand in a 16-bit pixel that is taken as one number, in bits.
+struct Shifts {
+  unsigned r, g, b;
+  explicit Shifts(bool alphaFirst)
+      : r(alphaFirst ? 48 : 0), g(alphaFirst ? 32 : 16), b(alphaFirst ? 16 : 32) {}
+};
+
+/// 16-bit pixels of pure background.
 template <bool alphaFirst>
-inline void lookUpTwice(const Pixels<std::uint16_t>& from, const std::int16_t* const (&work)[3],
-                        const std::uint16_t (&output)[3][IntegerPlan::workEntries],
-                        const std::uint16_t* alpha, std::size_t first, std::size_t n,
-                        std::uint16_t* to) {
-  const std::uint16_t* const r = from.channel(0) + 4 * first;
-  const std::uint16_t* const g = from.channel(1) + 4 * first;
-  const std::uint16_t* const b = from.channel(2) + 4 * first;
-  const std::int16_t* const red = work[0];
-  const std::int16_t* const green = work[1];
-  const std::int16_t* const blue = work[2];
-  for (std::size_t i = 0; i < n; ++i) {
-    storePixel<alphaFirst>(to + 4 * i, output[0][red[r[4 * i]]], output[1][green[g[4 * i]]],
-                           output[2][blue[b[4 * i]]], alpha[first + i]);
+inline void lookUpComposed(const Pixels<std::uint16_t>& from,
+                           const std::uint16_t* const (&table)[3], const std::uint16_t* alpha,
+                           std::size_t first, std::size_t n, std::uint16_t* dst) {
+  const Shifts at(from.alphaFirst);
+  const std::uint16_t* const red = table[0];
+  const std::uint16_t* const green = table[1];
+  const std::uint16_t* const blue = table[2];
+  for (std::size_t i = first; i < first + n; ++i) {
+    const std::uint64_t pixel = loadFour(from.at + 4 * i);
+    storePixel<alphaFirst>(dst + 4 * i, red[pixel >> at.r & 65535], green[pixel >> at.g & 65535],
+                           blue[pixel >> at.b & 65535], alpha[i]);
+  }
+}
+
+/// Working values of 16-bit pixels, as planes.
+inline void lookUpWork(const Pixels<std::uint16_t>& from, const std::int16_t* const (&table)[3],
+                       std::size_t first, std::size_t n, std::uint16_t (&to)[3][blockPixels]) {
+  const Shifts at(from.alphaFirst);
+  const std::int16_t* const red = table[0];
+  const std::int16_t* const green = table[1];
+  const std::int16_t* const blue = table[2];
+  for (std::size_t i = first; i < first + n; i += 4) {
+    std::uint64_t r = 0, g = 0, b = 0;
+    for (std::size_t k = 0; k < 4; ++k) {
+      const std::uint64_t pixel = loadFour(from.at + 4 * (i + k));
+      // Working values are never below 0.
+      r |= static_cast<std::uint64_t>(red[pixel >> at.r & 65535]) << 16 * k;
+      g |= static_cast<std::uint64_t>(green[pixel >> at.g & 65535]) << 16 * k;
+      b |= static_cast<std::uint64_t>(blue[pixel >> at.b & 65535]) << 16 * k;
+    }
+    std::memcpy(to[0] + i, &r, sizeof r);
+    std::memcpy(to[1] + i, &g, sizeof g);
+    std::memcpy(to[2] + i, &b, sizeof b);
   }
 }
 

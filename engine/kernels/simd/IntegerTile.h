@@ -28,6 +28,33 @@ struct Pixels {
   const T* channel(int c) const { return at + (alphaFirst ? 3 - c : c); }
 };
 
+/// Where the pixels of the next block lie. The keying stage asks for them as it goes: its look-ups
+/// need not wait for memory then, and no burst of requests holds up those of this block.
+template <class T>
+struct Ahead {
+  const T* start[5] = {};
+  std::size_t images = 0, pixels = 0;
+
+  /// Notes an image whose next block begins at (x, y).
+  void add(const Image<T>& image, std::ptrdiff_t x, std::ptrdiff_t y) {
+    // A matte's one sample in four is as good as the whole pixel here.
+    const T* const first = image.base != nullptr ? image.base : image.channel[3];
+    if (first == nullptr || image.pixelStep != static_cast<int>(samplesPerPixel)) return;
+    start[images++] = at(image, first, x, y);
+  }
+
+  /// Asks for one vector of the next block's pixels, from its pixel i on.
+  HWY_INLINE void fetch(std::size_t i) const {
+    constexpr std::size_t line = 64 / sizeof(T);
+    if (i >= pixels) return;
+    for (std::size_t k = 0; k < images; ++k) {
+      for (std::size_t s = 0; s < samplesPerPixel * shortLanes(); s += line) {
+        hwy::Prefetch(start[k] + samplesPerPixel * i + s);
+      }
+    }
+  }
+};
+
 /// What the stages of a block work on. Every image holds whole vectors of pixels.
 template <class T>
 struct Block {
@@ -37,6 +64,7 @@ struct Block {
   std::size_t pixels;         // whole vectors
   const std::uint16_t* hold;  // matte codes, null without
   const std::uint16_t* garbage;
+  Ahead<T> ahead;
 };
 
 template <class T>
@@ -92,18 +120,6 @@ HWY_INLINE Pixels<T> pixelsOf(const Image<T>& image, const Tile<T>& tile, std::p
   return {buffer, alpha1};
 }
 
-/// Asks for the pixels of a later block, so that its look-ups need not wait for memory.
-template <class T>
-HWY_INLINE void fetchAhead(const Image<T>& image, std::ptrdiff_t x, std::ptrdiff_t y,
-                           std::size_t n) {
-  // A matte's one sample in four is as good as the whole pixel here.
-  const T* const start = image.base != nullptr ? image.base : image.channel[3];
-  if (start == nullptr || image.pixelStep != static_cast<int>(samplesPerPixel)) return;
-  const T* const from = at(image, start, x, y);
-  constexpr std::size_t line = 64 / sizeof(T);
-  for (std::size_t i = 0; i < samplesPerPixel * n; i += line) hwy::Prefetch(from + i);
-}
-
 /// The first of four samples of each of a vector's pixels.
 HWY_INLINE U16 everyFourth(const std::uint8_t* from) {
   U16 low, high;
@@ -116,13 +132,17 @@ HWY_INLINE U16 everyFourth(const std::uint16_t* from) {
   return first;
 }
 
-/// The codes of a matte's n pixels, of which `left` remain in the row.
+/// The codes of a matte's n pixels, of which `left` remain in the row: where they are, or in the
+/// buffer.
 template <class T>
 HWY_NOINLINE const std::uint16_t* matteCodes(const Image<T>& image, std::ptrdiff_t x,
                                              std::ptrdiff_t y, std::size_t n, std::size_t left,
                                              std::uint16_t* to) {
   if (image.arrangement == unused) return nullptr;
   const T* const from = at(image, image.channel[3], x, y);
+  if constexpr (sizeof(T) == sizeof(*to)) {
+    if (image.pixelStep == 1 && n % shortLanes() == 0) return from;
+  }
   std::size_t i = 0;
   if (image.pixelStep == 4) {
     // Samples between the row's first and last may be touched, those after it may not.
@@ -186,10 +206,13 @@ inline void walk(const Tile<T>& tile, bool alpha, const Body& body) {
       block.fg = pixelsOf(tile.fg, tile, x, y, n, whole, buffers.pixels[0]);
       block.bg = pixelsOf(tile.bg, tile, x, y, n, whole, buffers.pixels[1]);
       block.ref = pixelsOf(tile.ref, tile, x, y, n, whole, buffers.pixels[2]);
-      if (left > n) {
-        const std::size_t next = left - n < blockPixels ? left - n : blockPixels;
+      const bool rowEnds = left == n;
+      if (!rowEnds || y + 1 < tile.height) {
+        const std::size_t next = rowEnds ? static_cast<std::size_t>(tile.width) : left - n;
+        block.ahead.pixels = next < blockPixels ? next : blockPixels;
         for (const Image<T>* image : {&tile.fg, &tile.bg, &tile.ref, &tile.hold, &tile.garbage}) {
-          fetchAhead(*image, x + static_cast<std::ptrdiff_t>(n), y, next);
+          block.ahead.add(*image, rowEnds ? 0 : x + static_cast<std::ptrdiff_t>(n),
+                          rowEnds ? y + 1 : y);
         }
       }
       block.hold = matteCodes(tile.hold, x, y, n, left, buffers.mattes[0]);
