@@ -252,9 +252,15 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
       trials.mixes.push_back(t);
     }
   }
-  for (const std::size_t i : sampled(size, most, [&](std::size_t at) {
-         return regions.core[at] != 0 && (held.size() == 0 || held[at] < 0.5f);
-       })) {
+  // What is held is solid whatever the numbers are, and says little; it speaks where nothing else
+  // does, for the rim around it is made of the same.
+  const auto isOpen = [&](std::size_t at) { return held.size() == 0 || held[at] < 0.5f; };
+  std::vector<std::size_t> solid =
+      sampled(size, most, [&](std::size_t at) { return regions.core[at] != 0 && isOpen(at); });
+  if (solid.size() < enough) {
+    solid = sampled(size, most, [&](std::size_t at) { return regions.subject[at] != 0; });
+  }
+  for (const std::size_t i : solid) {
     const Rgb f = value(colourOf(look.codes, i));
     trials.core.push_back({f, value(colourOf(plate.clean, i)), f, 1});
   }

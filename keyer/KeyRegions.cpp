@@ -51,12 +51,20 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   out.subject = Mask(w, h);
   Mask other(w, h, 1);
   std::vector<float> shares;
-  for (std::size_t i = 0; i < other.size(); ++i) {
-    if (out.calmShare[i] < 0.35f && out.screenDistance[i] > 4 && out.inside[i] != 0) {
-      out.subject[i] = 1;
-      other[i] = 0;
-      shares.push_back(out.calmShare[i]);
+  const auto findSubject = [&] {
+    for (std::size_t i = 0; i < other.size(); ++i) {
+      if (out.calmShare[i] < 0.35f && out.screenDistance[i] > 4 && out.inside[i] != 0) {
+        out.subject[i] = 1;
+        other[i] = 0;
+        shares.push_back(out.calmShare[i]);
+      }
     }
+  };
+  findSubject();
+  if (shares.empty()) {
+    // Nobody stands before the screen: a subject that fills one side of the frame stands beside it.
+    out.inside = Mask(w, h, 1);
+    findSubject();
   }
   const float purest = std::max(0.06f, quantile(shares, 0.5));
   const Plane depth = distanceTo(other);

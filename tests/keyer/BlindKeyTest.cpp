@@ -265,6 +265,25 @@ TEST(BlindKey, HoldsWhatIsDeepInASubjectAndFillsNoGap) {
   EXPECT_LT(matteAt(open, 60, 60), 0.95f);
 }
 
+TEST(BlindKey, KeepsASubjectThatStandsBesideTheScreenSolid) {
+  constexpr int across = 120, down = 60, edge = 80;
+  Canvas canvas(across, down, 1);
+  std::mt19937 random(11);
+  canvas.fill([&](int x, int) {
+    const auto code = [](unsigned v) { return static_cast<float>(v) / 255; };
+    if (x >= edge) return Rgb{code(180), code(60), code(50)};
+    const unsigned grain = random() % 5;  // of the light, as files store it
+    return Rgb{code(38 + grain), code(168 + grain), code(58 + grain)};
+  });
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int y = 0; y < down; y += 5) {
+    for (int x = 0; x < across; ++x) {
+      if (x < edge && x >= edge - 8) continue;  // screen is sure to be nothing else further off
+      EXPECT_EQ(matteAt(out, x, y), x >= edge ? 1 : 0) << x << ',' << y;
+    }
+  }
+}
+
 TEST(BlindKey, LeavesGlassAsClearAsItIs) {
   Composed plate;
   const auto pane = disc(80, 60, 36, 2);
