@@ -43,8 +43,10 @@ std::vector<std::size_t> sampled(std::size_t size, std::size_t most, Accept&& ac
 }
 
 bool isSoft(const KeyRegions& regions, std::size_t i) {
+  // A hard edge is soft in the calmed shares alone.
+  const auto mixes = [](float share) { return share > 0.08f && share < 0.92f; };
   return regions.inside[i] != 0 && regions.screen[i] == 0 && regions.subject[i] == 0 &&
-         regions.calmShare[i] > 0.08f && regions.calmShare[i] < 0.92f;
+         mixes(regions.calmShare[i]) && mixes(regions.share[i]);
 }
 
 }  // namespace
@@ -318,7 +320,7 @@ KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
     if (d < 0.03f * sp) continue;
     for (const float gain : {0.0f, -0.05f, -0.1f}) {
       const float needed = -gain * sp / d;
-      for (const float more : {0.0f, 0.03f, 0.06f, 0.09f}) {
+      for (const float more : {0.01f, 0.03f, 0.06f, 0.09f}) {
         const KeyNumbers numbers{balance, gain, std::min(0.45f, needed + more)};
         const float cost = costOf(trials, hue, numbers);
         if (cost < fit.cost) {

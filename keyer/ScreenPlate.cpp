@@ -132,6 +132,21 @@ Mask calmOf(const Plane& grey, const Mask& mask) {
   return calm;
 }
 
+/// The parts of which a fifth or more is the screen's own; `mask` says which pixels count.
+Mask ledFrom(const Mask& own, const Mask& mask, const std::vector<std::uint32_t>& part) {
+  std::vector<std::uint32_t> owns(part.size()), alls(part.size());
+  for (std::size_t i = 0; i < part.size(); ++i) {
+    if (mask[i] == 0) continue;
+    owns[part[i]] += own[i];
+    ++alls[part[i]];
+  }
+  Mask led(mask.width, mask.height);
+  for (std::size_t i = 0; i < part.size(); ++i) {
+    led[i] = 5 * owns[part[i]] > alls[part[i]] && alls[part[i]] > 1;
+  }
+  return led;
+}
+
 float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i]; }
 
 }  // namespace
@@ -182,19 +197,21 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     own[i] = own[i] != 0 && rough[i] < roughest;
     akin[i] = akin[i] != 0 && rough[i] < 0.6f * roughest;
   }
-  // What smoothly leads on from the screen is screen, too, though its hue has drifted.
-  Mask grown(w, h);
-  for (std::size_t i = 0; i < own.size(); ++i) grown[i] = own[i] != 0 || akin[i] != 0;
-  const std::vector<std::uint32_t> part = partsOf(opened(grown));
-  std::vector<std::uint32_t> owns(part.size()), alls(part.size());
-  for (std::size_t i = 0; i < part.size(); ++i) {
-    owns[part[i]] += own[i];
-    ++alls[part[i]];
+  // What smoothly leads on from the screen is screen, too, though its hue has drifted. Into the
+  // dark it does so across creases as well, for no subject is fuller than the screen.
+  Mask grown(w, h), fuller(w, h), across(w, h);
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    grown[i] = own[i] != 0 || akin[i] != 0;
+    fuller[i] = own[i] != 0 || (akin[i] != 0 && dark[i] != 0);
   }
+  const Mask all = opened(grown), bulk = opened(fuller);
+  constexpr float crease = 3.5f;  // pixels to its middle
+  const Plane between = distanceTo(bulk);
+  for (std::size_t i = 0; i < own.size(); ++i) across[i] = between[i] < crease;
+  const Mask led = ledFrom(own, all, partsOf(all)), far = ledFrom(own, bulk, partsOf(across));
   const Mask firm = opened(own);
   for (std::size_t i = 0; i < own.size(); ++i) {
-    own[i] =
-        firm[i] != 0 || (grown[i] != 0 && 5 * owns[part[i]] > alls[part[i]] && alls[part[i]] > 1);
+    own[i] = firm[i] != 0 || (grown[i] != 0 && led[i] != 0) || (fuller[i] != 0 && far[i] != 0);
   }
   own = opened(own);
   Mask other(w, h);
@@ -213,10 +230,10 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     }
     if (count > 60 && count > own.size() / 500) break;
   }
-  const Mask all = plate.sure;
+  const Mask known = plate.sure;
   // Leaves of the screen's hue are seen in specks; so is a screen between them, but in the colour
   // that the rest of it leads to.
-  const Mask large = largeOf(all);
+  const Mask large = largeOf(known);
   const Plane beyond = distanceTo(large);
   const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
   const Mask calm = calmOf(grey, large);
@@ -227,7 +244,7 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     const Colours clean = plate.rigid.over(w, h);
     Plane aside(w, h), lighter(w, h);
     std::vector<float> offsets, hues, lights;
-    for (std::size_t i = 0; i < all.size(); ++i) {
+    for (std::size_t i = 0; i < known.size(); ++i) {
       const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
       const auto stiff = hueOf(clean[0][i], clean[1][i], clean[2][i]);
       aside[i] = std::hypot(seen[0] - stiff[0], seen[1] - stiff[1]);
@@ -240,9 +257,9 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
     const float alike = std::max(0.006f, quantile(hues, 0.98));
     const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
-    for (std::size_t i = 0; i < all.size(); ++i) {
+    for (std::size_t i = 0; i < known.size(); ++i) {
       plate.sure[i] =
-          all[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
+          known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
           lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
           (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
     }

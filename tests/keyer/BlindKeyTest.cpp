@@ -146,6 +146,26 @@ TEST(BlindKey, FollowsAScreenWhoseHueDriftsInLightAndInTheDark) {
   for (int x = 3; x < width - 3; ++x) EXPECT_LT(matteAt(out, x, 20), 0.02f) << x;
 }
 
+TEST(BlindKey, FollowsAScreenIntoTheDarkBeyondACrease) {
+  Composed plate;
+  // Beyond the crease nothing has the lit screen's hue: codes have lost their red and blue.
+  plate.screen = [](int x, int) {
+    if (x < 90) return green;
+    if (x < 94) return x % 2 == 0 ? Rgb{0.03f, 0.1f, 0.04f} : Rgb{0.25f, 0.8f, 0.36f};
+    return Rgb{0.008f, 0.38f - 0.0015f * static_cast<float>(x - 94), 0.015f};
+  };
+  plate.matte = disc(40, 80, 24, 3);
+  plate.grain = 0.002f;
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int y = 4; y < height - 4; y += 8) {
+    for (int x = 120; x < width - 4; x += 6) {  // a clean plate is smooth where light steps
+      EXPECT_LT(matteAt(out, x, y), 0.02f) << x << ',' << y;
+    }
+  }
+  EXPECT_GT(matteAt(out, 40, 80), 0.99f);
+}
+
 TEST(BlindKey, TakesNoLeavesOfTheScreensHueForTheScreenWhereItCanTell) {
   Composed plate;
   plate.screen = [](int x, int) {
