@@ -21,7 +21,7 @@ struct Frame {
   Otile pictures{};  // each pointer at the first pixel of the first row; a step may be negative
   int width = 0;     // pixels, at least 1
   int height = 0;    // rows, at least 1
-  Depth depth = Depth::bytes;
+  Depth depth = Depth::bytes;  // of all pictures
 };
 
 /// An engine with its tables built, for any number of frames of one kind.

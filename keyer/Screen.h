@@ -17,10 +17,10 @@ using Rgb = std::array<float, 3>;
 
 /// A picture to look at. Only the colours are read.
 struct Plate {
-  OtileImage image{};  // where its pixels lie; the caller owns them
-  int width = 0;       // pixels, at least 1
-  int height = 0;      // rows, at least 1
-  Depth depth = Depth::bytes;
+  OtileImage image{};          // where its pixels lie; the caller owns them
+  int width = 0;               // pixels, at least 1
+  int height = 0;              // rows, at least 1
+  Depth depth = Depth::bytes;  // of its samples
 };
 
 /// A rectangle of pixels, x and y from the top left.
