@@ -52,12 +52,10 @@ std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
   const std::size_t first = 4 * (at(y) * at(picture.data.width) + at(x));
   const auto maximum = static_cast<float>(maxOf(picture.depth));
   std::array<float, 4> values{};
-  for (std::size_t c = 0; c < 4; ++c) {
-    values[c] = withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
-      return static_cast<float>(reinterpret_cast<const Sample*>(picture.pixels.get())[first + c]) /
-             maximum;
-    });
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    const auto* const samples = reinterpret_cast<const Sample*>(picture.pixels.get()) + first;
+    for (std::size_t c = 0; c < 4; ++c) values[c] = static_cast<float>(samples[c]) / maximum;
+  });
   return values;
 }
 
