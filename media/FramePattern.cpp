@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 
@@ -51,6 +52,21 @@ std::optional<FramePattern> FramePattern::parse(const std::string& path) {
   pattern.after_ = name.substr(end + 1);
   std::from_chars(name.data() + percent + 1, name.data() + end, pattern.digits_);
   return pattern;
+}
+
+std::optional<FramePattern> FramePattern::ofInput(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) return ofFolder(path);
+  if (std::filesystem::exists(path, ignored)) return std::nullopt;
+  return parse(path);
+}
+
+std::optional<FramePattern> FramePattern::ofOutput(const std::string& path, bool severalFrames) {
+  const auto pattern = parse(path);
+  const std::string name = path.substr(folderOf(path).size());
+  const auto signs =
+      std::count_if(name.begin(), name.end(), [](char c) { return c == '#' || c == '@'; });
+  return signs == 1 && !severalFrames ? std::nullopt : pattern;
 }
 
 std::optional<FramePattern> FramePattern::ofFile(const std::string& path) {
@@ -100,10 +116,10 @@ FramePattern FramePattern::ofFolder(const std::string& folder) {
 }
 
 std::string FramePattern::path(int frame) const {
-  std::string number = std::to_string(frame);
+  std::string number = std::to_string(std::abs(static_cast<long>(frame)));
   const auto digits = static_cast<std::size_t>(digits_);
   if (number.size() < digits) number.insert(0, digits - number.size(), '0');
-  return folder_ + before_ + number + after_;
+  return folder_ + before_ + (frame < 0 ? "-" : "") + number + after_;
 }
 
 std::vector<int> FramePattern::existing() const {

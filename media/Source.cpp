@@ -136,14 +136,7 @@ class FileSource : public Source {
 Window Source::windowOf(int) { return info_.data; }
 
 std::unique_ptr<Source> Source::open(const std::string& path) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) {
-    return std::make_unique<FileSource>(FramePattern::ofFolder(path));
-  }
-  // A file whose name merely looks like a pattern is a file.
-  if (!std::filesystem::exists(path, ignored)) {
-    if (auto pattern = FramePattern::parse(path)) return std::make_unique<FileSource>(*pattern);
-  }
+  if (auto pattern = FramePattern::ofInput(path)) return std::make_unique<FileSource>(*pattern);
   if (isMovieName(path)) return openMovie(path);
   return std::make_unique<FileSource>(path);
 }

@@ -18,7 +18,7 @@ namespace {
 using nlohmann::json;
 
 // Longest value of a parameter, and of a page's name, that is looked at.
-constexpr std::size_t textLimit = 256;
+constexpr std::size_t textLimit = 4096;
 constexpr int bodyDepthLimit = 8;
 
 [[noreturn]] void refuse(const std::string& subject, const std::string& expected) {
@@ -172,6 +172,20 @@ std::string dump(const json& value) {
   return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+// The form of pictures, as pictureReply tells it.
+std::string packed(const json& header, const ScreenPicture& picture) {
+  std::string text = dump(header);
+  text.resize((text.size() + 3) / 4 * 4, ' ');
+  std::string reply;
+  reply.reserve(4 + text.size() + picture.rgba.size());
+  for (unsigned shift = 0; shift < 32; shift += 8) {
+    reply += static_cast<char>((text.size() >> shift) & 0xFF);
+  }
+  reply += text;
+  reply.append(reinterpret_cast<const char*>(picture.rgba.data()), picture.rgba.size());
+  return reply;
+}
+
 // JSON knows no infinity and no NaN; the page shows them as texts.
 json number(float value) {
   if (std::isfinite(value)) return value;
@@ -191,9 +205,15 @@ NumberedRequest pictureRequestOf(const std::string& body) {
   const json object = parse(body);
   NumberedRequest numbered;
   PictureRequest& request = numbered.request;
-  request.settings = settingsIn(object);
   request.view = viewIn(object);
   request.frame = intOf(object, "frame");
+  const Settings settings = settingsIn(object);
+  request.settings = settings.at(request.frame);
+  for (const Parameter& parameter : parameters()) {
+    if (parameter.rule != DefaultRule::fixed || settings.moves(parameter.name)) {
+      numbered.shown.push_back(parameter.name);
+    }
+  }
   request.divisor = intOf(object, "divisor");
   request.proxy = flagOf(object, "proxy");
   request.window = windowOf(object, "window");
@@ -209,8 +229,9 @@ NumberedRequest pictureRequestOf(const std::string& body) {
 
 ProbeRequest probeRequestOf(const std::string& body) {
   const json object = parse(body);
-  return {settingsIn(object), viewIn(object),     intOf(object, "frame"),
-          intOf(object, "x"), intOf(object, "y"), intOf(object, "slot")};
+  const int frame = intOf(object, "frame");
+  return {settingsIn(object).at(frame), viewIn(object),     frame,
+          intOf(object, "x"),           intOf(object, "y"), intOf(object, "slot")};
 }
 
 BoxRequest boxRequestOf(const std::string& body) {
@@ -220,7 +241,8 @@ BoxRequest boxRequestOf(const std::string& body) {
 
 FindRequest findRequestOf(const std::string& body) {
   const json object = parse(body);
-  return {settingsIn(object), intOf(object, "frame")};
+  const int frame = intOf(object, "frame");
+  return {settingsIn(object).at(frame), frame};
 }
 
 GiveRequest giveRequestOf(const std::string& body) {
@@ -263,6 +285,8 @@ JobRequest jobRequestOf(const std::string& body) {
   }
   return request;
 }
+
+int indexOf(const std::string& body) { return intOf(parse(body), "index"); }
 
 Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 
@@ -318,7 +342,7 @@ std::string describe(const Footage& footage, const shot::ShotFiles& named, const
                {"settings", given(settings)}});
 }
 
-std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
+std::string pictureReply(const RenderedPicture& rendered, const NumberedRequest& asked,
                          double milliseconds) {
   const media::Window& window = rendered.window;
   json header{{"width", rendered.picture.width},
@@ -326,10 +350,8 @@ std::string pictureReply(const RenderedPicture& rendered, const Settings& settin
               {"window", {window.x, window.y, window.width, window.height}},
               {"milliseconds", milliseconds}};
   json inForce = json::object();
-  for (const Parameter& parameter : parameters()) {
-    if (parameter.rule != DefaultRule::fixed) {
-      inForce[std::string(parameter.name)] = settings.text(parameter.name);
-    }
+  for (const std::string_view name : asked.shown) {
+    inForce[std::string(name)] = asked.request.settings.text(name);
   }
   header["inForce"] = std::move(inForce);
   if (rendered.measure) {
@@ -338,17 +360,11 @@ std::string pictureReply(const RenderedPicture& rendered, const Settings& settin
                        {"between", rendered.measure->between},
                        {"solid", rendered.measure->solid}};
   }
-  std::string text = dump(header);
-  text.resize((text.size() + 3) / 4 * 4, ' ');
-  std::string reply;
-  reply.reserve(4 + text.size() + rendered.picture.rgba.size());
-  for (unsigned shift = 0; shift < 32; shift += 8) {
-    reply += static_cast<char>((text.size() >> shift) & 0xFF);
-  }
-  reply += text;
-  reply.append(reinterpret_cast<const char*>(rendered.picture.rgba.data()),
-               rendered.picture.rgba.size());
-  return reply;
+  return packed(header, rendered.picture);
+}
+
+std::string screenReply(const ScreenPicture& picture) {
+  return packed({{"width", picture.width}, {"height", picture.height}}, picture);
 }
 
 std::string probeReply(const PixelValues& values, Depth depth) {
