@@ -60,6 +60,11 @@ void set(Settings& settings, const std::string& name, const Json& value) {
 std::string presetText(const Settings& settings) {
   Json parameterValues;
   for (const Parameter& parameter : parameters()) {
+    // What follows a screen that moves is another value in each frame.
+    if (parameter.rule == DefaultRule::balanceOfScreen && settings.moves("screen") &&
+        !settings.given(parameter.name)) {
+      continue;
+    }
     parameterValues[std::string(parameter.name)] = valueOf(settings, parameter);
   }
   return Json{{kindKey, kind}, {"version", presetVersion}, {"parameters", parameterValues}}.dump(

@@ -9,7 +9,7 @@
 
 namespace orvanite {
 
-/// The text of a preset: all values in force.
+/// The text of a preset: all values in force, but for those that follow a screen that moves.
 std::string presetText(const Settings& settings);
 
 /// Settings from a preset's text, over the defaults. Throws Error (failure) about `subject`, a
