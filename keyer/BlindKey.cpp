@@ -81,6 +81,11 @@ bool keysBesideEstimates(const Settings& settings, const Inputs& inputs) {
   return mixingOf(settings) && settings.toggle("useReference") && !inputs.reference;
 }
 
+bool findsEstimates(const Settings& settings, const Inputs& inputs) {
+  if (settings.given("estimate")) return keysBesideEstimates(settings, inputs);
+  return settings.toggle("useReference") && !inputs.reference;
+}
+
 BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes) {
   BlindKey key;
   key.settings = given;
@@ -105,7 +110,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
     key.mixing = key.vote.mixing;
   }
   makeMattes(key, look, regions);
-  key.numbers = fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing).numbers;
+  key.numbers = fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing);
 
   Settings& to = key.settings;
   const bool inLight = key.encoding == Encoding::light;

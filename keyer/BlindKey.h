@@ -60,6 +60,10 @@ std::optional<Mixing> mixingOf(const Settings& settings);
 /// Whether settings key beside estimates: they ask for them, and no clean plate is given.
 bool keysBesideEstimates(const Settings& settings, const Inputs& inputs);
 
+/// Whether an automatic key is to be found beside estimates: where they are asked for and, as long
+/// as nobody says anything of them, wherever no clean plate is given.
+bool findsEstimates(const Settings& settings, const Inputs& inputs);
+
 /// Looks at one plate. Parameters that were given stay as they are; colourspace says how the plate
 /// is encoded, and of video codes the key may be in light or in the codes themselves.
 /// The same plate gives the same key whatever the number of threads.

@@ -29,7 +29,9 @@ class BlindKeyer {
   /// Keys one frame of that depth into pictures.dst, which may be the plate's or the background's
   /// own buffer. `key` is the one of prepare, or one carried to this frame. Renders of different
   /// frames may run at once.
-  void render(const BlindKey& key, const Frame& frame, int threads = 0) const;
+  void render(const BlindKey& key, const Frame& frame, int threads = 0) const {
+    render(key, frame, rowsOn(threads));
+  }
   /// The same on threads of the caller's.
   void render(const BlindKey& key, const Frame& frame, const RowLoop& rows) const;
 

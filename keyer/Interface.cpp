@@ -304,10 +304,7 @@ OrvaniteResult orvanite_keyerFind(OrvaniteKeyer* keyer, const OrvaniteImage* pla
     std::vector<std::string> set;
     std::optional<BlindKey> estimates;
     std::optional<CleanPlate> clean;
-    // Who wishes a key wishes estimates, unless they are ruled out.
-    const bool ruledOut = settings.given("estimate") && !mixingOf(settings);
-    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && settings.toggle("useReference") &&
-        !ruledOut) {
+    if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && findsEstimates(settings, {})) {
       estimates = findKey(searched.plate(), settings);
       settings = estimates->settings;
       set = estimates->set;

@@ -303,18 +303,16 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
 
 }  // namespace
 
-KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
-              const KeyRegions& regions, const Plane& held, Mixing mixing) {
+KeyNumbers fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
+                  const KeyRegions& regions, const Plane& held, Mixing mixing) {
   const Trials trials = trialsOf(look, plate, regions, held, mixing);
   Rgb s{};
   for (std::size_t c = 0; c < 3; ++c) s[c] = valueOf(hue.colour[c], mixing);
   const float sp = s[static_cast<std::size_t>(hue.primary)];
   const float sm = s[static_cast<std::size_t>(hue.middle)];
   const float sq = s[static_cast<std::size_t>(hue.weakest)];
-  KeyFit fit;
-  fit.numbers.clip = 0.03f;
-  fit.numbers.balance = 0.3f;
-  fit.cost = fit.plainCost = costOf(trials, hue, fit.numbers);
+  KeyNumbers best{.balance = 0.3f, .gain = 0, .clip = 0.03f};
+  float least = costOf(trials, hue, best);
   for (const float balance : {0.0f, 0.15f, 0.3f, 0.45f, 0.6f, 0.8f, 1.0f}) {
     const float d = sp - balance * sm - (1 - balance) * sq;
     if (d < 0.03f * sp) continue;
@@ -323,14 +321,14 @@ KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
       for (const float more : {0.01f, 0.03f, 0.06f, 0.09f}) {
         const KeyNumbers numbers{balance, gain, std::min(0.45f, needed + more)};
         const float cost = costOf(trials, hue, numbers);
-        if (cost < fit.cost) {
-          fit.cost = cost;
-          fit.numbers = numbers;
+        if (cost < least) {
+          least = cost;
+          best = numbers;
         }
       }
     }
   }
-  return fit;
+  return best;
 }
 
 }  // namespace orvanite

@@ -51,11 +51,8 @@ struct TrialPixel {
   float matte = 0;
 };
 
-struct KeyFit {
-  KeyNumbers numbers;
-  float cost = 0, plainCost = 0;
-};
-KeyFit fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
-              const KeyRegions& regions, const Plane& held, Mixing mixing);
+/// The numbers that do best on pixels whose matte is known.
+KeyNumbers fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& plate,
+                  const KeyRegions& regions, const Plane& held, Mixing mixing);
 
 }  // namespace orvanite

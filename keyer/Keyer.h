@@ -11,6 +11,7 @@
 #include "engine/orvanite.h"
 #include "keyer/Finish.h"
 #include "keyer/Loops.h"
+#include "keyer/Threads.h"
 
 namespace orvanite {
 
@@ -55,7 +56,7 @@ class Keyer {
   ///
   /// threads  how many may work on this frame; 0 for as many as the process has
   /// Throws Error (wrongUse) when the frame lacks what prepare was told or has another depth.
-  void render(const Frame& frame, int threads = 0) const;
+  void render(const Frame& frame, int threads = 0) const { render(frame, rowsOn(threads)); }
   /// The same on threads of the caller's.
   void render(const Frame& frame, const RowLoop& rows) const;
 

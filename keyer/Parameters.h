@@ -89,6 +89,10 @@ struct Parameter {
 /// Every parameter, in the order in which a panel shows them; those of a group stand together.
 std::span<const Parameter> parameters();
 
+/// Whether a picture of that "output" has the matte beside its colours; every other one is as it
+/// looks.
+constexpr bool isCutOut(std::string_view output) { return output == "unpremultiplied"; }
+
 /// The entry of that name (exact case), or null.
 const Parameter* findParameter(std::string_view name);
 

@@ -16,9 +16,6 @@
 #include <cstring>
 #include <optional>
 
-#include "keyer/BlindKeyer.h"
-#include "keyer/Keyer.h"
-
 namespace orvanite {
 
 void forRows(int height, int least, int threads, const std::function<void(int, int)>& work) {
@@ -41,18 +38,6 @@ void forRows(int height, int least, int threads, const std::function<void(int, i
   } else {
     all();
   }
-}
-
-RowLoop rowsOn(int threads) {
-  return [threads](int height, int least, const std::function<void(int, int)>& work) {
-    forRows(height, least, threads, work);
-  };
-}
-
-void Keyer::render(const Frame& frame, int threads) const { render(frame, rowsOn(threads)); }
-
-void BlindKeyer::render(const BlindKey& key, const Frame& frame, int threads) const {
-  render(key, frame, rowsOn(threads));
 }
 
 int availableThreads() {

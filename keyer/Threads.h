@@ -16,7 +16,11 @@ namespace orvanite {
 void forRows(int height, int least, int threads, const std::function<void(int, int)>& work);
 
 /// The same as a loop that others run.
-RowLoop rowsOn(int threads);
+inline RowLoop rowsOn(int threads) {
+  return [threads](int height, int least, const std::function<void(int, int)>& work) {
+    forRows(height, least, threads, work);
+  };
+}
 
 /// How many threads a process may use: the scheduler's share where it says one
 /// (SLURM_CPUS_ON_NODE, CUE_THREADS), else as many as it may run on. At least 1.

@@ -1,9 +1,10 @@
 # orvanite::stand_ins: libraries that stand in the place of those which OpenImageIO is linked against
-# and nothing here needs: cameras and volumes. They bring a hundred others, clients of databases and
+# and nothing here needs: cameras and volumes. They bring 88 others, clients of databases and
 # directories among them, and take most of a program's start. Each has the name of the one that it
 # stands for and the functions and tables that OpenImageIO asks of that; none is ever called, as
-# media/ refuses such files by name. A program that is linked against these has them loaded in the others'
-# place, for a program's own come first. (The libraries of DICOM run code as they are loaded: they stay.)
+# media/ refuses such files by name. A program that is linked against these has them loaded in the
+# others' place, for a program's own come first. (The libraries of DICOM run code as they are loaded:
+# they stay.)
 set(unwanted opencv_videoio openvdb)
 
 add_library(orvanite_stand_ins INTERFACE)

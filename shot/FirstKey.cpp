@@ -84,10 +84,8 @@ FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& sett
                 "expected an 8-bit or 16-bit plate, found half or float");
   }
   FirstKey key;
-  // Who wishes everything wishes estimates, unless they are ruled out.
-  const bool estimates = (wish.everything && !settings.given("estimate"))
-                             ? settings.toggle("useReference") && !shot.has(Role::cleanPlate)
-                             : keysBesideEstimates(settings, shot.inputs());
+  const bool estimates = wish.everything ? findsEstimates(settings, shot.inputs())
+                                         : keysBesideEstimates(settings, shot.inputs());
   if (!wish.everything && !wish.screenColour && !wish.at && !estimate && !estimates) return key;
   const LookedAt look = shot.toLookAt(wish.frame);
   const media::Picture own = media::part(look.picture, look.own);

@@ -28,9 +28,7 @@ Inputs Job::inputs() const {
 
 bool Job::reads(Role role) const { return shot->has(role) && uses(settings, inputs(), role); }
 
-Alpha usualAlpha(const std::string& view) {
-  return view == "unpremultiplied" ? Alpha::matte : Alpha::none;
-}
+Alpha usualAlpha(const std::string& view) { return isCutOut(view) ? Alpha::matte : Alpha::none; }
 
 std::pair<std::string, Alpha> usualView(const Inputs& inputs, const std::string& path,
                                         const std::string& codec) {

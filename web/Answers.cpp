@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "apps/view/PageTable.h"
 #include "base/Error.h"
 #include "keyer/Parameters.h"
 #include "keyer/Preset.h"
@@ -35,56 +36,7 @@ Window windowIn(const json& object) {
   return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
-const char* nameOf(ParameterType type) {
-  constexpr const char* names[] = {"number", "triple", "colour", "choice", "toggle", "channel"};
-  return names[static_cast<std::size_t>(type)];
-}
-
-json given(const Settings& settings) {
-  json texts = json::object();
-  for (const Parameter& parameter : parameters()) {
-    if (settings.given(parameter.name)) {
-      texts[std::string(parameter.name)] = settings.text(parameter.name);
-    }
-  }
-  return texts;
-}
-
-// The panel begins with what makes a key; grades and mattes come after.
-bool startsOpen(const Parameter& parameter) {
-  const Meaning& meaning = parameter.meaning;
-  return meaning.stage == Stage::view ||
-         (meaning.stage == Stage::key && meaning.needs == SidePicture::none);
-}
-
-json describe() {
-  json table = json::array();
-  const Settings standard;
-  for (const Parameter& parameter : parameters()) {
-    json entry{{"name", parameter.name},
-               {"label", parameter.label},
-               {"group", parameter.group.heading},
-               {"startsOpen", startsOpen(parameter)},
-               {"type", nameOf(parameter.type)},
-               {"unit", parameter.unit},
-               {"help", parameter.help},
-               {"softLow", parameter.softLow},
-               {"softHigh", parameter.softHigh},
-               {"low", parameter.low},
-               {"high", parameter.high},
-               {"values", valuesOf(parameter.type)},
-               {"standard", standard.text(parameter.name)},
-               {"followsScreen", parameter.rule == DefaultRule::balanceOfScreen}};
-    for (const Choice& choice : parameter.choices) {
-      json one{{"text", choice.text}, {"label", choice.label}, {"help", choice.help}};
-      // A render of any other view is as it looks: opaque.
-      if (parameter.name == "output") one["alpha"] = choice.text == "unpremultiplied";
-      entry["choices"].push_back(std::move(one));
-    }
-    table.push_back(std::move(entry));
-  }
-  return {{"version", ORVANITE_VERSION}, {"parameters", std::move(table)}};
-}
+json describe() { return {{"version", ORVANITE_VERSION}, {"parameters", view::parameterTable()}}; }
 
 json show(const json& object) {
   Request request;
@@ -99,19 +51,8 @@ json show(const json& object) {
   json header{{"width", result.picture.width},
               {"height", result.picture.height},
               {"window", {window.x, window.y, window.width, window.height}}};
-  json inForce = json::object();
-  for (const Parameter& parameter : parameters()) {
-    if (parameter.rule != DefaultRule::fixed) {
-      inForce[std::string(parameter.name)] = request.settings.text(parameter.name);
-    }
-  }
-  header["inForce"] = std::move(inForce);
-  if (result.measure) {
-    header["matte"] = {{"bins", result.measure->bins},
-                       {"clear", result.measure->clear},
-                       {"between", result.measure->between},
-                       {"solid", result.measure->solid}};
-  }
+  header["inForce"] = view::inForceTexts(request.settings);
+  if (result.measure) header["matte"] = view::measureReply(*result.measure);
   shown = std::move(result.picture);
   return header;
 }
@@ -143,10 +84,10 @@ json answerTo(std::string_view name, const json& object) {
   if (name == "needsAll") return views.needsAll(settingsIn(object));
   if (name == "preset") return presetText(settingsIn(object));
   if (name == "usePreset") {
-    return given(settingsFromPreset(object.at("text").get<std::string>(), "preset"));
+    return view::givenTexts(settingsFromPreset(object.at("text").get<std::string>(), "preset"));
   }
   // Every value that was given, as the whole table orders and writes them.
-  if (name == "given") return given(settingsIn(object));
+  if (name == "given") return view::givenTexts(settingsIn(object));
   throw Error(Fault::wrongUse, "request", "expected one that there is");
 }
 

@@ -5,58 +5,14 @@
 #include "web/Views.h"
 
 #include <algorithm>
+#include <string>
 
+#include "apps/view/PageView.h"
 #include "base/Error.h"
 #include "keyer/AutoKey.h"
 
 namespace orvanite::web {
 namespace {
-
-// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
-constexpr int checkerSide = 16;
-constexpr float checkerDark = 0.35f, checkerLight = 0.6f;
-
-Settings settingsFor(std::string_view view, Settings settings) {
-  static constexpr std::pair<std::string_view, std::string_view> outputs[] = {
-      {"matte", "matte"},          {"status", "status"},         {"foreground", "unpremultiplied"},
-      {"composite", "composite"},  {"overBlack", "compOnBlack"}, {"overGrey", "compOnColour"},
-      {"overChecker", "composite"}};
-  for (const auto& [name, output] : outputs) {
-    if (name == view) settings.setText("output", output);
-  }
-  if (view == "overGrey") settings.setNumber("backgroundColour", 0.5);
-  if (view == "overChecker") {
-    for (const char* name : {"bgExposure", "bgGamma", "bgOffset", "bgSaturation"}) {
-      settings.reset(name);
-    }
-  }
-  return settings;
-}
-
-template <class Code>
-void fillChecker(Picture& picture, const Window& region, int side, float maximum) {
-  auto* pixel = reinterpret_cast<Code*>(picture.pixels.data());
-  for (int y = 0; y < region.height; ++y) {
-    for (int x = 0; x < region.width; ++x, pixel += 4) {
-      const bool light = (((region.x + x) / side) + ((region.y + y) / side)) % 2 == 0;
-      const auto value = static_cast<Code>((light ? checkerLight : checkerDark) * maximum);
-      pixel[0] = pixel[1] = pixel[2] = value;  // alpha stays 0, so that the result's is the matte
-    }
-  }
-}
-
-template <class Code>
-void count(const Picture& picture, std::uint32_t weight, Measure& measure) {
-  const auto maximum = static_cast<float>(maxOf(picture.depth));
-  const auto* sample = reinterpret_cast<const Code*>(picture.pixels.data()) + 3;
-  const std::size_t pixels = picture.pixels.size() / sizeof(Code) / 4;
-  for (std::size_t i = 0; i < pixels; ++i, sample += 4) {
-    const float alpha = static_cast<float>(*sample) / maximum;
-    const bool clear = !(alpha > 0), solid = alpha >= 1;
-    (clear ? measure.clear : solid ? measure.solid : measure.between) += weight;
-    measure.bins[clear ? 0 : solid ? 255 : static_cast<std::size_t>(alpha * 255 + 0.5f)] += weight;
-  }
-}
 
 Window scaled(const Window& window, int by) {
   return {window.x / by, window.y / by, (window.width + by - 1) / by,
@@ -103,12 +59,15 @@ OtileImage Views::matte(Role role, const Settings& settings, const Picture& pict
   return {nullptr, nullptr, nullptr, channels[c], image.pixelStep, image.lineStep};
 }
 
-Picture Views::keyed(const Settings& given, std::string_view view, int divisor,
+Picture Views::keyed(const Settings& given, std::string_view name, int divisor,
                      const Window& asked) {
   const Picture& plate = pictures.at(Role::plate, divisor);
-  if (view == "plate") return part(plate, asked);
-  const Settings settings = settingsFor(view, given);
-  const bool chequered = view == "overChecker";
+  const auto shows = view::pageViewOf(name);
+  if (!shows)
+    throw Error::expected(Fault::wrongUse, "view", "the name of a view", std::string(name));
+  if (*shows == view::PageView::plate) return part(plate, asked);
+  const Settings settings = view::settingsFor(*shows, given);
+  const bool chequered = *shows == view::PageView::overChecker;
   Inputs inputs = pictures.inputs();
   if (chequered) inputs.background = true;
   const float scale = 1.0f / static_cast<float>(divisor);
@@ -133,13 +92,8 @@ Picture Views::keyed(const Settings& given, std::string_view view, int divisor,
   Picture squares;
   if (chequered) {
     squares = Picture(region.width, region.height, plate.depth);
-    const int side = std::max(1, checkerSide / divisor);
-    const auto maximum = static_cast<float>(maxOf(plate.depth));
-    if (plate.depth == Depth::bytes) {
-      fillChecker<std::uint8_t>(squares, region, side, maximum);
-    } else {
-      fillChecker<std::uint16_t>(squares, region, side, maximum);
-    }
+    view::paintChecker(squares.pixels.data(), plate.depth, region.x, region.y, region.width,
+                       region.height, divisor);
     frame.pictures.bg = squares.image();
   } else if (needsBackground(settings, inputs)) {
     frame.pictures.bg = pictures.at(Role::background, divisor).image(region.x, region.y);
@@ -189,13 +143,10 @@ Shown Views::show(const Request& request) {
     const Picture matte =
         alphaIsMatte ? Picture() : keyed(request.settings, "matte", divisor, region);
     const Picture& counted = alphaIsMatte ? result : matte;
-    shown.measure.emplace();
-    const auto weight = static_cast<std::uint32_t>(divisor * divisor);
-    if (counted.depth == Depth::bytes) {
-      count<std::uint8_t>(counted, weight, *shown.measure);
-    } else {
-      count<std::uint16_t>(counted, weight, *shown.measure);
-    }
+    shown.measure = view::measureOf(
+        counted.pixels.data(), counted.depth,
+        static_cast<std::size_t>(counted.width) * static_cast<std::size_t>(counted.height),
+        static_cast<std::uint32_t>(divisor * divisor));
   }
   shown.picture = toScreen(std::move(result));
   if (divisor != request.divisor) shown.picture = shrunk(shown.picture, request.divisor);
@@ -208,10 +159,7 @@ Views::Found Views::find(Settings settings) {
   }
   const Inputs inputs = pictures.inputs();
   const Plate plate = pictures.full(Role::plate).plate();
-  const bool estimates = !settings.given("estimate")
-                             ? settings.toggle("useReference") && !inputs.reference
-                             : keysBesideEstimates(settings, inputs);
-  if (estimates) {
+  if (findsEstimates(settings, inputs)) {
     return {findKey(plate, settings).settings, findScreen(plate).coverage};
   }
   const CleanPlateUse use = !settings.toggle("useReference") ? CleanPlateUse::never

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "apps/view/PageView.h"
 #include "keyer/BlindKeyer.h"
 #include "keyer/Settings.h"
 #include "web/Pictures.h"
@@ -27,16 +28,10 @@ struct Request {
   bool measured = false;  // with the histogram of the window's matte
 };
 
-/// How many pixels of the plate have which matte.
-struct Measure {
-  std::array<std::uint32_t, 256> bins{};
-  std::uint64_t clear = 0, between = 0, solid = 0;
-};
-
 struct Shown {
   Window window;    // the part of the plate that is shown
   Picture picture;  // 8 bits
-  std::optional<Measure> measure;
+  std::optional<view::MatteMeasure> measure;
 };
 
 class Views {

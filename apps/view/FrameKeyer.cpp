@@ -12,44 +12,11 @@
 namespace orvanite::view {
 namespace {
 
-constexpr std::string_view names[] = {"plate",      "matte",       "status",
-                                      "foreground", "composite",   "overBlack",
-                                      "overGrey",   "overChecker", "output"};
-
 // Pixels of a band: a few milliseconds' work.
 constexpr int bandPixels = 1 << 18;
 
-// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
-constexpr int checkerSide = 16;
-constexpr float checkerDark = 0.35f;
-constexpr float checkerLight = 0.6f;
-constexpr double middleGrey = 0.5;
-
 // Frames keyed whole that are kept: what is shown, and its matte.
 constexpr std::size_t wholeFrames = 2;
-
-template <class Sample>
-void fillChecker(media::Picture& picture, const media::Window& region, int side, float maximum) {
-  auto* pixel = reinterpret_cast<Sample*>(picture.pixels.get());
-  for (int y = 0; y < region.height; ++y) {
-    for (int x = 0; x < region.width; ++x, pixel += 4) {
-      const bool light = (((region.x + x) / side) + ((region.y + y) / side)) % 2 == 0;
-      const auto value = static_cast<Sample>((light ? checkerLight : checkerDark) * maximum);
-      pixel[0] = pixel[1] = pixel[2] = value;
-      pixel[3] = 0;  // so that the result's alpha stays the matte
-    }
-  }
-}
-
-media::Picture checker(const media::Window& region, Depth depth, int divisor) {
-  media::Picture picture = media::Picture::make(region, depth, media::Samples::uint8);
-  const int side = std::max(1, checkerSide / divisor);
-  const auto maximum = static_cast<float>(maxOf(depth));
-  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
-    fillChecker<Sample>(picture, region, side, maximum);
-  });
-  return picture;
-}
 
 // A window of the plate in pixels that stand for divisor x divisor; those that are partly in it
 // are.
@@ -75,45 +42,6 @@ bool holds(const media::Window& outer, const media::Window& inner) {
 }
 
 }  // namespace
-
-std::optional<PageView> pageViewOf(std::string_view name) {
-  const auto* found = std::find(std::begin(names), std::end(names), name);
-  if (found == std::end(names)) return std::nullopt;
-  return static_cast<PageView>(found - std::begin(names));
-}
-
-Settings settingsFor(PageView view, Settings settings) {
-  switch (view) {
-    case PageView::matte:
-      settings.setText("output", "matte");
-      break;
-    case PageView::status:
-      settings.setText("output", "status");
-      break;
-    case PageView::foreground:
-      settings.setText("output", "unpremultiplied");
-      break;
-    case PageView::composite:
-      settings.setText("output", "composite");
-      break;
-    case PageView::overBlack:
-      settings.setText("output", "compOnBlack");
-      break;
-    case PageView::overGrey:
-      settings.setText("output", "compOnColour");
-      settings.setNumber("backgroundColour", middleGrey);
-      break;
-    case PageView::overChecker:
-      settings.setText("output", "composite");
-      for (const char* name : {"bgExposure", "bgGamma", "bgOffset", "bgSaturation"}) {
-        settings.reset(name);
-      }
-      break;
-    default:
-      break;
-  }
-  return settings;
-}
 
 std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
                                               int divisor, const media::Window& asked,
@@ -180,7 +108,9 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   }
   media::Picture squares;
   if (chequered) {
-    squares = checker(region, info.depth, divisor);
+    squares = media::Picture::make(region, info.depth, media::Samples::uint8);
+    paintChecker(squares.pixels.get(), info.depth, region.x, region.y, region.width, region.height,
+                 divisor);
     whole.pictures.bg = shot::imageOf(squares);
   }
 

@@ -8,32 +8,14 @@
 #include <list>
 #include <memory>
 #include <optional>
-#include <string_view>
 
 #include "apps/view/Footage.h"
+#include "apps/view/PageView.h"
 #include "keyer/BlindKeyer.h"
 #include "keyer/Keyer.h"
 #include "keyer/Settings.h"
 
 namespace orvanite::view {
-
-enum class PageView {
-  plate,
-  matte,
-  status,
-  foreground,
-  composite,
-  overBlack,
-  overGrey,
-  overChecker,
-  output  // what the parameter of that name says: what `orvanite key` writes
-};
-
-/// The view of that name ("overBlack"), if there is one.
-std::optional<PageView> pageViewOf(std::string_view name);
-
-/// The settings with which the engine shows a view. The plate needs no engine.
-Settings settingsFor(PageView view, Settings settings);
 
 class FrameKeyer {
  public:

@@ -7,6 +7,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "apps/view/PageTable.h"
 #include "base/Error.h"
 #include "keyer/Parameters.h"
 #include "keyer/Preset.h"
@@ -129,40 +130,6 @@ PageView viewIn(const json& object) {
   return *view;
 }
 
-const char* nameOf(ParameterType type) {
-  switch (type) {
-    case ParameterType::number:
-      return "number";
-    case ParameterType::triple:
-      return "triple";
-    case ParameterType::colour:
-      return "colour";
-    case ParameterType::choice:
-      return "choice";
-    case ParameterType::toggle:
-      return "toggle";
-    default:
-      return "channel";
-  }
-}
-
-// The panel begins with what makes a key; grades and mattes come after.
-bool startsOpen(const Parameter& parameter) {
-  const Meaning& meaning = parameter.meaning;
-  return meaning.stage == Stage::view ||
-         (meaning.stage == Stage::key && meaning.needs == SidePicture::none);
-}
-
-json given(const Settings& settings) {
-  json texts = json::object();
-  for (const Parameter& parameter : parameters()) {
-    if (settings.given(parameter.name)) {
-      texts[std::string(parameter.name)] = settings.text(parameter.name);
-    }
-  }
-  return texts;
-}
-
 // The last part of a path. A name that is not UTF-8 is shown with its odd bytes replaced.
 std::string fileName(const std::string& path) {
   return std::filesystem::path(path).filename().string();
@@ -269,32 +236,6 @@ Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
                      const std::string& output) {
   const FootageInfo& info = footage.info();
-  json table = json::array();
-  const Settings standard;
-  for (const Parameter& parameter : parameters()) {
-    json entry{{"name", parameter.name},
-               {"label", parameter.label},
-               {"group", parameter.group.heading},
-               {"startsOpen", startsOpen(parameter)},
-               {"type", nameOf(parameter.type)},
-               {"unit", parameter.unit},
-               {"help", parameter.help},
-               {"softLow", parameter.softLow},
-               {"softHigh", parameter.softHigh},
-               {"low", parameter.low},
-               {"high", parameter.high},
-               {"values", valuesOf(parameter.type)},
-               {"standard", standard.text(parameter.name)},
-               {"followsScreen", parameter.rule == DefaultRule::balanceOfScreen}};
-    for (const Choice& choice : parameter.choices) {
-      json one{{"text", choice.text}, {"label", choice.label}, {"help", choice.help}};
-      if (parameter.name == "output") {
-        one["alpha"] = shot::usualAlpha(std::string(choice.text)) != shot::Alpha::none;
-      }
-      entry["choices"].push_back(std::move(one));
-    }
-    table.push_back(std::move(entry));
-  }
   const auto file = [&](Role role) { return fileName(named.clips[role].path); };
   return dump({{"version", ORVANITE_VERSION},
                {"files",
@@ -314,8 +255,8 @@ std::string describe(const Footage& footage, const shot::ShotFiles& named, const
                {"reason", info.reason},
                {"notices", info.notices},
                {"output", fileName(output)},
-               {"parameters", table},
-               {"settings", given(settings)}});
+               {"parameters", parameterTable()},
+               {"settings", givenTexts(settings)}});
 }
 
 std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
@@ -325,19 +266,8 @@ std::string pictureReply(const RenderedPicture& rendered, const Settings& settin
               {"height", rendered.picture.height},
               {"window", {window.x, window.y, window.width, window.height}},
               {"milliseconds", milliseconds}};
-  json inForce = json::object();
-  for (const Parameter& parameter : parameters()) {
-    if (parameter.rule != DefaultRule::fixed) {
-      inForce[std::string(parameter.name)] = settings.text(parameter.name);
-    }
-  }
-  header["inForce"] = std::move(inForce);
-  if (rendered.measure) {
-    header["matte"] = {{"bins", rendered.measure->bins},
-                       {"clear", rendered.measure->clear},
-                       {"between", rendered.measure->between},
-                       {"solid", rendered.measure->solid}};
-  }
+  header["inForce"] = inForceTexts(settings);
+  if (rendered.measure) header["matte"] = measureReply(*rendered.measure);
   std::string text = dump(header);
   text.resize((text.size() + 3) / 4 * 4, ' ');
   std::string reply;
@@ -380,7 +310,7 @@ std::string jobReply(const std::string& state, double done, const std::string& m
 }
 
 std::string settingsReply(const Settings& settings) {
-  return dump({{"settings", given(settings)}});
+  return dump({{"settings", givenTexts(settings)}});
 }
 
 std::string errorReply(const std::string& subject, const std::string& message) {

@@ -19,35 +19,6 @@ constexpr std::int64_t boxSamples = 1 << 18;
 
 std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
-template <class Sample>
-void count(const media::Picture& picture, std::uint32_t weight, MatteMeasure& measure) {
-  const auto* sample = reinterpret_cast<const Sample*>(picture.pixels.get()) + 3;
-  const std::size_t pixels = picture.bytes() / sizeof(Sample) / 4;
-  const auto maximum = static_cast<float>(maxOf(picture.depth));
-  for (std::size_t i = 0; i < pixels; ++i, sample += 4) {
-    const float alpha = static_cast<float>(*sample) / maximum;
-    if (!(alpha > 0)) {
-      measure.clear += weight;
-      measure.bins[0] += weight;
-    } else if (alpha >= 1) {
-      measure.solid += weight;
-      measure.bins[255] += weight;
-    } else {
-      measure.between += weight;
-      measure.bins[static_cast<std::size_t>(alpha * 255 + 0.5f)] += weight;
-    }
-  }
-}
-
-// Counts alpha; each pixel stands for `weight` of the plate.
-MatteMeasure measureOf(const media::Picture& picture, std::uint32_t weight) {
-  MatteMeasure measure;
-  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
-    count<Sample>(picture, weight, measure);
-  });
-  return measure;
-}
-
 std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
   const std::size_t first = 4 * (at(y) * at(picture.data.width) + at(x));
   const auto maximum = static_cast<float>(maxOf(picture.depth));
@@ -144,7 +115,10 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
                    .key(request.settings, PageView::matte, frame, keyed, everything, wanted);
       if (!result) return std::nullopt;
     }
-    rendered.measure = measureOf(*result, static_cast<std::uint32_t>(keyed * keyed));
+    rendered.measure =
+        measureOf(result->pixels.get(), result->depth,
+                  result->bytes() / static_cast<std::size_t>(4 * bytesOf(result->depth)),
+                  static_cast<std::uint32_t>(keyed * keyed));
   }
   return rendered;
 }

@@ -29,11 +29,6 @@ struct PictureRequest {
   int slot = 0;           // settings that change little from one request to the next share a slot
 };
 
-struct MatteMeasure {
-  std::array<std::uint32_t, 256> bins{};
-  std::uint64_t clear = 0, between = 0, solid = 0;  // pixels
-};
-
 struct RenderedPicture {
   media::Window window;  // the part that the picture shows, in the plate's pixels
   ScreenPicture picture;

@@ -283,14 +283,13 @@ Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs) {
   const std::lock_guard guard(lock_);
   const bool finds = findsScreen_ && !settings_.given("screen");
   const bool asked = keysBesideEstimates(settings_, inputs);
-  const bool ruledOut = settings_.given("estimate") && !asked;
   const Plate frame{imageOf(plate, width_), width_, height_, Depth::bytes};
   Settings values;
   for (const char* name : {"colourspace", "estimate"}) {
     if (settings_.given(name)) values.setText(name, settings_.text(name));
   }
   try {
-    if (asked || (finds && !ruledOut)) {
+    if (asked || (finds && findsEstimates(settings_, inputs))) {
       if (!estimates_) {
         auto found = std::make_shared<BlindKey>(orvanite::findKey(frame, values));
         foundNames_ = found->set;

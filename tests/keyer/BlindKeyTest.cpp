@@ -292,7 +292,7 @@ TEST(BlindKey, KeepsASubjectThatStandsBesideTheScreenSolid) {
   canvas.fill([&](int x, int) {
     const auto code = [](unsigned v) { return static_cast<float>(v) / 255; };
     if (x >= edge) return Rgb{code(180), code(60), code(50)};
-    const unsigned grain = random() % 5;  // of the light, as files store it
+    const auto grain = static_cast<unsigned>(random() % 5);  // of the light, as files store it
     return Rgb{code(38 + grain), code(168 + grain), code(58 + grain)};
   });
   Canvas out = keyed(findKey(canvas.plate(), video()), canvas);

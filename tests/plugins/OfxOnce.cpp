@@ -55,7 +55,9 @@ int run(int count, char** words) {
     param.value = valuesOf(param.type, std::string_view(word).substr(is + 1));
   }
   loaded.create();
-  if (automatic) EXPECT_EQ(loaded.host.changed(*loaded.effect, "autoKey"), ofx::ok);
+  if (automatic) {
+    EXPECT_EQ(loaded.host.changed(*loaded.effect, "autoKey"), ofx::ok);
+  }
   EXPECT_EQ(loaded.host.render(*loaded.effect, frame), ofx::ok);
   for (const std::string& note : loaded.effect->notes) std::cerr << note << '\n';
   std::ofstream to(words[4], std::ios::binary);

@@ -55,9 +55,9 @@ test('a plate is opened, keyed and rendered, with and without a network', async 
     addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
   });
   await page.goto(address);
-  await page.waitForSelector('dialog[open]');
+  await page.waitForSelector('#open[open]');
   const choose = async (role, file) => {
-    await Promise.all([page.waitForEvent('load'), page.setInputFiles(`dialog input[type=file] >> nth=${role}`, file)]);
+    await Promise.all([page.waitForEvent('load'), page.setInputFiles(`#open input[type=file] >> nth=${role}`, file)]);
     await shown(page);
   };
   await choose(0, files.plate);
@@ -106,11 +106,11 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   const {page, close} = await browse(390, 720);
   closers.push(close);
   await page.goto(address);
-  await page.setInputFiles('dialog input[type=file] >> nth=0', {name: 'notes.png', mimeType: 'image/png', buffer: Buffer.from('no picture')});
-  await page.waitForFunction(() => /notes\.png: /.test(document.querySelector('.wrong').textContent));
-  const wide = await page.evaluate(() => document.querySelector('dialog').scrollWidth <= document.querySelector('dialog').clientWidth);
+  await page.setInputFiles('#open input[type=file] >> nth=0', {name: 'notes.png', mimeType: 'image/png', buffer: Buffer.from('no picture')});
+  await page.waitForFunction(() => /notes\.png: /.test(document.querySelector('#open .wrong').textContent));
+  const wide = await page.evaluate(() => document.querySelector('#open').scrollWidth <= document.querySelector('#open').clientWidth);
   assert.ok(wide, 'the dialog fits a narrow screen');
-  await Promise.all([page.waitForEvent('load'), page.setInputFiles('dialog input[type=file] >> nth=0', files.plate)]);
+  await Promise.all([page.waitForEvent('load'), page.setInputFiles('#open input[type=file] >> nth=0', files.plate)]);
   await page.waitForFunction(() => document.getElementById('info').textContent.includes('8-bit'));
   const drop = (name, text) => page.evaluate(([name, text]) => {
     const data = new DataTransfer();
@@ -118,8 +118,8 @@ test('what cannot be opened is said, and a preset is taken', async () => {
     dispatchEvent(new DragEvent('drop', {dataTransfer: data, cancelable: true}));
   }, [name, text]);
   await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screenRange": 0.3}}');
-  await page.waitForFunction(() => location.hash.includes('screenRange=0.3') || document.querySelector('.wrong').textContent);
-  assert.equal(await page.textContent('.wrong'), '');
+  await page.waitForFunction(() => location.hash.includes('screenRange=0.3') || document.querySelector('#open .wrong').textContent);
+  assert.equal(await page.textContent('#open .wrong'), '');
   await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screenRage": 0.3}}');
-  await page.waitForFunction(() => /screenRage/.test(document.querySelector('.wrong').textContent));
+  await page.waitForFunction(() => /screenRage/.test(document.querySelector('#open .wrong').textContent));
 });

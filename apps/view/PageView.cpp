@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "apps/view/PageView.h"
+
+#include <algorithm>
+#include <iterator>
+#include <type_traits>
+
+namespace orvanite::view {
+namespace {
+
+constexpr std::string_view names[] = {"plate",      "matte",       "status",
+                                      "foreground", "composite",   "overBlack",
+                                      "overGrey",   "overChecker", "output"};
+
+// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
+constexpr int checkerSide = 16;
+constexpr float checkerDark = 0.35f, checkerLight = 0.6f;
+constexpr double middleGrey = 0.5;
+
+}  // namespace
+
+std::optional<PageView> pageViewOf(std::string_view name) {
+  const auto* found = std::find(std::begin(names), std::end(names), name);
+  if (found == std::end(names)) return std::nullopt;
+  return static_cast<PageView>(found - std::begin(names));
+}
+
+Settings settingsFor(PageView view, Settings settings) {
+  switch (view) {
+    case PageView::matte:
+      settings.setText("output", "matte");
+      break;
+    case PageView::status:
+      settings.setText("output", "status");
+      break;
+    case PageView::foreground:
+      settings.setText("output", "unpremultiplied");
+      break;
+    case PageView::composite:
+      settings.setText("output", "composite");
+      break;
+    case PageView::overBlack:
+      settings.setText("output", "compOnBlack");
+      break;
+    case PageView::overGrey:
+      settings.setText("output", "compOnColour");
+      settings.setNumber("backgroundColour", middleGrey);
+      break;
+    case PageView::overChecker:
+      settings.setText("output", "composite");
+      for (const char* name : {"bgExposure", "bgGamma", "bgOffset", "bgSaturation"}) {
+        settings.reset(name);
+      }
+      break;
+    default:
+      break;
+  }
+  return settings;
+}
+
+void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height,
+                  int divisor) {
+  const int side = std::max(1, checkerSide / divisor);
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    const auto maximum = static_cast<float>(maxOf(depth));
+    const auto dark = static_cast<Sample>(checkerDark * maximum);
+    const auto light = static_cast<Sample>(checkerLight * maximum);
+    auto* pixel = reinterpret_cast<Sample*>(pixels);
+    for (int row = y; row < y + height; ++row) {
+      for (int column = x; column < x + width; ++column, pixel += 4) {
+        pixel[0] = pixel[1] = pixel[2] = (column / side + row / side) % 2 == 0 ? light : dark;
+        pixel[3] = 0;
+      }
+    }
+  });
+}
+
+MatteMeasure measureOf(const std::byte* pixels, Depth depth, std::size_t count,
+                       std::uint32_t weight) {
+  MatteMeasure measure;
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    const auto* sample = reinterpret_cast<const Sample*>(pixels) + 3;
+    const auto maximum = static_cast<float>(maxOf(depth));
+    for (std::size_t i = 0; i < count; ++i, sample += 4) {
+      const float alpha = static_cast<float>(*sample) / maximum;
+      if (!(alpha > 0)) {
+        measure.clear += weight;
+        measure.bins[0] += weight;
+      } else if (alpha >= 1) {
+        measure.solid += weight;
+        measure.bins[255] += weight;
+      } else {
+        measure.between += weight;
+        measure.bins[static_cast<std::size_t>(alpha * 255 + 0.5f)] += weight;
+      }
+    }
+  });
+  return measure;
+}
+
+}  // namespace orvanite::view
