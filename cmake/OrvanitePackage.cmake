@@ -93,6 +93,9 @@ if(ORVANITE_BUILD_APPS)
 The command keys pictures and numbered sequences, renders scripts and shows
 the key in a browser while its parameters move.")
   set(CPACK_DEBIAN_COMMAND_PACKAGE_SUGGESTS orvanite-plugins)
+  # Loaded by its name when it is needed: no tool sees that.
+  string(REGEX MATCH "^[0-9]+" avfilter_major "${AVFILTER_VERSION}")
+  set(CPACK_DEBIAN_COMMAND_PACKAGE_RECOMMENDS "libavfilter${avfilter_major}")
 endif()
 if(ORVANITE_BUILD_PLUGINS)
   orvanite_package(plugins orvanite-plugins graphics

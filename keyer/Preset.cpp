@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Format: {"orvanite": "preset", "version": 1, "parameters": {"screen": [0.1, 0.8, 0.2]}}.
-// Numbers may also stand as the texts that options take.
+// Numbers may also stand as the texts that options take. Beside "parameters" there may be
+// "spaces": {"input": "ACEScg", "working": "ACEScct", "output": "ACEScg"}.
 #include "keyer/Preset.h"
 
 #include <nlohmann/json.hpp>
@@ -17,6 +18,7 @@ using Json = nlohmann::ordered_json;
 constexpr int presetVersion = 1;
 constexpr const char* kindKey = "orvanite";
 constexpr const char* kind = "preset";
+constexpr const char* spacesKey = "spaces";
 
 // The decimal that was entered, not the nearest single-precision value's long tail.
 double decimal(float value) { return std::stod(std::to_string(static_cast<double>(value))); }
@@ -53,19 +55,37 @@ void set(Settings& settings, const std::string& name, const Json& value) {
   }
 }
 
+// False where they are anything but names.
+bool takeSpaces(const Json& from, PresetSpaces& to) {
+  if (!from.is_object()) return false;
+  for (const auto& [key, value] : from.items()) {
+    std::string* const name = key == "input"     ? &to.input
+                              : key == "working" ? &to.working
+                              : key == "output"  ? &to.output
+                                                 : nullptr;
+    if (name == nullptr || !value.is_string()) return false;
+    *name = value.get<std::string>();
+  }
+  return true;
+}
+
 }  // namespace
 
-std::string presetText(const Settings& settings) {
+std::string presetText(const Settings& settings, const PresetSpaces& spaces) {
   Json parameterValues;
   for (const Parameter& parameter : parameters()) {
     parameterValues[std::string(parameter.name)] = valueOf(settings, parameter);
   }
-  return Json{{kindKey, kind}, {"version", presetVersion}, {"parameters", parameterValues}}.dump(
-             2) +
-         '\n';
+  Json preset{{kindKey, kind}, {"version", presetVersion}, {"parameters", parameterValues}};
+  if (spaces != PresetSpaces()) {
+    preset[spacesKey] = {
+        {"input", spaces.input}, {"working", spaces.working}, {"output", spaces.output}};
+  }
+  return preset.dump(2) + '\n';
 }
 
-Settings settingsFromPreset(const std::string& text, const std::string& subject) {
+Settings settingsFromPreset(const std::string& text, const std::string& subject,
+                            PresetSpaces* spaces) {
   const auto fail = [&subject](const std::string& message) {
     return Error(Fault::failure, subject, message);
   };
@@ -91,9 +111,14 @@ Settings settingsFromPreset(const std::string& text, const std::string& subject)
     throw fail("expected a preset of version 1, found version " + preset["version"].dump());
   }
   for (const auto& [key, value] : preset.items()) {
-    if (key != kindKey && key != "version" && key != "parameters")
+    if (key != kindKey && key != "version" && key != "parameters" && key != spacesKey)
       throw fail("there is no key \"" + key + "\" in a preset");
   }
+  PresetSpaces found;
+  if (preset.contains(spacesKey) && !takeSpaces(preset[spacesKey], found)) {
+    throw fail("expected names of input, working and output under \"spaces\"");
+  }
+  if (spaces != nullptr) *spaces = found;
   Settings settings;
   if (!preset.contains("parameters")) return settings;
   if (!preset["parameters"].is_object()) throw fail("expected an object under \"parameters\"");
@@ -107,9 +132,9 @@ Settings settingsFromPreset(const std::string& text, const std::string& subject)
   return settings;
 }
 
-Settings settingsFromPresetFile(const std::string& path) {
+Settings settingsFromPresetFile(const std::string& path, PresetSpaces* spaces) {
   return settingsFromPreset(readTextFile(path, "there is no such preset, or it cannot be read"),
-                            path);
+                            path, spaces);
 }
 
 }  // namespace orvanite

@@ -58,6 +58,14 @@ std::string ColourSpaces::space(const std::string& name, const std::string& opti
                         name);
 }
 
+std::string ColourSpaces::encodingOf(const std::string& space) const {
+  if (isLinear(space)) return "linear";
+  const auto found = configOf(config_).getColorSpace(space.c_str());
+  const std::string encoding = found ? found->getEncoding() : "";
+  if (encoding == "log") return encoding;
+  return encoding == "sdr-video" || encoding == "hdr-video" ? "video" : "";
+}
+
 bool ColourSpaces::isLinear(const std::string& space) const {
   if (!configOf(config_).getColorSpace(ocio::ROLE_SCENE_LINEAR)) return false;
   // OpenColorIO 2.1 cannot be asked: greys of twice the code must be twice the light.

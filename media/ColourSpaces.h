@@ -39,14 +39,17 @@ class ColourSpaces {
   /// Throws Error (wrongUse) that lists the spaces there are.
   std::string space(const std::string& name, const std::string& option) const;
 
-  /// Whether codes of the space are proportional to light.
-  bool isLinear(const std::string& space) const;
+  /// How codes of the space stand to light: "linear" where they are proportional to it; else "log"
+  /// or "video" where the configuration says that; empty: nobody knows.
+  std::string encodingOf(const std::string& space) const;
 
   /// From one space, as `space` gives it, to another. Throws Error (failure) when the configuration
   /// has no way between them, a missing table's file included.
   Conversion conversion(const std::string& from, const std::string& to) const;
 
  private:
+  bool isLinear(const std::string& space) const;
+
   std::string path_;
   std::shared_ptr<const void> config_;
 };
@@ -55,8 +58,8 @@ class ColourSpaces {
 struct ColourPath {
   bool used = false;
   ColourSpaces::Conversion plate, background, out;  // to working space, and from it
-  std::string workingSpace;
-  bool linear = false;  // the working space
+  std::string inputSpace, workingSpace, outputSpace;
+  std::string encoding;  // of the working space: "linear", "log", "video"; empty: not known
 };
 
 }  // namespace orvanite::media

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// A number is padded with zeros to the pattern's digits; a longer one is written out, and is then
-// not padded.
+// A number is padded with zeros to the pattern's digits, a minus sign among them, as printf does; a
+// longer one is written out, and is then not padded.
 #include "media/FramePattern.h"
 
 #include <algorithm>
@@ -21,10 +21,13 @@ std::string folderOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
-// Where the digits that stand before `end` begin.
+// Where the digits that stand before `end` begin; a sign belongs to them where it follows a dot or
+// an underscore, and is a hyphen of the name elsewhere.
 std::size_t firstDigit(const std::string& name, std::size_t end) {
   while (end > 0 && isDigit(name[end - 1])) --end;
-  return end;
+  const bool sign =
+      end > 1 && name[end - 1] == '-' && (name[end - 2] == '.' || name[end - 2] == '_');
+  return sign ? end - 1 : end;
 }
 
 }  // namespace
@@ -102,7 +105,7 @@ FramePattern FramePattern::ofFolder(const std::string& folder) {
 std::string FramePattern::path(int frame) const {
   std::string number = std::to_string(frame);
   const auto digits = static_cast<std::size_t>(digits_);
-  if (number.size() < digits) number.insert(0, digits - number.size(), '0');
+  if (number.size() < digits) number.insert(frame < 0 ? 1 : 0, digits - number.size(), '0');
   return folder_ + before_ + number + after_;
 }
 
@@ -120,7 +123,7 @@ std::vector<int> FramePattern::existing() const {
         name.substr(before_.size(), name.size() - before_.size() - after_.size());
     int frame = 0;
     const auto [end, wrong] = std::from_chars(number.data(), number.data() + number.size(), frame);
-    if (wrong != std::errc() || end != number.data() + number.size() || frame < 0) continue;
+    if (wrong != std::errc() || end != number.data() + number.size()) continue;
     if (path(frame) == folder_ + name) frames.push_back(frame);
   }
   std::sort(frames.begin(), frames.end());

@@ -19,7 +19,7 @@ constexpr int frameLimit = 1000000;
 // Takes a number off the front of a text.
 bool takeNumber(std::string_view& text, int& number) {
   const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (problem != std::errc() || number < 0 || number > lastFrame) return false;
+  if (problem != std::errc() || number < -lastFrame || number > lastFrame) return false;
   text.remove_prefix(static_cast<std::size_t>(end - text.data()));
   return true;
 }
@@ -61,7 +61,7 @@ std::vector<int> parseFrames(std::string_view text, const std::string& subject,
     others = takeLetter(rest, 'y');
     if (others || takeLetter(rest, 'x') || takeLetter(rest, ':')) {
       back = takeLetter(rest, '-');
-      if (!takeNumber(rest, step) || step == 0 || (others && step == 1)) throw refuse();
+      if (!takeNumber(rest, step) || step < 1 || (others && step == 1)) throw refuse();
       // A step back in a range that goes up has no frames beyond the first.
       if (back && (!ranged || last > first)) throw refuse();
     }

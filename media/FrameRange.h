@@ -12,9 +12,9 @@
 
 namespace orvanite::media {
 
-/// The frames of a range, in the order given, each once. Frames are 0..99999999, a range has at
-/// most a million. Throws Error (wrongUse) about `subject`.
-/// shotLast  where a range without an end stops ("1001-"); none: it must have one
+/// The frames of a range, in the order given, each once. Frames are -99999999..99999999, a range
+/// has at most a million. Throws Error (wrongUse) about `subject`. shotLast  where a range without
+/// an end stops ("1001-"); none: it must have one
 std::vector<int> parseFrames(std::string_view text, const std::string& subject,
                              std::optional<int> shotLast = std::nullopt);
 

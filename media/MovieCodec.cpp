@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
+#include <cstdio>
 #include <filesystem>
 
 #include "base/Error.h"
@@ -18,17 +20,20 @@
 namespace orvanite::media {
 namespace {
 
-constexpr std::array<MovieCodec, 6> codecs{{
+constexpr std::array<MovieCodec, 7> codecs{{
     {"prores4444", "prores_ks", AV_PIX_FMT_YUVA444P10, AV_PIX_FMT_YUVA444P10, ".mov .mkv ", false,
-     "profile=4444:alpha_bits=16:flags=+qscale:global_quality=118"},
+     "profile=4444:alpha_bits=16:flags=+qscale:global_quality=118", "global_quality", 1, 64, false},
     {"h264", "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, ".mp4 .m4v .mov .mkv ", true,
-     "crf=16:threads=4"},
+     "crf=16:threads=4", "crf", 0, 51, true},
+    {"hevc", "libx265", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P10, ".mp4 .m4v .mov .mkv ", true,
+     "crf=16:x265-params=frame-threads=3\\:pools=4\\:log-level=error", "crf", 0, 51, true},
     {"ffv1", "ffv1", AV_PIX_FMT_BGRA, AV_PIX_FMT_GBRAP16, ".mkv .avi .mov ", false,
-     "level=3:slicecrc=1:slices=4:g=1"},
+     "level=3:slicecrc=1:slices=4:g=1", "", 0, 0, false},
     {"vp9", "libvpx-vp9", AV_PIX_FMT_YUVA420P, AV_PIX_FMT_YUVA420P, ".webm .mkv ", false,
-     "crf=18:b=0:deadline=good:cpu-used=4:tile-columns=2:auto-alt-ref=0"},
-    {"qtrle", "qtrle", AV_PIX_FMT_ARGB, AV_PIX_FMT_ARGB, ".mov ", false, ""},
-    {"png", "png", AV_PIX_FMT_RGBA, AV_PIX_FMT_RGBA64BE, ".mov .mkv .avi ", false, "pred=mixed"},
+     "crf=18:b=0:deadline=good:cpu-used=4:tile-columns=2:auto-alt-ref=0", "crf", 0, 63, true},
+    {"qtrle", "qtrle", AV_PIX_FMT_ARGB, AV_PIX_FMT_ARGB, ".mov ", false, "", "", 0, 0, false},
+    {"png", "png", AV_PIX_FMT_RGBA, AV_PIX_FMT_RGBA64BE, ".mov .mkv .avi ", false, "pred=mixed", "",
+     0, 0, false},
 }};
 
 std::string endingOf(const std::string& path) {
@@ -42,7 +47,46 @@ bool holds(const MovieCodec& codec, const std::string& ending) {
   return std::string(codec.endings).find(ending + ' ') != std::string::npos;
 }
 
+std::string numberText(double value) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%g", value);
+  return text.data();
+}
+
 }  // namespace
+
+AVDictionary* settingsOf(const MovieCodec& codec, const MovieStrength& strength) {
+  const std::string name = codec.name;
+  const std::string key = codec.qualityKey;
+  if (strength.quality && key.empty()) {
+    throw Error(Fault::wrongUse, "--quality", name + " loses nothing: it has no quality");
+  }
+  if (strength.quality &&
+      !(*strength.quality >= codec.lowest && *strength.quality <= codec.highest)) {
+    throw Error::expected(Fault::wrongUse, "--quality",
+                          "of " + name + " " + std::to_string(codec.lowest) + " (best) to " +
+                              std::to_string(codec.highest),
+                          numberText(*strength.quality));
+  }
+  if (strength.bitRate > 0 && !codec.takesBitRate) {
+    throw Error(Fault::wrongUse, "--bitrate",
+                name + " is not written at a bit rate" + (key.empty() ? "" : "; it has --quality"));
+  }
+  AVDictionary* settings = nullptr;
+  av_dict_parse_string(&settings, codec.settings, "=", ":", 0);
+  if (strength.quality) {
+    // FFmpeg counts quantisers in parts of one.
+    const bool quantiser = key == "global_quality";
+    const double value =
+        quantiser ? std::floor(*strength.quality) * FF_QP2LAMBDA : *strength.quality;
+    av_dict_set(&settings, key.c_str(), numberText(value).c_str(), 0);
+  }
+  if (strength.bitRate > 0) {
+    av_dict_set(&settings, "crf", nullptr, 0);
+    av_dict_set_int(&settings, "b", strength.bitRate, 0);
+  }
+  return settings;
+}
 
 std::string movieCodecNames() {
   std::string names;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "media/MovieLibrary.h"
+#include "media/MovieWriter.h"
 #include "media/Picture.h"
 
 namespace orvanite::media {
@@ -17,7 +18,14 @@ struct MovieCodec {
   const char* endings;          // of files that can hold it, each with a blank after it
   bool evenSize;                // width and height must be even
   const char* settings;         // for the encoder, as key=value:key=value
+  const char* qualityKey;       // of the setting that is its quality; empty: it loses nothing
+  int lowest, highest;          // quality, in the codec's own terms
+  bool takesBitRate;            // instead
 };
+
+/// The encoder's settings with a quality or a bit rate of one's own. Throws Error (wrongUse) where
+/// the codec has none such, or beyond its ends. The caller frees them.
+AVDictionary* settingsOf(const MovieCodec& codec, const MovieStrength& strength);
 
 /// The codec of a name, or, where the name is empty, the usual one for the file's ending: ProRes
 /// 4444 for .mov, FFV1 for .mkv and .avi, VP9 for .webm, H.264 for .mp4 and .m4v.

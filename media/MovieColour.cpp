@@ -4,6 +4,10 @@
 #include "media/MovieColour.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
+#include <string_view>
+#include <utility>
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -106,6 +110,26 @@ void sitChroma(SwsContext* scaler, const char* side, AVPixelFormat format,
 }
 
 }  // namespace
+
+AVColorSpace matrixOf(const std::string& name, const std::string& subject) {
+  constexpr std::array<std::pair<std::string_view, AVColorSpace>, 5> known{
+      {{"601", AVCOL_SPC_SMPTE170M},
+       {"709", AVCOL_SPC_BT709},
+       {"2020", AVCOL_SPC_BT2020_NCL},
+       {"240m", AVCOL_SPC_SMPTE240M},
+       {"fcc", AVCOL_SPC_FCC}}};
+  std::string plain;
+  for (const unsigned char letter : name) {
+    if (std::isalnum(letter) != 0) plain += static_cast<char>(std::tolower(letter));
+  }
+  for (const std::string_view prefix : {"itur", "bt", "rec", "smpte"}) {
+    if (plain.starts_with(prefix)) plain.erase(0, prefix.size());
+  }
+  for (const auto& [text, matrix] : known) {
+    if (plain == text) return matrix;
+  }
+  throw Error::expected(Fault::wrongUse, subject, "601, 709, 2020, 240M or fcc", name);
+}
 
 bool isRgb(AVPixelFormat format) {
   return (descriptorOf(format).flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0;

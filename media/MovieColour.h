@@ -25,6 +25,10 @@ struct MovieColour {
   std::string complete(AVPixelFormat format, int height);
 };
 
+/// The matrix of a name as people write it: 601, 709, 2020, 240M or fcc, with or without "bt" or
+/// "rec" before it. Throws Error (wrongUse) about `subject` for any other.
+AVColorSpace matrixOf(const std::string& name, const std::string& subject);
+
 /// Whether a format holds red, green and blue rather than luma and differences.
 bool isRgb(AVPixelFormat format);
 /// Whether a format holds alpha.

@@ -24,14 +24,18 @@ std::int64_t timeOf(const AVFrame& frame) {
 
 [[noreturn]] void refuseInterlaced(const std::string& path) {
   throw Error(Fault::failure, path,
-              "expected progressive frames, found interlaced ones; deinterlace it first, for "
-              "example with ffmpeg -vf bwdif");
+              "expected progressive frames, found interlaced ones; --deinterlace makes whole "
+              "frames from their fields");
+}
+
+bool isInterlaced(AVFieldOrder order) {
+  return order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE;
 }
 
 }  // namespace
 
-MovieDecoder::MovieDecoder(const std::string& path)
-    : path_(path), input_(path), packet_(newMoviePacket()) {
+MovieDecoder::MovieDecoder(const std::string& path, const OpenOptions& how)
+    : path_(path), input_(path), packet_(newMoviePacket()), wholeFrames_(how.deinterlace) {
   const AVCodec* decoder = nullptr;
   stream_ = av_find_best_stream(input_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
   if (stream_ < 0 || decoder == nullptr) {
@@ -46,9 +50,10 @@ MovieDecoder::MovieDecoder(const std::string& path)
                                                     : nullptr;
     if (better != nullptr) decoder = better;
   }
-  const AVFieldOrder order = stream().codecpar->field_order;
-  if (order != AV_FIELD_UNKNOWN && order != AV_FIELD_PROGRESSIVE) refuseInterlaced(path);
-  index_ = MovieIndex::of(input_, stream_, path);
+  fields_ = stream().codecpar->field_order;
+  if (isInterlaced(fields_) && !wholeFrames_) refuseInterlaced(path);
+  index_ =
+      MovieIndex::of(input_, stream_, path, {how.frameRate.numerator, how.frameRate.denominator});
 
   codec_.reset(avcodec_alloc_context3(decoder));
   int problem =
@@ -80,7 +85,7 @@ void MovieDecoder::seek(std::int64_t time) {
   const MovieIndex::Key& key = index_.keyBefore(time);
   avcodec_flush_buffers(codec_.get());
   held_.reset();
-  position_ = 0;
+  position_ = -1;
   draining_ = false;
   problem_ = 0;
   errorsBefore_ = errors_;
@@ -161,22 +166,33 @@ MovieFrame MovieDecoder::next() {
 }
 
 // Whether going on reaches a frame no later than a seek would.
-bool MovieDecoder::isAhead(int number) const {
-  if (position_ == 0) return number == 1;
-  if (number <= position_) return false;
-  return number == position_ + 1 ||
-         index_.keyBefore(index_.timeOf(number)).time <= index_.timeOf(position_);
+bool MovieDecoder::isAhead(int place) const {
+  if (position_ < 0) return place == 0;
+  if (place <= position_) return false;
+  const auto timeAt = [&](int at) { return index_.times[static_cast<std::size_t>(at)]; };
+  return place == position_ + 1 || index_.keyBefore(timeAt(place)).time <= timeAt(position_);
 }
 
-void MovieDecoder::check(const AVFrame& frame, int number) const {
-  const std::string name = "frame " + std::to_string(number);
+// The number under which one of the file's frames is first shown.
+int MovieDecoder::numberOf(int place) const {
+  const auto at = std::lower_bound(index_.shown.begin(), index_.shown.end(), place);
+  return static_cast<int>(at - index_.shown.begin()) + 1;
+}
+
+void MovieDecoder::check(AVFrame& frame, int place) const {
+  const std::string name = "frame " + std::to_string(numberOf(place));
   if (frame.decode_error_flags != 0 || (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
     // The last words were those on the first frame that was hurt.
     std::string why = movieProblem(problem_);
     if (!alone_ && why == "unknown reason") why = "it builds upon a broken one";
     throw Error(Fault::failure, path_, name + " is broken: " + why);
   }
-  if (frame.interlaced_frame != 0) refuseInterlaced(path_);
+  // Few decoders know what the container does.
+  if (isInterlaced(fields_) && frame.interlaced_frame == 0) {
+    frame.interlaced_frame = 1;
+    frame.top_field_first = fields_ == AV_FIELD_TT || fields_ == AV_FIELD_BT ? 1 : 0;
+  }
+  if (frame.interlaced_frame != 0 && !wholeFrames_) refuseInterlaced(path_);
   const AVCodecParameters& stated = *stream().codecpar;
   if (frame.width != stated.width || frame.height != stated.height) {
     throw Error(Fault::failure, path_,
@@ -208,18 +224,30 @@ MovieFrame MovieDecoder::frame(int number) {
                     std::to_string(index_.count()));
   }
   if (number > index_.count()) failPastTheEnd(number);
-  const std::int64_t wanted = index_.timeOf(number);
+  const int place = index_.shown[static_cast<std::size_t>(number - 1)];
+  if (!deinterlacer_) {
+    MovieFrame frame = decoded(place);
+    if (frame->interlaced_frame == 0) return frame;
+    deinterlacer_ = std::make_unique<Deinterlacer>(path_, codec_->thread_count);
+  }
+  return deinterlacer_->frame(place, static_cast<int>(index_.times.size()),
+                              [this](int one) { return decoded(one); });
+}
+
+// One of the file's frames, from 0.
+MovieFrame MovieDecoder::decoded(int place) {
+  const std::int64_t wanted = index_.times[static_cast<std::size_t>(place)];
   if (last_ && wanted == lastTime_) {
-    position_ = number;
+    position_ = place;
     return last_;
   }
   last_.reset();
   bool sought = false;
-  if (!isAhead(number)) {
+  if (!isAhead(place)) {
     seek(wanted);
     sought = true;
   }
-  position_ = number;
+  position_ = place;
   for (bool again = true; again;) {
     again = false;
     bool first = true;
@@ -228,14 +256,14 @@ MovieFrame MovieDecoder::frame(int number) {
       if (time > wanted && first && sought && wanted > index_.times.front()) {
         // The container put us too late: from the very start, then.
         seek(index_.times.front());
-        position_ = number;
+        position_ = place;
         sought = false;
         again = true;
         break;
       }
       first = false;
       if (time == wanted) {
-        check(*frame, number);
+        check(*frame, place);
         problem_ = 0;
         last_ = frame;
         lastTime_ = time;
@@ -248,7 +276,7 @@ MovieFrame MovieDecoder::frame(int number) {
     }
   }
   throw Error(Fault::failure, path_,
-              "frame " + std::to_string(number) + " is broken: " + movieProblem(problem_));
+              "frame " + std::to_string(numberOf(place)) + " is broken: " + movieProblem(problem_));
 }
 
 }  // namespace orvanite::media

@@ -4,18 +4,21 @@
 // that was asked for last, which is how a shot is read. One thread at a time.
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "media/Deinterlacer.h"
 #include "media/MovieIndex.h"
 #include "media/MovieLibrary.h"
+#include "media/Source.h"
 
 namespace orvanite::media {
 
 class MovieDecoder {
  public:
   /// Opens a movie, finds its video stream and all its frames. Throws Error: noSuchFile, or
-  /// failure for what cannot be decoded or is interlaced.
-  explicit MovieDecoder(const std::string& path);
+  /// failure for what cannot be decoded or is interlaced and not to be deinterlaced.
+  MovieDecoder(const std::string& path, const OpenOptions& how);
 
   /// The file, the times of its frames, and what FFmpeg says of it; as long as the decoder lives.
   const std::string& path() const { return path_; }
@@ -27,12 +30,17 @@ class MovieDecoder {
   /// Frame 1 is the first. Throws Error (failure) when it is broken or not there.
   MovieFrame frame(int number);
 
+  /// Whether frames are made from fields; known once a frame was read.
+  bool deinterlaces() const { return deinterlacer_ != nullptr; }
+
  private:
+  MovieFrame decoded(int place);
   MovieFrame next();
   void judge(AVFrame& frame);
   void seek(std::int64_t time);
-  bool isAhead(int number) const;
-  void check(const AVFrame& frame, int number) const;
+  bool isAhead(int place) const;
+  int numberOf(int place) const;
+  void check(AVFrame& frame, int place) const;
   [[noreturn]] void failPastTheEnd(int number) const;
 
   std::string path_;
@@ -45,7 +53,10 @@ class MovieDecoder {
   MovieFrame held_;  // decoded, later than what was asked for
   MovieFrame last_;  // what was asked for last, which may be shown again
   std::int64_t lastTime_ = 0;
-  int position_ = 0;  // the frame asked for last; 0 at the start
+  int position_ = -1;         // of the file's frames: the one asked for last; -1 at the start
+  bool wholeFrames_ = false;  // are wanted of an interlaced movie
+  AVFieldOrder fields_ = AV_FIELD_UNKNOWN;  // by the container
+  std::unique_ptr<Deinterlacer> deinterlacer_;
   bool draining_ = false;
   bool alone_ = false;    // every frame is a key frame
   bool ahead_ = false;    // frames are decoded side by side

@@ -30,6 +30,13 @@ constexpr std::array<AVRational, 11> usualRates{{{24000, 1001},
                                                  {120000, 1001},
                                                  {120, 1}}};
 
+AVRational nearestUsual(double measured) {
+  return *std::min_element(usualRates.begin(), usualRates.end(),
+                           [&](const AVRational& a, const AVRational& b) {
+                             return std::abs(av_q2d(a) - measured) < std::abs(av_q2d(b) - measured);
+                           });
+}
+
 // The rate that is named, by the file or by people, within a share of one that was measured.
 std::optional<AVRational> namedRate(const AVStream& stream, double measured, double share) {
   const auto near = [&](AVRational rate) {
@@ -38,11 +45,28 @@ std::optional<AVRational> namedRate(const AVStream& stream, double measured, dou
   for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
     if (near(rate)) return rate;
   }
-  const auto* nearest = std::min_element(
-      usualRates.begin(), usualRates.end(), [&](const AVRational& a, const AVRational& b) {
-        return std::abs(av_q2d(a) - measured) < std::abs(av_q2d(b) - measured);
-      });
-  return near(*nearest) ? std::optional(*nearest) : std::nullopt;
+  const AVRational nearest = nearestUsual(measured);
+  return near(nearest) ? std::optional(nearest) : std::nullopt;
+}
+
+bool isUsual(AVRational rate) {
+  return std::any_of(usualRates.begin(), usualRates.end(),
+                     [rate](AVRational usual) { return av_cmp_q(usual, rate) == 0; });
+}
+
+// The rate for frames that come as they like, where `measured` is their mean. The container's is
+// taken while it is one that people use and shows most frames; a mean is nobody's rate.
+AVRational rateOfVarying(const AVStream& stream, double measured) {
+  for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
+    const double value = rate.den > 0 ? av_q2d(rate) : 0;
+    if (value > 0.9 * measured && value < 2.2 * measured && isUsual(rate)) return rate;
+  }
+  const AVRational nearest = nearestUsual(measured);
+  if (std::abs(av_q2d(nearest) / measured - 1) < 0.05) return nearest;
+  for (const AVRational rate : usualRates) {
+    if (av_q2d(rate) > measured && av_q2d(rate) < 1.3 * measured) return rate;
+  }
+  return av_d2q(measured, 1001000);
 }
 
 // Times in frames of the rate from the first one, to the nearest, where the middle frame stands
@@ -60,38 +84,47 @@ std::vector<std::int64_t> placesOf(const MovieIndex& index, double frame, bool m
   return places;
 }
 
-// Numbers frames at a constant rate, and says where that is not how they lie in the file.
-void takeRate(MovieIndex& index, const AVStream& video, const std::string& path) {
-  const double second = 1 / av_q2d(video.time_base);
+// How far frames of a movie stand from one another, in the stream's time base and in seconds.
+struct Spacing {
+  double second;       // units of the time base
+  std::int64_t usual;  // the median
+  std::int64_t shortest, longest;
+  double measured;  // frames a second, all in all
   std::vector<std::int64_t> gaps;
+
+  std::string text() const {
+    const auto milliseconds = [&](std::int64_t gap) {
+      return std::to_string(std::llround(static_cast<double>(gap) / second * 1000));
+    };
+    return milliseconds(shortest) + " to " + milliseconds(longest) + " ms apart";
+  }
+};
+
+// None where there are no two times.
+std::optional<Spacing> spacingOf(const MovieIndex& index, const AVStream& video) {
+  Spacing spacing{1 / av_q2d(video.time_base), 0, 0, 0, 0, {}};
+  std::vector<std::int64_t>& gaps = spacing.gaps;
   for (std::size_t i = 1; i < index.times.size(); ++i) {
     gaps.push_back(index.times[i] - index.times[i - 1]);
   }
-  const auto fallback = [&] {
-    for (const AVRational rate : {video.avg_frame_rate, video.r_frame_rate}) {
-      if (rate.num > 0 && rate.den > 0) return rate;
-    }
-    return AVRational{25, 1};
-  };
-  index.shown.assign(1, 0);
   const auto all = static_cast<double>(index.times.back() - index.times.front());
-  if (gaps.empty() || all <= 0) {
-    index.rate = fallback();
-    return;
-  }
-  const double measured = static_cast<double>(gaps.size()) / all * second;
-  // As a file of a constant rate has them: none is half a frame from where its number puts it. The
-  // first and the last interval are often of another length and do not make the rate.
-  std::vector<AVRational> constant;
-  if (gaps.size() > 3) {
-    const auto inner = static_cast<double>(index.times[index.times.size() - 2] - index.times[1]);
-    const double rate = static_cast<double>(gaps.size() - 2) / std::max(inner, 1.0) * second;
-    if (const auto named = namedRate(video, rate, 0.001)) constant.push_back(*named);
-  }
-  constant.push_back(namedRate(video, measured, 0.001).value_or(av_d2q(measured, 1001000)));
-  for (const AVRational rate : constant) {
+  if (gaps.empty() || all <= 0) return std::nullopt;
+  spacing.measured = static_cast<double>(gaps.size()) / all * spacing.second;
+  const auto [shortest, longest] = std::minmax_element(gaps.begin(), gaps.end());
+  spacing.shortest = *shortest;
+  spacing.longest = *longest;
+  const auto middle = gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2);
+  std::nth_element(gaps.begin(), middle, gaps.end());
+  spacing.usual = std::max<std::int64_t>(*middle, 1);
+  return spacing;
+}
+
+// Takes one of the rates where the file's frames are evenly spaced at it: none is half a frame from
+// where its number puts it.
+bool takeConstant(MovieIndex& index, const Spacing& spacing, const std::vector<AVRational>& rates) {
+  for (const AVRational rate : rates) {
     for (const bool middle : {false, true}) {
-      const auto places = placesOf(index, second / av_q2d(rate), middle);
+      const auto places = placesOf(index, spacing.second / av_q2d(rate), middle);
       bool even = true;
       for (std::size_t i = 0; i < places.size(); ++i) {
         even = even && places[i] == static_cast<std::int64_t>(i);
@@ -100,53 +133,99 @@ void takeRate(MovieIndex& index, const AVStream& video, const std::string& path)
       index.rate = rate;
       index.shown.resize(index.times.size());
       std::iota(index.shown.begin(), index.shown.end(), 0);
-      return;
+      return true;
     }
   }
-  // The usual interval makes the rate where nine of ten are whole multiples of it.
-  std::nth_element(gaps.begin(), gaps.begin() + static_cast<std::ptrdiff_t>(gaps.size() / 2),
-                   gaps.end());
-  const auto usual = static_cast<double>(gaps[gaps.size() / 2]);
-  const AVRational nominal = namedRate(video, second / std::max(usual, 1.0), 0.02)
-                                 .value_or(av_d2q(second / std::max(usual, 1.0), 1001000));
-  double frame = second / av_q2d(nominal);
-  const auto regularGaps = std::count_if(gaps.begin(), gaps.end(), [frame](std::int64_t gap) {
-    const double frames = static_cast<double>(gap) / frame;
-    return frames > 0.5 && std::abs(frames - std::round(frames)) < 0.25;
-  });
-  const bool regular = static_cast<double>(regularGaps) >= 0.9 * static_cast<double>(gaps.size());
-  const auto [shortest, longest] = std::minmax_element(gaps.begin(), gaps.end());
-  const auto milliseconds = [&](std::int64_t gap) {
-    return std::to_string(std::llround(static_cast<double>(gap) / second * 1000));
-  };
-  const std::string apart = milliseconds(*shortest) + " to " + milliseconds(*longest) + " ms apart";
-  index.rate =
-      regular ? nominal : namedRate(video, measured, 0.1).value_or(av_d2q(measured, 1001000));
-  frame = second / av_q2d(index.rate);
-  const std::vector<std::int64_t> places = placesOf(index, frame, regular);
+  return false;
+}
+
+// How many frames of a length show frames that are not regular multiples of it. The last one is
+// shown until the end that the container states, and no longer than the mean; it has a number of
+// its own where one begins with it.
+std::int64_t countOf(const MovieIndex& index, const Spacing& spacing, double frame,
+                     std::int64_t stated) {
+  const auto all = static_cast<double>(index.times.back() - index.times.front());
+  const double mean = spacing.second / spacing.measured;
+  const double last = stated > 0 ? std::clamp(static_cast<double>(stated) - all, 0.0, mean) : mean;
+  return std::max(std::llround((all + last) / frame),
+                  std::llround(std::floor(all / frame + 0.01)) + 1);
+}
+
+// Numbers the frames at a rate, each where its time is nearest to, by holding and dropping.
+void conform(MovieIndex& index, const Spacing& spacing, AVRational rate, bool regular,
+             std::int64_t stated, const std::string& path) {
+  const double frame = spacing.second / av_q2d(rate);
+  std::vector<std::int64_t> places = placesOf(index, frame, regular);
   if (places.back() > std::int64_t{1} << 22) {
     throw Error(Fault::failure, path,
-                "expected a frame rate that can be made constant, found frames " + apart);
+                "expected a frame rate that can be made constant, found frames " + spacing.text());
   }
-  int held = 0;
-  int dropped = 0;
+  const std::int64_t count = regular ? places.back() + 1 : countOf(index, spacing, frame, stated);
+  index.rate = rate;
   index.shown.clear();
-  for (std::size_t i = 0; i < places.size(); ++i) {
-    const auto slot = static_cast<std::size_t>(places[i]);
-    if (slot < index.shown.size()) {
-      ++dropped;
-      index.shown[slot] = static_cast<int>(i);
-      continue;
-    }
-    for (; index.shown.size() < slot; ++held) {
-      index.shown.push_back(i == 0 ? 0 : static_cast<int>(i) - 1);
-    }
-    index.shown.push_back(static_cast<int>(i));
+  std::size_t next = 0;
+  int dropped = 0;
+  int held = 0;
+  for (std::int64_t slot = 0; slot < count; ++slot) {
+    const std::size_t before = next;
+    while (next < places.size() && places[next] <= slot) ++next;
+    if (next == before) ++held;
+    if (next > before) dropped += static_cast<int>(next - before) - 1;
+    index.shown.push_back(static_cast<int>(std::max<std::size_t>(next, 1)) - 1);
   }
+  dropped += static_cast<int>(places.size() - next);
   std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.5g", av_q2d(index.rate));
-  index.notice = "frames are " + apart + "; taken as shown at " + text.data() + " a second, " +
-                 std::to_string(held) + " held and " + std::to_string(dropped) + " dropped";
+  std::snprintf(text.data(), text.size(), "%.5g", av_q2d(rate));
+  index.notice = "frames are " + spacing.text() + "; taken as shown at " + text.data() +
+                 " a second, " + std::to_string(held) + " held and " + std::to_string(dropped) +
+                 " dropped";
+}
+
+// Numbers frames at a constant rate, and says where that is not how they lie in the file.
+void takeRate(MovieIndex& index, const AVStream& video, AVRational asked, const std::string& path) {
+  const bool own = asked.num <= 0;
+  const auto spacing = spacingOf(index, video);
+  if (!spacing) {
+    index.rate = {25, 1};
+    for (const AVRational rate : {video.r_frame_rate, video.avg_frame_rate, asked}) {
+      if (rate.num > 0 && rate.den > 0) index.rate = rate;
+    }
+    index.shown.assign(1, 0);
+    return;
+  }
+  std::vector<AVRational> constant;
+  if (!own) {
+    constant.push_back(asked);
+  } else {
+    // The first and the last interval are often of another length and do not make the rate.
+    if (spacing->gaps.size() > 3) {
+      const auto inner = static_cast<double>(index.times[index.times.size() - 2] - index.times[1]);
+      const double rate = static_cast<double>(spacing->gaps.size() - 2) / std::max(inner, 1.0);
+      if (const auto named = namedRate(video, rate * spacing->second, 0.001)) {
+        constant.push_back(*named);
+      }
+    }
+    constant.push_back(
+        namedRate(video, spacing->measured, 0.001).value_or(av_d2q(spacing->measured, 1001000)));
+  }
+  if (takeConstant(index, *spacing, constant)) return;
+  if (!own) {
+    conform(index, *spacing, asked, false, video.duration, path);
+    return;
+  }
+  // The usual interval makes the rate where nine of ten are whole multiples of it.
+  const double usual = spacing->second / static_cast<double>(spacing->usual);
+  const AVRational nominal = namedRate(video, usual, 0.02).value_or(av_d2q(usual, 1001000));
+  const double frame = spacing->second / av_q2d(nominal);
+  const auto multiples =
+      std::count_if(spacing->gaps.begin(), spacing->gaps.end(), [frame](std::int64_t gap) {
+        const double frames = static_cast<double>(gap) / frame;
+        return frames > 0.5 && std::abs(frames - std::round(frames)) < 0.25;
+      });
+  const bool regular =
+      static_cast<double>(multiples) >= 0.9 * static_cast<double>(spacing->gaps.size());
+  conform(index, *spacing, regular ? nominal : rateOfVarying(video, spacing->measured), regular,
+          video.duration, path);
 }
 
 // What the header promised, where it can be told. A file that is cut off lacks a frame at least,
@@ -222,11 +301,12 @@ std::optional<MovieIndex> tableOf(MovieInput& input, int stream) {
 
 }  // namespace
 
-MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path) {
+MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path,
+                          AVRational asked) {
   const AVStream& video = *input->streams[stream];
   if (auto table = tableOf(input, stream)) {
     const auto missing = table->promised - static_cast<int>(table->times.size());
-    takeRate(*table, video, path);
+    takeRate(*table, video, asked, path);
     table->promised = table->count() + missing;
     table->cutOff = cutOffIn(path, input->iformat->name, 0);
     return *std::move(table);
@@ -270,7 +350,7 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
   std::sort(index.keys.begin(), index.keys.end(),
             [](const Key& a, const Key& b) { return a.time < b.time; });
   if (index.keys.empty()) index.keys.push_back({index.times.front(), index.times.front()});
-  takeRate(index, video, path);
+  takeRate(index, video, asked, path);
   index.cutOff = cutOffIn(path, input->iformat->name, lastByte);
   if (index.cutOff.empty() && read != AVERROR_EOF) index.cutOff = movieProblem(read);
   index.promised = promisedFrames(*input.get(), video, index, lastEnd);

@@ -30,7 +30,9 @@ struct MovieIndex {
 
   /// Reads what it must and leaves the input at some place. Throws Error (failure) about `path`
   /// when there is no frame, or when frames have no times.
-  static MovieIndex of(MovieInput& input, int stream, const std::string& path);
+  /// asked  the rate to number frames at; {0, 1}: the file's own
+  static MovieIndex of(MovieInput& input, int stream, const std::string& path,
+                       AVRational asked = {0, 1});
 
   /// Frames, numbered from 1, and the time of one.
   int count() const { return static_cast<int>(shown.size()); }

@@ -41,6 +41,8 @@ constexpr const char* demuxers =
     "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,mxf,mpegts,mpeg,mpegvideo,m4v,h264,hevc,asf,flv,ogg,"
     "dv,nut,yuv4mpegpipe,ivf";
 
+constexpr const char* soundDemuxers = ",wav,w64,aiff,caf,flac,mp3,aac,ac3";
+
 // The container that a file is in, where that is not on the list; else empty.
 std::string otherFormatOf(const std::string& path) {
   AVIOContext* bytes = nullptr;
@@ -69,13 +71,14 @@ MovieFrame newMovieFrame() { return {checked(av_frame_alloc()), MovieDelete()}; 
 
 MoviePacket newMoviePacket() { return MoviePacket(checked(av_packet_alloc())); }
 
-MovieInput::MovieInput(const std::string& path) {
+MovieInput::MovieInput(const std::string& path, Kind kind) {
   quietMovies();
-  checkInputFile(path, "a movie");
+  checkInputFile(path, kind == Kind::movie ? "a movie" : "a movie or a file of sound");
   // A path is a file, whatever it looks like, and what is in it leads nowhere else.
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
-  av_dict_set(&options, "format_whitelist", demuxers, 0);
+  const std::string known = std::string(demuxers) + (kind == Kind::sound ? soundDemuxers : "");
+  av_dict_set(&options, "format_whitelist", known.c_str(), 0);
   int problem = avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, &options);
   av_dict_free(&options);
   if (problem >= 0) problem = avformat_find_stream_info(context_, nullptr);

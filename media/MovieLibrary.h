@@ -41,8 +41,9 @@ MoviePacket newMoviePacket();
 /// alone: nothing in it leads to another.
 class MovieInput {
  public:
+  enum class Kind { movie, sound };  // the latter: files of sound alone, too
   /// Throws Error: noSuchFile when there is no such file, failure when FFmpeg cannot read it.
-  explicit MovieInput(const std::string& path);
+  explicit MovieInput(const std::string& path, Kind kind = Kind::movie);
   ~MovieInput() { avformat_close_input(&context_); }
   MovieInput(const MovieInput&) = delete;
   MovieInput& operator=(const MovieInput&) = delete;

@@ -18,12 +18,38 @@ double secondsOf(std::int64_t time, AVRational base) {
   return static_cast<double>(time) * av_q2d(base);
 }
 
+// Those that a file's kind is known for, where there is none that all can hold.
+std::string soundsFor(const AVOutputFormat& format) {
+  const std::string name = format.name;
+  if (name == "webm") return "Opus or Vorbis";
+  if (name == "mp4" || name == "ipod") return "AAC, MP3, AC-3, ALAC or Opus";
+  return "PCM, AAC, MP3 or AC-3";
+}
+
 }  // namespace
+
+double MovieSound::startOf(const std::string& path) {
+  const MovieInput input(path, MovieInput::Kind::sound);
+  const int video = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  if (video >= 0) {
+    const AVStream& stream = *input->streams[video];
+    const bool cover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    if (!cover && stream.start_time != AV_NOPTS_VALUE) {
+      return secondsOf(stream.start_time, stream.time_base);
+    }
+  }
+  return input->start_time == AV_NOPTS_VALUE ? 0 : secondsOf(input->start_time, AV_TIME_BASE_Q);
+}
+
+std::string MovieSound::refusal() const {
+  return from_ + ": expected sound in " + soundsFor(*output_.oformat) + " for this file; its " +
+         notice_;
+}
 
 MovieSound::MovieSound(const std::string& path, double zero, double start, double end,
                        AVFormatContext& output)
     : from_(path),
-      input_(path),
+      input_(path, MovieInput::Kind::sound),
       output_(output),
       zero_(zero),
       start_(start),
@@ -55,6 +81,7 @@ MovieSound::MovieSound(const std::string& path, double zero, double start, doubl
     from.discard = AVDISCARD_DEFAULT;
   }
   ended_ = output.nb_streams < 2;
+  if (ended_ && notice_.empty()) notice_ = "file has no sound";
   if (start > open && !ended_) {
     // Packets of before are read and dropped; where seeking fails, from the beginning on.
     av_seek_frame(input_.get(), -1, std::llround(std::max(0.0, start - 1) * AV_TIME_BASE),

@@ -23,8 +23,14 @@ class MovieSound {
   MovieSound(const std::string& path, double zero, double start, double end,
              AVFormatContext& output);
 
+  /// Where a file's clock stands at its first picture, or at its first sound where it has no
+  /// pictures: in seconds. Throws Error as the constructor does.
+  static double startOf(const std::string& path);
+
   /// What was left out because the output cannot hold it; empty: nothing.
   const std::string& notice() const { return notice_; }
+  /// The same for somebody who asked for it.
+  std::string refusal() const;
 
   /// Writes what is heard up to a time in seconds from the start. Throws Error (failure) about
   /// `path` when it cannot be written, about the sound's own file where that is cut off before.

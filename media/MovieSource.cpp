@@ -22,6 +22,7 @@ extern "C" {
 #include "media/InputFile.h"
 #include "media/MovieColour.h"
 #include "media/MovieDecoder.h"
+#include "media/MovieTags.h"
 #include "media/Orientation.h"
 
 namespace orvanite::media {
@@ -84,7 +85,10 @@ void moveChannel(Picture& picture, std::size_t from) {
 
 class MovieSource : public Source {
  public:
-  explicit MovieSource(const std::string& path) : decoder_(path) {
+  MovieSource(const std::string& path, const OpenOptions& how) : decoder_(path, how) {
+    if (!how.picture.part.empty() || !how.picture.layer.empty()) {
+      throw Error(Fault::wrongUse, path, "expected an OpenEXR file to take a part or layer of");
+    }
     const AVStream& video = decoder_.stream();
     const AVCodecParameters& stated = *video.codecpar;
     const AVCodecContext& codec = decoder_.codec();
@@ -105,6 +109,12 @@ class MovieSource : public Source {
     if (colour_.range == AVCOL_RANGE_UNSPECIFIED) colour_.range = stated.color_range;
     if (colour_.primaries == AVCOL_PRI_UNSPECIFIED) colour_.primaries = stated.color_primaries;
     if (colour_.transfer == AVCOL_TRC_UNSPECIFIED) colour_.transfer = stated.color_trc;
+    if (!how.matrix.empty()) {
+      if (isRgb(format_) || av_pix_fmt_desc_get(format_)->nb_components <= 2) {
+        throw Error(Fault::wrongUse, path, "its pixels need no matrix, found " + how.matrix);
+      }
+      colour_.matrix = matrixOf(how.matrix, "matrix");
+    }
     orientation_ = orientationOf(video, path);
     describe(path, stated, codec);
     describeShot(path, video, *first);
@@ -153,11 +163,13 @@ class MovieSource : public Source {
     }
     notice_ = colour_.complete(format_, stated.height);
     if (!notice_.empty()) notice_ = "not tagged; taken to have " + notice_;
+    if (notice_.find("matrix") != std::string::npos) notice_ += " (--matrix says otherwise)";
     const auto note = [&](const std::string& what) {
       if (!what.empty()) notice_ += (notice_.empty() ? "" : "; ") + what;
     };
     if (orientation_ > 1) note(std::string(nameOfOrientation(orientation_)) + " as the file asks");
     note(decoder_.index().notice);
+    if (decoder_.deinterlaces()) note("deinterlaced");
     if (const std::string& cut = decoder_.index().cutOff; !cut.empty()) note("cut off: " + cut);
     if (!notice_.empty()) notice_ = path + ": " + notice_;
     converter_ = std::make_unique<MovieConverter>(MovieConverter::Direction::toPicture, format_,
@@ -167,6 +179,10 @@ class MovieSource : public Source {
   void describeShot(const std::string& path, const AVStream& video, const AVFrame& first) {
     const MovieIndex& index = decoder_.index();
     const int count = std::max(index.count(), index.promised);
+    cutOff_ = index.cutOff;
+    if (cutOff_.empty() && index.promised > index.count()) {
+      cutOff_ = "its header says " + std::to_string(index.promised) + " frames";
+    }
     for (int frame = 1; frame <= count; ++frame) frames_.push_back(frame);
     facts_.frameRate = {index.rate.num, index.rate.den};
     AVRational aspect =
@@ -179,6 +195,7 @@ class MovieSource : public Source {
     facts_.matrix = colour_.matrix;
     if (hasSound(decoder_.format())) facts_.sound = path;
     facts_.start = static_cast<double>(index.times.front()) * av_q2d(video.time_base);
+    readTags(decoder_.format(), video, first, facts_);
 
     OIIO::ImageSpec spec(
         info_.data.width, info_.data.height, info_.hasAlpha ? 4 : 3,
@@ -251,6 +268,10 @@ class MovieSource : public Source {
 
 }  // namespace
 
+void checkMatrix(const std::string& name, const std::string& subject) {
+  static_cast<void>(matrixOf(name, subject));
+}
+
 bool isMovieName(const std::string& path) {
   std::string ending = std::filesystem::path(path).extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
@@ -258,8 +279,8 @@ bool isMovieName(const std::string& path) {
   return std::find(movieEndings.begin(), movieEndings.end(), ending) != movieEndings.end();
 }
 
-std::unique_ptr<Source> openMovie(const std::string& path) {
-  return std::make_unique<MovieSource>(path);
+std::unique_ptr<Source> openMovie(const std::string& path, const OpenOptions& how) {
+  return std::make_unique<MovieSource>(path, how);
 }
 
 }  // namespace orvanite::media

@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <optional>
 
 extern "C" {
@@ -19,6 +22,7 @@ extern "C" {
 #include "media/MovieColour.h"
 #include "media/MovieLibrary.h"
 #include "media/MovieSound.h"
+#include "media/MovieTags.h"
 #include "media/PendingFile.h"
 #include "media/PictureWriter.h"
 
@@ -167,6 +171,7 @@ class MovieWriter::Output {
     encoder_->color_primaries = colour.primaries;
     encoder_->color_trc = colour.transfer;
     encoder_->chroma_sample_location = colour.siting;
+    encoder_->field_order = AV_FIELD_PROGRESSIVE;
     encoder_->thread_count = options_.threads;
     encoder_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
     check(avformat_alloc_output_context2(&context_, nullptr, nullptr, file_.temporary().c_str()),
@@ -177,8 +182,11 @@ class MovieWriter::Output {
     if ((context_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
-    AVDictionary* settings = nullptr;
-    av_dict_parse_string(&settings, codec_.settings, "=", ":", 0);
+    AVDictionary* settings = settingsOf(codec_, options_.strength);
+    const std::string light = x265Light(options_.facts);
+    if (!light.empty() && av_dict_get(settings, "x265-params", nullptr, 0) != nullptr) {
+      av_dict_set(&settings, "x265-params", (":" + light).c_str(), AV_DICT_APPEND);
+    }
     const int opened = avcodec_open2(encoder_.get(), found, &settings);
     const int unknown = av_dict_count(settings);
     av_dict_free(&settings);
@@ -196,15 +204,26 @@ class MovieWriter::Output {
     stream->time_base = encoder_->time_base;
     stream->avg_frame_rate = encoder_->framerate;
     stream->sample_aspect_ratio = encoder_->sample_aspect_ratio;
+    // The other tag, hev1, is one that Apple's players do not know.
+    if (encoder_->codec_id == AV_CODEC_ID_HEVC &&
+        av_codec_get_id(context_->oformat->codec_tag, MKTAG('h', 'v', 'c', '1')) ==
+            AV_CODEC_ID_HEVC) {
+      stream->codecpar->codec_tag = MKTAG('h', 'v', 'c', '1');
+    }
+    const double frame = av_q2d(encoder_->time_base);
+    writeTags(options_.facts, options_.firstFrame * frame, options_.frameCount * frame, *context_,
+              *stream);
     if (const std::string code = timeCodeFor(options_); !code.empty()) {
       av_dict_set(&stream->metadata, "timecode", code.c_str(), 0);
     }
     if (options_.sound && !options_.facts.sound.empty()) {
-      const double frame = av_q2d(encoder_->time_base);
       const double start = options_.facts.start + options_.firstFrame * frame;
       sound_.emplace(
           options_.facts.sound, start, options_.firstFrame == 0 ? MovieSound::open : start,
           options_.toTheEnd ? MovieSound::open : start + options_.frameCount * frame, *context_);
+      if (options_.soundAsked && !sound_->notice().empty()) {
+        throw Error(Fault::wrongUse, "--sound", sound_->refusal());
+      }
       if (!sound_->notice().empty()) notices_.push_back(sound_->notice());
     }
     check(avio_open(&context_->pb, ("file:" + file_.temporary()).c_str(), AVIO_FLAG_WRITE),
@@ -255,6 +274,28 @@ std::shared_ptr<AVFrame> MovieWriter::prepare(const Picture& picture) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void MovieWriter::write(std::shared_ptr<AVFrame> frame) { output_->write(frame.get()); }
 void MovieWriter::finish() { output_->finish(); }
+
+double soundStart(const std::string& path) { return MovieSound::startOf(path); }
+
+std::optional<double> parseQuality(const std::string& text, const std::string& subject) {
+  if (text.empty()) return std::nullopt;
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (*end == '\0' && value >= 0 && value <= 1000) return value;
+  throw Error::expected(Fault::wrongUse, subject, "a number such as 18", text);
+}
+
+std::int64_t parseBitRate(const std::string& text, const std::string& subject) {
+  if (text.empty()) return 0;
+  char* end = nullptr;
+  double value = std::strtod(text.c_str(), &end);
+  const std::string unit = end;
+  if (unit == "k" || unit == "K") value *= 1e3;
+  if (unit == "m" || unit == "M") value *= 1e6;
+  const bool known = unit.empty() || (unit.size() == 1 && std::strchr("kKmM", unit[0]) != nullptr);
+  if (known && value >= 1e3 && value <= 2e9) return std::llround(value);
+  throw Error::expected(Fault::wrongUse, subject, "bits a second, such as 800k or 12M", text);
+}
 
 Ratio parseFrameRate(const std::string& text, const std::string& subject) {
   AVRational rate{0, 1};

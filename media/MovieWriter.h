@@ -4,7 +4,9 @@
 // written where the codec holds it, colours are never multiplied by it.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,15 +18,23 @@ struct AVFrame;
 
 namespace orvanite::media {
 
+/// How strongly a movie is packed, where its codec loses something.
+struct MovieStrength {
+  std::optional<double> quality;  // in the codec's own terms; none: its usual one
+  std::int64_t bitRate = 0;       // bits a second instead; 0: by quality
+};
+
 struct MovieOptions {
   std::string codec;  // empty: the usual one for the ending
-  Window frame;       // of the pictures that is shown
+  MovieStrength strength;
+  Window frame;  // of the pictures that is shown
   Samples samples = Samples::uint8;
   ShotFacts facts;     // of the shot; its frame rate must be known
   int firstFrame = 0;  // of those written, from the shot's first one: 0 is that
   int frameCount = 1;
-  bool sound = false;     // take the shot's sound along; frames must follow each other
-  bool toTheEnd = false;  // the last frame written is the shot's last
+  bool sound = false;       // take the shot's sound along; frames must follow each other
+  bool soundAsked = false;  // by name: what cannot be taken along is refused
+  bool toTheEnd = false;    // the last frame written is the shot's last
   int threads = 1;
   bool alpha = true;  // whether alpha says something; it is opaque otherwise
 };
@@ -60,6 +70,15 @@ class MovieWriter {
   class Output;
   std::unique_ptr<Output> output_;
 };
+
+/// Where a file's clock stands at its first picture, or its first sound where it has no pictures:
+/// in seconds. Throws Error: noSuchFile, or failure when it cannot be read.
+double soundStart(const std::string& path);
+
+/// "20" or "17.5", none for nothing; "800k", "12M" bits a second, 0 for nothing. Throw Error
+/// (wrongUse) about `subject`.
+std::optional<double> parseQuality(const std::string& text, const std::string& subject);
+std::int64_t parseBitRate(const std::string& text, const std::string& subject);
 
 /// A frame rate as people write it: 24, 23.976, 24000/1001. Throws Error (wrongUse) about
 /// `subject`.

@@ -81,7 +81,9 @@ struct Layer {
   bool luminanceChroma = false;
 };
 
-Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& spec) {
+// The layer of a name, of rank 0 where it is not there; or, without one, the best of all.
+Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& spec,
+              const std::string& wanted) {
   Layer layer;
   const auto take = [&](const std::string& prefix, int rank) {
     const int red = indexOf(channels, prefix + "R");
@@ -95,6 +97,10 @@ Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& s
     layer.rank = rank;
     layer.name = prefix.empty() ? "" : prefix.substr(0, prefix.size() - 1);
   };
+  if (!wanted.empty()) {
+    take(wanted + ".", 4);
+    return layer;
+  }
   take("", 4);
   if (layer.rank == 0) {
     layer.luminanceChroma = indexOf(channels, "RY") >= 0 && indexOf(channels, "BY") >= 0;
@@ -126,6 +132,15 @@ Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& s
   }
   if (layer.alpha >= spec.nchannels) layer.alpha = -1;
   return layer;
+}
+
+// "0 'rgba' (R, G, B, A)"
+std::string textOf(const PartInfo& part, int number) {
+  std::string text = std::to_string(number) + " '" + part.name + "' (";
+  for (std::size_t i = 0; i < part.channels.size(); ++i) {
+    text += (i == 0 ? "" : ", ") + part.channels[i];
+  }
+  return text + ")";
 }
 
 template <class Sample>
@@ -209,7 +224,8 @@ void PictureReader::failForSize(std::int64_t width, std::int64_t height) const {
        std::to_string(width) + "x" + std::to_string(height));
 }
 
-PictureReader::PictureReader(const std::string& path) {
+PictureReader::PictureReader(const std::string& path, LayerChoice choice)
+    : choice_(std::move(choice)) {
   info_.path = path;
   checkInputFile(path, "a picture");
   const std::string format = pictureFormatOf(path);
@@ -268,29 +284,59 @@ PictureReader::PictureReader(const std::string& path) {
 }
 
 // The part that holds plain R, G and B; else the first that has colours in a layer that is named
-// for them; else the first.
+// for them; else the first. Or the one that was chosen.
 void PictureReader::choosePart() {
-  if (std::string_view(input_->format_name()) != "openexr") return;
-  int best = 0;
+  const bool chosen = !choice_.part.empty() || !choice_.layer.empty();
+  if (std::string_view(input_->format_name()) != "openexr") {
+    if (chosen) {
+      throw Error(Fault::wrongUse, info_.path,
+                  "expected an OpenEXR file to take a part or layer of");
+    }
+    return;
+  }
+  int best = -1;
   int bestRank = -1;
-  int part = 0;
-  for (; part < partLimit && input_->seek_subimage(part, 0); ++part) {
-    const int rank = layerOf(input_->spec().channelnames, input_->spec()).rank;
-    if (!input_->spec().deep && rank > bestRank) {
+  for (int part = 0; part < partLimit && input_->seek_subimage(part, 0); ++part) {
+    const OIIO::ImageSpec& spec = input_->spec();
+    const PartInfo about{std::string(spec.get_string_attribute("oiio:subimagename")),
+                         spec.channelnames};
+    info_.parts.push_back(about);
+    if (!isChosen(about, part)) continue;
+    const int rank = layerOf(spec.channelnames, spec, layerIn(about)).rank;
+    if ((!spec.deep || chosen) && rank > bestRank && (rank > 0 || choice_.layer.empty())) {
       best = part;
       bestRank = rank;
     }
   }
   input_->geterror();  // that there is no further part
-  info_.parts = std::max(part, 1);
-  part_ = best;
+  if (best < 0 && chosen) {
+    std::string known;
+    for (std::size_t part = 0; part < info_.parts.size(); ++part) {
+      known += (part == 0 ? "" : "; ") + textOf(info_.parts[part], static_cast<int>(part));
+    }
+    throw Error::expected(Fault::wrongUse, info_.path, "a part or layer of " + oneLine(known),
+                          choice_.layer.empty() ? choice_.part : choice_.layer);
+  }
+  part_ = std::max(best, 0);
   if (!input_->seek_subimage(part_, 0)) fail("its part " + std::to_string(part_) + " is broken");
   info_.part = std::string(input_->spec().get_string_attribute("oiio:subimagename"));
 }
 
+bool PictureReader::isChosen(const PartInfo& part, int number) const {
+  return choice_.part.empty() || sameLetters(part.name, choice_.part) ||
+         std::to_string(number) == choice_.part;
+}
+
+// The layer to look for in a part: none in one that is itself named so.
+std::string PictureReader::layerIn(const PartInfo& part) const {
+  const bool itself =
+      sameLetters(part.name, choice_.layer) && indexOf(part.channels, choice_.layer + ".R") < 0;
+  return itself ? "" : choice_.layer;
+}
+
 void PictureReader::chooseLayer() {
   const OIIO::ImageSpec& spec = *spec_;
-  const Layer layer = layerOf(info_.channels, spec);
+  const Layer layer = layerOf(info_.channels, spec, layerIn({info_.part, info_.channels}));
   info_.layer = layer.name;
   if (layer.luminanceChroma) {
     fail("expected channels R, G and B, found luminance and chroma (Y, RY, BY); convert it first");

@@ -17,6 +17,18 @@ namespace orvanite::media {
 
 struct PicturePromise;
 
+/// What is read of an OpenEXR file that holds more than one picture.
+struct LayerChoice {
+  std::string part;   // by name, or counted from 0; empty: any
+  std::string layer;  // "beauty" for beauty.R, or a part of that name; empty: the plain one
+};
+
+/// A part of a file.
+struct PartInfo {
+  std::string name;
+  std::vector<std::string> channels;
+};
+
 /// What a file's header says.
 struct PictureInfo {
   std::string path;
@@ -27,9 +39,9 @@ struct PictureInfo {
   int bits = 8;  // of a sample, such as 10 in a DPX file
   std::vector<std::string> channels;
   bool hasAlpha = false;
-  std::string part;   // of a file of several parts: the one that is read
-  std::string layer;  // of a file of several layers: the one whose R, G, B and A are read
-  int parts = 1;      // that the file has
+  std::vector<PartInfo> parts;  // of an OpenEXR file
+  std::string part;             // of a file of several parts: the one that is read
+  std::string layer;            // of a file of several layers: the one whose R, G, B and A are read
   int orientation =
       1;  // that the file asked for, by Exif's numbers; sizes here are the upright ones
 };
@@ -39,7 +51,8 @@ class PictureReader {
   /// Opens a file and reads its header. Throws Error: noSuchFile when there is no such file,
   /// failure when it is no picture of a format on the list, ends before its header's promises, asks
   /// for more memory than it may, or cannot be keyed (no pixels, too many, deep samples).
-  explicit PictureReader(const std::string& path);
+  /// Throws Error (wrongUse) when a part or layer that was chosen is not there.
+  explicit PictureReader(const std::string& path, LayerChoice choice = {});
 
   /// What the header says, checked; and the header itself.
   const PictureInfo& info() const { return info_; }
@@ -62,6 +75,8 @@ class PictureReader {
   void readInto(Picture& picture, int firstChannel, int channels, int firstSlot);
   void checkPromise(const PicturePromise& promise) const;
   void choosePart();
+  bool isChosen(const PartInfo& part, int number) const;
+  std::string layerIn(const PartInfo& part) const;
   void chooseLayer();
   void chooseOrientation();
   Picture shown(Picture picture, const Window& window) const;
@@ -72,6 +87,7 @@ class PictureReader {
   std::shared_ptr<const OIIO::ImageSpec> spec_,
       upright_;  // of what lies on its side, the latter too
   PictureInfo info_;
+  LayerChoice choice_;
   Window stored_;  // of the pixels as they lie in the file
   int part_ = 0;
   int red_ = 0, green_ = 0, blue_ = 0, alpha_ = -1;

@@ -40,8 +40,8 @@ std::string timeCodeText(std::uint32_t code) {
 std::string noticeOf(const PictureInfo& info) {
   std::string notice;
   const auto add = [&](const std::string& what) { notice += (notice.empty() ? "" : ", ") + what; };
-  if (info.parts > 1) {
-    add("part '" + oneLine(info.part) + "' of " + std::to_string(info.parts) + " is taken");
+  if (info.parts.size() > 1) {
+    add("part '" + oneLine(info.part) + "' of " + std::to_string(info.parts.size()) + " is taken");
   }
   if (!info.layer.empty()) add("layer " + oneLine(info.layer) + " is taken");
   if (info.orientation > 1) {
@@ -73,9 +73,13 @@ ShotFacts factsOf(const OIIO::ImageSpec& header) {
 
 class FileSource : public Source {
  public:
-  explicit FileSource(std::string path) : path_(std::move(path)) { describe(path_); }
+  FileSource(std::string path, LayerChoice choice)
+      : path_(std::move(path)), choice_(std::move(choice)) {
+    describe(path_);
+  }
 
-  explicit FileSource(FramePattern pattern) : pattern_(std::move(pattern)) {
+  FileSource(FramePattern pattern, LayerChoice choice)
+      : pattern_(std::move(pattern)), choice_(std::move(choice)) {
     frames_ = pattern_->existing();
     if (frames_.empty()) {
       throw Error(Fault::missingFrames, pattern_->text(), "there is no frame of this sequence");
@@ -102,7 +106,7 @@ class FileSource : public Source {
     if (pattern_ && !std::filesystem::exists(file, ignored)) {
       throw Error(Fault::missingFrames, file, "no such file");
     }
-    return PictureReader(file);
+    return PictureReader(file, choice_);
   }
 
   Picture readFile(int frame, const Request& request) const {
@@ -120,7 +124,7 @@ class FileSource : public Source {
   }
 
   void describe(const std::string& file) {
-    PictureReader reader(file);
+    PictureReader reader(file, choice_);
     info_ = reader.info();
     header_ = std::make_shared<const OIIO::ImageSpec>(reader.header());
     facts_ = factsOf(*header_);
@@ -129,23 +133,33 @@ class FileSource : public Source {
 
   std::string path_;
   std::optional<FramePattern> pattern_;
+  LayerChoice choice_;
 };
+
+// Stills have no fields and no matrix.
+std::unique_ptr<Source> openFiles(auto files, const std::string& path, const OpenOptions& how) {
+  if (!how.matrix.empty() || how.deinterlace) {
+    throw Error(Fault::wrongUse, path,
+                std::string("expected a movie to ") +
+                    (how.deinterlace ? "deinterlace" : "read by the matrix " + how.matrix));
+  }
+  return std::make_unique<FileSource>(std::move(files), how.picture);
+}
 
 }  // namespace
 
 Window Source::windowOf(int) { return info_.data; }
 
-std::unique_ptr<Source> Source::open(const std::string& path) {
+std::unique_ptr<Source> Source::open(const std::string& path, const OpenOptions& how) {
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) {
-    return std::make_unique<FileSource>(FramePattern::ofFolder(path));
+    return openFiles(FramePattern::ofFolder(path), path, how);
   }
   // A file whose name merely looks like a pattern is a file.
   if (!std::filesystem::exists(path, ignored)) {
-    if (auto pattern = FramePattern::parse(path)) return std::make_unique<FileSource>(*pattern);
+    if (auto pattern = FramePattern::parse(path)) return openFiles(*pattern, path, how);
   }
-  if (isMovieName(path)) return openMovie(path);
-  return std::make_unique<FileSource>(path);
+  return isMovieName(path) ? openMovie(path, how) : openFiles(path, path, how);
 }
 
 }  // namespace orvanite::media

@@ -6,10 +6,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/Depth.h"
 #include "media/PictureReader.h"
+
+struct AVContentLightMetadata;
+struct AVMasteringDisplayMetadata;
 
 namespace orvanite::media {
 
@@ -26,6 +30,20 @@ struct Ratio {
   int numerator = 0, denominator = 1;
 };
 
+/// How a file is opened where it leaves something open, or should be taken otherwise.
+struct OpenOptions {
+  Ratio frameRate;     // of a movie: frames are held and dropped to it; {0, 1}: as the file says
+  std::string matrix;  // of a movie: a name that matrixOf() knows; empty: as its tags say
+  bool deinterlace = false;  // of an interlaced movie: whole frames are made from its fields
+  LayerChoice picture;       // of an OpenEXR file
+};
+
+/// A part of a movie with a title; in seconds from its first frame.
+struct Chapter {
+  double start = 0, end = 0;
+  std::string title;
+};
+
 /// What a movie made from a shot takes over from it. The numbers of primaries, transfer and matrix
 /// are those of ISO/IEC 23091-2, where 2 means unspecified.
 struct ShotFacts {
@@ -34,6 +52,11 @@ struct ShotFacts {
   int primaries = 2, transfer = 2, matrix = 2;
   std::string sound;  // the file whose sound goes with it; empty: none
   double start = 0;   // seconds on that file's clock where the first frame stands
+  std::vector<std::pair<std::string, std::string>> titles;  // "title", "copyright" and the like
+  std::vector<Chapter> chapters;
+  // Of a high dynamic range, as FFmpeg describes them; null: not said.
+  std::shared_ptr<const AVMasteringDisplayMetadata> mastering;
+  std::shared_ptr<const AVContentLightMetadata> light;
 };
 
 class Source {
@@ -41,8 +64,8 @@ class Source {
   virtual ~Source() = default;
 
   /// Opens a file, a pattern, a folder or a movie. Throws Error: noSuchFile when nothing is
-  /// there.
-  static std::unique_ptr<Source> open(const std::string& path);
+  /// there, wrongUse for a way of opening that does not go with the file.
+  static std::unique_ptr<Source> open(const std::string& path, const OpenOptions& how = {});
 
   /// Of the first frame: what it is, and its header. All frames are expected to have its size.
   const PictureInfo& info() const { return info_; }
@@ -60,6 +83,8 @@ class Source {
   const ShotFacts& facts() const { return facts_; }
   /// What had to be assumed about the file, for a person to see; empty: nothing.
   const std::string& notice() const { return notice_; }
+  /// What says that a movie ends before its file says; empty: nothing.
+  const std::string& cutOff() const { return cutOff_; }
 
   /// Whether one thread at a time must read, which goes fastest in ascending order. Otherwise any
   /// number may.
@@ -81,7 +106,7 @@ class Source {
   std::shared_ptr<const OIIO::ImageSpec> header_;
   std::vector<int> frames_;
   ShotFacts facts_;
-  std::string notice_;
+  std::string notice_, cutOff_;
 };
 
 }  // namespace orvanite::media

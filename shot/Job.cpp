@@ -7,6 +7,7 @@
 #include "base/Error.h"
 #include "media/MovieSource.h"
 #include "media/PictureWriter.h"
+#include "shot/Existing.h"
 #include "shot/Images.h"
 
 namespace orvanite::shot {
@@ -16,6 +17,21 @@ namespace {
 bool follow(const std::vector<int>& frames) {
   return std::adjacent_find(frames.begin(), frames.end(),
                             [](int a, int b) { return b != a + 1; }) == frames.end();
+}
+
+// The sound that was asked for begins with the shot's first frame.
+void takeSound(const std::string& sound, bool framesFollow, media::MovieOptions& movie) {
+  movie.sound = framesFollow;
+  if (sound.empty()) return;
+  movie.facts.sound.clear();
+  if (sound == "none") return;
+  if (!framesFollow) {
+    throw Error(Fault::wrongUse, "--sound", "expected frames that follow one another with it");
+  }
+  movie.facts.sound = sound;
+  movie.facts.start = media::soundStart(sound);
+  movie.soundAsked = true;
+  movie.toTheEnd = false;
 }
 
 }  // namespace
@@ -116,9 +132,14 @@ std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
   for (ViewOutput& output : job.outputs) {
     std::error_code ignored;
     if (!output.isMovie) continue;
-    if (wish.keepExisting && std::filesystem::exists(output.path, ignored)) continue;
+    if (wish.keepExisting && std::filesystem::exists(output.path, ignored)) {
+      const std::string fault = faultOfExisting(job, output, output.path, frames.size());
+      if (fault.empty()) continue;
+      notices.push_back(output.path + ": " + fault + "; made again");
+    }
     media::MovieOptions movie;
     movie.codec = wish.codec;
+    movie.strength = wish.strength;
     movie.frame = plate.info().display;
     movie.samples = job.shot->samples();
     movie.facts = plate.facts();
@@ -134,11 +155,9 @@ std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
     movie.firstFrame = frames.front() - shotFirst;
     movie.frameCount = static_cast<int>(frames.size());
     movie.toTheEnd = plate.isShot() && frames.back() == plate.frames().back();
-    movie.sound = follow(frames) && !wish.frameRate;
+    takeSound(wish.sound, follow(frames), movie);
     if (!movie.sound && !movie.facts.sound.empty()) {
-      notices.emplace_back(
-          "the sound is left out: it goes with frames that follow one another at "
-          "the plate's rate");
+      notices.emplace_back("the sound is left out: it goes with frames that follow one another");
     }
     output.movie = std::make_unique<media::MovieWriter>(output.path, movie);
     for (const std::string& notice : output.movie->notices()) notices.push_back(notice);

@@ -82,9 +82,12 @@ void prepareKeyers(Job& job);
 
 /// How movies are written.
 struct MovieWish {
-  std::string codec;                      // empty: the usual one for the file's ending
-  std::optional<media::Ratio> frameRate;  // none: the plate's, else 24
-  bool keepExisting = false;              // one that is there already is whole
+  std::string codec;  // empty: the usual one for the file's ending
+  media::MovieStrength strength;
+  std::optional<media::Ratio> frameRate;  // none: the plate's, else 24; of a movie's frames that
+                                          // are at it already
+  std::string sound;          // of this file, from its start on; "none"; empty: the plate's
+  bool keepExisting = false;  // one that is there already is whole
 };
 
 /// Opens the movies to write, for frames that are keyed in this order. Returns what was decided,

@@ -17,6 +17,7 @@
 #include <memory>
 #include <new>
 
+#include "shot/Existing.h"
 #include "shot/KeyedFrame.h"
 
 namespace orvanite::shot {
@@ -56,11 +57,19 @@ void guarded(FrameReport& report, const Action& action) {
   }
 }
 
-bool allExist(const Job& job, int frame) {
-  std::error_code ignored;
-  return std::all_of(job.outputs.begin(), job.outputs.end(), [&](const ViewOutput& output) {
-    return std::filesystem::exists(output.fileOf(frame), ignored);
-  });
+// Whether nothing of a frame is left to do; what lies there and is not whole is said.
+bool isDone(const Job& job, FrameReport& report) {
+  for (const ViewOutput& output : job.outputs) {
+    std::error_code ignored;
+    const std::string path = output.fileOf(report.frame);
+    if (output.movie || !std::filesystem::exists(path, ignored)) return false;
+    if (output.isMovie) continue;  // was looked at before the first frame
+    const std::string fault = faultOfExisting(job, output, path, 1);
+    if (fault.empty()) continue;
+    report.notice = path + ": " + fault + "; made again";
+    return false;
+  }
+  return true;
 }
 
 // Decoders and encoders keep frames of their own, however few are under way: what is left of the
@@ -117,7 +126,7 @@ ShotResult keyShot(const Job& job, const ShotRun& run) {
     }
     auto work = std::make_shared<Work>();
     const int frame = work->report.frame = run.frames[next++];
-    if (run.skipExisting && allExist(job, frame)) work->report.status = FrameStatus::skipped;
+    if (run.skipExisting && isDone(job, work->report)) work->report.status = FrameStatus::skipped;
     const auto start = std::chrono::steady_clock::now();
     guarded(work->report, [&] { work->reads = beginReads(job, frame); });
     work->report.seconds = secondsSince(start);

@@ -25,6 +25,7 @@ struct FrameReport {
   double seconds = 0;
   Fault fault = Fault::failure;  // of one that failed
   std::string message;           // likewise
+  std::string notice;            // why an output that exists was made again
 };
 
 struct ShotRun {

@@ -85,7 +85,7 @@ Shot::Shot(ShotFiles files, media::ColourPath colours)
   for (const Role role : roles) {
     const std::string& path = files_.clips[role].path;
     if (path.empty()) continue;
-    sources_[role] = Source::open(path);
+    sources_[role] = Source::open(path, files_.clips[role].how);
     if (role != Role::plate && role != Role::background) {
       compareSizes(plate(), source(role), role);
     }
@@ -110,8 +110,8 @@ Inputs Shot::inputs() const {
 }
 
 media::Encoding Shot::encoding() const {
-  if (colours_.used && colours_.linear) {
-    return {"linear", "working space " + colours_.workingSpace};
+  if (colours_.used && !colours_.encoding.empty()) {
+    return {colours_.encoding, "working space " + colours_.workingSpace};
   }
   return fileEncoding(plate());
 }
@@ -260,7 +260,7 @@ LookedAt Shot::toLookAt(std::optional<int> frame) const {
     throw Error::expected(Fault::wrongUse, "screenFrame", "a plate with a frame number in its name",
                           path);
   }
-  media::PictureReader reader(pattern->path(*frame));
+  media::PictureReader reader(pattern->path(*frame), files_.clips[Role::plate].how.picture);
   LookedAt look{reader.read(depth(), whole, 1), common(whole, reader.info().data)};
   look.picture.samples = samples_;
   colours_.plate.apply(look.picture);

@@ -51,6 +51,7 @@ enum class PastEnd { hold, loop, black };
 struct Clip {
   std::string path;
   int offset = 0;  // its frame is the plate's frame plus this
+  media::OpenOptions how = {};
 };
 
 struct ShotFiles {

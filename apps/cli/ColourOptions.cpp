@@ -54,7 +54,9 @@ media::ColourPath ColourOptions::path() const {
   path.plate = spaces.conversion(in, path.workingSpace);
   path.background = spaces.conversion(under, path.workingSpace);
   path.out = spaces.conversion(path.workingSpace, out);
-  path.linear = spaces.isLinear(path.workingSpace);
+  path.encoding = spaces.encodingOf(path.workingSpace);
+  path.inputSpace = in;
+  path.outputSpace = out;
   path.used = true;
   return path;
 }

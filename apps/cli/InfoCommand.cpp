@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "apps/cli/Commands.h"
+#include "apps/cli/MediaOptions.h"
 #include "apps/cli/ScreenOptions.h"
 #include "apps/cli/ShellWord.h"
 #include "base/Error.h"
@@ -30,6 +31,7 @@ struct InfoOptions {
   std::vector<std::string> files;
   int screenFrame = 0;
   bool frameGiven = false, headerOnly = false, json = false;
+  ReadOptions reading;
 };
 
 /// What a look at the pixels found; `key` is there where a screen is.
@@ -59,9 +61,9 @@ Look lookAt(const shot::Shot& shot, const InfoOptions& options) {
   return look;
 }
 
-shot::Shot opened(const std::string& path) {
+shot::Shot opened(const std::string& path, const InfoOptions& options) {
   shot::ShotFiles files;
-  files.clips[shot::Role::plate] = {path};
+  files.clips[shot::Role::plate] = {path, 0, options.reading.how()};
   return shot::Shot(std::move(files));
 }
 
@@ -112,10 +114,12 @@ class Style {
 void line(const char* label, const std::string& text) { fmt::print("  {:<9} {}\n", label, text); }
 
 /// A command that can be pasted into a shell, broken into lines that fit.
-void printKey(const std::string& path, const Look& look) {
+void printKey(const std::string& path, const Look& look, const ReadOptions& reading) {
   constexpr std::size_t width = 86;
   std::string text = "orvanite key " + shellWord(path);
-  std::vector<std::string> words = look.key;
+  std::vector<std::string> words = reading.words();
+  for (std::string& word : words) word = shellWord(word);
+  words.insert(words.end(), look.key.begin(), look.key.end());
   words.emplace_back("-o OUT");
   bool first = true;
   for (const std::string& word : words) {
@@ -151,6 +155,12 @@ void printText(const std::string& path, const shot::Shot& shot, const InfoOption
   }
   line("samples", samplesOf(info));
   line("channels", media::oneLine(fmt::format("{}", fmt::join(info.channels, ", "))));
+  for (std::size_t part = 0; info.parts.size() > 1 && part < info.parts.size(); ++part) {
+    line(part == 0 ? "parts" : "",
+         media::oneLine(fmt::format("{} '{}': {}", part, info.parts[part].name,
+                                    fmt::join(info.parts[part].channels, ", "))));
+  }
+  if (!info.layer.empty()) line("layer", media::oneLine(info.layer));
   line("encoding", fmt::format("{} ({})", encoding.colourspace, encoding.reason));
   if (source.isShot()) {
     const std::vector<int> missing = missingOf(source.frames());
@@ -180,7 +190,7 @@ void printText(const std::string& path, const shot::Shot& shot, const InfoOption
   const Rgb& c = look.screen->colour;
   line("screen", style.patch(c, encoding.colourspace == "linear") + describe(*look.screen) + frame);
   line("", fmt::format("its median colour {:.4g},{:.4g},{:.4g}", c[0], c[1], c[2]));
-  printKey(path, look);
+  printKey(path, look, options.reading);
 }
 
 void printJson(const std::string& path, const shot::Shot& shot, const InfoOptions& options) {
@@ -201,6 +211,10 @@ void printJson(const std::string& path, const shot::Shot& shot, const InfoOption
                                 {"channels", info.channels},
                                 {"colourspace", encoding.colourspace},
                                 {"colourspaceFrom", encoding.reason}};
+  if (!info.layer.empty()) object["layer"] = info.layer;
+  for (const media::PartInfo& part : info.parts) {
+    object["parts"].push_back({{"name", part.name}, {"channels", part.channels}});
+  }
   if (source.isShot()) {
     object["frames"] = source.frames();
     object["missingFrames"] = missingOf(source.frames());
@@ -223,7 +237,7 @@ void printJson(const std::string& path, const shot::Shot& shot, const InfoOption
                           {"coverage", look.screen->coverage},
                           {"evenness", look.screen->evenness}};
       // An option and its value are two words.
-      auto& words = object["recommended"] = nlohmann::ordered_json::array();
+      auto& words = object["recommended"] = options.reading.words();
       for (const std::string& option : look.key) {
         const std::size_t space = option.find(' ');
         words.push_back(option.substr(0, space));
@@ -240,7 +254,7 @@ int runInfo(const InfoOptions& options) {
   int code = success;
   for (const std::string& file : options.files) {
     try {
-      const shot::Shot shot = opened(file);
+      const shot::Shot shot = opened(file, options);
       options.json ? printJson(file, shot, options) : printText(file, shot, options);
     } catch (const Error& error) {
       if (options.files.size() == 1) throw;
@@ -267,6 +281,7 @@ Run declareInfo(CLI::App& command) {
           ->take_last();
   command.add_flag("--header", options->headerOnly,
                    "Look at the headers only, not for a screen. [default off]");
+  options->reading.addTo(command, "Options");
   command.add_flag("--json", options->json, "Print one JSON object per file. [default off]");
   return [options, frame] {
     options->frameGiven = frame->count() > 0;

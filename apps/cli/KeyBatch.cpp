@@ -24,8 +24,8 @@ bool isFolder(const std::string& path) {
 }
 
 // The name of a plate's key in a folder: its own, with an ending that holds a cut-out.
-std::string nameOf(const std::string& plate) {
-  const auto source = media::Source::open(plate);
+std::string nameOf(const std::string& plate, const media::OpenOptions& how) {
+  const auto source = media::Source::open(plate, how);
   fs::path name = fs::path(plate).filename();
   if (name.empty()) name = fs::path(plate).parent_path().filename();
   if (media::isMovieName(plate) && !media::FramePattern::parse(plate)) {
@@ -76,7 +76,7 @@ int keyPlates(const KeyOptions& options, const std::function<int(KeyOptions&)>& 
   for (const std::string& plate : options.plates) {
     int result = failed;
     try {
-      const std::string name = nameOf(plate);
+      const std::string name = nameOf(plate, options.reading.how());
       if (std::find(names.begin(), names.end(), name) != names.end()) {
         throw Error(Fault::wrongUse, plate, "another plate is keyed into " + name + " already");
       }

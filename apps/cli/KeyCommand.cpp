@@ -43,22 +43,70 @@ shot::PastEnd pastEndOf(const std::string& text) {
   throw Error::expected(Fault::wrongUse, "--bg-time", "hold, loop or black", text);
 }
 
-Settings settingsOf(KeyOptions& options) {
+// What a preset says that is not the plate's own: it may have been made for other plates.
+struct FromPreset {
+  std::string colourspace;  // empty: it says none
+  PresetSpaces spaces;
+};
+
+Settings settingsOf(KeyOptions& options, FromPreset& preset) {
   Settings settings;
   if (!options.preset.empty()) {
-    settings = settingsFromPresetFile(options.preset);
+    settings = settingsFromPresetFile(options.preset, &preset.spaces);
+    if (settings.given("colourspace")) preset.colourspace = settings.text("colourspace");
   }
   options.screen.apply(options.parameters, settings);
   return settings;
 }
 
-void savePreset(const Settings& settings, const std::string& path) {
+PresetSpaces spacesOf(const media::ColourPath& colours) {
+  return {colours.inputSpace, colours.workingSpace, colours.outputSpace};
+}
+
+// Says where a preset was made for plates of another kind than this one.
+void comparePreset(const FromPreset& preset, const shot::Shot& shot, const Settings& settings) {
+  const media::Encoding own = shot.encoding();
+  if (!preset.colourspace.empty() && settings.text("colourspace") == preset.colourspace &&
+      own.colourspace != preset.colourspace) {
+    fmt::print(stderr, "colourspace: {}, the preset's; the plate is {} ({})\n", preset.colourspace,
+               own.colourspace, own.reason);
+  }
+  const PresetSpaces spaces = spacesOf(shot.colours());
+  const auto compare = [](const char* option, const std::string& made, const std::string& now) {
+    if (made.empty() || made == now) return;
+    fmt::print(stderr, "{}: the preset was made with {}, this is {}\n", option, made,
+               now.empty() ? "keyed without" : now);
+  };
+  compare("--input-space", preset.spaces.input, spaces.input);
+  compare("--working-space", preset.spaces.working, spaces.working);
+  compare("--output-space", preset.spaces.output, spaces.output);
+}
+
+void savePreset(const Settings& settings, const PresetSpaces& spaces, const std::string& path) {
   media::PendingFile pending(path);
   std::ofstream file(pending.temporary(), std::ios::binary);
-  file << presetText(settings);
+  file << presetText(settings, spaces);
   file.close();
   if (!file) throw Error(Fault::failure, path, "cannot be written");
   pending.commit();
+}
+
+// How the pictures are read: the plate as asked for; all movies at one rate and in whole frames.
+void chooseReading(const KeyOptions& options, shot::ShotFiles& files) {
+  const media::OpenOptions how = options.reading.how();
+  const auto rate = options.movie.wish().frameRate;
+  bool movies = false;
+  for (const Role role : shot::roles) {
+    shot::Clip& clip = files.clips[role];
+    if (role == Role::plate) clip.how = how;
+    const bool movie = media::isMovieName(clip.path) && !media::FramePattern::parse(clip.path);
+    clip.how.deinterlace = movie && how.deinterlace;
+    if (rate) clip.how.frameRate = *rate;
+    movies = movies || movie;
+  }
+  if (how.deinterlace && !movies) {
+    throw Error(Fault::wrongUse, "--deinterlace", "expected a movie with it");
+  }
 }
 
 shot::ShotFiles filesOf(const KeyOptions& options) {
@@ -70,6 +118,7 @@ shot::ShotFiles filesOf(const KeyOptions& options) {
   if (!ScreenOptions::estimates(options.reference)) {
     files.clips[Role::cleanPlate] = {options.reference, options.referenceOffset};
   }
+  chooseReading(options, files);
   files.pastEnd = pastEndOf(options.pastEnd);
   files.backgroundFit = shot::fitOf(options.backgroundFit, "--bg-fit");
   files.backgroundEncoding = options.backgroundColourspace;
@@ -145,7 +194,7 @@ shot::Alpha chooseView(shot::Job& job, const KeyOptions& options) {
     return options.alpha.empty() ? shot::usualAlpha(settings.text("output"))
                                  : alphaOf(options.alpha);
   }
-  auto [view, alpha] = shot::usualView(job.shot->inputs(), options.output, options.codec);
+  auto [view, alpha] = shot::usualView(job.shot->inputs(), options.output, options.movie.codec);
   settings.setText("output", view);
   if (!options.alpha.empty()) alpha = alphaOf(options.alpha);
   if (options.quiet || view == "composite") return alpha;
@@ -171,8 +220,8 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
             options.foregroundOutput, several);
   const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(),
                                   [](const shot::ViewOutput& output) { return output.isMovie; });
-  if (!options.codec.empty() && !movies) {
-    throw Error(Fault::wrongUse, "--codec", "expected a movie to write, such as -o out.mov");
+  if (const std::string option = options.movie.given(); !option.empty() && !movies) {
+    throw Error(Fault::wrongUse, option, "expected a movie to write, such as -o out.mov");
   }
   if (movies && options.keepGoing) {
     throw Error(Fault::wrongUse, "--keep-going",
@@ -181,10 +230,14 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
   if (movies && frames.empty()) frames.push_back(1);
   std::vector<std::string> read, written;
   if (!options.preset.empty()) read.push_back(options.preset);
+  if (options.movie.sound != "none" && !options.movie.sound.empty()) {
+    read.push_back(options.movie.sound);
+  }
   for (const std::string* path : {&options.savePreset, &options.saveScript}) {
     if (!path->empty()) written.push_back(*path);
   }
-  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.codec, read, written);
+  checkOutputs(job, frames.empty() ? std::vector<int>{1} : frames, options.movie.codec, read,
+               written);
   return frames;
 }
 
@@ -196,6 +249,8 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
   if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate)
     refuse("the clean plate of --reference");
   if (options.passThrough) refuse("--no-key");
+  if (const auto words = options.reading.words(); !words.empty()) refuse(words.front());
+  if (job.shot->plate().sequential() && !options.movie.frameRate.empty()) refuse("--fps");
   if (!job.shot->files().garbageMasks.empty()) refuse("--garbage-rect and --garbage-polygon");
   if (!job.shot->backgroundIsAsItIs()) refuse("a --bg of another size or encoding");
   if (job.shot->colours().used) refuse("--input-space, --working-space and --output-space");
@@ -238,10 +293,7 @@ void prepare(shot::Job& job) {
 int keyFrames(shot::Job& job, const KeyOptions& options, std::vector<int> frames) {
   // Frames are read side by side, each by one thread.
   if (frames.size() > 1) OIIO::attribute("threads", 1);
-  shot::MovieWish movies;
-  movies.codec = options.codec;
-  if (!options.frameRate.empty())
-    movies.frameRate = media::parseFrameRate(options.frameRate, "--fps");
+  shot::MovieWish movies = options.movie.wish();
   movies.keepExisting = options.skipExisting;
   for (const std::string& notice : openMovies(job, movies, frames)) {
     if (!options.quiet) fmt::print(stderr, "{}\n", notice);
@@ -251,9 +303,9 @@ int keyFrames(shot::Job& job, const KeyOptions& options, std::vector<int> frames
   run.skipExisting = options.skipExisting;
   run.keepGoing = options.keepGoing;
   run.inFlight = options.inFlight;
-  return runShot(
-      job, std::move(run),
-      {options.quiet ? ProgressForm::none : progressFormOf(options.progress), options.json});
+  return runShot(job, std::move(run),
+                 {options.quiet ? ProgressForm::none : progressFormOf(options.progress),
+                  options.json, options.quiet});
 }
 
 int keyOne(const shot::Job& job, bool quiet, bool json) {
@@ -282,7 +334,8 @@ int keyPlate(KeyOptions& options) {
   if (!options.memory.empty()) {
     media::setMemoryBound(media::parseMemory(options.memory, "--memory"));
   }
-  Settings settings = settingsOf(options);
+  FromPreset preset;
+  Settings settings = settingsOf(options, preset);
   takeFlatBackground(options, settings);
   if (options.premultiply && settings.choice("output") != "unpremultiplied") {
     throw Error(Fault::wrongUse, "--premultiply", "expected --output unpremultiplied with it");
@@ -299,6 +352,7 @@ int keyPlate(KeyOptions& options) {
   job.shot = &shot;
   job.settings = std::move(settings);
   std::vector<int> frames = addOutputs(job, options);
+  if (!options.quiet) comparePreset(preset, shot, job.settings);
   chooseEncoding(options, shot, job.settings);
   for (const std::string& colour : options.parameters.recodeColours(job.settings)) {
     if (!options.quiet) fmt::print(stderr, "{}\n", colour);
@@ -309,7 +363,9 @@ int keyPlate(KeyOptions& options) {
                      : options.screen.look(shot, options.reference, job.settings, options.quiet);
   prepare(job);
   if (!options.saveScript.empty()) saveText(options.saveScript, scriptOfJob(options, job));
-  if (!options.savePreset.empty()) savePreset(job.settings, options.savePreset);
+  if (!options.savePreset.empty()) {
+    savePreset(job.settings, spacesOf(shot.colours()), options.savePreset);
+  }
   return frames.empty() ? keyOne(job, options.quiet, options.json)
                         : keyFrames(job, options, std::move(frames));
 }

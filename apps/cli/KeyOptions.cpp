@@ -73,15 +73,13 @@ void KeyOptions::addTo(CLI::App& command) {
   text(files, "FILE", "--save-script", saveScript,
        "Writes the graph as a script that orvanite run renders to the same pixels.");
 
-  text(files, "NAME", "--codec", codec,
-       "Of a movie: prores4444, ffv1, vp9, qtrle and png hold alpha, h264 does not. [default "
-       "prores4444 in .mov, ffv1 in .mkv and .avi, vp9 in .webm, h264 in .mp4]");
-  text(files, "RATE", "--fps", frameRate,
-       "Frames a second of a movie, such as 24 or 24000/1001. [default the plate's, else 24]");
+  reading.addTo(command, files);
+  movie.addTo(command, "Movies");
 
   const char* shots = "Shots";
   text(shots, "FRAMES", "--frames", frames,
-       "Frames to key: 1001-1100, 1001-, 1-100x2, 1,5,9-12, 10-1. Those past the shot's ends are "
+       "Frames to key: 1001-1100, 1001-, 1-100x2, 1,5,9-12, 10-1, -5--1. Those past the shot's "
+       "ends are "
        "ignored. "
        "[default all]");
   number(shots, "--bg-frame-offset", backgroundOffset,
@@ -95,8 +93,10 @@ void KeyOptions::addTo(CLI::App& command) {
   text(shots, "hold|loop|black", "--bg-time", pastEnd,
        "What a background or matte shows past its ends. A still is always held. [default hold]");
   flag(shots, "--skip-existing", skipExisting,
-       "Leave frames whose outputs exist: resumes a stopped shot. A movie exists when it is whole; "
-       "a stopped one is begun again. [default off]");
+       "Leave frames whose outputs exist: resumes a stopped shot. What is cut off, of another size "
+       "or "
+       "without its alpha is made again. A movie exists when it is whole; a stopped one is begun "
+       "again. [default off]");
   flag(shots, "--keep-going", keepGoing, "Go on after a frame that failed. [default off]");
 
   const char* running = "Running";

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/cli/ColourOptions.h"
+#include "apps/cli/MediaOptions.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
 
@@ -22,7 +23,7 @@ struct KeyOptions {
   std::string plate;  // the one that is keyed now
   std::string background, holdOut, garbage, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
-  std::string codec, frameRate, memory, alpha, backgroundFit = "fill", backgroundColourspace;
+  std::string memory, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;
   int threads = 0, inFlight = 0;
@@ -31,6 +32,8 @@ struct KeyOptions {
   ParameterOptions parameters;
   ScreenOptions screen;
   ColourOptions colours;
+  ReadOptions reading;
+  MovieOptions movie;
 
   /// Declares them, with their help. The command must not outlive this.
   void addTo(CLI::App& command);

@@ -19,6 +19,10 @@ int runShot(const shot::Job& job, shot::ShotRun run, const RunStyle& style) {
   run.report = [&](const shot::FrameReport& frame) {
     progress.frame(frame.frame, job.outputs[0].fileOf(frame.frame), frame.status, frame.seconds,
                    frame.message);
+    if (!frame.notice.empty() && !style.quiet) {
+      std::fflush(stdout);
+      fmt::print(stderr, "{}\n", frame.notice);
+    }
     if (frame.status != shot::FrameStatus::failed) return;
     std::fflush(stdout);
     fmt::print(stderr, "orvanite: frame {}: {}\n", frame.frame, frame.message);

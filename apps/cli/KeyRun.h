@@ -12,6 +12,7 @@ namespace orvanite::cli {
 struct RunStyle {
   ProgressForm progress = ProgressForm::automatic;
   bool json = false;
+  bool quiet = false;  // says nothing but errors
 };
 
 /// Keys a shot until it is done or a signal asks to stop. `run` needs no report and no stop of its

@@ -30,6 +30,10 @@ colorspaces:
   - !<ColorSpace>
     name: root
     to_scene_reference: !<ExponentTransform> {value: [2, 2, 2, 1]}
+  - !<ColorSpace>
+    name: film
+    encoding: log
+    to_scene_reference: !<LogTransform> {base: 2, direction: inverse}
 )";
 }
 
@@ -104,6 +108,29 @@ TEST(ColourSpaces, AnEightBitPlateIsKeyedInFloatAndWrittenToHalf) {
   }
 }
 
+TEST(ColourSpaces, ASpaceThatIsLogIsKeyedSoAndAPresetRemembersItsSpaces) {
+  const Folder folder;
+  writeConfig(folder / "config.ocio");
+  write(floats(1, 1), folder / "plate.exr");
+  const std::string key = "key --screen=0.1,0.7,0.2 @plate.exr -o @out.exr ";
+  const std::string film = "--ocio @config.ocio --input-space light --working-space film ";
+  const Outcome log = orvanite(folder, key + film + "--save-preset @p.json");
+  ASSERT_EQ(log.code, 0) << log.err;
+  EXPECT_NE(log.err.find("colourspace: log (working space film"), std::string::npos) << log.err;
+
+  const Outcome same = orvanite(folder, key + film + "--preset @p.json");
+  ASSERT_EQ(same.code, 0) << same.err;
+  EXPECT_EQ(same.err.find("preset"), std::string::npos) << same.err;
+
+  const Outcome other = orvanite(folder, key + "--preset @p.json");
+  ASSERT_EQ(other.code, 0) << other.err;
+  for (const char* said :
+       {"colourspace: log, the preset's; the plate is linear (float samples)",
+        "--working-space: the preset was made with film, this is keyed without"}) {
+    EXPECT_NE(other.err.find(said), std::string::npos) << said << '\n' << other.err;
+  }
+}
+
 TEST(ColourSpaces, SayWhatIsWrong) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
@@ -116,7 +143,7 @@ TEST(ColourSpaces, SayWhatIsWrong) {
   } cases[] = {
       {"--ocio @config.ocio --input-space twize", 2,
        "--input-space: expected a colour space of " + folder / "config.ocio" +
-           " (light, twice, quadruple, root), found 'twize'"},
+           " (light, twice, quadruple, root, film), found 'twize'"},
       {"--input-space twice", 2, "--input-space: expected an OpenColorIO configuration"},
       {"--ocio @config.ocio", 2, "--ocio: expected --input-space"},
       {"--output-space twice", 2, "--output-space: expected --input-space"},

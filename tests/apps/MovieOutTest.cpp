@@ -117,17 +117,48 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
   EXPECT_EQ(streamsOf(folder / "g.mov")[0]["nb_frames"], "10");
 }
 
+TEST(MovieOut, QualityAndBitRateAreTheCodecsOwn) {
+  const Folder folder;
+  ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=320x240:r=25:d=2,noise=alls=20", "-c:v", "ffv1",
+          folder / "s.mkv"});
+  const auto bytes = [&](const std::string& movie) {
+    const Outcome out = orvanite(folder, blueKeyWords + "-q --no-key @s.mkv -o @" + movie);
+    EXPECT_EQ(out.code, 0) << out.err;
+    return static_cast<double>(
+        std::filesystem::file_size(folder / movie.substr(0, movie.find(' '))));
+  };
+  // Six steps of CRF halve the size, as x264's manual has it; each case is four times that apart.
+  for (const char* codec : {"a.mp4 --codec h264", "b.mp4 --codec hevc", "c.webm --codec vp9"}) {
+    const std::string with = std::string(codec) + " --quality ";
+    EXPECT_GT(bytes(with + "12"), 2 * bytes(with + "36")) << codec;
+  }
+  EXPECT_GT(bytes("d.mov --quality 1"), 2 * bytes("e.mov --quality 16"));
+  // 400 kbit/s for two seconds are 100 000 bytes; so short a movie is met roughly.
+  for (const char* codec : {"f.mp4 --codec h264", "g.mp4 --codec hevc", "h.webm --codec vp9"}) {
+    EXPECT_NEAR(bytes(std::string(codec) + " --bitrate 400k") / 100000, 1, 0.5) << codec;
+  }
+}
+
 TEST(MovieOut, RefusesWhatDoesNotGoTogether) {
   const Folder folder;
   write(randomImage(21, 20, 3, OIIO::TypeDesc::UINT8, 1), folder / "s.png");
   const std::pair<std::string, const char*> cases[] = {
       {"-o @m.mov --codec dnx",
-       "--codec: expected one of prores4444, h264, ffv1, vp9, qtrle, png, found 'dnx'"},
+       "--codec: expected one of prores4444, h264, hevc, ffv1, vp9, qtrle, png, found 'dnx'"},
       {"-o @m.webm --codec png", "expected an ending that holds png: .mov"},
       {"-o @m.wmv", "expected a movie ending that can be written: .mov"},
       {"-o @m.mp4", "h264 takes an even width and height, found 21x20"},
       {"-o @m.mov --fps fast", "--fps: expected frames a second"},
       {"-o @m.mov --keep-going", "a movie cannot leave frames out"},
+      {"-o @m.mov --quality 65", "--quality: expected of prores4444 1 (best) to 64, found '65'"},
+      {"-o @m.mkv --quality 5", "--quality: ffv1 loses nothing"},
+      {"-o @m.mov --bitrate 5M", "--bitrate: prores4444 is not written at a bit rate; it has"},
+      {"-o @m.webm --bitrate 5X", "--bitrate: expected bits a second"},
+      {"-o @m.webm --bitrate 5M --quality 5", "--bitrate: expected either it or --quality"},
+      {"-o @m.png --sound none", "--sound: expected a movie to write"},
+      {"-o @m.mov --matrix 708", "--matrix: expected 601, 709, 2020, 240M or fcc, found '708'"},
+      {"-o @m.mov --matrix 709", "s.png: expected a movie to read by the matrix 709"},
+      {"-o @m.mov --deinterlace", "--deinterlace: expected a movie with it"},
       {"-o @m.png --codec png", "--codec: expected a movie to write"}};
   for (const auto& [output, message] : cases) {
     const Outcome outcome = orvanite(folder, blueKeyWords + "-q @s.png " + output);

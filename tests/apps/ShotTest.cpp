@@ -60,13 +60,18 @@ TEST(FrameRange, ReadsWhatPeopleAndFarmsWrite) {
                                                            {"5-1", {5, 4, 3, 2, 1}},
                                                            {"9-1x-4,2", {9, 5, 1, 2}},
                                                            {"9-2x4", {9, 5}},
-                                                           {"1-7y3", {2, 3, 5, 6}}};
+                                                           {"1-7y3", {2, 3, 5, 6}},
+                                                           {"-5", {-5}},
+                                                           {"-2-1", {-2, -1, 0, 1}},
+                                                           {"-1--5x2", {-1, -3, -5}}};
   for (const auto& [text, frames] : good) EXPECT_EQ(media::parseFrames(text, "x"), frames) << text;
-  for (const char* text : {"", "a", "1-", "-5", "1-5y1", "1-5x0", "1-5x", "1,,2", "1,", "1 2",
-                           "0-1000000", "99999999999", "1-5x-1", "5x-1", "1-5z2", "1.5"}) {
+  for (const char* text :
+       {"", "a", "1-", "--5", "-", "1-5x--2", "1-5y1", "1-5x0", "1-5x", "1,,2", "1,", "1 2",
+        "0-1000000", "99999999999", "1-5x-1", "5x-1", "1-5z2", "1.5"}) {
     EXPECT_THROW(media::parseFrames(text, "x"), Error) << text;
   }
   EXPECT_EQ(media::formatFrames({1, 2, 3, 5, 7, 8}), "1-3,5,7-8");
+  EXPECT_EQ(media::formatFrames({-3, -2, 0, 1}), "-3--2,0-1");
 }
 
 TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
@@ -203,6 +208,48 @@ TEST(Shot, ABrokenFrameIsNamedTheOthersAreWholeAndAResumeCompletesIt) {
     EXPECT_EQ(out.names().size(), 6U);
     EXPECT_EQ(std::filesystem::last_write_time(out / "o.0001.png"), untouched);
   }
+}
+
+TEST(Shot, AResumeMakesAgainWhatIsThereButNotWhole) {
+  const Folder folder;
+  writeShot(folder, "fg", 1, 4);
+  const std::string key = "key --screen=0,0,0.9 @fg.####.png -o @o.####.png --skip-existing";
+  ASSERT_EQ(orvanite(folder, key).code, 0);
+  std::vector<std::vector<float>> first;
+  for (int frame = 1; frame <= 4; ++frame) {
+    first.push_back(read(folder / frameFile("o", frame)).samples);
+  }
+  std::filesystem::resize_file(folder / "o.0002.png",
+                               std::filesystem::file_size(folder / "o.0002.png") - 20);
+  write(randomImage(24, 15, 4, OIIO::TypeDesc::UINT8, 1), folder / "o.0003.png");
+  write(randomImage(24, 16, 3, OIIO::TypeDesc::UINT8, 1), folder / "o.0004.png");
+  const auto untouched = std::filesystem::last_write_time(folder / "o.0001.png");
+  const Outcome again = orvanite(folder, key);
+  EXPECT_EQ(again.code, 0) << again.err;
+  for (const char* said : {"o.0002.png: ", "o.0003.png: of 24x15 pixels, not 24x16; made again",
+                           "o.0004.png: without alpha; made again"}) {
+    EXPECT_NE(again.err.find(said), std::string::npos) << said << '\n' << again.err;
+  }
+  EXPECT_EQ(again.err.find("o.0001.png"), std::string::npos) << again.err;
+  EXPECT_EQ(std::filesystem::last_write_time(folder / "o.0001.png"), untouched);
+  for (int frame = 1; frame <= 4; ++frame) {
+    EXPECT_EQ(read(folder / frameFile("o", frame)).samples,
+              first[static_cast<std::size_t>(frame - 1)]);
+  }
+}
+
+TEST(Shot, FramesBeforeZeroAreFrames) {
+  const Folder folder;
+  // A sign takes one of the digits, as printf writes it.
+  for (const char* name : {"fg.-002.png", "fg.-001.png", "fg.0000.png"}) {
+    write(randomImage(24, 16, 3, OIIO::TypeDesc::UINT8, 1), folder / name);
+  }
+  const std::string key = "key -q --screen=0,0,0.9 @fg.####.png -o @";
+  EXPECT_EQ(orvanite(folder, key + "a.####.png").code, 0);
+  EXPECT_EQ(orvanite(folder, key + "b.%03d.png --frames -5--1").code, 0);
+  EXPECT_EQ(folder.names(),
+            (std::vector<std::string>{"a.-001.png", "a.-002.png", "a.0000.png", "b.-01.png",
+                                      "b.-02.png", "fg.-001.png", "fg.-002.png", "fg.0000.png"}));
 }
 
 // What keys fg.####.png to o.####.png: by options, and by a script.

@@ -74,8 +74,9 @@ std::string movieOf(const std::string& name, const std::string& codec, int threa
 
 TEST(Repeatable, MoviesAreTheSameBytesWhateverTheThreads) {
   const std::pair<const char*, const char*> movies[] = {
-      {"m.mov", "prores4444"}, {"m.mkv", "ffv1"}, {"m.webm", "vp9"}, {"m.mkv", "vp9"},
-      {"m.mov", "qtrle"},      {"m.mkv", "png"},  {"m.avi", "ffv1"}, {"m.mp4", "h264"}};
+      {"m.mov", "prores4444"}, {"m.mkv", "ffv1"},  {"m.webm", "vp9"},
+      {"m.mkv", "vp9"},        {"m.mov", "qtrle"}, {"m.mkv", "png"},
+      {"m.avi", "ffv1"},       {"m.mp4", "h264"},  {"m.mp4", "hevc"}};
   for (const auto& [name, codec] : movies) {
     const std::string one = movieOf(name, codec, 1);
     EXPECT_EQ(movieOf(name, codec, 1) == one, true) << name << ' ' << codec;

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A frame is made from itself and both beside it. The first one out of a filter that was just made
+// is made from itself alone: frames other than the movie's first begin one frame early.
+#include "media/Deinterlacer.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdio>
+
+extern "C" {
+#include <libavfilter/avfilter.h>
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
+}
+
+#include "base/Error.h"
+
+namespace orvanite::media {
+namespace {
+
+// The functions of libavfilter that are used, in the version that this was compiled with.
+struct Library {
+  void* handle = dlopen("libavfilter.so." AV_STRINGIFY(LIBAVFILTER_VERSION_MAJOR), RTLD_NOW);
+
+  template <class Function>
+  Function* find(const char* name) const {
+    return handle == nullptr ? nullptr : reinterpret_cast<Function*>(dlsym(handle, name));
+  }
+#define ORVANITE_FROM_LIBRARY(name) decltype(::name)* name = find<decltype(::name)>(#name)
+  ORVANITE_FROM_LIBRARY(avfilter_graph_alloc);
+  ORVANITE_FROM_LIBRARY(avfilter_graph_free);
+  ORVANITE_FROM_LIBRARY(avfilter_graph_config);
+  ORVANITE_FROM_LIBRARY(avfilter_graph_create_filter);
+  ORVANITE_FROM_LIBRARY(avfilter_graph_set_auto_convert);
+  ORVANITE_FROM_LIBRARY(avfilter_get_by_name);
+  ORVANITE_FROM_LIBRARY(avfilter_link);
+  ORVANITE_FROM_LIBRARY(av_buffersrc_add_frame_flags);
+  ORVANITE_FROM_LIBRARY(av_buffersink_get_frame);
+#undef ORVANITE_FROM_LIBRARY
+
+  bool complete() const {
+    return avfilter_graph_alloc && avfilter_graph_free && avfilter_graph_config &&
+           avfilter_graph_create_filter && avfilter_graph_set_auto_convert &&
+           avfilter_get_by_name && avfilter_link && av_buffersrc_add_frame_flags &&
+           av_buffersink_get_frame;
+  }
+};
+
+const Library& library() {
+  static const Library loaded;
+  return loaded;
+}
+
+}  // namespace
+
+Deinterlacer::Deinterlacer(const std::string& path, int threads)
+    : path_(path), threads_(std::max(threads, 1)) {
+  if (library().complete()) return;
+  throw Error(Fault::failure, path,
+              "cannot be deinterlaced: libavfilter.so." AV_STRINGIFY(
+                  LIBAVFILTER_VERSION_MAJOR) " is not installed");
+}
+
+Deinterlacer::~Deinterlacer() { end(); }
+
+void Deinterlacer::end() {
+  if (graph_ != nullptr) library().avfilter_graph_free(&graph_);
+  source_ = sink_ = nullptr;
+  last_.reset();
+}
+
+void Deinterlacer::check(int result) const {
+  if (result < 0) {
+    throw Error(Fault::failure, path_, "cannot be deinterlaced: " + movieProblem(result));
+  }
+}
+
+void Deinterlacer::begin(const AVFrame& first) {
+  end();
+  const Library& filters = library();
+  graph_ = filters.avfilter_graph_alloc();
+  if (graph_ == nullptr) check(AVERROR(ENOMEM));
+  graph_->nb_threads = threads_;
+  // Pixels that the filter does not take are refused, not converted.
+  filters.avfilter_graph_set_auto_convert(graph_, AVFILTER_AUTO_CONVERT_NONE);
+  std::array<char, 128> picture{};
+  std::snprintf(picture.data(), picture.size(), "width=%d:height=%d:pix_fmt=%d:time_base=1/1",
+                first.width, first.height, first.format);
+  AVFilterContext* filter = nullptr;
+  const auto make = [&](AVFilterContext** made, const char* name, const char* options) {
+    const AVFilter* const kind = filters.avfilter_get_by_name(name);
+    check(kind == nullptr
+              ? AVERROR_FILTER_NOT_FOUND
+              : filters.avfilter_graph_create_filter(made, kind, name, options, nullptr, graph_));
+  };
+  make(&source_, "buffer", picture.data());
+  make(&filter, "bwdif", "mode=send_frame:parity=auto:deint=interlaced");
+  make(&sink_, "buffersink", nullptr);
+  check(filters.avfilter_link(source_, 0, filter, 0));
+  check(filters.avfilter_link(filter, 0, sink_, 0));
+  check(filters.avfilter_graph_config(graph_, nullptr));
+  format_ = first.format;
+}
+
+void Deinterlacer::push(AVFrame* frame, int place) {
+  if (frame != nullptr && frame->format != format_) {
+    throw Error(Fault::failure, path_, "its pixel format changes: it cannot be deinterlaced");
+  }
+  const MovieFrame own = newMovieFrame();
+  if (frame != nullptr) {
+    check(av_frame_ref(own.get(), frame));
+    own->pts = place;
+  }
+  check(library().av_buffersrc_add_frame_flags(source_, frame == nullptr ? nullptr : own.get(), 0));
+}
+
+MovieFrame Deinterlacer::frame(int place, int count,
+                               const std::function<MovieFrame(int)>& decoded) {
+  if (last_ && place == out_ - 1) return last_;
+  try {
+    if (graph_ == nullptr || place != out_) {
+      in_ = out_ = std::max(place - 1, 0);
+      begin(*decoded(in_));
+    }
+    while (true) {
+      MovieFrame made = newMovieFrame();
+      const int got = library().av_buffersink_get_frame(sink_, made.get());
+      if (got == AVERROR(EAGAIN)) {
+        const MovieFrame next = in_ < count ? decoded(in_) : nullptr;
+        push(next.get(), in_++);
+        continue;
+      }
+      check(got);
+      last_ = std::move(made);
+      if (out_++ == place) return last_;
+    }
+  } catch (...) {
+    end();
+    throw;
+  }
+}
+
+}  // namespace orvanite::media
