@@ -20,9 +20,14 @@ extern "C" {
 namespace orvanite::media {
 namespace {
 
+const std::string& libraryName() {
+  static const std::string name = "libavfilter.so." + std::to_string(LIBAVFILTER_VERSION_MAJOR);
+  return name;
+}
+
 // The functions of libavfilter that are used, in the version that this was compiled with.
 struct Library {
-  void* handle = dlopen("libavfilter.so." AV_STRINGIFY(LIBAVFILTER_VERSION_MAJOR), RTLD_NOW);
+  void* handle = dlopen(libraryName().c_str(), RTLD_NOW);
 
   template <class Function>
   Function* find(const char* name) const {
@@ -59,8 +64,7 @@ Deinterlacer::Deinterlacer(const std::string& path, int threads)
     : path_(path), threads_(std::max(threads, 1)) {
   if (library().complete()) return;
   throw Error(Fault::failure, path,
-              "cannot be deinterlaced: libavfilter.so." AV_STRINGIFY(
-                  LIBAVFILTER_VERSION_MAJOR) " is not installed");
+              "cannot be deinterlaced: " + libraryName() + " is not installed");
 }
 
 Deinterlacer::~Deinterlacer() { end(); }
@@ -81,7 +85,7 @@ void Deinterlacer::begin(const AVFrame& first) {
   end();
   const Library& filters = library();
   graph_ = filters.avfilter_graph_alloc();
-  if (graph_ == nullptr) check(AVERROR(ENOMEM));
+  if (graph_ == nullptr) throw Error(Fault::failure, path_, "out of memory");
   graph_->nb_threads = threads_;
   // Pixels that the filter does not take are refused, not converted.
   filters.avfilter_graph_set_auto_convert(graph_, AVFILTER_AUTO_CONVERT_NONE);
