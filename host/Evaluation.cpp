@@ -262,9 +262,8 @@ void NRxOrvanite::evalImage(NRiPlug* plug) {
   orvanite_setBgMax(engine_, max);
   orvanite_setHMatteMax(engine_, max);
   orvanite_setDstMax(engine_, max);
-  const int built = orvanite_makeLuts(engine_);
-  lutFailed_ = built != 0 ? 1 : 0;
-  outOfMemory_ = built == 3;
+  tables_ = orvanite_makeLuts(engine_);
+  lutFailed_ = tables_ != 0 ? 1 : 0;
 
   plug->set(NRiName::compress(identity));
 }

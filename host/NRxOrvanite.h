@@ -24,9 +24,7 @@ class NRxOrvanite : public NRiNadic {
   int notify(NRiPlug* plug) override;
   int eval(NRiPlug* plug) override;
   int serialize(NRiFile& file, int flags) override;
-  const char* problem() const override {
-    return outOfMemory_ ? "has no memory for its tables" : nullptr;
-  }
+  std::string problem() const override;
 
   static const NRiName thisClassName;  // "Orvanite"
   static const NRiName composite;      // "composite": the output mode that is compared by identity
@@ -54,6 +52,8 @@ class NRxOrvanite : public NRiNadic {
   void evalDomain(NRiPlug* plug);
   void evalDepth(NRiPlug* plug);
   int matteRequest(const Matte& matte, Input input);
+  std::string tableProblem() const;
+  std::string matteProblem(const Matte& matte, Input input, NRiPlug& channel) const;
   template <class T>
   void keyBackground(int depth, const NRiBPixel (&pixels)[mostInputs]);
 
@@ -61,9 +61,10 @@ class NRxOrvanite : public NRiNadic {
   int view_ = 0;
   Matte hold_;
   Matte garbage_;
-  int lutFailed_ = 0;         // the last table build failed: nothing is rendered
-  bool outOfMemory_ = false;  // and that was why
-  NRiBPixel bgPixel_;         // of the output
+  int lutFailed_ = 0;     // the last table build failed: nothing is rendered
+  int tables_ = 0;        // what that build returned
+  bool refused_ = false;  // the engine refused a part of what was rendered last
+  NRiBPixel bgPixel_;     // of the output
 
   // Parameters by channel (red, green, blue) or tonal band (shadow, midtone, highlight).
   NRiPlug *banner_, *version_, *output_;

@@ -3,6 +3,7 @@
 // Keying the requested region: every thread takes its share of the four buffers, paints what lies
 // outside the foreground's domain with the screen colour and has the engine key it in place.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace {
 
 enum Buffer { kFg, kBg, kHold, kGarbage };
 
-// Shared by all workers, read only; lives in fillOutputBuffer's frame.
+// Shared by all workers, read only but for the refusal; lives in fillOutputBuffer's frame.
 struct Job {
   NRiIBuf* const* buffers;
   NRiIPlug* const* inputs;
@@ -26,6 +27,7 @@ struct Job {
   int garbageElement;
   QMXOrvaniteTable* engine;
   float screen[3];  // blue, green, red
+  std::atomic<bool> refused = false;
 };
 
 // The rectangle that every share is taken from.
@@ -103,7 +105,7 @@ void matte(const Job& job, const NRiThread& thread, Buffer which, int element, N
 }
 
 void work(NRiThread* thread, void* data) {
-  const Job& job = *static_cast<const Job*>(data);
+  Job& job = *static_cast<Job*>(data);
   if (!job.buffers[kFg]->data) return;
   NRiIBuf fgSlice, holdSlice, garbageSlice, bgSlice;
   NRiRect rect;
@@ -130,12 +132,13 @@ void work(NRiThread* thread, void* data) {
     take(job, *thread, kBg, 15, bgSlice, rect);
     tile.bg = described(bgSlice, job.depth, width);
   }
-  orvanite_render(job.engine, job.depth, width, lines, &tile);
+  if (orvanite_render(job.engine, job.depth, width, lines, &tile) != 0) job.refused = true;
 }
 
 }  // namespace
 
 void NRxOrvanite::fillOutputBuffer() {
+  refused_ = false;
   if (lutFailed_) return;  // the foreground shows unkeyed
   Job job{buffers_,        inputs_,
           out_->getRoi(),  outputDepth_->asInt(),
@@ -143,4 +146,5 @@ void NRxOrvanite::fillOutputBuffer() {
           hold_.element(), garbage_.element(),
           engine_,         {screen_[2]->asFloat(), screen_[1]->asFloat(), screen_[0]->asFloat()}};
   NRiThread::m_fork(work, &job);
+  refused_ = job.refused;
 }

@@ -73,6 +73,7 @@ Settings inKeyedValues(Settings settings, bool decodes, float white) {
 void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, Depth depth,
                          const Inputs& inputs, float scale, float white) {
   depth_.reset();
+  settings.expectStill();
   const Mixing mixing = mixingOf(settings).value_or(key.mixing);
   decodes_ = mixing == Mixing::light && key.encoding == Encoding::codes;
   white_ = depth == Depth::floats && key.encoding == Encoding::light ? std::max(1.0f, white) : 1.0f;

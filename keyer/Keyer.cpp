@@ -44,6 +44,7 @@ Keyer& Keyer::operator=(Keyer&&) noexcept = default;
 
 void Keyer::prepare(const Settings& settings, Depth depth, const Inputs& inputs, float scale) {
   depth_.reset();
+  settings.expectStill();
   if (const std::string problem = settings.screenProblem(); !problem.empty()) {
     throw Error(Fault::wrongUse, "screen", problem);
   }

@@ -39,8 +39,8 @@ class Keyer {
   /// Sets up for frames of a depth that have the given inputs.
   ///
   /// scale  the frames' size over the full one's: the finish's lengths are given in full pixels
-  /// Throws Error: wrongUse for settings that cannot key, a clean plate with float frames included;
-  /// failure when memory runs out. No render may run meanwhile.
+  /// Throws Error: wrongUse for settings that cannot key or that move, a clean plate with float
+  /// frames included; failure when memory runs out. No render may run meanwhile.
   void prepare(const Settings& settings, Depth depth, const Inputs& inputs, float scale = 1);
 
   /// How far around a pixel its result depends on others; 0 without a finish. A caller that keys a

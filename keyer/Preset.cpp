@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Format: {"orvanite": "preset", "version": 1, "parameters": {"screen": [0.1, 0.8, 0.2]}}.
-// Numbers may also stand as the texts that options take. Beside "parameters" there may be
+// Numbers may also stand as the texts that options take; those that move do:
+// {"screenRange": "linear(time, 1@0.02, 24@0.08)"}. Beside "parameters" there may be
 // "spaces": {"input": "ACEScg", "working": "ACEScct", "output": "ACEScg"}.
 #include "keyer/Preset.h"
 
@@ -24,6 +25,7 @@ constexpr const char* spacesKey = "spaces";
 double decimal(float value) { return std::stod(std::to_string(static_cast<double>(value))); }
 
 Json valueOf(const Settings& settings, const Parameter& parameter) {
+  if (settings.moves(parameter.name)) return settings.text(parameter.name);
   switch (parameter.type) {
     case ParameterType::choice:
     case ParameterType::channel:

@@ -73,6 +73,32 @@ float checked(const Parameter& parameter, double value, std::string_view found) 
   return rounded(value);
 }
 
+// As the node has it: a float that an expression came to, kept to four decimals.
+float valueAt(const Curve& curve, double frame) {
+  return rounded(static_cast<double>(static_cast<float>(curve.at(frame))));
+}
+
+// A curve whose keys a parameter accepts.
+Curve curveOf(const Parameter& parameter, std::string_view text) {
+  Curve curve = parseCurve(text, std::string(parameter.name));
+  for (CurveKey& key : curve.keys) {
+    checked(parameter, key.value, plain(key.value));
+    key.value = std::round(key.value * 1e4) / 1e4;
+  }
+  return curve;
+}
+
+// The first comma that is not within brackets.
+std::size_t firstComma(std::string_view text) {
+  int open = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '(') ++open;
+    if (text[i] == ')') --open;
+    if (text[i] == ',' && open == 0) return i;
+  }
+  return std::string_view::npos;
+}
+
 const Parameter& entryOf(std::string_view name) {
   if (const Parameter* entry = findParameter(name)) return *entry;
   std::vector<std::string_view> names;
@@ -132,15 +158,24 @@ void Settings::setText(std::string_view name, std::string_view text) {
       std::size_t read = 0;
       std::string_view rest = text;
       for (bool more = true; more; ++read) {
-        const std::size_t comma = rest.find(',');
-        double number = 0;
-        if (read == count || !readNumber(rest.substr(0, comma), number)) refuse(parameter, text);
-        next.numbers[read] = checked(parameter, number, text);
+        const std::size_t comma = firstComma(rest);
+        if (read == count) refuse(parameter, text);
+        const std::string_view part = rest.substr(0, comma);
+        next.curves[read] = {};
+        if (looksLikeCurve(part)) {
+          next.curves[read] = curveOf(parameter, part);
+          next.numbers[read] = rounded(next.curves[read].keys.front().value);
+        } else {
+          double number = 0;
+          if (!readNumber(part, number)) refuse(parameter, text);
+          next.numbers[read] = checked(parameter, number, text);
+        }
         more = comma != std::string_view::npos;
         if (more) rest.remove_prefix(comma + 1);
       }
       if (read == 1) {
         next.numbers.fill(next.numbers[0]);
+        if (count == 3) next.curves[1] = next.curves[2] = next.curves[0];
       } else if (read != count) {
         refuse(parameter, text);
       }
@@ -163,6 +198,7 @@ void Settings::setNumbers(std::string_view name, double r, double g, double b) {
   Value next = values_[index];
   next.numbers = {checked(parameter, r, plain(r)), checked(parameter, g, plain(g)),
                   checked(parameter, b, plain(b))};
+  next.curves = {};
   next.given = true;
   values_[index] = std::move(next);
 }
@@ -193,19 +229,55 @@ std::string Settings::text(std::string_view name) const {
     default:
       break;
   }
-  std::string text = plain(number(name, 0));
+  std::string text = channelText(name, 0);
   if (valuesOf(parameter.type) == 1) return text;
-  const auto& numbers = value(name).numbers;
-  if (numbers[0] == numbers[1] && numbers[1] == numbers[2]) return text;
-  return text + ',' + plain(numbers[1]) + ',' + plain(numbers[2]);
+  const std::string green = channelText(name, 1);
+  const std::string blue = channelText(name, 2);
+  if (text == green && green == blue) return text;
+  return text + ',' + green + ',' + blue;
+}
+
+std::string Settings::channelText(std::string_view name, int channel) const {
+  const Curve& curve = value(name).curves[static_cast<std::size_t>(channel)];
+  return curve ? curve.text() : plain(number(name, channel));
+}
+
+bool Settings::moves(std::string_view name) const {
+  const auto& curves = value(name).curves;
+  return std::any_of(curves.begin(), curves.end(), [](const Curve& one) { return bool(one); });
+}
+
+bool Settings::moves() const {
+  const auto all = parameters();
+  return std::any_of(all.begin(), all.end(),
+                     [this](const Parameter& one) { return moves(one.name); });
+}
+
+void Settings::expectStill() const {
+  for (const Parameter& one : parameters()) {
+    if (!moves(one.name)) continue;
+    throw Error(Fault::wrongUse, std::string(one.name),
+                "moves from frame to frame: expected the settings of one frame");
+  }
+}
+
+Settings Settings::at(double frame) const {
+  Settings still = *this;
+  for (Value& value : still.values_) {
+    for (std::size_t c = 0; c < value.curves.size(); ++c) {
+      if (value.curves[c]) value.numbers[c] = valueAt(value.curves[c], frame);
+      value.curves[c] = {};
+    }
+  }
+  return still;
 }
 
 bool Settings::given(std::string_view name) const { return value(name).given; }
 
 void Settings::reset(std::string_view name) {
   const std::size_t index = indexOf(name);
-  values_[index] = {parameters()[index].defaults, std::string(parameters()[index].defaultText),
-                    false};
+  values_[index] = {
+      parameters()[index].defaults, {}, std::string(parameters()[index].defaultText), false};
 }
 
 View Settings::view(const Inputs& inputs) const {

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Curve.h"
 #include "base/Depth.h"
 #include "engine/View.h"
 #include "engine/orvanite.h"
@@ -27,14 +28,17 @@ struct Inputs {
   bool operator==(const Inputs&) const = default;
 };
 
-/// A value for every parameter. One thread at a time; copies are independent.
+/// A value for every parameter. Numbers may move from frame to frame: they are curves then, and
+/// their value is that of the first key until `at` is asked for a frame's.
+/// One thread at a time; copies are independent.
 class Settings {
  public:
   /// Every parameter at its default.
   Settings();
 
-  /// Sets a parameter from its text: a number, three as "R,G,B" (one stands for all three), a
-  /// choice's text, "on", "off", 1 or 0, or a channel's name.
+  /// Sets a parameter from its text: a number, three as "R,G,B" (one stands for all three), each
+  /// of which may be a curve, such as "linear(time, 1@0.02, 24@0.08)"; a choice's text, "on",
+  /// "off", 1 or 0, or a channel's name.
   /// Numbers are kept to four decimals, as the node keeps them. Throws Error (wrongUse) that names
   /// the parameter, what was found and what was expected; nothing changes then.
   void setText(std::string_view name, std::string_view text);
@@ -53,6 +57,16 @@ class Settings {
 
   /// The value in force as text that setText takes and that gives the same value back.
   std::string text(std::string_view name) const;
+
+  /// Whether a parameter moves, or any of them.
+  bool moves(std::string_view name) const;
+  bool moves() const;
+  /// The text of one channel's value, as scripts hold it: a number or a curve.
+  std::string channelText(std::string_view name, int channel) const;
+  /// Throws Error (wrongUse) about a parameter that moves.
+  void expectStill() const;
+  /// The settings of a frame, in which nothing moves.
+  Settings at(double frame) const;
 
   /// Whether a value was given since the last reset.
   bool given(std::string_view name) const;
@@ -77,6 +91,7 @@ class Settings {
  private:
   struct Value {
     std::array<float, 3> numbers{};
+    std::array<Curve, 3> curves{};
     std::string text;
     bool given = false;
     bool operator==(const Value&) const = default;

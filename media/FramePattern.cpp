@@ -56,6 +56,21 @@ std::optional<FramePattern> FramePattern::parse(const std::string& path) {
   return pattern;
 }
 
+std::optional<FramePattern> FramePattern::ofInput(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) return ofFolder(path);
+  if (std::filesystem::exists(path, ignored)) return std::nullopt;
+  return parse(path);
+}
+
+std::optional<FramePattern> FramePattern::ofOutput(const std::string& path, bool severalFrames) {
+  const auto pattern = parse(path);
+  const std::string name = path.substr(folderOf(path).size());
+  const auto signs =
+      std::count_if(name.begin(), name.end(), [](char c) { return c == '#' || c == '@'; });
+  return signs == 1 && !severalFrames ? std::nullopt : pattern;
+}
+
 std::optional<FramePattern> FramePattern::ofFile(const std::string& path) {
   FramePattern pattern;
   pattern.folder_ = folderOf(path);

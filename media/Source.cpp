@@ -151,14 +151,7 @@ std::unique_ptr<Source> openFiles(auto files, const std::string& path, const Ope
 Window Source::windowOf(int) { return info_.data; }
 
 std::unique_ptr<Source> Source::open(const std::string& path, const OpenOptions& how) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) {
-    return openFiles(FramePattern::ofFolder(path), path, how);
-  }
-  // A file whose name merely looks like a pattern is a file.
-  if (!std::filesystem::exists(path, ignored)) {
-    if (auto pattern = FramePattern::parse(path)) return openFiles(*pattern, path, how);
-  }
+  if (auto pattern = FramePattern::ofInput(path)) return openFiles(*pattern, path, how);
   return isMovieName(path) ? openMovie(path, how) : openFiles(path, path, how);
 }
 

@@ -7,6 +7,7 @@
 
 #include <cmath>
 
+#include "base/ScriptText.h"
 #include "platform/NRiExpression.h"
 #include "platform/NRiLexer.h"
 #include "platform/NRiNode.h"
@@ -21,7 +22,7 @@ std::string valueOf(NRiPlug& plug) {
   } catch (const NRiError&) {
     return plug.type() == nriString ? "\"\"" : "0";
   }
-  if (value.isText) return NRiQuoted(value.text.view());
+  if (value.isText) return orvanite::inQuotes(value.text.view());
   if (plug.type() == nriInt) return fmt::format("{}", plug.asInt());
   const float number = plug.asFloat();
   return std::isfinite(number) ? fmt::format("{}", number) : "0";

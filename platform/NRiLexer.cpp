@@ -34,23 +34,6 @@ std::string NRiPrintable(std::string_view text) {
   return shown;
 }
 
-std::string NRiQuoted(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (c == '\n') {
-      quoted += "\\n";
-    } else if (c == '\t') {
-      quoted += "\\t";
-    } else {
-      quoted += c;
-    }
-  }
-  return quoted + '"';
-}
-
 std::string NRiOnOneLine(std::string_view expression) {
   std::string line;
   NRiLexer lexer(expression);

@@ -47,9 +47,6 @@ class NRI_API NRiLexer {
   int column_ = 1;
 };
 
-/// A text in quotes, as the lexer reads it back.
-NRI_API std::string NRiQuoted(std::string_view text);
-
 /// An expression on one line: blanks and tabs as they are, one blank for comments and line breaks.
 NRI_API std::string NRiOnOneLine(std::string_view expression);
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/NRiExport.h"
@@ -43,8 +44,9 @@ class NRI_API NRiNode {
   virtual int getNbInputs() const { return 0; }
   /// The image output, or null.
   virtual NRiIPlug* getOutput() const { return nullptr; }
-  /// Why the node does not show what it should since its last evaluation; null when it does.
-  virtual const char* problem() const { return nullptr; }
+  /// Why the node does not show what it should since its last evaluation, as what follows its name
+  /// in a sentence; empty when it does, or was not evaluated.
+  virtual std::string problem() const { return {}; }
 
   /// A new plug; the node owns it. `parent` and `flags` are 0.
   NRiPlug* addPlug(const NRiName& name, NRiId type, NRiPlug::IO io, NRiPlug* parent, int flags);

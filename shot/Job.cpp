@@ -63,10 +63,7 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
   output.view = view;
   output.alpha = alpha;
   output.path = path;
-  output.pattern = media::FramePattern::parse(path);
-  // One mark alone in the name of a still is a letter of it.
-  const bool oneMark = std::count(path.begin(), path.end(), '#') == 1;
-  if (!severalFrames && !job.shot->plate().isShot() && oneMark) output.pattern.reset();
+  output.pattern = media::FramePattern::ofOutput(path, severalFrames || job.shot->plate().isShot());
   output.isMovie = !output.pattern && media::isMovieName(path);
   if (severalFrames && !output.pattern && !output.isMovie) {
     throw Error::expected(
@@ -115,13 +112,9 @@ void prepareKeyers(Job& job) {
     Settings own = job.settings;
     own.setText("output", output.view);
     output.showsColours = showsColours(own);
-    if (job.firstKey.blind) {
-      output.blind = std::make_unique<BlindKeyer>();
-      output.blind->prepare(*job.firstKey.blind, own, job.shot->depth(), job.shot->inputs());
-      continue;
-    }
-    output.keyer = std::make_unique<Keyer>();
-    output.keyer->prepare(own, job.shot->depth(), job.inputs());
+    const auto& found = job.firstKey.blind;
+    output.keyer = std::make_unique<ViewKeyer>(own, found, job.shot->depth(),
+                                               found ? job.shot->inputs() : job.inputs());
   }
 }
 

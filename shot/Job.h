@@ -10,12 +10,11 @@
 #include <utility>
 #include <vector>
 
-#include "keyer/BlindKeyer.h"
-#include "keyer/Keyer.h"
 #include "media/FramePattern.h"
 #include "media/MovieWriter.h"
 #include "shot/FirstKey.h"
 #include "shot/Shot.h"
+#include "shot/ViewKeyer.h"
 
 namespace orvanite::shot {
 
@@ -33,8 +32,7 @@ struct ViewOutput {
   std::optional<media::FramePattern> pattern;
   bool isMovie = false;
   std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
-  std::unique_ptr<Keyer> keyer;
-  std::unique_ptr<BlindKeyer> blind;  // instead, where the whole key was found
+  std::unique_ptr<ViewKeyer> keyer;
   bool showsColours = true;
   Alpha alpha = Alpha::none;
 
@@ -43,7 +41,7 @@ struct ViewOutput {
 
 struct Job {
   const Shot* shot = nullptr;
-  Settings settings;
+  Settings settings;  // whose numbers may move
   FirstKey firstKey;
   std::vector<ViewOutput> outputs;  // the first is keyed in place
   bool passThrough = false;         // the plate as it is, to see what decoding and encoding take

@@ -50,12 +50,13 @@ FrameReads beginReads(const Job& job, int frame) {
 
 FramePictures finishReads(const Job& job, int frame, FrameReads reads) {
   FramePictures pictures;
+  const Settings settings = job.settings.at(frame);
   for (const Role role : roles) {
     if (!reads[role]) continue;
     pictures[role] = reads[role]();
     reads[role] = nullptr;
     const bool screenBeside = (role == Role::plate && !job.passThrough) || role == Role::cleanPlate;
-    if (screenBeside) paintBeside(pictures[role], job.shot->ownPixels(role, frame), job.settings);
+    if (screenBeside) paintBeside(pictures[role], job.shot->ownPixels(role, frame), settings);
   }
   return pictures;
 }
@@ -69,17 +70,13 @@ std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictur
   } else if (job.firstKey.cleanPlate) {
     Picture& clean = pictures[Role::cleanPlate];
     clean = job.firstKey.cleanPlateOf(plate);
-    paintBeside(clean, job.shot->ownPixels(Role::plate, number), job.settings);
+    paintBeside(clean, job.shot->ownPixels(Role::plate, number), job.settings.at(number));
   }
   ByRole<const Picture*> present;
   for (const Role role : roles) present[role] = pictures[role].pixels ? &pictures[role] : nullptr;
   Frame frame = frameOf(present, {0, 0, plate.data.width, plate.data.height});
   const auto key = [&](std::size_t i) {
-    if (own) {
-      job.outputs[i].blind->render(*own, frame, threads);
-    } else {
-      job.outputs[i].keyer->render(frame, threads);
-    }
+    job.outputs[i].keyer->render(number, own ? &*own : nullptr, frame, threads);
   };
   for (std::size_t i = views.size(); i-- > 1;) {
     views[i] = Picture::make(plate.data, plate.depth, plate.samples);

@@ -51,7 +51,7 @@ json show(const json& object) {
   json header{{"width", result.picture.width},
               {"height", result.picture.height},
               {"window", {window.x, window.y, window.width, window.height}}};
-  header["inForce"] = view::inForceTexts(request.settings);
+  header["inForce"] = view::inForceTexts(request.settings, view::unknownToPage(request.settings));
   if (result.measure) header["matte"] = view::measureReply(*result.measure);
   shown = std::move(result.picture);
   return header;

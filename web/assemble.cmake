@@ -3,7 +3,9 @@
 # -DSOURCE= -DMODULE= -DSITE=
 file(REMOVE_RECURSE ${SITE})
 file(GLOB page ${SOURCE}/apps/view/page/*)
-list(REMOVE_ITEM page ${SOURCE}/apps/view/page/server.js)
+foreach(name IN ITEMS server.js watch.html watch.js)
+  list(REMOVE_ITEM page ${SOURCE}/apps/view/page/${name})
+endforeach()
 file(GLOB ours ${SOURCE}/web/page/*)
 file(COPY ${page} ${ours} DESTINATION ${SITE})
 configure_file(${MODULE} ${SITE}/orvanite.wasm COPYONLY)

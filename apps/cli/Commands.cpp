@@ -3,6 +3,10 @@
 // The list of subcommands, in the order in which help shows them.
 #include "apps/cli/Commands.h"
 
+#include <fmt/format.h>
+
+#include <cstdio>
+
 namespace orvanite::cli {
 namespace {
 
@@ -20,6 +24,11 @@ constexpr Command list[] = {
 }  // namespace
 
 std::span<const Command> commands() { return list; }
+
+void sayAddress(const std::string& address) {
+  fmt::print("Open this address in a browser on this machine; Ctrl-C ends.\n{}\n", address);
+  std::fflush(stdout);
+}
 
 ExitCode codeOf(Fault fault) {
   return fault == Fault::wrongUse        ? wrongUse

@@ -32,6 +32,9 @@ ExitCode codeOf(Fault fault);
 /// Runs a subcommand whose options were parsed, and returns the exit code. May throw Error.
 using Run = std::function<int()>;
 
+/// Tells a person where a page is.
+void sayAddress(const std::string& address);
+
 struct Command {
   const char* name;
   const char* summary;

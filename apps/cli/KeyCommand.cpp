@@ -246,19 +246,32 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
   const auto refuse = [](const std::string& what) {
     throw Error(Fault::wrongUse, "--save-script", "a script cannot hold " + what);
   };
-  if (job.reads(Role::cleanPlate) || job.firstKey.cleanPlate)
-    refuse("the clean plate of --reference");
+  if (job.reads(Role::cleanPlate)) refuse("the clean plate of --reference");
+  if (job.firstKey.blind || job.firstKey.cleanPlate) {
+    refuse("the clean plates that --auto or --reference auto finds in each frame");
+  }
   if (options.passThrough) refuse("--no-key");
   if (const auto words = options.reading.words(); !words.empty()) refuse(words.front());
   if (job.shot->plate().sequential() && !options.movie.frameRate.empty()) refuse("--fps");
-  if (!job.shot->files().garbageMasks.empty()) refuse("--garbage-rect and --garbage-polygon");
-  if (!job.shot->backgroundIsAsItIs()) refuse("a --bg of another size or encoding");
-  if (job.shot->colours().used) refuse("--input-space, --working-space and --output-space");
+  if (!job.shot->files().garbageMasks.empty())
+    refuse("--garbage-rect and --garbage-polygon, with --garbage-soft and --garbage-outside");
+  if (!job.shot->backgroundIsAsItIs())
+    refuse("a --bg of another size or encoding, which --bg-fit and --bg-colourspace are for");
+  if (job.shot->colours().used)
+    refuse("--ocio with --input-space, --bg-space, --working-space and --output-space");
   if (!options.matteOutput.empty()) refuse("--matte-output");
   if (!options.statusOutput.empty()) refuse("--status-output");
   if (!options.foregroundOutput.empty()) refuse("--foreground-output");
-  if (job.outputs[0].isMovie) refuse("the movie " + options.output + " of -o");
-  return scriptOf(job.settings,
+  if (!job.outputs[0].pattern && media::FramePattern::parse(options.output)) {
+    refuse("the name " + options.output + " of -o: it takes the sign for a frame's number");
+  }
+  Settings settings = job.settings;
+  for (const auto& [role, name] :
+       {std::pair{Role::holdOut, "holdOutChannel"}, {Role::garbage, "garbageChannel"}}) {
+    const std::string channel = channelOf(*job.shot, settings, role);
+    if (!channel.empty()) settings.setText(name, channel);
+  }
+  return scriptOf(settings,
                   {{options.plate},
                    {options.background, options.backgroundOffset},
                    {options.holdOut, options.holdOutOffset},
@@ -266,6 +279,8 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
                    options.output,
                    job.outputs[0].alpha,
                    pastEndOf(options.pastEnd),
+                   options.codec,
+                   options.frameRate,
                    options.saveScript},
                   job.shot->samples());
 }

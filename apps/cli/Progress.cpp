@@ -47,13 +47,14 @@ Progress::Progress(ProgressForm form, bool json, int total)
 }
 
 void Progress::frame(int frame, const std::string& output, FrameStatus status, double seconds,
-                     const std::string& message) {
+                     const std::string& message, const std::vector<std::string>& files) {
   if (status == FrameStatus::done) ++done_;
   if (status == FrameStatus::skipped) ++skipped_;
   if (status == FrameStatus::failed) ++failed_;
   if (json_) {
     nlohmann::ordered_json object{
         {"frame", frame}, {"status", nameOf(status)}, {"output", output}, {"seconds", seconds}};
+    if (!files.empty()) object["files"] = files;
     if (!message.empty()) object["message"] = message;
     line(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   }

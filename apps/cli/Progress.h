@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "shot/Pipeline.h"
 
@@ -24,8 +25,9 @@ class Progress {
   /// automatic: a bar on a terminal and plain lines elsewhere; nothing beside JSON.
   Progress(ProgressForm form, bool json, int total);
 
+  /// files  all that were written, where there may be several
   void frame(int frame, const std::string& output, FrameStatus status, double seconds,
-             const std::string& message);
+             const std::string& message, const std::vector<std::string>& files = {});
 
   /// The last line: a summary.
   void finish(bool cancelled);

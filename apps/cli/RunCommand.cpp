@@ -8,16 +8,19 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <new>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "apps/cli/Commands.h"
 #include "apps/cli/Progress.h"
 #include "apps/cli/ScriptReference.h"
 #include "apps/cli/Signals.h"
+#include "apps/view/Watch.h"
 #include "base/Error.h"
 #include "base/TextFile.h"
 #include "keyer/Threads.h"
@@ -30,6 +33,7 @@
 #include "platform/NRiOrigin.h"
 #include "platform/NRiPlugins.h"
 #include "platform/NRiThread.h"
+#include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFileOut.h"
 #include "platform/nodes/NRiNodes.h"
 
@@ -41,7 +45,9 @@ struct RunOptions {
   std::vector<std::string> sets;
   int threads = 0;
   std::string function;  // of which the reference is asked for; empty for all
-  bool print = false;
+  bool print = false, inputs = false;
+  bool watch = false, noOpen = false;
+  int port = 0;
   bool quiet = false, json = false, skipExisting = false;
 };
 
@@ -108,7 +114,8 @@ void loadPlugins(bool quiet) {
   }
 }
 
-bool compile(const std::string& path) {
+// The files that the script included are added to `read`.
+bool compile(const std::string& path, std::vector<std::string>& read) {
   const std::string text = readTextFile(path, "this script cannot be read");
   std::error_code ignored;
   if (std::filesystem::is_regular_file(path, ignored)) {
@@ -120,6 +127,7 @@ bool compile(const std::string& path) {
   static std::shared_ptr<NRiDeclaration> declared;
   declared = compiler.execute(NRiScope::getGlobal(), NRiType::null, value,
                               NRiName(std::string_view(text)), NRiName(std::string_view(path)));
+  read.insert(read.end(), compiler.included().begin(), compiler.included().end());
   for (const std::string& error : compiler.errors()) fmt::print(stderr, "orvanite: {}\n", error);
   return declared != nullptr;
 }
@@ -129,6 +137,28 @@ void printIdentity(const std::string& name) {
   NRiIPlug* const image = node ? node->getOutput() : nullptr;
   if (!image) throw Error(Fault::wrongUse, "--identity", "the script has no image '" + name + "'");
   fmt::print("{}\n", image->image()->asString().view());
+}
+
+// A picture whose name cannot be told is left to whoever renders.
+void addPictures(const std::vector<int>& frames, std::vector<std::string>& read) {
+  for (const int frame : frames) {
+    timePlug()->set(static_cast<float>(frame));
+    for (NRiNode* const node : NRiNode::getRoot()->children()) {
+      auto* const input = dynamic_cast<NRiFileIn*>(node);
+      if (!input) continue;
+      try {
+        read.push_back(input->path());
+      } catch (const NRiError&) {
+      }
+    }
+  }
+}
+
+void printFiles(const std::vector<std::string>& files) {
+  std::unordered_set<std::string> seen;
+  for (const std::string& file : files) {
+    if (!file.empty() && seen.insert(file).second) fmt::print("{}\n", file);
+  }
 }
 
 std::vector<NRiFileOut*> outputsOf(const std::string& script) {
@@ -141,21 +171,41 @@ std::vector<NRiFileOut*> outputsOf(const std::string& script) {
   return outputs;
 }
 
-// A node that has no memory, say, shows its input instead and goes on: no frame to keep.
+// A frame that was rendered, but is not what it should be.
+struct NotKeyed : NRiError {
+  using NRiError::NRiError;
+};
+
+// A node that cannot key, say, shows its input instead and goes on: no frame to keep.
 void checkNodes(const NRiNode& parent) {
   for (const NRiNode* const node : parent.children()) {
-    if (const char* const problem = node->problem()) {
-      throw NRiError("'" + std::string(node->name().view()) + "' " + problem);
+    if (const std::string problem = node->problem(); !problem.empty()) {
+      throw NotKeyed("'" + std::string(node->label().view()) + "' " + problem);
     }
     checkNodes(*node);
   }
 }
 
-void write(NRiFileOut& out) {
-  const std::string path = out.checkedPath();
+void write(NRiFileOut& out, const std::vector<int>& frames, bool quiet) {
+  out.checkedPath();
   const media::Picture picture = out.rendered();
   checkNodes(*NRiNode::getRoot());
-  media::writePicture(picture, path);
+  std::vector<std::string> notices;
+  out.write(picture, frames, notices);
+  for (const std::string& notice : notices) {
+    if (!quiet) fmt::print(stderr, "{}\n", notice);
+  }
+}
+
+// The movies that this run makes. None appears before it is whole, and none with a hole.
+std::vector<NRiFileOut*> moviesOf(const std::vector<NRiFileOut*>& outputs, bool keepExisting) {
+  std::vector<NRiFileOut*> movies;
+  for (NRiFileOut* const out : outputs) {
+    if (out->isMovie() && !(keepExisting && std::filesystem::exists(out->path()))) {
+      movies.push_back(out);
+    }
+  }
+  return movies;
 }
 
 // No frame may be written over another, nor one picture over another.
@@ -178,10 +228,11 @@ void checkOutputs(const std::vector<NRiFileOut*>& outputs, const std::vector<int
   if (frames.size() == 1) return;
   const std::vector<std::string> second = pathsAt(frames[1]);
   for (std::size_t i = 0; i < first.size(); ++i) {
-    if (first[i].empty() || first[i] != second[i]) continue;
-    throw Error::expected(Fault::wrongUse, first[i],
-                          "a name with a frame number for several frames, such as out.####.exr",
-                          first[i]);
+    if (first[i].empty() || first[i] != second[i] || outputs[i]->isMovie()) continue;
+    throw Error::expected(
+        Fault::wrongUse, first[i],
+        "a name with a frame number or of a movie for several frames, such as out.####.exr",
+        first[i]);
   }
 }
 
@@ -197,26 +248,32 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
   Progress progress(form, options.json, static_cast<int>(frames.size()));
   std::vector<int> finished;
   finished.reserve(frames.size());  // no frame fails once its file is there
+  bool notKeyed = false;
+  const std::vector<NRiFileOut*> movies = moviesOf(outputs, options.skipExisting);
   stopAtNextFrameOnSignals();
   for (const int frame : frames) {
-    if (stopAsked()) break;
+    if (stopAsked() || (!movies.empty() && progress.failed() > 0)) break;
     const auto start = std::chrono::steady_clock::now();
-    std::string files;
+    std::vector<std::string> files;
     FrameStatus status = FrameStatus::done;
     std::string message;
     try {
       time->set(static_cast<float>(frame));
-      bool exists = options.skipExisting;
+      std::vector<NRiFileOut*> missing;
       for (NRiFileOut* const out : outputs) {
-        const std::string file = out->path();
-        files += (files.empty() ? "" : ", ") + file;
-        exists = exists && std::filesystem::exists(file);
+        files.push_back(out->path());
+        const bool begun = std::find(movies.begin(), movies.end(), out) != movies.end();
+        if (begun || !options.skipExisting || !std::filesystem::exists(files.back())) {
+          missing.push_back(out);
+        }
       }
-      if (exists) status = FrameStatus::skipped;
-      for (NRiFileOut* const out : outputs) {
-        if (!exists) write(*out);
-      }
+      if (missing.empty()) status = FrameStatus::skipped;
+      for (NRiFileOut* const out : missing) write(*out, frames, options.quiet);
       finished.push_back(frame);
+    } catch (const NotKeyed& error) {
+      notKeyed = true;
+      status = FrameStatus::failed;
+      message = error.what();
     } catch (const std::bad_alloc&) {
       status = FrameStatus::failed;
       message = "out of memory";
@@ -225,15 +282,27 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
       message = error.what();
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    progress.frame(frame, files, status, seconds.count(), message);
-    if (named && status == FrameStatus::done) fmt::print("frame {}: {}\n", frame, files);
+    const std::string output = fmt::format("{}", fmt::join(files, ", "));
+    progress.frame(frame, output, status, seconds.count(), message, files);
+    if (named && status == FrameStatus::done) fmt::print("frame {}: {}\n", frame, output);
     if (status != FrameStatus::failed) continue;
     std::fflush(stdout);
     fmt::print(stderr, "orvanite: frame {}: {}\n", frame, message);
   }
   const bool wasStopped =
       stopAsked() && finished.size() + static_cast<std::size_t>(progress.failed()) < frames.size();
+  const bool moviesLost = !movies.empty() && (wasStopped || progress.failed() > 0);
+  if (!moviesLost) {
+    for (NRiFileOut* const out : movies) out->finish();
+  }
   progress.finish(wasStopped);
+  if (moviesLost) {
+    std::fflush(stdout);
+    fmt::print(stderr,
+               "orvanite: {}; a movie appears when it is whole: the same command begins it again\n",
+               wasStopped ? "stopped" : "not all frames are done");
+    return wasStopped ? cancelled : finished.empty() && !notKeyed ? failed : framesFailed;
+  }
   if (wasStopped) {
     std::fflush(stdout);
     std::sort(finished.begin(), finished.end());
@@ -243,7 +312,8 @@ int render(const RunOptions& options, const std::vector<int>& frames) {
                finished.empty() ? "none" : media::formatFrames(finished));
     return cancelled;
   }
-  return progress.failed() == 0 ? success : finished.empty() ? failed : framesFailed;
+  if (progress.failed() == 0) return success;
+  return finished.empty() && !notKeyed ? failed : framesFailed;
 }
 
 int printFunctions(const std::string& name) {
@@ -270,8 +340,11 @@ int runScript(const RunOptions& options) {
   } const tidy;
   try {
     NRiNodes::declare();
-    loadPlugins(options.quiet || options.print || !options.identity.empty());
-    if (!compile(options.script)) return failed;
+    loadPlugins(options.quiet || options.print || options.inputs || !options.identity.empty());
+    std::vector<std::string> read{options.script};
+    const bool fine = compile(options.script, read);
+    if (options.inputs && !fine) printFiles(read);
+    if (!fine) return failed;
     for (const std::string& assignment : options.sets) set(assignment);
     if (options.print) {
       NRiFile file;
@@ -282,13 +355,48 @@ int runScript(const RunOptions& options) {
       timePlug()->set(static_cast<float>(frames.front()));
       printIdentity(options.identity);
     }
-    if (options.print || !options.identity.empty()) return success;
+    if (options.inputs) {
+      addPictures(frames, read);
+      printFiles(read);
+    }
+    if (options.print || options.inputs || !options.identity.empty()) return success;
     return render(options, frames);
   } catch (const NRiError& error) {
     std::fflush(stdout);
     fmt::print(stderr, "orvanite: {}\n", error.what());
     return failed;
   }
+}
+
+// The same again by processes of their own, for as long as somebody looks on.
+int watchScript(const RunOptions& options) {
+  if (options.script.empty()) throw Error(Fault::wrongUse, "run", "expected a script");
+  if (options.skipExisting || options.print || options.inputs || !options.identity.empty()) {
+    throw Error(Fault::wrongUse, "--watch",
+                "expected neither --skip-existing, --print, --inputs nor --identity with it");
+  }
+  if (options.port < 0 || options.port > 65535) {
+    throw Error::expected(Fault::wrongUse, "--port", "a number from 0 to 65535",
+                          std::to_string(options.port));
+  }
+  static_cast<void>(media::parseFrames(options.frames, "--frames"));
+  static_cast<void>(readTextFile(options.script, "this script cannot be read"));
+  view::WatchOptions watch;
+  watch.script = options.script;
+  watch.inputs = {"run", options.script, "-q", "--frames", options.frames};
+  for (const std::string& one : options.sets) {
+    watch.inputs.insert(watch.inputs.end(), {"--set", one});
+  }
+  watch.render = watch.inputs;
+  watch.inputs.emplace_back("--inputs");
+  watch.render.insert(watch.render.end(), {"--json", "--threads", std::to_string(options.threads)});
+  watch.port = options.port;
+  const bool desktop =
+      std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
+  watch.openBrowser = desktop && !options.noOpen;
+  watch.started = sayAddress;
+  view::watch(watch);
+  return success;
 }
 
 }  // namespace
@@ -316,6 +424,25 @@ Run declareRun(CLI::App& command) {
       ->group(running)
       ->type_name("NODE.PLUG=VALUE")
       ->take_all();
+  command
+      .add_flag("--watch", options->watch,
+                "Render again whenever the script or a file that it reads changes, and show the "
+                "newest frame in a page. [default off]")
+      ->group(running);
+  command
+      .add_option("--port", options->port,
+                  "Port of 127.0.0.1 for --watch. [0 to 65535, default any free one]")
+      ->group(running)
+      ->type_name("N")
+      ->take_last();
+  command
+      .add_flag("--no-open", options->noOpen,
+                "Do not open the browser for --watch; print the address only.")
+      ->group(running);
+  command
+      .add_flag("--inputs", options->inputs,
+                "Print the files that the script reads at these frames instead of rendering it.")
+      ->group("Looking");
   command.add_flag("--print", options->print, "Print the loaded script instead of rendering it.")
       ->group("Looking");
   command
@@ -347,7 +474,8 @@ Run declareRun(CLI::App& command) {
       ->group(running);
   command.add_flag("-q,--quiet", options->quiet, "Say nothing but errors.")->group(running);
   return [options, functions] {
-    return functions->count() > 0 ? printFunctions(options->function) : runScript(*options);
+    if (functions->count() > 0) return printFunctions(options->function);
+    return options->watch ? watchScript(*options) : runScript(*options);
   };
 }
 

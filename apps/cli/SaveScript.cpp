@@ -7,39 +7,27 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "apps/cli/ParameterOptions.h"
 #include "base/Error.h"
+#include "base/ScriptText.h"
 #include "keyer/Parameters.h"
 #include "media/FramePattern.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"
+#include "media/Source.h"
 
 namespace orvanite::cli {
 namespace {
 
-std::string inQuotes(std::string_view text) {
-  std::string result = "\"";
-  for (const char letter : text) {
-    if (letter == '"' || letter == '\\') result += '\\';
-    result += letter;
-  }
-  return result + "\"";
-}
-
-// Scripts write frame numbers as # signs; folders and other spellings become those.
-std::string patternOf(const std::string& path) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) {
-    return media::FramePattern::ofFolder(path).text();
-  }
-  const auto pattern = media::FramePattern::parse(path);
+// Frame numbers become # signs, whatever their spelling.
+std::string textOf(const std::optional<media::FramePattern>& pattern, const std::string& path) {
   return pattern ? pattern->text() : path;
 }
 
-// The same, as it is called from the script's folder.
-std::string pathIn(const ScriptFiles& files, const std::string& path) {
-  const std::filesystem::path own = patternOf(path);
+// A file as it is called from the script's folder.
+std::string pathIn(const ScriptFiles& files, const std::filesystem::path& own) {
   if (own.is_absolute()) return own.string();
   const std::filesystem::path whole = std::filesystem::absolute(own);
   if (files.script.empty()) return whole.string();
@@ -56,15 +44,16 @@ std::string pathIn(const ScriptFiles& files, const std::string& path) {
 std::string outputIn(const ScriptFiles& files) {
   const bool beside =
       files.script.empty() && !std::filesystem::path(files.output).has_parent_path();
-  return beside ? patternOf(files.output) : pathIn(files, files.output);
+  const std::string own = textOf(media::FramePattern::parse(files.output), files.output);
+  return beside ? own : pathIn(files, own);
 }
 
 // The node knows channels by their letters only.
-std::string channelText(const std::string& name, const std::string& value) {
+std::string channelText(const std::string& option, const std::string& value) {
   if (value.size() == 1 && std::string_view("RGBArgba").find(value[0]) != std::string_view::npos) {
     return inQuotes(value);
   }
-  throw Error::expected(Fault::wrongUse, "--save-script", "a " + name + " of R, G, B or A", value);
+  throw Error::expected(Fault::wrongUse, "--save-script", "the " + option + " R, G, B or A", value);
 }
 
 void checkExpressible(const Settings& settings) {
@@ -75,7 +64,10 @@ void checkExpressible(const Settings& settings) {
   }
   const Settings defaults;
   for (const Parameter& parameter : parameters()) {
-    if (!parameter.plugs[0].empty() || parameter.name == "useReference") continue;
+    if (parameter.name == "useReference") continue;
+    const bool isOne = valuesOf(parameter.type) < 3 ||
+                       settings.text(parameter.name) == settings.channelText(parameter.name, 0);
+    if (!parameter.plugs[0].empty() && (isOne || !parameter.plugs[1].empty())) continue;
     if (settings.text(parameter.name) != defaults.text(parameter.name)) {
       throw Error(Fault::wrongUse, "--save-script",
                   "a script cannot hold " + optionName(parameter.name));
@@ -83,10 +75,10 @@ void checkExpressible(const Settings& settings) {
   }
 }
 
-// The frames of a sequence; empty for anything else.
+// The frames of a sequence or a movie; empty for a still.
 std::vector<int> framesOf(const std::string& path) {
-  const auto pattern = media::FramePattern::parse(patternOf(path));
-  return pattern ? pattern->existing() : std::vector<int>();
+  if (const auto pattern = media::FramePattern::ofInput(path)) return pattern->existing();
+  return media::isMovieName(path) ? media::Source::open(path)->frames() : std::vector<int>();
 }
 
 // Which frame of a picture beside the plate is shown, as an argument: the plate's with its offset,
@@ -120,12 +112,8 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   std::string script;
   const auto input = [&](const char* name, const ScriptInput& from) {
     if (from.path.empty()) return std::string("0");
-    if (media::isMovieName(from.path)) {
-      throw Error(
-          Fault::wrongUse, "--save-script",
-          "a script cannot hold the movie " + from.path + "; its frames as pictures it can");
-    }
-    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, from.path)),
+    const std::string own = textOf(media::FramePattern::ofInput(from.path), from.path);
+    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, own)),
                           frameText(files, from));
     return std::string(name);
   };
@@ -143,10 +131,13 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
           value = inQuotes(settings.choice(parameter.name));
           break;
         case ParameterType::channel:
-          value = channelText(std::string(parameter.label), settings.text(parameter.name));
+          value = channelText(optionName(parameter.name), settings.text(parameter.name));
           break;
         default:
-          value = fmt::format("{}", settings.number(parameter.name, static_cast<int>(channel)));
+          value = parameter.rule == DefaultRule::balanceOfScreen && settings.moves("screen") &&
+                          !settings.given(parameter.name)
+                      ? "(bScreen > gScreen) ? 0.9 : 0.5"
+                      : settings.channelText(parameter.name, static_cast<int>(channel));
       }
       script += fmt::format("keyed.{} = {};\n", parameter.plugs[channel], value);
     }
@@ -156,8 +147,11 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   const char* const alpha = files.alpha == shot::Alpha::none            ? ", \"none\""
                             : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
                                                                         : "";
-  return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{});\n", inQuotes(outputIn(files)),
-                              held, alpha);
+  std::string movie;
+  if (!files.codec.empty()) movie += ", codec = " + inQuotes(files.codec);
+  if (!files.frameRate.empty()) movie += ", fps = " + inQuotes(files.frameRate);
+  return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{}{});\n", inQuotes(outputIn(files)),
+                              held, alpha, movie);
 }
 
 void saveText(const std::string& path, const std::string& text) {

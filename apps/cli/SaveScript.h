@@ -22,6 +22,7 @@ struct ScriptFiles {
   std::string output;
   shot::Alpha alpha = shot::Alpha::matte;       // of the output
   shot::PastEnd pastEnd = shot::PastEnd::hold;  // of the pictures beside the plate
+  std::string codec, frameRate;                 // of a movie; empty: the usual ones
   std::string script;                           // where the script will lie; empty: nobody knows
 };
 

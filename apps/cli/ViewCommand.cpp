@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -95,6 +94,8 @@ std::string scriptFor(const ViewCommandOptions& options, const shot::ShotFiles& 
                    outputAnywhere(options),
                    shot::usualAlpha(settings.text("output")),
                    shot::PastEnd::hold,
+                   {},
+                   {},
                    {}},
                   samples);
 }
@@ -133,10 +134,7 @@ int runView(const ViewCommandOptions& options) {
                             media::Samples samples) {
     return scriptFor(options, given, settings, samples);
   };
-  view.started = [](const std::string& address) {
-    fmt::print("Open this address in a browser on this machine; Ctrl-C ends.\n{}\n", address);
-    std::fflush(stdout);
-  };
+  view.started = sayAddress;
   view::view(view);
   return success;
 }

@@ -3,9 +3,11 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <thread>
 
 extern char** environ;
 
@@ -40,6 +42,11 @@ pid_t startChild(const std::string& program, const std::vector<std::string>& arg
   posix_spawn_file_actions_destroy(&files);
   posix_spawnattr_destroy(&attributes);
   return child;
+}
+
+void openInBrowser(const std::string& address) {
+  const pid_t child = startChild("xdg-open", {address});
+  if (child >= 0) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
 }
 
 }  // namespace orvanite::view

@@ -18,4 +18,7 @@ namespace orvanite::view {
 pid_t startChild(const std::string& program, const std::vector<std::string>& arguments,
                  int output = -1);
 
+/// Shows an address if the desktop can; who sees no page has its address.
+void openInBrowser(const std::string& address);
+
 }  // namespace orvanite::view

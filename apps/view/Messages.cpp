@@ -19,7 +19,7 @@ namespace {
 using nlohmann::json;
 
 // Longest value of a parameter, and of a page's name, that is looked at.
-constexpr std::size_t textLimit = 256;
+constexpr std::size_t textLimit = 4096;
 constexpr int bodyDepthLimit = 8;
 
 [[noreturn]] void refuse(const std::string& subject, const std::string& expected) {
@@ -139,6 +139,20 @@ std::string dump(const json& value) {
   return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+// The form of pictures, as pictureReply tells it.
+std::string packed(const json& header, const ScreenPicture& picture) {
+  std::string text = dump(header);
+  text.resize((text.size() + 3) / 4 * 4, ' ');
+  std::string reply;
+  reply.reserve(4 + text.size() + picture.rgba.size());
+  for (unsigned shift = 0; shift < 32; shift += 8) {
+    reply += static_cast<char>((text.size() >> shift) & 0xFF);
+  }
+  reply += text;
+  reply.append(reinterpret_cast<const char*>(picture.rgba.data()), picture.rgba.size());
+  return reply;
+}
+
 // JSON knows no infinity and no NaN; the page shows them as texts.
 json number(float value) {
   if (std::isfinite(value)) return value;
@@ -158,9 +172,11 @@ NumberedRequest pictureRequestOf(const std::string& body) {
   const json object = parse(body);
   NumberedRequest numbered;
   PictureRequest& request = numbered.request;
-  request.settings = settingsIn(object);
   request.view = viewIn(object);
   request.frame = intOf(object, "frame");
+  const Settings settings = settingsIn(object);
+  request.settings = settings.at(request.frame);
+  numbered.shown = unknownToPage(settings);
   request.divisor = intOf(object, "divisor");
   request.proxy = flagOf(object, "proxy");
   request.window = windowOf(object, "window");
@@ -176,8 +192,9 @@ NumberedRequest pictureRequestOf(const std::string& body) {
 
 ProbeRequest probeRequestOf(const std::string& body) {
   const json object = parse(body);
-  return {settingsIn(object), viewIn(object),     intOf(object, "frame"),
-          intOf(object, "x"), intOf(object, "y"), intOf(object, "slot")};
+  const int frame = intOf(object, "frame");
+  return {settingsIn(object).at(frame), viewIn(object),     frame,
+          intOf(object, "x"),           intOf(object, "y"), intOf(object, "slot")};
 }
 
 BoxRequest boxRequestOf(const std::string& body) {
@@ -187,7 +204,8 @@ BoxRequest boxRequestOf(const std::string& body) {
 
 FindRequest findRequestOf(const std::string& body) {
   const json object = parse(body);
-  return {settingsIn(object), intOf(object, "frame")};
+  const int frame = intOf(object, "frame");
+  return {settingsIn(object).at(frame), frame};
 }
 
 GiveRequest giveRequestOf(const std::string& body) {
@@ -231,6 +249,8 @@ JobRequest jobRequestOf(const std::string& body) {
   return request;
 }
 
+int indexOf(const std::string& body) { return intOf(parse(body), "index"); }
+
 Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
 
 std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
@@ -259,26 +279,20 @@ std::string describe(const Footage& footage, const shot::ShotFiles& named, const
                {"settings", givenTexts(settings)}});
 }
 
-std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
+std::string pictureReply(const RenderedPicture& rendered, const NumberedRequest& asked,
                          double milliseconds) {
   const media::Window& window = rendered.window;
   json header{{"width", rendered.picture.width},
               {"height", rendered.picture.height},
               {"window", {window.x, window.y, window.width, window.height}},
               {"milliseconds", milliseconds}};
-  header["inForce"] = inForceTexts(settings);
+  header["inForce"] = inForceTexts(asked.request.settings, asked.shown);
   if (rendered.measure) header["matte"] = measureReply(*rendered.measure);
-  std::string text = dump(header);
-  text.resize((text.size() + 3) / 4 * 4, ' ');
-  std::string reply;
-  reply.reserve(4 + text.size() + rendered.picture.rgba.size());
-  for (unsigned shift = 0; shift < 32; shift += 8) {
-    reply += static_cast<char>((text.size() >> shift) & 0xFF);
-  }
-  reply += text;
-  reply.append(reinterpret_cast<const char*>(rendered.picture.rgba.data()),
-               rendered.picture.rgba.size());
-  return reply;
+  return packed(header, rendered.picture);
+}
+
+std::string screenReply(const ScreenPicture& picture) {
+  return packed({{"width", picture.width}, {"height", picture.height}}, picture);
 }
 
 std::string probeReply(const PixelValues& values, Depth depth) {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "apps/view/RenderJob.h"
 #include "apps/view/Renderer.h"
@@ -19,7 +21,8 @@ namespace orvanite::view {
 struct NumberedRequest {
   std::string page;  // with its slot: requests of one name replace each other
   std::uint64_t number = 0;
-  PictureRequest request;
+  PictureRequest request;               // with the settings of its frame
+  std::vector<std::string_view> shown;  // parameters whose values in force the page cannot know
 };
 
 /// Each throws Error (wrongUse) that says what was expected.
@@ -61,6 +64,8 @@ struct OpenRequest {
 OpenRequest openRequestOf(const std::string& body);
 /// A preset's text, as settings.
 Settings presetIn(const std::string& body);
+/// The member "index" of a body.
+int indexOf(const std::string& body);
 /// The member "settings" of a body: texts by parameter names.
 Settings settingsOf(const std::string& body);
 
@@ -72,8 +77,11 @@ std::string describe(const Footage& footage, const shot::ShotFiles& named, const
 
 /// A picture: the length of a header in bytes as 4 bytes, low byte first; the header, JSON padded
 /// with blanks to a multiple of 4; then RGBA, rows from the top.
-std::string pictureReply(const RenderedPicture& rendered, const Settings& settings,
+std::string pictureReply(const RenderedPicture& rendered, const NumberedRequest& asked,
                          double milliseconds);
+
+/// The same of any picture, whose header says its size.
+std::string screenReply(const ScreenPicture& picture);
 
 std::string probeReply(const PixelValues& values, Depth depth);
 /// What was found: texts by the names of the parameters that finding sets, null for a default.

@@ -77,13 +77,19 @@ json givenTexts(const Settings& settings) {
   return texts;
 }
 
-json inForceTexts(const Settings& settings) {
-  json texts = json::object();
+std::vector<std::string_view> unknownToPage(const Settings& settings) {
+  std::vector<std::string_view> names;
   for (const Parameter& parameter : parameters()) {
-    if (parameter.rule != DefaultRule::fixed) {
-      texts[std::string(parameter.name)] = settings.text(parameter.name);
+    if (parameter.rule != DefaultRule::fixed || settings.moves(parameter.name)) {
+      names.push_back(parameter.name);
     }
   }
+  return names;
+}
+
+json inForceTexts(const Settings& settings, const std::vector<std::string_view>& names) {
+  json texts = json::object();
+  for (const std::string_view name : names) texts[std::string(name)] = settings.text(name);
   return texts;
 }
 

@@ -1,28 +1,15 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The page's server: loopback only, one page, a handful of questions that it may ask. Each request
-// is checked before its body is read; sizes, rates and the number of renders that wait are bounded.
-// Knows cpp-httplib, in its source only.
+// The page's server: one page behind the gate, a handful of questions that it may ask. The number
+// of renders that wait is bounded. Knows cpp-httplib, in its source only.
 #pragma once
 
 #include <memory>
-#include <span>
 #include <string>
-#include <string_view>
 
-#include "apps/view/Access.h"
 #include "apps/view/Session.h"
 
 namespace orvanite::view {
-
-/// A file of the page, held in the program.
-struct PageFile {
-  std::string_view name;
-  std::string_view type;
-  std::string_view bytes;
-};
-/// The page's files; generated at build time.
-std::span<const PageFile> pageFiles();
 
 class Server {
  public:

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 #include "apps/view/Child.h"
 #include "apps/view/StopSignals.h"
@@ -63,12 +62,6 @@ class OwnFolder {
   int lifeline_ = -1;  // closed when this process ends, by whatever
   pid_t keeper_ = -1;
 };
-
-// Shows the page if the desktop can; who sees no page has its address.
-void openInBrowser(const std::string& address) {
-  const pid_t child = startChild("xdg-open", {address});
-  if (child >= 0) std::thread([child] { waitpid(child, nullptr, 0); }).detach();
-}
 
 }  // namespace
 

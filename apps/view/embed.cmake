@@ -23,7 +23,7 @@ foreach(name IN LISTS names)
   math(EXPR count "${count} + 1")
 endforeach()
 file(WRITE "${OUTPUT}.new" "// Made from the files of apps/view/page.
-#include \"apps/view/Server.h\"
+#include \"apps/view/Gate.h\"
 
 namespace orvanite::view {
 namespace {

@@ -92,18 +92,14 @@ const NRiName& NRiFileIn::getClassName() const {
   return name;
 }
 
-std::string NRiFileIn::path() {
-  const float frame = frame_->asFloat();
-  return NRiGlobals::inFolder(
-      NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame))));
-}
+std::string NRiFileIn::path() { return NRiInputFile(*path_, frameNumber()); }
 
 const NRiFileIn::Header& NRiFileIn::header() {
   const std::string file = path();
   if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
   const bool movie = media::isMovieName(file);
   const std::string opened = file + "\n" + stampOf(file);
-  const int frame = movie ? static_cast<int>(std::lround(frame_->asFloat())) : 1;
+  const int frame = movie ? frameNumber() : 1;
   const std::string key = movie ? fmt::format("{}\n{}", opened, frame) : opened;
   if (header_.key == key) return header_;
   if (sourceOf_ != opened) {
@@ -141,6 +137,13 @@ std::shared_ptr<const OIIO::ImageSpec> NRiFileIn::metadata() {
   header();
   return picture().header;
 }
+
+const media::Source& NRiFileIn::source() {
+  header();
+  return *source_;
+}
+
+int NRiFileIn::frameNumber() { return static_cast<int>(std::lround(frame_->asFloat())); }
 
 int NRiFileIn::eval(NRiPlug* plug) {
   if (plug == out_->width()) plug->set(header().width);

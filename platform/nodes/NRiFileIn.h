@@ -25,6 +25,9 @@ class NRI_API NRiFileIn final : public NRiFx {
   std::string path();
   /// The header of the present frame's file: what a file made of it takes over. Throws NRiError.
   std::shared_ptr<const OIIO::ImageSpec> metadata();
+  /// The present frame's file, opened, and which frame of it that is. Throws NRiError.
+  const orvanite::media::Source& source();
+  int frameNumber();
 
  protected:
   void fillOutputBuffer() override;

@@ -3,15 +3,20 @@
 // From the platform's pixels, alpha first, to a picture of a file, red first.
 #include "platform/nodes/NRiFileOut.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 
 #include "base/Error.h"
+#include "media/FramePattern.h"
+#include "media/MovieSource.h"
+#include "media/MovieWish.h"
 #include "media/PictureWriter.h"
 #include "platform/NRiGlobals.h"
 #include "platform/NRiLexer.h"
+#include "platform/NRiThread.h"
 #include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFrames.h"
 
@@ -37,13 +42,28 @@ Samples samplesOf(const NRiName& asked, int bytes, const Header& source) {
   return source && source->format == OIIO::TypeDesc::HALF ? Samples::half : Samples::float32;
 }
 
-// The header of the picture that the first inputs lead to; null where they lead to none.
-Header headerOf(const NRiNode& node) {
+// The picture that the first inputs lead to; null where they lead to none.
+NRiFileIn* plateOf(const NRiNode& node) {
   const NRiIPlug* const input = node.getInput(0);
   if (input == nullptr || !input->isConnected()) return nullptr;
   NRiNode* const from = input->imageSource()->owner();
-  if (auto* const file = dynamic_cast<NRiFileIn*>(from)) return file->metadata();
-  return headerOf(*from);
+  auto* const file = dynamic_cast<NRiFileIn*>(from);
+  return file ? file : plateOf(*from);
+}
+
+Header headerOf(const NRiNode& node) {
+  NRiFileIn* const plate = plateOf(node);
+  return plate ? plate->metadata() : nullptr;
+}
+
+// Runs what may throw the error of files, and throws the platform's.
+template <class Action>
+auto translated(const Action& action) {
+  try {
+    return action();
+  } catch (const orvanite::Error& error) {
+    throw NRiError(error.what());
+  }
 }
 
 template <class Element>
@@ -76,8 +96,12 @@ NRiFileOut::NRiFileOut() : NRiMonadic(NRiName("In")) {
   samples_->set("auto");
   alpha_ = addPlug(NRiName("alpha"), nriString, NRiPlug::kIn, nullptr, 0);
   alpha_->set("auto");
-  NRiPlug::addDependencies(out_->image(), path_, samples_, alpha_, nullptr);
+  codec_ = addPlug(NRiName("codec"), nriString, NRiPlug::kIn, nullptr, 0);
+  frameRate_ = addPlug(NRiName("fps"), nriString, NRiPlug::kIn, nullptr, 0);
+  NRiPlug::addDependencies(out_->image(), path_, samples_, alpha_, codec_, frameRate_, nullptr);
 }
+
+NRiFileOut::~NRiFileOut() = default;
 
 const NRiName& NRiFileOut::getClassName() const {
   static const NRiName name("FileOut");
@@ -86,8 +110,13 @@ const NRiName& NRiFileOut::getClassName() const {
 
 std::string NRiFileOut::path() {
   const float frame = NRiNode::getRoot()->getPlug(NRiName("time"))->asFloat();
-  return NRiGlobals::inFolder(
-      NRiFramePath(path_->asString().view(), static_cast<int>(std::lround(frame))));
+  return NRiOutputFile(*path_, static_cast<int>(std::lround(frame)));
+}
+
+// A pattern is of numbered files, whatever their ending.
+bool NRiFileOut::isMovie() {
+  const std::string file = NRiGlobals::inFolder(std::string(path_->asString().view()));
+  return media::isMovieName(file) && !media::FramePattern::parse(file);
 }
 
 std::string NRiFileOut::checkedPath() {
@@ -97,11 +126,13 @@ std::string NRiFileOut::checkedPath() {
     throw NRiError(file + ": '" + std::string(name().view()) + "' has no image");
   }
   checkInputs(file);
-  try {
-    media::checkOutput(file, {});
-  } catch (const orvanite::Error& error) {
-    throw NRiError(error.what());
-  }
+  translated([&] {
+    if (isMovie()) {
+      media::checkMovieOutput(file, std::string(codec_->asString().view()), {});
+    } else {
+      media::checkOutput(file, {});
+    }
+  });
   return file;
 }
 
@@ -112,7 +143,7 @@ media::Picture NRiFileOut::rendered() {
   const NRiRect frame = format();
   if (frame.empty()) throw NRiError(file + ": the image has no size");
   const NRiRect domain = out_->getDod();
-  const bool windowed = media::keepsDataWindow(file) && !domain.empty();
+  const bool windowed = !isMovie() && media::keepsDataWindow(file) && !domain.empty();
   const NRiRect region = windowed ? domain : frame;
   const NRiIBuf pixels = renderWhole(region);
 
@@ -148,5 +179,55 @@ media::Picture NRiFileOut::rendered() {
       fill<float>(pixels, picture, colour);
   }
   if (alpha == "premultiplied") media::multiplyByAlpha(picture);
+  // A movie has its alpha beside every frame, and says nothing by it then.
+  if (isMovie() && !picture.hasAlpha) media::makeOpaque(picture);
   return picture;
+}
+
+// The frames of the plate that go with these times are looked up, as a script may shift them.
+media::MovieOptions NRiFileOut::movieOptions(const std::vector<int>& times,
+                                             std::vector<std::string>& notices) {
+  media::MovieWish wish;
+  wish.codec = std::string(codec_->asString().view());
+  const std::string rate(frameRate_->asString().view());
+  if (!rate.empty()) wish.frameRate = media::parseFrameRate(rate, frameRate_->fullName());
+  NRiFileIn* const plate = plateOf(*this);
+  if (!plate) return media::movieOf(nullptr, wish, times, notices);
+  NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));
+  const float now = time->asFloat();
+  std::vector<int> frames;
+  for (const int at : times) {
+    time->set(static_cast<float>(at));
+    frames.push_back(plate->frameNumber());
+  }
+  time->set(now);
+  return media::movieOf(&plate->source(), wish, frames, notices);
+}
+
+void NRiFileOut::begin(const media::Picture& picture, const std::vector<int>& times,
+                       std::vector<std::string>& notices) {
+  media::MovieOptions movie = movieOptions(times, notices);
+  movie.frame = {picture.header->full_x, picture.header->full_y, picture.header->full_width,
+                 picture.header->full_height};
+  movie.samples = picture.samples;
+  movie.alpha = picture.hasAlpha;
+  movie.threads = std::min(NRiThread::getCount(), 16);
+  movie_ = std::make_unique<media::MovieWriter>(path(), movie);
+  for (const std::string& notice : movie_->notices()) notices.push_back(notice);
+}
+
+void NRiFileOut::write(const media::Picture& picture, const std::vector<int>& times,
+                       std::vector<std::string>& notices) {
+  translated([&] {
+    if (!isMovie()) return media::writePicture(picture, path());
+    if (!movie_) begin(picture, times, notices);
+    movie_->write(movie_->prepare(picture));
+  });
+}
+
+void NRiFileOut::finish() {
+  translated([&] {
+    if (movie_) movie_->finish();
+  });
+  movie_.reset();
 }

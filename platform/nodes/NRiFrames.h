@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Numbered files: plate.%04d.exr and plate.####.exr with a frame put in.
+// Which file a node reads or writes at a frame: paths count from the script's folder, and a frame's
+// number stands where the command's own have it.
 #pragma once
 
 #include <string>
-#include <string_view>
 
-#include "platform/NRiExport.h"
+class NRiPlug;
 
-/// The path of a frame: %d, %4d, %04d (up to 9 digits) and each run of '#' become the number, with
-/// at least that many digits. A path without them is the same for every frame.
-NRI_API std::string NRiFramePath(std::string_view path, int frame);
+/// The file that is read at a frame: of a folder or a name with a frame number the frame's own,
+/// else the file itself, one that merely looks like a pattern included. Throws NRiError.
+std::string NRiInputFile(NRiPlug& path, int frame);
 
-/// Whether the path differs from frame to frame.
-NRI_API bool NRiIsSequence(std::string_view path);
+/// The file that is written at a frame.
+std::string NRiOutputFile(NRiPlug& path, int frame);

@@ -16,20 +16,25 @@
 namespace {
 
 constexpr const char* declarations = R"(
-// A picture, or a picture for each frame.
+// A picture, a picture for each frame, or a movie.
 extern image FileIn(
-    string path,           // The file; #### stands for the frame's number.
+    string path,           // The file, or the folder of a sequence; in a name, ####, @@@@ and %04d
+                           // stand for the frame's number.
     float frame = time);   // Which frame: time + 10 shows what is ten frames later.
 
-// Writes a picture for each frame that is rendered, and passes it on.
+// Writes a picture for each frame that is rendered, or a movie of them all, and passes it on.
 extern image FileOut(
     image,                     // What to write.
-    string path,               // The file, whose ending says the format; #### stands for the
-                               // frame's number.
+    string path,               // The file, whose ending says the format; ####, @@@@ and %04d
+                               // stand for the frame's number.
     string samples = "auto",   // How values are held: "uint8", "uint16", "half", "float", or "auto"
                                // for the picture's own.
-    string alpha = "auto");    // "none" leaves it out, "premultiplied" multiplies the colours by it,
+    string alpha = "auto",     // "none" leaves it out, "premultiplied" multiplies the colours by it,
                                // as readers of OpenEXR expect; "auto" writes what the picture has.
+    string codec = "",         // Of a movie: "prores4444", "ffv1", "vp9", "qtrle" and "png" hold
+                               // alpha, "h264" does not; "" is the usual one for the ending.
+    string fps = "");          // Of a movie: frames a second, such as "24000/1001"; "" for the
+                               // plate's, else 24.
 
 // One colour everywhere.
 extern image Constant(
@@ -61,12 +66,15 @@ NRiIPlug* fileIn(const char* path, const char* frame) {
   return node->getOutput();
 }
 
-NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples, const char* alpha) {
+NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples, const char* alpha,
+                  const char* codec, const char* fps) {
   auto* const node = placed<NRiFileOut>();
   node->getInput(0)->connect(image);
   set(*node, "path", path);
   set(*node, "samples", samples);
   set(*node, "alpha", alpha);
+  set(*node, "codec", codec);
+  set(*node, "fps", fps);
   return node->getOutput();
 }
 

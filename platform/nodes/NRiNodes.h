@@ -3,7 +3,7 @@
 // The nodes that come with the application, declared to scripts like any other function:
 //
 //   FileIn(path, frame = time)                      a picture or a sequence
-//   FileOut(image, path, samples = "auto")          writes a picture; passes the image on
+//   FileOut(image, path, samples = "auto", ...)     writes a picture or a movie; passes it on
 //   Constant(width, height, bytes, red, green, blue, alpha)   one colour everywhere
 #pragma once
 

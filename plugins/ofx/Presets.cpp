@@ -47,10 +47,15 @@ void Instance::loadPreset(ofx::Time time) {
     return;
   }
   try {
-    const Settings settings = settingsFromPresetFile(path);
+    const Settings moving = settingsFromPresetFile(path);
+    const Settings settings = moving.at(time);
     std::vector<std::string> all;
     for (const Parameter& parameter : parameters()) all.emplace_back(parameter.name);
     parameters_.write(settings, all, time, "Load preset");
+    if (moving.moves()) {
+      report(ofx::message::warning,
+             "Load preset: what moves in it stands as it is at this frame; set keys here");
+    }
   } catch (const Error& error) {
     report(ofx::message::warning, std::string("Load preset: ") + error.what());
   }

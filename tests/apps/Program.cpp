@@ -18,14 +18,11 @@
 #include <stdexcept>
 
 namespace orvanite::test {
-namespace {
 
 std::string contents(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
-
-}  // namespace
 
 Outcome run(const std::string& program, const std::vector<std::string>& arguments,
             const std::vector<std::string>& environment) {

@@ -38,6 +38,9 @@ pid_t start(const std::vector<std::string>& arguments);
 /// Waits for a process: its exit code, or 128 + the signal that ended it.
 int waitFor(pid_t child);
 
+/// A file's bytes; none when there is no such file.
+std::string contents(const std::string& path);
+
 /// A fresh folder that goes with the object.
 class Folder {
  public:

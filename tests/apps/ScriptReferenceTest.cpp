@@ -17,13 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contents(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
 const fs::path source(ORVANITE_SOURCE);
 
 TEST(ScriptReference, IsWhatTheDocumentHolds) {

@@ -36,11 +36,6 @@ using Words = std::vector<std::string>;
 // Of the child, when nothing failed.
 constexpr int nothingFailed = 99;
 
-std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 int step() {
   const char* text = std::getenv("ORVANITE_FAULT_STEP");
   return text != nullptr ? std::max(1, std::atoi(text)) : 29;

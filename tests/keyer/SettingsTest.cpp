@@ -8,8 +8,10 @@
 
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "base/Error.h"
+#include "keyer/Preset.h"
 
 namespace orvanite {
 namespace {
@@ -119,6 +121,45 @@ TEST(Settings, NumbersAreKeptToFourDecimals) {
   Settings settings;
   settings.setText("screen", "+0.123449, 0.99996 ,1e-1");
   EXPECT_EQ(settings.text("screen"), "0.1234,1,0.1");
+}
+
+TEST(Settings, NumbersMoveByCurvesAndStandStillAtAFrame) {
+  Settings settings;
+  // As it is given, and as it is told.
+  const std::pair<const char*, const char*> texts[] = {
+      {"linear(t,1@0,5@.2)", "linear(time, 1@0, 5@0.2)"},
+      {" smooth ( time , -2.5 @ 0.12345 , 3@1 ) ", "smooth(time, -2.5@0.1235, 3@1)"},
+      {"linear(time, 4@0.5)", "linear(time, 4@0.5)"}};
+  for (const auto& [given, told] : texts) {
+    settings.setText("screenRange", given);
+    EXPECT_EQ(settings.text("screenRange"), told);
+    EXPECT_TRUE(settings.moves("screenRange") && settings.moves());
+  }
+  settings.setText("screenRange", "linear(time, 1@0, 5@0.2)");
+  settings.setText("screen", "0.1,linear(time, 1@0.8, 3@0.2),smooth(t, 1@0.2, 2@0.2, 3@0.8)");
+  EXPECT_EQ(settings.number("screenRange"), 0.0f);  // the first key's
+  const std::tuple<int, float, float, float> frames[] = {
+      {0, 0.0f, 0.8f, 0.2f},
+      {2, 0.05f, 0.5f, 0.2f},  // a quarter of the way, a half, a key
+      {3, 0.1f, 0.2f, 0.8f},
+      {9, 0.2f, 0.2f, 0.8f}};
+  for (const auto& [frame, range, green, blue] : frames) {
+    const Settings still = settings.at(frame);
+    EXPECT_FALSE(still.moves());
+    EXPECT_EQ(still.number("screenRange"), range) << frame;
+    EXPECT_EQ(still.number("screen", 0), 0.1f);
+    EXPECT_EQ(still.number("screen", 1), green) << frame;
+    EXPECT_EQ(still.number("screen", 2), blue) << frame;
+    // The balance goes with the screen of the frame.
+    EXPECT_EQ(still.number("midtoneBalance"), blue > green ? 0.9f : 0.5f) << frame;
+    EXPECT_NO_THROW(still.expectStill());
+  }
+  EXPECT_THROW(settings.expectStill(), Error);
+  const Settings again = settingsFromPreset(presetText(settings), "preset");
+  EXPECT_EQ(again.text("screen"), settings.text("screen"));
+  EXPECT_EQ(presetText(again), presetText(settings));
+  settings.setNumber("screenRange", 0.3);
+  EXPECT_FALSE(settings.moves("screenRange"));
 }
 
 TEST(Settings, RefusesWhatIsNoValueAndSaysWhatWasExpected) {

@@ -18,7 +18,6 @@
 #include "platform/nodes/NRiConstant.h"
 #include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFileOut.h"
-#include "platform/nodes/NRiFrames.h"
 #include "platform/nodes/NRiNodes.h"
 
 namespace {
@@ -133,7 +132,7 @@ TEST_F(Rendering, ADataWindowIsTheDomainOfDefinition) {
 
 TEST_F(Rendering, SequencesFollowTimeAndReadEachFileOnce) {
   for (const int frame : {1, 2}) {
-    writeFile(path(NRiFramePath("p.%04d.png", frame).c_str()),
+    writeFile(path(("p.000" + std::to_string(frame) + ".png").c_str()),
               OIIO::ImageSpec(2 + frame, 2, 3, OIIO::TypeDesc::UINT8));
   }
   const NRiValue value = run("x = FileIn(\"@/p.####.png\"); y = FileOut(x, \"@/o.#.png\");");
@@ -262,15 +261,6 @@ TEST_F(Rendering, APictureWithSeveralReadersIsMadeOnce) {
   const NRiIBuf second = last.renderWhole(last.format());
   EXPECT_EQ(middle->fills, 2);
   EXPECT_EQ(bytesOf(second, 3, 2), (std::vector<int>{255, 255, 255, 255}));  // they follow red
-}
-
-TEST(Frames, FillEveryMark) {
-  EXPECT_EQ(NRiFramePath("p.%04d.exr", 7), "p.0007.exr");
-  EXPECT_EQ(NRiFramePath("p.###.exr", 12345), "p.12345.exr");
-  EXPECT_EQ(NRiFramePath("%d/a_#_100%.png", -3), "-3/a_-3_100%.png");
-  EXPECT_EQ(NRiFramePath("%s%n.png", 1), "%s%n.png");
-  EXPECT_TRUE(NRiIsSequence("a#"));
-  EXPECT_FALSE(NRiIsSequence("a.png"));
 }
 
 }  // namespace

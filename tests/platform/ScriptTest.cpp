@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
+#include "base/TextFile.h"
 #include "tests/platform/Scripts.h"
 
 namespace {
@@ -17,10 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string contents(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return orvanite::readTextFile(path.string(), "there is no such case");
 }
 
 TEST_F(Script, FilesSaveOrFailAsExpectedAndSavingAgainChangesNothing) {

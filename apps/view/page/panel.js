@@ -47,6 +47,7 @@ export class Panel {
     if (screen) root.prepend(groups.get(screen.group));
     state.addEventListener('settings', () => this.refresh());
     this.listenToHeldKeys();
+    state.addEventListener('shown', () => this.refresh());
     help.textContent = 'Point at a control to read what it does. A double click on its name or slider gives it back to its default.';
     this.refresh();
   }
@@ -58,10 +59,11 @@ export class Panel {
     const label = element(type === 'colour' ? 'span' : 'label', {className: 'name', textContent: parameter.label});
     if (type !== 'colour') label.htmlFor = id;
     label.title = 'Double click: back to the default';
-    row.append(label);
+    const key = this.key(parameter);
+    row.append(key ? element('span', {className: 'named'}, label, key) : label);
     const made = this[type](parameter, id);
     row.append(...made.elements);
-    const entry = {parameter, row, refresh: made.refresh};
+    const entry = {parameter, row, key, refresh: made.refresh};
     this.rows.push(entry);
     for (const one of [label, ...row.querySelectorAll('input[type=range]')]) {
       one.addEventListener('dblclick', () => this.state.set({[name]: null}));
@@ -94,6 +96,25 @@ export class Panel {
     this.warnedAt = performance.now();
     this.help.classList.add('warns');
     this.help.textContent = this.warned.textContent = words;
+  }
+
+  // Of a number in a shot: sets a key at the frame that is shown, or takes it away.
+  key({name, label, type}) {
+    if (!this.state.description.isShot || !['number', 'triple', 'colour'].includes(type)) return null;
+    const button = element('button', {className: 'key'});
+    button.setAttribute('aria-label', `${label}: key at this frame`);
+    button.addEventListener('click', (event) => event.shiftKey ? this.state.reshape(name) : this.state.toggleKey(name));
+    return button;
+  }
+
+  refreshKey(button, name) {
+    const {moves, here} = this.state.keyed(name);
+    const smooth = moves && this.state.settings[name].includes('smooth');
+    button.textContent = here ? '\u25c6' : '\u25c7';
+    button.classList.toggle('moves', moves);
+    button.setAttribute('aria-pressed', String(here));
+    button.title = !moves ? 'Make it move: a key at this frame'
+      : `${here ? 'Take the key at this frame away' : 'A key at this frame'}. It moves ${smooth ? 'smoothly' : 'straight'} from key to key; Shift and click changes that`;
   }
 
   explain(parameter) {
@@ -236,7 +257,8 @@ export class Panel {
   }
 
   refresh() {
-    for (const {parameter, row, refresh} of this.rows) {
+    for (const {parameter, row, key, refresh} of this.rows) {
+      if (key) this.refreshKey(key, parameter.name);
       refresh(this.state.text(parameter.name));
       row.classList.toggle('given', parameter.name in this.state.settings);
     }

@@ -3,7 +3,11 @@
 // What the page shows and with which settings. All of it stands in the address, and the changes
 // that can be undone stand in the browser's record of the address: a reload loses nothing.
 
+import {keyedText, moves, reshaped, withKey, withoutKey} from './curves.js';
+
 const historyLimit = 200;
+
+const numbers = (text, count) => Array.from({length: count}, (unused, i) => Number(text.split(',')[i] ?? text.split(',')[0]));
 
 /** Settings are objects of texts by parameter name; a name that is not there has its default. */
 export class State extends EventTarget {
@@ -38,16 +42,30 @@ export class State extends EventTarget {
   get settings() { return this.sides[this.side]; }
   get other() { return this.sides[this.side === 'a' ? 'b' : 'a']; }
 
-  /** A value in force; what the server said of those that follow the screen counts. */
+  parameter(name) { return this.description.parameters.find((one) => one.name === name); }
+
+  /**
+   * A value in force at the frame that is shown; what the server said of those that follow the
+   * screen or lie between keys counts.
+   */
   text(name) {
-    return this.settings[name] ?? this.inForce?.[name] ??
-        this.description.parameters.find((one) => one.name === name).standard;
+    const given = this.settings[name];
+    if (moves(given)) {
+      return keyedText(given, this.frame, this.parameter(name).values) ?? this.inForce?.[name] ??
+          this.parameter(name).standard;
+    }
+    return given ?? this.inForce?.[name] ?? this.parameter(name).standard;
   }
 
-  /** Changes settings on their way: `null` resets. Nothing to undo until `commit`. */
+  /**
+   * Changes settings on their way: `null` resets, a value of what moves is a key at the frame that
+   * is shown. Nothing to undo until `commit`.
+   */
   change(texts) {
     for (const [name, text] of Object.entries(texts)) {
+      const now = this.settings[name];
       if (text === null) delete this.settings[name];
+      else if (moves(now) && !moves(text)) this.settings[name] = withKey(now, this.frame, numbers(text, this.parameter(name).values));
       else this.settings[name] = text;
     }
     this.tell('settings', {moving: true});
@@ -63,6 +81,27 @@ export class State extends EventTarget {
     this.committed = now;
     this.write();
     this.tell('settings');
+  }
+
+  /** Whether a parameter moves, and has a key at the frame that is shown. */
+  keyed(name) {
+    const text = this.settings[name];
+    return {moves: moves(text), here: moves(text) && keyedText(text, this.frame, this.parameter(name).values) !== null};
+  }
+
+  /** Sets a key at the frame that is shown, or takes it away. */
+  toggleKey(name) {
+    const {here} = this.keyed(name);
+    const text = this.text(name);
+    const change = here ? withoutKey : withKey;
+    const next = change(this.settings[name] ?? text, this.frame, numbers(text, this.parameter(name).values));
+    this.settings[name] = next;
+    this.commit();
+  }
+
+  /** Goes straight from key to key, or smoothly. */
+  reshape(name) {
+    if (moves(this.settings[name])) this.set({[name]: reshaped(this.settings[name])});
   }
 
   set(texts) {

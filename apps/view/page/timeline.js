@@ -2,6 +2,7 @@
 //
 // The frames of a shot: a slider, a field, in and out, and play between them at the shot's own rate
 // or as fast as the key allows.
+import {framesOf, moves} from './curves.js';
 
 export class Timeline {
   constructor(state, description, {bar, play, slider, field, enter, leave}) {
@@ -22,7 +23,13 @@ export class Timeline {
     play.addEventListener('click', () => this.toggle());
     enter.addEventListener('click', () => this.mark('from'));
     leave.addEventListener('click', () => this.mark('to'));
+    this.keyed = document.createElement('datalist');
+    this.keyed.id = 'keyedFrames';
+    slider.after(this.keyed);
+    slider.setAttribute('list', this.keyed.id);
     state.addEventListener('shown', () => this.refresh());
+    state.addEventListener('settings', () => this.markKeys());
+    this.markKeys();
     this.refresh();
   }
 
@@ -64,6 +71,12 @@ export class Timeline {
       this.refresh();
     };
     this.refresh();
+  }
+
+  /** A mark under each frame that has keys. */
+  markKeys() {
+    const frames = new Set(Object.values(this.state.settings).filter(moves).flatMap(framesOf));
+    this.keyed.replaceChildren(...this.frames.flatMap((frame, i) => frames.has(frame) ? [new Option('', i)] : []));
   }
 
   refresh() {

@@ -727,6 +727,56 @@ test('a shot: frames by the slider, play, and a render of every frame', async ()
   assert.deepEqual(page.problems, []);
 });
 
+test('a parameter is keyed at frames of a shot; what leaves the page moves', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-11');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '--output', 'compOnReplace', '-o', join(folder(), 'key.####.png')]);
+  const field = page.locator('.row:has(#p-screenRange) input[type=number]');
+  const key = page.locator('.row:has(#p-screenRange) .key');
+  const go = async (keys) => {
+    await page.locator('#frame').focus();
+    for (const one of keys) await page.keyboard.press(one);
+    await settled(page);
+  };
+  assert.equal(await key.getAttribute('aria-pressed'), 'false');
+  await key.click();
+  await go(['End']);
+  assert.equal(await key.getAttribute('aria-pressed'), 'false');
+  await field.fill('0.2');
+  await field.press('Enter');
+  await settled(page);
+  assert.equal(setting(page, 'screenRange'), 'linear(time, 7@0, 11@0.2)');
+  assert.equal(await key.getAttribute('aria-pressed'), 'true');
+  // In the middle it has half of the way behind it: the server says so.
+  await go(['ArrowLeft', 'ArrowLeft']);
+  assert.equal(await field.inputValue(), '0.1');
+  assert.equal(await page.locator('#keyedFrames option').count(), 2);
+  const shown = await shownPixels(page);
+
+  const line = await copiedCommand(page);
+  assert.match(line, /'--screen-range=linear\(time, 7@0, 11@0\.2\)'/);
+  const out = folder();
+  shellRun(line.replace(/^orvanite/, program).replace(/ -o .*$/, ` -q -o ${out}/key.####.png`));
+  await page.keyboard.press('9');
+  compareColours(await shownPixels(page), readPng(join(out, 'key.0009.png')), 'frame 9');
+  assert.ok(shown);
+  await page.click('#copyScript');
+  await page.waitForFunction(() => document.getElementById('told').textContent === 'Script copied.');
+  assert.match(await page.evaluate(() => navigator.clipboard.readText()), /keyed\.screenRange = linear\(time, 7@0, 11@0\.2\);/);
+
+  await page.keyboard.down('Shift');
+  await key.click();
+  await page.keyboard.up('Shift');
+  assert.equal(setting(page, 'screenRange'), 'smooth(time, 7@0, 11@0.2)');
+  await go(['Home']);
+  await key.click();
+  await go(['End']);
+  await key.click();
+  assert.equal(setting(page, 'screenRange'), '0.2');
+  await page.keyboard.press('Control+z');
+  assert.equal(setting(page, 'screenRange'), 'smooth(time, 11@0.2)');
+  assert.deepEqual(page.problems, []);
+});
+
 test('a movie is a shot whose frames count from 1, in any order', async () => {
   const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-10');
   const movies = Object.fromEntries(['plate', 'background'].map((name) => {

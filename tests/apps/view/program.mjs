@@ -34,8 +34,13 @@ export function drawPlate(...options) {
 }
 
 /** Starts the server; resolves to its address and a stop that resolves to the exit code. */
-export function serve(...options) {
-  const child = spawn(program, ['view', ...options, '--no-open'], {stdio: ['ignore', 'pipe', 'inherit']});
+export const serve = (...options) => start('view', ...options);
+
+/** The same of a script that is watched. */
+export const serveScript = (...options) => start('run', '--watch', ...options);
+
+function start(...words) {
+  const child = spawn(program, [...words, '--no-open'], {stdio: ['ignore', 'pipe', 'inherit']});
   const ended = new Promise((done) => child.on('exit', (code, signal) => done(code ?? signal)));
   return new Promise((ready, failed) => {
     let said = '';

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// `orvanite run --watch`: renders again after each change of what a script is made of, and keeps
+// what there is to see when something is wrong.
+import assert from 'node:assert/strict';
+import {copyFileSync, renameSync, writeFileSync} from 'node:fs';
+import {join} from 'node:path';
+import test from 'node:test';
+import {drawPlate, serveScript} from './program.mjs';
+
+const origin = (address) => new URL(address).origin;
+
+async function stateWhen(address, wanted) {
+  for (let i = 0; i < 600; ++i) {
+    const state = await (await fetch(address + 'state')).json();
+    if (!state.running && wanted(state)) return state;
+    await new Promise((done) => setTimeout(done, 50));
+  }
+  assert.fail('it never came');
+}
+
+async function picture(address, index = 0) {
+  const response = await fetch(address + 'picture', {
+    method: 'POST', body: JSON.stringify({index}),
+    headers: {'Content-Type': 'application/json', Origin: origin(address)},
+  });
+  return {status: response.status, bytes: Buffer.from(await response.arrayBuffer())};
+}
+
+test('a script is rendered again when it, an include or a picture changes', async () => {
+  const plate = drawPlate('--size', '64x36');
+  const other = drawPlate('--size', '64x36', '--frame', '30');
+  const file = (name) => join(plate.folder, name);
+  const script = (range) => `include "look.orv";\nk = Orvanite(FileIn("plate.png"), rScreen = 0.1, gScreen = 0.7, bScreen = 0.2, screenRange = ${range}, output = look);\nFileOut(k, "o.png");\nFileOut(FileIn("plate.png"), "p.png");\n`;
+  writeFileSync(file('look.orv'), 'string look = "compOnBlack";\n');
+  writeFileSync(file('s.orv'), script(0));
+  const {address, stop} = await serveScript(file('s.orv'));
+  try {
+    const first = await stateWhen(address, ({number}) => number === 1);
+    assert.equal(first.error, '');
+    assert.deepEqual(first.pictures, ['o.png', 'p.png']);
+    const seen = [await picture(address)];
+    assert.equal(seen[0].bytes.readUInt32LE(0) % 4, 0);
+    assert.equal(seen[0].bytes.length, 4 + seen[0].bytes.readUInt32LE(0) + 64 * 36 * 4);
+    const next = async (change) => {
+      const {number} = await stateWhen(address, () => true);
+      change();
+      const state = await stateWhen(address, (now) => now.number > number);
+      seen.push(await picture(address));
+      return state;
+    };
+    await next(() => writeFileSync(file('s.orv'), script(0.3)));
+    await next(() => { writeFileSync(file('new'), 'string look = "status";\n'); renameSync(file('new'), file('look.orv')); });
+    await next(() => copyFileSync(other.plate, file('plate.png')));
+    for (let i = 1; i < seen.length; ++i) assert.notDeepEqual(seen[i], seen[i - 1]);
+
+    const broken = await next(() => writeFileSync(file('s.orv'), 'k = ;'));
+    assert.match(broken.error, /^.*s\.orv:1:5: expected .*$/);
+    assert.deepEqual(seen.at(-1), seen.at(-2));
+    const mended = await next(() => writeFileSync(file('s.orv'), script(0.3)));
+    assert.equal(mended.error, '');
+    assert.equal((await picture(address, 2)).status, 400);
+    assert.equal((await fetch(address.slice(0, -2) + '/state')).status, 403);
+  } finally {
+    assert.equal(await stop(), 0);
+  }
+});
