@@ -76,6 +76,11 @@ bool takeSpaces(const Json& from, PresetSpaces& to) {
 std::string presetText(const Settings& settings, const PresetSpaces& spaces) {
   Json parameterValues;
   for (const Parameter& parameter : parameters()) {
+    // What follows a screen that moves is another value in each frame.
+    if (parameter.rule == DefaultRule::balanceOfScreen && settings.moves("screen") &&
+        !settings.given(parameter.name)) {
+      continue;
+    }
     parameterValues[std::string(parameter.name)] = valueOf(settings, parameter);
   }
   Json preset{{kindKey, kind}, {"version", presetVersion}, {"parameters", parameterValues}};

@@ -15,7 +15,8 @@ struct PresetSpaces {
   bool operator==(const PresetSpaces&) const = default;
 };
 
-/// The text of a preset: all values in force, and the spaces where there are any.
+/// The text of a preset: all values in force, but for those that follow a screen that moves, and
+/// the spaces where there are any.
 std::string presetText(const Settings& settings, const PresetSpaces& spaces = {});
 
 /// Settings from a preset's text, over the defaults. Throws Error (failure) about `subject`, a

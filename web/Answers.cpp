@@ -23,12 +23,15 @@ Views views;
 Picture shown;       // by the last answer
 std::string answer;  // the last one
 
+// What moves stands as it is at the one frame that there is.
+constexpr int onlyFrame = 1;
+
 Settings settingsIn(const json& object) {
   Settings settings;
   for (const auto& [name, value] : object.at("settings").items()) {
     settings.setText(name, value.get<std::string>());
   }
-  return settings;
+  return settings.at(onlyFrame);
 }
 
 Window windowIn(const json& object) {
@@ -84,7 +87,8 @@ json answerTo(std::string_view name, const json& object) {
   if (name == "needsAll") return views.needsAll(settingsIn(object));
   if (name == "preset") return presetText(settingsIn(object));
   if (name == "usePreset") {
-    return view::givenTexts(settingsFromPreset(object.at("text").get<std::string>(), "preset"));
+    return view::givenTexts(
+        settingsFromPreset(object.at("text").get<std::string>(), "preset").at(onlyFrame));
   }
   // Every value that was given, as the whole table orders and writes them.
   if (name == "given") return view::givenTexts(settingsIn(object));

@@ -258,7 +258,7 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
   if (!job.shot->backgroundIsAsItIs())
     refuse("a --bg of another size or encoding, which --bg-fit and --bg-colourspace are for");
   if (job.shot->colours().used)
-    refuse("--ocio with --input-space, --bg-space, --working-space and --output-space");
+    refuse("--input-space with --ocio, --bg-space, --working-space and --output-space");
   if (!options.matteOutput.empty()) refuse("--matte-output");
   if (!options.statusOutput.empty()) refuse("--status-output");
   if (!options.foregroundOutput.empty()) refuse("--foreground-output");

@@ -231,7 +231,7 @@ async function start() {
     dialog: byId('opener'), title: byId('openerTitle'), rows: byId('openerRows'), told: byId('openerTold'), input: byId('openerInput'),
     close: byId('closeOpener'), button: byId('openFiles'),
   }, state, busy, (name, settings) => {
-    state.set(Object.fromEntries(description.parameters.map((one) => [one.name, settings[one.name] ?? null])));
+    state.replace(settings);
     actions.tell(`Read ${name}. Ctrl+Z takes it back.`);
   });
   const fold = () => {

@@ -109,6 +109,12 @@ export class State extends EventTarget {
     this.commit();
   }
 
+  /** Puts these in place of all that there are. */
+  replace(texts) {
+    this.sides[this.side] = {...texts};
+    this.commit();
+  }
+
   step(from, to) {
     this.commit();
     if (from.length === 0) return;
