@@ -26,7 +26,7 @@ TEST(RunProblems, AFrameThatWasNotKeyedIsNamedAndNotWritten) {
       {"Orvanite(p, bScreen = 0)",
        "'k' cannot key with its screen colour: expected one with a channel above the others"},
       {"Orvanite(p, rScreen = 0.5, gScreen = 0.5, bScreen = 0.5)", "'k' cannot key with its"},
-      {"Orvanite(p, rFgBias = 0, gFgBias = 0, bFgBias = 0)", "'k' cannot key"},
+      {"Orvanite(p, rFgBias = 0)", "'k' cannot key: expected a foreground bias"},
       {"Orvanite(p, output = \"matte\")",
        "'k' has the output \"matte\": expected one of \"composite\", \"compOnBlack\""},
       {"Orvanite(p, cspace = \"sRGB\")",
@@ -66,7 +66,8 @@ TEST(RunProblems, NoFrameDependsOnThoseBeforeIt) {
   write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "p.png");
   std::ofstream(folder / "s.orv")
       << "k = Orvanite(FileIn(\"p.png\"), output = time == 3 ? \"compOnReplace\" : \"compOnBlack\","
-         " rReplace = time / 10,\n  bScreen = time == 4 ? 0 : 0.9, cspace = time == 1 ? \"log\" : "
+         " rSpillReplace = time / 10,\n  bScreen = time == 4 ? 0 : 0.9, cspace = time == 1 ? "
+         "\"log\" : "
          "time == 2 ? \"none\" : \"video\");\nFileOut(k, \"o.#.png\");\n";
   std::vector<Lines> all;
   for (const char* const frames : {"1-5", "5,4,3,2,1", "4,5,2,1,3"}) {
