@@ -18,6 +18,7 @@ TEST(RunProblems, AFrameThatWasNotKeyedIsNamedAndNotWritten) {
   const Folder folder;
   write(randomImage(8, 8, 3, OIIO::TypeDesc::UINT8, 1), folder / "p.png");
   write(randomImage(8, 8, 4, OIIO::TypeDesc::UINT8, 2), folder / "m.png");
+  write(randomImage(8, 8, 3, OIIO::TypeDesc::HALF, 3), folder / "f.exr");
   struct Case {
     const char* call;
     const char* message;  // empty: it is rendered
@@ -26,7 +27,8 @@ TEST(RunProblems, AFrameThatWasNotKeyedIsNamedAndNotWritten) {
       {"Orvanite(p, bScreen = 0)",
        "'k' cannot key with its screen colour: expected one with a channel above the others"},
       {"Orvanite(p, rScreen = 0.5, gScreen = 0.5, bScreen = 0.5)", "'k' cannot key with its"},
-      {"Orvanite(p, rFgBias = 0)", "'k' cannot key: expected a foreground bias"},
+      // Codes are keyed with the least bias that there is; float is not.
+      {"Orvanite(FileIn(\"f.exr\"), rFgBias = 0)", "'k' cannot key: expected a foreground bias"},
       {"Orvanite(p, output = \"matte\")",
        "'k' has the output \"matte\": expected one of \"composite\", \"compOnBlack\""},
       {"Orvanite(p, cspace = \"sRGB\")",

@@ -171,7 +171,8 @@ class SavedOptions : public testing::Test {
       more.replace(0, 4, "--ocio @config.ocio --input-space gamma --working-space linear");
     }
     std::string line = "key -q " + plate + " --save-script @s.orv ";
-    if (more.find("--screen") != 0 && more != "--auto") line += "--screen 0.1,0.2,0.8 ";
+    if (!more.starts_with("--screen ") && !more.starts_with("--screen-at") && more != "--auto")
+      line += "--screen 0.1,0.2,0.8 ";
     if (more.find("-o ") == std::string::npos) line += "-o @out.png ";
     return words(folder_, line + more);
   }
