@@ -3,7 +3,12 @@
 // FFmpeg says what is wrong in its log, from whatever thread found it: the last such line is kept.
 #include "media/MovieLibrary.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 
@@ -61,6 +66,28 @@ Made* checked(Made* made) {
   return made;
 }
 
+// FFmpeg hands a file's number back as the pointer that it was given.
+void* holding(int descriptor) {
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
+}
+int heldBy(void* file) { return static_cast<int>(reinterpret_cast<std::intptr_t>(file)); }
+
+int writeBytes(void* file, std::uint8_t* bytes, int size) {
+  for (int done = 0; done < size;) {
+    const ssize_t count = ::write(heldBy(file), bytes + done, static_cast<std::size_t>(size - done));
+    if (count < 0 && errno != EINTR) return AVERROR(errno);
+    if (count > 0) done += static_cast<int>(count);
+  }
+  return size;
+}
+
+std::int64_t seekTo(void* file, std::int64_t offset, int from) {
+  struct stat status {};
+  if (from == AVSEEK_SIZE) return ::fstat(heldBy(file), &status) == 0 ? status.st_size : -1;
+  const off_t place = ::lseek(heldBy(file), offset, from & ~AVSEEK_FORCE);
+  return place < 0 ? AVERROR(errno) : place;
+}
+
 }  // namespace
 
 void quietMovies() { av_log_set_callback(keepWords); }
@@ -70,6 +97,20 @@ void countErrors(AVCodecContext& decoder, std::atomic<int>& counter) { decoder.o
 MovieFrame newMovieFrame() { return {checked(av_frame_alloc()), MovieDelete()}; }
 
 MoviePacket newMoviePacket() { return MoviePacket(checked(av_packet_alloc())); }
+
+void MovieDelete::operator()(AVIOContext* file) const {
+  av_freep(&file->buffer);
+  avio_context_free(&file);
+}
+
+MovieBytes bytesTo(int descriptor) {
+  constexpr int size = 1 << 16;
+  auto* const buffer = static_cast<unsigned char*>(checked(av_malloc(size)));
+  AVIOContext* const file =
+      avio_alloc_context(buffer, size, 1, holding(descriptor), nullptr, writeBytes, seekTo);
+  if (file == nullptr) av_free(buffer);
+  return MovieBytes(checked(file));
+}
 
 MovieInput::MovieInput(const std::string& path, Kind kind) {
   quietMovies();

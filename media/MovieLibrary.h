@@ -19,11 +19,13 @@ struct MovieDelete {
   void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
   void operator()(AVFrame* frame) const { av_frame_free(&frame); }
   void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+  void operator()(AVIOContext* file) const;
   void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
 using MovieCodecContext = std::unique_ptr<AVCodecContext, MovieDelete>;
 using MoviePacket = std::unique_ptr<AVPacket, MovieDelete>;
 using MovieFrame = std::shared_ptr<AVFrame>;
+using MovieBytes = std::unique_ptr<AVIOContext, MovieDelete>;
 
 /// Sends what FFmpeg logs to movieProblem; whoever opens a file calls it first.
 void quietMovies();
@@ -36,6 +38,11 @@ void countErrors(AVCodecContext& decoder, std::atomic<int>& counter);
 MovieFrame newMovieFrame();
 /// A packet without data. Throws Error (failure) when memory runs out.
 MoviePacket newMoviePacket();
+
+/// Where a container is written: this open file, which stays the caller's. FFmpeg's own way opens by
+/// name, and would make a file anew that a signal has just removed. Throws Error (failure) when
+/// memory runs out.
+MovieBytes bytesTo(int descriptor);
 
 /// A movie file opened for reading, its streams known. Containers on a list only, from the file
 /// alone: nothing in it leads to another.

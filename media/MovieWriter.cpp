@@ -131,8 +131,6 @@ class MovieWriter::Output {
     check(av_write_trailer(context_), "cannot be written: ");
     avio_flush(context_->pb);
     checkFile();
-    const int closed = avio_closep(&context_->pb);
-    check(closed, "cannot be written: ");
     file_.commit();
   }
 
@@ -226,14 +224,12 @@ class MovieWriter::Output {
       }
       if (!sound_->notice().empty()) notices_.push_back(sound_->notice());
     }
-    check(avio_open(&context_->pb, ("file:" + file_.temporary()).c_str(), AVIO_FLAG_WRITE),
-          "cannot be written: ");
+    context_->pb = bytes_.get();
     check(avformat_write_header(context_, nullptr), "cannot be written: ");
   }
 
   void close() {
     if (context_ == nullptr) return;
-    if (context_->pb != nullptr) avio_closep(&context_->pb);
     sound_.reset();
     avformat_free_context(context_);
     context_ = nullptr;
@@ -243,6 +239,7 @@ class MovieWriter::Output {
   MovieOptions options_;
   const MovieCodec& codec_;
   PendingFile file_;
+  MovieBytes bytes_ = bytesTo(file_.descriptor());
   AVPixelFormat format_ = AV_PIX_FMT_NONE;
   std::optional<MovieConverter> converter_;
   MovieCodecContext encoder_;

@@ -23,8 +23,11 @@ class PendingFile {
   PendingFile(const PendingFile&) = delete;
   PendingFile& operator=(const PendingFile&) = delete;
 
-  /// Where to write meanwhile.
+  /// Where to write meanwhile. Whoever opens it does not create it: a signal may have removed it.
   const std::string& temporary() const { return temporary_; }
+
+  /// The same, open for writing, at its start.
+  int descriptor() const { return file_; }
 
   /// Puts the file in its place, over what was there. Throws Error (failure).
   void commit();

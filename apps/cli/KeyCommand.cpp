@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,7 +20,6 @@
 #include "keyer/Threads.h"
 #include "media/InputFile.h"
 #include "media/MovieSource.h"
-#include "media/PendingFile.h"
 #include "media/PictureWriter.h"
 #include "shot/Images.h"
 
@@ -80,15 +78,6 @@ void comparePreset(const FromPreset& preset, const shot::Shot& shot, const Setti
   compare("--input-space", preset.spaces.input, spaces.input);
   compare("--working-space", preset.spaces.working, spaces.working);
   compare("--output-space", preset.spaces.output, spaces.output);
-}
-
-void savePreset(const Settings& settings, const PresetSpaces& spaces, const std::string& path) {
-  media::PendingFile pending(path);
-  std::ofstream file(pending.temporary(), std::ios::binary);
-  file << presetText(settings, spaces);
-  file.close();
-  if (!file) throw Error(Fault::failure, path, "cannot be written");
-  pending.commit();
 }
 
 // How the pictures are read: the plate as asked for; all movies at one rate and in whole frames.
@@ -379,7 +368,7 @@ int keyPlate(KeyOptions& options) {
   prepare(job);
   if (!options.saveScript.empty()) saveText(options.saveScript, scriptOfJob(options, job));
   if (!options.savePreset.empty()) {
-    savePreset(job.settings, spacesOf(shot.colours()), options.savePreset);
+    saveText(options.savePreset, presetText(job.settings, spacesOf(shot.colours())));
   }
   return frames.empty() ? keyOne(job, options.quiet, options.json)
                         : keyFrames(job, options, std::move(frames));

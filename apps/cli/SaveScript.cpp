@@ -156,7 +156,7 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
 
 void saveText(const std::string& path, const std::string& text) {
   media::PendingFile file(path);
-  std::FILE* const out = std::fopen(file.temporary().c_str(), "wb");
+  std::FILE* const out = std::fopen(file.temporary().c_str(), "r+b");
   const bool written = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
   const bool closed = out && std::fclose(out) == 0;
   if (!written || !closed) throw Error(Fault::failure, path, "cannot be written");

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The handler does nothing but set a flag, or unlink and leave: all are allowed in one.
+// The handler does nothing but set a flag, unlink and leave, or hand the signal on: all are allowed
+// in one.
 #include "apps/cli/Signals.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,7 +20,14 @@ std::atomic<bool> polite{false};
 std::atomic<bool> asked{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void leave(int) {
+pthread_t mainThread;
+
+// The main thread may be about to create a file: it is stopped by being the one that leaves.
+extern "C" void leave(int number) {
+  if (pthread_equal(pthread_self(), mainThread) == 0) {
+    pthread_kill(mainThread, number);
+    return;
+  }
   if (polite && !asked.exchange(true)) return;
   media::removePendingFiles();
   ::_exit(cancelled);
@@ -27,6 +36,7 @@ extern "C" void leave(int) {
 }  // namespace
 
 void endCleanlyOnSignals() {
+  mainThread = pthread_self();
   struct sigaction action {};
   action.sa_handler = leave;
   action.sa_flags = SA_RESTART;

@@ -217,7 +217,7 @@ TEST(MovieOut, KilledAtAnyMomentItIsNotThereAndTheNextRunMakesIt) {
     const int code = waitFor(child);
     if (signal != SIGKILL) {
       EXPECT_EQ(code, 130);
-      EXPECT_TRUE(out.names().empty());
+      EXPECT_EQ(out.names(), std::vector<std::string>());
     }
     EXPECT_FALSE(std::filesystem::exists(movie));
     const Arguments again = blueKey({"-q", "--skip-existing", plate, "-o", movie});
