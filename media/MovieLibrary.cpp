@@ -74,7 +74,8 @@ int heldBy(void* file) { return static_cast<int>(reinterpret_cast<std::intptr_t>
 
 int writeBytes(void* file, std::uint8_t* bytes, int size) {
   for (int done = 0; done < size;) {
-    const ssize_t count = ::write(heldBy(file), bytes + done, static_cast<std::size_t>(size - done));
+    const ssize_t count =
+        ::write(heldBy(file), bytes + done, static_cast<std::size_t>(size - done));
     if (count < 0 && errno != EINTR) return AVERROR(errno);
     if (count > 0) done += static_cast<int>(count);
   }

@@ -39,8 +39,8 @@ MovieFrame newMovieFrame();
 /// A packet without data. Throws Error (failure) when memory runs out.
 MoviePacket newMoviePacket();
 
-/// Where a container is written: this open file, which stays the caller's. FFmpeg's own way opens by
-/// name, and would make a file anew that a signal has just removed. Throws Error (failure) when
+/// Where a container is written: this open file, which stays the caller's. FFmpeg's own way opens
+/// by name, and would make a file anew that a signal has just removed. Throws Error (failure) when
 /// memory runs out.
 MovieBytes bytesTo(int descriptor);
 

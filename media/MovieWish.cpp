@@ -2,6 +2,9 @@
 #include "media/MovieWish.h"
 
 #include <algorithm>
+#include <cstdint>
+
+#include "base/Error.h"
 
 namespace orvanite::media {
 namespace {
@@ -11,16 +14,35 @@ bool follow(const std::vector<int>& frames) {
                             [](int a, int b) { return b != a + 1; }) == frames.end();
 }
 
+bool same(const Ratio& a, const Ratio& b) {
+  return std::int64_t{a.numerator} * b.denominator == std::int64_t{b.numerator} * a.denominator;
+}
+
+// The sound that was asked for begins with the shot's first frame.
+void takeSound(const std::string& sound, bool framesFollow, MovieOptions& movie) {
+  movie.facts.sound.clear();
+  if (sound == "none") return;
+  if (!framesFollow) {
+    throw Error(Fault::wrongUse, "--sound", "expected frames that follow one another with it");
+  }
+  movie.facts.sound = sound;
+  movie.facts.start = soundStart(sound);
+  movie.sound = movie.soundAsked = true;
+  movie.toTheEnd = false;
+}
+
 }  // namespace
 
 MovieOptions movieOf(const Source* shot, const MovieWish& wish, const std::vector<int>& frames,
                      std::vector<std::string>& notices) {
   MovieOptions movie;
   movie.codec = wish.codec;
+  movie.strength = wish.strength;
   if (shot != nullptr) movie.facts = shot->facts();
+  const Ratio own = movie.facts.frameRate;
   if (wish.frameRate) {
     movie.facts.frameRate = *wish.frameRate;
-  } else if (movie.facts.frameRate.numerator == 0) {
+  } else if (own.numerator == 0) {
     movie.facts.frameRate = {24, 1};
     notices.emplace_back("frame rate: 24 (nothing says another; --fps does)");
   }
@@ -28,10 +50,11 @@ MovieOptions movieOf(const Source* shot, const MovieWish& wish, const std::vecto
   movie.firstFrame = isShot ? frames.front() - shot->frames().front() : 0;
   movie.frameCount = static_cast<int>(frames.size());
   movie.toTheEnd = isShot && frames.back() == shot->frames().back();
-  movie.sound = follow(frames) && !wish.frameRate;
+  movie.sound = follow(frames) && same(own, movie.facts.frameRate);
+  if (!wish.sound.empty()) takeSound(wish.sound, follow(frames), movie);
   if (!movie.sound && !movie.facts.sound.empty()) {
     notices.emplace_back(
-        "the sound is left out: it goes with frames that follow one another at the plate's rate");
+        "the sound is left out: it goes with frames that follow one another, at the plate's rate");
   }
   return movie;
 }

@@ -11,31 +11,6 @@
 #include "shot/Images.h"
 
 namespace orvanite::shot {
-namespace {
-
-// Whether frames follow one another.
-bool follow(const std::vector<int>& frames) {
-  return std::adjacent_find(frames.begin(), frames.end(),
-                            [](int a, int b) { return b != a + 1; }) == frames.end();
-}
-
-// The sound that was asked for begins with the shot's first frame.
-void takeSound(const std::string& sound, bool framesFollow, media::MovieOptions& movie) {
-  movie.sound = framesFollow;
-  if (sound.empty()) return;
-  movie.facts.sound.clear();
-  if (sound == "none") return;
-  if (!framesFollow) {
-    throw Error(Fault::wrongUse, "--sound", "expected frames that follow one another with it");
-  }
-  movie.facts.sound = sound;
-  movie.facts.start = media::soundStart(sound);
-  movie.soundAsked = true;
-  movie.toTheEnd = false;
-}
-
-}  // namespace
-
 Inputs Job::inputs() const {
   Inputs present = shot->inputs();
   present.reference = present.reference || firstKey.cleanPlate;
@@ -118,40 +93,23 @@ void prepareKeyers(Job& job) {
   }
 }
 
-std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
-                                    const std::vector<int>& frames) {
+std::vector<std::string> openMovies(Job& job, const media::MovieWish& wish,
+                                    const std::vector<int>& frames, bool keepExisting) {
   std::vector<std::string> notices;
   const media::Source& plate = job.shot->plate();
   for (ViewOutput& output : job.outputs) {
     std::error_code ignored;
     if (!output.isMovie) continue;
-    if (wish.keepExisting && std::filesystem::exists(output.path, ignored)) {
+    if (keepExisting && std::filesystem::exists(output.path, ignored)) {
       const std::string fault = faultOfExisting(job, output, output.path, frames.size());
       if (fault.empty()) continue;
       notices.push_back(output.path + ": " + fault + "; made again");
     }
-    media::MovieOptions movie;
-    movie.codec = wish.codec;
-    movie.strength = wish.strength;
+    media::MovieOptions movie = media::movieOf(&plate, wish, frames, notices);
     movie.frame = plate.info().display;
     movie.samples = job.shot->samples();
-    movie.facts = plate.facts();
     movie.threads = encoderThreads(job);
     movie.alpha = output.alpha != Alpha::none;
-    if (wish.frameRate) {
-      movie.facts.frameRate = *wish.frameRate;
-    } else if (movie.facts.frameRate.numerator == 0) {
-      movie.facts.frameRate = {24, 1};
-      notices.emplace_back("frame rate: 24 (nothing says another; --fps does)");
-    }
-    const int shotFirst = plate.isShot() ? plate.frames().front() : frames.front();
-    movie.firstFrame = frames.front() - shotFirst;
-    movie.frameCount = static_cast<int>(frames.size());
-    movie.toTheEnd = plate.isShot() && frames.back() == plate.frames().back();
-    takeSound(wish.sound, follow(frames), movie);
-    if (!movie.sound && !movie.facts.sound.empty()) {
-      notices.emplace_back("the sound is left out: it goes with frames that follow one another");
-    }
     output.movie = std::make_unique<media::MovieWriter>(output.path, movie);
     for (const std::string& notice : output.movie->notices()) notices.push_back(notice);
   }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "media/FramePattern.h"
-#include "media/MovieWriter.h"
+#include "media/MovieWish.h"
 #include "shot/FirstKey.h"
 #include "shot/Shot.h"
 #include "shot/ViewKeyer.h"
@@ -78,20 +78,11 @@ void checkOutputs(const Job& job, const std::vector<int>& frames, const std::str
 /// Makes the keyers. Throws Error about the parameter that cannot key.
 void prepareKeyers(Job& job);
 
-/// How movies are written.
-struct MovieWish {
-  std::string codec;  // empty: the usual one for the file's ending
-  media::MovieStrength strength;
-  std::optional<media::Ratio> frameRate;  // none: the plate's, else 24; of a movie's frames that
-                                          // are at it already
-  std::string sound;          // of this file, from its start on; "none"; empty: the plate's
-  bool keepExisting = false;  // one that is there already is whole
-};
-
-/// Opens the movies to write, for frames that are keyed in this order. Returns what was decided,
-/// for a person to see. Throws Error as MovieWriter does.
-std::vector<std::string> openMovies(Job& job, const MovieWish& wish,
-                                    const std::vector<int>& frames);
+/// Opens the movies to write, for frames that are keyed in this order; those that are there already
+/// and whole may be kept. Returns what was decided, for a person to see. Throws Error as movieOf
+/// and MovieWriter do.
+std::vector<std::string> openMovies(Job& job, const media::MovieWish& wish,
+                                    const std::vector<int>& frames, bool keepExisting);
 
 /// The threads of each movie's encoder: several movies share the job's.
 int encoderThreads(const Job& job);

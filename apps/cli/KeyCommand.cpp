@@ -237,11 +237,9 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
   };
   if (job.reads(Role::cleanPlate)) refuse("the clean plate of --reference");
   if (job.firstKey.blind || job.firstKey.cleanPlate) {
-    refuse("the clean plates that --auto or --reference auto finds in each frame");
+    refuse("the clean plates of --auto, --estimate or --reference auto, found in each frame");
   }
   if (options.passThrough) refuse("--no-key");
-  if (const auto words = options.reading.words(); !words.empty()) refuse(words.front());
-  if (job.shot->plate().sequential() && !options.movie.frameRate.empty()) refuse("--fps");
   if (!job.shot->files().garbageMasks.empty())
     refuse("--garbage-rect and --garbage-polygon, with --garbage-soft and --garbage-outside");
   if (!job.shot->backgroundIsAsItIs())
@@ -261,16 +259,8 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
     if (!channel.empty()) settings.setText(name, channel);
   }
   return scriptOf(settings,
-                  {{options.plate},
-                   {options.background, options.backgroundOffset},
-                   {options.holdOut, options.holdOutOffset},
-                   {options.garbage, options.garbageOffset},
-                   options.output,
-                   job.outputs[0].alpha,
-                   pastEndOf(options.pastEnd),
-                   options.codec,
-                   options.frameRate,
-                   options.saveScript},
+                  {job.shot->files().clips, options.output, job.outputs[0].alpha,
+                   pastEndOf(options.pastEnd), options.movie, options.saveScript},
                   job.shot->samples());
 }
 
@@ -297,9 +287,8 @@ void prepare(shot::Job& job) {
 int keyFrames(shot::Job& job, const KeyOptions& options, std::vector<int> frames) {
   // Frames are read side by side, each by one thread.
   if (frames.size() > 1) OIIO::attribute("threads", 1);
-  shot::MovieWish movies = options.movie.wish();
-  movies.keepExisting = options.skipExisting;
-  for (const std::string& notice : openMovies(job, movies, frames)) {
+  const media::MovieWish movies = options.movie.wish();
+  for (const std::string& notice : openMovies(job, movies, frames, options.skipExisting)) {
     if (!options.quiet) fmt::print(stderr, "{}\n", notice);
   }
   shot::ShotRun run;

@@ -75,8 +75,8 @@ void MovieOptions::addTo(CLI::App& command, const char* group) {
        "none. [default the plate's]");
 }
 
-shot::MovieWish MovieOptions::wish() const {
-  shot::MovieWish wish;
+media::MovieWish MovieOptions::wish() const {
+  media::MovieWish wish;
   wish.codec = codec;
   wish.sound = sound;
   if (!frameRate.empty()) wish.frameRate = media::parseFrameRate(frameRate, "--fps");

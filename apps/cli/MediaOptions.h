@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "media/MovieWish.h"
 #include "media/Source.h"
-#include "shot/Job.h"
 
 namespace CLI {
 class App;
@@ -40,7 +40,7 @@ struct MovieOptions {
   void addTo(CLI::App& command, const char* group);
 
   /// Throws Error (wrongUse) for values that cannot be.
-  shot::MovieWish wish() const;
+  media::MovieWish wish() const;
 
   /// The first that was given and says something of a movie that is written; empty: none.
   std::string given() const;

@@ -16,9 +16,11 @@
 #include "media/FramePattern.h"
 #include "media/MovieSource.h"
 #include "media/PendingFile.h"
-#include "media/Source.h"
 
 namespace orvanite::cli {
+
+using shot::Role;
+
 namespace {
 
 // Frame numbers become # signs, whatever their spelling.
@@ -59,8 +61,9 @@ std::string channelText(const std::string& option, const std::string& value) {
 void checkExpressible(const Settings& settings) {
   const std::string_view output = settings.choice("output");
   if (output == "matte" || output == "compOnColour") {
+    const char* const more = output == "matte" ? "" : ", and no --background-colour";
     throw Error(Fault::wrongUse, "--save-script",
-                "a script cannot hold --output " + std::string(output));
+                fmt::format("a script cannot hold --output {}{}", output, more));
   }
   const Settings defaults;
   for (const Parameter& parameter : parameters()) {
@@ -76,17 +79,52 @@ void checkExpressible(const Settings& settings) {
 }
 
 // The frames of a sequence or a movie; empty for a still.
-std::vector<int> framesOf(const std::string& path) {
-  if (const auto pattern = media::FramePattern::ofInput(path)) return pattern->existing();
-  return media::isMovieName(path) ? media::Source::open(path)->frames() : std::vector<int>();
+std::vector<int> framesOf(const shot::Clip& from) {
+  if (const auto pattern = media::FramePattern::ofInput(from.path)) return pattern->existing();
+  if (!media::isMovieName(from.path)) return {};
+  return media::Source::open(from.path, from.how)->frames();
+}
+
+// How a file is read where nothing usual will do, as arguments.
+std::string readingText(const shot::Clip& from) {
+  const media::OpenOptions& how = from.how;
+  const bool movie = media::isMovieName(from.path) && !media::FramePattern::ofInput(from.path);
+  std::string text;
+  if (movie && how.frameRate.numerator != 0) {
+    text += fmt::format(", fps = \"{}/{}\"", how.frameRate.numerator, how.frameRate.denominator);
+  }
+  for (const auto& [name, value] : {std::pair{"matrix", &how.matrix},
+                                    {"part", &how.picture.part},
+                                    {"layer", &how.picture.layer}}) {
+    if (!value->empty()) text += fmt::format(", {} = {}", name, inQuotes(*value));
+  }
+  if (how.deinterlace) text += ", deinterlace = 1";
+  return text;
+}
+
+// How a movie is written, likewise.
+std::string writingText(const ScriptFiles& files) {
+  const MovieOptions& movie = files.movie;
+  std::string text;
+  for (const auto& [name, value] : {std::pair{"codec", &movie.codec},
+                                    {"fps", &movie.frameRate},
+                                    {"quality", &movie.quality},
+                                    {"bitrate", &movie.bitRate}}) {
+    if (!value->empty()) text += fmt::format(", {} = {}", name, inQuotes(*value));
+  }
+  if (!movie.sound.empty()) {
+    text +=
+        ", sound = " + inQuotes(movie.sound == "none" ? movie.sound : pathIn(files, movie.sound));
+  }
+  return text;
 }
 
 // Which frame of a picture beside the plate is shown, as an argument: the plate's with its offset,
 // and beyond the ends of the sequence what `key` shows there.
-std::string frameText(const ScriptFiles& files, const ScriptInput& from) {
+std::string frameText(const ScriptFiles& files, const shot::Clip& from) {
   const std::string frame = from.offset ? fmt::format("time + {}", from.offset) : "time";
-  const std::vector<int> plate = framesOf(files.plate.path);
-  const std::vector<int> own = framesOf(from.path);
+  const std::vector<int> plate = framesOf(files.clips[Role::plate]);
+  const std::vector<int> own = framesOf(from);
   const bool isCovered =
       plate.empty() || own.empty() ||
       (own.front() <= plate.front() + from.offset && plate.back() + from.offset <= own.back());
@@ -110,17 +148,17 @@ std::string frameText(const ScriptFiles& files, const ScriptInput& from) {
 std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::Samples samples) {
   checkExpressible(settings);
   std::string script;
-  const auto input = [&](const char* name, const ScriptInput& from) {
+  const auto input = [&](const char* name, const shot::Clip& from) {
     if (from.path.empty()) return std::string("0");
     const std::string own = textOf(media::FramePattern::ofInput(from.path), from.path);
-    script += fmt::format("{} = FileIn({}{});\n", name, inQuotes(pathIn(files, own)),
-                          frameText(files, from));
+    script += fmt::format("{} = FileIn({}{}{});\n", name, inQuotes(pathIn(files, own)),
+                          frameText(files, from), readingText(from));
     return std::string(name);
   };
-  input("plate", files.plate);
-  const std::string background = input("background", files.background);
-  const std::string holdOut = input("holdOut", files.holdOut);
-  const std::string garbage = input("garbage", files.garbage);
+  input("plate", files.clips[Role::plate]);
+  const std::string background = input("background", files.clips[Role::background]);
+  const std::string holdOut = input("holdOut", files.clips[Role::holdOut]);
+  const std::string garbage = input("garbage", files.clips[Role::garbage]);
   script += fmt::format("keyed = Orvanite(plate, {}, {}, {});\n", background, holdOut, garbage);
   for (const Parameter& parameter : parameters()) {
     for (std::size_t channel = 0; channel < parameter.plugs.size(); ++channel) {
@@ -147,11 +185,8 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
   const char* const alpha = files.alpha == shot::Alpha::none            ? ", \"none\""
                             : files.alpha == shot::Alpha::premultiplied ? ", \"premultiplied\""
                                                                         : "";
-  std::string movie;
-  if (!files.codec.empty()) movie += ", codec = " + inQuotes(files.codec);
-  if (!files.frameRate.empty()) movie += ", fps = " + inQuotes(files.frameRate);
   return script + fmt::format("out = FileOut(keyed, {}, \"{}\"{}{});\n", inQuotes(outputIn(files)),
-                              held, alpha, movie);
+                              held, alpha, writingText(files));
 }
 
 void saveText(const std::string& path, const std::string& text) {

@@ -5,25 +5,20 @@
 
 #include <string>
 
+#include "apps/cli/MediaOptions.h"
 #include "keyer/Settings.h"
 #include "media/Picture.h"
 #include "shot/Job.h"
 
 namespace orvanite::cli {
 
-/// A picture of a key: its file, pattern or folder of a sequence; an empty path is an absent one.
-struct ScriptInput {
-  std::string path;
-  int offset = 0;  // added to the plate's frame
-};
-
 struct ScriptFiles {
-  ScriptInput plate, background, holdOut, garbage;
+  shot::ByRole<shot::Clip> clips;  // but for a clean plate, which no script holds
   std::string output;
   shot::Alpha alpha = shot::Alpha::matte;       // of the output
   shot::PastEnd pastEnd = shot::PastEnd::hold;  // of the pictures beside the plate
-  std::string codec, frameRate;                 // of a movie; empty: the usual ones
-  std::string script;                           // where the script will lie; empty: nobody knows
+  MovieOptions movie;
+  std::string script;  // where the script will lie; empty: nobody knows
 };
 
 /// The script. `samples` is how the output holds its values.

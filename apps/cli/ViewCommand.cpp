@@ -87,14 +87,10 @@ std::string scriptFor(const ViewCommandOptions& options, const shot::ShotFiles& 
     throw Error(Fault::wrongUse, "script", "a script cannot hold colour spaces");
   }
   return scriptOf(settings,
-                  {{files.clips[Role::plate].path},
-                   {files.clips[Role::background].path},
-                   {files.clips[Role::holdOut].path},
-                   {files.clips[Role::garbage].path},
+                  {files.clips,
                    outputAnywhere(options),
                    shot::usualAlpha(settings.text("output")),
                    shot::PastEnd::hold,
-                   {},
                    {},
                    {}},
                   samples);

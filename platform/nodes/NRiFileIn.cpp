@@ -13,6 +13,7 @@
 
 #include "base/Error.h"
 #include "media/MovieSource.h"
+#include "media/MovieWriter.h"
 #include "platform/NRiGlobals.h"
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFrames.h"
@@ -81,9 +82,15 @@ NRiFileIn::NRiFileIn() {
   keepsOutput_ = false;  // the file's pixels are kept already
   path_ = addPlug(NRiName("path"), nriString, NRiPlug::kIn, nullptr, 0);
   frame_ = addPlug(NRiName("frame"), nriFloat, NRiPlug::kIn, nullptr, 0);
-  for (NRiPlug* const part : {out_->width(), out_->height(), out_->bytes(), out_->channels(),
-                              out_->dod(), out_->image()}) {
-    NRiPlug::addDependencies(part, path_, frame_, nullptr);
+  frameRate_ = addPlug(NRiName("fps"), nriString, NRiPlug::kIn, nullptr, 0);
+  matrix_ = addPlug(NRiName("matrix"), nriString, NRiPlug::kIn, nullptr, 0);
+  deinterlace_ = addPlug(NRiName("deinterlace"), nriInt, NRiPlug::kIn, nullptr, 0);
+  part_ = addPlug(NRiName("part"), nriString, NRiPlug::kIn, nullptr, 0);
+  layer_ = addPlug(NRiName("layer"), nriString, NRiPlug::kIn, nullptr, 0);
+  for (NRiPlug* const output : {out_->width(), out_->height(), out_->bytes(), out_->channels(),
+                                out_->dod(), out_->image()}) {
+    NRiPlug::addDependencies(output, path_, frame_, frameRate_, matrix_, deinterlace_, part_,
+                             layer_, nullptr);
   }
 }
 
@@ -94,17 +101,32 @@ const NRiName& NRiFileIn::getClassName() const {
 
 std::string NRiFileIn::path() { return NRiInputFile(*path_, frameNumber()); }
 
+media::OpenOptions NRiFileIn::how() const {
+  const auto text = [](NRiPlug* plug) { return std::string(plug->asString().view()); };
+  media::OpenOptions how;
+  const std::string rate = text(frameRate_);
+  if (!rate.empty()) how.frameRate = media::parseFrameRate(rate, frameRate_->fullName());
+  how.matrix = text(matrix_);
+  if (!how.matrix.empty()) media::checkMatrix(how.matrix, matrix_->fullName());
+  how.deinterlace = deinterlace_->asInt() != 0;
+  how.picture = {text(part_), text(layer_)};
+  return how;
+}
+
 const NRiFileIn::Header& NRiFileIn::header() {
   const std::string file = path();
   if (file.empty()) throw NRiError("'" + path_->fullName() + "' is empty: expected a file");
   const bool movie = media::isMovieName(file);
-  const std::string opened = file + "\n" + stampOf(file);
+  std::string opened = file + "\n" + stampOf(file);
+  for (NRiPlug* const option : {frameRate_, matrix_, deinterlace_, part_, layer_}) {
+    opened += fmt::format("\n{}", option->asString().view());
+  }
   const int frame = movie ? frameNumber() : 1;
   const std::string key = movie ? fmt::format("{}\n{}", opened, frame) : opened;
   if (header_.key == key) return header_;
   if (sourceOf_ != opened) {
     source_.reset();
-    source_ = translated([&] { return media::Source::open(file); });
+    source_ = translated([&] { return media::Source::open(file, how()); });
     sourceOf_ = opened;
   }
   if (movie) checkFrame(frame);

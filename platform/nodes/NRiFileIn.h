@@ -47,12 +47,18 @@ class NRI_API NRiFileIn final : public NRiFx {
     bool grey = false;  // one channel, which is no alpha by name
   };
   const Header& header();
+  orvanite::media::OpenOptions how() const;
   void checkFrame(int frame) const;
   const orvanite::media::Picture& picture();
 
   NRiPlug* path_;
   NRiPlug* frame_;
-  std::unique_ptr<orvanite::media::Source> source_;  // of the file `sourceOf_`
+  NRiPlug* frameRate_;
+  NRiPlug* matrix_;
+  NRiPlug* deinterlace_;
+  NRiPlug* part_;
+  NRiPlug* layer_;
+  std::unique_ptr<orvanite::media::Source> source_;  // of the file and options `sourceOf_`
   std::string sourceOf_;
   Header header_;
   orvanite::media::Picture picture_;  // of the frame `pictureOf_`

@@ -98,7 +98,11 @@ NRiFileOut::NRiFileOut() : NRiMonadic(NRiName("In")) {
   alpha_->set("auto");
   codec_ = addPlug(NRiName("codec"), nriString, NRiPlug::kIn, nullptr, 0);
   frameRate_ = addPlug(NRiName("fps"), nriString, NRiPlug::kIn, nullptr, 0);
-  NRiPlug::addDependencies(out_->image(), path_, samples_, alpha_, codec_, frameRate_, nullptr);
+  quality_ = addPlug(NRiName("quality"), nriString, NRiPlug::kIn, nullptr, 0);
+  bitRate_ = addPlug(NRiName("bitrate"), nriString, NRiPlug::kIn, nullptr, 0);
+  sound_ = addPlug(NRiName("sound"), nriString, NRiPlug::kIn, nullptr, 0);
+  NRiPlug::addDependencies(out_->image(), path_, samples_, alpha_, codec_, frameRate_, quality_,
+                           bitRate_, sound_, nullptr);
 }
 
 NRiFileOut::~NRiFileOut() = default;
@@ -188,9 +192,14 @@ media::Picture NRiFileOut::rendered() {
 media::MovieOptions NRiFileOut::movieOptions(const std::vector<int>& times,
                                              std::vector<std::string>& notices) {
   media::MovieWish wish;
-  wish.codec = std::string(codec_->asString().view());
-  const std::string rate(frameRate_->asString().view());
+  const auto text = [](NRiPlug* plug) { return std::string(plug->asString().view()); };
+  wish.codec = text(codec_);
+  const std::string rate = text(frameRate_);
   if (!rate.empty()) wish.frameRate = media::parseFrameRate(rate, frameRate_->fullName());
+  wish.strength.quality = media::parseQuality(text(quality_), quality_->fullName());
+  wish.strength.bitRate = media::parseBitRate(text(bitRate_), bitRate_->fullName());
+  wish.sound = text(sound_);
+  if (!wish.sound.empty() && wish.sound != "none") wish.sound = NRiGlobals::inFolder(wish.sound);
   NRiFileIn* const plate = plateOf(*this);
   if (!plate) return media::movieOf(nullptr, wish, times, notices);
   NRiPlug* const time = NRiNode::getRoot()->getPlug(NRiName("time"));

@@ -58,5 +58,8 @@ class NRI_API NRiFileOut final : public NRiMonadic {
   NRiPlug* alpha_;
   NRiPlug* codec_;
   NRiPlug* frameRate_;
+  NRiPlug* quality_;
+  NRiPlug* bitRate_;
+  NRiPlug* sound_;
   std::unique_ptr<orvanite::media::MovieWriter> movie_;
 };

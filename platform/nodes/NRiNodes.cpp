@@ -20,7 +20,15 @@ constexpr const char* declarations = R"(
 extern image FileIn(
     string path,           // The file, or the folder of a sequence; in a name, ####, @@@@ and %04d
                            // stand for the frame's number.
-    float frame = time);   // Which frame: time + 10 shows what is ten frames later.
+    float frame = time,    // Which frame: time + 10 shows what is ten frames later.
+    string fps = "",       // Of a movie: frames are held and dropped to this rate, such as
+                           // "24000/1001"; "" for the movie's own.
+    string matrix = "",    // Of a movie: "601", "709", "2020", "240M" or "fcc", whatever its tags
+                           // say; "" for what they say.
+    int deinterlace = 0,   // Of a movie: 1 makes whole frames from the fields of interlaced ones.
+    string part = "",      // Of an OpenEXR file: its part, by name or counted from 0; "" for the
+                           // one with plain R, G and B.
+    string layer = "");    // Likewise: "beauty" reads beauty.R and so on.
 
 // Writes a picture for each frame that is rendered, or a movie of them all, and passes it on.
 extern image FileOut(
@@ -32,9 +40,14 @@ extern image FileOut(
     string alpha = "auto",     // "none" leaves it out, "premultiplied" multiplies the colours by it,
                                // as readers of OpenEXR expect; "auto" writes what the picture has.
     string codec = "",         // Of a movie: "prores4444", "ffv1", "vp9", "qtrle" and "png" hold
-                               // alpha, "h264" does not; "" is the usual one for the ending.
-    string fps = "");          // Of a movie: frames a second, such as "24000/1001"; "" for the
+                               // alpha, "h264" and "hevc" do not; "" is the usual one for the
+                               // ending.
+    string fps = "",           // Of a movie: frames a second, such as "24000/1001"; "" for the
                                // plate's, else 24.
+    string quality = "",       // Of a movie, as its codec counts; "" for the usual one.
+    string bitrate = "",       // Of a movie, instead: bits a second, such as "800k" or "12M".
+    string sound = "");        // Of a movie: a file whose sound begins with the plate's first
+                               // frame, or "none"; "" for the plate's.
 
 // One colour everywhere.
 extern image Constant(
@@ -59,15 +72,22 @@ void set(NRiNode& node, const char* plug, const char* text) {
   node.getPlug(NRiName(plug))->set(text);
 }
 
-NRiIPlug* fileIn(const char* path, const char* frame) {
+NRiIPlug* fileIn(const char* path, const char* frame, const char* fps, const char* matrix,
+                 const char* deinterlace, const char* part, const char* layer) {
   auto* const node = placed<NRiFileIn>();
   set(*node, "path", path);
   set(*node, "frame", frame);
+  set(*node, "fps", fps);
+  set(*node, "matrix", matrix);
+  set(*node, "deinterlace", deinterlace);
+  set(*node, "part", part);
+  set(*node, "layer", layer);
   return node->getOutput();
 }
 
 NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples, const char* alpha,
-                  const char* codec, const char* fps) {
+                  const char* codec, const char* fps, const char* quality, const char* bitrate,
+                  const char* sound) {
   auto* const node = placed<NRiFileOut>();
   node->getInput(0)->connect(image);
   set(*node, "path", path);
@@ -75,6 +95,9 @@ NRiIPlug* fileOut(NRiIPlug* image, const char* path, const char* samples, const 
   set(*node, "alpha", alpha);
   set(*node, "codec", codec);
   set(*node, "fps", fps);
+  set(*node, "quality", quality);
+  set(*node, "bitrate", bitrate);
+  set(*node, "sound", sound);
   return node->getOutput();
 }
 

@@ -2,7 +2,7 @@
 //
 // The nodes that come with the application, declared to scripts like any other function:
 //
-//   FileIn(path, frame = time)                      a picture or a sequence
+//   FileIn(path, frame = time, ...)                 a picture, a sequence or a movie
 //   FileOut(image, path, samples = "auto", ...)     writes a picture or a movie; passes it on
 //   Constant(width, height, bytes, red, green, blue, alpha)   one colour everywhere
 #pragma once

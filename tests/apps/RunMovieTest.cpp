@@ -18,14 +18,16 @@ TEST(RunMovie, AFileOutWritesTheMovieThatKeyWrites) {
     const char* plate;
     const char* out;
     const char* options;
-    const char* frames;  // of the script; the key's are all
+    int frames;  // of the script, from 1; the key's are all
     const char* rate;
     std::size_t streams;
   };
   const Case cases[] = {
-      {"m.mov", "k.mov", "", "1-6", "25/1", 2},
-      {"m.mov", "k.mkv", "--codec ffv1 --alpha none", "1-6", "25/1", 2},
-      {"s.####.png", "k.mov", "--fps 30000/1001", "1-6", "30000/1001", 1},
+      {"m.mov", "k.mov", "", 6, "25/1", 2},
+      {"m.mov", "k.mkv", "--codec ffv1 --alpha none", 6, "25/1", 2},
+      {"s.####.png", "k.mov", "--fps 30000/1001", 6, "30000/1001", 1},
+      {"m.mov", "k.mov", "--fps 12.5 --quality 9", 3, "25/2", 2},
+      {"s.####.png", "k.mov", "--sound @m.mov", 6, "24/1", 2},
   };
   for (const Case& one : cases) {
     SCOPED_TRACE(std::string(one.plate) + one.out);
@@ -34,16 +36,18 @@ TEST(RunMovie, AFileOutWritesTheMovieThatKeyWrites) {
     ASSERT_EQ(keyed.code, 0) << keyed.err;
     const std::string expected = contents(folder / one.out);
     std::filesystem::remove(folder / one.out);
-    const Outcome ran = orvanite(folder, std::string("run -q @s.orv --frames ") + one.frames);
+    const Outcome ran = orvanite(folder, "run -q @s.orv --frames 1-" + std::to_string(one.frames));
     ASSERT_EQ(ran.code, 0) << ran.err;
     EXPECT_TRUE(contents(folder / one.out) == expected);
     const auto streams = streamsOf(folder / one.out);
     EXPECT_EQ(streams.size(), one.streams);
     EXPECT_EQ(streams[0]["r_frame_rate"], one.rate);
     // It is there, and whole: nothing is left to do.
-    const Outcome again =
-        orvanite(folder, std::string("run @s.orv --json --skip-existing --frames ") + one.frames);
-    EXPECT_NE(again.out.find("\"done\":0,\"skipped\":6"), std::string::npos) << again.out;
+    const Outcome again = orvanite(
+        folder, "run @s.orv --json --skip-existing --frames 1-" + std::to_string(one.frames));
+    EXPECT_NE(again.out.find("\"done\":0,\"skipped\":" + std::to_string(one.frames)),
+              std::string::npos)
+        << again.out;
     std::filesystem::remove(folder / one.out);
   }
   // A frame that fails leaves no movie, and the one that was there as it was.

@@ -52,6 +52,14 @@ const Option options[] = {
     {"--save-script", kAside, ""},
     {"--codec", kHeld, "--codec ffv1 -o @out.mkv"},
     {"--fps", kHeld, "--fps 30000/1001 -o @out.mov"},
+    {"--quality", kHeld, "--quality 8 -o @out.mov"},
+    {"--bitrate", kHeld, "--codec vp9 --bitrate 400k -o @out.mkv"},
+    {"--sound", kHeld, "--sound none -o @out.mov"},
+    {"--matrix", kHeld, "--matrix 601 --frames 1 PLATE @m.mov"},
+    {"--deinterlace", kHeld, "--deinterlace --frames 1 PLATE @m.mov"},
+    {"--fps", kHeld, "--fps 12 --frames 1 PLATE @m.mov"},
+    {"--part", kHeld, "--part 0 PLATE @plate.exr"},
+    {"--layer", kHeld, "--layer beauty PLATE @plate.exr"},
     {"--frames", kAside, "--frames 1"},
     {"--bg-frame-offset", kHeld, "--bg @bg.png --bg-frame-offset 2"},
     {"--hold-out-frame-offset", kHeld, "--hold-out @matte.png --hold-out-frame-offset 2"},
@@ -70,11 +78,11 @@ const Option options[] = {
     {"--output", kHeld, "--output status"},
     {"--colourspace", kHeld, "--colourspace log"},
     {"--background-colour", kRefused, "--output compOnColour --background-colour 0.2"},
-    {"--estimate", kRefused, "--estimate video"},
+    {"--estimate", kRefused, "--estimate video PLATE @screen.png"},
     {"--screen", kHeld, "--screen 0.3,0.2,0.7"},
     {"--screen-range", kHeld, "--screen-range linear(time,0@0.1,2@0.3)"},
     {"--fg-bias", kHeld, "--fg-bias 0.4,0.5,0.6"},
-    {"--auto", kRefused, "--auto"},
+    {"--auto", kRefused, "--auto PLATE @screen.png"},
     {"--screen-at", kHeld, "--screen-at 3,3,2,2"},
     {"--screen-average", kHeld, "--screen-at 3,3,2,2 --screen-average mean"},
     {"--screen-frame", kHeld, "--screen-at 3,3,2,2 --screen-frame 1 PLATE @shot.1.png"},
@@ -110,8 +118,8 @@ const Option options[] = {
     {"--edge-colour", kRefused, "--edge-colour 0.5"},
     {"--edge-reach", kRefused, "--edge-reach 5"},
     {"--spill", kRefused, "--spill 0.5"},
-    {"--spill-limit", kRefused, "--spill-limit 0.5"},
-    {"--spill-replace", kRefused, "--spill-replace replace"},
+    {"--spill-limit", kRefused, "--spill-limit 0.3"},
+    {"--spill-replace", kRefused, "--spill-replace grey"},
     {"--light-wrap", kRefused, "--light-wrap 0.5"},
     {"--wrap-reach", kRefused, "--wrap-reach 5"},
     {"--ocio", kRefused, "OCIO"},
@@ -154,6 +162,19 @@ class SavedOptions : public testing::Test {
     write(picture(21, 13, 3, 2), folder_ / "bg.png");
     write(picture(31, 19, 3, 3), folder_ / "large.png");
     write(picture(21, 13, 4, 4), folder_ / "matte.png");
+    Image layers = randomImage(21, 13, 3, OIIO::TypeDesc::HALF, 5);
+    layers.spec.channelnames = {"beauty.R", "beauty.G", "beauty.B"};
+    write(layers, folder_ / "plate.exr");
+    Image screen = picture(60, 40, 3, 6);
+    for (std::size_t i = 0; i < screen.samples.size(); ++i) {
+      const bool subject = i / 3 % 60 > 25 && i / 3 % 60 < 35;
+      screen.samples[i] = subject ? 150 : i % 3 == 2 ? 200 : 40;
+    }
+    write(screen, folder_ / "screen.png");
+    const Outcome movie = orvanite(folder_,
+                                   "key -q --screen 0.1,0.2,0.8 --output status "
+                                   "@plate.png --frames 1-3 -o @m.mov");
+    ASSERT_EQ(movie.code, 0) << movie.err;
     std::ofstream(folder_ / "preset.json")
         << R"({"orvanite": "preset", "version": 1, "parameters": {"screenRange": 0.2}})";
     std::ofstream(folder_ / "config.ocio") << config;
@@ -171,7 +192,8 @@ class SavedOptions : public testing::Test {
       more.replace(0, 4, "--ocio @config.ocio --input-space gamma --working-space linear");
     }
     std::string line = "key -q " + plate + " --save-script @s.orv ";
-    if (!more.starts_with("--screen ") && !more.starts_with("--screen-at") && more != "--auto")
+    if (!more.starts_with("--screen ") && !more.starts_with("--screen-at") &&
+        !more.starts_with("--auto"))
       line += "--screen 0.1,0.2,0.8 ";
     if (more.find("-o ") == std::string::npos) line += "-o @out.png ";
     return words(folder_, line + more);
