@@ -5,9 +5,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <filesystem>
+#include <new>
 
 #include "base/Error.h"
+#include "media/InputFile.h"
+#include "media/PictureReader.h"
 
 namespace orvanite::media {
 
@@ -17,8 +21,71 @@ namespace {
 
 constexpr std::uintmax_t configurationLimit = std::uintmax_t{64} << 20;
 
-// OpenColorIO's errors run over several lines.
-std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+// OpenColorIO's errors run over several lines, and quote what they like.
+std::string firstLine(const std::string& text) { return oneLine(text.substr(0, text.find('\n'))); }
+
+// Calls OpenColorIO, which throws what its parsers throw as well. Throws Error (failure) about
+// `path`, with `what` before its words.
+template <class Action>
+auto trying(const std::string& path, const std::string& what, const Action& action) {
+  try {
+    return action();
+  } catch (const std::bad_alloc&) {
+    throw Error(Fault::failure, path, what + "out of memory");
+  } catch (const std::exception& error) {
+    throw Error(Fault::failure, path, what + firstLine(error.what()));
+  }
+}
+
+// Refuses tables that are no files: OpenColorIO would read a device or wait at a pipe for ever.
+void checkTables(const ocio::Context& context, const ocio::ConstTransformRcPtr& transform) {
+  if (const auto group = OCIO_DYNAMIC_POINTER_CAST<const ocio::GroupTransform>(transform)) {
+    for (int i = 0; i < group->getNumTransforms(); ++i) {
+      checkTables(context, group->getTransform(i));
+    }
+  }
+  const auto table = OCIO_DYNAMIC_POINTER_CAST<const ocio::FileTransform>(transform);
+  if (!table) return;
+  std::string path;
+  try {
+    path = context.resolveFileLocation(table->getSrc());
+  } catch (const ocio::Exception&) {
+    return;  // not there, or in an archive: said when it is wanted
+  }
+  if (std::filesystem::exists(path)) checkInputFile(path, "a table of colours");
+}
+
+void checkTables(const ocio::Config& config) {
+  const ocio::ConstContextRcPtr context = config.getCurrentContext();
+  const auto all = ocio::SEARCH_REFERENCE_SPACE_ALL;
+  for (int i = 0; i < config.getNumColorSpaces(all, ocio::COLORSPACE_ALL); ++i) {
+    const char* const name = config.getColorSpaceNameByIndex(all, ocio::COLORSPACE_ALL, i);
+    const auto space = config.getColorSpace(name);
+    for (const auto way :
+         {ocio::COLORSPACE_DIR_TO_REFERENCE, ocio::COLORSPACE_DIR_FROM_REFERENCE}) {
+      if (space) checkTables(*context, space->getTransform(way));
+    }
+  }
+  for (int i = 0; i < config.getNumLooks(); ++i) {
+    const auto look = config.getLook(config.getLookNameByIndex(i));
+    checkTables(*context, look->getTransform());
+    checkTables(*context, look->getInverseTransform());
+  }
+  for (int i = 0; i < config.getNumViewTransforms(); ++i) {
+    const auto view = config.getViewTransform(config.getViewTransformNameByIndex(i));
+    for (const auto way :
+         {ocio::VIEWTRANSFORM_DIR_TO_REFERENCE, ocio::VIEWTRANSFORM_DIR_FROM_REFERENCE}) {
+      checkTables(*context, view->getTransform(way));
+    }
+  }
+  for (int i = 0; i < config.getNumNamedTransforms(ocio::NAMEDTRANSFORM_ALL); ++i) {
+    const char* const name = config.getNamedTransformNameByIndex(ocio::NAMEDTRANSFORM_ALL, i);
+    const auto named = config.getNamedTransform(name);
+    for (const auto way : {ocio::TRANSFORM_DIR_FORWARD, ocio::TRANSFORM_DIR_INVERSE}) {
+      checkTables(*context, named->getTransform(way));
+    }
+  }
+}
 
 const ocio::Config& configOf(const std::shared_ptr<const void>& config) {
   return *static_cast<const ocio::Config*>(config.get());
@@ -39,11 +106,11 @@ ColourSpaces::ColourSpaces(const std::string& path) : path_(path) {
                 "no OpenColorIO configuration: expected a file of at most " +
                     std::to_string(configurationLimit) + " bytes");
   }
-  try {
-    config_ = ocio::Config::CreateFromFile(path.c_str());
-  } catch (const ocio::Exception& error) {
-    throw Error(Fault::failure, path, "no OpenColorIO configuration: " + firstLine(error.what()));
-  }
+  const auto config = trying(path, "no OpenColorIO configuration: ", [&] {
+    return ocio::Config::CreateFromFile(path.c_str());
+  });
+  config_ = config;
+  checkTables(*config);
 }
 
 std::string ColourSpaces::space(const std::string& name, const std::string& option) const {
@@ -54,8 +121,8 @@ std::string ColourSpaces::space(const std::string& name, const std::string& opti
     names += (i == 0 ? "" : ", ");
     names += config.getColorSpaceNameByIndex(i);
   }
-  throw Error::expected(Fault::wrongUse, option, "a colour space of " + path_ + " (" + names + ")",
-                        name);
+  throw Error::expected(Fault::wrongUse, option,
+                        "a colour space of " + path_ + " (" + oneLine(names) + ")", name);
 }
 
 std::string ColourSpaces::encodingOf(const std::string& space) const {
@@ -84,19 +151,17 @@ bool ColourSpaces::isLinear(const std::string& space) const {
 
 ColourSpaces::Conversion ColourSpaces::conversion(const std::string& from,
                                                   const std::string& to) const {
-  Conversion conversion;
-  if (from == to) return conversion;
-  try {
+  if (from == to) return {};
+  return trying(path_, "no way from " + oneLine(from) + " to " + oneLine(to) + ": ", [&] {
+    Conversion conversion;
     const auto whole = configOf(config_).getProcessor(from.c_str(), to.c_str());
-    if (whole->isNoOp()) return conversion;
     // Only what changes no result is left out.
-    conversion.processor_ = whole->getOptimizedCPUProcessor(
-        ocio::BIT_DEPTH_F32, ocio::BIT_DEPTH_F32, ocio::OPTIMIZATION_LOSSLESS);
-  } catch (const ocio::Exception& error) {
-    throw Error(Fault::failure, path_,
-                "no way from " + from + " to " + to + ": " + firstLine(error.what()));
-  }
-  return conversion;
+    if (!whole->isNoOp()) {
+      conversion.processor_ = whole->getOptimizedCPUProcessor(
+          ocio::BIT_DEPTH_F32, ocio::BIT_DEPTH_F32, ocio::OPTIMIZATION_LOSSLESS);
+    }
+    return conversion;
+  });
 }
 
 void ColourSpaces::Conversion::apply(Picture& picture) const {

@@ -239,6 +239,8 @@ int promisedFrames(const AVFormatContext& format, const AVStream& stream, const 
   }
   const bool cut = !index.cutOff.empty();
   if (cut && stream.nb_frames == inFile) return found;
+  // ASF's duration runs on past its last packet; that the file has all of its bytes is enough.
+  if (!cut && std::string_view(format.iformat->name) == "asf") return found;
   // A container says how long its longest stream is. None of them reaches that far: cut off.
   const double frames = av_q2d(index.rate);
   // Of others FFmpeg finds it by what is there.

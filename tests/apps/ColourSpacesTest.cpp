@@ -135,6 +135,16 @@ TEST(ColourSpaces, SayWhatIsWrong) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
   std::ofstream(folder / "broken.ocio") << "no: [configuration";
+  // Tables that never end, deep in a look; and a name of two lines.
+  std::ofstream(folder / "endless.ocio") << R"(ocio_profile_version: 2
+roles: {scene_linear: light, default: light}
+colorspaces: [!<ColorSpace> {name: light}, !<ColorSpace> {name: "two\nlines"}]
+looks: [!<Look> {name: l, process_space: light, transform: !<GroupTransform> {children: [
+  !<FileTransform> {src: /dev/zero}]}}]
+)";
+  std::string lines = contents(folder / "endless.ocio");
+  lines.erase(lines.find("looks"));
+  std::ofstream(folder / "lines.ocio") << lines;
   write(floats(1, 1), folder / "plate.exr");
   const struct {
     std::string options;
@@ -149,6 +159,9 @@ TEST(ColourSpaces, SayWhatIsWrong) {
       {"--output-space twice", 2, "--output-space: expected --input-space"},
       {"--ocio @none.ocio --input-space twice", 1, "there is no such"},
       {"--ocio /dev/zero --input-space twice", 1, "expected a file of at most 67108864"},
+      {"--ocio @endless.ocio --input-space light", 1,
+       "/dev/zero: expected a table of colours in a file, found a device"},
+      {"--ocio @lines.ocio --input-space twice", 2, "(light, two lines), found 'twice'"},
       {"--ocio @broken.ocio --input-space twice", 1, "no OpenColorIO configuration"},
       {"--ocio @config.ocio --input-space twice --save-script @s.orv", 2,
        "a script cannot hold --input-space"},
@@ -160,7 +173,8 @@ TEST(ColourSpaces, SayWhatIsWrong) {
     EXPECT_NE(outcome.err.find(c.says), std::string::npos) << c.says << '\n' << outcome.err;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
   }
-  EXPECT_EQ(folder.names(), (std::vector<std::string>{"broken.ocio", "config.ocio", "plate.exr"}));
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"broken.ocio", "config.ocio", "endless.ocio",
+                                                      "lines.ocio", "plate.exr"}));
 }
 
 }  // namespace

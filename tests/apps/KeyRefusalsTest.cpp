@@ -32,6 +32,11 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   cut("large.exr", "cut.exr");
   cut("large.tif", "cut.tif");
   cut("large.jpg", "cut.jpg");
+  // Its pixels do not begin as zlib's data do, which libpng would say by itself.
+  std::string unzipped = contents(folder / "large.png");
+  ASSERT_NE(unzipped.find("IDAT"), std::string::npos);
+  unzipped.replace(unzipped.find("IDAT") + 4, 2, 2, '\0');
+  std::ofstream(folder / "unzipped.png") << unzipped;
   std::ofstream(folder / "text.png") << "this is no picture\n";
   std::ofstream(folder / "empty.exr");
   // A PNG header of 0x0 and one of 0x7fffffff x 0x7fffffff, with no checksum that fits.
@@ -95,6 +100,7 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@text.png -o @out.png", 1, "text.png: cannot be read"},
       {"@empty.exr -o @out.png", 1, "empty.exr: cannot be read"},
       {"@cut.png -o @out.png", 1, "cut.png: broken: its header promises at least"},
+      {"@unzipped.png -o @out.png", 1, "unzipped.png: broken near row 0"},
       {"@cut.exr -o @out.png", 1, "cut.exr: broken near row"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},

@@ -25,6 +25,8 @@ TEST(BrokenMovies, OnesThatEndShortFailWithFrameAndTimeAndWholeOnesDoNot) {
       {"a.mxf", video + " -c:v mpeg2video"},
       {"a.flv", video + " -c:v flv1"},
       {"a.wmv", video + " -c:v wmv2"},
+      // Its header's duration is two frames longer than anything in it.
+      {"b.wmv", "-f lavfi -i testsrc2=s=96x64:r=50:d=1 -f lavfi -i sine=d=1 -c:a wmav2 -c:v wmv2"},
       {"a.ivf", video + " -c:v libvpx-vp9 -cpu-used 8 -deadline realtime"},
       {"a.mp4", video + sound + "aac -c:v libx264 -pix_fmt yuv420p -movflags faststart"},
       {"b.mp4", video + " -c:v libx264 -pix_fmt yuv420p -movflags frag_keyframe+empty_moov -g 12"},
