@@ -11,7 +11,7 @@ import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 import {setTimeout as sleep} from 'node:timers/promises';
-import {drawPlate, program, readPng, serve} from './program.mjs';
+import {drawPlate, folder, program, readPng, serve} from './program.mjs';
 
 let server, port, token, origin;
 
@@ -276,6 +276,44 @@ test('a render onto a full disk is told with its frame and leaves whole files on
   } finally {
     await other.stop();
     execFileSync('umount', ['-l', disk]);
+  }
+});
+
+test('a render that is killed at any moment leaves whole files only, and the next one makes all', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-12');
+  /** A render of the shot as the page asks for it. */
+  const begin = async (output) => {
+    const other = await serve(join(shot, 'plate.####.png'), '-o', output);
+    const {origin: from} = new URL(other.address);
+    const headers = {Origin: from, 'Content-Type': 'application/json'};
+    const body = JSON.stringify({settings: {screen: '0.1,0.6,0.2'}});
+    assert.equal((await fetch(`${other.address}job`, {method: 'POST', headers, body})).status, 200);
+    return other;
+  };
+  let round = 0;
+  for (const [name, signals] of [['k.####.png', ['SIGKILL', 'SIGTERM', 'SIGINT']], ['k.mov', ['SIGKILL', 'SIGTERM']]]) {
+    for (const signal of signals) {
+      const to = folder();
+      const killed = await begin(join(to, name));
+      const some = ++round % 3 * 3;  // of the files, or none yet
+      for (let left = 2000; left > 0 && readdirSync(to).length < (name === 'k.mov' ? 1 : some); --left) await sleep(2);
+      const code = await killed.stop(signal);
+      assert.equal(code, signal === 'SIGKILL' ? 'SIGKILL' : 0);
+      const left = readdirSync(to);
+      const done = left.filter((one) => !one.startsWith('.'));
+      if (name === 'k.mov') assert.deepEqual(done, [], 'a movie that was not finished');
+      for (const one of done) assert.equal(readPng(join(to, one)).height, 90);
+      if (signal !== 'SIGKILL') assert.deepEqual(left, done, 'what is not whole goes with the signal');
+      const again = await begin(join(to, name));
+      let report;
+      do {
+        await sleep(50);
+        report = await (await fetch(`${again.address}job`)).json();
+      } while (report.state === 'running');
+      assert.equal(report.state, 'done', JSON.stringify(report));
+      assert.equal(await again.stop(), 0);
+      assert.equal(readdirSync(to).length, name === 'k.mov' ? 1 : 12, 'nothing is left of what was killed');
+    }
   }
 });
 
