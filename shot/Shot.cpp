@@ -11,6 +11,7 @@
 #include "base/Error.h"
 #include "media/FramePattern.h"
 #include "media/FrameRange.h"
+#include "shot/Mask.h"
 
 namespace orvanite::shot {
 namespace {
@@ -73,6 +74,12 @@ const char* nameOf(Role role) {
     default:
       return "clean plate";
   }
+}
+
+bool hasMask(const Masks& masks, Role role) {
+  return isMatte(role) && std::any_of(masks.begin(), masks.end(), [role](const MovingMask& mask) {
+           return mask.shape.use == useOf(role);
+         });
 }
 
 struct Shot::Still {
@@ -180,10 +187,12 @@ const media::ColourSpaces::Conversion* Shot::conversion(Role role) const {
 
 std::function<Picture()> Shot::begin(Role role, int frame, std::function<Window()> window,
                                      const std::string& channel) const {
-  if (role == Role::garbage && !files_.garbageMasks.empty()) {
-    return [this, matte = beginFile(role, frame, std::move(window), channel)] {
+  if (hasMask(files_.masks, role)) {
+    return [this, role, frame, matte = beginFile(role, frame, std::move(window), channel)] {
       Picture picture = matte();
-      for (const Mask& mask : files_.garbageMasks) join(mask, plate().info().display, picture);
+      for (const MaskShape& shape : shapesAt(files_.masks, useOf(role), frame)) {
+        join(shape, plate().info().display, picture);
+      }
       return picture;
     };
   }

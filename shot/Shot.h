@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "base/Depth.h"
+#include "keyer/MaskShape.h"
 #include "keyer/Settings.h"
 #include "media/ColourSpaces.h"
 #include "media/Source.h"
 #include "shot/Background.h"
-#include "shot/Mask.h"
 
 namespace orvanite::shot {
 
@@ -32,6 +32,14 @@ const char* nameOf(Role role);
 
 /// Whether a picture of this role is read for one channel, not for its colours.
 constexpr bool isMatte(Role role) { return role == Role::holdOut || role == Role::garbage; }
+
+/// What drawn masks of a matte's role are for.
+constexpr MaskShape::Use useOf(Role role) {
+  return role == Role::holdOut ? MaskShape::Use::holdOut : MaskShape::Use::garbage;
+}
+
+/// Whether some of them are drawn for the role.
+bool hasMask(const Masks& masks, Role role);
 
 /// One of each role.
 template <class Value>
@@ -59,7 +67,7 @@ struct ShotFiles {
   PastEnd pastEnd = PastEnd::hold;
   Fit backgroundFit = Fit::fill;
   std::string backgroundEncoding;  // "linear", "log" or "video"; empty: what its file says
-  std::vector<Mask> garbageMasks;  // joined with the garbage matte's file, if there is one
+  Masks masks;                     // joined with the mattes' files, where there are any
 };
 
 /// A frame of the plate in the colours that are keyed.
@@ -80,9 +88,7 @@ class Shot {
   const media::ColourPath& colours() const { return colours_; }
 
   /// Whether there is a picture of the role, and whether it comes from a file.
-  bool has(Role role) const {
-    return hasFile(role) || (role == Role::garbage && !files_.garbageMasks.empty());
-  }
+  bool has(Role role) const { return hasFile(role) || hasMask(files_.masks, role); }
   bool hasFile(Role role) const { return sources_[role] != nullptr; }
   const media::Source& source(Role role) const { return *sources_[role]; }
   const media::Source& plate() const { return source(Role::plate); }

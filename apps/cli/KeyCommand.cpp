@@ -16,12 +16,14 @@
 #include "apps/cli/SaveScript.h"
 #include "base/Error.h"
 #include "keyer/ColourText.h"
+#include "keyer/MaskFile.h"
 #include "keyer/Preset.h"
 #include "keyer/Threads.h"
 #include "media/InputFile.h"
 #include "media/MovieSource.h"
 #include "media/PictureWriter.h"
 #include "shot/Images.h"
+#include "shot/Mask.h"
 
 namespace orvanite::cli {
 namespace {
@@ -98,6 +100,28 @@ void chooseReading(const KeyOptions& options, shot::ShotFiles& files) {
   }
 }
 
+// Those of the file, and those of the options, which do not move.
+Masks masksOf(const KeyOptions& options) {
+  Masks masks;
+  if (!options.masks.empty()) masks = masksFromFile(options.masks);
+  if (!(options.garbageSoft >= 0 && options.garbageSoft <= 1000)) {
+    throw Error::expected(Fault::wrongUse, "--garbage-soft", "a number from 0 to 1000",
+                          fmt::format("{}", options.garbageSoft));
+  }
+  const auto add = [&](MaskShape shape) {
+    shape.softPixels = options.garbageSoft;
+    shape.outside = options.garbageOutside;
+    masks.push_back({shape, {{1, shape.points, {}}}});
+  };
+  for (const std::string& text : options.garbageRects) {
+    add(shot::rectangleOf(text, "--garbage-rect"));
+  }
+  for (const std::string& text : options.garbagePolygons) {
+    add(shot::polygonOf(text, "--garbage-polygon"));
+  }
+  return masks;
+}
+
 shot::ShotFiles filesOf(const KeyOptions& options) {
   shot::ShotFiles files;
   files.clips[Role::plate] = {options.plate};
@@ -111,20 +135,7 @@ shot::ShotFiles filesOf(const KeyOptions& options) {
   files.pastEnd = pastEndOf(options.pastEnd);
   files.backgroundFit = shot::fitOf(options.backgroundFit, "--bg-fit");
   files.backgroundEncoding = options.backgroundColourspace;
-  for (const std::string& text : options.garbageRects) {
-    files.garbageMasks.push_back(shot::rectangleOf(text, "--garbage-rect"));
-  }
-  for (const std::string& text : options.garbagePolygons) {
-    files.garbageMasks.push_back(shot::polygonOf(text, "--garbage-polygon"));
-  }
-  if (!(options.garbageSoft >= 0 && options.garbageSoft <= 1000)) {
-    throw Error::expected(Fault::wrongUse, "--garbage-soft", "a number from 0 to 1000",
-                          fmt::format("{}", options.garbageSoft));
-  }
-  for (shot::Mask& mask : files.garbageMasks) {
-    mask.softPixels = options.garbageSoft;
-    mask.outside = options.garbageOutside;
-  }
+  files.masks = masksOf(options);
   return files;
 }
 
@@ -218,7 +229,9 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
   }
   if (movies && frames.empty()) frames.push_back(1);
   std::vector<std::string> read, written;
-  if (!options.preset.empty()) read.push_back(options.preset);
+  for (const std::string* path : {&options.preset, &options.masks}) {
+    if (!path->empty()) read.push_back(*path);
+  }
   if (options.movie.sound != "none" && !options.movie.sound.empty()) {
     read.push_back(options.movie.sound);
   }
@@ -240,7 +253,8 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
     refuse("the clean plates of --auto, --estimate or --reference auto, found in each frame");
   }
   if (options.passThrough) refuse("--no-key");
-  if (!job.shot->files().garbageMasks.empty())
+  if (!options.masks.empty()) refuse("the drawn masks of --masks");
+  if (!job.shot->files().masks.empty())
     refuse("--garbage-rect and --garbage-polygon, with --garbage-soft and --garbage-outside");
   if (!job.shot->backgroundIsAsItIs())
     refuse("a --bg of another size or encoding, which --bg-fit and --bg-colourspace are for");

@@ -38,15 +38,18 @@ void KeyOptions::addTo(CLI::App& command) {
        "brought to the plate's. [default as the file says]");
   text(files, "FILE", "--hold-out", holdOut, "Hold-out matte: white keeps the foreground.");
   text(files, "FILE", "--garbage", garbage, "Garbage matte: white cuts away.");
-  const auto masks = [&](const char* type, const char* name, std::vector<std::string>& to,
-                         const char* help) {
+  text(files, "FILE", "--masks", masks,
+       "Masks that were drawn on the page of orvanite view: garbage and hold-out, keyed by frame. "
+       "They join the mattes, of which the greater counts.");
+  const auto shapes = [&](const char* type, const char* name, std::vector<std::string>& to,
+                          const char* help) {
     command.add_option(name, to, help)->group(files)->type_name(type)->expected(1)->take_all();
   };
-  masks("X,Y,W,H", "--garbage-rect", garbageRects,
-        "Cuts what lies in a rectangle, in pixels from the frame's top left. May be given several "
-        "times.");
-  masks("X,Y,X,Y,...", "--garbage-polygon", garbagePolygons,
-        "The same for a polygon of three corners or more.");
+  shapes("X,Y,W,H", "--garbage-rect", garbageRects,
+         "Cuts what lies in a rectangle, in pixels from the frame's top left. May be given several "
+         "times.");
+  shapes("X,Y,X,Y,...", "--garbage-polygon", garbagePolygons,
+         "The same for a polygon of three corners or more.");
   command
       .add_option("--garbage-soft", garbageSoft,
                   "Width of the edge of rectangles and polygons. [pixels 0 to 1000, default 1]")

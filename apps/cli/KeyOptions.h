@@ -21,7 +21,7 @@ struct KeyOptions {
   double garbageSoft = 1;
   bool garbageOutside = false;
   std::string plate;  // the one that is keyed now
-  std::string background, holdOut, garbage, reference, output;
+  std::string background, holdOut, garbage, masks, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
   std::string memory, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;

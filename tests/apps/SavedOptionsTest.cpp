@@ -37,6 +37,7 @@ const Option options[] = {
     {"--bg-colourspace", kRefused, "--bg @bg.png --bg-colourspace linear"},
     {"--hold-out", kHeld, "--hold-out @matte.png"},
     {"--garbage", kHeld, "--garbage @plate.png"},  // no alpha: its red channel
+    {"--masks", kRefused, "--masks @masks.json"},
     {"--garbage-rect", kRefused, "--garbage-rect 1,1,4,4"},
     {"--garbage-polygon", kRefused, "--garbage-polygon 1,1,4,4,1,4"},
     {"--garbage-soft", kRefused, "--garbage-rect 1,1,4,4 --garbage-soft 2"},
@@ -177,6 +178,7 @@ class SavedOptions : public testing::Test {
     ASSERT_EQ(movie.code, 0) << movie.err;
     std::ofstream(folder_ / "preset.json")
         << R"({"orvanite": "preset", "version": 1, "parameters": {"screenRange": 0.2}})";
+    std::ofstream(folder_ / "masks.json") << R"({"orvanite": "masks", "version": 1, "shapes": []})";
     std::ofstream(folder_ / "config.ocio") << config;
   }
 

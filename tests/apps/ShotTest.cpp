@@ -140,6 +140,64 @@ TEST(Shot, SidePicturesFollowTheirOffsetsAndPastTheirEndsWhatWasAsked) {
   }
 }
 
+TEST(Shot, DrawnMasksAreMattesThatMoveWithTheirKeys) {
+  // Garbage from a column on in the upper half, hold-out in the lower one; at frames 1 to 4 the
+  // column is 4, 8, 12 and 12. Painted mattes of the same say what must come out.
+  const Folder folder;
+  writeShot(folder, "fg", 1, 4);
+  const auto painted = [&](const std::string& name, int top, int frame, int column) {
+    Image matte = randomImage(24, 16, 1, OIIO::TypeDesc::UINT8, 1);
+    for (int i = 0; i < 24 * 16; ++i) {
+      const bool white = i / 24 >= top && i / 24 < top + 8 && i % 24 >= column;
+      matte.samples[static_cast<std::size_t>(i)] = white ? 255 : 0;
+    }
+    write(matte, folder / frameFile(name, frame));
+  };
+  for (const auto& [frame, column] : {std::pair{1, 4}, {2, 8}, {3, 12}, {4, 12}}) {
+    painted("garbage", 0, frame, column);
+    painted("hold", 8, frame, column);
+  }
+  std::ofstream(folder / "masks.json")
+      << R"({"orvanite": "masks", "version": 1, "shapes": [{"kind": "polygon", "soft": 0, "keys": [
+           {"frame": 1, "points": [[4, 0], [99, 0], [99, 8], [4, 8]]},
+           {"frame": 3, "points": [[12, 0], [99, 0], [99, 8], [12, 8]]}]},
+         {"kind": "polygon", "use": "holdOut", "soft": 0, "keys": [
+           {"frame": 1, "points": [[4, 8], [99, 8], [99, 16], [4, 16]]},
+           {"frame": 3, "points": [[12, 8], [99, 8], [99, 16], [12, 16]]}]}]})";
+  const auto key = [&](const std::string& options, const std::string& name) {
+    const Outcome outcome = orvanite(
+        words(folder, blueKeyWords + "-q @fg.####.png " + options + " -o @" + name + ".####.png"));
+    ASSERT_EQ(outcome.code, 0) << outcome.err;
+  };
+  key("--garbage @garbage.####.png --hold-out @hold.####.png", "painted");
+  key("--masks @masks.json", "drawn");
+  key("--masks @masks.json --frames 2", "alone");
+  // Beside mattes of the same nothing changes; a matte of another frame is joined.
+  key("--masks @masks.json --garbage @garbage.####.png --hold-out @hold.####.png", "both");
+  key("", "without");
+  for (int frame = 1; frame <= 4; ++frame) {
+    const auto samples = [&](const char* name) {
+      return read(folder / frameFile(name, frame)).samples;
+    };
+    EXPECT_EQ(samples("drawn"), samples("painted")) << frame;
+    EXPECT_EQ(samples("both"), samples("painted")) << frame;
+    EXPECT_NE(samples("without"), samples("painted")) << frame;
+  }
+  EXPECT_EQ(contents(folder / "alone.0002.png"), contents(folder / "drawn.0002.png"));
+
+  std::ofstream(folder / "bad.json")
+      << R"({"orvanite": "masks", "version": 1, "shapes": [{"kind": "brush", "keys": [{}]}]})";
+  for (const auto& [name, code, said] :
+       {std::tuple{"bad.json", 1, "bad.json: shapes[0].keys[0].frame: expected a frame's number"},
+        {"none.json", 1, "none.json: there are no such masks"}}) {
+    const Outcome outcome = orvanite(words(
+        folder, std::string("key -q @fg.####.png -o @no.####.png --screen blue --masks @") + name));
+    EXPECT_EQ(outcome.code, code) << outcome.err;
+    EXPECT_NE(outcome.err.find(said), std::string::npos) << outcome.err;
+    EXPECT_FALSE(std::filesystem::exists(folder / "no.0001.png"));
+  }
+}
+
 TEST(Shot, WritesSeveralViewsInOnePass) {
   const Folder folder;
   const Folder out;
