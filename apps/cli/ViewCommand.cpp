@@ -17,6 +17,7 @@
 #include "apps/cli/ShellWord.h"
 #include "apps/view/View.h"
 #include "base/Error.h"
+#include "keyer/MaskFile.h"
 #include "keyer/Preset.h"
 
 namespace orvanite::cli {
@@ -29,7 +30,7 @@ struct ViewCommandOptions {
 
   std::string& file(shot::Role role) { return files.clips[role].path; }
   const std::string& file(shot::Role role) const { return files.clips[role].path; }
-  std::string output, preset;
+  std::string output, preset, masks;
   int port = 0;
   int cacheMebibytes = 1024;
   bool noOpen = false;
@@ -52,7 +53,7 @@ std::string outputAnywhere(const ViewCommandOptions& options) {
 // What follows `orvanite` on the command line that keys the same into a file.
 std::vector<std::string> argumentsFor(const ViewCommandOptions& options,
                                       const shot::ShotFiles& files, const Settings& settings,
-                                      const std::string& output) {
+                                      const std::string& masks, const std::string& output) {
   std::vector<std::string> arguments{"key", files.clips[Role::plate].path};
   const auto file = [&](const char* option, Role role) {
     const std::string& path = files.clips[role].path;
@@ -62,6 +63,7 @@ std::vector<std::string> argumentsFor(const ViewCommandOptions& options,
   file("--hold-out", Role::holdOut);
   file("--garbage", Role::garbage);
   file("--reference", Role::cleanPlate);
+  if (!masks.empty()) arguments.insert(arguments.end(), {"--masks", masks});
   for (const std::string& word : options.colours.words(true)) arguments.push_back(word);
   for (const std::string& option : optionsFor(settings)) arguments.push_back(option);
   arguments.insert(arguments.end(), {"-o", output});
@@ -69,10 +71,10 @@ std::vector<std::string> argumentsFor(const ViewCommandOptions& options,
 }
 
 std::string commandFor(const ViewCommandOptions& options, const shot::ShotFiles& files,
-                       const Settings& settings) {
+                       const Settings& settings, const std::string& masks) {
   std::string line = "orvanite";
   for (const std::string& argument :
-       argumentsFor(options, files, settings, outputAnywhere(options))) {
+       argumentsFor(options, files, settings, masks, outputAnywhere(options))) {
     line += ' ' + shellWord(argument);
   }
   return line;
@@ -119,12 +121,14 @@ int runView(const ViewCommandOptions& options) {
   view.openBrowser = desktop && !options.noOpen;
   if (!options.preset.empty()) view.settings = settingsFromPresetFile(options.preset);
   options.parameters.apply(view.settings);
+  if (!options.masks.empty()) view.masks = masksFromFile(options.masks);
   view.exports.arguments = [&](const shot::ShotFiles& given, const Settings& settings,
-                               const std::string& output) {
-    return argumentsFor(options, given, settings, output);
+                               const std::string& masks, const std::string& output) {
+    return argumentsFor(options, given, settings, masks, output);
   };
-  view.exports.command = [&](const shot::ShotFiles& given, const Settings& settings) {
-    return commandFor(options, given, settings);
+  view.exports.command = [&](const shot::ShotFiles& given, const Settings& settings,
+                             const std::string& masks) {
+    return commandFor(options, given, settings, masks);
   };
   view.exports.script = [&](const shot::ShotFiles& given, const Settings& settings,
                             media::Samples samples) {
@@ -156,6 +160,8 @@ Run declareView(CLI::App& command) {
   path("--garbage", options->file(Role::garbage), "Garbage matte: white cuts away.");
   path("--reference", options->file(Role::cleanPlate),
        "Clean plate: the screen without the subject (8- and 16-bit plates).");
+  path("--masks", options->masks,
+       "Masks to start with, as the page saves them: they lie over the picture.");
   path("--preset", options->preset, "Parameters to start with, from a preset; options go over it.");
   const char* serving = "Serving";
   command

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "shot/Images.h"
+#include "shot/Mask.h"
 
 namespace orvanite::view {
 namespace {
@@ -45,10 +46,13 @@ bool holds(const media::Window& outer, const media::Window& inner) {
 
 std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
                                               int divisor, const media::Window& asked,
+                                              const Masks& masks,
                                               const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
   const Settings settings = settingsFor(view, given);
   Inputs inputs = info.inputs;
+  inputs.holdOut = inputs.holdOut || shot::hasMask(masks, Role::holdOut);
+  inputs.garbage = inputs.garbage || shot::hasMask(masks, Role::garbage);
   if (view == PageView::overChecker) inputs.background = true;
 
   const bool chequered = view == PageView::overChecker;
@@ -56,7 +60,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   if (besideEstimates) {
     const auto kept = std::find_if(whole_.begin(), whole_.end(), [&](const Whole& one) {
       return one.frame == frame && one.divisor == divisor && one.chequered == chequered &&
-             one.settings == settings;
+             one.settings == settings && one.masks == masks;
     });
     if (kept != whole_.end()) {
       whole_.splice(whole_.begin(), whole_, kept);
@@ -106,6 +110,20 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
       whole.pictures.ref = fill(*pictures[Role::cleanPlate], filledReference);
     }
   }
+  media::Picture drawnHoldOut, drawnGarbage;
+  const auto draw = [&](Role role, media::Picture& to, OtileImage& image) {
+    if (pictures[role] == nullptr || !shot::hasMask(masks, role)) return;
+    const media::Window& data = pictures[role]->data;
+    to = media::part(*pictures[role],
+                     {data.x + region.x, data.y + region.y, region.width, region.height});
+    to.data = region;
+    for (const MaskShape& shape : shapesAt(masks, shot::useOf(role), frame)) {
+      shot::join(shrunk(shape, divisor), {}, to);
+    }
+    image = shot::imageOf(to);
+  };
+  draw(Role::holdOut, drawnHoldOut, whole.pictures.hold);
+  draw(Role::garbage, drawnGarbage, whole.pictures.garbage);
   media::Picture squares;
   if (chequered) {
     squares = media::Picture::make(region, info.depth, media::Samples::uint8);
@@ -136,7 +154,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   if (border > 0) result = media::part(result, asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
   if (!estimates) return result;
-  whole_.push_front({settings, chequered, frame, divisor,
+  whole_.push_front({settings, chequered, frame, divisor, masks,
                      std::make_shared<const media::Picture>(std::move(result))});
   if (whole_.size() > wholeFrames) whole_.pop_back();
   return media::part(*whole_.front().picture, asked);

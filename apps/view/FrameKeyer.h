@@ -26,10 +26,11 @@ class FrameKeyer {
   ///
   /// divisor  of the pictures that are keyed: 1, or more for a proxy
   /// region   in pixels of that size
+  /// masks    drawn over the plate: they join the mattes
   /// wanted   called before each band; false gives up: nothing returned
   /// Throws Error for settings that cannot key and for files that cannot be read.
   std::optional<media::Picture> key(const Settings& settings, PageView view, int frame, int divisor,
-                                    const media::Window& region,
+                                    const media::Window& region, const Masks& masks,
                                     const std::function<bool()>& wanted);
 
  private:
@@ -38,6 +39,7 @@ class FrameKeyer {
     Settings settings;  // the engine's
     bool chequered;
     int frame, divisor;
+    Masks masks;
     std::shared_ptr<const media::Picture> picture;
   };
 

@@ -9,6 +9,7 @@
 
 #include "apps/view/PageTable.h"
 #include "base/Error.h"
+#include "keyer/MaskFile.h"
 #include "keyer/Parameters.h"
 #include "keyer/Preset.h"
 #include "shot/Job.h"
@@ -88,17 +89,32 @@ media::Window windowOf(const json& object, const char* name) {
   return {number(0), number(1), number(2), number(3)};
 }
 
-Settings settingsIn(const json& object) {
+// Masks stand among the settings, as they belong to a side of the page as these do.
+constexpr const char* masksName = "masks";
+
+Given givenIn(const json& object) {
   const auto found = object.find("settings");
   if (found == object.end() || !found->is_object()) refuse("settings", "an object of texts");
-  Settings settings;
+  Given given;
   for (const auto& [name, value] : found->items()) {
+    if (name == masksName && value.is_string()) {
+      given.masks = masksFromText(value.get<std::string>(), masksName);
+      continue;
+    }
     if (!value.is_string() || value.get_ref<const std::string&>().size() > textLimit) {
       refuse(name.substr(0, textLimit), "a text");
     }
-    settings.setText(name.substr(0, textLimit), value.get<std::string>());
+    given.settings.setText(name.substr(0, textLimit), value.get<std::string>());
   }
-  return settings;
+  return given;
+}
+
+Settings settingsIn(const json& object) { return givenIn(object).settings; }
+
+json textsOf(const Given& given) {
+  json texts = givenTexts(given.settings);
+  if (!given.masks.empty()) texts[masksName] = masksText(given.masks);
+  return texts;
 }
 
 // As the page calls the pictures, in the order of the roles.
@@ -174,8 +190,9 @@ NumberedRequest pictureRequestOf(const std::string& body) {
   PictureRequest& request = numbered.request;
   request.view = viewIn(object);
   request.frame = intOf(object, "frame");
-  const Settings settings = settingsIn(object);
+  const auto [settings, masks] = givenIn(object);
   request.settings = settings.at(request.frame);
+  request.masks = masks;
   numbered.shown = unknownToPage(settings);
   request.divisor = intOf(object, "divisor");
   request.proxy = flagOf(object, "proxy");
@@ -193,8 +210,9 @@ NumberedRequest pictureRequestOf(const std::string& body) {
 ProbeRequest probeRequestOf(const std::string& body) {
   const json object = parse(body);
   const int frame = intOf(object, "frame");
-  return {settingsIn(object).at(frame), viewIn(object),     frame,
-          intOf(object, "x"),           intOf(object, "y"), intOf(object, "slot")};
+  const Given given = givenIn(object);
+  return {given.settings.at(frame), given.masks,        viewIn(object),       frame,
+          intOf(object, "x"),       intOf(object, "y"), intOf(object, "slot")};
 }
 
 BoxRequest boxRequestOf(const std::string& body) {
@@ -233,27 +251,40 @@ OpenRequest openRequestOf(const std::string& body) {
   return request;
 }
 
-Settings presetIn(const std::string& body) {
+namespace {
+std::string fileTextIn(const std::string& body, const char* expected) {
   const json object = parse(body);
   const auto text = object.find("text");
-  if (text == object.end() || !text->is_string()) refuse("text", "a preset");
-  return settingsFromPreset(text->get<std::string>(), "preset");
+  if (text == object.end() || !text->is_string()) refuse("text", expected);
+  return text->get<std::string>();
+}
+}  // namespace
+
+Settings presetIn(const std::string& body) {
+  return settingsFromPreset(fileTextIn(body, "a preset"), "preset");
+}
+
+Masks masksFileIn(const std::string& body) {
+  return masksFromText(fileTextIn(body, "masks"), masksName);
 }
 
 JobRequest jobRequestOf(const std::string& body) {
   const json object = parse(body);
-  JobRequest request{settingsIn(object), std::nullopt};
+  const auto [settings, masks] = givenIn(object);
+  JobRequest request{settings, masks, std::nullopt};
   if (object.contains("from") || object.contains("to")) {
     request.frames = {intOf(object, "from"), intOf(object, "to")};
   }
   return request;
 }
 
+std::string nameIn(const std::string& body) { return textOf(parse(body), "name"); }
+
 int indexOf(const std::string& body) { return intOf(parse(body), "index"); }
 
-Settings settingsOf(const std::string& body) { return settingsIn(parse(body)); }
+Given givenIn(const std::string& body) { return givenIn(parse(body)); }
 
-std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
+std::string describe(const Footage& footage, const shot::ShotFiles& named, const Given& given,
                      const std::string& output) {
   const FootageInfo& info = footage.info();
   const auto file = [&](Role role) { return fileName(named.clips[role].path); };
@@ -276,7 +307,8 @@ std::string describe(const Footage& footage, const shot::ShotFiles& named, const
                {"notices", info.notices},
                {"output", fileName(output)},
                {"parameters", parameterTable()},
-               {"settings", givenTexts(settings)}});
+               {"masks", true},
+               {"settings", textsOf(given)}});
 }
 
 std::string pictureReply(const RenderedPicture& rendered, const NumberedRequest& asked,
@@ -323,8 +355,10 @@ std::string jobReply(const std::string& state, double done, const std::string& m
   return dump({{"state", state}, {"done", done}, {"message", message}});
 }
 
-std::string settingsReply(const Settings& settings) {
-  return dump({{"settings", givenTexts(settings)}});
+std::string settingsReply(const Given& given) { return dump({{"settings", textsOf(given)}}); }
+
+std::string masksReply(const Masks& masks) {
+  return dump({{"settings", {{masksName, masksText(masks)}}}});
 }
 
 std::string errorReply(const std::string& subject, const std::string& message) {

@@ -29,6 +29,7 @@ struct NumberedRequest {
 NumberedRequest pictureRequestOf(const std::string& body);
 struct ProbeRequest {
   Settings settings;
+  Masks masks;
   PageView view = PageView::composite;
   int frame = 1, x = 0, y = 0, slot = 0;
 };
@@ -45,6 +46,7 @@ struct FindRequest {
 FindRequest findRequestOf(const std::string& body);
 struct JobRequest {
   Settings settings;
+  Masks masks;
   std::optional<RenderJob::Range> frames;  // none: all
 };
 JobRequest jobRequestOf(const std::string& body);
@@ -64,15 +66,23 @@ struct OpenRequest {
 OpenRequest openRequestOf(const std::string& body);
 /// A preset's text, as settings.
 Settings presetIn(const std::string& body);
+/// The text of a file of masks.
+Masks masksFileIn(const std::string& body);
+/// The member "name" of a body: what the page calls the file of its masks.
+std::string nameIn(const std::string& body);
 /// The member "index" of a body.
 int indexOf(const std::string& body);
-/// The member "settings" of a body: texts by parameter names.
-Settings settingsOf(const std::string& body);
+/// The member "settings" of a body: texts by parameter names, and the text of masks beside them.
+struct Given {
+  Settings settings;
+  Masks masks;
+};
+Given givenIn(const std::string& body);
 
-/// Everything that a page needs to build itself. `settings` are those that it starts with,
+/// Everything that a page needs to build itself. `given` is what it starts with,
 /// `output` the name that renders are written to, empty where they are only handed over.
 /// `named` are the files as a person knows them.
-std::string describe(const Footage& footage, const shot::ShotFiles& named, const Settings& settings,
+std::string describe(const Footage& footage, const shot::ShotFiles& named, const Given& given,
                      const std::string& output);
 
 /// A picture: the length of a header in bytes as 4 bytes, low byte first; the header, JSON padded
@@ -88,8 +98,10 @@ std::string probeReply(const PixelValues& values, Depth depth);
 std::string foundReply(const Renderer::Found& found);
 std::string boxReply(const BoxColours& colours);
 std::string jobReply(const std::string& state, double done, const std::string& message);
-/// The texts of settings that were given, by name.
-std::string settingsReply(const Settings& settings);
+/// The texts of settings that were given, by name, and that of masks.
+std::string settingsReply(const Given& given);
+/// The same of masks alone, though there be none.
+std::string masksReply(const Masks& masks);
 /// {"error": {"subject": ..., "message": ...}}
 std::string errorReply(const std::string& subject, const std::string& message);
 

@@ -57,11 +57,12 @@ RenderJob::~RenderJob() {
   if (thread_.joinable()) thread_.join();
 }
 
-bool RenderJob::start(const Settings& settings, std::optional<Range> range) {
+bool RenderJob::start(const Settings& settings, const std::string& masks,
+                      std::optional<Range> range) {
   const std::lock_guard lock(mutex_);
   if (state_ == State::running) return false;
   std::size_t frames = std::max<std::size_t>(1, shotFrames_.size());
-  std::vector<std::string> arguments = arguments_(files_, settings, output_);
+  std::vector<std::string> arguments = arguments_(files_, settings, masks, output_);
   if (range && !shotFrames_.empty()) {
     frames = static_cast<std::size_t>(
         std::count_if(shotFrames_.begin(), shotFrames_.end(),

@@ -22,9 +22,10 @@
 
 namespace orvanite::view {
 
-/// What follows `orvanite` on the command line that keys with these settings into `output`.
-using KeyArguments = std::function<std::vector<std::string>(const shot::ShotFiles&, const Settings&,
-                                                            const std::string& output)>;
+/// What follows `orvanite` on the command line that keys with these settings and a file of masks,
+/// if there is one, into `output`.
+using KeyArguments = std::function<std::vector<std::string>(
+    const shot::ShotFiles&, const Settings&, const std::string& masks, const std::string& output)>;
 
 class RenderJob {
  public:
@@ -50,7 +51,8 @@ class RenderJob {
   struct Range {
     int from, to;
   };
-  bool start(const Settings& settings, std::optional<Range> range = std::nullopt);
+  bool start(const Settings& settings, const std::string& masks,
+             std::optional<Range> range = std::nullopt);
   /// What is under way is finished or removed: every file that is left is whole.
   void cancel();
   Report report() const;

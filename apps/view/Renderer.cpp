@@ -97,7 +97,8 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
     rendered.picture =
         toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height, shown.depth);
   } else {
-    result = keyer(request.slot).key(request.settings, request.view, frame, keyed, region, wanted);
+    result = keyer(request.slot)
+                 .key(request.settings, request.view, frame, keyed, region, request.masks, wanted);
     if (!result) return std::nullopt;
     rendered.picture = toScreen(result->pixels.get(), result->rowBytes(), region.width,
                                 region.height, result->depth);
@@ -112,7 +113,8 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
          settingsFor(request.view, request.settings).view(info.inputs) != View::composite);
     if (!alphaIsMatte) {
       result = keyer(request.slot)
-                   .key(request.settings, PageView::matte, frame, keyed, everything, wanted);
+                   .key(request.settings, PageView::matte, frame, keyed, everything, request.masks,
+                        wanted);
       if (!result) return std::nullopt;
     }
     rendered.measure =
@@ -123,19 +125,20 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
   return rendered;
 }
 
-PixelValues Renderer::probe(const Settings& settings, PageView view, int frame, int x, int y,
-                            int slot) {
+PixelValues Renderer::probe(const Settings& settings, const Masks& masks, PageView view, int frame,
+                            int x, int y, int slot) {
   const media::Window pixel = checked({x, y, 1, 1});
   checkedFrame(frame);
   const auto always = [] { return true; };
   const std::lock_guard lock(mutex_);
   PixelValues values;
   values.plate = valuesAt(*footage_.picture(Role::plate, frame, {}, 1), x, y);
-  const auto matte = keyer(slot).key(settings, PageView::matte, frame, 1, pixel, always);
+  const auto matte = keyer(slot).key(settings, PageView::matte, frame, 1, pixel, masks, always);
   values.matte = valuesAt(*matte, 0, 0)[3];
-  values.result = view == PageView::plate
-                      ? values.plate
-                      : valuesAt(*keyer(slot).key(settings, view, frame, 1, pixel, always), 0, 0);
+  values.result =
+      view == PageView::plate
+          ? values.plate
+          : valuesAt(*keyer(slot).key(settings, view, frame, 1, pixel, masks, always), 0, 0);
   return values;
 }
 

@@ -20,6 +20,7 @@ namespace orvanite::view {
 
 struct PictureRequest {
   Settings settings;
+  Masks masks;
   PageView view = PageView::composite;
   int frame = 1;
   int divisor = 1;        // one pixel of the result stands for divisor x divisor of the plate
@@ -58,7 +59,8 @@ class Renderer {
   std::optional<RenderedPicture> render(const PictureRequest& request,
                                         const std::function<bool()>& wanted);
 
-  PixelValues probe(const Settings& settings, PageView view, int frame, int x, int y, int slot);
+  PixelValues probe(const Settings& settings, const Masks& masks, PageView view, int frame, int x,
+                    int y, int slot);
 
   BoxColours colours(int frame, const media::Window& box);
 

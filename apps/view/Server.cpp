@@ -18,6 +18,7 @@
 #include "apps/view/Messages.h"
 #include "apps/view/Uploads.h"
 #include "base/Error.h"
+#include "keyer/MaskFile.h"
 #include "keyer/Preset.h"
 
 namespace orvanite::view {
@@ -85,7 +86,7 @@ struct Server::Implementation {
         asked.name.empty() ? std::string() : uploads.path(asked.set, asked.name);
     try {
       const std::shared_ptr<Session> next = now->with(asked.role, path, asked.name);
-      response.set_content(settingsReply(next->settings()), jsonType);
+      response.set_content(settingsReply({next->settings(), next->wish().masks}), jsonType);
       const std::lock_guard lock(sessions);
       session = next;
     } catch (const Error& error) {
@@ -97,9 +98,9 @@ struct Server::Implementation {
   void answerGet(std::string_view wanted, Response& response) {
     const std::shared_ptr<Session> now = current();
     if (wanted == "state") {
-      response.set_content(
-          describe(now->footage(), now->wish().spoken, now->settings(), now->wish().output),
-          jsonType);
+      response.set_content(describe(now->footage(), now->wish().spoken,
+                                    {now->settings(), now->wish().masks}, now->wish().output),
+                           jsonType);
     } else if (wanted == "job") {
       answerJob(now->job(), response);
     } else if (wanted == "result" && now->handsOver()) {
@@ -152,8 +153,8 @@ struct Server::Implementation {
       if (wanted == "picture") return answerPicture(renderer, request, response);
       if (wanted == "probe") {
         const ProbeRequest asked = probeRequestOf(request.body);
-        const PixelValues values =
-            renderer.probe(asked.settings, asked.view, asked.frame, asked.x, asked.y, asked.slot);
+        const PixelValues values = renderer.probe(asked.settings, asked.masks, asked.view,
+                                                  asked.frame, asked.x, asked.y, asked.slot);
         return response.set_content(probeReply(values, now->footage().info().depth), jsonType);
       }
       if (wanted == "auto") {
@@ -165,14 +166,20 @@ struct Server::Implementation {
       return response.set_content(boxReply(renderer.colours(asked.frame, asked.box)), jsonType);
     }
     if (wanted == "preset") {
-      response.set_content(presetText(settingsOf(request.body)), jsonType);
+      response.set_content(presetText(givenIn(request.body).settings), jsonType);
     } else if (wanted == "command") {
-      response.set_content(exports.command(now->wish().spoken, settingsOf(request.body)),
+      const Given given = givenIn(request.body);
+      response.set_content(exports.command(now->wish().spoken, given.settings,
+                                           given.masks.empty() ? "" : nameIn(request.body)),
                            "text/plain");
     } else if (wanted == "script") {
-      response.set_content(exports.script(now->wish().spoken, settingsOf(request.body),
-                                          now->footage().info().samples),
-                           "text/plain");
+      const Given given = givenIn(request.body);
+      if (!given.masks.empty()) {
+        throw Error(Fault::wrongUse, "script", "a script cannot hold drawn masks");
+      }
+      response.set_content(
+          exports.script(now->wish().spoken, given.settings, now->footage().info().samples),
+          "text/plain");
     } else if (wanted == "give") {
       const GiveRequest asked = giveRequestOf(request.body);
       uploads.add(asked.set, asked.name, asked.at, asked.bytes);
@@ -180,14 +187,20 @@ struct Server::Implementation {
     } else if (wanted == "open") {
       open(openRequestOf(request.body), response);
     } else if (wanted == "read-preset") {
-      response.set_content(settingsReply(presetIn(request.body)), jsonType);
+      response.set_content(settingsReply({presetIn(request.body), {}}), jsonType);
+    } else if (wanted == "read-masks") {
+      response.set_content(masksReply(masksFileIn(request.body)), jsonType);
+    } else if (wanted == "masks") {
+      response.set_content(masksText(givenIn(request.body).masks), jsonType);
     } else if (wanted == "job") {
       if (job.output().empty()) {
         return fail(response, 409, "render",
                     "start with -o and a name such as key.####.png or key.mov");
       }
       const JobRequest asked = jobRequestOf(request.body);
-      if (!job.start(asked.settings, asked.frames)) {
+      // The one that runs reads its masks from the same file.
+      if (job.report().state == RenderJob::State::running ||
+          !job.start(asked.settings, now->fileOf(asked.masks), asked.frames)) {
         return fail(response, 409, "render", "another one is running");
       }
       answerJob(job, response);

@@ -2,8 +2,10 @@
 #include "apps/view/Session.h"
 
 #include <filesystem>
+#include <fstream>
 
 #include "base/Error.h"
+#include "keyer/MaskFile.h"
 #include "shot/Job.h"
 
 namespace orvanite::view {
@@ -43,6 +45,7 @@ std::shared_ptr<Session> Session::with(Role role, const std::string& path,
                                        const std::string& name) const {
   Wish wish = wish_;
   if (role == Role::plate) {
+    wish.masks.clear();
     for (const Role beside : {Role::holdOut, Role::garbage, Role::cleanPlate}) {
       wish.files.clips[beside] = wish.spoken.clips[beside] = {};
     }
@@ -53,6 +56,15 @@ std::shared_ptr<Session> Session::with(Role role, const std::string& path,
   wish.files.clips[role] = {path};
   wish.spoken.clips[role] = {name};
   return std::make_shared<Session>(wish);
+}
+
+std::string Session::fileOf(const Masks& masks) const {
+  if (masks.empty()) return {};
+  const std::string path = (std::filesystem::path(wish_.folder) / "masks.json").string();
+  std::ofstream file(path, std::ios::binary);
+  file << masksText(masks);
+  if (!file.flush()) throw Error(Fault::failure, "masks", "they cannot be kept for the render");
+  return path;
 }
 
 }  // namespace orvanite::view

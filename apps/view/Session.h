@@ -18,8 +18,8 @@ namespace orvanite::view {
 /// Error about settings that it cannot say.
 struct Exports {
   KeyArguments arguments;  // of the renders
-  std::function<std::string(const shot::ShotFiles&, const Settings&)>
-      command;  // a command line that keys the same
+  std::function<std::string(const shot::ShotFiles&, const Settings&, const std::string& masks)>
+      command;  // a command line that keys the same, with that file of masks
   std::function<std::string(const shot::ShotFiles&, const Settings&, media::Samples)>
       script;  // the same as a script for `orvanite run`
 };
@@ -32,6 +32,7 @@ class Session {
     std::size_t cacheBytes = std::size_t{1} << 30;
     media::ColourPath colours{};
     Settings settings{};   // that were given
+    Masks masks{};         // likewise
     std::string output{};  // where renders go; empty: the page gets them
     std::string folder{};  // for those; empty: there are no renders
     Exports exports{};
@@ -51,6 +52,9 @@ class Session {
   Footage& footage() { return footage_; }
   Renderer& renderer() { return renderer_; }
   RenderJob& job() { return job_; }
+
+  /// The file in which a render finds these masks; empty where there are none. Throws Error.
+  std::string fileOf(const Masks& masks) const;
 
  private:
   Wish wish_;

@@ -68,10 +68,11 @@ class OwnFolder {
 void view(const ViewOptions& options) {
   StopSignals signals;
   OwnFolder folder;
-  Session::Wish wish{options.files,          {},
-                     options.cacheBytes,     options.colours,
-                     options.settings,       options.output,
-                     folder.path().string(), options.exports};
+  Session::Wish wish{options.files,      {},
+                     options.cacheBytes, options.colours,
+                     options.settings,   options.masks,
+                     options.output,     folder.path().string(),
+                     options.exports};
   for (const Role role : roles) {
     std::string& path = wish.files.clips[role].path;
     // What is handed out is used in any folder.

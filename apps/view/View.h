@@ -20,6 +20,7 @@ struct ViewOptions {
   media::ColourPath colours;
   bool openBrowser = false;
   Settings settings;
+  Masks masks;
   Exports exports;
   std::function<void(const std::string& address)> started;  // told before the first request
 };

@@ -22,7 +22,19 @@ export class Actions {
       download(new Blob([text], {type: 'application/json'}), `${stem}-key.json`);
       this.tell(`Saved ${stem}-key.json.`);
     });
-    this.onClick(this.copyCommand, () => this.copy('command', 'Command copied.'));
+    const saveMasks = async () => {
+      const text = await askText('masks', {settings: state.settings});
+      download(new Blob([text], {type: 'application/json'}), `${stem}-masks.json`);
+    };
+    this.onClick(this.saveMasks, async () => {
+      await saveMasks();
+      this.tell(`Saved ${stem}-masks.json.`);
+    });
+    this.onClick(this.copyCommand, async () => {
+      if (!state.settings.masks) { await this.copy('command', 'Command copied.'); return; }
+      await this.copy('command', `Command copied, and ${stem}-masks.json saved: start it where that file is.`, `${stem}-masks.json`);
+      await saveMasks();
+    });
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
     this.onClick(this.render, () => this.start(`${stem}-key.png`));
     this.onClick(this.cancel, () => ask('cancel', {}));
@@ -66,8 +78,8 @@ export class Actions {
 
   tell(text) { this.told.textContent = text; }
 
-  async copy(what, done) {
-    const text = await askText(what, {settings: this.state.settings});
+  async copy(what, done, name) {
+    const text = await askText(what, {settings: this.state.settings, name});
     try {
       await navigator.clipboard.writeText(text);
       this.tell(done);

@@ -12,6 +12,8 @@ import {Panel} from './panel.js';
 import {Picker} from './pick.js';
 import {Probe, showMeasure} from './inspect.js';
 import {Actions} from './actions.js';
+import {MaskTool} from './masks.js';
+import {shapesOf, textOf} from './shapes.js';
 import {Timeline} from './timeline.js';
 
 const byId = (id) => document.getElementById(id);
@@ -133,8 +135,18 @@ async function start() {
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
     render: byId('render'), range: byId('range'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
-    cancel: byId('cancel'), told: byId('told'),
+    cancel: byId('cancel'), told: byId('told'), saveMasks: byId('maskSave'),
   });
+  const masks = new MaskTool(stage, state, {
+    bar: byId('maskBar'), layer: byId('maskLayer'), choose: byId('maskChoose'), polygon: byId('maskPolygon'),
+    ellipse: byId('maskEllipse'), brush: byId('maskBrush'), size: byId('maskSize'), list: byId('maskList'), use: byId('maskUse'),
+    outside: byId('maskOutside'), soft: byId('maskSoft'), key: byId('maskKey'), remove: byId('maskDelete'), save: byId('maskSave'),
+  }, byId('hint'), (text) => actions.tell(text));
+  const toggleMasks = () => { if (description.masks) masks.toggle(); };
+  byId('masks').hidden = !description.masks;
+  byId('masks').addEventListener('click', toggleMasks);
+  masks.addEventListener('changed', () => byId('masks').setAttribute('aria-pressed', String(masks.on)));
+  masks.addEventListener('draws', () => picker.stop());
 
   for (const [i, [name, label]] of views.entries()) {
     const button = document.createElement('button');
@@ -179,7 +191,7 @@ async function start() {
 
   state.addEventListener('settings', (event) => { request(event.detail.moving ?? false); marks(); });
   state.addEventListener('shown', (event) => { request(event.detail.moving ?? false); marks(); });
-  picker.addEventListener('changed', () => { request(false); marks(); });
+  picker.addEventListener('changed', () => { if (picker.target && masks.drawing) masks.yield(); request(false); marks(); });
   picker.addEventListener('failed', (event) => fail(event.detail));
   picker.addEventListener('picked', ({detail: {target, colours}}) => {
     if (target === 'screen' && colours.last) {
@@ -231,7 +243,7 @@ async function start() {
     dialog: byId('opener'), title: byId('openerTitle'), rows: byId('openerRows'), told: byId('openerTold'), input: byId('openerInput'),
     close: byId('closeOpener'), button: byId('openFiles'),
   }, state, busy, (name, settings) => {
-    state.replace(settings);
+    if ('masks' in settings) state.set({masks: textOf(shapesOf(settings.masks))}); else state.replace(settings);
     actions.tell(`Read ${name}. Ctrl+Z takes it back.`);
   });
   const fold = () => {
@@ -255,7 +267,7 @@ async function start() {
       state.show({view: views[viewKeys.indexOf(event.key.toLowerCase())][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, m: toggleMasks, i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();

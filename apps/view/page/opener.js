@@ -12,6 +12,7 @@ const roles = [
   ['garbage', 'Garbage matte'], ['reference', 'Clean plate'],
 ];
 
+const isText = (role) => role === 'preset' || role === 'masks';
 const isPreset = (files) => files.length === 1 && /\.json$/i.test(files[0].name);
 
 export class Opener {
@@ -44,7 +45,7 @@ export class Opener {
     this.waiting = files;
     this.title.textContent = files ? `Use ${files.length === 1 ? files[0].name : `${files.length} files`} as` : 'Open';
     this.told.textContent = files ? '' : 'Or drop or paste files on the page; numbered frames are taken together.';
-    this.rows.replaceChildren(...roles.flatMap((role) => this.row(...role)), ...(files ? [] : this.row('preset', 'Preset')));
+    this.rows.replaceChildren(...roles.flatMap((role) => this.row(...role)), ...(files ? [] : this.row('preset', 'Preset')), ...(!files && this.state.description.masks ? this.row('masks', 'Masks') : []));
     if (!this.dialog.open) this.dialog.showModal();
   }
 
@@ -56,15 +57,15 @@ export class Opener {
     choose.addEventListener('click', () => {
       if (this.waiting) { this.take(role, this.waiting); return; }
       this.role = role;
-      this.input.multiple = role !== 'preset';
-      this.input.accept = role === 'preset' ? '.json' : '';
+      this.input.multiple = !isText(role);
+      this.input.accept = isText(role) ? '.json' : '';
       this.input.click();
     });
     const remove = make('button', {textContent: 'Remove', disabled: role === 'plate' || !open});
     remove.setAttribute('aria-label', `Remove: ${label}`);
     remove.addEventListener('click', () => this.take(role, []));
     return [make('span', {textContent: label}), make('span', {textContent: open, className: 'name'}), choose,
-      role === 'preset' ? make('span', {}) : remove];
+      isText(role) ? make('span', {}) : remove];
   }
 
   /** Opens files as a role; none: what is there goes. */
@@ -72,8 +73,11 @@ export class Opener {
     const giving = new AbortController();
     const end = this.busy.begin('Opening', {stop: () => giving.abort()});
     try {
-      if (role === 'preset') {
-        const {settings} = await server.ask('read-preset', {text: await files[0].text()}, giving.signal);
+      if (isText(role)) {
+        const text = await files[0].text();
+        // What is dropped says itself which of both it is.
+        const what = /^[^,]*"orvanite"\s*:\s*"masks"/.test(text) ? 'read-masks' : 'read-preset';
+        const {settings} = await server.ask(what, {text}, giving.signal);
         this.read(files[0].name, settings);
         this.dialog.close();
         return;

@@ -109,9 +109,10 @@ export class State extends EventTarget {
     this.commit();
   }
 
-  /** Puts these in place of all that there are. */
+  /** Puts these in place of all that there are; masks stay where none are among them. */
   replace(texts) {
-    this.sides[this.side] = {...texts};
+    const {masks} = this.settings;
+    this.sides[this.side] = {...(masks && {masks}), ...texts};
     this.commit();
   }
 
@@ -182,7 +183,9 @@ export class State extends EventTarget {
   readSettings(text) {
     for (const side of ['a', 'b']) {
       const settings = {};
-      for (const {name} of this.description.parameters) {
+      // Masks stand among the settings as the text of their file, where the page can have any.
+      const names = this.description.parameters.map(({name}) => name);
+      for (const name of this.description.masks ? [...names, 'masks'] : names) {
         const value = text.get(side === 'a' ? name : `b.${name}`);
         if (value !== null) settings[name] = value;
       }

@@ -3,6 +3,7 @@
 // The frames of a shot: a slider, a field, in and out, and play between them at the shot's own rate
 // or as fast as the key allows.
 import {framesOf, moves} from './curves.js';
+import {shapesOf} from './shapes.js';
 
 export class Timeline {
   constructor(state, description, {bar, play, slider, field, enter, leave}) {
@@ -76,6 +77,7 @@ export class Timeline {
   /** A mark under each frame that has keys. */
   markKeys() {
     const frames = new Set(Object.values(this.state.settings).filter(moves).flatMap(framesOf));
+    for (const {keys} of shapesOf(this.state.settings.masks)) if (keys.length > 1) for (const {frame} of keys) frames.add(frame);
     this.keyed.replaceChildren(...this.frames.flatMap((frame, i) => frames.has(frame) ? [new Option('', i)] : []));
   }
 
