@@ -52,6 +52,31 @@ TEST(BrokenMovies, OnesThatEndShortFailWithFrameAndTimeAndWholeOnesDoNot) {
   }
 }
 
+// Decoders are asked to fail over damage, which not every one of them survives on several threads.
+TEST(BrokenMovies, DamageInAFrameIsAnErrorOnAnyNumberOfThreads) {
+  const Folder folder;
+  const std::string video = "-f lavfi -i testsrc2=s=64x48:r=25:d=0.4 -threads 1 -g 100 -c:v ";
+  for (const char* codec : {"mpeg4", "mpeg2video", "libx264 -pix_fmt yuv420p", "flv1", "wmv2",
+                            "libvpx -deadline realtime", "libvpx-vp9 -deadline realtime", "ffv1",
+                            "huffyuv", "png", "libtheora", "mjpeg"}) {
+    SCOPED_TRACE(codec);
+    ffmpeg(folder, video + codec + " @a.mkv");
+    ASSERT_EQ(readThrough(folder / "a.mkv").frames, 10);
+    const std::string bytes = bytesOf(folder / "a.mkv");
+    for (const double share : {0.4, 0.5, 0.6, 0.7, 0.8}) {
+      std::string hurt = bytes;
+      const auto at = static_cast<std::size_t>(share * double(bytes.size()));
+      for (std::size_t i = at; i < at + 8; ++i) hurt[i] = static_cast<char>(hurt[i] ^ 0x55);
+      writeBytes(folder / "hurt.mkv", hurt);
+      for (const int threads : {1, 2, 4}) {
+        OIIO::attribute("threads", threads);
+        const ReadThrough read = readThrough(folder / "hurt.mkv");
+        EXPECT_TRUE(read.frames == 10 || !read.error.empty()) << read.frames;
+      }
+    }
+  }
+}
+
 TEST(BrokenMovies, NothingInAFileLeadsToAnother) {
   const Folder folder;
   ffmpeg(folder, "-f lavfi -i testsrc2=s=32x32:d=1 -c:v mpeg2video @secret.ts");
