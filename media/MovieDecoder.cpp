@@ -62,7 +62,7 @@ MovieDecoder::MovieDecoder(const std::string& path, const OpenOptions& how)
     codec_->pkt_timebase = stream().time_base;
     // Threads that share a frame keep one; threads that have one each keep as many.
     codec_->thread_count = std::clamp(OIIO::get_int_attribute("threads", 1), 1, 16);
-    // FFmpeg 5.1 ends the program over a damaged frame of MPEG-4 that one of several threads decodes.
+    // FFmpeg 5.1 ends the program over a damaged frame of MPEG-4 that one of several threads reads.
     if (id == AV_CODEC_ID_MPEG4) codec_->thread_count = 1;
     const AVCodecDescriptor* about = avcodec_descriptor_get(decoder->id);
     alone_ = about != nullptr && (about->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
