@@ -20,6 +20,12 @@ async function open(options, {width = 1280, height = 720, hash = ''} = {}) {
   await page.addInitScript(() => {
     window.seen = [];
     addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
+    window.asked = 0;  // requests that have no answer yet
+    const {fetch} = window;
+    window.fetch = (...request) => {
+      ++asked;
+      return fetch(...request).finally(() => { --asked; });
+    };
   });
   await page.goto(server.address + hash);
   await settled(page);
@@ -29,7 +35,7 @@ async function open(options, {width = 1280, height = 720, hash = ''} = {}) {
 /** Waits until the page shows the whole answer to the last change, and nothing more comes. */
 async function settled(page) {
   await page.waitForTimeout(300);  // for the change to reach the server at all
-  await page.waitForFunction(() => seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
+  await page.waitForFunction(() => asked === 0 && seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
 }
 
 /** The picture as the canvas holds it at 100 %: RGBA bytes. */
