@@ -53,9 +53,8 @@ std::shared_ptr<view::Session> session() {
   view::Session::Wish wish;
   wish.files = wish.spoken = files();
   wish.cacheBytes = 1 << 20;  // without an output it starts no process
-  wish.exports.command = [](const shot::ShotFiles&, const Settings& settings) {
-    return settings.text("screen");
-  };
+  wish.exports.command = [](const shot::ShotFiles&, const Settings& settings,
+                            const std::string& masks) { return settings.text("screen") + masks; };
   wish.exports.script = [](const shot::ShotFiles&, const Settings& settings, media::Samples) {
     return settings.text("screen");
   };
