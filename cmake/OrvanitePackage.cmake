@@ -1,7 +1,7 @@
 # `cpack --preset release` makes Debian packages of a finished build: liborvanite1,
 # liborvanite-keyer1, liborvanite-dev,
-# orvanite (the command, its node, manual and completions), orvanite-plugins (OpenFX, frei0r) and
-# python3-orvanite.
+# orvanite (the command, its node, manual and completions), orvanite-plugins (OpenFX, frei0r),
+# obs-orvanite and python3-orvanite.
 # Each is a component of what `cmake --install` installs. scripts/package builds and tries them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvanite)
@@ -102,6 +102,13 @@ if(ORVANITE_BUILD_PLUGINS)
     "colour-difference keyer for OpenFX and frei0r hosts" "${about}
 .
 An OpenFX plug-in for compositors and editors, a frei0r filter and a mixer.")
+endif()
+if(TARGET orvanite_obs)
+  orvanite_package(obs obs-orvanite video
+    "colour-difference keyer for OBS Studio" "${about}
+.
+A filter for cameras and media sources of OBS Studio.")
+  set(CPACK_DEBIAN_OBS_PACKAGE_ENHANCES obs-studio)
 endif()
 if(TARGET orvanite_python)
   orvanite_package(python python3-orvanite python

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 
 #include "base/Error.h"
 #include "keyer/Finisher.h"
@@ -74,12 +75,13 @@ void Keyer::render(const Frame& frame, const RowLoop& rows) const {
   if (finish_.on()) {
     refused = !finisher_->render(frame, turnsBy(rows));
   } else {
-    rows(frame.height, bandRows, [&](int first, int count) {
-      Otile band = bandOf(frame, first);
+    const auto band = [&](int first, int count) {
+      Otile tile = bandOf(frame, first);
       const int result =
-          orvanite_render(engine_.get(), bytesOf(frame.depth), frame.width, count, &band);
+          orvanite_render(engine_.get(), bytesOf(frame.depth), frame.width, count, &tile);
       if (result != 0) refused = true;
-    });
+    };
+    rows(frame.height, bandRows, std::cref(band));  // a reference needs no memory of its own
   }
   if (refused) {
     throw Error(Fault::wrongUse, "frame", "a picture that the keyer was prepared for is missing");

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <string_view>
 
@@ -303,7 +304,7 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
     return;
   }
   const bool inPlace = job.allInPlace();
-  forRows(frame.plate.height, bandRows, threads, [&](int first, int count) {
+  const auto bands = [&](int first, int count) {
     // Kept from band to band and from frame to frame.
     thread_local Room room;
     const int most = inPlace ? count : bandRows;
@@ -311,7 +312,9 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
       keyBand(job, {first + done, std::min(most, count - done)}, room,
               [&](const Frame& f) { keyer_.render(f, 1); });
     }
-  });
+  };
+  // By reference: a frame that lies right takes no memory.
+  forRows(frame.plate.height, bandRows, threads, std::cref(bands));
 }
 
 SearchedPlate::SearchedPlate(const Picture& picture) {

@@ -338,16 +338,16 @@ void Settings::applyTo(QMXOrvaniteTable* engine, Depth depth, const Inputs& inpu
 
 std::string Settings::screenProblem() const {
   std::array<float, 3> screen{number("screen", 0), number("screen", 1), number("screen", 2)};
-  const std::string shown = text("screen");
   std::sort(screen.begin(), screen.end());
-  if (screen[2] == 0) return "expected a colour, found black (" + shown + ")";
+  if (screen[2] == 0) return "expected a colour, found black (" + text("screen") + ")";
   // With a tinted foreground bias other colours are grey to the engine, which then says so itself.
   const bool plainBias =
       number("fgBias", 0) == number("fgBias", 1) && number("fgBias", 1) == number("fgBias", 2);
   if (!plainBias) return {};
-  if (screen[0] == screen[2]) return "expected a colour, found a grey (" + shown + ")";
+  if (screen[0] == screen[2]) return "expected a colour, found a grey (" + text("screen") + ")";
   if (screen[1] == screen[2] && number("midtoneBalance") == 1) {
-    return "expected one channel above the others when midtoneBalance is 1, found " + shown;
+    return "expected one channel above the others when midtoneBalance is 1, found " +
+           text("screen");
   }
   return {};
 }

@@ -26,7 +26,7 @@ cmp keyed.ppm expected.ppm
 for name in orvanite orvanite-key orvanite-run orvanite-view; do
   zcat "/usr/share/man/man1/$name.1.gz" | grep -q '^.SH NAME'
 done
-for plugin in /usr/OFX/Plugins/Orvanite.ofx.bundle/Contents/*/Orvanite.ofx /usr/lib/frei0r-1/orvanite*.so; do
+for plugin in /usr/OFX/Plugins/Orvanite.ofx.bundle/Contents/*/Orvanite.ofx /usr/lib/frei0r-1/orvanite*.so /usr/lib/*/obs-plugins/orvanite-obs.so; do
   ldd "$plugin" >libraries
   if grep 'not found' libraries; then echo "$plugin: lacks libraries"; exit 1; fi
 done
