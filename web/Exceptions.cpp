@@ -164,6 +164,9 @@ void __cxa_end_catch() {
 }
 }
 
+// What a thread has is destroyed when it ends; the only one never does.
+extern "C" int __cxa_thread_atexit(void (*)(void*), void*, void*) { return 0; }
+
 // The library's own ends the program when memory runs out; here that is an exception, as it is
 // everywhere else.
 void* operator new(std::size_t bytes) {

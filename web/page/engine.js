@@ -3,6 +3,8 @@
 // The compiled engine in a page's worker or in node: pictures go in by what they are for, questions
 // as objects, answers come out as objects and pixels.
 
+import {system} from './system.js';
+
 export const roles = ['plate', 'background', 'holdOut', 'garbage', 'cleanPlate'];
 
 /** What was refused; `subject` names the parameter or picture. */
@@ -11,40 +13,6 @@ export class Refused extends Error {
     super(message);
     this.subject = subject;
   }
-}
-
-// What the C library asks of its system: it may write messages, and finds nothing else.
-function system(memory) {
-  const badFile = 8;
-  const view = () => new DataView(memory().buffer);
-  const none = (...counts) => { for (const at of counts) view().setUint32(at, 0, true); return 0; };
-  return {
-    environ_sizes_get: none,
-    environ_get: () => 0,
-    clock_time_get: (clock, precision, to) => { view().setBigUint64(to, BigInt(Math.round(performance.now() * 1e6)), true); return 0; },
-    fd_close: () => 0,
-    fd_fdstat_get: () => badFile,
-    fd_fdstat_set_flags: () => badFile,
-    fd_prestat_get: () => badFile,
-    fd_prestat_dir_name: () => badFile,
-    fd_read: () => badFile,
-    fd_seek: () => badFile,
-    path_open: () => badFile,
-    fd_write(file, parts, count, written) {
-      let bytes = 0;
-      let text = '';
-      for (let i = 0; i < count; ++i) {
-        const at = view().getUint32(parts + 8 * i, true);
-        const length = view().getUint32(parts + 8 * i + 4, true);
-        text += new TextDecoder().decode(new Uint8Array(memory().buffer, at, length));
-        bytes += length;
-      }
-      if (text.trim()) console.info(text.trim());
-      view().setUint32(written, bytes, true);
-      return 0;
-    },
-    proc_exit(code) { throw new Error(`the engine ended with ${code}`); },
-  };
 }
 
 export class Engine {
