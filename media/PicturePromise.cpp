@@ -205,6 +205,31 @@ PicturePromise ofTiff(FileBytes& file) {
   return result;
 }
 
+// The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
+// library takes memory for them before it reads any.
+PicturePromise ofOpenExr(FileBytes& file) {
+  constexpr u64 hasParts = 0x1000;
+  file.big = false;
+  const bool parts = (file.four(4) & hasParts) != 0;
+  const auto behindName = [&](u64 at) {
+    const std::size_t end = file.text(at, 256).find('\0');
+    return end == std::string::npos ? 0 : at + end + 1;
+  };
+  PicturePromise result;
+  for (u64 at = 8; at < file.size();) {
+    if (file.one(at) == 0) {  // the end of a header; of all, where another follows it
+      if (!parts || file.one(at + 1) == 0) break;
+      ++at;
+    }
+    const u64 type = behindName(at);
+    const u64 length = type == 0 ? 0 : behindName(type);
+    if (length == 0) break;
+    at = length + 4 + file.four(length);
+    result.bytes = at;
+  }
+  return result;
+}
+
 // Of formats whose libraries unfold everything when they open a file: sizes only.
 PicturePromise ofWebp(FileBytes& file) {
   file.big = false;
@@ -263,6 +288,7 @@ PicturePromise promiseOf(const std::string& path, const std::string& format) {
   if (format == "pnm") return ofPnm(file);
   if (format == "png") return ofPng(file);
   if (format == "tiff") return ofTiff(file);
+  if (format == "openexr") return ofOpenExr(file);
   if (format == "webp") return ofWebp(file);
   if (format == "jpeg2000") return ofJpeg2000(file);
   if (format == "heif") return ofHeif(file);

@@ -77,6 +77,32 @@ TEST(BrokenPictures, AHeaderWithoutPixelsIsRefusedByWhatItPromises) {
       << error;
 }
 
+// A text in a header of OpenEXR that says it has 2 GiB less one byte, in a file of one part and of
+// two.
+TEST(BrokenPictures, ATextOfAHeaderIsNoLongerThanTheFile) {
+  const Folder folder;
+  ffmpeg(folder, "-f lavfi -i testsrc2=s=16x16 -frames:v 1 -pix_fmt rgb24 @s.png");
+  const std::string text = " --attrib:type=string note 0123456789 ";
+  oiiotool(folder, "@s.png -d half" + text + "-o @one.exr");
+  oiiotool(folder,
+           "@s.png -d half --attrib oiio:subimagename a @s.png -d half --attrib "
+           "oiio:subimagename b" +
+               text + "--siappend -o @two.exr");
+  for (const char* name : {"one.exr", "two.exr"}) {
+    EXPECT_EQ(readThrough(folder / name).error, "") << name;
+    std::string bytes = bytesOf(folder / name);
+    const std::string attribute("note\0string", 12);  // then four bytes of length, then the text
+    ASSERT_NE(bytes.find(attribute), std::string::npos);
+    const std::size_t at = bytes.find(attribute) + attribute.size() + 4;
+    bytes.replace(at - 4, 4, "\xFF\xFF\xFF\x7F");
+    writeBytes(folder / name, bytes);
+    const std::string error = readThrough(folder / name).error;
+    EXPECT_NE(error.find("promises at least " + std::to_string(at + 0x7FFFFFFF) + " bytes"),
+              std::string::npos)
+        << error;
+  }
+}
+
 TEST(BrokenPictures, WhatIsNotOnTheListIsRefusedByName) {
   const Folder folder;
   ffmpeg(folder, "-f lavfi -i testsrc2=s=32x32 -frames:v 1 @s.gif");
