@@ -140,6 +140,11 @@ MaskShape MovingMask::at(int frame) const {
   return now;
 }
 
+bool hasMasks(const Masks& masks, MaskShape::Use use) {
+  return std::any_of(masks.begin(), masks.end(),
+                     [use](const MovingMask& mask) { return mask.shape.use == use; });
+}
+
 std::vector<MaskShape> shapesAt(const Masks& masks, MaskShape::Use use, int frame) {
   std::vector<MaskShape> shapes;
   for (const MovingMask& mask : masks) {

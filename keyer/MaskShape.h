@@ -49,6 +49,9 @@ struct MovingMask {
 /// All that were drawn over a shot.
 using Masks = std::vector<MovingMask>;
 
+/// Whether there are some of one use.
+bool hasMasks(const Masks& masks, MaskShape::Use use);
+
 /// Those of one use, in a frame.
 std::vector<MaskShape> shapesAt(const Masks& masks, MaskShape::Use use, int frame);
 

@@ -77,9 +77,7 @@ const char* nameOf(Role role) {
 }
 
 bool hasMask(const Masks& masks, Role role) {
-  return isMatte(role) && std::any_of(masks.begin(), masks.end(), [role](const MovingMask& mask) {
-           return mask.shape.use == useOf(role);
-         });
+  return isMatte(role) && hasMasks(masks, useOf(role));
 }
 
 struct Shot::Still {

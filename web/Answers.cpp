@@ -9,6 +9,7 @@
 
 #include "apps/view/PageTable.h"
 #include "base/Error.h"
+#include "keyer/MaskFile.h"
 #include "keyer/Parameters.h"
 #include "keyer/Preset.h"
 #include "web/Views.h"
@@ -23,15 +24,21 @@ Views views;
 Picture shown;       // by the last answer
 std::string answer;  // the last one
 
-// What moves stands as it is at the one frame that there is.
-constexpr int onlyFrame = 1;
+// Masks stand among the settings, as the text of their file.
+constexpr const char* masksName = "masks";
 
 Settings settingsIn(const json& object) {
   Settings settings;
   for (const auto& [name, value] : object.at("settings").items()) {
-    settings.setText(name, value.get<std::string>());
+    if (name != masksName) settings.setText(name, value.get<std::string>());
   }
   return settings.at(onlyFrame);
+}
+
+Masks masksIn(const json& object) {
+  const json& settings = object.at("settings");
+  if (!settings.contains(masksName)) return {};
+  return masksFromText(settings[masksName].get<std::string>(), masksName);
 }
 
 Window windowIn(const json& object) {
@@ -44,6 +51,7 @@ json describe() { return {{"version", ORVANITE_VERSION}, {"parameters", view::pa
 json show(const json& object) {
   Request request;
   request.settings = settingsIn(object);
+  request.masks = masksIn(object);
   request.view = object.at("view").get<std::string>();
   request.divisor = object.at("divisor").get<int>();
   request.proxy = object.value("proxy", false);
@@ -62,8 +70,8 @@ json show(const json& object) {
 
 // A window's samples at the pictures' own depth.
 json key(const json& object) {
-  shown =
-      views.keyed(settingsIn(object), object.at("view").get<std::string>(), 1, windowIn(object));
+  shown = views.keyed(settingsIn(object), masksIn(object), object.at("view").get<std::string>(), 1,
+                      windowIn(object));
   return {{"width", shown.width}, {"height", shown.height}, {"depth", bytesOf(shown.depth)}};
 }
 
@@ -84,8 +92,12 @@ json answerTo(std::string_view name, const json& object) {
   if (name == "show") return show(object);
   if (name == "key") return key(object);
   if (name == "find") return find(object);
-  if (name == "needsAll") return views.needsAll(settingsIn(object));
+  if (name == "needsAll") return views.needsAll(settingsIn(object), masksIn(object));
+  if (name == masksName) return masksText(masksIn(object));
   if (name == "preset") return presetText(settingsIn(object));
+  if (name == "useMasks") {
+    return masksText(masksFromText(object.at("text").get<std::string>(), masksName));
+  }
   if (name == "usePreset") {
     return view::givenTexts(
         settingsFromPreset(object.at("text").get<std::string>(), "preset").at(onlyFrame));

@@ -21,9 +21,16 @@ Window scaled(const Window& window, int by) {
 
 }  // namespace
 
-bool Views::needsAll(const Settings& settings) const {
-  return keysBesideEstimates(settings, pictures.inputs()) ||
-         Finish::of(settings, pictures.inputs(), 1).on();
+Inputs Views::inputs(const Masks& masks) const {
+  Inputs inputs = pictures.inputs();
+  inputs.holdOut = inputs.holdOut || hasMasks(masks, MaskShape::Use::holdOut);
+  inputs.garbage = inputs.garbage || hasMasks(masks, MaskShape::Use::garbage);
+  return inputs;
+}
+
+bool Views::needsAll(const Settings& settings, const Masks& masks) const {
+  return keysBesideEstimates(settings, inputs(masks)) ||
+         Finish::of(settings, inputs(masks), 1).on();
 }
 
 const BlindKey& Views::estimates(const Settings& settings, int divisor) {
@@ -59,7 +66,39 @@ OtileImage Views::matte(Role role, const Settings& settings, const Picture& pict
   return {nullptr, nullptr, nullptr, channels[c], image.pixelStep, image.lineStep};
 }
 
-Picture Views::keyed(const Settings& given, std::string_view name, int divisor,
+// The same of a region with the masks of its role in it, in `room`, where there are any.
+OtileImage Views::drawn(Role role, const Settings& settings, const Masks& masks, int divisor,
+                        const Window& region, Picture& room) {
+  const auto use = role == Role::holdOut ? MaskShape::Use::holdOut : MaskShape::Use::garbage;
+  const Depth depth = pictures.full(Role::plate).depth;
+  if (!hasMasks(masks, use)) {
+    return matte(role, settings, pictures.at(role, divisor), region.x, region.y);
+  }
+  room = Picture(region.width, region.height, depth);
+  const OtileImage to = room.image();
+  const OtileImage from =
+      pictures.has(role) ? matte(role, settings, pictures.at(role, divisor), region.x, region.y)
+                         : OtileImage{};
+  std::vector<MaskShape> shapes = shapesAt(masks, use, onlyFrame);
+  for (MaskShape& shape : shapes) shape = orvanite::shrunk(shape, divisor);
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    for (int y = 0; y < region.height; ++y) {
+      auto* const row = static_cast<Sample*>(to.alpha) + std::ptrdiff_t{y} * to.lineStep;
+      const auto* const source = static_cast<const Sample*>(from.alpha);
+      for (int x = 0; x < region.width; ++x) {
+        row[x * to.pixelStep] =
+            source == nullptr ? Sample{0}
+                              : source[std::ptrdiff_t{y} * from.lineStep + x * from.pixelStep];
+      }
+      for (const MaskShape& shape : shapes) {
+        joinRow(shape, depth, row, to.pixelStep, region.width, region.x + 0.5, region.y + y + 0.5);
+      }
+    }
+  });
+  return {nullptr, nullptr, nullptr, to.alpha, to.pixelStep, to.lineStep};
+}
+
+Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view name, int divisor,
                      const Window& asked) {
   const Picture& plate = pictures.at(Role::plate, divisor);
   const auto shows = view::pageViewOf(name);
@@ -68,7 +107,7 @@ Picture Views::keyed(const Settings& given, std::string_view name, int divisor,
   if (*shows == view::PageView::plate) return part(plate, asked);
   const Settings settings = view::settingsFor(*shows, given);
   const bool chequered = *shows == view::PageView::overChecker;
-  Inputs inputs = pictures.inputs();
+  Inputs inputs = this->inputs(masks);
   if (chequered) inputs.background = true;
   const float scale = 1.0f / static_cast<float>(divisor);
   const BlindKey* key = nullptr;
@@ -89,7 +128,7 @@ Picture Views::keyed(const Settings& given, std::string_view name, int divisor,
   frame.depth = plate.depth;
   frame.pictures.fg = plate.image(region.x, region.y);
   frame.pictures.dst = result.image();
-  Picture squares;
+  Picture squares, drawnHoldOut, drawnGarbage;
   if (chequered) {
     squares = Picture(region.width, region.height, plate.depth);
     view::paintChecker(squares.pixels.data(), plate.depth, region.x, region.y, region.width,
@@ -99,12 +138,10 @@ Picture Views::keyed(const Settings& given, std::string_view name, int divisor,
     frame.pictures.bg = pictures.at(Role::background, divisor).image(region.x, region.y);
   }
   if (inputs.holdOut && settings.toggle("useHoldOutMatte")) {
-    frame.pictures.hold =
-        matte(Role::holdOut, settings, pictures.at(Role::holdOut, divisor), region.x, region.y);
+    frame.pictures.hold = drawn(Role::holdOut, settings, masks, divisor, region, drawnHoldOut);
   }
   if (inputs.garbage && settings.toggle("useGarbageMatte")) {
-    frame.pictures.garbage =
-        matte(Role::garbage, settings, pictures.at(Role::garbage, divisor), region.x, region.y);
+    frame.pictures.garbage = drawn(Role::garbage, settings, masks, divisor, region, drawnGarbage);
   }
   if (inputs.reference && settings.toggle("useReference")) {
     frame.pictures.ref = pictures.at(Role::cleanPlate, divisor).image(region.x, region.y);
@@ -135,13 +172,13 @@ Shown Views::show(const Request& request) {
   const Window region = scaled(window, divisor);
   Shown shown;
   shown.window = window;
-  Picture result = keyed(request.settings, request.view, divisor, region);
+  Picture result = keyed(request.settings, request.masks, request.view, divisor, region);
   if (request.measured) {
     // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
     const bool alphaIsMatte = request.view != "plate" &&
                               (request.view == "overChecker" || !pictures.has(Role::background));
     const Picture matte =
-        alphaIsMatte ? Picture() : keyed(request.settings, "matte", divisor, region);
+        alphaIsMatte ? Picture() : keyed(request.settings, request.masks, "matte", divisor, region);
     const Picture& counted = alphaIsMatte ? result : matte;
     shown.measure = view::measureOf(
         counted.pixels.data(), counted.depth,

@@ -13,14 +13,19 @@
 
 #include "apps/view/PageView.h"
 #include "keyer/BlindKeyer.h"
+#include "keyer/MaskShape.h"
 #include "keyer/Settings.h"
 #include "web/Pictures.h"
 
 namespace orvanite::web {
 
+/// Of a still: what moves stands as it is there.
+inline constexpr int onlyFrame = 1;
+
 /// A view by its name on the page, such as "overBlack".
 struct Request {
   Settings settings;
+  Masks masks;  // as they are at the only frame
   std::string view;
   int divisor = 1;        // one pixel of the result stands for divisor x divisor of the plate
   bool proxy = false;     // key the small picture, instead of making the keyed picture small
@@ -42,7 +47,8 @@ class Views {
   Shown show(const Request& request);
 
   /// A window at the pictures' own depth; "output" is what the parameter of that name says.
-  Picture keyed(const Settings& settings, std::string_view view, int divisor, const Window& window);
+  Picture keyed(const Settings& settings, const Masks& masks, std::string_view view, int divisor,
+                const Window& window);
 
   /// The screen and what follows from it. Throws Error (failure) when there is none.
   struct Found {
@@ -52,11 +58,14 @@ class Views {
   Found find(Settings settings);
 
   /// Whether pixels depend on the whole frame: such views are not cut into bands.
-  bool needsAll(const Settings& settings) const;
+  bool needsAll(const Settings& settings, const Masks& masks) const;
 
  private:
   const BlindKey& estimates(const Settings& settings, int divisor);
+  Inputs inputs(const Masks& masks) const;
   OtileImage matte(Role role, const Settings& settings, const Picture& picture, int x, int y) const;
+  OtileImage drawn(Role role, const Settings& settings, const Masks& masks, int divisor,
+                   const Window& region, Picture& room);
 
   Keyer keyer_;
   BlindKeyer beside_;

@@ -48,6 +48,13 @@ const background = (depth) => picture(width, height, depth, (x, y) => [x / width
 const matte = picture(width, height, 1, (x) => { const v = x < 40 ? 1 : Math.max(0, 1 - (x - 40) / 20); return [v, v, v]; });
 
 const screen = {screen: '0.12,0.66,0.21', colourspace: 'video'};
+// Soft ones of every kind and use, and what lies outside of one.
+const masks = JSON.stringify({orvanite: 'masks', version: 1, shapes: [
+  {kind: 'polygon', soft: 7, keys: [{frame: 1, points: [[200, 20.5], [300, 40], [210, 160]]}]},
+  {kind: 'ellipse', use: 'holdOut', soft: 30, keys: [{frame: 1, points: [[150, 90]], radii: [70.3, 41]}]},
+  {kind: 'brush', soft: 3, keys: [{frame: -5, points: [[20, 20], [60, 150], [120, 180]], radii: [4]}, {frame: 7, points: [[30, 20], [60, 150], [120, 170]], radii: [14]}]},
+  {kind: 'ellipse', outside: true, soft: 9, keys: [{frame: 1, points: [[160, 93]], radii: [158, 90]}]},
+]});
 const cases = [
   ['a cut-out', 1, {}, {...screen, output: 'unpremultiplied'}],
   ['a cut-out of 16 bits', 2, {}, {...screen, output: 'unpremultiplied', screenRange: '0.2'}],
@@ -55,6 +62,8 @@ const cases = [
   ['a matte in linear light', 1, {}, {...screen, colourspace: 'linear', output: 'matte'}],
   ['mattes beside', 1, {garbage: matte, background: background(1)}, {...screen, output: 'composite'}],
   ['a finish', 1, {background: background(1)}, {...screen, output: 'composite', shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7', islands: '3'}],
+  ['drawn masks', 2, {}, {...screen, output: 'unpremultiplied', masks}],
+  ['drawn masks beside a matte', 1, {garbage: matte, background: background(1)}, {...screen, output: 'composite', shrink: '1', masks}],
   ['Auto', 1, {}, null],
   ['Auto of 16 bits over a background', 2, {background: background(2)}, null],
 ];
@@ -86,7 +95,9 @@ for (const [name, depth, beside, given] of cases) {
         for (const [key, value] of Object.entries(found.settings)) if (value !== null) settings[key] = value;
         assert.ok(found.coverage > 0.3 && found.coverage < 0.95, `coverage ${found.coverage}`);
       }
-      const command = await answers.to('command', {settings});
+      const command = await answers.to('command', {settings, name: 'masks.json'});
+      assert.equal(command.includes(' --masks masks.json '), 'masks' in settings);
+      await writeFile(path.join(folder, 'masks.json'), await answers.to('masks', {settings}));
       await promisify(execFile)(process.env.ORVANITE_PROGRAM, command.split(' ').slice(1), {cwd: folder});
       const expected = await decodePng(new Uint8Array(await readFile(path.join(folder, 'key.png'))));
       const found = await decodePng(new Uint8Array(await (await answers.render(settings)).arrayBuffer()));
@@ -121,6 +132,7 @@ test('what is wrong is said, and the engine goes on', async () => {
     }
     assert.equal(engine.ask('given', {settings: {screenRange: ' +1e-1 '}}).screenRange, '0.1');
     assert.throws(() => engine.take('background', picture(8, 8, 1, () => [0, 0, 0])), {subject: 'background', message: /322x187.*8x8/});
+    assert.throws(() => engine.ask('masks', {settings: {masks: '{}'}}), {subject: 'masks', message: /expected masks/});
     assert.throws(() => engine.ask('usePreset', {text: '{"a'}), {subject: 'preset'});
     assert.throws(() => engine.ask('show', {settings: {}, view: 'plate', divisor: 1, window: [400, 0, 1, 1]}), {subject: 'window'});
   }

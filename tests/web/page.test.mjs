@@ -122,4 +122,23 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   assert.equal(await page.textContent('#open .wrong'), '');
   await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screenRage": 0.3}}');
   await page.waitForFunction(() => /screenRage/.test(document.querySelector('#open .wrong').textContent));
+
+  await drop('key.json', '{"orvanite": "preset", "version": 1, "parameters": {"screen": [0.16, 0.63, 0.23]}}');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  // Masks are dropped likewise; drawn ones go into the render, which has the command's samples.
+  await drop('masks.json', '{"orvanite": "masks", "version": 1, "shapes": [{"kind": "star"}]}');
+  await page.waitForFunction(() => /shapes\[0\]\.kind/.test(document.querySelector('#open .wrong').textContent));
+  await drop('masks.json', '{"orvanite": "masks", "version": 1, "shapes": [{"kind": "ellipse", "soft": 20, "keys": [{"frame": 1, "points": [[200, 100]], "radii": [80, 60]}]}]}');
+  await page.waitForFunction(() => location.hash.includes('masks='));
+  await page.keyboard.press('m');
+  await page.focus('#maskPolygon');
+  await page.keyboard.press('Enter');
+  await page.waitForFunction(() => JSON.parse(new URLSearchParams(location.hash.slice(1)).get('masks')).shapes.length === 2);
+  const [saved] = await Promise.all([page.waitForEvent('download'), page.click('#copyCommand')]);
+  await page.waitForFunction(() => /copied/.test(document.getElementById('told').textContent));
+  await saved.saveAs(join(files.folder, saved.suggestedFilename()));
+  const line = await page.evaluate(() => navigator.clipboard.readText());
+  assert.match(line, / --masks plate-masks\.json /);
+  execFileSync(program, line.split(' ').slice(1), {cwd: files.folder});
+  assert.deepEqual((await render(page)).pixels, readPng(join(files.folder, 'key.png')).pixels);
 });

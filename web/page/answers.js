@@ -52,7 +52,7 @@ export class Answers {
     const samples = depth === 2 ? '16-bit' : '8-bit';
     return {
       version: this.version, files, width, height, depth, samples, frames: [1], isShot: false, framesPerSecond: 24,
-      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters,
+      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters, masks: true,
       settings: {colourspace: 'video', output: this.pictures.background ? 'composite' : 'unpremultiplied'},
     };
   }
@@ -112,13 +112,14 @@ export class Answers {
     return {median: pick((n) => Math.floor(n / 2)), low: pick(twentieth), high: pick((n) => n - 1 - twentieth(n))};
   }
 
-  async command(settings) {
+  async command(settings, masksName) {
     const given = await this.engines[0]('ask', 'given', {settings});
     const words = ['orvanite', 'key', this.pictures.plate.name];
     for (const [role, option] of Object.entries(roleOptions)) {
       if (this.pictures[role]) words.push(option, this.pictures[role].name);
     }
     for (const {name} of this.parameters) if (name in given) words.push(`--${kebab(name)}=${given[name]}`);
+    if (settings.masks) words.push('--masks', masksName);
     return [...words, '-o', 'key.png'].map(shellWord).join(' ');
   }
 
@@ -158,8 +159,10 @@ export class Answers {
         case 'colours': return this.colours(body);
         case 'auto': return await this.engines[0]('ask', 'find', {settings: body.settings});
         case 'preset': return await this.engines[0]('ask', 'preset', {settings: body.settings});
+        case 'useMasks': return await this.engines[0]('ask', 'useMasks', body);
         case 'usePreset': return await this.engines[0]('ask', 'usePreset', body);
-        case 'command': return await this.command(body.settings);
+        case 'masks': return await this.engines[0]('ask', 'masks', {settings: body.settings});
+        case 'command': return await this.command(body.settings, body.name);
         case 'script': throw new Refusal(409, 'script', 'A script is written by the command: key --save-script.');
         case 'job':
           if (body) this.start(body.settings);

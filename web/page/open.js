@@ -3,6 +3,7 @@
 // Opens pictures by dialog, drop or paste. The browser keeps the files, so that a reload or a
 // restart finds the same page; they stay on this machine.
 import {atDepth, covering, decode} from './decode.js';
+import {areMasks, shapesOf, textOf} from './shapes.js';
 
 const roles = {
   plate: ['Plate', 'What to key: before a screen of one colour'],
@@ -80,11 +81,20 @@ async function change(role, file) {
   location.reload();
 }
 
-async function usePreset(file) {
+/** A preset or masks: the text says which. */
+async function useText(file) {
   const {ask} = await import('./server.js');
   try {
-    const settings = await ask('usePreset', {text: await file.text()});
-    location.hash = addressOf({...(await ask('state')).settings, ...settings});
+    const text = await file.text();
+    const now = new URLSearchParams(location.hash.slice(1));
+    if (areMasks(text)) {
+      now.set('masks', textOf(shapesOf(await ask('useMasks', {text}))) ?? '');
+      location.hash = addressOf(now);
+    } else {
+      const settings = await ask('usePreset', {text});
+      const masks = now.get('masks');
+      location.hash = addressOf({...(await ask('state')).settings, ...settings, ...(masks && {masks})});
+    }
     if (dialog.open) dialog.close();
   } catch (error) {
     say(error);
@@ -119,7 +129,7 @@ function listen(files) {
   const take = (list) => {
     const [file] = list;
     if (!file) return;
-    if (file.name.endsWith('.json') && files.plate) usePreset(file);
+    if (file.name.endsWith('.json') && files.plate) useText(file);
     // Where there is a plate, one of its side pictures is as likely: the dialog asks.
     else if (!files.plate) change('plate', file);
     else choose(file);

@@ -3,6 +3,7 @@
 // Opening: another plate, what goes beside it, or a preset, chosen in a dialog, dropped on the page
 // or pasted. What is dropped or pasted is asked for its part; a preset is known by its ending.
 import * as server from './server.js';
+import {areMasks} from './shapes.js';
 
 /** Whether who answers the page takes files: where not, there is nothing to open with. */
 export const takesFiles = Boolean(server.give && server.reopen);
@@ -76,7 +77,7 @@ export class Opener {
       if (isText(role)) {
         const text = await files[0].text();
         // What is dropped says itself which of both it is.
-        const what = /^[^,]*"orvanite"\s*:\s*"masks"/.test(text) ? 'read-masks' : 'read-preset';
+        const what = areMasks(text) ? 'read-masks' : 'read-preset';
         const {settings} = await server.ask(what, {text}, giving.signal);
         this.read(files[0].name, settings);
         this.dialog.close();

@@ -4,6 +4,9 @@
 // and leaves the old ones alone. What is drawn of them comes from the server; here are only their
 // numbers.
 
+/** Whether a file's text holds masks, and is no preset. */
+export const areMasks = (text) => /"orvanite"\s*:\s*"masks"/.test(text);
+
 export const shapesOf = (text) => text ? JSON.parse(text).shapes : [];
 
 /** Nothing where there are none: the state holds no masks then. */
