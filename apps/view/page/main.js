@@ -12,6 +12,7 @@ import {Panel} from './panel.js';
 import {Picker} from './pick.js';
 import {Probe, showMeasure} from './inspect.js';
 import {Actions} from './actions.js';
+import {Pins} from './pins.js';
 import {MaskTool} from './masks.js';
 import {shapesOf, textOf} from './shapes.js';
 import {Timeline} from './timeline.js';
@@ -41,6 +42,9 @@ function words(description) {
   const encoding = settings.colourspace === colourspace ? `${colourspace} (${reason})` : settings.colourspace;
   return `${width} \u00d7 ${height}, ${samples}, ${encoding}`;
 }
+
+// Two changes a second: quick enough to see what moves, and no flash that could harm.
+const flickerMilliseconds = 500;
 
 // Pictures that come sooner need no word.
 const patienceMilliseconds = 150;
@@ -74,7 +78,10 @@ async function start() {
       }
     }
     stage.show(slot, picture);
-    if (!picture.job.moving) probe.look();
+    if (!picture.job.moving) {
+      probe.look();
+      if (slot === 0) pins.look();
+    }
     // For whoever measures: when the picture of a change stands on screen.
     dispatchEvent(new CustomEvent('orvanite-shown', {detail: {slot, number: picture.job.number, job: picture.job, milliseconds: picture.milliseconds}}));
   };
@@ -93,6 +100,13 @@ async function start() {
   const probe = new Probe(stage, description, byId('values'), (x) =>
     state.wipe && left() && stage.isLeftOfWipe(x) ? left() : renders.shown(0));
 
+  byId('pin').addEventListener('click', () => {
+    picker.stop();
+    if (masks.drawing) masks.draw(null);
+  });
+  const pins = new Pins(stage, state, {layer: byId('pinLayer'), button: byId('pin'), hint: byId('hint')},
+    (x, y, values) => probe.words(x, y, values), () => renders.shown(0));
+
   const shownView = () => picker.target ? 'plate' : state.view;
   const request = (moving) => {
     const view = shownView();
@@ -104,7 +118,9 @@ async function start() {
     if (!state.wipe) { renders.want(1, null); return; }
     const plate = state.against === 'plate';
     // The other side does not move with this one.
-    if (!moving || moving === 'frame') {
+    if (state.against === 'held') {
+      renders.want(1, {...asked(state.settings, view), frame: state.held}, moving);
+    } else if (!moving || moving === 'frame') {
       renders.want(1, plate ? asked(state.settings, 'plate') : asked(state.other, view), moving);
     }
   };
@@ -130,7 +146,7 @@ async function start() {
   });
   const timeline = new Timeline(state, description, {
     bar: byId('timeline'), play: byId('play'), slider: byId('frame'), field: byId('frameNumber'),
-    enter: byId('markIn'), leave: byId('markOut'),
+    enter: byId('markIn'), leave: byId('markOut'), list: byId('keyList'),
   });
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
@@ -160,6 +176,15 @@ async function start() {
     byId('views').append(button);
   }
 
+  let flickering = null;
+  function flicker(on) {
+    clearInterval(flickering);
+    flickering = on ? setInterval(() => stage.setFlicker(!stage.flicker), flickerMilliseconds) : null;
+    byId('flicker').setAttribute('aria-pressed', String(on));
+    if (on && !state.wipe) state.show({wipe: true});
+    stage.setFlicker(on ? false : null);
+  }
+
   const marks = () => {
     for (const button of byId('views').children) {
       const on = button.dataset.view === shownView();
@@ -177,7 +202,9 @@ async function start() {
     const seenAs = views.find(([name]) => name === shownView())?.[1];
     const [here, there] = state.side === 'a' ? ['A', 'B'] : ['B', 'A'];
     byId('rightLabel').textContent = `${here}: ${seenAs}`;
-    byId('leftLabel').textContent = state.against === 'plate' ? 'Plate' : `${there}: ${seenAs}`;
+    byId('leftLabel').textContent = state.against === 'plate' ? 'Plate'
+      : state.against === 'held' ? `Frame ${state.held}: ${seenAs}` : `${there}: ${seenAs}`;
+    if (!state.wipe) flicker(false);
     byId('flatColour').value = `#${state.flat.split(',').map((value) => Math.round(255 * Number(value)).toString(16).padStart(2, '0')).join('')}`;
     const said = `${views.find(([name]) => name === shownView())?.[1]}, settings ${state.side.toUpperCase()}`;
     if (byId('said').textContent !== said) byId('said').textContent = said;
@@ -207,7 +234,10 @@ async function start() {
   const toggleWipe = () => state.show({wipe: !state.wipe});
   const changeSide = (side) => state.show({side});
   byId('wipe').addEventListener('click', toggleWipe);
-  byId('against').addEventListener('change', (event) => state.show({against: event.target.value, wipe: true}));
+  byId('against').addEventListener('change', ({target: {value}}) =>
+    state.show({against: value, wipe: true, ...(value === 'held' && {held: state.frame})}));
+  byId('heldOption').hidden = byId('heldOption').disabled = description.frames.length < 2;
+  byId('flicker').addEventListener('click', () => flicker(!flickering));
   byId('sideA').addEventListener('click', () => changeSide('a'));
   byId('sideB').addEventListener('click', () => changeSide('b'));
   byId('copySide').addEventListener('click', () => state.copySide());
@@ -267,7 +297,7 @@ async function start() {
       state.show({view: views[viewKeys.indexOf(event.key.toLowerCase())][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, m: toggleMasks, i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, m: toggleMasks, n: () => (probe.at ? pins.add(probe.at) : byId('pin').click()), b: () => flicker(!flickering), ',': () => timeline.toKey(-1), '.': () => timeline.toKey(1), i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();

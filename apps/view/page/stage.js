@@ -61,6 +61,7 @@ export class Stage extends EventTarget {
     this.fitted = true;
     this.wipeAt = 0.5;
     this.wiped = false;
+    this.flicker = null;  // the side of the wipe that is seen alone: left is true; null is both
     this.picking = false;
     new ResizeObserver(() => this.resize()).observe(element);
     this.listen();
@@ -169,7 +170,13 @@ export class Stage extends EventTarget {
   }
 
   /** Whether a column of the plate lies left of the wipe's line. */
-  isLeftOfWipe(x) { return this.x + (x + 0.5) * this.scale < this.wipeAt * this.canvas.width; }
+  isLeftOfWipe(x) { return this.flicker ?? (this.x + (x + 0.5) * this.scale < this.wipeAt * this.canvas.width); }
+
+  /** Shows one side of the wipe alone, or both. */
+  setFlicker(left) {
+    this.flicker = left;
+    this.draw();
+  }
 
   moveWipe(part) {
     this.wipeAt = Math.min(1, Math.max(0, part));
@@ -182,15 +189,16 @@ export class Stage extends EventTarget {
     context.fillRect(0, 0, canvas.width, canvas.height);
     this.drawLayers(this.layers[0]);
     if (this.wiped) {
-      const edge = Math.round(this.wipeAt * canvas.width);
+      const part = this.flicker === null ? this.wipeAt : Number(this.flicker);
+      const edge = Math.round(part * canvas.width);
       context.save();
       context.beginPath();
       context.rect(0, 0, edge, canvas.height);
       context.clip();
       this.drawLayers(this.layers[1]);
       context.restore();
-      this.line.style.left = `${100 * this.wipeAt}%`;
-      this.line.setAttribute('aria-valuenow', Math.round(100 * this.wipeAt));
+      this.line.style.left = `${100 * part}%`;
+      this.line.setAttribute('aria-valuenow', Math.round(100 * part));
     }
     // Where the picture lies on the canvas, for whoever looks at the pixels.
     Object.assign(canvas.dataset, {x: this.x, y: this.y, scale: this.scale});

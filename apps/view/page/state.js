@@ -20,6 +20,8 @@ export class State extends EventTarget {
     this.frame = description.frames[0];
     this.wipe = false;
     this.against = 'plate';
+    this.pins = [];  // pixels whose values are shown: x, y each
+    this.held = null;  // the frame that the wipe shows as "held"
     this.flat = '0,0.6275,0.6275';  // what the view Flat has behind
     this.from = null;  // in and out: frames, or none
     this.to = null;
@@ -158,6 +160,8 @@ export class State extends EventTarget {
     text.set('side', this.side);
     if (this.description.isShot) text.set('frame', this.frame);
     if (this.wipe) text.set('wipe', this.against);
+    if (this.wipe && this.against === 'held') text.set('held', this.held);
+    if (this.pins.length > 0) text.set('pins', this.pins.flat().join(','));
     if (this.view === 'flat') text.set('flat', this.flat);
     if (this.from !== null) text.set('in', this.from);
     if (this.to !== null) text.set('out', this.to);
@@ -177,7 +181,13 @@ export class State extends EventTarget {
     [this.from, this.to] = ['in', 'out'].map((end) => text.get(end)).map((one) =>
       (one !== null && this.description.frames.includes(Number(one)) ? Number(one) : null));
     this.wipe = text.has('wipe');
-    if (this.wipe) this.against = text.get('wipe') === 'other' ? 'other' : 'plate';
+    const pins = (text.get('pins') ?? '').match(/\d+/g)?.map(Number) ?? [];
+    const {width, height} = this.description;
+    this.pins = Array.from({length: Math.min(8, Math.floor(pins.length / 2))}, (unused, i) => [Math.min(width - 1, pins[2 * i]), Math.min(height - 1, pins[2 * i + 1])]);
+    const held = Number(text.get('held') ?? NaN);
+    this.held = this.description.frames.includes(held) ? held : null;
+    const against = text.get('wipe');
+    if (this.wipe) this.against = against === 'other' || (against === 'held' && this.held !== null) ? against : 'plate';
   }
 
   readSettings(text) {
@@ -187,7 +197,7 @@ export class State extends EventTarget {
       const names = this.description.parameters.map(({name}) => name);
       for (const name of this.description.masks ? [...names, 'masks'] : names) {
         const value = text.get(side === 'a' ? name : `b.${name}`);
-        if (value !== null) settings[name] = value;
+        if (value !== null && (value || name !== 'masks')) settings[name] = value;
       }
       this.sides[side] = settings;
     }

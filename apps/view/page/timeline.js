@@ -6,8 +6,8 @@ import {framesOf, moves} from './curves.js';
 import {shapesOf} from './shapes.js';
 
 export class Timeline {
-  constructor(state, description, {bar, play, slider, field, enter, leave}) {
-    Object.assign(this, {state, description, play, slider, field, enter, leave});
+  constructor(state, description, {bar, play, slider, field, enter, leave, list}) {
+    Object.assign(this, {state, description, play, slider, field, enter, leave, list});
     this.frames = description.frames;  // their numbers, which need not follow one another
     bar.hidden = this.frames.length < 2;
     slider.min = 0;
@@ -24,6 +24,11 @@ export class Timeline {
     play.addEventListener('click', () => this.toggle());
     enter.addEventListener('click', () => this.mark('from'));
     leave.addEventListener('click', () => this.mark('to'));
+    list.addEventListener('change', () => {
+      const frame = Number(list.value);
+      list.selectedIndex = 0;
+      state.show({frame});
+    });
     this.keyed = document.createElement('datalist');
     this.keyed.id = 'keyedFrames';
     slider.after(this.keyed);
@@ -74,10 +79,36 @@ export class Timeline {
     this.refresh();
   }
 
-  /** A mark under each frame that has keys. */
+  /** What has keys, by frame. */
+  keys() {
+    const {state} = this;
+    const names = new Map();
+    const add = (frame, name) => names.set(frame, [...names.get(frame) ?? [], name]);
+    for (const [name, text] of Object.entries(state.settings)) {
+      if (moves(text)) for (const frame of framesOf(text)) add(frame, state.parameter(name).label);
+    }
+    for (const [i, {keys}] of shapesOf(state.settings.masks).entries()) {
+      if (keys.length > 1) for (const {frame} of keys) add(frame, `mask ${i + 1}`);
+    }
+    return new Map([...names].sort(([a], [b]) => a - b));
+  }
+
+  /** Goes to the next frame with keys, or to the last one before this. */
+  toKey(way) {
+    const beyond = [...this.keys().keys()].filter((frame) => this.frames.includes(frame) && (frame - this.state.frame) * way > 0);
+    const frame = way > 0 ? beyond[0] : beyond.at(-1);
+    if (frame !== undefined) this.state.show({frame});
+  }
+
+  /** A mark under each frame that has keys, and a line in the list. */
   markKeys() {
-    const frames = new Set(Object.values(this.state.settings).filter(moves).flatMap(framesOf));
-    for (const {keys} of shapesOf(this.state.settings.masks)) if (keys.length > 1) for (const {frame} of keys) frames.add(frame);
+    const frames = this.keys();
+    const lines = [...frames].filter(([frame]) => this.frames.includes(frame));
+    const texts = ['keys', ...lines.map(([frame, names]) => `${frame}: ${names.join(', ')}`)];
+    if (texts.join('\n') !== [...this.list.options].map((one) => one.text).join('\n')) {
+      this.list.replaceChildren(...texts.map((text, i) => new Option(text, i === 0 ? '' : lines[i - 1][0])));
+    }
+    this.list.disabled = lines.length === 0;
     this.keyed.replaceChildren(...this.frames.flatMap((frame, i) => frames.has(frame) ? [new Option('', i)] : []));
   }
 

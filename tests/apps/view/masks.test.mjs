@@ -167,6 +167,7 @@ test('masks are keyed at frames; a render of the shot gives each frame its own',
   const [{keys}] = await shapesOf(page);
   assert.deepEqual(keys.map(({frame}) => frame), [7, 11]);
   await near(page, 'the first key stays, the second is elsewhere', keys.flatMap(({points, radii}) => [...points.flat(), ...radii]), [40, 40, 20, 20, 120, 40, 20, 20]);
+  assert.deepEqual(await page.locator('#keyList option').allTextContents(), ['keys', '7: mask 1', '11: mask 1']);
   await goTo(9);
   assert.equal(await page.locator('#maskKey').getAttribute('aria-pressed'), 'false');
   const to = join(other, 'key.####.png');

@@ -646,6 +646,87 @@ test('frames by number, in and out, and renders of a part or of one frame', asyn
   assert.deepEqual(page.problems, []);
 });
 
+test('pinned samples follow the key and the frame', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-8');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '--output', 'matte', '-o', join(folder(), 'k.####.png')]);
+  const out = folder();
+  const matteAt = (range, frame, [x, y]) => {
+    execFileSync(program, ['key', join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '--screen-range', range, '--output', 'matte', '-q', '-o', join(out, 'm.####.png')]);
+    const {pixels, width} = readPng(join(out, `m.000${frame}.png`));
+    return `matte ${(pixels[4 * (y * width + x)] / 255).toFixed(3)} `;
+  };
+  const said = () => page.locator('#pinLayer span').allTextContents();
+  await page.focus('#pin');
+  await page.keyboard.press('Enter');  // the middle of what is seen
+  await page.click('#pin');
+  await clickPlate(page, 72.5 / 160, 54.5 / 90);
+  await settled(page);
+  const places = [[80, 45], [72, 54]];
+  const check = async (range, frame) => {
+    const texts = await said();
+    assert.equal(texts.length, 2);
+    texts.forEach((text, i) => {
+      assert.ok(text.startsWith(places[i].join(', ')), text);
+      assert.ok(text.includes(matteAt(range, frame, places[i])), `${text}: ${matteAt(range, frame, places[i])}`);
+    });
+  };
+  await check('0', 7);
+  await page.locator('#p-screenRange ~ input').fill('0.4');
+  await page.keyboard.press('Enter');
+  await settled(page);
+  await check('0.4', 7);
+  await page.fill('#frameNumber', '8');
+  await page.keyboard.press('Enter');
+  await settled(page);
+  await check('0.4', 8);
+  await page.reload();
+  await settled(page);
+  await check('0.4', 8);
+  await page.locator('#pinLayer button').first().click();
+  assert.deepEqual((await said()).map((text) => text.slice(0, 6)), ['72, 54']);
+  assert.deepEqual(page.problems, []);
+});
+
+test('a frame is held and flickers beside another; keys are listed and gone to', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-11');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '--screen-range', 'linear(time, 8@0.1, 10@0.2)']);
+  const frame = () => setting(page, 'frame');
+  assert.deepEqual(await page.locator('#keyList option').allTextContents(), ['keys', '8: Screen range', '10: Screen range']);
+  for (const [key, at] of [['.', '8'], ['.', '10'], ['.', '10'], [',', '8'], [',', '8']]) {
+    await page.locator('#stage').press(key);
+    assert.equal(await frame(), at, key);
+  }
+  await page.selectOption('#keyList', '10');
+  assert.equal(await frame(), '10');
+  assert.equal(await page.locator('#keyList').inputValue(), '');
+
+  await page.keyboard.press('2');
+  await page.selectOption('#against', 'held');
+  await page.fill('#frameNumber', '7');
+  await page.keyboard.press('Enter');
+  await settled(page);
+  assert.equal(await page.textContent('#leftLabel'), 'Frame 10: Matte');
+  // Each picture alone, in turn: what stands at the same place of the canvas changes and comes back.
+  await page.locator('#stage').press('b');
+  const pictures = await page.evaluate(async () => {
+    const canvas = document.getElementById('picture');
+    const seen = [];
+    for (let i = 0; i < 60; ++i) {
+      const text = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data.reduce((sum, code, at) => (sum * 31 + code * (at % 4 === 3 ? 0 : 1)) % 1000000007, 7);
+      if (seen.at(-1) !== text) seen.push(text);
+      await new Promise((later) => setTimeout(later, 50));
+    }
+    return seen;
+  });
+  assert.ok(pictures.length >= 3 && new Set(pictures).size === 2, pictures.join());
+  await page.locator('#stage').press('b');
+  assert.equal(await page.locator('#flicker').getAttribute('aria-pressed'), 'false');
+  await page.reload();
+  await settled(page);
+  assert.equal(await page.textContent('#leftLabel'), 'Frame 10: Matte', 'a reload loses nothing');
+  assert.deepEqual(page.problems, []);
+});
+
 test('at 100 % the page shows what orvanite key writes, whatever the depth and the view', async () => {
   const finish = ['--matte-black', '0.04', '--matte-white', '0.93', '--matte-gamma', '1.2', '--islands', '9', '--pinholes', '7', '--shrink', '0.7', '--soften', '1.5',
     '--edge-colour', '0.5', '--spill', '0.6', '--spill-replace', 'grey', '--light-wrap', '0.3'];
