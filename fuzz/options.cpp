@@ -2,7 +2,8 @@
 //
 // Takes every line as a word of a command line. The whole line is understood but not run; the
 // options of a key are set, and said again they set the same; each word is taken for frames and for
-// a pattern, too. No file is opened but one small plate.
+// a pattern, for a polygon or rectangle that is drawn, too. Parameters that move are asked for at
+// frames. No file is opened but one small plate.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -15,11 +16,13 @@
 #include <vector>
 
 #include "apps/cli/CommandLine.h"
+#include "apps/cli/MediaOptions.h"
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
 #include "base/Error.h"
 #include "media/FramePattern.h"
 #include "media/FrameRange.h"
+#include "shot/Mask.h"
 
 namespace {
 
@@ -81,6 +84,58 @@ bool set(const Words& words, Settings& settings, bool look) {
   });
 }
 
+// How files are read and movies written; said again it is the same.
+void readFiles(const Words& words) {
+  const auto parsed = [](const Words& from, orvanite::cli::ReadOptions& reading,
+                         orvanite::cli::MovieOptions& movie) {
+    CLI::App app;
+    reading.addTo(app, "Files");
+    movie.addTo(app, "Movies");
+    app.allow_extras();
+    try {
+      app.parse(Words(from.rbegin(), from.rend()));
+      return true;
+    } catch (const CLI::Error&) {
+      return false;
+    }
+  };
+  orvanite::cli::ReadOptions reading, again;
+  orvanite::cli::MovieOptions movie, none;
+  if (!parsed(words, reading, movie)) return;
+  allowed([&] { reading.how(); });
+  allowed([&] { movie.wish(); });
+  if (!parsed(reading.words(), again, none) || again.words() != reading.words()) std::abort();
+}
+
+// At each frame nothing moves, and every number is one that the parameter takes.
+void readFrames(const Settings& settings) {
+  for (const double frame : {-1e9, 0.0, 1.0, 2.5, 24.0, 1e9}) {
+    const Settings now = settings.at(frame);
+    if (now.moves()) std::abort();
+    Settings again;
+    for (const orvanite::Parameter& parameter : orvanite::parameters()) {
+      again.setText(parameter.name, now.text(parameter.name));
+    }
+    now.screenProblem();
+  }
+}
+
+void readAsMask(const std::string& word) {
+  for (const auto read : {orvanite::shot::rectangleOf, orvanite::shot::polygonOf}) {
+    allowed([&] {
+      orvanite::MaskShape mask = read(word, "mask");
+      for (const double soft : {0.0, 1.0, 1000.0}) {
+        mask.softPixels = soft;
+        mask.outside = soft == 1;
+        for (const double at : {-3.0, 0.5, 4.0}) {
+          const double held = coverage(mask, at, 4.5);
+          if (!(held >= 0 && held <= 1)) std::abort();
+        }
+      }
+    });
+  }
+}
+
 void readAsFrames(const std::string& word) {
   std::vector<int> frames;
   if (!allowed([&] { frames = orvanite::media::parseFrames(word, "--frames"); })) return;
@@ -111,10 +166,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     Settings again;
     if (!set(orvanite::cli::optionsFor(settings), again, false)) std::abort();
     if (!(again == settings)) std::abort();
+    readFrames(settings);
   }
+  readFiles(words);
   for (const std::string& word : words) {
     readAsFrames(word);
     readAsPattern(word);
+    readAsMask(word);
   }
   return 0;
 }

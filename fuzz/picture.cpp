@@ -1,68 +1,31 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Takes bytes for a picture's file and reads it as a key does: header, colours, one channel, a
-// window beyond it. The ending is that of the format that the first bytes promise; bytes that
-// promise nothing are a TGA file, which has no mark.
+// window beyond it, a layer. The file's marks say its format, whichever of those on the list; TGA
+// has none, and the ending of one is what a file gets whose first bytes could be its header.
 //
 // What libraries do within their own formats is theirs: pictures above a bound are only opened, so
-// that a large header costs no time, and formats other than these are not tried.
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cstdlib>
+// that a large header costs no time.
 #include <cstring>
-#include <string>
-#include <string_view>
 
-#include "base/Error.h"
+#include "fuzz/File.h"
+#include "media/InputFile.h"
 #include "media/PictureReader.h"
 
 namespace {
 
-using orvanite::Error;
+using orvanite::fuzz::allowed;
+using orvanite::fuzz::File;
 using orvanite::media::PictureReader;
 using orvanite::media::Window;
 
 constexpr std::int64_t pixelBound = 1 << 18;
 
 const char* endingOf(std::string_view bytes) {
-  if (bytes.starts_with("\x89PNG")) return ".png";
-  if (bytes.starts_with("\xFF\xD8")) return ".jpg";
-  if (bytes.starts_with("\x76\x2F\x31\x01")) return ".exr";
-  if (bytes.starts_with("II") || bytes.starts_with("MM")) return ".tif";
-  if (bytes.starts_with("SDPX") || bytes.starts_with("XPDS")) return ".dpx";
-  // A TGA header: no, RGB or grey, run lengths or not, with at most a colour map.
-  const bool kind = bytes.size() > 18 && static_cast<unsigned char>(bytes[1]) < 2 &&
-                    std::strchr("\1\2\3\11\12\13", bytes[2]) != nullptr && bytes[2] != 0;
-  return kind ? ".tga" : nullptr;
-}
-
-// A file of memory under a name of its own, gone with the object.
-class File {
- public:
-  File(const unsigned char* data, std::size_t size, const char* ending)
-      : path_("/dev/shm/orvanite-fuzz-" + std::to_string(::getpid()) + ending) {
-    const int file = ::open(path_.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-    if (file < 0 || ::write(file, data, size) != static_cast<ssize_t>(size)) std::abort();
-    ::close(file);
-  }
-  ~File() { ::unlink(path_.c_str()); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-template <class Action>
-void allowed(const Action& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    if (error.message().empty() || std::strchr(error.what(), '\n') != nullptr) std::abort();
-  }
+  // No, RGB or grey, run lengths or not, with at most a colour map.
+  const bool tga = bytes.size() > 18 && static_cast<unsigned char>(bytes[1]) < 2 &&
+                   std::strchr("\1\2\3\11\12\13", bytes[2]) != nullptr && bytes[2] != 0;
+  return tga ? ".tga" : ".picture";
 }
 
 // Every byte is looked at.
@@ -80,14 +43,14 @@ extern "C" int __lsan_is_turned_off() { return 1; }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   OIIO::attribute("threads", 1);
+  // Bytes of a picture in memory: what a library unfolds before it is asked is bounded by it, too.
+  orvanite::media::setMemoryBound(static_cast<std::uint64_t>(pixelBound) * 16);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  const char* const ending = endingOf(bytes);
-  if (ending == nullptr) return -1;
-  const File file(data, size, ending);
+  const File file(bytes, endingOf(bytes));
   allowed([&] {
     PictureReader reader(file.path());
     const auto info = reader.info();
@@ -100,6 +63,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     allowed([&] { sum(reader.read(orvanite::media::depthOf(info.samples), window, 1)); });
     allowed(
         [&] { sum(reader.readChannel(info.channels.back(), orvanite::Depth::shorts, info.data)); });
+    if (info.format != "openexr") return;
+    for (const orvanite::media::LayerChoice& choice :
+         {orvanite::media::LayerChoice{"1", ""}, {"", "fill"}, {info.parts.back().name, "a"}}) {
+      allowed([&] { PictureReader(file.path(), choice).info(); });
+    }
   });
   return 0;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Reads bytes as a preset. What is accepted, saved and read again gives the same values in force
-// and the same text.
+// and the same text, at every frame of what moves.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -37,6 +37,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     std::fprintf(stderr, "saved:\n%s\nand then:\n%s\n", saved.c_str(),
                  orvanite::presetText(again).c_str());
     std::abort();
+  }
+  for (const double frame : {-1e9, 1.0, 2.5, 1e9}) {
+    const Settings now = settings.at(frame);
+    if (now.moves() || !sameInForce(now, again.at(frame))) std::abort();
   }
   return 0;
 }
