@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "base/Error.h"
 
@@ -13,28 +15,14 @@ namespace orvanite {
 namespace {
 
 constexpr int bandRows = 16;
-constexpr float most = 65535;
 
-// The band's own thread.
+// Pixels that are brought to words, keyed and brought back at once: they stay in the second cache.
+constexpr int blockPixels = 8192;
+
+// The block's own thread.
 constexpr auto inOneBand = [](int height, int, const std::function<void(int, int)>& work) {
   work(0, height);
 };
-
-using Codes = std::vector<std::uint16_t>;
-
-std::uint16_t codeOf(float v) {
-  return static_cast<std::uint16_t>(std::clamp(v, 0.0f, 1.0f) * most + 0.5f);
-}
-
-/// Where a pixel's sample lies.
-std::ptrdiff_t at(const OtileImage& image, int x, int y) {
-  return std::ptrdiff_t{y} * image.lineStep + std::ptrdiff_t{x} * image.pixelStep;
-}
-
-OtileImage interleaved(Codes& codes, int width) {
-  std::uint16_t* p = codes.data();
-  return {p, p + 1, p + 2, p + 3, 4, 4 * width};
-}
 
 /// Parameters that are colours are codes; the engine is handed what is keyed.
 Settings inKeyedValues(Settings settings, bool decodes, float white) {
@@ -75,148 +63,179 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, Depth de
   depth_.reset();
   settings.expectStill();
   const Mixing mixing = mixingOf(settings).value_or(key.mixing);
-  decodes_ = mixing == Mixing::light && key.encoding == Encoding::codes;
-  white_ = depth == Depth::floats && key.encoding == Encoding::light ? std::max(1.0f, white) : 1.0f;
+  const bool lit = key.encoding == Encoding::light;
+  const bool decodes = mixing == Mixing::light && !lit;
+  const float full = depth == Depth::floats && lit ? std::max(1.0f, white) : 1.0f;
   const std::string_view output = settings.choice("output");
   showsColours_ = output != "matte" && output != "status";
   used_ = inputs;
   used_.reference = true;
   used_.holdOut = (inputs.holdOut || key.wishes.holdOut) && settings.toggle("useHoldOutMatte");
   used_.garbage = (inputs.garbage || key.wishes.garbage) && settings.toggle("useGarbageMatte");
-  Settings keyed = inKeyedValues(settings, decodes_, white_);
+  Settings keyed = inKeyedValues(settings, decodes, full);
   keyed.setText("colourspace", mixing == Mixing::video ? "video"
                                : mixing == Mixing::log ? "log"
                                                        : "linear");
   engine_.prepare(keyed, Depth::shorts, used_, scale);
-  if (decodes_ && decode_.empty()) {
-    for (int i = 0; i < 65536; ++i) {
-      const float v = static_cast<float>(i) / most;
-      decode_.push_back(codeOf(lightOfCode(v)));
-      encode_.push_back(codeOf(codeOfLight(v)));
-    }
-  }
+  words_.prepare(depth, decodes, lit, full);
   depth_ = depth;
 }
 
-void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& rowLoop) const {
+namespace {
+
+/// Brings the pictures of one frame to words and back, any rows of them at a time.
+class FrameWords {
+ public:
+  /// Rows of the frame, as words.
+  struct Block {
+    Frame frame;
+    int first = 0;  // their first
+    Words::Buffer fg, bg, dst, ref, mattes;
+  };
+
+  FrameWords(const Words& words, const BlindKey& key, const Frame& frame, const Inputs& used)
+      : words_(words),
+        frame_(frame),
+        used_(used),
+        clean_{over(key.plate.clean[0]), over(key.plate.clean[1]), over(key.plate.clean[2])},
+        holdOut_(over(key.holdOut)),
+        garbage_(over(key.garbage)) {}
+
+  /// Says where a block's words lie.
+  void place(Block& block, int first, int rows) const {
+    const std::size_t pixels = width() * static_cast<std::size_t>(rows);
+    const auto room = [&](const OtileImage& image, Words::Buffer& buffer) {
+      return words_.place(rowsFrom(image, frame_.depth, first), frame_.width, rows, buffer);
+    };
+    block.first = first;
+    block.frame = {{}, frame_.width, rows, Depth::shorts};
+    Otile& to = block.frame.pictures;
+    to.fg = room(frame_.pictures.fg, block.fg);
+    const bool readHere = to.fg.red == frame_.pictures.fg.red;
+    to.dst = room(frame_.pictures.dst, readHere ? block.dst : block.fg);
+    if (frame_.pictures.bg.red != nullptr) to.bg = room(frame_.pictures.bg, block.bg);
+    if (given(frame_.pictures.ref)) {
+      to.ref = room(frame_.pictures.ref, block.ref);
+    } else {
+      block.ref.resize(3 * pixels);
+      std::uint16_t* p = block.ref.data();
+      to.ref = {p, p + pixels, p + 2 * pixels, nullptr, 1, frame_.width};
+    }
+    block.mattes.resize(2 * pixels);
+    std::uint16_t* p = block.mattes.data();
+    if (used_.holdOut) to.hold = {nullptr, nullptr, nullptr, p, 1, frame_.width};
+    if (used_.garbage) to.garbage = {nullptr, nullptr, nullptr, p + pixels, 1, frame_.width};
+  }
+
+  /// Fills rows of a block.
+  void take(const Block& block, int first, int rows) const {
+    const Otile& from = frame_.pictures;
+    const auto inBlock = [&](const OtileImage& words) {
+      return rowsFrom(words, Depth::shorts, first - block.first);
+    };
+    const Otile& to = block.frame.pictures;
+    const auto whole = [&](const OtileImage& image, const OtileImage& words) {
+      words_.take(rowsFrom(image, frame_.depth, first), inBlock(words), frame_.width, rows);
+    };
+    whole(from.fg, to.fg);
+    if (given(from.bg)) whole(from.bg, to.bg);
+    std::vector<float> line(width());
+    if (given(from.ref)) {
+      whole(from.ref, to.ref);
+    } else {
+      const OtileImage clean = inBlock(to.ref);
+      const std::array<void*, 3> channels = {clean.red, clean.green, clean.blue};
+      for (std::size_t c = 0; c < 3; ++c) {
+        auto* words = static_cast<std::uint16_t*>(channels[c]);
+        for (int y = first; y < first + rows; ++y, words += frame_.width) {
+          clean_[c]->row(y, line.data());
+          words_.takeCodes(line.data(), frame_.width, words);
+        }
+      }
+    }
+    // What the caller keeps is not cut because it looks like screen.
+    const OtileImage held = used_.holdOut ? from.hold : OtileImage{};
+    if (used_.holdOut) takeMatte(holdOut_, from.hold, {}, inBlock(to.hold), first, rows);
+    if (used_.garbage) takeMatte(garbage_, from.garbage, held, inBlock(to.garbage), first, rows);
+  }
+
+  /// Brings rows of what was keyed to the frame.
+  void give(const Block& block, int first, int rows, bool colours) const {
+    words_.give(rowsFrom(block.frame.pictures.dst, Depth::shorts, first - block.first),
+                rowsFrom(frame_.pictures.dst, frame_.depth, first), frame_.width, rows, colours);
+  }
+
+ private:
+  std::size_t width() const { return static_cast<std::size_t>(frame_.width); }
+
+  std::optional<Stretch> over(const Plane& plane) const {
+    if (plane.size() == 0) return std::nullopt;
+    return Stretch(plane, frame_.width, frame_.height);
+  }
+
+  static bool given(const OtileImage& image) { return image.red != nullptr; }
+
+  /// The found matte, but not where `unless` holds, and the caller's.
+  void takeMatte(const std::optional<Stretch>& found, const OtileImage& own,
+                 const OtileImage& unless, const OtileImage& words, int first, int rows) const {
+    std::vector<float> line(width());
+    Words::Buffer other(width());
+    auto* to = static_cast<std::uint16_t*>(words.alpha);
+    for (int y = first; y < first + rows; ++y, to += frame_.width) {
+      if (found) {
+        found->row(y, line.data());
+        for (std::size_t x = 0; x < width(); ++x) to[x] = wordOf(line[x]);
+      } else {
+        std::fill_n(to, width(), std::uint16_t{0});
+      }
+      const auto join = [&](const OtileImage& image, auto&& joined) {
+        if (image.alpha == nullptr) return;
+        words_.takeMatte(rowsFrom(image, frame_.depth, y).alpha, image.pixelStep, frame_.width,
+                         other.data());
+        for (std::size_t x = 0; x < width(); ++x) to[x] = joined(to[x], other[x]);
+      };
+      join(unless, [](std::uint16_t word, std::uint16_t keeps) {
+        return std::min(word, static_cast<std::uint16_t>(65535 - keeps));
+      });
+      join(own, [](std::uint16_t word, std::uint16_t more) { return std::max(word, more); });
+    }
+  }
+
+  const Words& words_;
+  const Frame& frame_;
+  const Inputs& used_;
+  std::array<std::optional<Stretch>, 3> clean_;
+  std::optional<Stretch> holdOut_, garbage_;
+};
+
+}  // namespace
+
+void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& rows) const {
   if (depth_ != frame.depth || frame.width != key.width || frame.height != key.height) {
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
   }
-  const int w = frame.width;
-  // A sample as 16 bits of what is keyed.
-  const auto work = [&](const void* channel, std::ptrdiff_t i, bool colour) {
-    std::uint16_t code = 0;
-    if (depth_ == Depth::bytes) {
-      code = static_cast<std::uint16_t>(257 * static_cast<const std::uint8_t*>(channel)[i]);
-    } else if (depth_ == Depth::shorts) {
-      code = static_cast<const std::uint16_t*>(channel)[i];
-    } else {
-      const float v = static_cast<const float*>(channel)[i];
-      code = codeOf(v > 0 ? v / (colour ? white_ : 1.0f) : 0.0f);
+  const FrameWords words(words_, key, frame, used_);
+  if (engine_.finishes()) {
+    // A finish looks at what is around.
+    FrameWords::Block whole;
+    words.place(whole, 0, frame.height);
+    rows(frame.height, bandRows, [&](int first, int count) { words.take(whole, first, count); });
+    engine_.render(whole.frame, rows);
+    rows(frame.height, bandRows,
+         [&](int first, int count) { words.give(whole, first, count, showsColours_); });
+    return;
+  }
+  rows(frame.height, bandRows, [&](int first, int count) {
+    FrameWords::Block block;
+    const int most = std::max(1, blockPixels / frame.width);
+    for (int done = 0; done < count; done += most) {
+      const int from = first + done, some = std::min(most, count - done);
+      words.place(block, from, some);
+      words.take(block, from, some);
+      engine_.render(block.frame, inOneBand);
+      words.give(block, from, some, showsColours_);
     }
-    return colour && decodes_ ? decode_[code] : code;
-  };
-  const auto unwork = [&](void* channel, std::ptrdiff_t i, std::uint16_t code, bool colour) {
-    if (colour && decodes_) code = encode_[code];
-    if (depth_ == Depth::bytes) {
-      static_cast<std::uint8_t*>(channel)[i] = static_cast<std::uint8_t>((code + 128) / 257);
-    } else if (depth_ == Depth::shorts) {
-      static_cast<std::uint16_t*>(channel)[i] = code;
-    } else {
-      static_cast<float*>(channel)[i] = static_cast<float>(code) / most * (colour ? white_ : 1.0f);
-    }
-  };
-  const auto band = [&](int from, int rows) {
-    const std::size_t pixels = static_cast<std::size_t>(w) * static_cast<std::size_t>(rows);
-    Codes fg(4 * pixels), bg, ref(4 * pixels), mattes(2 * pixels);
-    std::vector<float> line(static_cast<std::size_t>(w));
-    const auto take = [&](const OtileImage& image, Codes& to) {
-      to.resize(4 * pixels);
-      const std::array<const void*, 4> channels = {image.red, image.green, image.blue, image.alpha};
-      for (std::size_t c = 0; c < 4; ++c) {
-        std::size_t out = c;
-        for (int y = from; y < from + rows; ++y) {
-          for (int x = 0; x < w; ++x, out += 4) {
-            to[out] = channels[c] == nullptr ? std::uint16_t{65535}
-                                             : work(channels[c], at(image, x, y), c < 3);
-          }
-        }
-      }
-    };
-    Frame part{{}, w, rows, Depth::shorts};
-    take(frame.pictures.fg, fg);
-    part.pictures.fg = part.pictures.dst = interleaved(fg, w);
-    const bool background = frame.pictures.bg.red != nullptr;
-    if (background) {
-      take(frame.pictures.bg, bg);
-      part.pictures.bg = interleaved(bg, w);
-    }
-    if (frame.pictures.ref.red != nullptr) {
-      take(frame.pictures.ref, ref);
-    } else {
-      for (std::size_t c = 0; c < 3; ++c) {
-        const Stretch clean(key.plate.clean[c], w, frame.height);
-        std::size_t out = c;
-        for (int y = from; y < from + rows; ++y) {
-          clean.row(y, line.data());
-          for (int x = 0; x < w; ++x, out += 4) {
-            const float v = line[static_cast<std::size_t>(x)];
-            if (key.encoding == Encoding::light) {
-              ref[out] = codeOf(lightOfCode(v) / white_);
-            } else {
-              ref[out] = decodes_ ? decode_[codeOf(v)] : codeOf(v);
-            }
-          }
-        }
-      }
-    }
-    part.pictures.ref = interleaved(ref, w);
-    const auto matte = [&](bool used, const OtileImage& image, const OtileImage& unless,
-                           const Plane& found, std::uint16_t* to) -> OtileImage {
-      if (!used) return {};
-      const bool given = image.alpha != nullptr;
-      for (int y = from; y < from + rows; ++y) {
-        if (found.size() > 0) Stretch(found, w, frame.height).row(y, line.data());
-        for (int x = 0; x < w; ++x) {
-          const std::size_t out = static_cast<std::size_t>(y - from) * static_cast<std::size_t>(w) +
-                                  static_cast<std::size_t>(x);
-          std::uint16_t own =
-              found.size() > 0 ? codeOf(line[static_cast<std::size_t>(x)]) : std::uint16_t{0};
-          // What the caller keeps is not cut because it looks like screen.
-          if (unless.alpha != nullptr) {
-            own = std::min<std::uint16_t>(
-                own,
-                static_cast<std::uint16_t>(65535 - work(unless.alpha, at(unless, x, y), false)));
-          }
-          to[out] = given ? std::max(own, work(image.alpha, at(image, x, y), false)) : own;
-        }
-      }
-      return {nullptr, nullptr, nullptr, to, 1, w};
-    };
-    const OtileImage held = used_.holdOut ? frame.pictures.hold : OtileImage{};
-    part.pictures.hold = matte(used_.holdOut, frame.pictures.hold, {}, key.holdOut, mattes.data());
-    part.pictures.garbage =
-        matte(used_.garbage, frame.pictures.garbage, held, key.garbage, mattes.data() + pixels);
-    if (engine_.finishes()) {
-      engine_.render(part, rowLoop);
-    } else {
-      engine_.render(part, inOneBand);
-    }
-    const OtileImage& dst = frame.pictures.dst;
-    const std::array<void*, 4> channels = {dst.red, dst.green, dst.blue, dst.alpha};
-    for (std::size_t c = 0; c < 4; ++c) {
-      if (channels[c] == nullptr) continue;
-      std::size_t in = c;
-      for (int y = from; y < from + rows; ++y) {
-        for (int x = 0; x < w; ++x, in += 4) {
-          unwork(channels[c], at(dst, x, y), fg[in], c < 3 && showsColours_);
-        }
-      }
-    }
-  };
-  // A finish looks at what is around.
-  if (engine_.finishes()) return band(0, frame.height);
-  rowLoop(frame.height, bandRows, band);
+  });
 }
 
 }  // namespace orvanite

@@ -5,12 +5,12 @@
 // them band by band, and back.
 #pragma once
 
-#include <cstdint>
-#include <vector>
+#include <optional>
 
 #include "base/Depth.h"
 #include "keyer/BlindKey.h"
 #include "keyer/Keyer.h"
+#include "keyer/Words.h"
 
 namespace orvanite {
 
@@ -39,10 +39,8 @@ class BlindKeyer {
   Keyer engine_;
   Inputs used_{};
   std::optional<Depth> depth_;
-  float white_ = 1;
-  bool decodes_ = false, showsColours_ = true;
-  std::vector<std::uint16_t> decode_;  // 65536: a code as 16 bits of what is keyed
-  std::vector<std::uint16_t> encode_;  // and back
+  bool showsColours_ = true;
+  Words words_;
 };
 
 }  // namespace orvanite

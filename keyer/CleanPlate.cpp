@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -18,9 +19,11 @@ void writeStretched(const Colours& codes, Encoding encoding, int width, int heig
   std::vector<float> row(static_cast<std::size_t>(width));
   for (std::size_t c = 0; c < 4; ++c) {
     if (channels[c] == nullptr) continue;
+    std::optional<Stretch> colour;
+    if (c < 3) colour.emplace(codes[c], width, height);
     for (int y = 0; y < height; ++y) {
-      if (c < 3) {
-        Stretch(codes[c], width, height).row(y, row.data());
+      if (colour) {
+        colour->row(y, row.data());
         if (encoding == Encoding::light) {
           for (float& v : row) v = lightOfCode(v);
         }
@@ -63,7 +66,7 @@ CleanPlate::CleanPlate(const Plate& plate, const Screen& screen)
 Rgb CleanPlate::at(int x, int y) const {
   Rgb colour{};
   for (std::size_t c = 0; c < 3; ++c) {
-    const float code = Stretch(clean_[c], width_, height_).at(x, y);
+    const float code = stretchedAt(clean_[c], width_, height_, x, y);
     colour[c] = encoding_ == Encoding::light ? lightOfCode(code) : code;
   }
   return colour;

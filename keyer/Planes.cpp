@@ -291,41 +291,77 @@ float quantile(std::vector<float>& values, double share) {
   return values[static_cast<std::size_t>(at)];
 }
 
-Stretch::Stretch(const Plane& plane, int width, int height)
-    : plane_(plane), width_(width), height_(height) {}
+namespace {
 
-Stretch::Place Stretch::placeOf(int at, int of, int cells) {
+/// Where a pixel's middle lies among cells: after how many of their middles, and how far on.
+struct Between {
+  int cell;  // 0 before the first, `cells` after the last
+  float share;
+};
+
+Between placeOf(int at, int of, int cells) {
   const float place =
       (static_cast<float>(at) + 0.5f) * static_cast<float>(cells) / static_cast<float>(of) - 0.5f;
   const float first = std::floor(place);
-  const int cell = static_cast<int>(first);
-  return {std::clamp(cell, 0, cells - 1), std::clamp(cell + 1, 0, cells - 1), place - first};
+  return {std::clamp(static_cast<int>(first) + 1, 0, cells), place - first};
 }
 
-void Stretch::row(int y, float* values) const {
-  const Place down = placeOf(y, height_, plane_.height);
-  const float* above = &plane_.values[plane_.index(0, down.first)];
-  const float* below = &plane_.values[plane_.index(0, down.second)];
-  for (int x = 0; x < width_; ++x) {
-    const Place across = placeOf(x, width_, plane_.width);
-    const float left =
-        above[across.first] + down.share * (below[across.first] - above[across.first]);
-    const float right =
-        above[across.second] + down.share * (below[across.second] - above[across.second]);
-    values[x] = left + across.share * (right - left);
+struct Rows {
+  const float *above, *below;
+  float share;
+};
+
+Rows rowsAt(const Plane& plane, int y, int height) {
+  const Between down = placeOf(y, height, plane.height);
+  return {&plane.values[plane.index(0, std::max(down.cell - 1, 0))],
+          &plane.values[plane.index(0, std::min(down.cell, plane.height - 1))], down.share};
+}
+
+float blend(float from, float to, float share) { return from + share * (to - from); }
+
+}  // namespace
+
+Stretch::Stretch(const Plane& plane, int width, int height) : plane_(plane), height_(height) {
+  cells_.reserve(static_cast<std::size_t>(width));
+  shares_.reserve(static_cast<std::size_t>(width));
+  for (int x = 0; x < width; ++x) {
+    const Between across = placeOf(x, width, plane.width);
+    cells_.push_back(across.cell);
+    shares_.push_back(across.share);
   }
 }
 
-float Stretch::at(int x, int y) const {
-  const Place down = placeOf(y, height_, plane_.height);
-  const Place across = placeOf(x, width_, plane_.width);
-  const float left =
-      plane_(across.first, down.first) +
-      down.share * (plane_(across.first, down.second) - plane_(across.first, down.first));
-  const float right =
-      plane_(across.second, down.first) +
-      down.share * (plane_(across.second, down.second) - plane_(across.second, down.first));
-  return left + across.share * (right - left);
+void Stretch::row(int y, float* values) const {
+  struct Cell {
+    float value, step;  // to the next
+  };
+  const Rows rows = rowsAt(plane_, y, height_);
+  const auto count = static_cast<std::size_t>(plane_.width);
+  std::vector<Cell> cells(count + 1);
+  const float* above = rows.above;
+  const float* below = rows.below;
+  float left = blend(above[0], below[0], rows.share);
+  for (std::size_t i = 0; i <= count; ++i) {
+    const std::size_t next = std::min(i, count - 1);
+    const float right = blend(above[next], below[next], rows.share);
+    cells[i] = {left, right - left};
+    left = right;
+  }
+  const std::size_t width = cells_.size();
+  for (std::size_t x = 0; x < width; ++x) {
+    const Cell cell = cells[static_cast<std::size_t>(cells_[x])];
+    values[x] = cell.value + shares_[x] * cell.step;
+  }
+}
+
+float stretchedAt(const Plane& plane, int width, int height, int x, int y) {
+  const Rows rows = rowsAt(plane, y, height);
+  const Between across = placeOf(x, width, plane.width);
+  const auto at = [&](int cell) {
+    const int i = std::clamp(cell, 0, plane.width - 1);
+    return blend(rows.above[i], rows.below[i], rows.share);
+  };
+  return blend(at(across.cell - 1), at(across.cell), across.share);
 }
 
 }  // namespace orvanite

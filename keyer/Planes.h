@@ -68,23 +68,23 @@ Mask hullOf(const Mask& mask, float inset);
 /// The value below which a share (0..1) of them lies; 0 where there are none. Reorders them.
 float quantile(std::vector<float>& values, double share);
 
-/// Values between pixels: of a plane that is stretched over a picture of another size.
+/// Values between pixels: of a plane that is stretched over a picture of another size. One serves
+/// many threads.
 class Stretch {
  public:
-  /// width, height  of the picture that the plane is stretched over
+  /// width, height  of the picture that the plane is stretched over; the plane must outlive this
   Stretch(const Plane& plane, int width, int height);
   /// Writes the values along a row of the picture.
   void row(int y, float* values) const;
-  float at(int x, int y) const;
 
  private:
-  struct Place {
-    int first, second;
-    float share;
-  };
-  static Place placeOf(int at, int of, int cells);
   const Plane& plane_;
-  int width_, height_;
+  int height_;
+  std::vector<int> cells_;     // where each column lies: between which two pixels of a row,
+  std::vector<float> shares_;  // and how near to the second
 };
+
+/// One of those values.
+float stretchedAt(const Plane& plane, int width, int height, int x, int y);
 
 }  // namespace orvanite
