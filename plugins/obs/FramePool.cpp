@@ -3,8 +3,10 @@
 // See FramePool.h.
 #include "plugins/obs/FramePool.h"
 
+#include <util/platform.h>
 #include <util/threading.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace orvanite::obsPlugin {
@@ -16,9 +18,13 @@ constexpr int idleKept = 2;
 bool isOut(const obs_source_frame* frame) { return os_atomic_load_long(&frame->refs) > 1; }
 }  // namespace
 
-// A frame that just came back is still looked at by libobs for a moment, which it has the graphics
-// to itself for.
+// Frames that are out come back soon, after they were drawn: they are waited for. One that just
+// came back is still looked at by libobs for a moment, which it has the graphics to itself for.
 FramePool::~FramePool() {
+  constexpr int waits = 500, waitMilliseconds = 1;
+  for (int i = 0; i < waits && std::any_of(frames_.begin(), frames_.end(), isOut); ++i) {
+    os_sleep_ms(waitMilliseconds);
+  }
   obs_enter_graphics();
   for (obs_source_frame* frame : frames_) forget(frame);
   obs_leave_graphics();
