@@ -386,7 +386,7 @@ test('work shows at once, can be stopped, and numbers belong to the picture that
 });
 
 test('a key beside estimates is keyed once for all that is asked of it', async () => {
-  const files = drawPlate('--size', '960x540', '--hard');
+  const files = drawPlate('--size', '1920x1080');
   const {page} = await open([files.plate, '--estimate', 'codes', '--screen', '0.16,0.63,0.23']);
   await page.keyboard.press('2');
   await settled(page);
