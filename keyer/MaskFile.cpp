@@ -84,7 +84,7 @@ class Reader {
 
   static std::string shortened(const Json& value) {
     std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-    if (text.size() > 60) text = text.substr(0, 57) + "...";
+    if (text.size() > 60) text.replace(57, std::string::npos, "...");
     return text;
   }
 

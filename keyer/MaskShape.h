@@ -16,24 +16,26 @@ using MaskPoint = std::array<double, 2>;
 
 /// One shape as it is in one frame.
 struct MaskShape {
+  /// What a shape's points mean.
   enum class Kind { polygon, ellipse, brush };
+  /// Which matte it belongs to.
   enum class Use { garbage, holdOut };
 
-  Kind kind = Kind::polygon;
-  Use use = Use::garbage;
+  Kind kind = Kind::polygon;      // what its points mean
+  Use use = Use::garbage;         // which matte it belongs to
   bool outside = false;           // whether it holds what lies outside
   double softPixels = 1;          // width of the edge, half of it on either side
   std::vector<MaskPoint> points;  // closed corners; an ellipse's centre; a stroke's way
   std::vector<double> radii;      // none; an ellipse's, across and down; a stroke's
-  bool operator==(const MaskShape&) const = default;
+  bool operator==(const MaskShape&) const = default;  ///< All the same.
 };
 
 /// What it is made of in one frame.
 struct MaskKey {
-  int frame = 1;
-  std::vector<MaskPoint> points;
-  std::vector<double> radii;
-  bool operator==(const MaskKey&) const = default;
+  int frame = 1;                                    // where it stands as these say
+  std::vector<MaskPoint> points;                    // as a shape's
+  std::vector<double> radii;                        // likewise
+  bool operator==(const MaskKey&) const = default;  ///< All the same.
 };
 
 /// A shape that moves.
@@ -43,7 +45,7 @@ struct MovingMask {
 
   /// Straight between two keys; before the first and after the last as they are.
   MaskShape at(int frame) const;
-  bool operator==(const MovingMask&) const = default;
+  bool operator==(const MovingMask&) const = default;  ///< All the same.
 };
 
 /// All that were drawn over a shot.

@@ -11,8 +11,10 @@ namespace orvanite {
 
 /// The named colour spaces that a key was made between; empty: none.
 struct PresetSpaces {
-  std::string input, working, output;
-  bool operator==(const PresetSpaces&) const = default;
+  std::string input;                                     // the plate's
+  std::string working;                                   // that it was keyed in
+  std::string output;                                    // the result's
+  bool operator==(const PresetSpaces&) const = default;  ///< All the same.
 };
 
 /// The text of a preset: all values in force, but for those that follow a screen that moves, and

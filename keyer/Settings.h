@@ -58,9 +58,9 @@ class Settings {
   /// The value in force as text that setText takes and that gives the same value back.
   std::string text(std::string_view name) const;
 
-  /// Whether a parameter moves, or any of them.
+  /// Whether a parameter moves.
   bool moves(std::string_view name) const;
-  bool moves() const;
+  bool moves() const;  ///< Any of them.
   /// The text of one channel's value, as scripts hold it: a number or a curve.
   std::string channelText(std::string_view name, int channel) const;
   /// Throws Error (wrongUse) about a parameter that moves.

@@ -25,6 +25,7 @@ OtileImage rowsFrom(const OtileImage& image, Depth depth, int row);
 /// asked for; channels may be missing. Any number of threads.
 class Words {
  public:
+  /// Room for words, which may be used again.
   using Buffer = std::vector<std::uint16_t>;
 
   /// decodes  the samples are codes, the words light
