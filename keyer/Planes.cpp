@@ -224,14 +224,14 @@ std::vector<std::uint32_t> partsOf(const Mask& mask) {
 
 Mask largeOf(const Mask& mask) {
   const auto size = static_cast<float>(std::max(mask.width, mask.height));
-  const auto least = static_cast<std::uint32_t>(0.004f * size * size);
+  const auto few = static_cast<std::uint32_t>(0.004f * size * size);
   const std::vector<std::uint32_t> part = partsOf(mask);
   std::vector<std::uint32_t> count(part.size());
   for (std::size_t i = 0; i < part.size(); ++i) count[part[i]] += mask[i];
   Mask large(mask.width, mask.height);
   std::size_t all = 0, some = 0;
   for (std::size_t i = 0; i < part.size(); ++i) {
-    large[i] = mask[i] != 0 && count[part[i]] > least;
+    large[i] = mask[i] != 0 && count[part[i]] > few;
     all += mask[i];
     some += large[i];
   }
