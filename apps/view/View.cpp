@@ -80,7 +80,7 @@ void view(const ViewOptions& options) {
   }
   wish.spoken = wish.files;
   Server server(options.port, std::make_shared<Session>(wish), (folder.path() / "given").string());
-  signals.watch([&] { server.stop(); });
+  const StopSignals::Watch stop = signals.watch([&] { server.stop(); });
   if (options.started) options.started(server.address());
   if (options.openBrowser) openInBrowser(server.address());
   server.run();

@@ -68,7 +68,7 @@ void watch(const WatchOptions& options) {
                          "application/octet-stream");
   };
   Gate gate(options.port, get, post);
-  signals.watch([&] { gate.stop(); });
+  const StopSignals::Watch stop = signals.watch([&] { gate.stop(); });
   if (options.started) options.started(gate.address());
   if (options.openBrowser) openInBrowser(gate.address());
   gate.run();
