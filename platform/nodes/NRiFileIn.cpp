@@ -11,12 +11,12 @@
 #include <cstring>
 #include <filesystem>
 
-#include "base/Error.h"
 #include "media/MovieSource.h"
 #include "media/MovieWriter.h"
 #include "platform/NRiGlobals.h"
 #include "platform/NRiLexer.h"
 #include "platform/nodes/NRiFrames.h"
+#include "platform/nodes/NRiTranslated.h"
 
 namespace {
 
@@ -28,16 +28,6 @@ std::string stampOf(const std::string& path) {
   if (error) return "0";
   const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
   return fmt::format("{:x}.{:x}", size, time);
-}
-
-// Runs what may throw the error of pictures, and throws the platform's.
-template <class Action>
-auto translated(const Action& action) {
-  try {
-    return action();
-  } catch (const orvanite::Error& error) {
-    throw NRiError(error.what());
-  }
 }
 
 // A line of a picture, whose pixels are red first, as the platform has it: red last, and alpha

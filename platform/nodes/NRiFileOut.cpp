@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "base/Error.h"
 #include "media/FramePattern.h"
 #include "media/MovieSource.h"
 #include "media/MovieWish.h"
@@ -19,6 +18,7 @@
 #include "platform/NRiThread.h"
 #include "platform/nodes/NRiFileIn.h"
 #include "platform/nodes/NRiFrames.h"
+#include "platform/nodes/NRiTranslated.h"
 
 namespace {
 
@@ -54,16 +54,6 @@ NRiFileIn* plateOf(const NRiNode& node) {
 Header headerOf(const NRiNode& node) {
   NRiFileIn* const plate = plateOf(node);
   return plate ? plate->metadata() : nullptr;
-}
-
-// Runs what may throw the error of files, and throws the platform's.
-template <class Action>
-auto translated(const Action& action) {
-  try {
-    return action();
-  } catch (const orvanite::Error& error) {
-    throw NRiError(error.what());
-  }
 }
 
 template <class Element>

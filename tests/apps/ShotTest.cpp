@@ -18,8 +18,6 @@
 #include <random>
 #include <thread>
 
-#include "base/Error.h"
-#include "media/FrameRange.h"
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
 
@@ -45,33 +43,6 @@ bool isWhole(const std::string& file) {
   } catch (const std::exception&) {
     return false;
   }
-}
-
-TEST(FrameRange, ReadsWhatPeopleAndFarmsWrite) {
-  const std::pair<const char*, std::vector<int>> good[] = {{"5", {5}},
-                                                           {"1001-1003", {1001, 1002, 1003}},
-                                                           {"1-10x4", {1, 5, 9}},
-                                                           {"1,5,9-11", {1, 5, 9, 10, 11}},
-                                                           {"3-5,4-6", {3, 4, 5, 6}},
-                                                           {"7-7", {7}},
-                                                           {"10,1", {10, 1}},
-                                                           {"0008-0010", {8, 9, 10}},
-                                                           {"1-10:4", {1, 5, 9}},
-                                                           {"5-1", {5, 4, 3, 2, 1}},
-                                                           {"9-1x-4,2", {9, 5, 1, 2}},
-                                                           {"9-2x4", {9, 5}},
-                                                           {"1-7y3", {2, 3, 5, 6}},
-                                                           {"-5", {-5}},
-                                                           {"-2-1", {-2, -1, 0, 1}},
-                                                           {"-1--5x2", {-1, -3, -5}}};
-  for (const auto& [text, frames] : good) EXPECT_EQ(media::parseFrames(text, "x"), frames) << text;
-  for (const char* text :
-       {"", "a", "1-", "--5", "-", "1-5x--2", "1-5y1", "1-5x0", "1-5x", "1,,2", "1,", "1 2",
-        "0-1000000", "99999999999", "1-5x-1", "5x-1", "1-5z2", "1.5"}) {
-    EXPECT_THROW(media::parseFrames(text, "x"), Error) << text;
-  }
-  EXPECT_EQ(media::formatFrames({1, 2, 3, 5, 7, 8}), "1-3,5,7-8");
-  EXPECT_EQ(media::formatFrames({-3, -2, 0, 1}), "-3--2,0-1");
 }
 
 TEST(Shot, EveryWayToNameItGivesTheBytesOfStills) {
@@ -497,55 +468,6 @@ TEST(Shot, ShowsABarOnATerminal) {
     EXPECT_NE(shown.find("100%  frame 4 "), std::string::npos) << shown;
     EXPECT_NE(shown.find("frames/s"), std::string::npos);
     EXPECT_NE(shown.find("left"), std::string::npos);
-  }
-}
-
-TEST(Preset, SavesWhatWasInForceAndOptionsGoOverIt) {
-  const Folder folder;
-  writeShot(folder, "fg", 1, 1);
-  const std::string fg = folder / "fg.0001.png";
-  const std::string look = folder / "look.json";
-  ASSERT_EQ(orvanite({"key", "-q", fg, "--screen", "0.1234,0.7,0.2", "--midtone-gain", "-0.25",
-                      "--output", "unpremultiplied", "--save-preset", look, "-o", folder / "a.png"})
-                .code,
-            0);
-  ASSERT_EQ(orvanite({"key", "-q", fg, "--preset", look, "-o", folder / "b.png"}).code, 0);
-  EXPECT_EQ(read(folder / "a.png").samples, read(folder / "b.png").samples);
-  ASSERT_EQ(orvanite({"key", "-q", fg, "--preset", look, "--midtone-gain", "0", "--save-preset",
-                      folder / "c.json", "-o", folder / "c.png"})
-                .code,
-            0);
-  EXPECT_NE(read(folder / "a.png").samples, read(folder / "c.png").samples);
-  std::ifstream file(folder / "c.json");
-  const auto saved = nlohmann::json::parse(file);
-  EXPECT_EQ(saved["parameters"]["midtoneGain"], 0.0);
-  EXPECT_EQ(saved["parameters"]["screen"], (std::vector<double>{0.1234, 0.7, 0.2}));
-  // A balance that followed the screen is written as it was.
-  EXPECT_EQ(saved["parameters"]["shadowBalance"], 0.5);
-
-  const std::pair<const char*, const char*> wrong[] = {
-      {R"({"orvanite": "preset", "version": 1, "parameters": {"scren": 1}})",
-       "scren: no parameter has this name; did you mean 'screen'?"},
-      {R"({"orvanite": "preset", "version": 1, "parameters": {"saturation": 9}})",
-       "saturation: expected a number from 0 to 3, found '9'"},
-      {R"({"orvanite": "preset", "version": 1, "parameters": {"screen": [1, 2]}})",
-       "screen: expected one number or R,G,B"},
-      {R"({"orvanite": "preset", "version": 1, "parameters": {"saturation": 1e999}})",
-       "this is no preset"},
-      {R"({"orvanite": "preset", "version": 2})",
-       "expected a preset of version 1, found version 2"},
-      {R"({"orvanite": "preset", "version": 1, "note": 1})",
-       "there is no key \"note\" in a preset"},
-      {"[1, 2]", "expected a preset, with"},
-      {"{", "this is no preset"},
-      {"[[[[[[[[[[[[[[[[", "this is no preset"},
-      {"", "this is no preset"}};
-  for (const auto& [text, message] : wrong) {
-    std::ofstream(look) << text;
-    const Outcome outcome = orvanite({"key", "-q", fg, "--preset", look, "-o", folder / "d.png"});
-    EXPECT_EQ(outcome.code, 1) << text;
-    EXPECT_NE(outcome.err.find("look.json: "), std::string::npos) << outcome.err;
-    EXPECT_NE(outcome.err.find(message), std::string::npos) << outcome.err;
   }
 }
 
