@@ -20,6 +20,7 @@
 #include "apps/cli/ParameterOptions.h"
 #include "apps/cli/ScreenOptions.h"
 #include "base/Error.h"
+#include "fuzz/File.h"
 #include "media/FramePattern.h"
 #include "media/FrameRange.h"
 #include "shot/Mask.h"
@@ -28,6 +29,7 @@ namespace {
 
 using orvanite::Error;
 using orvanite::Settings;
+using orvanite::fuzz::allowed;
 using Words = std::vector<std::string>;
 
 Words wordsOf(const unsigned char* data, std::size_t size) {
@@ -35,18 +37,6 @@ Words wordsOf(const unsigned char* data, std::size_t size) {
   Words words;
   for (std::string word; std::getline(text, word);) words.push_back(word);
   return words;
-}
-
-// Whatever fails says why.
-template <class Action>
-bool allowed(const Action& action) {
-  try {
-    action();
-    return true;
-  } catch (const Error& error) {
-    if (error.message().empty()) std::abort();
-    return false;
-  }
 }
 
 // A shot of one small picture, grey with some green, for the options that look at one.
