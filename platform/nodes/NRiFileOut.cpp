@@ -44,11 +44,15 @@ Samples samplesOf(const NRiName& asked, int bytes, const Header& source) {
 
 // The picture that the first inputs lead to; null where they lead to none.
 NRiFileIn* plateOf(const NRiNode& node) {
-  const NRiIPlug* const input = node.getInput(0);
-  if (input == nullptr || !input->isConnected()) return nullptr;
-  NRiNode* const from = input->imageSource()->owner();
-  auto* const file = dynamic_cast<NRiFileIn*>(from);
-  return file ? file : plateOf(*from);
+  const NRiNode* at = &node;
+  while (at != nullptr) {
+    const NRiIPlug* const input = at->getInput(0);
+    if (input == nullptr || !input->isConnected()) return nullptr;
+    NRiNode* const from = input->imageSource()->owner();
+    if (auto* const file = dynamic_cast<NRiFileIn*>(from)) return file;
+    at = from;
+  }
+  return nullptr;
 }
 
 Header headerOf(const NRiNode& node) {
