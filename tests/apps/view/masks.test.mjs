@@ -6,30 +6,9 @@ import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
 import {copyFileSync, readFileSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
-import {after, test} from 'node:test';
-import {browse, drawPlate, folder, program, readPng, serve} from './program.mjs';
-
-const closers = [];
-after(async () => { for (const close of closers.reverse()) await close(); });
-
-async function open(options, width = 1280, height = 720) {
-  const server = await serve(...options);
-  closers.push(() => server.stop());
-  const {page, close} = await browse(width, height);
-  closers.push(close);
-  await page.addInitScript(() => {
-    window.seen = [];
-    addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
-  });
-  await page.goto(server.address);
-  await settled(page);
-  return page;
-}
-
-async function settled(page) {
-  await page.waitForTimeout(300);
-  await page.waitForFunction(() => seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
-}
+import {test} from 'node:test';
+import {open, settled} from './page.mjs';
+import {drawPlate, folder, program, readPng} from './program.mjs';
 
 /** Where pixels of the plate lie in the window. */
 const placesOf = (page, points) => page.evaluate((all) => {
@@ -87,7 +66,7 @@ async function compareCanvas(page, path) {
 
 test('masks are drawn with a pointer, each a step to undo; page, Render and command give the same bytes', async () => {
   const files = drawPlate('--size', '480x270');
-  const page = await open([files.plate, '--bg', files.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
+  const {page} = await open([files.plate, '--bg', files.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
   const plain = join(folder(), 'plain.png');
   execFileSync(program, ['key', files.plate, '--bg', files.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '-q', '-o', plain]);
   const layout = () => page.evaluate(() => [...document.querySelectorAll('header button, aside, #stage, footer')].map((one) => Object.values(one.getBoundingClientRect().toJSON()).join()).join(';'));
@@ -150,7 +129,7 @@ test('masks are drawn with a pointer, each a step to undo; page, Render and comm
 test('masks are keyed at frames; a render of the shot gives each frame its own', async () => {
   const {folder: shot} = drawPlate('--size', '160x90', '--frames', '7-11');
   const [out, other] = [folder(), folder()];
-  const page = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
   const goTo = async (frame) => {
     await page.fill('#frameNumber', String(frame));
     await page.keyboard.press('Enter');
@@ -190,7 +169,7 @@ test('masks are keyed at frames; a render of the shot gives each frame its own',
 
 test('masks by keyboard and by finger: named, seen, moved, removed; from a file, and refused from a bad one', async () => {
   const files = drawPlate('--size', '160x90');
-  const page = await open([files.plate, '--screen', '0.16,0.63,0.23'], 390, 780);
+  const {page} = await open([files.plate, '--screen', '0.16,0.63,0.23'], {width: 390, height: 780});
   await page.locator('#stage').focus();
   await page.keyboard.press('m');
   await page.focus('#maskPolygon');
