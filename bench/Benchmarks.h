@@ -26,6 +26,10 @@ void registerTargets();
 /// tables/BITS/ENCODING/WHAT.
 void registerRebuild();
 
+/// auto/BITS/ENCODING/WHAT/THREADS: finding a key, carrying it to a frame, rendering beside its
+/// estimates.
+void registerFinding();
+
 /// finish/BITS/ENCODING/SWITCH/THREADS: composites with a switch of the finish, none, or all.
 void registerFinish();
 

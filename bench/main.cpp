@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   orvanite::bench::registerKeying();
   orvanite::bench::registerRebuild();
   orvanite::bench::registerTargets();
+  orvanite::bench::registerFinding();
   orvanite::bench::registerFinish();
   orvanite::bench::registerPeers();
   benchmark::RunSpecifiedBenchmarks();

@@ -84,6 +84,18 @@ def print_peers(best):
                  "its ms, 2 threads", "ours, ms", "faster"], rows)
 
 
+def print_finding(best):
+    """Automatic keys: milliseconds on one thread and on two."""
+    found = {}
+    for name, (seconds, _) in best.items():
+        parts = name.split("/")
+        if parts[0] == "auto":
+            found.setdefault(tuple(parts[1:4]), {})[parts[4]] = f"{seconds * 1e3:.1f}"
+    print_table(["bits", "encoding", "automatic key", "ms, 1 thread", "ms, 2 threads"],
+                [[*key, times.get("1", "-"), times.get("2", "-")]
+                 for key, times in sorted(found.items(), key=lambda k: int(k[0][0]))])
+
+
 def print_finish(best):
     """Composites with switches of the finish: milliseconds, and as times the plain key's."""
     rows, found = [], {}
@@ -147,6 +159,7 @@ def main():
                  "of memory"], rows)
 
     print_peers(best)
+    print_finding(best)
     print_finish(best)
     print_targets(best)
 

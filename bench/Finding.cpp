@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Automatic keys: finding one in a plate, carrying it to another frame, rendering beside its
+// estimates.
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "bench/Benchmarks.h"
+#include "bench/Frames.h"
+#include "keyer/BlindKeyer.h"
+
+namespace orvanite::bench {
+namespace {
+
+Plate plateOf(const Pictures& pictures) {
+  const Frame frame = pictures.frame();
+  return {frame.pictures.fg, frame.width, frame.height, frame.depth};
+}
+
+Settings givenOf(Encoding encoding) {
+  Settings given;
+  given.setText("colourspace", encodingNames[static_cast<int>(encoding)]);
+  return given;
+}
+
+void find(benchmark::State& state, int depth, Encoding encoding) {
+  const Plate plate = plateOf(pictures(depth, encoding));
+  const Settings given = givenOf(encoding);
+  for (auto _ : state) benchmark::DoNotOptimize(findKey(plate, given));
+  countPixels(state);
+}
+
+void carry(benchmark::State& state, int depth, Encoding encoding) {
+  const Plate plate = plateOf(pictures(depth, encoding));
+  const BlindKey key = findKey(plate, givenOf(encoding));
+  for (auto _ : state) benchmark::DoNotOptimize(key.carriedTo(plate));
+  countPixels(state);
+}
+
+void render(benchmark::State& state, int depth, Encoding encoding, int threads) {
+  const Pictures& all = pictures(depth, encoding);
+  const BlindKey key = findKey(plateOf(all), givenOf(encoding));
+  Settings settings = key.settings;
+  settings.setText("output", "composite");
+  Inputs inputs;
+  inputs.background = true;
+  BlindKeyer keyer;
+  keyer.prepare(key, settings, Depth{depth}, inputs);
+  const Frame frame = all.frame();
+  for (auto _ : state) {
+    keyer.render(key, frame, threads);
+    benchmark::ClobberMemory();
+  }
+  countPixels(state);
+}
+
+}  // namespace
+
+void registerFinding() {
+  for (const int depth : {1, 2, 4}) {
+    const Encoding encoding = depth == 4 ? Encoding::linear : Encoding::video;
+    const auto put = [&](const std::string& what, int threads, auto&& body) {
+      const std::string name = "auto/" + std::to_string(8 * depth) + "/" +
+                               encodingNames[static_cast<int>(encoding)] + "/" + what + "/" +
+                               std::to_string(threads);
+      benchmark::RegisterBenchmark(name.c_str(), body)->UseRealTime();
+    };
+    put("find", 1, [=](benchmark::State& state) { find(state, depth, encoding); });
+    put("carry", 1, [=](benchmark::State& state) { carry(state, depth, encoding); });
+    for (const int threads : {1, 2}) {
+      put("render", threads,
+          [=](benchmark::State& state) { render(state, depth, encoding, threads); });
+    }
+  }
+}
+
+}  // namespace orvanite::bench
