@@ -16,6 +16,7 @@ import {Pins} from './pins.js';
 import {MaskTool} from './masks.js';
 import {shapesOf, textOf} from './shapes.js';
 import {Timeline} from './timeline.js';
+import {Nudge} from './nudge.js';
 
 const byId = (id) => document.getElementById(id);
 
@@ -71,7 +72,7 @@ async function start() {
     if (slot === 0) {
       const before = JSON.stringify(state.inForce);
       state.inForce = picture.inForce;
-      if (JSON.stringify(state.inForce) !== before) panel.refresh();
+      if (JSON.stringify(state.inForce) !== before) { panel.refresh(); nudge.refresh(); }
       if (picture.matte) {
         measured = picture.matte;
         showMeasure(byId('histogram'), byId('counts'), measured);
@@ -144,6 +145,7 @@ async function start() {
     picker.start(parameter.name, parameter.name === 'fgBias' ? 'something grey or white of the subject'
       : parameter.name === 'screen' ? 'the screen' : `a ${parameter.label.toLowerCase()}`);
   });
+  const nudge = new Nudge(byId('nudgeRow'), panel, state);
   const timeline = new Timeline(state, description, {
     bar: byId('timeline'), play: byId('play'), slider: byId('frame'), field: byId('frameNumber'),
     enter: byId('markIn'), leave: byId('markOut'), list: byId('keyList'),
@@ -258,7 +260,7 @@ async function start() {
       const found = await ask('auto', {settings: state.settings, frame: state.frame}, search.signal);
       auto = null;
       picker.stop();
-      state.set(found.settings);
+      state.choose(found.settings);
       await renders.idle(0);  // its words go with its picture
       picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame. Ctrl+Z takes it back. 2 shows the matte, 5 the composite.`);
     } catch (error) {

@@ -46,7 +46,8 @@ export class Panel {
     const screen = state.description.parameters.find((one) => one.name === 'screen');
     if (screen) root.prepend(groups.get(screen.group));
     state.addEventListener('settings', () => this.refresh());
-    this.listenToHeldKeys();
+    this.held = false;
+    this.listenToHeldKeys(root);
     state.addEventListener('shown', () => this.refresh());
     help.textContent = 'Point at a control to read what it does. A double click on its name or slider gives it back to its default.';
     this.refresh();
@@ -77,13 +78,12 @@ export class Panel {
   }
 
   // A key that is held down moves a value in many steps, and is one change.
-  listenToHeldKeys() {
-    this.held = false;
-    this.root.addEventListener('keydown', (event) => {
+  listenToHeldKeys(root) {
+    root.addEventListener('keydown', (event) => {
       if (moving.has(event.key) && event.target.matches('input[type=range], input[type=number]')) this.held = true;
     });
     for (const end of ['keyup', 'focusout']) {
-      this.root.addEventListener(end, () => {
+      root.addEventListener(end, () => {
         if (!this.held) return;
         this.held = false;
         this.state.commit();
@@ -117,16 +117,21 @@ export class Panel {
       : `${here ? 'Take the key at this frame away' : 'A key at this frame'}. It moves ${smooth ? 'smoothly' : 'straight'} from key to key; Shift and click changes that`;
   }
 
-  explain(parameter) {
+  /** Says what a control does, unless something wrong is still to be read. */
+  say(words) {
     if (performance.now() - this.warnedAt < warningMilliseconds) return;
     this.help.classList.remove('warns');
+    this.help.textContent = words;
+  }
+
+  explain(parameter) {
     const {unit, low, high, label, help, standard, type} = parameter;
     const range = ['number', 'triple', 'colour'].includes(type) ? ` Unit: ${unit}, ${short(low)} to ${short(high)}.` : '';
     const usual = parameter.followsScreen ? '0.9 for a screen bluer than green, else 0.5' : standard;
     const choice = parameter.choices?.find((one) => one.text === this.state.text(parameter.name));
     const chosen = choice ? ` ${choice.label}: ${choice.help}.` : '';
     const named = parameter.choices?.find((one) => one.text === usual)?.label ?? usual;
-    this.help.textContent = `${label}: ${help}${chosen}${range} Default: ${named}.`;
+    this.say(`${label}: ${help}${chosen}${range} Default: ${named}.`);
   }
 
   slider(parameter, changed, properties = {}) {

@@ -4,6 +4,7 @@
 // that can be undone stand in the browser's record of the address: a reload loses nothing.
 
 import {keyedText, moves, reshaped, withKey, withoutKey} from './curves.js';
+import {centreOf} from './nudge.js';
 
 const historyLimit = 200;
 
@@ -15,6 +16,7 @@ export class State extends EventTarget {
     super();
     this.description = description;
     this.sides = {a: {...description.settings}, b: {...description.settings}};
+    this.centres = {a: centreOf(this.sides.a), b: centreOf(this.sides.b)};  // what Auto or a preset chose, to nudge around
     this.side = 'a';
     this.view = 'composite';
     this.frame = description.frames[0];
@@ -42,6 +44,7 @@ export class State extends EventTarget {
   }
 
   get settings() { return this.sides[this.side]; }
+  get centre() { return this.centres[this.side]; }
   get other() { return this.sides[this.side === 'a' ? 'b' : 'a']; }
 
   parameter(name) { return this.description.parameters.find((one) => one.name === name); }
@@ -115,7 +118,14 @@ export class State extends EventTarget {
   replace(texts) {
     const {masks} = this.settings;
     this.sides[this.side] = {...(masks && {masks}), ...texts};
+    this.centres[this.side] = centreOf(texts);
     this.commit();
+  }
+
+  /** Takes what was found for the plate; it is the middle of what is nudged from here on. */
+  choose(texts) {
+    this.centres[this.side] = centreOf(texts);
+    this.set(texts);
   }
 
   step(from, to) {
@@ -138,7 +148,9 @@ export class State extends EventTarget {
   }
 
   copySide() {
-    this.sides[this.side === 'a' ? 'b' : 'a'] = {...this.settings};
+    const to = this.side === 'a' ? 'b' : 'a';
+    this.sides[to] = {...this.settings};
+    this.centres[to] = this.centre;
     this.commit();
   }
 
@@ -150,6 +162,8 @@ export class State extends EventTarget {
       for (const name of Object.keys(settings).sort()) {
         text.set(side === 'a' ? name : `b.${name}`, settings[name]);
       }
+      const centre = this.centres[side];
+      if (centre) text.set(side === 'a' ? 'centre' : 'b.centre', centre);
     }
     return text.toString();
   }
@@ -200,6 +214,8 @@ export class State extends EventTarget {
         if (value !== null && (value || name !== 'masks')) settings[name] = value;
       }
       this.sides[side] = settings;
+      const centre = text.get(side === 'a' ? 'centre' : 'b.centre');
+      this.centres[side] = /^-?[\d.]+(,-?[\d.]+){2}$/.test(centre) ? centre : null;
     }
   }
 }

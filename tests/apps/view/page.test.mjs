@@ -297,6 +297,60 @@ test('Auto finds the screen, and says when there is none', async () => {
   assert.equal(setting(other, 'screen'), null);
 });
 
+test('one slider keeps or keys more around what Auto chose, and leaves as plain gains', async () => {
+  const files = drawPlate('--size', '480x270');
+  const {page} = await open([files.plate]);
+  const gains = ['shadowGain', 'midtoneGain', 'highlightGain'];
+  const now = () => gains.map((name) => Number(setting(page, name) ?? 0));
+  const matte = async () => (await page.locator('#counts span').allTextContents()).map((text) => parseFloat(text.match(/[\d.]+/)[0]));
+  await page.click('#auto');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  await settled(page);
+  const chosen = now();
+  const [clear, , solid] = await matte();
+  assert.equal(await value(page, 'nudge'), '0', 'the middle is what Auto chose');
+
+  const press = async (key) => { await page.focus('#nudge'); await page.keyboard.press(key); await settled(page); };
+  const away = (by) => chosen.map((gain) => Number((gain + by).toFixed(4)));
+  await press('End');
+  assert.deepEqual(now(), away(0.2));
+  const [moreClear, , lessSolid] = await matte();
+  assert.ok(moreClear > clear && lessSolid < solid - 5, `${clear} and ${solid}, then ${moreClear} and ${lessSolid}`);
+  await press('Home');
+  assert.deepEqual(now(), away(-0.2));
+  assert.ok((await matte())[2] > solid + 1, 'holes close');
+  assert.match(await page.locator('#nudge').getAttribute('aria-valuetext'), /^0\.2 kept more$/);
+
+  // A gain that is turned alone keeps its distance to the others, and shows as a third of it.
+  await page.locator('#p-shadowGain ~ input').fill(String(chosen[0] + 0.1));
+  await page.keyboard.press('Enter');
+  await settled(page);
+  assert.ok(Math.abs(Number(await value(page, 'nudge')) - (0.1 - 0.2 - 0.2) / 3) < 1e-3);
+  await page.keyboard.press('Control+z');
+  await settled(page);
+  assert.deepEqual(now(), away(-0.2));
+
+  // A gesture is a step; the middle outlives a reload; what leaves the page knows nothing of it.
+  await dragSlider(page, 'nudge', 0.75);
+  const dragged = now();
+  assert.ok(Math.abs(dragged[0] - chosen[0] - 0.1) < 0.01, `${dragged}`);
+  assert.ok(dragged.every((gain, i) => Math.abs(gain - chosen[i] - (dragged[0] - chosen[0])) < 1e-4));
+  compareColours(await shownPixels(page), await keyed(page, 'composite'), 'nudged');
+  const line = await copiedCommand(page);
+  gains.forEach((name, i) => assert.ok(line.includes(`--${name.replace('G', '-g')}=${dragged[i]}`), line));
+  assert.ok(!/centre|nudge/.test(line), line);
+  await page.reload();
+  await settled(page);
+  assert.ok(Math.abs(Number(await value(page, 'nudge')) - (dragged[0] - chosen[0])) < 1e-3, 'after a reload');
+  await page.keyboard.press('Control+z');
+  await settled(page);
+  assert.deepEqual(now(), away(-0.2));
+  await page.dblclick('#nudge');
+  await settled(page);
+  assert.deepEqual(now(), chosen);
+  assert.deepEqual(page.problems, []);
+});
+
 test('wipe, sides, values under the pointer and keys', async () => {
   const files = drawPlate('--size', '320x180');
   const {page} = await open([files.plate, '--bg', files.background, '--screen', '0.16,0.63,0.23']);
