@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "engine/colour/Encoding.h"
+#include "keyer/Masks.h"
 
 namespace orvanite {
 namespace {

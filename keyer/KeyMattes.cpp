@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "keyer/Masks.h"
+
 namespace orvanite {
 Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const int w = plate.sure.width;
@@ -41,8 +43,9 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
       thing[i] = 0;
     }
   }
-  Plane matte = distanceTo(thing);
-  for (float& v : matte.values) v = std::clamp((v - 3) / 2, 0.0f, 1.0f);
+  constexpr float from = 3, to = 5;  // pixels
+  Plane matte = distanceWithin(thing, to);
+  for (float& v : matte.values) v = std::clamp((v - from) / (to - from), 0.0f, 1.0f);
   return matte;
 }
 
@@ -102,19 +105,19 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     open[i] = share[i] > 0.7f || regions.inside[i] == 0;
     beside[i] = large[i] != 0 || regions.inside[i] == 0;
   }
-  const Plane depth = distanceTo(open);
-  const Plane within = distanceTo(beside);
+  const auto size = static_cast<float>(std::max(share.width, share.height));
+  const float from = 0.03f * size, to = 0.06f * size;  // pixels
+  const Plane depth = distanceWithin(open, to);
+  const Plane within = distanceWithin(beside, to);
   const Plane texture = textureOf(look, plate, regions);
   const Plane pure = pureAround(regions);
-  const auto size = static_cast<float>(std::max(share.width, share.height));
   Plane hold(share.width, share.height);
   for (std::size_t i = 0; i < hold.size(); ++i) {
     if (beside[i] != 0) continue;
-    const float solid = open[i] != 0 ? 0.0f
-                                     : ramp(depth[i], 0.03f * size, 0.06f * size) *
-                                           (1 - ramp(share[i], 0.45f, 0.65f));
-    const float rough = ramp(within[i], 0.03f * size, 0.06f * size) *
-                        ramp(texture[i], 0.04f, 0.07f) * (1 - ramp(pure[i], 0.03f, 0.11f));
+    const float solid =
+        open[i] != 0 ? 0.0f : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f));
+    const float rough = ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
+                        (1 - ramp(pure[i], 0.03f, 0.11f));
     hold[i] = std::max(solid, rough);
   }
   return blurred(hold, 1);

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "keyer/Masks.h"
+
 namespace orvanite {
 
 KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate& plate) {
@@ -47,13 +49,14 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
     out.screen[i] = std::hypot(seen[0] - own[0], seen[1] - own[1]) < within;
   }
   out.inside = hullOf(plate.sure, 5);
-  out.screenDistance = distanceTo(out.screen);
+  constexpr float apart = 4;  // pixels, of subject and screen
+  const Plane screenDistance = distanceWithin(out.screen, apart);
   out.subject = Mask(w, h);
   Mask other(w, h, 1);
   std::vector<float> shares;
   const auto findSubject = [&] {
     for (std::size_t i = 0; i < other.size(); ++i) {
-      if (out.calmShare[i] < 0.35f && out.screenDistance[i] > 4 && out.inside[i] != 0) {
+      if (out.calmShare[i] < 0.35f && screenDistance[i] > apart && out.inside[i] != 0) {
         out.subject[i] = 1;
         other[i] = 0;
         shares.push_back(out.calmShare[i]);
@@ -67,11 +70,12 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
     findSubject();
   }
   const float purest = std::max(0.06f, quantile(shares, 0.5));
-  const Plane depth = distanceTo(other);
+  constexpr float deep = 3;  // pixels
+  const Plane depth = distanceWithin(other, deep);
   out.core = Mask(w, h);
   out.pure = Mask(w, h);
   for (std::size_t i = 0; i < other.size(); ++i) {
-    out.core[i] = depth[i] > 3 && out.subject[i] != 0;
+    out.core[i] = depth[i] > deep && out.subject[i] != 0;
     out.pure[i] = out.subject[i] != 0 && out.calmShare[i] <= purest;
     out.pureCount += out.pure[i];
   }

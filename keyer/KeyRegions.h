@@ -13,17 +13,16 @@ namespace orvanite {
 
 /// The parts of a look. A matte here is 1 at the subject.
 struct KeyRegions {
-  Plane share;           // how much screen a plain key sees in each pixel, 1 all; with grain
-  Plane calmShare;       // the same with its grain averaged away
-  float grain = 0;       // standard deviation of `share` on the screen
-  float calm = 0;        // what is left of it in `calmShare`
-  float radius = 0.8f;   // sigma of that average, in pixels
-  Mask screen;           // surely screen
-  Mask subject;          // surely subject, or most of it
-  Mask inside;           // within the screen's hull: what is around it is no part of the picture
-  Mask core;             // subject, well inside its edges
-  Mask pure;             // subject without any screen in it
-  Plane screenDistance;  // to the nearest sure screen, in pixels
+  Plane share;          // how much screen a plain key sees in each pixel, 1 all; with grain
+  Plane calmShare;      // the same with its grain averaged away
+  float grain = 0;      // standard deviation of `share` on the screen
+  float calm = 0;       // what is left of it in `calmShare`
+  float radius = 0.8f;  // sigma of that average, in pixels
+  Mask screen;          // surely screen
+  Mask subject;         // surely subject, or most of it
+  Mask inside;          // within the screen's hull: what is around it is no part of the picture
+  Mask core;            // subject, well inside its edges
+  Mask pure;            // subject without any screen in it
   std::vector<std::uint32_t> nearestPure;  // index of the nearest pure pixel
   std::size_t pureCount = 0;
 };

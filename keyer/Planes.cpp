@@ -97,67 +97,6 @@ Plane planeOf(const Mask& mask) {
   return plane;
 }
 
-// Exact: along columns first, then the lower envelope of parabolas along rows.
-Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest) {
-  const int w = mask.width;
-  const int h = mask.height;
-  Plane out(w, h);
-  if (nearest != nullptr) nearest->assign(mask.size(), 0);
-  if (w == 0 || h == 0) return out;
-  constexpr int none = 1 << 20;
-  Raster<int> source(w, h, -none);  // the row of the nearest one in the column
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      source(x, y) = mask(x, y) != 0 ? y : y > 0 ? source(x, y - 1) : -none;
-    }
-  }
-  for (int y = h - 2; y >= 0; --y) {
-    for (int x = 0; x < w; ++x) {
-      const int below = source(x, y + 1);
-      if (below != -none && std::abs(below - y) < std::abs(source(x, y) - y)) source(x, y) = below;
-    }
-  }
-  std::vector<int> vertex(static_cast<std::size_t>(w));
-  std::vector<double> from(static_cast<std::size_t>(w) + 1);
-  for (int y = 0; y < h; ++y) {
-    int count = 0;
-    const auto height = [&](int x) {
-      const double d = source(x, y) - y;
-      return d * d;
-    };
-    for (int x = 0; x < w; ++x) {
-      if (source(x, y) == -none) continue;
-      double start = -1e30;
-      while (count > 0) {
-        const int v = vertex[static_cast<std::size_t>(count - 1)];
-        start = (height(x) + static_cast<double>(x) * x - height(v) - static_cast<double>(v) * v) /
-                (2.0 * (x - v));
-        if (start > from[static_cast<std::size_t>(count - 1)]) break;
-        --count;
-        start = -1e30;
-      }
-      vertex[static_cast<std::size_t>(count)] = x;
-      from[static_cast<std::size_t>(count)] = start;
-      ++count;
-    }
-    int at = 0;
-    for (int x = 0; x < w; ++x) {
-      if (count == 0) {
-        out(x, y) = 1e6f;
-        continue;
-      }
-      while (at + 1 < count && from[static_cast<std::size_t>(at + 1)] < x) ++at;
-      const int v = vertex[static_cast<std::size_t>(at)];
-      const double across = x - v;
-      out(x, y) = static_cast<float>(std::sqrt(height(v) + across * across));
-      if (nearest != nullptr) {
-        (*nearest)[mask.index(x, y)] = static_cast<std::uint32_t>(mask.index(v, source(v, y)));
-      }
-    }
-  }
-  return out;
-}
-
 namespace {
 
 /// The extreme of each pixel and its eight neighbours.
@@ -186,101 +125,11 @@ constexpr auto most = [](auto a, auto b) { return std::max(a, b); };
 
 }  // namespace
 
-Mask opened(const Mask& mask) { return extreme(extreme(mask, least), most); }
-
 Plane contrast(const Plane& plane) {
   Plane high = extreme(plane, most);
   const Plane low = extreme(plane, least);
   for (std::size_t i = 0; i < high.size(); ++i) high[i] -= low[i];
   return high;
-}
-
-std::vector<std::uint32_t> partsOf(const Mask& mask) {
-  std::vector<std::uint32_t> part(mask.size());
-  const auto root = [&](std::uint32_t i) {
-    while (part[i] != i) i = part[i] = part[part[i]];
-    return i;
-  };
-  const auto w = static_cast<std::uint32_t>(mask.width);
-  for (int y = 0; y < mask.height; ++y) {
-    for (int x = 0; x < mask.width; ++x) {
-      const auto i = static_cast<std::uint32_t>(mask.index(x, y));
-      part[i] = i;
-      if (mask[i] == 0) continue;
-      const auto join = [&](std::uint32_t other) {
-        if (mask[other] == 0) return;
-        const std::uint32_t a = root(other), b = root(i);
-        part[std::max(a, b)] = std::min(a, b);
-      };
-      if (x > 0) join(i - 1);
-      if (y > 0) join(i - w);
-      if (x > 0 && y > 0) join(i - w - 1);
-      if (x + 1 < mask.width && y > 0) join(i - w + 1);
-    }
-  }
-  for (std::uint32_t i = 0; i < part.size(); ++i) part[i] = root(i);
-  return part;
-}
-
-Mask largeOf(const Mask& mask) {
-  const auto size = static_cast<float>(std::max(mask.width, mask.height));
-  const auto few = static_cast<std::uint32_t>(0.004f * size * size);
-  const std::vector<std::uint32_t> part = partsOf(mask);
-  std::vector<std::uint32_t> count(part.size());
-  for (std::size_t i = 0; i < part.size(); ++i) count[part[i]] += mask[i];
-  Mask large(mask.width, mask.height);
-  std::size_t all = 0, some = 0;
-  for (std::size_t i = 0; i < part.size(); ++i) {
-    large[i] = mask[i] != 0 && count[part[i]] > few;
-    all += mask[i];
-    some += large[i];
-  }
-  return 2 * some > all ? large : mask;
-}
-
-Mask hullOf(const Mask& mask, float inset) {
-  constexpr int directions = 24;
-  std::array<float, directions> dx{}, dy{}, reach{};
-  for (std::size_t d = 0; d < directions; ++d) {
-    const double angle = 2 * pi * static_cast<double>(d) / directions;
-    dx[d] = static_cast<float>(std::cos(angle));
-    dy[d] = static_cast<float>(std::sin(angle));
-    reach[d] = -1e9f;
-  }
-  for (int y = 0; y < mask.height; ++y) {
-    // Of a row only the outermost pixels can reach furthest.
-    int left = 0;
-    int right = mask.width - 1;
-    while (left < mask.width && mask(left, y) == 0) ++left;
-    while (right > left && mask(right, y) == 0) --right;
-    if (left == mask.width) continue;
-    for (std::size_t d = 0; d < directions; ++d) {
-      for (const int x : {left, right}) {
-        reach[d] =
-            std::max(reach[d], dx[d] * static_cast<float>(x) + dy[d] * static_cast<float>(y));
-      }
-    }
-  }
-  // Along the frame's edge the hull ends where the frame does.
-  Mask hull(mask.width, mask.height);
-  for (int y = 0; y < mask.height; ++y) {
-    float left = 0;
-    float right = static_cast<float>(mask.width - 1);
-    for (std::size_t d = 0; d < directions; ++d) {
-      const float rest = reach[d] - inset - dy[d] * static_cast<float>(y);
-      if (dx[d] > 1e-4f) {
-        right = std::min(right, rest / dx[d]);
-      } else if (dx[d] < -1e-4f) {
-        left = std::max(left, rest / dx[d]);
-      } else if (rest < 0) {
-        right = -1;
-      }
-    }
-    for (int x = static_cast<int>(std::ceil(left)); static_cast<float>(x) <= right; ++x) {
-      hull(x, y) = 1;
-    }
-  }
-  return hull;
 }
 
 float quantile(std::vector<float>& values, double share) {

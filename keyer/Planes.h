@@ -44,26 +44,8 @@ Plane blurred(const Plane& plane, float sigma);
 Colours blurred(const Colours& planes, float sigma);
 Plane planeOf(const Mask& mask);
 
-/// How far each pixel is from the nearest one of a mask, in pixels; far beyond the frame where the
-/// mask is empty. `nearest`, where given, takes that one's index.
-Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest = nullptr);
-
-/// What is left of a mask when all that is narrower than 3 pixels goes.
-Mask opened(const Mask& mask);
-
-/// Connected parts of a mask: for each pixel the least index of its part, 8 neighbours; its own
-/// where the mask is 0.
-std::vector<std::uint32_t> partsOf(const Mask& mask);
-
-/// The parts of a mask that are large for its frame; all of it where they are not most of it.
-Mask largeOf(const Mask& mask);
-
 /// The largest value minus the least one among a pixel and its eight neighbours.
 Plane contrast(const Plane& plane);
-
-/// The pixels of a mask within its own convex hull, `inset` pixels in from it: a frame of other
-/// things around a screen stays out.
-Mask hullOf(const Mask& mask, float inset);
 
 /// The value below which a share (0..1) of them lies; 0 where there are none. Reorders them.
 float quantile(std::vector<float>& values, double share);

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "keyer/Masks.h"
+
 namespace orvanite {
 namespace {
 
@@ -206,7 +208,7 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   }
   const Mask all = opened(grown), bulk = opened(fuller);
   constexpr float crease = 3.5f;  // pixels to its middle
-  const Plane between = distanceTo(bulk);
+  const Plane between = distanceWithin(bulk, crease);
   for (std::size_t i = 0; i < own.size(); ++i) across[i] = between[i] < crease;
   const Mask led = ledFrom(own, all, partsOf(all)), far = ledFrom(own, bulk, partsOf(across));
   const Mask firm = opened(own);
@@ -216,12 +218,12 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   own = opened(own);
   Mask other(w, h);
   for (std::size_t i = 0; i < own.size(); ++i) other[i] = own[i] == 0;
-  const Plane depth = distanceTo(other);
   ScreenPlate plate;
   plate.sure = Mask(w, h);
   // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
   // shows through gaps alone, what there is must do.
   const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
+  const Plane depth = distanceWithin(other, away);
   for (const float least : {away, 0.6f * away, 0.5f}) {
     std::size_t count = 0;
     for (std::size_t i = 0; i < own.size(); ++i) {
@@ -234,8 +236,8 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   // Leaves of the screen's hue are seen in specks; so is a screen between them, but in the colour
   // that the rest of it leads to.
   const Mask large = largeOf(known);
-  const Plane beyond = distanceTo(large);
   const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
+  const Plane beyond = distanceWithin(large, near);
   const Mask calm = calmOf(grey, large);
   plate.sure = calm;
   for (int round = 0; round < 3; ++round) {
@@ -413,7 +415,7 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   constexpr float farOff = 12;  // pixels
   Mask unsure(w, h);
   for (std::size_t i = 0; i < unsure.size(); ++i) unsure[i] = plate.sure[i] == 0;
-  const Plane depth = distanceTo(unsure);
+  const Plane depth = distanceWithin(unsure, farOff);
   Mask trusted(w, h);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
   const float within = std::max(0.012f, 1.2f * look.grain / light);
