@@ -282,6 +282,8 @@ std::string nameIn(const std::string& body) { return textOf(parse(body), "name")
 
 int indexOf(const std::string& body) { return intOf(parse(body), "index"); }
 
+int frameIn(const std::string& body) { return intOf(parse(body), "frame"); }
+
 Given givenIn(const std::string& body) { return givenIn(parse(body)); }
 
 std::string describe(const Footage& footage, const shot::ShotFiles& named, const Given& given,

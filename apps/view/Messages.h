@@ -70,8 +70,9 @@ Settings presetIn(const std::string& body);
 Masks masksFileIn(const std::string& body);
 /// The member "name" of a body: what the page calls the file of its masks.
 std::string nameIn(const std::string& body);
-/// The member "index" of a body.
+/// The members "index" and "frame" of a body.
 int indexOf(const std::string& body);
+int frameIn(const std::string& body);
 /// The member "settings" of a body: texts by parameter names, and the text of masks beside them.
 struct Given {
   Settings settings;

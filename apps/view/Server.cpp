@@ -45,10 +45,14 @@ const char* nameOf(RenderJob::State state) {
   }
 }
 
+// A page asks for one at a time.
+constexpr int thumbnailLimit = 2;
+
 // Counts itself among those that wait, as long as it lives.
 class Waiting {
  public:
-  explicit Waiting(std::atomic<int>& count) : count_(count), admitted_(++count <= waitingLimit) {}
+  explicit Waiting(std::atomic<int>& count, int limit = waitingLimit)
+      : count_(count), admitted_(++count <= limit) {}
   ~Waiting() { --count_; }
   Waiting(const Waiting&) = delete;
   Waiting& operator=(const Waiting&) = delete;
@@ -68,7 +72,7 @@ struct Server::Implementation {
   std::mutex opening{};
   std::unique_ptr<Gate> gate{};
   Newest newest{};
-  std::atomic<int> waiting = 0;
+  std::atomic<int> waiting = 0, thumbnails = 0;
 
   std::shared_ptr<Session> current() const {
     const std::lock_guard lock(sessions);
@@ -140,6 +144,14 @@ struct Server::Implementation {
     response.body = pictureReply(*rendered, asked, taken.count());
   }
 
+  // Pictures come first: while some are rendered, none of these is read.
+  void answerThumbnail(Thumbnails& from, const Request& request, Response& response) {
+    const int frame = frameIn(request.body);
+    const Waiting turn(thumbnails, thumbnailLimit);
+    if (waiting > 0 || !turn) return fail(response, 503, "thumbnail", "others come first");
+    response.set_content(screenReply(*from.of(frame)), "application/octet-stream");
+  }
+
   void answerPost(std::string_view wanted, const Request& request, Response& response) {
     const std::shared_ptr<Session> now = current();
     Renderer& renderer = now->renderer();
@@ -165,7 +177,9 @@ struct Server::Implementation {
       const BoxRequest asked = boxRequestOf(request.body);
       return response.set_content(boxReply(renderer.colours(asked.frame, asked.box)), jsonType);
     }
-    if (wanted == "preset") {
+    if (wanted == "thumbnail") {
+      answerThumbnail(now->thumbnails(), request, response);
+    } else if (wanted == "preset") {
       response.set_content(presetText(givenIn(request.body).settings), jsonType);
     } else if (wanted == "command") {
       const Given given = givenIn(request.body);

@@ -37,6 +37,7 @@ Session::Session(const Wish& wish)
       handsOver_(view::handsOver(wish, footage_)),
       settings_(startOf(wish, footage_)),
       renderer_(footage_),
+      thumbnails_(wish.files, wish.colours),
       job_(footage_,
            handsOver_ ? (std::filesystem::path(wish.folder) / "key.png").string() : wish.output,
            wish.exports.arguments) {}

@@ -2,7 +2,7 @@
 //
 // One shot under the page: its pictures, who renders them, and where renders go. Opening another
 // picture makes another session; requests that are under way end in the one they began in.
-// Knows Footage, Renderer and RenderJob.
+// Knows Footage, Renderer, Thumbnails and RenderJob.
 #pragma once
 
 #include <functional>
@@ -11,6 +11,7 @@
 
 #include "apps/view/RenderJob.h"
 #include "apps/view/Renderer.h"
+#include "apps/view/Thumbnails.h"
 
 namespace orvanite::view {
 
@@ -51,6 +52,7 @@ class Session {
   bool handsOver() const { return handsOver_; }
   Footage& footage() { return footage_; }
   Renderer& renderer() { return renderer_; }
+  Thumbnails& thumbnails() { return thumbnails_; }
   RenderJob& job() { return job_; }
 
   /// The file in which a render finds these masks; empty where there are none. Throws Error.
@@ -62,6 +64,7 @@ class Session {
   bool handsOver_;
   Settings settings_;  // the page starts with them
   Renderer renderer_;
+  Thumbnails thumbnails_;
   RenderJob job_;
 };
 

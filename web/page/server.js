@@ -52,6 +52,9 @@ export const ask = async (name, body, signal) => name === 'state' ? (await answe
 export const askText = (name, body) => send(name, body);
 export const askBlob = (name) => send(name);
 
+/** There are no frames here to be small pictures of. */
+export const askThumbnail = async () => { throw new Refusal(404, 'address', 'there is nothing here'); };
+
 /** A picture: its header's members and `pixels`, an ImageData without transparency. */
 export async function askPicture(body, signal) {
   const start = performance.now();

@@ -17,6 +17,7 @@ import {MaskTool} from './masks.js';
 import {shapesOf, textOf} from './shapes.js';
 import {Timeline} from './timeline.js';
 import {Nudge} from './nudge.js';
+import {Strip} from './strip.js';
 
 const byId = (id) => document.getElementById(id);
 
@@ -150,6 +151,7 @@ async function start() {
     bar: byId('timeline'), play: byId('play'), slider: byId('frame'), field: byId('frameNumber'),
     enter: byId('markIn'), leave: byId('markOut'), list: byId('keyList'),
   });
+  new Strip(byId('strip'), state, description, () => !renders.busy && !timeline.stop && !auto);
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
     render: byId('render'), range: byId('range'), bar: byId('running'), progress: byId('progress'), done: byId('done'),

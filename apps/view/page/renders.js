@@ -94,6 +94,9 @@ export class Renders {
   /** What a slot's picture on screen shows: a job; undefined before the first. */
   shown(slot) { return this.slots[slot].shown; }
 
+  /** Whether a picture is on its way, or will be asked for in a moment. */
+  get busy() { return this.slots.some((state) => state.busy); }
+
   /** Resolves when nothing is on its way to a slot. */
   async idle(slot) { await this.slots[slot].running; }
 

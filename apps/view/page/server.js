@@ -46,12 +46,8 @@ export const ask = async (name, body, signal) => (await send(name, body, signal)
 export const askText = async (name, body) => (await send(name, body)).text();
 export const askBlob = async (name) => (await send(name)).blob();
 
-/**
- * A picture: its header's members and `pixels`, an ImageData without transparency.
- * The signal gives it up.
- */
-export async function askPicture(body, signal) {
-  const bytes = await (await send('picture', body, signal)).arrayBuffer();
+async function pictureIn(response) {
+  const bytes = await response.arrayBuffer();
   const length = new DataView(bytes).getUint32(0, true);
   const header = JSON.parse(new TextDecoder().decode(new Uint8Array(bytes, 4, length)));
   // Alpha is the matte; what is shown is the colour beside it, so the canvas gets it opaque.
@@ -60,6 +56,15 @@ export async function askPicture(body, signal) {
   header.pixels = new ImageData(new Uint8ClampedArray(bytes, 4 + length), header.width, header.height);
   return header;
 }
+
+/**
+ * A picture: its header's members and `pixels`, an ImageData without transparency.
+ * The signal gives it up.
+ */
+export const askPicture = async (body, signal) => pictureIn(await send('picture', body, signal));
+
+/** A frame of the plate as a small ImageData. */
+export const askThumbnail = async (frame) => (await pictureIn(await send('thumbnail', {frame}))).pixels;
 
 // Bytes of a file in one request: as base64 they stay below what the server takes.
 const pieceBytes = 45000;

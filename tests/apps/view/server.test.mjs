@@ -105,6 +105,22 @@ test('requests that are too large, broken or senseless are refused in words', as
   assert.equal((await send({method: 'POST', path: `/${token}/other`, body: '{}'})).status, 404);
 });
 
+test('a small picture of a frame comes after those that are keyed', async () => {
+  const post = (path, body) => send({method: 'POST', path: `/${token}/${path}`, body: JSON.stringify(body)});
+  const small = await post('thumbnail', {frame: 1});
+  assert.equal(small.status, 200);
+  const length = small.body.readUInt32LE(0);
+  assert.deepEqual(JSON.parse(small.body.subarray(4, 4 + length)), {width: 96, height: 54});
+  assert.equal(small.body.length, 4 + length + 4 * 96 * 54);
+  for (const body of [{frame: 2}, {frame: 'one'}, {}]) assert.equal((await post('thumbnail', body)).status, 400, JSON.stringify(body));
+  // Searches, one after the other, keep the server busy long enough to ask beside them.
+  const searches = Array.from({length: 6}, () => post('auto', {frame: 1, settings: {colourspace: 'video'}}));
+  await sleep(30);
+  assert.equal((await post('thumbnail', {frame: 1})).status, 503);
+  for (const {status} of await Promise.all(searches)) assert.equal(status, 200);
+  assert.equal((await post('thumbnail', {frame: 1})).status, 200);
+});
+
 test('what a page hands over stays in a folder of its own, under a plain name', async () => {
   const post = (path, body) => send({method: 'POST', path: `/${token}/${path}`, body: JSON.stringify(body)});
   const piece = {set: 1, name: 'x.png', at: 0, bytes: 'AAECAw=='};

@@ -6,7 +6,7 @@ import {execFileSync} from 'node:child_process';
 import {copyFileSync, existsSync, readFileSync, readdirSync, rmSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {test} from 'node:test';
-import {clickPlate, compareColours, copiedCommand, open, setting, settled, shellRun, shownPixels} from './page.mjs';
+import {clickPlate, compareColours, copiedCommand, open, setting, settled, shellRun, shownPixels, value} from './page.mjs';
 import {drawPlate, folder, program, readPng} from './program.mjs';
 
 test('frames by number, in and out, and renders of a part or of one frame', async () => {
@@ -43,6 +43,54 @@ test('frames by number, in and out, and renders of a part or of one frame', asyn
   assert.deepEqual(await rendered('one'), ['key.0012.png']);
   assert.match(await page.locator('#render').innerText(), /\nframe 12: key\.####\.png/);
   assert.deepEqual(await rendered('marked'), ['key.0008.png', 'key.0009.png', 'key.0010.png']);
+  assert.deepEqual(page.problems, []);
+});
+
+test('small pictures of a shot come last, stand under their frames, and lead to them', async () => {
+  const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-24');
+  const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23'], {hash: '#view=plate'});
+  const strip = page.locator('#strip');
+  // All of them came: as many as the strip has room for, 16 to 9, each with a gap of 2 pixels.
+  const all = async () => {
+    const box = await strip.boundingBox();
+    const count = Math.min(24, Math.floor(box.width / (box.height * 16 / 9 + 2)));
+    await page.waitForFunction((cells) => {
+      const canvas = document.getElementById('strip');
+      const middle = (i) => [...canvas.getContext('2d').getImageData((i + 0.5) * canvas.width / cells, canvas.height / 2, 1, 1).data].slice(0, 3);
+      return Array.from({length: cells}, (unused, i) => middle(i)).every((colour) => Math.max(...colour) > 0x20);
+    }, count);
+    return {box, count};
+  };
+  const {box, count} = await all();
+  assert.ok(count >= 5 && count < 24, `${count} pictures`);
+
+  // The handle of the slider goes from 8 pixels off one end to 8 off the other, over 24 frames.
+  const frameOf = (i) => 1 + Math.round(23 * Math.min(1, Math.max(0, ((i + 0.5) / count * box.width - 8) / (box.width - 16))));
+  for (const i of [count - 1, 0, 2]) {
+    await page.mouse.click(box.x + (i + 0.5) * box.width / count, box.y + box.height / 2);
+    await settled(page);
+    assert.equal(setting(page, 'frame'), String(frameOf(i)));
+    assert.equal(await value(page, 'frame'), String(frameOf(i) - 1), 'the slider follows');
+  }
+
+  // One that takes long holds up no picture; where there is no room none is asked for.
+  let held = 0;
+  let release;
+  const gone = new Promise((done) => { release = done; });
+  await page.route('**/thumbnail', async (route) => { ++held; await gone; await route.continue(); });
+  await page.setViewportSize({width: 1900, height: 720});
+  while (held === 0) await page.waitForTimeout(50);
+  await page.keyboard.press('2');
+  await page.waitForFunction(() => seen.at(-1).job.view === 'matte' && !seen.at(-1).job.moving);
+  assert.equal(held, 1, 'one at a time');
+  release();
+  await all();
+  const asks = held;
+  assert.ok(asks > 1);
+  await page.setViewportSize({width: 700, height: 900});
+  await settled(page);
+  assert.equal(await strip.isVisible(), false);
+  assert.equal(held, asks);
   assert.deepEqual(page.problems, []);
 });
 
