@@ -149,6 +149,17 @@ void BlindKey::writeCleanPlate(const OtileImage& picture, Depth depth) const {
   writeStretched(plate.clean, encoding, width, height, picture, depth);
 }
 
+void BlindKey::writeMatte(const Plane& matte, const OtileImage& picture, Depth depth) const {
+  const Plane& shown = matte.size() > 0 ? matte : Plane(1, 1);
+  OtileImage grey = picture;
+  grey.alpha = nullptr;
+  writeStretched({shown, shown, shown}, Encoding::codes, width, height, grey, depth);
+  if (picture.alpha == nullptr) return;
+  grey.red = grey.green = nullptr;
+  grey.blue = picture.alpha;
+  writeStretched({shown, shown, shown}, Encoding::codes, width, height, grey, depth);
+}
+
 bool BlindKey::see(const Plate& frame) {
   Look look = lookAt(frame, encoding);
   if (!steady || frame.width != width || frame.height != height) return steady = false;

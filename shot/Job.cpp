@@ -31,12 +31,10 @@ std::pair<std::string, Alpha> usualView(const Inputs& inputs, const std::string&
   return {"unpremultiplied", multiplied ? Alpha::premultiplied : Alpha::matte};
 }
 
-void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string& path,
-               bool severalFrames) {
+namespace {
+
+void add(Job& job, ViewOutput output, const std::string& path, bool severalFrames) {
   if (path.empty()) return;
-  ViewOutput output;
-  output.view = view;
-  output.alpha = alpha;
   output.path = path;
   output.pattern = media::FramePattern::ofOutput(path, severalFrames || job.shot->plate().isShot());
   output.isMovie = !output.pattern && media::isMovieName(path);
@@ -47,6 +45,27 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
         path);
   }
   job.outputs.push_back(std::move(output));
+}
+
+bool makes(const FirstKey& key, Estimate estimate) {
+  return key.blind != nullptr || (key.cleanPlate && estimate == Estimate::cleanPlate);
+}
+
+}  // namespace
+
+void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string& path,
+               bool severalFrames) {
+  ViewOutput output;
+  output.view = view;
+  output.alpha = alpha;
+  add(job, std::move(output), path, severalFrames);
+}
+
+void addEstimate(Job& job, Estimate estimate, const std::string& path, bool severalFrames) {
+  ViewOutput output;
+  output.estimate = estimate;
+  output.showsColours = estimate == Estimate::cleanPlate;
+  add(job, std::move(output), path, severalFrames);
 }
 
 void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
@@ -84,6 +103,13 @@ void checkOutputs(const Job& job, const std::vector<int>& frames, const std::str
 
 void prepareKeyers(Job& job) {
   for (ViewOutput& output : job.outputs) {
+    if (output.estimate) {
+      if (makes(job.firstKey, *output.estimate)) continue;
+      throw Error(
+          Fault::wrongUse, output.path,
+          "there is no estimate to write: expected a key that is found beside estimates, as "
+          "--auto and --estimate ask for");
+    }
     Settings own = job.settings;
     own.setText("output", output.view);
     output.showsColours = showsColours(own);

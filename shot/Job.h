@@ -25,10 +25,14 @@ enum class Alpha {
   premultiplied  // the matte, and colours multiplied by it
 };
 
+/// What a key estimates of a frame.
+enum class Estimate { cleanPlate, holdOut, garbage };
+
 /// One view of every frame, and where it goes.
 struct ViewOutput {
-  std::string view;  // the text of the parameter "output", such as "matte"
-  std::string path;  // a file, or a pattern
+  std::string view;                  // the text of the parameter "output", such as "matte"
+  std::optional<Estimate> estimate;  // this instead of a view
+  std::string path;                  // a file, or a pattern
   std::optional<media::FramePattern> pattern;
   bool isMovie = false;
   std::unique_ptr<media::MovieWriter> movie;  // of a movie that is not there yet
@@ -67,6 +71,9 @@ Alpha usualAlpha(const std::string& view);
 void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string& path,
                bool severalFrames);
 
+/// Adds an estimate, likewise. One that the key does not make is refused by prepareKeyers.
+void addEstimate(Job& job, Estimate estimate, const std::string& path, bool severalFrames);
+
 /// Refuses outputs that are an input or another output at one of the frames, that no format has an
 /// ending for, or whose folder is missing. Throws Error: wrongUse, failure.
 /// codec   of movies; empty: the usual one
@@ -75,7 +82,8 @@ void addOutput(Job& job, const std::string& view, Alpha alpha, const std::string
 void checkOutputs(const Job& job, const std::vector<int>& frames, const std::string& codec,
                   const std::vector<std::string>& others, const std::vector<std::string>& written);
 
-/// Makes the keyers. Throws Error about the parameter that cannot key.
+/// Makes the keyers. Throws Error about the parameter that cannot key, and (wrongUse) about the
+/// file of an estimate that nothing is keyed beside.
 void prepareKeyers(Job& job);
 
 /// Opens the movies to write, for frames that are keyed in this order; those that are there already

@@ -4,6 +4,7 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 
 #include "media/PictureWriter.h"
@@ -33,6 +34,19 @@ void giveAlpha(const Job& job, const ViewOutput& output, Picture& view) {
   if (output.alpha != Alpha::none) return;
   view.channels = media::Channels::colour;
   if (output.isMovie) media::makeOpaque(view);
+}
+
+// `own` is the frame's key, `clean` its estimated clean plate where that is all there is.
+void fillEstimate(Estimate estimate, const std::optional<BlindKey>& own, const Picture& clean,
+                  Picture& view) {
+  const OtileImage image = imageOf(view);
+  if (!own) {
+    std::memcpy(view.pixels.get(), clean.pixels.get(), view.bytes());
+  } else if (estimate == Estimate::cleanPlate) {
+    own->writeCleanPlate(image, view.depth);
+  } else {
+    own->writeMatte(estimate == Estimate::holdOut ? own->holdOut : own->garbage, image, view.depth);
+  }
 }
 
 }  // namespace
@@ -82,6 +96,10 @@ std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictur
     views[i] = Picture::make(plate.data, plate.depth, plate.samples);
     views[i].header = plate.header;
     views[i].hasAlpha = true;
+    if (const auto& estimate = job.outputs[i].estimate) {
+      fillEstimate(*estimate, own, pictures[Role::cleanPlate], views[i]);
+      continue;
+    }
     frame.pictures.dst = imageOf(views[i]);
     key(i);
   }

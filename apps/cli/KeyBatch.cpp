@@ -43,6 +43,9 @@ void checkOptions(const KeyOptions& options) {
   for (const auto& [option, value] : {std::pair{"--matte-output", &options.matteOutput},
                                       {"--status-output", &options.statusOutput},
                                       {"--foreground-output", &options.foregroundOutput},
+                                      {"--save-reference", &options.saveReference},
+                                      {"--save-hold-out", &options.saveHoldOut},
+                                      {"--save-garbage", &options.saveGarbage},
                                       {"--save-preset", &options.savePreset},
                                       {"--save-script", &options.saveScript}}) {
     if (!value->empty()) {

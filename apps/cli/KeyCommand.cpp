@@ -218,6 +218,9 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
   addOutput(job, "status", others, options.statusOutput, several);
   addOutput(job, "unpremultiplied", options.alpha.empty() ? shot::Alpha::matte : others,
             options.foregroundOutput, several);
+  addEstimate(job, shot::Estimate::cleanPlate, options.saveReference, several);
+  addEstimate(job, shot::Estimate::holdOut, options.saveHoldOut, several);
+  addEstimate(job, shot::Estimate::garbage, options.saveGarbage, several);
   const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(),
                                   [](const shot::ViewOutput& output) { return output.isMovie; });
   if (const std::string option = options.movie.given(); !option.empty() && !movies) {
@@ -248,6 +251,11 @@ std::string scriptOfJob(const KeyOptions& options, const shot::Job& job) {
   const auto refuse = [](const std::string& what) {
     throw Error(Fault::wrongUse, "--save-script", "a script cannot hold " + what);
   };
+  for (const auto& [option, path] : {std::pair{"--save-reference", &options.saveReference},
+                                     {"--save-hold-out", &options.saveHoldOut},
+                                     {"--save-garbage", &options.saveGarbage}}) {
+    if (!path->empty()) refuse(option);
+  }
   if (job.reads(Role::cleanPlate)) refuse("the clean plate of --reference");
   if (job.firstKey.blind || job.firstKey.cleanPlate) {
     refuse("the clean plates of --auto, --estimate or --reference auto, found in each frame");

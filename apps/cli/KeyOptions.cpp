@@ -65,6 +65,11 @@ void KeyOptions::addTo(CLI::App& command) {
   text(files, "FILE", "--status-output", statusOutput, "Writes the status as well.");
   text(files, "FILE", "--foreground-output", foregroundOutput,
        "Writes the unpremultiplied foreground as well.");
+  text(files, "FILE", "--save-reference", saveReference,
+       "Writes the clean plate that the key estimates, for --reference of another run; of a shot "
+       "one for each frame.");
+  text(files, "FILE", "--save-hold-out", saveHoldOut, "The same of the estimated hold-out matte.");
+  text(files, "FILE", "--save-garbage", saveGarbage, "The same of the estimated garbage matte.");
   text(
       files, "WHAT", "--alpha", alpha,
       "What the file has beside the colours of its view: matte, premultiplied (the matte, and the "

@@ -23,6 +23,7 @@ struct KeyOptions {
   std::string plate;  // the one that is keyed now
   std::string background, holdOut, garbage, masks, reference, output;
   std::string matteOutput, statusOutput, foregroundOutput;
+  std::string saveReference, saveHoldOut, saveGarbage;
   std::string memory, alpha, backgroundFit = "fill", backgroundColourspace;
   std::string frames, pastEnd = "hold", progress, preset, savePreset, saveScript;
   int backgroundOffset = 0, holdOutOffset = 0, garbageOffset = 0, referenceOffset = 0;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <sstream>
 
 #include "tests/apps/Images.h"
@@ -67,6 +68,50 @@ TEST(ScreenOptions, GiveTheSameKeyAgainWhenWhatTheyChoseIsPasted) {
       }
     }
   }
+}
+
+TEST(ScreenOptions, EstimatesThatAreSavedGiveTheSameKeyToOneThatEstimatesNothing) {
+  const Folder folder;
+  const Image plate = shot(false, 0.6f);
+  write(plate, folder / "plate.png");
+  const Outcome first =
+      orvanite(folder,
+               "key @plate.png --auto --estimate codes -o @first.png --output unpremultiplied "
+               "--save-reference @clean.png --save-hold-out @hold.png --save-garbage @garbage.png");
+  ASSERT_EQ(first.code, 0) << first.err;
+  std::vector<std::string> pasted = words(
+      folder,
+      "key @plate.png --estimate off --colourspace linear -o @again.png --output unpremultiplied "
+      "--reference @clean.png --hold-out @hold.png --garbage @garbage.png");
+  const std::vector<std::string> chosen = chosenIn(first.err);
+  pasted.insert(pasted.end(), chosen.begin(), chosen.end());
+  ASSERT_EQ(orvanite(pasted).code, 0);
+  EXPECT_EQ(read(folder / "again.png").samples, read(folder / "first.png").samples);
+
+  const Image clean = read(folder / "clean.png"), hold = read(folder / "hold.png"),
+              garbage = read(folder / "garbage.png");
+  ASSERT_EQ(clean.samples.size(), plate.samples.size());
+  int held = 0, cut = 0;
+  for (std::size_t i = 0; i < plate.samples.size(); i += 3) {
+    const auto x = static_cast<int>(i / 3) % width, y = static_cast<int>(i / 3) / width;
+    const double radius = std::hypot(x - 60.0, y - 32.0);
+    const float green = 65535 * 0.7f * (0.6f + 0.4f * static_cast<float>(x) / (width - 1));
+    ASSERT_NEAR(clean.samples[i + 1], green, 0.02 * 65535) << x << ' ' << y;
+    held += hold.samples[i] > 0 ? 1 : 0;
+    cut += garbage.samples[i] > 0 ? 1 : 0;
+    // Mattes lie between pixels of a smaller picture: two pixels of room.
+    ASSERT_TRUE(hold.samples[i] == 0 || radius < 17) << x << ' ' << y;
+    ASSERT_TRUE(garbage.samples[i] == 0 || radius > 13) << x << ' ' << y;
+  }
+  EXPECT_GT(held, 100);  // of 707 pixels of the disc
+  EXPECT_GT(cut, 2000);  // of 5,437 of the screen
+
+  const Outcome none =
+      orvanite(folder, "key @plate.png --screen green -o @no.png --save-garbage @no-garbage.png");
+  EXPECT_EQ(none.code, 2);
+  EXPECT_NE(none.err.find("no-garbage.png: there is no estimate to write"), std::string::npos)
+      << none.err;
+  EXPECT_FALSE(std::filesystem::exists(folder / "no.png"));
 }
 
 TEST(ScreenOptions, TakeTheColourFromABoxOrAnotherFrame) {
