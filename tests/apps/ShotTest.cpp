@@ -349,13 +349,26 @@ TEST(Shot, FramesThatVanishOrShrinkWhileItRunsAreNamedAndTheOthersWhole) {
 TEST(Shot, StoppedAtAnyMomentItLeavesWholeFilesAndResumes) {
   const Folder folder;
   writeShot(folder, "fg", 1, 40, 160, 120);
+  const std::string script = folder / "s.orv";
+#ifdef ORVANITE_WITH_NODE
+  const bool scripts = true;  // every other round is a script's
+  ASSERT_EQ(orvanite(blueKey({"-q", folder / "fg.####.png", "--frames", "1", "-o",
+                              folder / "o.####.png", "--save-script", script}))
+                .code,
+            0);
+#else
+  const bool scripts = false;
+#endif
   std::mt19937 random(5);
   const char* const rounds = std::getenv("ORVANITE_KILL_ROUNDS");
   for (int signal : {SIGKILL, SIGTERM, SIGINT}) {
     for (int round = 0; round < (rounds != nullptr ? std::atoi(rounds) : 4); ++round) {
       const Folder out;
       std::vector<std::string> command =
-          blueKey({folder / "fg.####.png", "-o", out / "o.####.png"});
+          scripts && round % 2 == 1
+              ? std::vector<std::string>{"run",  script,  "--frames",
+                                         "1-40", "--set", "out.path=" + (out / "o.####.png")}
+              : blueKey({folder / "fg.####.png", "-o", out / "o.####.png"});
       const pid_t child = start(command);
       // Some rounds at once, some when the first frames are there.
       if (round % 4 > 0) {
