@@ -151,6 +151,69 @@ Mask ledFrom(const Mask& own, const Mask& mask, const std::vector<std::uint32_t>
 
 float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i]; }
 
+/// How far two colours' hues lie apart, as a distance of shares.
+float hueBetween(const Colours& a, const Colours& b, std::size_t i) {
+  const auto one = hueOf(a[0][i], a[1][i], a[2][i]);
+  const auto other = hueOf(b[0][i], b[1][i], b[2][i]);
+  return std::hypot(one[0] - other[0], one[1] - other[1]);
+}
+
+/// What surely is screen of what has its colour, and the rigid plate through it.
+ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, const Colours& smooth,
+                         const Plane& grey) {
+  const int w = own.width;
+  const int h = own.height;
+  Mask other(w, h);
+  for (std::size_t i = 0; i < own.size(); ++i) other[i] = own[i] == 0;
+  ScreenPlate plate;
+  plate.sure = Mask(w, h);
+  // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
+  // shows through gaps alone, what there is must do.
+  const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
+  const Plane depth = distanceWithin(other, away);
+  for (const float least : {away, 0.6f * away, 0.5f}) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      plate.sure[i] = depth[i] > least;
+      count += plate.sure[i];
+    }
+    if (count > 60 && count > own.size() / 500) break;
+  }
+  const Mask known = plate.sure;
+  // Leaves of the screen's hue are seen in specks; so is a screen between them, but in the colour
+  // that the rest of it leads to.
+  const Mask large = largeOf(known);
+  const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
+  const Plane beyond = distanceWithin(large, near);
+  const Mask calm = calmOf(grey, large);
+  plate.sure = calm;
+  for (int round = 0; round < 3; ++round) {
+    plate.rigid = fitted(look, plate.sure);
+    if (round == 2) break;
+    const Colours clean = plate.rigid.over(w, h);
+    Plane aside(w, h), lighter(w, h);
+    std::vector<float> offsets, hues, lights;
+    for (std::size_t i = 0; i < known.size(); ++i) {
+      aside[i] = hueBetween(smooth, clean, i);
+      lighter[i] = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
+      if (calm[i] != 0) offsets.push_back(aside[i]);
+      if (large[i] == 0) continue;
+      hues.push_back(aside[i]);
+      lights.push_back(std::abs(lighter[i] - 1));
+    }
+    const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
+    const float alike = std::max(0.006f, quantile(hues, 0.98));
+    const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
+    for (std::size_t i = 0; i < known.size(); ++i) {
+      plate.sure[i] =
+          known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
+          lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
+          (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
+    }
+  }
+  return plate;
+}
+
 }  // namespace
 
 Colours Quadratic::over(int width, int height) const {
@@ -216,55 +279,27 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     own[i] = firm[i] != 0 || (grown[i] != 0 && led[i] != 0) || (fuller[i] != 0 && far[i] != 0);
   }
   own = opened(own);
-  Mask other(w, h);
-  for (std::size_t i = 0; i < own.size(); ++i) other[i] = own[i] == 0;
-  ScreenPlate plate;
-  plate.sure = Mask(w, h);
-  // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
-  // shows through gaps alone, what there is must do.
-  const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
-  const Plane depth = distanceWithin(other, away);
-  for (const float least : {away, 0.6f * away, 0.5f}) {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < own.size(); ++i) {
-      plate.sure[i] = depth[i] > least;
-      count += plate.sure[i];
-    }
-    if (count > 60 && count > own.size() / 500) break;
-  }
-  const Mask known = plate.sure;
-  // Leaves of the screen's hue are seen in specks; so is a screen between them, but in the colour
-  // that the rest of it leads to.
-  const Mask large = largeOf(known);
-  const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
-  const Plane beyond = distanceWithin(large, near);
-  const Mask calm = calmOf(grey, large);
-  plate.sure = calm;
+  ScreenPlate plate = plateThrough(own, dark, look, smooth, grey);
+  // A screen's hue may drift farther over a frame than one screen's hues lie apart. What has the
+  // hue and the light that the rest of it leads to, and hangs together with it, is screen.
   for (int round = 0; round < 3; ++round) {
-    plate.rigid = fitted(look, plate.sure);
-    if (round == 2) break;
     const Colours clean = plate.rigid.over(w, h);
-    Plane aside(w, h), lighter(w, h);
-    std::vector<float> offsets, hues, lights;
-    for (std::size_t i = 0; i < known.size(); ++i) {
-      const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
-      const auto stiff = hueOf(clean[0][i], clean[1][i], clean[2][i]);
-      aside[i] = std::hypot(seen[0] - stiff[0], seen[1] - stiff[1]);
-      lighter[i] = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
-      if (calm[i] != 0) offsets.push_back(aside[i]);
-      if (large[i] == 0) continue;
-      hues.push_back(aside[i]);
-      lights.push_back(std::abs(lighter[i] - 1));
+    Mask drifted(w, h);
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      const float lighter = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
+      drifted[i] = own[i] != 0 || (rough[i] < 0.6f * roughest && std::abs(lighter - 1) < 0.2f &&
+                                   hueBetween(smooth, clean, i) < 0.6f * within);
     }
-    const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
-    const float alike = std::max(0.006f, quantile(hues, 0.98));
-    const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
-    for (std::size_t i = 0; i < known.size(); ++i) {
-      plate.sure[i] =
-          known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
-          lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
-          (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
+    drifted = opened(drifted);
+    const Mask joined = ledFrom(own, drifted, partsOf(drifted));
+    std::size_t more = 0;
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      if (own[i] != 0 || joined[i] == 0) continue;
+      own[i] = 1;
+      ++more;
     }
+    if (more < own.size() / 300) break;
+    plate = plateThrough(own, dark, look, smooth, grey);
   }
   look.grain = grainOf(look, plate.sure);
   return plate;
@@ -418,14 +453,20 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   const Plane depth = distanceWithin(unsure, farOff);
   Mask trusted(w, h);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
-  const float within = std::max(0.012f, 1.2f * look.grain / light);
-  for (std::size_t i = 0; i < trusted.size(); ++i) {
+  Plane aside(w, h);
+  std::vector<float> drift;  // of the screen itself
+  for (std::size_t i = 0; i < aside.size(); ++i) {
     if (plate.sure[i] == 0) continue;
     Rgb seen{};
     for (std::size_t c = 0; c < 3; ++c) seen[c] = rigid[c][i] + smooth[c][i] / seenShare[i];
     const auto own = hueOf(seen[0], seen[1], seen[2]);
     const auto stiff = hueOf(rigid[0][i], rigid[1][i], rigid[2][i]);
-    trusted[i] = depth[i] > farOff || std::hypot(own[0] - stiff[0], own[1] - stiff[1]) < within;
+    aside[i] = std::hypot(own[0] - stiff[0], own[1] - stiff[1]);
+    if (depth[i] > farOff) drift.push_back(aside[i]);
+  }
+  const float within = std::max({0.012f, 1.2f * look.grain / light, quantile(drift, 0.9)});
+  for (std::size_t i = 0; i < trusted.size(); ++i) {
+    trusted[i] = plate.sure[i] != 0 && (depth[i] > farOff || aside[i] < within);
   }
   const int cell = std::max(2, (std::max(w, h) + 39) / 40);
   const int columns = (w + cell - 1) / cell;

@@ -107,6 +107,33 @@ TEST(BlindKey, TakesNoSubjectForTheScreenWhateverTheScreensHue) {
   EXPECT_THROW(findKey(canvas.plate(), video()), Error);
 }
 
+TEST(BlindKey, FollowsAScreenWhoseHueDrifts) {
+  // Towards the left by 0.16 in shares of the sum, where one screen's hues are within 0.05; or to
+  // and fro by 0.05, in waves that no smooth plate follows.
+  const auto drifted = [](float t) { return Rgb{0.16f + 0.09f * t, 0.6f - 0.08f * t, 0.24f}; };
+  Composed plates[2];
+  plates[0].screen = [&](int x, int) {
+    const float t = static_cast<float>(width - 1 - x) / (width - 1);
+    return drifted(1.3f * t * t * t * t);
+  };
+  plates[1].screen = [&](int x, int) {
+    return drifted(0.2f + 0.2f * std::sin(static_cast<float>(x) * 0.15f));
+  };
+  for (Composed& plate : plates) {
+    plate.matte = disc(100, 60, 25, 2);
+    Canvas canvas = plate.on(2);
+    const BlindKey key = findKey(canvas.plate(), video());
+    Canvas out = keyed(key, canvas);
+    EXPECT_GT(matteAt(out, 100, 60), 0.98f);
+    for (int y = 2; y < height; y += 4) {
+      for (int x = 2; x < width; x += 4) {
+        if (std::hypot(x - 100, y - 60) < 29) continue;
+        EXPECT_LT(matteAt(out, x, y), 0.02f) << x << ' ' << y;
+      }
+    }
+  }
+}
+
 TEST(BlindKey, KnowsTheScreenBehindASubjectAndInItsCreases) {
   Composed plate;
   // Falls off by half and has a crease of a seventh, 30 pixels wide.
