@@ -2,13 +2,14 @@
 #include "keyer/Planes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <utility>
 
 namespace orvanite {
 namespace {
 
-constexpr double pi = 3.14159265358979323846;
+constexpr int leastRows = 24;  // of a band for one thread: less is not worth the handing over
 
 std::vector<float> gaussian(float sigma) {
   const int radius = std::max(1, static_cast<int>(std::ceil(2.6f * sigma)));
@@ -23,72 +24,103 @@ std::vector<float> gaussian(float sigma) {
   return taps;
 }
 
-Plane filtered(const Plane& plane, const std::vector<float>& taps) {
+/// Sums a row's neighbours by their taps; `at` says where the row of each tap's neighbours is. The
+/// sums of a block stay in registers.
+void weigh(const std::vector<float>& taps, const std::vector<const float*>& at, int width,
+           float* to) {
+  constexpr int block = 16;
+  int x = 0;
+  for (; x + block <= width; x += block) {
+    std::array<float, block> sums{};
+    for (std::size_t t = 0; t < taps.size(); ++t) {
+      const float tap = taps[t];
+      const float* in = at[t] + x;
+      for (std::size_t k = 0; k < block; ++k) sums[k] += tap * in[k];
+    }
+    std::copy(sums.begin(), sums.end(), to + x);
+  }
+  for (; x < width; ++x) {
+    float sum = 0;
+    for (std::size_t t = 0; t < taps.size(); ++t) sum += taps[t] * at[t][x];
+    to[x] = sum;
+  }
+}
+
+Plane filtered(const Plane& plane, const std::vector<float>& taps, const RowLoop& rows) {
   const int radius = static_cast<int>(taps.size() / 2);
   const int w = plane.width;
   const int h = plane.height;
   Plane across(w, h), out(w, h);
-  std::vector<float> row(static_cast<std::size_t>(w + 2 * radius));
-  for (int y = 0; y < h; ++y) {
-    const float* from = &plane.values[plane.index(0, y)];
-    std::fill_n(row.begin(), radius, from[0]);
-    std::copy_n(from, w, row.begin() + radius);
-    std::fill_n(row.begin() + radius + w, radius, from[w - 1]);
-    float* to = &across.values[across.index(0, y)];
-    for (std::size_t t = 0; t < taps.size(); ++t) {
-      const float tap = taps[t];
-      const float* in = row.data() + t;
-      for (int x = 0; x < w; ++x) to[x] += tap * in[x];
+  rows(h, leastRows, [&](int first, int count) {
+    std::vector<float> row(static_cast<std::size_t>(w + 2 * radius));
+    std::vector<const float*> at(taps.size());
+    for (std::size_t t = 0; t < taps.size(); ++t) at[t] = row.data() + t;
+    for (int y = first; y < first + count; ++y) {
+      const float* from = &plane(0, y);
+      std::fill_n(row.begin(), radius, from[0]);
+      std::copy_n(from, w, row.begin() + radius);
+      std::fill_n(row.begin() + radius + w, radius, from[w - 1]);
+      weigh(taps, at, w, &across(0, y));
     }
-  }
-  for (int y = 0; y < h; ++y) {
-    float* to = &out.values[out.index(0, y)];
-    for (std::size_t t = 0; t < taps.size(); ++t) {
-      const int at = std::clamp(y + static_cast<int>(t) - radius, 0, h - 1);
-      const float tap = taps[t];
-      const float* in = &across.values[across.index(0, at)];
-      for (int x = 0; x < w; ++x) to[x] += tap * in[x];
+  });
+  rows(h, leastRows, [&](int first, int count) {
+    std::vector<const float*> at(taps.size());
+    for (int y = first; y < first + count; ++y) {
+      for (std::size_t t = 0; t < taps.size(); ++t) {
+        at[t] = &across(0, std::clamp(y + static_cast<int>(t) - radius, 0, h - 1));
+      }
+      weigh(taps, at, w, &out(0, y));
     }
-  }
+  });
   return out;
 }
 
-Plane halved(const Plane& plane) {
+Plane halved(const Plane& plane, const RowLoop& rows) {
   Plane out((plane.width + 1) / 2, (plane.height + 1) / 2);
-  for (int y = 0; y < out.height; ++y) {
-    const int below = std::min(2 * y + 1, plane.height - 1);
-    for (int x = 0; x < out.width; ++x) {
-      const int right = std::min(2 * x + 1, plane.width - 1);
-      out(x, y) = 0.25f * (plane(2 * x, 2 * y) + plane(right, 2 * y) + plane(2 * x, below) +
-                           plane(right, below));
+  rows(out.height, leastRows, [&](int first, int count) {
+    for (int y = first; y < first + count; ++y) {
+      const float* high = &plane(0, 2 * y);
+      const float* low = &plane(0, std::min(2 * y + 1, plane.height - 1));
+      float* to = &out(0, y);
+      const int pairs = plane.width / 2;
+      for (int x = 0; x < pairs; ++x) {
+        to[x] = 0.25f * (high[2 * x] + high[2 * x + 1] + low[2 * x] + low[2 * x + 1]);
+      }
+      if (pairs < out.width) {
+        const float a = high[2 * pairs], b = low[2 * pairs];
+        to[pairs] = 0.25f * (a + a + b + b);
+      }
     }
-  }
+  });
   return out;
 }
 
 }  // namespace
 
-Plane blurred(const Plane& plane, float sigma) {
+Plane blurred(const Plane& plane, float sigma, const RowLoop& rows) {
   if (plane.size() == 0 || sigma <= 0.05f) return plane;
   constexpr float widest = 3.2f;
   if (sigma <= widest || plane.width < 8 || plane.height < 8) {
-    return filtered(plane, gaussian(sigma));
+    return filtered(plane, gaussian(sigma), rows);
   }
   // Halving and stretching blur by about half a pixel of the fine grid and of the coarse one.
   const Plane coarse =
-      blurred(halved(plane), std::sqrt(std::max(0.25f * sigma * sigma - 0.2f, 0.01f)));
+      blurred(halved(plane, rows), std::sqrt(std::max(0.25f * sigma * sigma - 0.2f, 0.01f)), rows);
   Plane out(plane.width, plane.height);
   const Stretch stretch(coarse, 2 * coarse.width, 2 * coarse.height);
-  std::vector<float> row(static_cast<std::size_t>(2 * coarse.width));
-  for (int y = 0; y < plane.height; ++y) {
-    stretch.row(y, row.data());
-    std::copy_n(row.begin(), plane.width, &out(0, y));
-  }
+  rows(plane.height, leastRows, [&](int first, int count) {
+    std::vector<float> row(static_cast<std::size_t>(2 * coarse.width));
+    for (int y = first; y < first + count; ++y) {
+      stretch.row(y, row.data());
+      std::copy_n(row.begin(), plane.width, &out(0, y));
+    }
+  });
   return out;
 }
 
-Colours blurred(const Colours& planes, float sigma) {
-  return {blurred(planes[0], sigma), blurred(planes[1], sigma), blurred(planes[2], sigma)};
+Colours blurred(const Colours& planes, float sigma, const RowLoop& rows) {
+  return {blurred(planes[0], sigma, rows), blurred(planes[1], sigma, rows),
+          blurred(planes[2], sigma, rows)};
 }
 
 Plane planeOf(const Mask& mask) {
@@ -97,47 +129,74 @@ Plane planeOf(const Mask& mask) {
   return plane;
 }
 
-namespace {
-
-/// The extreme of each pixel and its eight neighbours.
-template <class T, class Pick>
-Raster<T> extreme(const Raster<T>& raster, Pick pick) {
-  const int w = raster.width;
-  const int h = raster.height;
-  Raster<T> across(w, h), out(w, h);
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      across(x, y) = pick(pick(raster(std::max(x - 1, 0), y), raster(x, y)),
-                          raster(std::min(x + 1, w - 1), y));
+Plane contrast(const Plane& plane, const RowLoop& rows) {
+  const int w = plane.width;
+  const int h = plane.height;
+  Plane out(w, h);
+  if (out.size() == 0) return out;
+  rows(h, leastRows, [&](int first, int count) {
+    // One more at either end: the outermost again.
+    std::vector<float> highest(static_cast<std::size_t>(w) + 2);
+    std::vector<float> lowest(highest.size());
+    float *high = highest.data() + 1, *low = lowest.data() + 1;
+    for (int y = first; y < first + count; ++y) {
+      const float* above = &plane(0, std::max(y - 1, 0));
+      const float* here = &plane(0, y);
+      const float* below = &plane(0, std::min(y + 1, h - 1));
+      for (int x = 0; x < w; ++x) {
+        high[x] = std::max(std::max(above[x], here[x]), below[x]);
+        low[x] = std::min(std::min(above[x], here[x]), below[x]);
+      }
+      high[-1] = high[0];
+      high[w] = high[w - 1];
+      low[-1] = low[0];
+      low[w] = low[w - 1];
+      float* to = &out(0, y);
+      for (int x = 0; x < w; ++x) {
+        to[x] = std::max(std::max(high[x - 1], high[x]), high[x + 1]) -
+                std::min(std::min(low[x - 1], low[x]), low[x + 1]);
+      }
     }
-  }
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      out(x, y) = pick(pick(across(x, std::max(y - 1, 0)), across(x, y)),
-                       across(x, std::min(y + 1, h - 1)));
-    }
-  }
+  });
   return out;
 }
 
-constexpr auto least = [](auto a, auto b) { return std::min(a, b); };
-constexpr auto most = [](auto a, auto b) { return std::max(a, b); };
+namespace {
+
+/// A number that is the greater the greater a float is.
+std::uint32_t orderOf(float v) {
+  const auto bits = std::bit_cast<std::uint32_t>(v);
+  return bits >> 31 != 0 ? ~bits : bits | 0x80000000U;
+}
 
 }  // namespace
 
-Plane contrast(const Plane& plane) {
-  Plane high = extreme(plane, most);
-  const Plane low = extreme(plane, least);
-  for (std::size_t i = 0; i < high.size(); ++i) high[i] -= low[i];
-  return high;
-}
-
 float quantile(std::vector<float>& values, double share) {
   if (values.empty()) return 0;
-  const auto at = static_cast<std::ptrdiff_t>(
+  auto at = static_cast<std::size_t>(
       std::min(static_cast<double>(values.size() - 1), share * static_cast<double>(values.size())));
-  std::nth_element(values.begin(), values.begin() + at, values.end());
-  return values[static_cast<std::size_t>(at)];
+  // Of many only those are put in order that start as the wanted one does.
+  constexpr std::size_t few = 2000;
+  std::vector<float> some;
+  std::vector<float>* left = &values;
+  constexpr int bits = 11;
+  for (int shift = 32 - bits; left->size() > few && shift > 0; shift -= bits) {
+    std::array<std::uint32_t, 1 << bits> counts{};
+    const auto startOf = [shift](float v) { return orderOf(v) >> shift & ((1U << bits) - 1); };
+    for (const float v : *left) ++counts[startOf(v)];
+    std::size_t start = 0;
+    for (; at >= counts[start]; ++start) at -= counts[start];
+    std::vector<float> like;
+    like.reserve(counts[start]);
+    for (const float v : *left) {
+      if (startOf(v) == start) like.push_back(v);
+    }
+    some = std::move(like);
+    left = &some;
+  }
+  const auto middle = left->begin() + static_cast<std::ptrdiff_t>(at);
+  std::nth_element(left->begin(), middle, left->end());
+  return *middle;
 }
 
 namespace {
@@ -170,36 +229,40 @@ float blend(float from, float to, float share) { return from + share * (to - fro
 
 }  // namespace
 
-Stretch::Stretch(const Plane& plane, int width, int height) : plane_(plane), height_(height) {
+Stretch::Stretch(const Plane& plane, int width, int height)
+    : plane_(plane), height_(height), doubles_(width == 2 * plane.width) {
   cells_.reserve(static_cast<std::size_t>(width));
   shares_.reserve(static_cast<std::size_t>(width));
   for (int x = 0; x < width; ++x) {
     const Between across = placeOf(x, width, plane.width);
     cells_.push_back(across.cell);
     shares_.push_back(across.share);
+    doubles_ =
+        doubles_ && across.cell == (x + 1) / 2 && across.share == (x % 2 == 0 ? 0.75f : 0.25f);
   }
 }
 
 void Stretch::row(int y, float* values) const {
-  struct Cell {
-    float value, step;  // to the next
-  };
   const Rows rows = rowsAt(plane_, y, height_);
   const auto count = static_cast<std::size_t>(plane_.width);
-  std::vector<Cell> cells(count + 1);
-  const float* above = rows.above;
-  const float* below = rows.below;
-  float left = blend(above[0], below[0], rows.share);
-  for (std::size_t i = 0; i <= count; ++i) {
-    const std::size_t next = std::min(i, count - 1);
-    const float right = blend(above[next], below[next], rows.share);
-    cells[i] = {left, right - left};
-    left = right;
+  // Each cell starts at one value and leads to the next; the outermost go on.
+  std::vector<float> line(count + 2);
+  for (std::size_t i = 0; i < count; ++i) {
+    line[i + 1] = blend(rows.above[i], rows.below[i], rows.share);
+  }
+  line[0] = line[1];
+  line[count + 1] = line[count];
+  if (doubles_) {
+    for (std::size_t i = 0; i < count; ++i) {
+      values[2 * i] = blend(line[i], line[i + 1], 0.75f);
+      values[2 * i + 1] = blend(line[i + 1], line[i + 2], 0.25f);
+    }
+    return;
   }
   const std::size_t width = cells_.size();
   for (std::size_t x = 0; x < width; ++x) {
-    const Cell cell = cells[static_cast<std::size_t>(cells_[x])];
-    values[x] = cell.value + shares_[x] * cell.step;
+    const float* cell = line.data() + cells_[x];
+    values[x] = blend(cell[0], cell[1], shares_[x]);
   }
 }
 

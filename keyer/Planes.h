@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "keyer/Loops.h"
+
 namespace orvanite {
 
 /// A value for every pixel, row by row from the top left.
@@ -40,14 +42,14 @@ using Colours = std::array<Plane, 3>;
 
 /// A Gaussian of `sigma` pixels; beyond the edges their pixels are repeated. A wide one is applied
 /// to a reduced plane.
-Plane blurred(const Plane& plane, float sigma);
-Colours blurred(const Colours& planes, float sigma);
+Plane blurred(const Plane& plane, float sigma, const RowLoop& rows = bandAfterBand);
+Colours blurred(const Colours& planes, float sigma, const RowLoop& rows = bandAfterBand);
 Plane planeOf(const Mask& mask);
 
 /// The largest value minus the least one among a pixel and its eight neighbours.
-Plane contrast(const Plane& plane);
+Plane contrast(const Plane& plane, const RowLoop& rows = bandAfterBand);
 
-/// The value below which a share (0..1) of them lies; 0 where there are none. Reorders them.
+/// The value below which a share (0..1) of them lies; 0 where there are none. May reorder them.
 float quantile(std::vector<float>& values, double share);
 
 /// Values between pixels: of a plane that is stretched over a picture of another size. One serves
@@ -62,6 +64,7 @@ class Stretch {
  private:
   const Plane& plane_;
   int height_;
+  bool doubles_;               // the width
   std::vector<int> cells_;     // where each column lies: between which two pixels of a row,
   std::vector<float> shares_;  // and how near to the second
 };
