@@ -24,17 +24,17 @@ Settings givenOf(Encoding encoding) {
   return given;
 }
 
-void find(benchmark::State& state, int depth, Encoding encoding) {
+void find(benchmark::State& state, int depth, Encoding encoding, int threads) {
   const Plate plate = plateOf(pictures(depth, encoding));
   const Settings given = givenOf(encoding);
-  for (auto _ : state) benchmark::DoNotOptimize(findKey(plate, given));
+  for (auto _ : state) benchmark::DoNotOptimize(findKey(plate, given, {}, rowsOn(threads)));
   countPixels(state);
 }
 
-void carry(benchmark::State& state, int depth, Encoding encoding) {
+void carry(benchmark::State& state, int depth, Encoding encoding, int threads) {
   const Plate plate = plateOf(pictures(depth, encoding));
   const BlindKey key = findKey(plate, givenOf(encoding));
-  for (auto _ : state) benchmark::DoNotOptimize(key.carriedTo(plate));
+  for (auto _ : state) benchmark::DoNotOptimize(key.carriedTo(plate, rowsOn(threads)));
   countPixels(state);
 }
 
@@ -66,9 +66,10 @@ void registerFinding() {
                                std::to_string(threads);
       benchmark::RegisterBenchmark(name.c_str(), body)->UseRealTime();
     };
-    put("find", 1, [=](benchmark::State& state) { find(state, depth, encoding); });
-    put("carry", 1, [=](benchmark::State& state) { carry(state, depth, encoding); });
     for (const int threads : {1, 2}) {
+      put("find", threads, [=](benchmark::State& state) { find(state, depth, encoding, threads); });
+      put("carry", threads,
+          [=](benchmark::State& state) { carry(state, depth, encoding, threads); });
       put("render", threads,
           [=](benchmark::State& state) { render(state, depth, encoding, threads); });
     }

@@ -86,7 +86,9 @@ bool findsEstimates(const Settings& settings, const Inputs& inputs) {
   return settings.toggle("useReference") && !inputs.reference;
 }
 
-BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes) {
+BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes,
+                 const RowLoop& rows) {
+  const Recycling recycling;
   BlindKey key;
   key.settings = given;
   key.wishes = wishes;
@@ -94,7 +96,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   key.height = plate.height;
   const bool linear = given.choice("colourspace") == "linear";
   key.encoding = linear ? Encoding::light : Encoding::codes;
-  Look look = lookAt(plate, key.encoding);
+  Look look = lookAt(plate, key.encoding, rows);
   key.screen = screenHue(look);
   if (key.screen.confidence < leastConfidence) {
     throw Error(Fault::failure, "auto", "expected a screen of one colour in the plate, found none");
@@ -160,8 +162,9 @@ void BlindKey::writeMatte(const Plane& matte, const OtileImage& picture, Depth d
   writeStretched({shown, shown, shown}, Encoding::codes, width, height, grey, depth);
 }
 
-bool BlindKey::see(const Plate& frame) {
-  Look look = lookAt(frame, encoding);
+bool BlindKey::see(const Plate& frame, const RowLoop& rows) {
+  const Recycling recycling;
+  Look look = lookAt(frame, encoding, rows);
   if (!steady || frame.width != width || frame.height != height) return steady = false;
   ScreenPlate seen = rigidPlate(look, screen);
   if (distanceOf(seen.sure, look, plate.clean) > sameScreen) return steady = false;
@@ -170,7 +173,8 @@ bool BlindKey::see(const Plate& frame) {
   return true;
 }
 
-BlindKey BlindKey::carriedTo(const Plate& frame) const {
+BlindKey BlindKey::carriedTo(const Plate& frame, const RowLoop& rows) const {
+  const Recycling recycling;
   BlindKey key;
   key.screen = screen;
   key.settings = settings;
@@ -182,7 +186,7 @@ BlindKey BlindKey::carriedTo(const Plate& frame) const {
   key.wishes = wishes;
   key.width = frame.width;
   key.height = frame.height;
-  Look look = lookAt(frame, encoding);
+  Look look = lookAt(frame, encoding, rows);
   ScreenPlate own = rigidPlate(look, screen);
   key.steady = steady && frame.width == width && frame.height == height &&
                distanceOf(own.sure, look, plate.clean) <= sameScreen;

@@ -51,11 +51,11 @@ struct BlindKey {
   /// Takes in what another frame of the shot shows of the screen: what any frame shows as sure
   /// screen is known for all. Returns false, and takes nothing in, where the camera has moved or
   /// the light has changed: `steady` is false from then on.
-  bool see(const Plate& frame);
+  bool see(const Plate& frame, const RowLoop& rows = bandAfterBand);
 
   /// This key for another frame: the same numbers, the frame's own mattes; the same clean plate
   /// where it is steady, else the frame's own.
-  BlindKey carriedTo(const Plate& frame) const;
+  BlindKey carriedTo(const Plate& frame, const RowLoop& rows = bandAfterBand) const;
 };
 
 /// How pixels mix by the parameter "estimate"; none where it is off.
@@ -72,6 +72,7 @@ bool findsEstimates(const Settings& settings, const Inputs& inputs);
 /// is encoded, and of video codes the key may be in light or in the codes themselves.
 /// The same plate gives the same key whatever the number of threads.
 /// Throws Error (failure) when the plate has no screen that is sure enough.
-BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes = {});
+BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wishes = {},
+                 const RowLoop& rows = bandAfterBand);
 
 }  // namespace orvanite

@@ -305,7 +305,7 @@ OrvaniteResult orvanite_keyerFind(OrvaniteKeyer* keyer, const OrvaniteImage* pla
     std::optional<BlindKey> estimates;
     std::optional<CleanPlate> clean;
     if (cleanPlate == ORVANITE_CLEAN_PLATE_IF_USEFUL && findsEstimates(settings, {})) {
-      estimates = findKey(searched.plate(), settings);
+      estimates = findKey(searched.plate(), settings, {}, rowsOn(0));
       settings = estimates->settings;
       set = estimates->set;
     } else {

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "engine/colour/Encoding.h"
 #include "keyer/Masks.h"
@@ -91,7 +92,7 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
   constexpr float apart = 0.15f;     // of the two shares of screen, at the least
   constexpr double noise = 0.015;    // what lies further off either says little
   MixingVote vote;
-  const Colours smooth = blurred(look.codes, coarse ? 1.2f : 0.5f);
+  const Colours smooth = blurred(look.codes, coarse ? 1.2f : 0.5f, look.rows);
   const Plane& share = regions.calmShare;
   struct Sample {
     Rgb r, d;  // off the line: what is seen, what light would give
@@ -233,7 +234,7 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
     deep[i] = regions.core[i] != 0 && regions.calmShare[i] < holdsNone;
     deeps += deep[i];
   }
-  if (deeps > enough) distanceTo(deep, &nearest);
+  if (deeps > enough) distanceTo(deep, &nearest, look.rows);
   if (regions.pureCount > 0) {
     for (const std::size_t i :
          sampled(size, most, [&](std::size_t at) { return isSoft(regions, at); })) {
@@ -276,11 +277,26 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
   return trials;
 }
 
-float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
+/// What numbers cost; where that is no less than `least`, anything that is no less either.
+float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers, float least) {
   const auto mean = [](double sum, std::size_t count) {
     return static_cast<float>(sum / static_cast<double>(std::max<std::size_t>(1, count)));
   };
   double matte = 0, composite = 0, core = 0, screen = 0;
+  for (const TrialPixel& t : trials.core) {
+    core += static_cast<double>(
+        std::min(0.2f, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
+  }
+  for (const TrialPixel& t : trials.screen) {
+    screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
+  }
+  const auto cost = [&] {
+    return mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
+           0.8f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
+           0.3f * numbers.clip;
+  };
+  // Nothing that is still to come lowers it.
+  if (cost() >= least) return cost();
   for (const TrialPixel& t : trials.mixes) {
     const KeyedPixel k = keyPixel(t.colour, t.screen, hue, numbers);
     matte += static_cast<double>(std::abs(k.matte - t.matte));
@@ -290,16 +306,7 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers) {
                    3;
     }
   }
-  for (const TrialPixel& t : trials.core) {
-    core += static_cast<double>(
-        std::min(0.2f, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
-  }
-  for (const TrialPixel& t : trials.screen) {
-    screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
-  }
-  return mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
-         0.8f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
-         0.3f * numbers.clip;
+  return cost();
 }
 
 }  // namespace
@@ -313,21 +320,33 @@ KeyNumbers fitKey(const Look& look, const ScreenHue& hue, const ScreenPlate& pla
   const float sm = s[static_cast<std::size_t>(hue.middle)];
   const float sq = s[static_cast<std::size_t>(hue.weakest)];
   KeyNumbers best{.balance = 0.3f, .gain = 0, .clip = 0.03f};
-  float least = costOf(trials, hue, best);
+  std::vector<KeyNumbers> tried;
   for (const float balance : {0.0f, 0.15f, 0.3f, 0.45f, 0.6f, 0.8f, 1.0f}) {
     const float d = sp - balance * sm - (1 - balance) * sq;
     if (d < 0.03f * sp) continue;
     for (const float gain : {0.0f, -0.05f, -0.1f}) {
       const float needed = -gain * sp / d;
       for (const float more : {0.01f, 0.03f, 0.06f, 0.09f}) {
-        const KeyNumbers numbers{balance, gain, std::min(0.45f, needed + more)};
-        const float cost = costOf(trials, hue, numbers);
-        if (cost < least) {
-          least = cost;
-          best = numbers;
-        }
+        tried.push_back({balance, gain, std::min(0.45f, needed + more)});
       }
     }
+  }
+  const float most = costOf(trials, hue, best, std::numeric_limits<float>::infinity());
+  std::vector<float> costs(tried.size());
+  look.rows(static_cast<int>(tried.size()), 6, [&](int first, int count) {
+    float least = most;
+    for (int turn = first; turn < first + count; ++turn) {
+      const auto i = static_cast<std::size_t>(turn);
+      costs[i] = costOf(trials, hue, tried[i], least);
+      least = std::min(least, costs[i]);
+    }
+  });
+  // The first of the best.
+  float least = most;
+  for (std::size_t i = 0; i < tried.size(); ++i) {
+    if (costs[i] >= least) continue;
+    least = costs[i];
+    best = tried[i];
   }
   return best;
 }

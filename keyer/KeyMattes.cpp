@@ -13,26 +13,27 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const int w = plate.sure.width;
   const int h = plate.sure.height;
   Plane off(w, h), light(w, h);
-  for (std::size_t i = 0; i < off.size(); ++i) {
+  eachPixel(off, look.rows, [&](std::size_t i) {
     off[i] = 1 - regions.share[i];
     float most = 0;
     for (std::size_t c = 0; c < 3; ++c) {
       most = std::max(most, std::abs(look.codes[c][i] - plate.clean[c][i]));
     }
     light[i] = most;
-  }
-  off = blurred(off, 1.5f * regions.radius);
-  light = blurred(light, 1.5f * regions.radius);
+  });
+  off = blurred(off, 1.5f * regions.radius, look.rows);
+  light = blurred(light, 1.5f * regions.radius, look.rows);
   Mask bright(w, h), thing(w, h);
-  for (std::size_t i = 0; i < thing.size(); ++i) bright[i] = light[i] > 0.03f + 1.5f * look.grain;
-  bright = opened(bright);
-  for (std::size_t i = 0; i < thing.size(); ++i) {
+  eachPixel(bright, look.rows,
+            [&](std::size_t i) { bright[i] = light[i] > 0.03f + 1.5f * look.grain; });
+  bright = opened(bright, look.rows);
+  eachPixel(thing, look.rows, [&](std::size_t i) {
     thing[i] = std::abs(off[i]) > 0.06f + 1.3f * regions.calm || bright[i] != 0 ||
                std::abs(1 - regions.calmShare[i]) > 0.25f + 3 * regions.calm;
-  }
-  const std::vector<std::uint32_t> part = partsOf(thing);
-  std::vector<std::uint32_t> count(thing.size());
-  std::vector<float> deepest(thing.size());
+  });
+  const Values<std::uint32_t> part = partsOf(thing);
+  Values<std::uint32_t> count(thing.size(), 0);
+  Values<float> deepest(thing.size(), 0);
   for (std::size_t i = 0; i < thing.size(); ++i) {
     if (thing[i] == 0) continue;
     ++count[part[i]];
@@ -44,8 +45,10 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     }
   }
   constexpr float from = 3, to = 5;  // pixels
-  Plane matte = distanceWithin(thing, to);
-  for (float& v : matte.values) v = std::clamp((v - from) / (to - from), 0.0f, 1.0f);
+  Plane matte = distanceWithin(thing, to, look.rows);
+  eachPixel(matte, look.rows, [&](std::size_t i) {
+    matte[i] = std::clamp((matte[i] - from) / (to - from), 0.0f, 1.0f);
+  });
   return matte;
 }
 
@@ -60,35 +63,34 @@ float ramp(float v, float from, float to) {
 Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   constexpr float fine = 3, around = 6;  // pixels
   Plane light(regions.share.width, regions.share.height);
-  for (std::size_t i = 0; i < light.size(); ++i) {
+  eachPixel(light, look.rows, [&](std::size_t i) {
     light[i] = look.codes[0][i] + look.codes[1][i] + look.codes[2][i];
-  }
-  light = blurred(light, regions.radius);
-  const Plane mean = blurred(light, fine);
+  });
+  light = blurred(light, regions.radius, look.rows);
+  const Plane mean = blurred(light, fine, look.rows);
   Plane texture(light.width, light.height);
-  for (std::size_t i = 0; i < light.size(); ++i) {
-    texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]);
-  }
-  texture = blurred(texture, around);
-  for (std::size_t i = 0; i < light.size(); ++i) {
+  eachPixel(light, look.rows,
+            [&](std::size_t i) { texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]); });
+  texture = blurred(texture, around, look.rows);
+  eachPixel(light, look.rows, [&](std::size_t i) {
     const float screen = plate.clean[0][i] + plate.clean[1][i] + plate.clean[2][i];
     texture[i] = std::sqrt(texture[i]) / std::max(screen, 0.15f);
-  }
+  });
   return texture;
 }
 
 /// The share of what is no screen around each pixel that holds next to no screen.
-Plane pureAround(const KeyRegions& regions) {
+Plane pureAround(const Look& look, const KeyRegions& regions) {
   const auto size = static_cast<float>(std::max(regions.share.width, regions.share.height));
   Plane pure(regions.share.width, regions.share.height);
   Plane other(regions.share.width, regions.share.height);
-  for (std::size_t i = 0; i < pure.size(); ++i) {
+  eachPixel(pure, look.rows, [&](std::size_t i) {
     other[i] = regions.screen[i] == 0 && regions.inside[i] != 0;
     pure[i] = other[i] > 0 && regions.calmShare[i] < 0.2f;
-  }
-  pure = blurred(pure, 0.03f * size);
-  other = blurred(other, 0.03f * size);
-  for (std::size_t i = 0; i < pure.size(); ++i) pure[i] /= std::max(other[i], 0.01f);
+  });
+  pure = blurred(pure, 0.03f * size, look.rows);
+  other = blurred(other, 0.03f * size, look.rows);
+  eachPixel(pure, look.rows, [&](std::size_t i) { pure[i] /= std::max(other[i], 0.01f); });
   return pure;
 }
 
@@ -101,26 +103,26 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const Plane& share = regions.calmShare;
   const Mask large = largeOf(regions.screen);
   Mask open(share.width, share.height), beside(share.width, share.height);
-  for (std::size_t i = 0; i < open.size(); ++i) {
+  eachPixel(open, look.rows, [&](std::size_t i) {
     open[i] = share[i] > 0.7f || regions.inside[i] == 0;
     beside[i] = large[i] != 0 || regions.inside[i] == 0;
-  }
+  });
   const auto size = static_cast<float>(std::max(share.width, share.height));
   const float from = 0.03f * size, to = 0.06f * size;  // pixels
-  const Plane depth = distanceWithin(open, to);
-  const Plane within = distanceWithin(beside, to);
+  const Plane depth = distanceWithin(open, to, look.rows);
+  const Plane within = distanceWithin(beside, to, look.rows);
   const Plane texture = textureOf(look, plate, regions);
-  const Plane pure = pureAround(regions);
+  const Plane pure = pureAround(look, regions);
   Plane hold(share.width, share.height);
-  for (std::size_t i = 0; i < hold.size(); ++i) {
-    if (beside[i] != 0) continue;
+  eachPixel(hold, look.rows, [&](std::size_t i) {
+    if (beside[i] != 0) return;
     const float solid =
         open[i] != 0 ? 0.0f : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f));
     const float rough = ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
                         (1 - ramp(pure[i], 0.03f, 0.11f));
     hold[i] = std::max(solid, rough);
-  }
-  return blurred(hold, 1);
+  });
+  return blurred(hold, 1, look.rows);
 }
 
 }  // namespace orvanite

@@ -20,40 +20,42 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   const auto q = static_cast<std::size_t>(hue.weakest);
   KeyRegions out;
   out.share = Plane(w, h);
-  std::vector<float> keys;
+  Values<float> keys;
   const auto key = [&](const Colours& c, std::size_t i) {
     return c[p][i] - 0.5f * (c[m][i] + c[q][i]);
   };
-  for (std::size_t i = 0; i < out.share.size(); ++i) {
+  eachPixel(out.share, look.rows, [&](std::size_t i) {
     const float screen = std::max(key(plate.clean, i), 0.01f);
     out.share[i] = std::clamp(key(look.codes, i) / screen, -4.0f, 4.0f);
-    if (i % 7 == 0) keys.push_back(screen);
+  });
+  for (std::size_t i = 0; i < out.share.size(); i += 7) {
+    keys.push_back(std::max(key(plate.clean, i), 0.01f));
   }
   out.grain = 1.22f * look.grain / std::max(quantile(keys, 0.5), 0.02f);
   out.radius = std::clamp(0.8f * out.grain / 0.05f, 0.8f, 2.5f);
   out.calm = out.grain / (3.5f * out.radius);
-  out.calmShare = blurred(out.share, out.radius);
-  const Colours smooth = blurred(look.codes, out.radius);
+  out.calmShare = blurred(out.share, out.radius, look.rows);
+  const Colours smooth = blurred(look.codes, out.radius, look.rows);
   const float calmLight = 0.03f + 2.5f * look.grain / (3.5f * out.radius);
-  const float within = 1.5f * std::min(0.05f, 0.32f * hue.fromGrey);
+  const Shorter within(1.5f * std::min(0.05f, 0.32f * hue.fromGrey));
   out.screen = Mask(w, h);
-  for (std::size_t i = 0; i < out.screen.size(); ++i) {
-    if (std::abs(1 - out.calmShare[i]) >= 0.1f + 2.5f * out.calm) continue;
+  eachPixel(out.screen, look.rows, [&](std::size_t i) {
+    if (std::abs(1 - out.calmShare[i]) >= 0.1f + 2.5f * out.calm) return;
     float off = 0;
     for (std::size_t c = 0; c < 3; ++c) {
       off = std::max(off, std::abs(smooth[c][i] - plate.clean[c][i]));
     }
-    if (off >= calmLight) continue;
+    if (off >= calmLight) return;
     const auto seen = hueOf(smooth[0][i], smooth[1][i], smooth[2][i]);
     const auto own = hueOf(plate.clean[0][i], plate.clean[1][i], plate.clean[2][i]);
-    out.screen[i] = std::hypot(seen[0] - own[0], seen[1] - own[1]) < within;
-  }
+    out.screen[i] = within(seen[0] - own[0], seen[1] - own[1]);
+  });
   out.inside = hullOf(plate.sure, 5);
   constexpr float apart = 4;  // pixels, of subject and screen
-  const Plane screenDistance = distanceWithin(out.screen, apart);
+  const Plane screenDistance = distanceWithin(out.screen, apart, look.rows);
   out.subject = Mask(w, h);
   Mask other(w, h, 1);
-  std::vector<float> shares;
+  Values<float> shares;
   const auto findSubject = [&] {
     for (std::size_t i = 0; i < other.size(); ++i) {
       if (out.calmShare[i] < 0.35f && screenDistance[i] > apart && out.inside[i] != 0) {
@@ -71,7 +73,7 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   }
   const float purest = std::max(0.06f, quantile(shares, 0.5));
   constexpr float deep = 3;  // pixels
-  const Plane depth = distanceWithin(other, deep);
+  const Plane depth = distanceWithin(other, deep, look.rows);
   out.core = Mask(w, h);
   out.pure = Mask(w, h);
   for (std::size_t i = 0; i < other.size(); ++i) {
@@ -79,7 +81,7 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
     out.pure[i] = out.subject[i] != 0 && out.calmShare[i] <= purest;
     out.pureCount += out.pure[i];
   }
-  distanceTo(out.pure, &out.nearestPure);
+  distanceTo(out.pure, &out.nearestPure, look.rows);
   return out;
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
+#include <vector>
 
 namespace orvanite {
 namespace {
@@ -64,6 +65,40 @@ void reduceRow(const Plate& plate, int factor, int row, const std::array<float*,
   }
 }
 
+/// Whether green and blue lie behind red, and four samples on the next pixel's.
+template <class Sample>
+bool isInterleaved(const OtileImage& image) {
+  const auto* red = static_cast<const Sample*>(image.red);
+  return image.pixelStep == 4 && image.green == red + 1 && image.blue == red + 2;
+}
+
+/// The same for interleaved integers, whose sums come in any order: rows first.
+template <class Sample>
+void reduceRow(const Plate& plate, int factor, int row, std::vector<std::uint32_t>& line,
+               const std::array<float*, 3>& to, int width) {
+  const int top = row * factor;
+  const int bottom = std::min(plate.height, top + factor);
+  // Nothing is read behind the last blue.
+  const std::size_t samples = 4 * static_cast<std::size_t>(plate.width) - 1;
+  line.assign(samples, 0);
+  for (int y = top; y < bottom; ++y) {
+    const Sample* from =
+        static_cast<const Sample*>(plate.image.red) + std::ptrdiff_t{y} * plate.image.lineStep;
+    for (std::size_t i = 0; i < samples; ++i) line[i] += from[i];
+  }
+  const float white = std::is_same_v<Sample, std::uint8_t> ? 255.0f : 65535.0f;
+  for (int x = 0; x < width; ++x) {
+    const int left = x * factor;
+    const int right = std::min(plate.width, left + factor);
+    std::array<std::uint32_t, 3> sum{};
+    for (int at = left; at < right; ++at) {
+      for (std::size_t c = 0; c < 3; ++c) sum[c] += line[4 * static_cast<std::size_t>(at) + c];
+    }
+    const float of = white * static_cast<float>((bottom - top) * (right - left));
+    for (std::size_t c = 0; c < 3; ++c) to[c][x] = static_cast<float>(sum[c]) / of;
+  }
+}
+
 }  // namespace
 
 float codeOfLight(float light) {
@@ -76,8 +111,9 @@ float lightOfCode(float code) {
                           : std::pow((code + 0.055f) / 1.055f, 2.4f);
 }
 
-Look lookAt(const Plate& plate, Encoding encoding, int most) {
+Look lookAt(const Plate& plate, Encoding encoding, const RowLoop& rows, int most) {
   Look look;
+  look.rows = rows;
   look.width = plate.width;
   look.height = plate.height;
   look.encoding = encoding;
@@ -86,19 +122,27 @@ Look lookAt(const Plate& plate, Encoding encoding, int most) {
   look.factor = std::max(1, static_cast<int>(std::ceil(std::sqrt(pixels / most))));
   const int w = (plate.width + look.factor - 1) / look.factor;
   const int h = (plate.height + look.factor - 1) / look.factor;
-  for (Plane& plane : look.codes) plane = Plane(w, h);
+  for (Plane& plane : look.codes) plane = Plane::unset(w, h);
   static const CodeTable encode;
-  for (int y = 0; y < h; ++y) {
-    const std::array<float*, 3> to = {&look.codes[0](0, y), &look.codes[1](0, y),
-                                      &look.codes[2](0, y)};
-    withSampleOf(plate.depth, [&]<class T>(std::type_identity<T>) {
-      reduceRow<T>(plate, look.factor, y, to, w);
-    });
-    if (encoding == Encoding::codes) continue;
-    for (float* row : to) {
-      for (int x = 0; x < w; ++x) row[x] = encode(row[x]);
+  constexpr int leastRows = 8;
+  rows(h, leastRows, [&](int first, int count) {
+    std::vector<std::uint32_t> line;
+    for (int y = first; y < first + count; ++y) {
+      const std::array<float*, 3> to = {&look.codes[0](0, y), &look.codes[1](0, y),
+                                        &look.codes[2](0, y)};
+      withSampleOf(plate.depth, [&]<class T>(std::type_identity<T>) {
+        if constexpr (!std::is_same_v<T, float>) {
+          if (isInterleaved<T>(plate.image))
+            return reduceRow<T>(plate, look.factor, y, line, to, w);
+        }
+        reduceRow<T>(plate, look.factor, y, to, w);
+      });
+      if (encoding == Encoding::codes) continue;
+      for (float* row : to) {
+        for (int x = 0; x < w; ++x) row[x] = encode(row[x]);
+      }
     }
-  }
+  });
   return look;
 }
 

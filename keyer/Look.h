@@ -20,12 +20,15 @@ struct Look {
   int width = 0, height = 0;  // of the plate, in pixels
   int factor = 1;             // pixels of the plate to one looked at, along each side
   Encoding encoding = Encoding::codes;
-  Colours codes;         // box means of factor x factor pixels; 1.0 is white
-  float grain = 0.002f;  // standard deviation of a channel of a looked-at pixel, in codes
+  Colours codes;                 // box means of factor x factor pixels; 1.0 is white
+  RowLoop rows = bandAfterBand;  // what is shared among threads
+  float grain = 0.002f;          // standard deviation of a channel of a looked-at pixel, in codes
 };
 
 /// Reduces a plate to at most about `most` pixels.
-Look lookAt(const Plate& plate, Encoding encoding, int most = 240000);
+/// rows  runs the loops of all that is made of the look; must live as long as it
+Look lookAt(const Plate& plate, Encoding encoding, const RowLoop& rows = bandAfterBand,
+            int most = 240000);
 
 /// A colour of the plate as codes, and back.
 float codeOfLight(float light);

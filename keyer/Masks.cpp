@@ -20,7 +20,7 @@ constexpr int nowhere = -(1 << 20);
 Raster<int> nearestInColumns(const Mask& mask) {
   const int w = mask.width;
   const int h = mask.height;
-  Raster<int> source(w, h);
+  Raster<int> source = Raster<int>::unset(w, h);
   for (int y = 0; y < h; ++y) {
     const std::uint8_t* in = &mask(0, y);
     int* to = &source(0, y);
@@ -82,7 +82,7 @@ class Envelope {
 Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest, const RowLoop& rows) {
   const int w = mask.width;
   const int h = mask.height;
-  Plane out(w, h);
+  Plane out = Plane::unset(w, h);
   if (nearest != nullptr) nearest->assign(mask.size(), 0);
   if (w == 0 || h == 0) return out;
   const Raster<int> source = nearestInColumns(mask);
@@ -97,6 +97,7 @@ Plane distanceTo(const Mask& mask, std::vector<std::uint32_t>* nearest, const Ro
     int left = 0;
     while (left < w) {
       if (row[left] == y) {
+        to[left] = 0;
         if (which != nullptr) which[left] = static_cast<std::uint32_t>(mask.index(left, y));
         ++left;
         continue;
@@ -142,7 +143,7 @@ Plane distanceWithin(const Mask& mask, float reach, const RowLoop& rows) {
   for (int i = 0; i <= limit; ++i) {
     roots[static_cast<std::size_t>(i)] = std::sqrt(static_cast<float>(i));
   }
-  Raster<std::int16_t> squares(w, h);
+  Raster<std::int16_t> squares = Raster<std::int16_t>::unset(w, h);
   rows(h, leastRows, [&](int first, int count) {
     for (int y = first; y < first + count; ++y) {
       const std::uint8_t* in = &mask(0, y);
@@ -162,7 +163,7 @@ Plane distanceWithin(const Mask& mask, float reach, const RowLoop& rows) {
       }
     }
   });
-  Plane out(w, h);
+  Plane out = Plane::unset(w, h);
   rows(h, leastRows, [&](int first, int count) {
     std::vector<std::int16_t> least(static_cast<std::size_t>(w));
     for (int y = first; y < first + count; ++y) {
@@ -206,7 +207,7 @@ void extremeRow(const Mask& mask, int y, std::vector<std::uint8_t>& room, std::u
 
 template <class Pick>
 Mask extreme(const Mask& mask, const RowLoop& rows, Pick pick) {
-  Mask out(mask.width, mask.height);
+  Mask out = Mask::unset(mask.width, mask.height);
   rows(mask.height, leastRows, [&](int first, int count) {
     std::vector<std::uint8_t> room(static_cast<std::size_t>(mask.width) + 2);
     for (int y = first; y < first + count; ++y) extremeRow(mask, y, room, &out(0, y), pick);
@@ -242,7 +243,7 @@ int endOfLike(const std::uint8_t* row, int x, int width) {
 
 // Runs of a row are joined with those of the row before that they touch; the earliest is the root,
 // and its first pixel the least index.
-std::vector<std::uint32_t> partsOf(const Mask& mask) {
+Values<std::uint32_t> partsOf(const Mask& mask) {
   struct Run {
     std::uint32_t first, end, root;
     int left, right;  // columns, the second exclusive
@@ -276,7 +277,7 @@ std::vector<std::uint32_t> partsOf(const Mask& mask) {
     }
     before = own;
   }
-  std::vector<std::uint32_t> part(mask.size());
+  Values<std::uint32_t> part(mask.size());
   std::iota(part.begin(), part.end(), 0U);
   for (std::uint32_t i = 0; i < runs.size(); ++i) {
     std::fill(part.begin() + runs[i].first, part.begin() + runs[i].end, runs[rootOf(i)].first);
@@ -287,8 +288,8 @@ std::vector<std::uint32_t> partsOf(const Mask& mask) {
 Mask largeOf(const Mask& mask) {
   const auto size = static_cast<float>(std::max(mask.width, mask.height));
   const auto few = static_cast<std::uint32_t>(0.004f * size * size);
-  const std::vector<std::uint32_t> part = partsOf(mask);
-  std::vector<std::uint32_t> count(part.size());
+  const Values<std::uint32_t> part = partsOf(mask);
+  Values<std::uint32_t> count(part.size(), 0);
   for (std::size_t i = 0; i < part.size(); ++i) count[part[i]] += mask[i];
   Mask large(mask.width, mask.height);
   std::size_t all = 0, some = 0;

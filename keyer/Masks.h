@@ -26,7 +26,7 @@ Mask opened(const Mask& mask, const RowLoop& rows = bandAfterBand);
 
 /// Connected parts of a mask: for each pixel the least index of its part, 8 neighbours; its own
 /// where the mask is 0.
-std::vector<std::uint32_t> partsOf(const Mask& mask);
+Values<std::uint32_t> partsOf(const Mask& mask);
 
 /// The parts of a mask that are large for its frame; all of it where they are not most of it.
 Mask largeOf(const Mask& mask);

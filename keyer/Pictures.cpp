@@ -290,8 +290,8 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
   const Band everything{0, frame.plate.height};
   if (keysBesideEstimates(settings, inputs)) {
     const SearchedPlate searched(frame.plate);
-    const BlindKey own =
-        estimates ? estimates->carriedTo(searched.plate()) : findKey(searched.plate(), settings);
+    const BlindKey own = estimates ? estimates->carriedTo(searched.plate(), rowsOn(threads))
+                                   : findKey(searched.plate(), settings, {}, rowsOn(threads));
     beside_.prepare(own, settings, depth, inputs);
     Room whole;
     keyBand(job, everything, whole, [&](const Frame& f) { beside_.render(own, f, threads); });

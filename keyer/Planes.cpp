@@ -50,7 +50,7 @@ Plane filtered(const Plane& plane, const std::vector<float>& taps, const RowLoop
   const int radius = static_cast<int>(taps.size() / 2);
   const int w = plane.width;
   const int h = plane.height;
-  Plane across(w, h), out(w, h);
+  Plane across = Plane::unset(w, h), out = Plane::unset(w, h);
   rows(h, leastRows, [&](int first, int count) {
     std::vector<float> row(static_cast<std::size_t>(w + 2 * radius));
     std::vector<const float*> at(taps.size());
@@ -76,7 +76,7 @@ Plane filtered(const Plane& plane, const std::vector<float>& taps, const RowLoop
 }
 
 Plane halved(const Plane& plane, const RowLoop& rows) {
-  Plane out((plane.width + 1) / 2, (plane.height + 1) / 2);
+  Plane out = Plane::unset((plane.width + 1) / 2, (plane.height + 1) / 2);
   rows(out.height, leastRows, [&](int first, int count) {
     for (int y = first; y < first + count; ++y) {
       const float* high = &plane(0, 2 * y);
@@ -106,7 +106,7 @@ Plane blurred(const Plane& plane, float sigma, const RowLoop& rows) {
   // Halving and stretching blur by about half a pixel of the fine grid and of the coarse one.
   const Plane coarse =
       blurred(halved(plane, rows), std::sqrt(std::max(0.25f * sigma * sigma - 0.2f, 0.01f)), rows);
-  Plane out(plane.width, plane.height);
+  Plane out = Plane::unset(plane.width, plane.height);
   const Stretch stretch(coarse, 2 * coarse.width, 2 * coarse.height);
   rows(plane.height, leastRows, [&](int first, int count) {
     std::vector<float> row(static_cast<std::size_t>(2 * coarse.width));
@@ -124,7 +124,7 @@ Colours blurred(const Colours& planes, float sigma, const RowLoop& rows) {
 }
 
 Plane planeOf(const Mask& mask) {
-  Plane plane(mask.width, mask.height);
+  Plane plane = Plane::unset(mask.width, mask.height);
   for (std::size_t i = 0; i < mask.size(); ++i) plane[i] = mask[i];
   return plane;
 }
@@ -132,7 +132,7 @@ Plane planeOf(const Mask& mask) {
 Plane contrast(const Plane& plane, const RowLoop& rows) {
   const int w = plane.width;
   const int h = plane.height;
-  Plane out(w, h);
+  Plane out = Plane::unset(w, h);
   if (out.size() == 0) return out;
   rows(h, leastRows, [&](int first, int count) {
     // One more at either end: the outermost again.
@@ -171,31 +171,30 @@ std::uint32_t orderOf(float v) {
 
 }  // namespace
 
-float quantile(std::vector<float>& values, double share) {
+float quantile(std::span<float> values, double share) {
   if (values.empty()) return 0;
   auto at = static_cast<std::size_t>(
       std::min(static_cast<double>(values.size() - 1), share * static_cast<double>(values.size())));
   // Of many only those are put in order that start as the wanted one does.
   constexpr std::size_t few = 2000;
-  std::vector<float> some;
-  std::vector<float>* left = &values;
+  Values<float> some;
   constexpr int bits = 11;
-  for (int shift = 32 - bits; left->size() > few && shift > 0; shift -= bits) {
+  for (int shift = 32 - bits; values.size() > few && shift > 0; shift -= bits) {
     std::array<std::uint32_t, 1 << bits> counts{};
     const auto startOf = [shift](float v) { return orderOf(v) >> shift & ((1U << bits) - 1); };
-    for (const float v : *left) ++counts[startOf(v)];
+    for (const float v : values) ++counts[startOf(v)];
     std::size_t start = 0;
     for (; at >= counts[start]; ++start) at -= counts[start];
-    std::vector<float> like;
+    Values<float> like;
     like.reserve(counts[start]);
-    for (const float v : *left) {
+    for (const float v : values) {
       if (startOf(v) == start) like.push_back(v);
     }
     some = std::move(like);
-    left = &some;
+    values = some;
   }
-  const auto middle = left->begin() + static_cast<std::ptrdiff_t>(at);
-  std::nth_element(left->begin(), middle, left->end());
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(at);
+  std::nth_element(values.begin(), middle, values.end());
   return *middle;
 }
 

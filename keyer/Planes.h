@@ -7,23 +7,36 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "keyer/Loops.h"
+#include "keyer/Recycled.h"
 
 namespace orvanite {
+
+template <class T>
+using Values = std::vector<T, Recycled<T>>;
 
 /// A value for every pixel, row by row from the top left.
 template <class T>
 struct Raster {
   int width = 0, height = 0;
-  std::vector<T> values;
+  Values<T> values;
 
   Raster() = default;
   Raster(int w, int h, T value = T())
       : width(w),
         height(h),
         values(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), value) {}
+  /// One whose values are anything until they are set.
+  static Raster unset(int w, int h) {
+    Raster raster;
+    raster.width = w;
+    raster.height = h;
+    raster.values.resize(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
+    return raster;
+  }
   std::size_t size() const { return values.size(); }
   std::size_t index(int x, int y) const {
     return static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
@@ -40,6 +53,16 @@ using Plane = Raster<float>;
 using Mask = Raster<std::uint8_t>;
 using Colours = std::array<Plane, 3>;
 
+/// Calls body(i) for the index of every pixel of a raster.
+template <class T, class Body>
+void eachPixel(const Raster<T>& raster, const RowLoop& rows, const Body& body) {
+  constexpr int leastRows = 24;
+  rows(raster.height, leastRows, [&](int first, int count) {
+    const std::size_t end = raster.index(0, first + count);
+    for (std::size_t i = raster.index(0, first); i < end; ++i) body(i);
+  });
+}
+
 /// A Gaussian of `sigma` pixels; beyond the edges their pixels are repeated. A wide one is applied
 /// to a reduced plane.
 Plane blurred(const Plane& plane, float sigma, const RowLoop& rows = bandAfterBand);
@@ -50,7 +73,7 @@ Plane planeOf(const Mask& mask);
 Plane contrast(const Plane& plane, const RowLoop& rows = bandAfterBand);
 
 /// The value below which a share (0..1) of them lies; 0 where there are none. May reorder them.
-float quantile(std::vector<float>& values, double share);
+float quantile(std::span<float> values, double share);
 
 /// Values between pixels: of a plane that is stretched over a picture of another size. One serves
 /// many threads.

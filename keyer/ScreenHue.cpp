@@ -5,9 +5,10 @@
 // fire or fur outvotes the screen around it.
 #include "keyer/ScreenHue.h"
 
-#include <algorithm>
-#include <cmath>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace orvanite {
@@ -29,17 +30,19 @@ struct Vote {
 
 }  // namespace
 
-std::array<float, 2> hueOf(float r, float g, float b) {
-  const float sum = std::max(r + g + b, 1e-4f);
-  return {r / sum, g / sum};
-}
-
-HueOffset offsetOf(const ScreenHue& screen, std::array<float, 2> hue) {
-  const float ux = (screen.hue[0] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
-  const float uy = (screen.hue[1] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
-  const float dx = hue[0] - screen.hue[0];
-  const float dy = hue[1] - screen.hue[1];
-  return {dx * ux + dy * uy, std::abs(dx * uy - dy * ux)};
+// Roots do not fall where squares rise: the square is found among the patterns of doubles, which
+// rise with them.
+Shorter::Shorter(float length) {
+  std::uint64_t low = 0, high = std::bit_cast<std::uint64_t>(std::numeric_limits<double>::max());
+  while (low < high) {
+    const std::uint64_t middle = low + (high - low) / 2;
+    if (static_cast<float>(std::sqrt(std::bit_cast<double>(middle))) < length) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  square_ = std::bit_cast<double>(low);
 }
 
 float hueReach(const ScreenHue& screen) { return std::min(0.05f, 0.32f * screen.fromGrey); }
@@ -55,7 +58,7 @@ ScreenHue hueOfColour(const Rgb& colour) {
   ScreenHue screen;
   screen.colour = colour;
   screen.hue = hueOf(colour[0], colour[1], colour[2]);
-  screen.fromGrey = std::hypot(screen.hue[0] - 1.0f / 3, screen.hue[1] - 1.0f / 3);
+  screen.fromGrey = lengthOf(screen.hue[0] - 1.0f / 3, screen.hue[1] - 1.0f / 3);
   std::array<std::size_t, 3> order = {0, 1, 2};
   std::stable_sort(order.begin(), order.end(),
                    [&](std::size_t a, std::size_t b) { return colour[a] > colour[b]; });
@@ -67,7 +70,7 @@ ScreenHue hueOfColour(const Rgb& colour) {
 
 ScreenHue screenHue(const Look& look) {
   ScreenHue screen;
-  const Colours smooth = blurred(look.codes, 1.2f);
+  const Colours smooth = blurred(look.codes, 1.2f, look.rows);
   const int w = smooth[0].width;
   const int h = smooth[0].height;
   const auto hueAt = [&](int x, int y) {
@@ -117,7 +120,8 @@ ScreenHue screenHue(const Look& look) {
       std::max_element(crowd.values.begin(), crowd.values.end()) - crowd.values.begin());
   float r = (static_cast<float>(fullest % cells) + 0.5f) / cells;
   float g = (static_cast<float>(fullest / cells) + 0.5f) / cells;
-  const auto near = [&](const Vote& vote) { return std::hypot(vote.r - r, vote.g - g) < reach; };
+  const Shorter within(reach);
+  const auto near = [&](const Vote& vote) { return within(vote.r - r, vote.g - g); };
   for (int round = 0; round < 8; ++round) {
     double sumR = 0, sumG = 0, weight = 0;
     for (const Vote& vote : votes) {
@@ -142,7 +146,7 @@ ScreenHue screenHue(const Look& look) {
   for (std::size_t c = 0; c < 3; ++c) median[c] = quantile(members[c], 0.5);
   screen = hueOfColour(median);
   screen.hue = {r, g};
-  screen.fromGrey = std::hypot(r - 1.0f / 3, g - 1.0f / 3);
+  screen.fromGrey = lengthOf(r - 1.0f / 3, g - 1.0f / 3);
   screen.coverage = static_cast<float>(members[0].size()) / static_cast<float>(looked);
   const float high = screen.colour[static_cast<std::size_t>(screen.primary)];
   const float saturation = (high - screen.colour[static_cast<std::size_t>(screen.weakest)]) / high;

@@ -4,7 +4,9 @@
 // touches its border. No primary is looked for; the channels' order follows from the colour.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "keyer/Look.h"
 
@@ -26,7 +28,10 @@ struct ScreenHue {
 constexpr float leastConfidence = 0.25f;
 
 /// The shares of red and green in a colour's sum.
-std::array<float, 2> hueOf(float r, float g, float b);
+inline std::array<float, 2> hueOf(float r, float g, float b) {
+  const float sum = std::max(r + g + b, 1e-4f);
+  return {r / sum, g / sum};
+}
 
 /// Where a colour's hue lies from a screen's: how much fuller it is, which is above 0 in the dark,
 /// where codes lose their lesser channels, and below it where light washes the screen out; and how
@@ -34,7 +39,32 @@ std::array<float, 2> hueOf(float r, float g, float b);
 struct HueOffset {
   float fuller = 0, beside = 0;
 };
-HueOffset offsetOf(const ScreenHue& screen, std::array<float, 2> hue);
+inline HueOffset offsetOf(const ScreenHue& screen, std::array<float, 2> hue) {
+  const float ux = (screen.hue[0] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
+  const float uy = (screen.hue[1] - 1.0f / 3) / std::max(screen.fromGrey, 1e-3f);
+  const float dx = hue[0] - screen.hue[0];
+  const float dy = hue[1] - screen.hue[1];
+  return {dx * ux + dy * uy, std::abs(dx * uy - dy * ux)};
+}
+
+/// The length of a vector, rounded once.
+inline float lengthOf(float x, float y) {
+  const double a = static_cast<double>(x), b = static_cast<double>(y);
+  return static_cast<float>(std::sqrt(a * a + b * b));
+}
+
+/// Whether vectors are shorter than a length: what lengthOf says, without a root for each.
+class Shorter {
+ public:
+  explicit Shorter(float length);
+  bool operator()(float x, float y) const {
+    const double a = static_cast<double>(x), b = static_cast<double>(y);
+    return a * a + b * b < square_;
+  }
+
+ private:
+  double square_;  // the least whose root is no longer below the length
+};
 
 /// Whether a colour may be the screen in the dark: fuller, and hardly to the side. No subject makes
 /// a screen fuller.

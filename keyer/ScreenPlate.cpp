@@ -7,9 +7,12 @@
 #include <vector>
 
 #include "keyer/Masks.h"
+#include "keyer/Sheet.h"
 
 namespace orvanite {
 namespace {
+
+constexpr int leastRows = 24;  // of a band for one thread
 
 using Terms = std::array<double, 6>;
 
@@ -40,34 +43,43 @@ double place(int at, int of) { return (at + 0.5) / of - 0.5; }
 Quadratic fitted(const Look& look, const Mask& mask) {
   const int w = mask.width;
   const int h = mask.height;
-  std::vector<std::size_t> pixels;
+  Values<std::uint32_t> pixels;
+  pixels.reserve(mask.size());
   for (std::size_t i = 0; i < mask.size(); ++i) {
-    if (mask[i] != 0) pixels.push_back(i);
+    if (mask[i] != 0) pixels.push_back(static_cast<std::uint32_t>(i));
   }
   Quadratic fit;
   if (pixels.empty()) return fit;
   const std::size_t count = std::min<std::size_t>(6000, pixels.size());
   std::vector<Terms> at(count);
+  std::vector<std::array<double, 3>> seen(count);
   std::vector<std::size_t> sample(count);
   for (std::size_t i = 0; i < count; ++i) {
     sample[i] = pixels[i * pixels.size() / count];
     at[i] = termsAt(place(static_cast<int>(sample[i] % static_cast<std::size_t>(w)), w),
                     place(static_cast<int>(sample[i] / static_cast<std::size_t>(w)), h));
+    for (std::size_t c = 0; c < 3; ++c) {
+      seen[i][c] = static_cast<double>(look.codes[c][sample[i]]);
+    }
   }
   std::vector<double> weight(count, 1);
   constexpr double ridge = 2e-4;
   for (int round = 0; round < 7; ++round) {
     std::array<Terms, 6> normal{};
     std::array<Terms, 3> right{};
-    for (std::size_t i = 0; i < count; ++i) {
-      for (std::size_t j = 0; j < 6; ++j) {
+    // Row by row: a row's sums stay in registers.
+    turnsBy(look.rows)(6, [&](int row) {
+      const auto j = static_cast<std::size_t>(row);
+      Terms sums{};
+      std::array<double, 3> colour{};
+      for (std::size_t i = 0; i < count; ++i) {
         const double v = weight[i] * at[i][j];
-        for (std::size_t k = 0; k < 6; ++k) normal[j][k] += v * at[i][k];
-        for (std::size_t c = 0; c < 3; ++c) {
-          right[c][j] += v * static_cast<double>(look.codes[c][sample[i]]);
-        }
+        for (std::size_t k = 0; k < 6; ++k) sums[k] += v * at[i][k];
+        for (std::size_t c = 0; c < 3; ++c) colour[c] += v * seen[i][c];
       }
-    }
+      normal[j] = sums;
+      for (std::size_t c = 0; c < 3; ++c) right[c][j] = colour[c];
+    });
     for (std::size_t j = 1; j < 6; ++j) normal[j][j] += ridge * static_cast<double>(count);
     for (std::size_t c = 0; c < 3; ++c) fit.terms[c] = solved(normal, right[c]);
     if (round == 6) break;
@@ -77,7 +89,7 @@ Quadratic fitted(const Look& look, const Mask& mask) {
       for (std::size_t c = 0; c < 3; ++c) {
         double value = 0;
         for (std::size_t j = 0; j < 6; ++j) value += fit.terms[c][j] * at[i][j];
-        worst += std::abs(value - static_cast<double>(look.codes[c][sample[i]]));
+        worst += std::abs(value - seen[i][c]);
       }
       residual[i] = static_cast<float>(worst / 3);
     }
@@ -99,7 +111,8 @@ Quadratic fitted(const Look& look, const Mask& mask) {
 }
 
 float grainOf(const Look& look, const Mask& mask) {
-  std::vector<float> steps;
+  Values<float> steps;
+  steps.reserve(3 * mask.size() / 4);
   for (const Plane& plane : look.codes) {
     for (int y = 0; y < mask.height; y += 2) {
       for (int x = 1; x < mask.width; x += 2) {
@@ -115,15 +128,15 @@ float grainOf(const Look& look, const Mask& mask) {
 
 /// The mask's calm part, where light varies no more than twice as much as in its calmest tenth, a
 /// slope aside. Leaves and fur of the screen's hue are rougher than a screen.
-Mask calmOf(const Plane& grey, const Mask& mask) {
+Mask calmOf(const Plane& grey, const Mask& mask, const RowLoop& rows) {
   constexpr float around = 3;  // pixels
-  const Plane mean = blurred(grey, around);
+  const Plane mean = blurred(grey, around, rows);
   Plane rough(mask.width, mask.height);
-  for (std::size_t i = 0; i < rough.size(); ++i) {
-    rough[i] = (grey[i] - mean[i]) * (grey[i] - mean[i]);
-  }
-  rough = blurred(rough, around);
-  std::vector<float> inside;
+  eachPixel(rough, rows,
+            [&](std::size_t i) { rough[i] = (grey[i] - mean[i]) * (grey[i] - mean[i]); });
+  rough = blurred(rough, around, rows);
+  Values<float> inside;
+  inside.reserve(mask.size());
   for (std::size_t i = 0; i < rough.size(); ++i) {
     rough[i] = std::sqrt(rough[i]);
     if (mask[i] != 0) inside.push_back(rough[i]);
@@ -135,8 +148,8 @@ Mask calmOf(const Plane& grey, const Mask& mask) {
 }
 
 /// The parts of which a fifth or more is the screen's own; `mask` says which pixels count.
-Mask ledFrom(const Mask& own, const Mask& mask, const std::vector<std::uint32_t>& part) {
-  std::vector<std::uint32_t> owns(part.size()), alls(part.size());
+Mask ledFrom(const Mask& own, const Mask& mask, const Values<std::uint32_t>& part) {
+  Values<std::uint32_t> owns(part.size(), 0), alls(part.size(), 0);
   for (std::size_t i = 0; i < part.size(); ++i) {
     if (mask[i] == 0) continue;
     owns[part[i]] += own[i];
@@ -155,7 +168,7 @@ float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i
 float hueBetween(const Colours& a, const Colours& b, std::size_t i) {
   const auto one = hueOf(a[0][i], a[1][i], a[2][i]);
   const auto other = hueOf(b[0][i], b[1][i], b[2][i]);
-  return std::hypot(one[0] - other[0], one[1] - other[1]);
+  return lengthOf(one[0] - other[0], one[1] - other[1]);
 }
 
 /// What surely is screen of what has its colour, and the rigid plate through it.
@@ -170,7 +183,7 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
   // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
   // shows through gaps alone, what there is must do.
   const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
-  const Plane depth = distanceWithin(other, away);
+  const Plane depth = distanceWithin(other, away, look.rows);
   for (const float least : {away, 0.6f * away, 0.5f}) {
     std::size_t count = 0;
     for (std::size_t i = 0; i < own.size(); ++i) {
@@ -184,18 +197,22 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
   // that the rest of it leads to.
   const Mask large = largeOf(known);
   const float near = std::max(6.0f, 0.015f * static_cast<float>(std::max(w, h)));
-  const Plane beyond = distanceWithin(large, near);
-  const Mask calm = calmOf(grey, large);
+  const Plane beyond = distanceWithin(large, near, look.rows);
+  const Mask calm = calmOf(grey, large, look.rows);
   plate.sure = calm;
+  Plane aside(w, h), lighter(w, h);
   for (int round = 0; round < 3; ++round) {
     plate.rigid = fitted(look, plate.sure);
     if (round == 2) break;
-    const Colours clean = plate.rigid.over(w, h);
-    Plane aside(w, h), lighter(w, h);
-    std::vector<float> offsets, hues, lights;
-    for (std::size_t i = 0; i < known.size(); ++i) {
+    const Colours clean = plate.rigid.over(w, h, look.rows);
+    eachPixel(known, look.rows, [&](std::size_t i) {
+      if (known[i] == 0) return;
       aside[i] = hueBetween(smooth, clean, i);
       lighter[i] = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
+    });
+    Values<float> offsets, hues, lights;
+    for (Values<float>* values : {&offsets, &hues, &lights}) values->reserve(known.size());
+    for (std::size_t i = 0; i < known.size(); ++i) {
       if (calm[i] != 0) offsets.push_back(aside[i]);
       if (large[i] == 0) continue;
       hues.push_back(aside[i]);
@@ -204,32 +221,34 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
     const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
     const float alike = std::max(0.006f, quantile(hues, 0.98));
     const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
-    for (std::size_t i = 0; i < known.size(); ++i) {
+    eachPixel(known, look.rows, [&](std::size_t i) {
       plate.sure[i] =
           known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
           lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
           (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
-    }
+    });
   }
   return plate;
 }
 
 }  // namespace
 
-Colours Quadratic::over(int width, int height) const {
+Colours Quadratic::over(int width, int height, const RowLoop& rows) const {
   Colours out;
   for (std::size_t c = 0; c < 3; ++c) {
-    out[c] = Plane(width, height);
-    for (int y = 0; y < height; ++y) {
-      const double v = place(y, height);
-      const double constant = terms[c][0] + terms[c][2] * v + terms[c][5] * v * v;
-      const double slope = terms[c][1] + terms[c][4] * v;
-      for (int x = 0; x < width; ++x) {
-        const double u = place(x, width);
-        out[c](x, y) = std::clamp(static_cast<float>(constant + slope * u + terms[c][3] * u * u),
-                                  low[c], high[c]);
+    out[c] = Plane::unset(width, height);
+    rows(height, leastRows, [&](int first, int count) {
+      for (int y = first; y < first + count; ++y) {
+        const double v = place(y, height);
+        const double constant = terms[c][0] + terms[c][2] * v + terms[c][5] * v * v;
+        const double slope = terms[c][1] + terms[c][4] * v;
+        for (int x = 0; x < width; ++x) {
+          const double u = place(x, width);
+          out[c](x, y) = std::clamp(static_cast<float>(constant + slope * u + terms[c][3] * u * u),
+                                    low[c], high[c]);
+        }
       }
-    }
+    });
   }
   return out;
 }
@@ -237,25 +256,26 @@ Colours Quadratic::over(int width, int height) const {
 ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   const int w = look.codes[0].width;
   const int h = look.codes[0].height;
-  const Colours smooth = blurred(look.codes, 1.2f);
+  const Colours smooth = blurred(look.codes, 1.2f, look.rows);
   const float within = hueReach(hue);
+  const Shorter isNear(within);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
   Plane grey(w, h);
-  for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = sumAt(smooth, i) / 3;
-  const Plane rough = contrast(grey);
+  eachPixel(grey, look.rows, [&](std::size_t i) { grey[i] = sumAt(smooth, i) / 3; });
+  const Plane rough = contrast(grey, look.rows);
   Mask own(w, h), akin(w, h), dark(w, h);
-  for (std::size_t i = 0; i < own.size(); ++i) {
+  eachPixel(own, look.rows, [&](std::size_t i) {
     const Rgb colour = {smooth[0][i], smooth[1][i], smooth[2][i]};
     const HueOffset off = offsetOf(hue, hueOf(colour[0], colour[1], colour[2]));
     const float sum = sumAt(smooth, i);
-    own[i] = std::hypot(off.fuller, off.beside) < within && sum > 0.25f * light;
+    own[i] = isNear(off.fuller, off.beside) && sum > 0.25f * light;
     dark[i] = isDarkScreen(hue, colour);
     // Washed out by light, and brighter for it.
     const float pale = -off.fuller / hue.fromGrey;
     const bool washed =
         pale > 0 && pale < 0.45f && off.beside < within && sum > light * (1 + 0.5f * pale);
     akin[i] = own[i] != 0 || dark[i] != 0 || washed;
-  }
+  });
   look.grain = grainOf(look, own);
   const float roughest = 1.6f * std::max(0.02f, 3 * look.grain);
   for (std::size_t i = 0; i < own.size(); ++i) {
@@ -269,28 +289,28 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
     grown[i] = own[i] != 0 || akin[i] != 0;
     fuller[i] = own[i] != 0 || (akin[i] != 0 && dark[i] != 0);
   }
-  const Mask all = opened(grown), bulk = opened(fuller);
+  const Mask all = opened(grown, look.rows), bulk = opened(fuller, look.rows);
   constexpr float crease = 3.5f;  // pixels to its middle
-  const Plane between = distanceWithin(bulk, crease);
+  const Plane between = distanceWithin(bulk, crease, look.rows);
   for (std::size_t i = 0; i < own.size(); ++i) across[i] = between[i] < crease;
   const Mask led = ledFrom(own, all, partsOf(all)), far = ledFrom(own, bulk, partsOf(across));
-  const Mask firm = opened(own);
+  const Mask firm = opened(own, look.rows);
   for (std::size_t i = 0; i < own.size(); ++i) {
     own[i] = firm[i] != 0 || (grown[i] != 0 && led[i] != 0) || (fuller[i] != 0 && far[i] != 0);
   }
-  own = opened(own);
+  own = opened(own, look.rows);
   ScreenPlate plate = plateThrough(own, dark, look, smooth, grey);
   // A screen's hue may drift farther over a frame than one screen's hues lie apart. What has the
   // hue and the light that the rest of it leads to, and hangs together with it, is screen.
   for (int round = 0; round < 3; ++round) {
-    const Colours clean = plate.rigid.over(w, h);
+    const Colours clean = plate.rigid.over(w, h, look.rows);
     Mask drifted(w, h);
-    for (std::size_t i = 0; i < own.size(); ++i) {
+    eachPixel(own, look.rows, [&](std::size_t i) {
       const float lighter = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
       drifted[i] = own[i] != 0 || (rough[i] < 0.6f * roughest && std::abs(lighter - 1) < 0.2f &&
                                    hueBetween(smooth, clean, i) < 0.6f * within);
-    }
-    drifted = opened(drifted);
+    });
+    drifted = opened(drifted, look.rows);
     const Mask joined = ledFrom(own, drifted, partsOf(drifted));
     std::size_t more = 0;
     for (std::size_t i = 0; i < own.size(); ++i) {
@@ -305,89 +325,13 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   return plate;
 }
 
-namespace {
-
-/// Residuals on a coarse grid, solved as a sheet under tension: it follows what is seen and falls
-/// back to nothing where nothing is.
-class Sheet {
- public:
-  Sheet(int columns, int rows) : seen_(columns, rows), weight_(columns, rows) {}
-
-  Plane& seen() { return seen_; }
-  Plane& weight() { return weight_; }
-
-  /// By conjugate gradients, a fixed number of rounds.
-  Plane solve() const {
-    const std::size_t n = seen_.size();
-    Plane z(seen_.width, seen_.height);
-    std::vector<double> x(n), r(n), p(n), q(n);
-    double rr = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      r[i] = static_cast<double>(weight_[i] * seen_[i]);
-      p[i] = r[i];
-      rr += r[i] * r[i];
-    }
-    for (int round = 0; round < 120 && rr > 1e-14; ++round) {
-      apply(p, q);
-      double pq = 0;
-      for (std::size_t i = 0; i < n; ++i) pq += p[i] * q[i];
-      const double step = rr / pq;
-      double next = 0;
-      for (std::size_t i = 0; i < n; ++i) {
-        x[i] += step * p[i];
-        r[i] -= step * q[i];
-        next += r[i] * r[i];
-      }
-      const double share = next / rr;
-      rr = next;
-      for (std::size_t i = 0; i < n; ++i) p[i] = r[i] + share * p[i];
-    }
-    for (std::size_t i = 0; i < n; ++i) z[i] = static_cast<float>(x[i]);
-    return z;
-  }
-
- private:
-  static constexpr double tension = 0.1, stiffness = 0.05, pull = 0.002;
-
-  std::vector<double> bend(const std::vector<double>& z) const {
-    const int w = seen_.width;
-    const int h = seen_.height;
-    std::vector<double> out(z.size());
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) {
-        const std::size_t i = seen_.index(x, y);
-        double sum = 0;
-        if (x > 0) sum += z[i] - z[i - 1];
-        if (x + 1 < w) sum += z[i] - z[i + 1];
-        if (y > 0) sum += z[i] - z[i - static_cast<std::size_t>(w)];
-        if (y + 1 < h) sum += z[i] - z[i + static_cast<std::size_t>(w)];
-        out[i] = sum;
-      }
-    }
-    return out;
-  }
-
-  void apply(const std::vector<double>& z, std::vector<double>& out) const {
-    const std::vector<double> once = bend(z);
-    const std::vector<double> twice = bend(once);
-    for (std::size_t i = 0; i < z.size(); ++i) {
-      out[i] = (static_cast<double>(weight_[i]) + pull) * z[i] + tension * once[i] +
-               stiffness * twice[i];
-    }
-  }
-
-  Plane seen_, weight_;
-};
-
-}  // namespace
-
 float distanceOf(const Mask& sure, const Look& look, const Colours& clean) {
   double square = 0;
   std::size_t count = 0;
   for (std::size_t c = 0; c < 3; ++c) {
     Plane off = look.codes[c];
-    for (std::size_t i = 0; i < off.size(); ++i) off[i] -= clean[c][i];
-    off = blurred(off, 2);
+    eachPixel(off, look.rows, [&](std::size_t i) { off[i] -= clean[c][i]; });
+    off = blurred(off, 2, look.rows);
     for (std::size_t i = 0; i < off.size(); ++i) {
       if (sure[i] == 0) continue;
       square += static_cast<double>(off[i] * off[i]);
@@ -415,20 +359,20 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   const int w = plate.sure.width;
   const int h = plate.sure.height;
   if (plate.count.size() == 0) takeIn(plate, Mask(plate.sure), look);
-  const Colours rigid = plate.rigid.over(w, h);
+  const Colours rigid = plate.rigid.over(w, h, look.rows);
   plate.clean = rigid;
   // Where nothing is seen the residual is nothing; its averages stay within what is seen.
   Colours residual;
   for (std::size_t c = 0; c < 3; ++c) {
     residual[c] = Plane(w, h);
-    for (std::size_t i = 0; i < residual[c].size(); ++i) {
+    eachPixel(residual[c], look.rows, [&](std::size_t i) {
       if (plate.count[i] > 0) residual[c][i] = plate.sum[c][i] / plate.count[i] - rigid[c][i];
-    }
+    });
   }
   plate.misfit = 0;
   const Plane mask = planeOf(plate.sure);
-  const Plane seenShare = blurred(mask, 2);
-  const Colours smooth = blurred(residual, 2);
+  const Plane seenShare = blurred(mask, 2, look.rows);
+  const Colours smooth = blurred(residual, 2, look.rows);
   double square = 0;
   std::size_t count = 0;
   for (std::size_t i = 0; i < mask.size(); ++i) {
@@ -450,24 +394,27 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   constexpr float farOff = 12;  // pixels
   Mask unsure(w, h);
   for (std::size_t i = 0; i < unsure.size(); ++i) unsure[i] = plate.sure[i] == 0;
-  const Plane depth = distanceWithin(unsure, farOff);
+  const Plane depth = distanceWithin(unsure, farOff, look.rows);
   Mask trusted(w, h);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
   Plane aside(w, h);
-  std::vector<float> drift;  // of the screen itself
-  for (std::size_t i = 0; i < aside.size(); ++i) {
-    if (plate.sure[i] == 0) continue;
+  eachPixel(aside, look.rows, [&](std::size_t i) {
+    if (plate.sure[i] == 0) return;
     Rgb seen{};
     for (std::size_t c = 0; c < 3; ++c) seen[c] = rigid[c][i] + smooth[c][i] / seenShare[i];
     const auto own = hueOf(seen[0], seen[1], seen[2]);
     const auto stiff = hueOf(rigid[0][i], rigid[1][i], rigid[2][i]);
-    aside[i] = std::hypot(own[0] - stiff[0], own[1] - stiff[1]);
-    if (depth[i] > farOff) drift.push_back(aside[i]);
+    aside[i] = lengthOf(own[0] - stiff[0], own[1] - stiff[1]);
+  });
+  Values<float> drift;  // of the screen itself
+  drift.reserve(aside.size());
+  for (std::size_t i = 0; i < aside.size(); ++i) {
+    if (plate.sure[i] != 0 && depth[i] > farOff) drift.push_back(aside[i]);
   }
   const float within = std::max({0.012f, 1.2f * look.grain / light, quantile(drift, 0.9)});
-  for (std::size_t i = 0; i < trusted.size(); ++i) {
+  eachPixel(trusted, look.rows, [&](std::size_t i) {
     trusted[i] = plate.sure[i] != 0 && (depth[i] > farOff || aside[i] < within);
-  }
+  });
   const int cell = std::max(2, (std::max(w, h) + 39) / 40);
   const int columns = (w + cell - 1) / cell;
   const int rows = (h + cell - 1) / cell;
@@ -475,18 +422,19 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   std::array<Plane, 3> near;  // how much of a pixel's surroundings is seen
   constexpr std::array<float, 3> reaches = {12, 5, 2.5f};
   constexpr std::array<float, 3> enough = {0.25f, 0.3f, 0.4f};
-  for (std::size_t s = 0; s < 3; ++s) near[s] = blurred(known, reaches[s]);
-  for (std::size_t c = 0; c < 3; ++c) {
+  for (std::size_t s = 0; s < 3; ++s) near[s] = blurred(known, reaches[s], look.rows);
+  std::array<Plane, 3> solved;
+  turnsBy(look.rows)(3, [&](int channel) {
+    const auto c = static_cast<std::size_t>(channel);
     Sheet sheet(columns, rows);
     Raster<int> seen(columns, rows);
-    Plane masked = residual[c];
     for (int y = 0; y < h; ++y) {
       for (int x = 0; x < w; ++x) {
         if (trusted(x, y) == 0) {
-          masked(x, y) = 0;
+          residual[c](x, y) = 0;
           continue;
         }
-        sheet.seen()(x / cell, y / cell) += masked(x, y);
+        sheet.seen()(x / cell, y / cell) += residual[c](x, y);
         ++seen(x / cell, y / cell);
       }
     }
@@ -496,25 +444,31 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
       sheet.weight()[i] =
           std::min(1.0f, 2.0f * static_cast<float>(seen[i]) / static_cast<float>(cell * cell));
     }
-    const Plane solved = sheet.solve();
-    const Stretch stretch(solved, columns * cell, rows * cell);
-    Plane z(w, h);
-    std::vector<float> row(static_cast<std::size_t>(columns * cell));
-    for (int y = 0; y < h; ++y) {
-      stretch.row(y, row.data());
-      std::copy_n(row.begin(), w, &z(0, y));
-    }
-    for (std::size_t s = 0; s < 3; ++s) {
-      const Plane local = blurred(masked, reaches[s]);
-      for (std::size_t i = 0; i < z.size(); ++i) {
-        const float share = near[s][i];
-        if (share < 1e-3f) continue;
-        z[i] += std::min(1.0f, share / enough[s]) * (local[i] / share - z[i]);
+    solved[c] = sheet.solve();
+  });
+  for (std::size_t c = 0; c < 3; ++c) {
+    const Stretch stretch(solved[c], columns * cell, rows * cell);
+    std::array<Plane, 3> local;
+    for (std::size_t s = 0; s < 3; ++s) local[s] = blurred(residual[c], reaches[s], look.rows);
+    look.rows(h, leastRows, [&](int first, int some) {
+      std::vector<float> z(static_cast<std::size_t>(columns * cell));
+      for (int y = first; y < first + some; ++y) {
+        stretch.row(y, z.data());
+        const std::size_t start = trusted.index(0, y);
+        for (std::size_t s = 0; s < 3; ++s) {
+          const float* shares = &near[s][start];
+          const float* means = &local[s][start];
+          for (int x = 0; x < w; ++x) {
+            const float share = shares[x];
+            if (share < 1e-3f) continue;
+            float& v = z[static_cast<std::size_t>(x)];
+            v += std::min(1.0f, share / enough[s]) * (means[x] / share - v);
+          }
+        }
+        float* to = &plate.clean[c][start];
+        for (int x = 0; x < w; ++x) to[x] = std::max(0.0f, to[x] + z[static_cast<std::size_t>(x)]);
       }
-    }
-    for (std::size_t i = 0; i < z.size(); ++i) {
-      plate.clean[c][i] = std::max(0.0f, plate.clean[c][i] + z[i]);
-    }
+    });
   }
 }
 

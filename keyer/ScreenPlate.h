@@ -16,7 +16,7 @@ struct Quadratic {
   std::array<std::array<double, 6>, 3> terms{};
   std::array<float, 3> low{}, high{1, 1, 1};  // what values stay within
   /// The colours over a frame of that size.
-  Colours over(int width, int height) const;
+  Colours over(int width, int height, const RowLoop& rows = bandAfterBand) const;
 };
 
 /// A screen's pixels and its colour at every pixel of a look.

@@ -5,6 +5,7 @@
 
 #include "base/Error.h"
 #include "keyer/CleanPlate.h"
+#include "keyer/Threads.h"
 #include "shot/Images.h"
 
 namespace orvanite::shot {
@@ -42,7 +43,7 @@ void seeOthers(const Shot& shot, std::optional<int> lookedAt, BlindKey& key) {
     try {
       const LookedAt look = shot.toLookAt(frame);
       const media::Picture own = media::part(look.picture, look.own);
-      key.see(plateOf(own));
+      key.see(plateOf(own), rowsOn(0));
     } catch (const Error&) {
     }
   }
@@ -72,7 +73,7 @@ media::Picture FirstKey::cleanPlateOf(const media::Picture& plate) const {
 BlindKey estimatesOf(const Shot& shot, const Settings& settings, std::optional<int> frame) {
   const LookedAt look = shot.toLookAt(frame);
   const media::Picture own = media::part(look.picture, look.own);
-  BlindKey key = findKey(plateOf(own), settings);
+  BlindKey key = findKey(plateOf(own), settings, {}, rowsOn(0));
   seeOthers(shot, frame, key);
   return key;
 }

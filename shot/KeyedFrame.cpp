@@ -80,7 +80,7 @@ std::vector<Picture> keyedViews(const Job& job, int number, FramePictures pictur
   Picture& plate = pictures[Role::plate];
   std::optional<BlindKey> own;
   if (job.firstKey.blind) {
-    if (!job.passThrough) own = job.firstKey.blind->carriedTo(plateOf(plate));
+    if (!job.passThrough) own = job.firstKey.blind->carriedTo(plateOf(plate), rowsOn(threads));
   } else if (job.firstKey.cleanPlate) {
     Picture& clean = pictures[Role::cleanPlate];
     clean = job.firstKey.cleanPlateOf(plate);

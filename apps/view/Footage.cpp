@@ -55,7 +55,8 @@ std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int
     if (one.frame == frame && one.divisor == divisor) return one.key;
   }
   const Shared plate = picture(Role::plate, frame, {}, divisor);
-  auto key = std::make_shared<const BlindKey>(shotEstimates_->carriedTo(shot::plateOf(*plate)));
+  auto key =
+      std::make_shared<const BlindKey>(shotEstimates_->carriedTo(shot::plateOf(*plate), rowsOn(0)));
   frameEstimates_.push_front({frame, divisor, key});
   if (frameEstimates_.size() > kept) frameEstimates_.pop_back();
   return key;

@@ -447,6 +447,48 @@ TEST(BlindKey, LeavesWhatWasGiven) {
   }
 }
 
+/// Every number of a key, one after the other.
+std::vector<float> numbersOf(const BlindKey& key) {
+  std::vector<float> all = {key.screen.hue[0],   key.screen.hue[1],       key.screen.confidence,
+                            key.vote.slope,      key.vote.spread,         key.numbers.balance,
+                            key.numbers.gain,    key.numbers.clip,        key.plate.misfit,
+                            key.screen.coverage, key.steady ? 1.0f : 0.0f};
+  for (const Plane* plane : {&key.plate.clean[0], &key.plate.clean[1], &key.plate.clean[2],
+                             &key.plate.count, &key.holdOut, &key.garbage}) {
+    all.insert(all.end(), plane->values.begin(), plane->values.end());
+  }
+  all.insert(all.end(), key.plate.sure.values.begin(), key.plate.sure.values.end());
+  return all;
+}
+
+TEST(BlindKey, IsTheSameOnAnyThreads) {
+  plate::Options options;
+  options.width = 640;
+  options.height = 360;
+  const plate::Pictures pictures = plate::draw(options);
+  for (const int depth : {1, 4}) {
+    std::vector<float> found, carried;
+    for (const int threads : {1, 2, 5}) {
+      Canvas canvas(options.width, options.height, depth);
+      canvas.fill([&](int x, int y) {
+        const float* p = pictures.plate.at(x, y);
+        return Rgb{codeOfLight(p[0]), codeOfLight(p[1]), codeOfLight(p[2])};
+      });
+      BlindKey key = findKey(canvas.plate(), video(), {}, rowsOn(threads));
+      const BlindKey next = key.carriedTo(canvas.plate(), rowsOn(threads));
+      ASSERT_TRUE(key.plate.local);
+      ASSERT_TRUE(key.see(canvas.plate(), rowsOn(threads)));
+      if (threads == 1) {
+        found = numbersOf(key);
+        carried = numbersOf(next);
+        continue;
+      }
+      EXPECT_TRUE(numbersOf(key) == found) << threads << " threads, depth " << depth;
+      EXPECT_TRUE(numbersOf(next) == carried) << threads << " threads, depth " << depth;
+    }
+  }
+}
+
 TEST(BlindKey, HoldsItsFiguresOnTheDrawnScene) {
   struct Case {
     plate::ScreenColour screen;

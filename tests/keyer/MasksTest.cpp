@@ -84,8 +84,8 @@ TEST(Masks, AreAsFarAwayAsTheNearestPixelThatIsSet) {
 }
 
 // The least index, carried from neighbour to neighbour until nothing changes.
-std::vector<std::uint32_t> spreadLeast(const Mask& mask) {
-  std::vector<std::uint32_t> part(mask.size());
+Values<std::uint32_t> spreadLeast(const Mask& mask) {
+  Values<std::uint32_t> part(mask.size());
   for (std::uint32_t i = 0; i < part.size(); ++i) part[i] = i;
   for (bool changed = true; changed;) {
     changed = false;
