@@ -2,9 +2,10 @@
 //
 // Format: {"orvanite": "masks", "version": 1, "shapes": [
 //   {"kind": "ellipse", "use": "holdOut", "outside": false, "soft": 4, "keys": [
-//     {"frame": 1, "points": [[320, 180]], "radii": [90, 60]}]}]}.
-// Kinds: polygon (three points or more), ellipse (its centre; two radii), brush (its way; one
-// radius). Without them: "use" is garbage, "outside" false, "soft" 1, "radii" none.
+//     {"frame": 1, "points": [[320, 180]], "radii": [90, 60], "turn": 30}]}]}.
+// Kinds: polygon (three points or more), ellipse (its centre; two radii; how far it is turned, in
+// degrees clockwise), brush (its way; one radius). Without them: "use" is garbage, "outside" false,
+// "soft" 1, "radii" none, "turn" 0.
 #include "keyer/MaskFile.h"
 
 #include <algorithm>
@@ -27,8 +28,9 @@ constexpr int masksVersion = 1;
 
 // More than anybody draws; what is beyond is damage or malice.
 constexpr std::size_t mostShapes = 256, mostKeys = 4096, mostPoints = 4096;
-constexpr double farthest = 1e6;  // pixels
-constexpr double softest = 1000;  // pixels
+constexpr double farthest = 1e6;   // pixels
+constexpr double softest = 1000;   // pixels
+constexpr double mostTurn = 3600;  // degrees: between two keys it may go around many times
 constexpr int lastFrame = 1'000'000'000;
 
 constexpr std::string_view kindNames[] = {"polygon", "ellipse", "brush"};
@@ -177,7 +179,11 @@ class Reader {
 
   MaskKey key(const Json& from, const std::string& place, Kind kind) const {
     if (!from.is_object()) throw wrong(place, "a key", from);
-    checkMembers(from, place, {"frame", "points", "radii"});
+    if (kind == Kind::ellipse) {
+      checkMembers(from, place, {"frame", "points", "radii", "turn"});
+    } else {
+      checkMembers(from, place, {"frame", "points", "radii"});
+    }
     MaskKey key;
     const double frame = number(from.value("frame", Json()), member(place, "frame"), -lastFrame,
                                 lastFrame, "a frame's number");
@@ -197,6 +203,10 @@ class Reader {
     for (std::size_t i = 0; i < radii.size(); ++i) {
       key.radii.push_back(number(radii[i], indexed(member(place, "radii"), i), 1e-3, farthest,
                                  "pixels from 0.001 to a million"));
+    }
+    if (from.contains("turn")) {
+      key.turnDegrees = number(from["turn"], member(place, "turn"), -mostTurn, mostTurn,
+                               "degrees from -3600 to 3600");
     }
     return key;
   }
@@ -222,6 +232,7 @@ std::string masksText(const Masks& masks) {
       const MaskKey& key = masks[i].keys[k];
       Json one{{"frame", key.frame}, {"points", key.points}};
       if (!key.radii.empty()) one["radii"] = key.radii;
+      if (key.turnDegrees != 0) one["turn"] = key.turnDegrees;
       text += (k == 0 ? "\n    " : ",\n    ") + one.dump();
     }
     text += "]}";

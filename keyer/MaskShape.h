@@ -27,6 +27,7 @@ struct MaskShape {
   double softPixels = 1;          // width of the edge, half of it on either side
   std::vector<MaskPoint> points;  // closed corners; an ellipse's centre; a stroke's way
   std::vector<double> radii;      // none; an ellipse's, across and down; a stroke's
+  double turnDegrees = 0;         // an ellipse's, from across towards down
   bool operator==(const MaskShape&) const = default;  ///< All the same.
 };
 
@@ -35,6 +36,7 @@ struct MaskKey {
   int frame = 1;                                    // where it stands as these say
   std::vector<MaskPoint> points;                    // as a shape's
   std::vector<double> radii;                        // likewise
+  double turnDegrees = 0;                           // likewise
   bool operator==(const MaskKey&) const = default;  ///< All the same.
 };
 

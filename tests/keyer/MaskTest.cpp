@@ -105,6 +105,32 @@ TEST(Masks, SoftenAnEllipseByTheDistanceFromItsOutline) {
   }
 }
 
+TEST(Masks, TurnAnEllipseAboutItsMiddle) {
+  // What is at x, y of one that is turned is at the same place turned back of one that is not: a
+  // positive turn goes from x to y, which is clockwise where y points down.
+  MaskShape ellipse = shapeOf(Kind::ellipse, {{7, -3}}, {60, 25}, 200);
+  const MaskShape straight = ellipse;
+  for (const double degrees : {30.0, 45.0, 89.9, 135.5, -20.0, 200.0, 3333.0, -3600.0}) {
+    ellipse.turnDegrees = degrees;
+    const double angle = std::fmod(degrees, 360) * std::numbers::pi / 180;
+    for (double y = -80; y <= 80; y += 16) {
+      for (double x = -80; x <= 80; x += 16) {
+        const double u = x * std::cos(angle) + y * std::sin(angle);
+        const double v = y * std::cos(angle) - x * std::sin(angle);
+        EXPECT_NEAR(coverage(ellipse, 7 + x, -3 + y), coverage(straight, 7 + u, -3 + v), 1e-12)
+            << degrees << ' ' << x << ' ' << y;
+      }
+    }
+  }
+  // Quarters are exact: the radii change places, half a turn changes nothing.
+  const MaskShape upright = shapeOf(Kind::ellipse, {{7, -3}}, {25, 60}, 200);
+  for (const double degrees : {90.0, -90.0, 180.0, 270.0, 360.0, -3510.0}) {
+    ellipse.turnDegrees = degrees;
+    const bool odd = std::fmod(std::abs(degrees), 180) == 90;
+    EXPECT_EQ(rendered(ellipse, 40, 40), rendered(odd ? upright : straight, 40, 40)) << degrees;
+  }
+}
+
 TEST(Masks, LookOnlyAtSidesWithinReachWithoutMissingAny) {
   // A star that crosses itself, against all of its sides at once: even-odd by counting to the left.
   std::vector<MaskPoint> star;
@@ -159,8 +185,8 @@ TEST(Masks, JoinAMatteByTheGreaterOfBothInEveryDepth) {
 TEST(Masks, MoveStraightBetweenTheirKeysAndRestBesideThem) {
   const Masks masks = masksFromText(file(R"({"kind": "ellipse", "use": "holdOut", "keys": [
         {"frame": 10, "points": [[0, 100]], "radii": [10, 20]},
-        {"frame": 14, "points": [[8, 60]], "radii": [30, 20]},
-        {"frame": 16, "points": [[8, 64]], "radii": [20, 20]}]})"),
+        {"frame": 14, "points": [[8, 60]], "radii": [30, 20], "turn": 80},
+        {"frame": 16, "points": [[8, 64]], "radii": [20, 20], "turn": -20}]})"),
                                     "m.json");
   const auto at = [&](int frame) { return shapesAt(masks, Use::holdOut, frame).at(0); };
   // A quarter of the way from 10 to 14, half of it from 14 to 16.
@@ -168,6 +194,8 @@ TEST(Masks, MoveStraightBetweenTheirKeysAndRestBesideThem) {
   EXPECT_EQ(at(11).radii, (std::vector<double>{15, 20}));
   EXPECT_EQ(at(15).points, (std::vector<MaskPoint>{{8, 62}}));
   EXPECT_EQ(at(14).radii, (std::vector<double>{30, 20}));
+  EXPECT_EQ(at(11).turnDegrees, 20);
+  EXPECT_EQ(at(15).turnDegrees, 30);
   EXPECT_EQ(at(-5), at(10));
   EXPECT_EQ(at(99), at(16));
   EXPECT_TRUE(shapesAt(masks, Use::garbage, 10).empty());
@@ -175,14 +203,18 @@ TEST(Masks, MoveStraightBetweenTheirKeysAndRestBesideThem) {
   EXPECT_EQ(shrunk(at(14), 4).points, (std::vector<MaskPoint>{{2, 15}}));
   EXPECT_EQ(shrunk(at(14), 4).radii, (std::vector<double>{7.5, 5}));
   EXPECT_EQ(shrunk(at(14), 4).softPixels, 0.25);
+  EXPECT_EQ(shrunk(at(14), 4).turnDegrees, 80);
 }
 
 TEST(Masks, ComeBackFromTheirFileAsTheyWere) {
   Masks masks{{shapeOf(Kind::polygon, {}, {}, 2.5), {{-3, {{1, 2}, {3.25, -4}, {0.1, 1e5}}, {}}}},
-              {shapeOf(Kind::brush, {}, {}, 0), {{1, {{1, 2}}, {3}}, {5, {{2, 2}}, {4}}}}};
+              {shapeOf(Kind::brush, {}, {}, 0), {{1, {{1, 2}}, {3}}, {5, {{2, 2}}, {4}}}},
+              {shapeOf(Kind::ellipse, {}, {}, 1), {{1, {{1, 2}}, {3, 4}, -12.34}}}};
   masks[0].shape.use = Use::holdOut;
   masks[1].shape.outside = true;
   EXPECT_EQ(masksFromText(masksText(masks), "m.json"), masks);
+  masks[2].keys[0].turnDegrees = 0;
+  EXPECT_EQ(masksText(masks).find("turn"), std::string::npos) << "as files were before it";
   EXPECT_EQ(masksFromText(masksText({}), "m.json"), Masks());
 }
 
@@ -191,6 +223,11 @@ TEST(Masks, RefuseWhatTheyAreNotByPlace) {
       R"({"kind": "brush", "keys": [{"frame": 1, "points": [[1, 2]], "radii": [3]}]})";
   const auto key = [](const std::string& members) {
     return file(R"({"kind": "brush", "keys": [{)" + members + "}]}");
+  };
+  const auto turned = [](const std::string& degrees) {
+    return file(
+        R"({"kind": "ellipse", "keys": [{"frame": 1, "points": [[1, 2]], "radii": [3, 4], "turn": )" +
+        degrees + "}]}");
   };
   const auto shape = [](const std::string& members) {
     return file("{" + members + R"("keys": [{"frame": 1, "points": [[1, 2]], "radii": [3]}]})");
@@ -236,6 +273,14 @@ TEST(Masks, RefuseWhatTheyAreNotByPlace) {
        "keys[0].radii: expected a list of 1, found nothing"},
       {key(R"("frame": 1, "points": [[1, 2]], "radii": [0])"),
        "radii[0]: expected pixels from 0.001"},
+      {key(R"("frame": 1, "points": [[1, 2]], "radii": [3], "turn": 1)"),
+       "shapes[0].keys[0]: there is no member \"turn\""},
+      {turned("3600.5"),
+       "shapes[0].keys[0].turn: expected degrees from -3600 to 3600, found 3600.5"},
+      {turned("-1e300"), "shapes[0].keys[0].turn: expected degrees from -3600 to 3600, found -1e"},
+      {turned("\"30\""), "shapes[0].keys[0].turn: expected degrees"},
+      {turned("null"),
+       "shapes[0].keys[0].turn: expected degrees from -3600 to 3600, found nothing"},
       {key(R"("frame": 1, "points": [[1, 2]], "radii": [3]}, {"frame": 1, "points": [[1, 2]], "radii": [3])"),
        "keys[1].frame: expected one after 1, found 1"},
       {key(R"("frame": 1, "points": [[1, 2]], "radii": [3]}, {"frame": 2, "points": [[1, 2], [1, 2]], "radii": [3])"),

@@ -51,7 +51,7 @@ const screen = {screen: '0.12,0.66,0.21', colourspace: 'video'};
 // Soft ones of every kind and use, and what lies outside of one.
 const masks = JSON.stringify({orvanite: 'masks', version: 1, shapes: [
   {kind: 'polygon', soft: 7, keys: [{frame: 1, points: [[200, 20.5], [300, 40], [210, 160]]}]},
-  {kind: 'ellipse', use: 'holdOut', soft: 30, keys: [{frame: 1, points: [[150, 90]], radii: [70.3, 41]}]},
+  {kind: 'ellipse', use: 'holdOut', soft: 30, keys: [{frame: 1, points: [[150, 90]], radii: [70.3, 41], turn: 33.7}]},
   {kind: 'brush', soft: 3, keys: [{frame: -5, points: [[20, 20], [60, 150], [120, 180]], radii: [4]}, {frame: 7, points: [[30, 20], [60, 150], [120, 170]], radii: [14]}]},
   {kind: 'ellipse', outside: true, soft: 9, keys: [{frame: 1, points: [[160, 93]], radii: [158, 90]}]},
 ]});

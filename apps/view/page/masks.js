@@ -3,9 +3,10 @@
 // Masks on the picture: drawn, chosen, moved, softened, keyed at frames. What is drawn lies over the
 // canvas as outlines with handles, each of which has a name and takes the arrows as it takes a
 // pointer. A gesture is one step to undo.
-import {changed, cornerAdded, cornerRemoved, keyAt, keyToggled, keyedAt, moved, nameOf, shapesOf, simplified, textOf} from './shapes.js';
+import {changed, cornerAdded, cornerRemoved, keyAt, keyToggled, keyedAt, moved, nameOf, shapesOf, simplified, stretched, textOf, turnOf, turnedBy, turnedFromTo} from './shapes.js';
 
 const space = 'http://www.w3.org/2000/svg';
+const stemLength = 26;   // from an ellipse to the handle that turns it, in CSS pixels
 const closeEnough = 10;  // of the first corner, in CSS pixels, to close a polygon
 // What a request may hold, less its settings.
 const mostText = 48000;
@@ -154,7 +155,7 @@ export class MaskTool extends EventTarget {
     const at = this.at(event);
     if (this.gesture) {
       const {from, shape: start, handle} = this.gesture;
-      this.put(this.shapes.map((shape, i) => (i === this.chosen ? this.dragged(start, handle, at[0] - from[0], at[1] - from[1]) : shape)));
+      this.put(this.shapes.map((shape, i) => (i === this.chosen ? this.dragged(start, handle, at[0] - from[0], at[1] - from[1], from) : shape)));
     } else if (this.points && this.drawing === 'brush') {
       this.points.push(at);
       this.refresh();
@@ -188,11 +189,12 @@ export class MaskTool extends EventTarget {
     this.refresh();
   }
 
-  dragged(shape, handle, dx, dy) {
+  dragged(shape, handle, dx, dy, from) {
     const {frame} = this.state;
     if (handle === null) return changed(shape, frame, moved(dx, dy));
-    if (handle === 'across') return changed(shape, frame, ({points, radii: [a, b]}) => ({points, radii: [a + dx, b]}));
-    if (handle === 'down') return changed(shape, frame, ({points, radii: [a, b]}) => ({points, radii: [a, b + dy]}));
+    if (handle === 'across' || handle === 'down') return changed(shape, frame, stretched(handle === 'down' ? 1 : 0, dx, dy));
+    // By keys a degree at a time, or ten.
+    if (handle === 'turn') return changed(shape, frame, from ? turnedFromTo(from, [from[0] + dx, from[1] + dy]) : turnedBy(dx + dy));
     const i = Number(handle);
     return changed(shape, frame, ({points, radii}) => ({points: points.map(([x, y], n) => (n === i ? [x + dx, y + dy] : [x, y])), radii}));
   }
@@ -287,12 +289,13 @@ export class MaskTool extends EventTarget {
     return [(stage.x + x * stage.scale) / devicePixelRatio, (stage.y + y * stage.scale) / devicePixelRatio];
   }
 
-  pathOf({kind, points, radii, open}) {
+  pathOf({kind, points, radii, turn = 0, open}) {
     const places = points.map((point) => this.onScreen(point).map((value) => value.toFixed(1)));
     if (kind !== 'ellipse') return `M${places.map((place) => place.join(' ')).join('L')}${kind === 'polygon' && !open ? 'Z' : points.length === 1 ? 'h0.01' : ''}`;
     const [a, b] = radii.map((radius) => radius * this.stage.scale / devicePixelRatio);
     const [[x, y]] = points.map((point) => this.onScreen(point));
-    return `M${x - a} ${y}a${a} ${b} 0 1 0 ${2 * a} 0a${a} ${b} 0 1 0 ${-2 * a} 0Z`;
+    const [u, v] = turnOf({turn}).map((part) => part * a);
+    return `M${x - u} ${y - v}a${a} ${b} ${turn} 1 0 ${2 * u} ${2 * v}a${a} ${b} ${turn} 1 0 ${-2 * u} ${-2 * v}Z`;
   }
 
   partsOf(shape, i) {
@@ -313,8 +316,14 @@ export class MaskTool extends EventTarget {
     const handle = (id, [x, y], label) => parts.push(['circle', {class: 'handle', cx: x.toFixed(1), cy: y.toFixed(1), r: 6, tabindex: 0, role: 'button', 'data-shape': i, 'data-handle': id, 'aria-label': label}]);
     if (shape.kind === 'ellipse') {
       const [[[x, y]], [a, b]] = [now.points, now.radii];
-      handle('across', this.onScreen([x + a, y]), `Width of mask ${name}: arrows left and right`);
-      handle('down', this.onScreen([x, y + b]), `Height of mask ${name}: arrows up and down`);
+      const [c, s] = turnOf(now);
+      const along = (u, v) => this.onScreen([x + u * c - v * s, y + u * s + v * c]);
+      const end = along(0, -b - stemLength * devicePixelRatio / this.stage.scale);
+      const stem = `M${along(0, -b).join(' ')}L${end.join(' ')}`;
+      parts.push(['path', {class: 'under', d: stem}], ['path', {class: 'stem', d: stem}]);
+      handle('across', along(a, 0), `Width of mask ${name}: arrows left and right`);
+      handle('down', along(0, b), `Height of mask ${name}: arrows up and down`);
+      handle('turn', end, `Turn of mask ${name}, ${Math.round(now.turn ?? 0)} degrees: arrows right and left`);
     } else if (shape.kind === 'polygon') {
       now.points.forEach((point, n) => handle(n, this.onScreen(point), `Corner ${n + 1} of mask ${name}: arrows move it, Enter adds one after it, Delete removes it`));
     }

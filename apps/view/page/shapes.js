@@ -12,6 +12,8 @@ export const shapesOf = (text) => text ? JSON.parse(text).shapes : [];
 /** Nothing where there are none: the state holds no masks then. */
 export const textOf = (shapes) => shapes.length === 0 ? null : JSON.stringify({orvanite: 'masks', version: 1, shapes});
 
+const mostTurn = 3600;  // degrees: what a file may hold
+
 const rounded = (value) => Math.round(value * 100) / 100;
 const between = (part) => (a, b) => rounded(a + (b - a) * part);
 
@@ -26,6 +28,7 @@ export function keyAt({keys}, frame) {
     frame,
     points: to.points.map((point, i) => point.map((value, c) => mix(from.points[i][c], value))),
     ...(to.radii && {radii: to.radii.map((value, i) => mix(from.radii[i], value))}),
+    ...((from.turn || to.turn) && {turn: mix(from.turn ?? 0, to.turn ?? 0)}),
   };
 }
 
@@ -44,11 +47,35 @@ export function keyToggled(shape, frame) {
 /** With other numbers at the frame: a key there of what moves, everywhere of what does not. */
 export function changed(shape, frame, change) {
   const now = keyAt(shape, frame);
-  const next = change({points: now.points, radii: now.radii});
-  const key = {frame, points: next.points.map((point) => point.map(rounded)), ...(next.radii && {radii: next.radii.map((radius) => Math.max(0.5, rounded(radius)))})};
+  const next = {...now, ...change(now)};
+  const key = {
+    frame, points: next.points.map((point) => point.map(rounded)),
+    ...(next.radii && {radii: next.radii.map((radius) => Math.max(0.5, rounded(radius)))}),
+    ...(next.turn && {turn: Math.max(-mostTurn, Math.min(mostTurn, rounded(next.turn)))}),
+  };
   if (shape.keys.length === 1) return {...shape, keys: [{...key, frame: shape.keys[0].frame}]};
   return {...shape, keys: ordered([...shape.keys.filter((one) => one.frame !== frame), key])};
 }
+
+/** The cosine and the sine of what an ellipse is turned by, clockwise. */
+export const turnOf = ({turn = 0}) => [Math.cos(turn * Math.PI / 180), Math.sin(turn * Math.PI / 180)];
+
+/** With one radius of an ellipse (0: across, 1: down) longer by as much as a step goes along it. */
+export const stretched = (which, dx, dy) => (now) => {
+  const [c, s] = turnOf(now);
+  const by = which === 0 ? dx * c + dy * s : dy * c - dx * s;
+  return {radii: now.radii.map((radius, i) => (i === which ? radius + by : radius))};
+};
+
+export const turnedBy = (degrees) => ({turn = 0}) => ({turn: turn + degrees});
+
+/** Turned as a stick from its middle is whose end goes from one place to another. */
+export const turnedFromTo = ([x, y], [u, v]) => (now) => {
+  const [[a, b]] = now.points;
+  const angle = (p, q) => Math.atan2(q - b, p - a) * 180 / Math.PI;
+  const by = angle(u, v) - angle(x, y);
+  return turnedBy(by - 360 * Math.round(by / 360))(now);
+};
 
 export const moved = (dx, dy) => ({points, radii}) => ({points: points.map(([x, y]) => [x + dx, y + dy]), radii});
 

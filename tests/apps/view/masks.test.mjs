@@ -109,6 +109,24 @@ test('masks are drawn with a pointer, each a step to undo; page, Render and comm
   await page.keyboard.press('Control+Shift+z');
   await settled(page);
 
+  // The ellipse is turned by the handle above it, 130 - 50 and 26 pixels of the screen from the middle:
+  // to its right it has gone a quarter, and up its other side follows the pointer along its own axis.
+  await page.selectOption('#maskList', '1');
+  const {scale} = await page.evaluate(() => document.getElementById('picture').dataset);
+  await drag(page, [240, 80 - 26 / scale], [290, 100], [345, 130]);
+  const quarter = (await shapesOf(page))[1].keys[0];
+  assert.ok(Math.abs(quarter.turn - 90) < 1, `${quarter.turn} degrees`);
+  assert.deepEqual(quarter.radii, shapes[1].keys[0].radii, 'as large as it was');
+  await drag(page, [240, 190], [243, 200]);
+  await near(page, 'the radius across, which points down', (await shapesOf(page))[1].keys[0].radii, [70, 50]);
+  await page.keyboard.press('Control+z');
+  await page.focus('[data-handle=turn]');
+  await page.keyboard.press('Shift+ArrowLeft');
+  for (let i = 0; i < 50; ++i) await page.keyboard.press('ArrowLeft');
+  assert.ok(Math.abs((await shapesOf(page))[1].keys[0].turn - quarter.turn + 60) < 0.02);
+  assert.match(await page.locator('[data-handle=turn]').getAttribute('aria-label'), /^Turn of mask 2 hold-out ellipse, (29|30|31) degrees/);
+  await settled(page);
+
   const to = join(folder(), 'key.png');
   await runCommand(page, to);
   const [rendered] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
