@@ -129,7 +129,7 @@ std::string ColourSpaces::encodingOf(const std::string& space) const {
   if (isLinear(space)) return "linear";
   const auto found = configOf(config_).getColorSpace(space.c_str());
   const std::string encoding = found ? found->getEncoding() : "";
-  if (encoding == "log") return encoding;
+  if (encoding == "log") return "log";
   return encoding == "sdr-video" || encoding == "hdr-video" ? "video" : "";
 }
 

@@ -29,21 +29,28 @@ const std::string& libraryName() {
 struct Library {
   void* handle = dlopen(libraryName().c_str(), RTLD_NOW);
 
-  template <class Function>
-  Function* find(const char* name) const {
-    return handle == nullptr ? nullptr : reinterpret_cast<Function*>(dlsym(handle, name));
-  }
-#define ORVANITE_FROM_LIBRARY(name) decltype(::name)* name = find<decltype(::name)>(#name)
-  ORVANITE_FROM_LIBRARY(avfilter_graph_alloc);
-  ORVANITE_FROM_LIBRARY(avfilter_graph_free);
-  ORVANITE_FROM_LIBRARY(avfilter_graph_config);
-  ORVANITE_FROM_LIBRARY(avfilter_graph_create_filter);
-  ORVANITE_FROM_LIBRARY(avfilter_graph_set_auto_convert);
-  ORVANITE_FROM_LIBRARY(avfilter_get_by_name);
-  ORVANITE_FROM_LIBRARY(avfilter_link);
-  ORVANITE_FROM_LIBRARY(av_buffersrc_add_frame_flags);
-  ORVANITE_FROM_LIBRARY(av_buffersink_get_frame);
-#undef ORVANITE_FROM_LIBRARY
+  // Where a function is, as whatever it is.
+  struct Found {
+    void* at;
+    template <class Function>
+    operator Function*() const {
+      return reinterpret_cast<Function*>(at);
+    }
+  };
+  Found find(const char* name) const { return {handle ? dlsym(handle, name) : nullptr}; }
+
+  decltype(::avfilter_graph_alloc)* avfilter_graph_alloc = find("avfilter_graph_alloc");
+  decltype(::avfilter_graph_free)* avfilter_graph_free = find("avfilter_graph_free");
+  decltype(::avfilter_graph_config)* avfilter_graph_config = find("avfilter_graph_config");
+  decltype(::avfilter_graph_create_filter)* avfilter_graph_create_filter =
+      find("avfilter_graph_create_filter");
+  decltype(::avfilter_graph_set_auto_convert)* avfilter_graph_set_auto_convert =
+      find("avfilter_graph_set_auto_convert");
+  decltype(::avfilter_get_by_name)* avfilter_get_by_name = find("avfilter_get_by_name");
+  decltype(::avfilter_link)* avfilter_link = find("avfilter_link");
+  decltype(::av_buffersrc_add_frame_flags)* av_buffersrc_add_frame_flags =
+      find("av_buffersrc_add_frame_flags");
+  decltype(::av_buffersink_get_frame)* av_buffersink_get_frame = find("av_buffersink_get_frame");
 
   bool complete() const {
     return avfilter_graph_alloc && avfilter_graph_free && avfilter_graph_config &&
@@ -88,7 +95,8 @@ void Deinterlacer::begin(const AVFrame& first) {
   if (graph_ == nullptr) throw Error(Fault::failure, path_, "out of memory");
   graph_->nb_threads = threads_;
   // Pixels that the filter does not take are refused, not converted.
-  filters.avfilter_graph_set_auto_convert(graph_, AVFILTER_AUTO_CONVERT_NONE);
+  filters.avfilter_graph_set_auto_convert(graph_,
+                                          static_cast<unsigned>(AVFILTER_AUTO_CONVERT_NONE));
   std::array<char, 128> picture{};
   std::snprintf(picture.data(), picture.size(), "width=%d:height=%d:pix_fmt=%d:time_base=1/1",
                 first.width, first.height, first.format);

@@ -61,7 +61,7 @@ std::shared_ptr<Session> Session::with(Role role, const std::string& path,
 
 std::string Session::fileOf(const Masks& masks) const {
   if (masks.empty()) return {};
-  const std::string path = (std::filesystem::path(wish_.folder) / "masks.json").string();
+  std::string path = (std::filesystem::path(wish_.folder) / "masks.json").string();
   std::ofstream file(path, std::ios::binary);
   file << masksText(masks);
   if (!file.flush()) throw Error(Fault::failure, "masks", "they cannot be kept for the render");

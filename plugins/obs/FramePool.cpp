@@ -7,57 +7,75 @@
 #include <util/threading.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 
 namespace orvanite::obsPlugin {
 
 namespace {
 // Frames kept that nobody has. More of them are there when a filter that delayed frames is gone.
-constexpr int idleKept = 2;
+constexpr int idleKept = 3;
+
+// Frames that libobs may have without a reference.
+constexpr std::uint64_t held = 2;
 
 bool isOut(const obs_source_frame* frame) { return os_atomic_load_long(&frame->refs) > 1; }
-}  // namespace
-
-// Frames that are out come back soon, after they were drawn: they are waited for. One that just
-// came back is still looked at by libobs for a moment, which it has the graphics to itself for.
-FramePool::~FramePool() {
-  constexpr int waits = 500, waitMilliseconds = 1;
-  for (int i = 0; i < waits && std::any_of(frames_.begin(), frames_.end(), isOut); ++i) {
-    os_sleep_ms(waitMilliseconds);
-  }
-  obs_enter_graphics();
-  for (obs_source_frame* frame : frames_) forget(frame);
-  obs_leave_graphics();
-}
 
 // Who gives back a frame last destroys it.
-void FramePool::forget(obs_source_frame* frame) {
+void forget(obs_source_frame* frame) {
   if (os_atomic_dec_long(&frame->refs) == 0) obs_source_frame_destroy(frame);
+}
+}  // namespace
+
+// Waits until all came back and libobs has begun three ticks since, so that two are over: no source
+// has one of them any more. Where nothing ticks, nothing is drawn either.
+FramePool::~FramePool() {
+  if (frames_.empty()) return;
+  constexpr int enough = 3, waits = 500, waitMilliseconds = 1;
+  std::atomic<int> ticks = 0;
+  const auto count = [](void* counted, float) { ++*static_cast<std::atomic<int>*>(counted); };
+  obs_add_tick_callback(count, &ticks);
+  for (int i = 0; i < waits && ticks < enough; ++i) {
+    if (std::any_of(frames_.begin(), frames_.end(), [](auto& lent) { return isOut(lent.frame); })) {
+      ticks = 0;
+    }
+    os_sleep_ms(waitMilliseconds);
+  }
+  obs_remove_tick_callback(count, &ticks);
+  for (const Lent& lent : frames_) forget(lent.frame);
+}
+
+bool FramePool::rests(const Lent& lent) const {
+  return !isOut(lent.frame) && takes_ - lent.at > held;
 }
 
 obs_source_frame* FramePool::take(std::uint32_t width, std::uint32_t height) {
-  obs_source_frame* found = nullptr;
+  ++takes_;
+  Lent* found = nullptr;
   int idle = 0;
   for (std::size_t i = 0; i < frames_.size();) {
-    obs_source_frame* const frame = frames_[i];
-    const bool fits = frame->width == width && frame->height == height;
-    if (isOut(frame) || (fits && ++idle <= idleKept)) {
-      if (!isOut(frame) && fits && !found) found = frame;
+    Lent& lent = frames_[i];
+    const bool fits = lent.frame->width == width && lent.frame->height == height;
+    if (!rests(lent)) {
+      ++i;
+    } else if (fits && ++idle <= idleKept) {
+      if (!found) found = &lent;
       ++i;
     } else {
-      forget(frame);
-      frames_[i] = frames_.back();
+      forget(lent.frame);
+      lent = frames_.back();
       frames_.pop_back();
     }
   }
   if (!found) {
     frames_.reserve(frames_.size() + 1);
-    found = obs_source_frame_create(VIDEO_FORMAT_RGBA, width, height);
-    found->refs = 1;
-    frames_.push_back(found);
+    obs_source_frame* const made = obs_source_frame_create(VIDEO_FORMAT_RGBA, width, height);
+    made->refs = 1;
+    found = &frames_.emplace_back(Lent{made, 0});
   }
-  os_atomic_inc_long(&found->refs);
-  return found;
+  found->at = takes_;
+  os_atomic_inc_long(&found->frame->refs);
+  return found->frame;
 }
 
 }  // namespace orvanite::obsPlugin

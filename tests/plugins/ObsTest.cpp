@@ -296,9 +296,9 @@ TEST_F(Obs, TakesNoMemoryPerFrameAndLeavesNoneBehind) {
   comeAndGo(10);
   const long blocks = bnum_allocs();
   const std::size_t bytes = mallinfo2().uordblks;
-  comeAndGo(100);
+  comeAndGo(40);
   EXPECT_LE(std::abs(bnum_allocs() - blocks), 4);  // OBS keeps a frame more or less itself
-  // A frame has 230,400 bytes: one that is lost each time would be 23 million.
+  // A frame has 230,400 bytes: one that is lost each time would be 9 million.
   EXPECT_LT(mallinfo2().uordblks, bytes + 1'000'000);
 }
 
