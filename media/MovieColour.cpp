@@ -119,8 +119,9 @@ AVColorSpace matrixOf(const std::string& name, const std::string& subject) {
        {"240m", AVCOL_SPC_SMPTE240M},
        {"fcc", AVCOL_SPC_FCC}}};
   std::string plain;
-  for (const unsigned char letter : name) {
-    if (std::isalnum(letter) != 0) plain += static_cast<char>(std::tolower(letter));
+  for (const char letter : name) {
+    const auto code = static_cast<unsigned char>(letter);
+    if (std::isalnum(code) != 0) plain += static_cast<char>(std::tolower(code));
   }
   for (const std::string_view prefix : {"itur", "bt", "rec", "smpte"}) {
     if (plain.starts_with(prefix)) plain.erase(0, prefix.size());

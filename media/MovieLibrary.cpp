@@ -68,6 +68,7 @@ Made* checked(Made* made) {
 
 // FFmpeg hands a file's number back as the pointer that it was given.
 void* holding(int descriptor) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): it is never followed
   return reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
 }
 int heldBy(void* file) { return static_cast<int>(reinterpret_cast<std::intptr_t>(file)); }
