@@ -31,6 +31,11 @@ if(CMAKE_SYSTEM_NAME STREQUAL Linux)
   target_link_options(orvanite_hardened INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 endif()
 
+# $<LINK_LIBRARY:loaded,LIBRARY>: loaded with the program, although nothing in it calls the library.
+set(CMAKE_LINK_LIBRARY_USING_loaded
+  "-Wl,--push-state,--no-as-needed" "<LINK_ITEM>" "-Wl,--pop-state")
+set(CMAKE_LINK_LIBRARY_USING_loaded_SUPPORTED TRUE)
+
 if(ORVANITE_SANITIZE)
   target_compile_options(orvanite_build INTERFACE
     -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all

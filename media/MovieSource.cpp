@@ -9,7 +9,6 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 
 extern "C" {
 #include <libavutil/bswap.h>
@@ -23,15 +22,11 @@ extern "C" {
 #include "media/MovieColour.h"
 #include "media/MovieDecoder.h"
 #include "media/MovieTags.h"
+#include "media/Movies.h"
 #include "media/Orientation.h"
 
 namespace orvanite::media {
 namespace {
-
-constexpr std::array<const char*, 26> movieEndings{
-    ".mov", ".mp4", ".m4v", ".mkv",  ".webm", ".avi", ".mxf", ".mts", ".m2ts",
-    ".ts",  ".mpg", ".m2v", ".mpeg", ".vob",  ".wmv", ".asf", ".flv", ".ogv",
-    ".ogg", ".dv",  ".3gp", ".nut",  ".y4m",  ".ivf", ".qt",  ".divx"};
 
 constexpr std::int64_t pixelLimit = std::int64_t{1} << 28;
 
@@ -268,18 +263,7 @@ class MovieSource : public Source {
 
 }  // namespace
 
-void checkMatrix(const std::string& name, const std::string& subject) {
-  static_cast<void>(matrixOf(name, subject));
-}
-
-bool isMovieName(const std::string& path) {
-  std::string ending = std::filesystem::path(path).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return std::find(movieEndings.begin(), movieEndings.end(), ending) != movieEndings.end();
-}
-
-std::unique_ptr<Source> openMovie(const std::string& path, const OpenOptions& how) {
+std::unique_ptr<Source> readMovie(const std::string& path, const OpenOptions& how) {
   return std::make_unique<MovieSource>(path, how);
 }
 

@@ -2,7 +2,10 @@
 #include "media/MovieWish.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 #include "base/Error.h"
 
@@ -57,6 +60,26 @@ MovieOptions movieOf(const Source* shot, const MovieWish& wish, const std::vecto
         "the sound is left out: it goes with frames that follow one another, at the plate's rate");
   }
   return movie;
+}
+
+std::optional<double> parseQuality(const std::string& text, const std::string& subject) {
+  if (text.empty()) return std::nullopt;
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (*end == '\0' && value >= 0 && value <= 1000) return value;
+  throw Error::expected(Fault::wrongUse, subject, "a number such as 18", text);
+}
+
+std::int64_t parseBitRate(const std::string& text, const std::string& subject) {
+  if (text.empty()) return 0;
+  char* end = nullptr;
+  double value = std::strtod(text.c_str(), &end);
+  const std::string unit = end;
+  if (unit == "k" || unit == "K") value *= 1e3;
+  if (unit == "m" || unit == "M") value *= 1e6;
+  const bool known = unit.empty() || (unit.size() == 1 && std::strchr("kKmM", unit[0]) != nullptr);
+  if (known && value >= 1e3 && value <= 2e9) return std::llround(value);
+  throw Error::expected(Fault::wrongUse, subject, "bits a second, such as 800k or 12M", text);
 }
 
 }  // namespace orvanite::media

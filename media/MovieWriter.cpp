@@ -6,14 +6,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
 
 extern "C" {
 #include <libavutil/opt.h>
-#include <libavutil/parseutils.h>
 #include <libavutil/timecode.h>
 }
 
@@ -23,8 +19,8 @@ extern "C" {
 #include "media/MovieLibrary.h"
 #include "media/MovieSound.h"
 #include "media/MovieTags.h"
+#include "media/Movies.h"
 #include "media/PendingFile.h"
-#include "media/PictureWriter.h"
 
 namespace orvanite::media {
 namespace {
@@ -59,11 +55,9 @@ std::string timeCodeFor(const MovieOptions& options) {
   return av_timecode_make_string(&code, text.data(), options.firstFrame);
 }
 
-}  // namespace
-
-class MovieWriter::Output {
+class FileOutput : public MovieWriter::Output {
  public:
-  Output(const std::string& path, const MovieOptions& options)
+  FileOutput(const std::string& path, const MovieOptions& options)
       : path_(path), options_(options), codec_(movieCodecFor(options.codec, path)), file_(path) {
     quietMovies();
     const Window& frame = options.frame;
@@ -90,20 +84,20 @@ class MovieWriter::Output {
     for (std::string& notice : notices_) notice.insert(0, path + ": ");
   }
 
-  ~Output() { close(); }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
+  ~FileOutput() override { close(); }
+  FileOutput(const FileOutput&) = delete;
+  FileOutput& operator=(const FileOutput&) = delete;
 
-  const std::vector<std::string>& notices() const { return notices_; }
+  const std::vector<std::string>& notices() const override { return notices_; }
 
-  std::shared_ptr<AVFrame> prepare(const Picture& picture) {
+  std::shared_ptr<AVFrame> prepare(const Picture& picture) override {
     if (picture.data == options_.frame) return converter_->fromPicture(picture);
     Picture copy = Picture::make(picture.data, picture.depth, picture.samples);
     std::copy_n(picture.pixels.get(), picture.bytes(), copy.pixels.get());
     return converter_->fromPicture(placed(std::move(copy), options_.frame));
   }
 
-  void write(AVFrame* frame) {
+  void write(AVFrame* frame) override {
     if (frame != nullptr) {
       frame->pts = written_++;
       frame->sample_aspect_ratio = encoder_->sample_aspect_ratio;
@@ -125,7 +119,7 @@ class MovieWriter::Output {
     }
   }
 
-  void finish() {
+  void finish() override {
     write(nullptr);
     if (sound_) sound_->copyUpTo(1e12, path_);
     check(av_write_trailer(context_), "cannot be written: ");
@@ -250,66 +244,11 @@ class MovieWriter::Output {
   std::vector<std::string> notices_;
 };
 
-bool movieHoldsAlpha(const std::string& path, const std::string& codec) {
-  return hasAlpha(movieCodecFor(codec, path).deep);
-}
+}  // namespace
 
-void checkMovieOutput(const std::string& path, const std::string& codec,
-                      std::span<const std::string> inputs) {
-  movieCodecFor(codec, path);
-  checkPlace(path, inputs);
-}
-
-MovieWriter::MovieWriter(const std::string& path, const MovieOptions& options)
-    : output_(std::make_unique<Output>(path, options)) {}
-MovieWriter::~MovieWriter() = default;
-const std::vector<std::string>& MovieWriter::notices() const { return output_->notices(); }
-std::shared_ptr<AVFrame> MovieWriter::prepare(const Picture& picture) {
-  return output_->prepare(picture);
-}
-// The caller's share of the frame ends here.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
-void MovieWriter::write(std::shared_ptr<AVFrame> frame) { output_->write(frame.get()); }
-void MovieWriter::finish() { output_->finish(); }
-
-double soundStart(const std::string& path) { return MovieSound::startOf(path); }
-
-std::optional<double> parseQuality(const std::string& text, const std::string& subject) {
-  if (text.empty()) return std::nullopt;
-  char* end = nullptr;
-  const double value = std::strtod(text.c_str(), &end);
-  if (*end == '\0' && value >= 0 && value <= 1000) return value;
-  throw Error::expected(Fault::wrongUse, subject, "a number such as 18", text);
-}
-
-std::int64_t parseBitRate(const std::string& text, const std::string& subject) {
-  if (text.empty()) return 0;
-  char* end = nullptr;
-  double value = std::strtod(text.c_str(), &end);
-  const std::string unit = end;
-  if (unit == "k" || unit == "K") value *= 1e3;
-  if (unit == "m" || unit == "M") value *= 1e6;
-  const bool known = unit.empty() || (unit.size() == 1 && std::strchr("kKmM", unit[0]) != nullptr);
-  if (known && value >= 1e3 && value <= 2e9) return std::llround(value);
-  throw Error::expected(Fault::wrongUse, subject, "bits a second, such as 800k or 12M", text);
-}
-
-Ratio parseFrameRate(const std::string& text, const std::string& subject) {
-  AVRational rate{0, 1};
-  if (av_parse_video_rate(&rate, text.c_str()) < 0 || rate.num <= 0 || rate.den <= 0 ||
-      av_q2d(rate) > 1000) {
-    throw Error::expected(Fault::wrongUse, subject,
-                          "frames a second, such as 24, 23.976 or 24000/1001", text);
-  }
-  // 23.976 and the like stand for a fraction of 1001.
-  for (const int whole : {24, 30, 48, 60, 120}) {
-    const double exact = whole * 1000 / 1001.0;
-    if (rate.den != 1 && rate.den != 1001 && av_q2d(rate) > exact - 0.006 &&
-        av_q2d(rate) < exact + 0.006) {
-      return {whole * 1000, 1001};
-    }
-  }
-  return {rate.num, rate.den};
+std::unique_ptr<MovieWriter::Output> writeMovie(const std::string& path,
+                                                const MovieOptions& options) {
+  return std::make_unique<FileOutput>(path, options);
 }
 
 }  // namespace orvanite::media

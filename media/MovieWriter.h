@@ -50,6 +50,17 @@ void checkMovieOutput(const std::string& path, const std::string& codec,
 
 class MovieWriter {
  public:
+  /// What does it (MovieModule.h).
+  class Output {
+   public:
+    virtual ~Output() = default;
+    virtual const std::vector<std::string>& notices() const = 0;
+    virtual std::shared_ptr<AVFrame> prepare(const Picture& picture) = 0;
+    /// Null after the last.
+    virtual void write(AVFrame* frame) = 0;
+    virtual void finish() = 0;
+  };
+
   /// Throws Error: wrongUse for what the codec or the file cannot hold, failure when nothing can be
   /// written there.
   MovieWriter(const std::string& path, const MovieOptions& options);
@@ -67,7 +78,6 @@ class MovieWriter {
   void finish();
 
  private:
-  class Output;
   std::unique_ptr<Output> output_;
 };
 

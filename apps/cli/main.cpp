@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The `orvanite` command.
+// The `orvanite` program: opens the library that holds the command, and runs that.
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
 
-#include "apps/cli/CommandLine.h"
-#include "apps/cli/Commands.h"
-#include "apps/cli/Signals.h"
+#include "apps/cli/Command.h"
 
 namespace {
 
@@ -22,16 +27,32 @@ void holdStandardStreams() {
   }
 }
 
-bool outputWasLost() { return std::fflush(stdout) != 0 || std::ferror(stdout) != 0; }
+// OpenImageIO's table of strings touches 24 MiB as it is loaded, a page at a time: the heap begins
+// with room for it that the system may give in large pages. malloc keeps pieces of a size that was
+// freed once; who changes its settings says up to which, and that is its own upper end.
+void makeRoomForLibraries() {
+  constexpr int room = 28 << 20, kept = 32 << 20, first = 96 << 10;
+  ::mallopt(M_MMAP_THRESHOLD, kept);
+  ::mallopt(M_TRIM_THRESHOLD, 2 * kept);
+  ::mallopt(M_TOP_PAD, room);
+  auto* const begin = static_cast<char*>(std::malloc(first));
+  ::mallopt(M_TOP_PAD, 128 << 10);
+  constexpr std::size_t page = 2 << 20;
+  char* const start = begin + (page - reinterpret_cast<std::uintptr_t>(begin) % page);
+  const std::ptrdiff_t size = static_cast<char*>(::sbrk(0)) - start;
+  if (size > 0 && size <= room) ::madvise(start, static_cast<std::size_t>(size), MADV_HUGEPAGE);
+  std::free(begin);
+}
 
 }  // namespace
 
 int main(int count, char** values) {
-  using namespace orvanite::cli;
   holdStandardStreams();
-  endCleanlyOnSignals();
-  const int code = runCommandLine({values + 1, values + count});
-  if (!outputWasLost() || code != success) return code;
-  std::fputs("orvanite: standard output: cannot be written, not all was printed\n", stderr);
-  return failed;
+  makeRoomForLibraries();
+  void* const library = ::dlopen(ORVANITE_COMMAND_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  void* const command = library != nullptr ? ::dlsym(library, "orvaniteCommand") : nullptr;
+  if (command != nullptr)
+    return reinterpret_cast<decltype(&orvaniteCommand)>(command)(count, values);
+  std::fprintf(stderr, "orvanite: %s\n", ::dlerror());
+  return 1;
 }
