@@ -2,6 +2,7 @@
 #include "keyer/KeyFit.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,26 @@ std::vector<std::size_t> sampled(std::size_t size, std::size_t most, Accept&& ac
   return some;
 }
 
+/// Solves a symmetric positive system of three by elimination.
+std::array<double, 3> solved(std::array<std::array<double, 3>, 3> a, std::array<double, 3> b) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double pivot = std::max(a[i][i], 1e-12);
+    for (std::size_t j = i + 1; j < 3; ++j) {
+      const double share = a[j][i] / pivot;
+      for (std::size_t k = i; k < 3; ++k) a[j][k] -= share * a[i][k];
+      b[j] -= share * b[i];
+    }
+  }
+  for (std::size_t i = 3; i-- > 0;) {
+    for (std::size_t k = i + 1; k < 3; ++k) b[i] -= a[i][k] * b[k];
+    b[i] /= std::max(a[i][i], 1e-12);
+  }
+  return b;
+}
+
+// The slope where nothing is told: between the two.
+constexpr double undecided = 0.45;
+
 bool isSoft(const KeyRegions& regions, std::size_t i) {
   // A hard edge is soft in the calmed shares alone.
   const auto mixes = [](float share) { return share > 0.08f && share < 0.92f; };
@@ -83,22 +104,25 @@ bool chromaIsCoarse(const Look& look, const Mask& sure) {
   return quantile(colour, 0.7) < quantile(light, 0.7) + 0.001f;
 }
 
-// Two pixels of one edge mix the same two colours, whatever the subject's is. Where codes mix, the
-// one with more screen lies on the line from the screen to the other; where light mixes it lies off
-// it by what the encoding bends. Neighbours have the same subject, spill and light.
-MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
+namespace {
+
+/// A pixel of an edge beside a purer one of the same edge: how far it lies off the line between
+/// that one and the screen.
+struct EdgePixel {
+  Rgb off{};     // what is seen
+  Rgb bent{};    // what light of that share would give
+  Rgb bright{};  // what a screen's whole light gives, where it leads off the line
+  float share;   // of the purer one, along the line
+};
+
+std::vector<EdgePixel> edgePixels(const Look& look, const ScreenPlate& plate,
+                                  const KeyRegions& regions) {
   const bool coarse = chromaIsCoarse(look, plate.sure);
   const int reach = coarse ? 4 : 2;  // pixels to the neighbour
-  constexpr float apart = 0.15f;     // of the two shares of screen, at the least
-  constexpr double noise = 0.015;    // what lies further off either says little
-  MixingVote vote;
+  constexpr float apart = 0.25f;     // of the two shares of screen, at the least
   const Colours smooth = blurred(look.codes, coarse ? 1.2f : 0.5f, look.rows);
   const Plane& share = regions.calmShare;
-  struct Sample {
-    Rgb r, d;  // off the line: what is seen, what light would give
-  };
-  std::vector<Sample> samples;
-  double square = 0;
+  std::vector<EdgePixel> pixels;
   for (const std::size_t i :
        sampled(share.size(), 4000, [&](std::size_t at) { return isSoft(regions, at); })) {
     const int x = static_cast<int>(i % static_cast<std::size_t>(share.width));
@@ -124,11 +148,9 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
     }
     if (length < 0.02f) continue;
     const auto along = [&](const Rgb& v) {
-      float sum = 0;
-      for (std::size_t c = 0; c < 3; ++c) sum += (v[c] - e[c]) * line[c];
-      return sum / length;
+      return (v[0] * line[0] + v[1] * line[1] + v[2] * line[2]) / length;
     };
-    const float a = along(p);
+    const float start = along(e), a = along(p) - start;
     if (a < 0.1f || a > 0.9f) continue;
     const auto mixedInLight = [&](float t) {
       Rgb v{};
@@ -140,40 +162,69 @@ MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions
     for (int round = 0; round < 7; ++round) {
       const float middle = 0.5f * (low + high);
       v = mixedInLight(middle);
-      (along(v) < a ? low : high) = middle;
+      (along(v) - start < a ? low : high) = middle;
     }
-    Sample s{};
+    const float reached = along(v) - start;
+    EdgePixel s{.share = a};
     for (std::size_t c = 0; c < 3; ++c) {
-      s.r[c] = p[c] - e[c] - a * line[c];
-      s.d[c] = v[c] - e[c] - along(v) * line[c];
-      square += static_cast<double>(s.d[c] * s.d[c]);
+      s.off[c] = p[c] - e[c] - a * line[c];
+      s.bent[c] = v[c] - e[c] - reached * line[c];
+      s.bright[c] = e[c] - start * line[c];
     }
-    samples.push_back(s);
+    pixels.push_back(s);
   }
-  vote.samples = static_cast<int>(samples.size());
-  if (samples.empty()) return vote;
-  vote.spread = static_cast<float>(std::sqrt(square / static_cast<double>(samples.size())));
-  double t = 0.5;
+  return pixels;
+}
+
+}  // namespace
+
+// Two pixels of one edge mix the same two colours, whatever the subject's is. Where codes mix, the
+// one with more screen lies on the line from the screen to the other; where light mixes it lies off
+// it by what the encoding bends. Neighbours have the same subject, spill and light, or nearly so:
+// a subject that brightens towards its edges, by spill above all, leads off the line as well, and
+// so does a screen that is not as bright as its estimate. Both are fitted beside the bend.
+MixingVote mixingOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
+  constexpr double noise = 0.006;       // what lies further off says little
+  constexpr double brightening = 0.22;  // how much either may well brighten
+  constexpr double doubt = 0.015;       // sum of squares of the bend below which little is told
+  const std::vector<EdgePixel> pixels = edgePixels(look, plate, regions);
+  MixingVote vote;
+  vote.samples = static_cast<int>(pixels.size());
+  const double count = static_cast<double>(pixels.size());
+  using Triple = std::array<double, 3>;
+  Triple t = {undecided, 0, 0};  // bend, subject's brightening, screen's
+  double square = 0;
   for (int round = 0; round < 12; ++round) {
-    double up = 0, down = 1e-9;
-    for (const Sample& s : samples) {
-      double off = 0, rd = 0, dd = 0;
+    const double hold = count * (noise / brightening) * (noise / brightening);
+    std::array<Triple, 3> normal = {Triple{doubt, 0, 0}, Triple{0, hold, 0}, Triple{0, 0, hold}};
+    Triple right = {doubt * undecided, 0, 0};
+    square = 0;
+    for (const EdgePixel& s : pixels) {
+      double far = 0;
+      std::array<Triple, 3> terms{};
       for (std::size_t c = 0; c < 3; ++c) {
-        const double r = static_cast<double>(s.r[c]), d = static_cast<double>(s.d[c]);
-        off += (r - t * d) * (r - t * d);
-        rd += r * d;
-        dd += d * d;
+        const double bright = static_cast<double>(s.bright[c]), a = static_cast<double>(s.share);
+        terms[c] = {static_cast<double>(s.bent[c]), a * bright, (1 - a) * bright};
+        const double rest = static_cast<double>(s.off[c]) - t[0] * terms[c][0] -
+                            t[1] * terms[c][1] - t[2] * terms[c][2];
+        far += rest * rest;
+        square += terms[c][0] * terms[c][0];
       }
-      const double weight = 1 / (1 + off / (noise * noise));
-      up += weight * rd;
-      down += weight * dd;
+      const double weight = 1 / (1 + far / (noise * noise));
+      for (std::size_t c = 0; c < 3; ++c) {
+        for (std::size_t j = 0; j < 3; ++j) {
+          for (std::size_t k = 0; k < 3; ++k) normal[j][k] += weight * terms[c][j] * terms[c][k];
+          right[j] += weight * terms[c][j] * static_cast<double>(s.off[c]);
+        }
+      }
     }
-    t = up / down;
+    t = solved(normal, right);
   }
-  vote.slope = static_cast<float>(t);
-  constexpr int enough = 200;
-  if (vote.samples < enough || vote.spread < 0.006f) return vote;
-  vote.mixing = t > 0.5 ? Mixing::light : t < 0.25 ? Mixing::codes : Mixing::video;
+  vote.slope = static_cast<float>(t[0]);
+  vote.spread = static_cast<float>(std::sqrt(square / std::max(1.0, count)));
+  vote.mixing = vote.slope > 0.46f   ? Mixing::light
+                : vote.slope < 0.36f ? Mixing::codes
+                                     : Mixing::video;
   return vote;
 }
 
@@ -282,10 +333,14 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers, flo
   const auto mean = [](double sum, std::size_t count) {
     return static_cast<float>(sum / static_cast<double>(std::max<std::size_t>(1, count)));
   };
-  double matte = 0, composite = 0, core = 0, screen = 0;
+  double matte = 0, composite = 0, core = 0, screen = 0, lost = 0;
   for (const TrialPixel& t : trials.core) {
-    core += static_cast<double>(
-        std::min(0.2f, std::abs(1 - keyPixel(t.colour, t.screen, hue, numbers).matte)));
+    // The clip makes solid again what holds some screen, but its colour is lost with that screen.
+    const KeyedPixel k = keyPixel(t.colour, t.screen, hue, numbers);
+    core += static_cast<double>(std::min(0.2f, std::abs(1 - k.matte)));
+    for (std::size_t c = 0; c < 3; ++c) {
+      lost += static_cast<double>(std::abs(k.colour[c] - t.subject[c])) / 3;
+    }
   }
   for (const TrialPixel& t : trials.screen) {
     screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
@@ -293,7 +348,7 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers, flo
   const auto cost = [&] {
     return mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
            0.8f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
-           0.3f * numbers.clip;
+           0.3f * numbers.clip + mean(lost, trials.core.size());
   };
   // Nothing that is still to come lowers it.
   if (cost() >= least) return cost();

@@ -23,7 +23,7 @@ float valueOf(float code, Mixing mixing);
 
 /// What the edges say about mixing.
 struct MixingVote {
-  Mixing mixing = Mixing::video;  // light where it is sure, else video, which lies between
+  Mixing mixing = Mixing::video;  // video, which lies between, where nothing is sure
   float slope = 0;                // 0 codes, 1 light
   float spread = 0;               // how far the two would lie apart, in codes
   int samples = 0;

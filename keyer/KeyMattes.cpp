@@ -98,7 +98,8 @@ Plane pureAround(const Look& look, const KeyRegions& regions) {
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
 // a green leaf. What shows more than half screen may be glass, and stays, unless it is too rough
-// for that. Specks of the screen's colour are no screen there.
+// for that. Specks of the screen's colour are no screen there. Before a vivid screen they are gaps:
+// no leaf is as green.
 Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
   const Mask large = largeOf(regions.screen);
@@ -111,6 +112,7 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const float from = 0.03f * size, to = 0.06f * size;  // pixels
   const Plane depth = distanceWithin(open, to, look.rows);
   const Plane within = distanceWithin(beside, to, look.rows);
+  const float alike = 1 - ramp(regions.lead, 0.25f, 0.35f);  // of leaves and screens
   const Plane texture = textureOf(look, plate, regions);
   const Plane pure = pureAround(look, regions);
   Plane hold(share.width, share.height);
@@ -118,7 +120,7 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     if (beside[i] != 0) return;
     const float solid =
         open[i] != 0 ? 0.0f : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f));
-    const float rough = ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
+    const float rough = alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
                         (1 - ramp(pure[i], 0.03f, 0.11f));
     hold[i] = std::max(solid, rough);
   });

@@ -15,6 +15,7 @@ namespace orvanite {
 struct KeyRegions {
   Plane share;          // how much screen a plain key sees in each pixel, 1 all; with grain
   Plane calmShare;      // the same with its grain averaged away
+  float lead = 0;       // of the screen's primary over its other two, in codes: how vivid it is
   float grain = 0;      // standard deviation of `share` on the screen
   float calm = 0;       // what is left of it in `calmShare`
   float radius = 0.8f;  // sigma of that average, in pixels
