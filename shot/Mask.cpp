@@ -57,7 +57,7 @@ void join(const MaskShape& shape, const media::Window& frame, media::Picture& ma
   tbb::parallel_for(0, data.height, [&](int row) {
     std::byte* const samples =
         matte.pixels.get() + matte.rowBytes() * static_cast<std::size_t>(row);
-    joinRow(shape, matte.depth, samples + 3 * bytesOf(matte.depth), 4, data.width,
+    joinRow(shape, matte.depth, samples + std::ptrdiff_t{3} * bytesOf(matte.depth), 4, data.width,
             data.x - frame.x + 0.5, data.y + row - frame.y + 0.5);
   });
 }
