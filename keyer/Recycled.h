@@ -37,20 +37,25 @@ class Recycling {
   bool outermost_;
 };
 
-/// An allocator of such memory. Values that nobody gives are left as they come.
+/// An allocator of such memory, as std::vector asks for one. Values that nobody gives are left as
+/// they come.
 template <class T>
 struct Recycled {
-  using value_type = T;
+  using value_type = T;  ///< of the values in it
 
   Recycled() = default;
+  /// They are all alike.
   template <class U>
   Recycled(const Recycled<U>&) {}
 
+  /// Room for n values. Throws std::bad_alloc.
   T* allocate(std::size_t n) {
     if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
     return static_cast<T*>(Recycling::take(n * sizeof(T)));
   }
+  /// Gives it back.
   void deallocate(T* block, std::size_t n) noexcept { Recycling::give(block, n * sizeof(T)); }
+  /// Makes a value, of what is given for it.
   template <class U, class... Given>
   void construct(U* at, Given&&... given) {
     if constexpr (sizeof...(Given) == 0) {
@@ -59,6 +64,7 @@ struct Recycled {
       std::construct_at(at, std::forward<Given>(given)...);
     }
   }
+  /// What one has taken any other may give back.
   template <class U>
   bool operator==(const Recycled<U>&) const {
     return true;

@@ -13,10 +13,11 @@ namespace orvanite {
 /// What is seen in each cell, and how much it counts; both start as nothing.
 class Sheet {
  public:
+  /// A grid of that many cells.
   Sheet(int columns, int rows) : seen_(columns, rows), weight_(columns, rows) {}
 
-  Plane& seen() { return seen_; }
-  Plane& weight() { return weight_; }
+  Plane& seen() { return seen_; }      ///< the value of each cell
+  Plane& weight() { return weight_; }  ///< how much it counts: 0 not at all
 
   /// By conjugate gradients, a fixed number of rounds.
   Plane solve() const;
