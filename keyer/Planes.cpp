@@ -82,11 +82,11 @@ Plane halved(const Plane& plane, const RowLoop& rows) {
       const float* high = &plane(0, 2 * y);
       const float* low = &plane(0, std::min(2 * y + 1, plane.height - 1));
       float* to = &out(0, y);
-      const int pairs = plane.width / 2;
-      for (int x = 0; x < pairs; ++x) {
+      const auto pairs = static_cast<std::size_t>(plane.width / 2);
+      for (std::size_t x = 0; x < pairs; ++x) {
         to[x] = 0.25f * (high[2 * x] + high[2 * x + 1] + low[2 * x] + low[2 * x + 1]);
       }
-      if (pairs < out.width) {
+      if (plane.width % 2 != 0) {
         const float a = high[2 * pairs], b = low[2 * pairs];
         to[pairs] = 0.25f * (a + a + b + b);
       }
