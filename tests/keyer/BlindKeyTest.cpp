@@ -387,8 +387,8 @@ std::vector<float> numbersOf(const BlindKey& key) {
 
 TEST(BlindKey, IsTheSameOnAnyThreads) {
   plate::Options options;
-  options.width = 640;
-  options.height = 360;
+  options.width = 320;
+  options.height = 180;
   const plate::Pictures pictures = plate::draw(options);
   for (const int depth : {1, 4}) {
     std::vector<float> found, carried;
