@@ -4,7 +4,7 @@
 // written by hand, as a browser would not send most of them.
 import assert from 'node:assert/strict';
 import {execFileSync, spawnSync} from 'node:child_process';
-import {mkdirSync, readdirSync} from 'node:fs';
+import {existsSync, mkdirSync, readdirSync} from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import {tmpdir} from 'node:os';
@@ -320,6 +320,10 @@ test('a render that is killed at any moment leaves whole files only, and the nex
       if (name === 'k.mov') assert.deepEqual(done, [], 'a movie that was not finished');
       for (const one of done) assert.equal(readPng(join(to, one)).height, 90);
       if (signal !== 'SIGKILL') assert.deepEqual(left, done, 'what is not whole goes with the signal');
+      // The command that wrote ends by itself, a moment after the page's server was killed.
+      for (const [, id] of left.join('\n').matchAll(/^\..*\.(\d+)-\d+\.part/gm)) {
+        for (let more = 2000; more > 0 && existsSync(`/proc/${id}`); --more) await sleep(5);
+      }
       const again = await begin(join(to, name));
       let report;
       do {
