@@ -266,12 +266,12 @@ PicturePromise ofHeif(FileBytes& file) {
   PicturePromise result;
   for (std::size_t at = start.find("ispe"); at != std::string::npos;
        at = start.find("ispe", at + 4)) {
-    const auto width = static_cast<std::int64_t>(file.four(at + 8));
-    const auto height = static_cast<std::int64_t>(file.four(at + 12));
-    if (width * height > result.width * result.height) {
-      result.width = width;
-      result.height = height;
-    }
+    const u64 width = file.four(at + 8), height = file.four(at + 12);
+    // Both have 32 bits: a product fits.
+    if (width * height <= static_cast<u64>(result.width) * static_cast<u64>(result.height))
+      continue;
+    result.width = static_cast<std::int64_t>(width);
+    result.height = static_cast<std::int64_t>(height);
   }
   return result;
 }
