@@ -153,13 +153,7 @@ void BlindKey::writeCleanPlate(const OtileImage& picture, Depth depth) const {
 
 void BlindKey::writeMatte(const Plane& matte, const OtileImage& picture, Depth depth) const {
   const Plane& shown = matte.size() > 0 ? matte : Plane(1, 1);
-  OtileImage grey = picture;
-  grey.alpha = nullptr;
-  writeStretched({shown, shown, shown}, Encoding::codes, width, height, grey, depth);
-  if (picture.alpha == nullptr) return;
-  grey.red = grey.green = nullptr;
-  grey.blue = picture.alpha;
-  writeStretched({shown, shown, shown}, Encoding::codes, width, height, grey, depth);
+  writeStretched({shown, shown, shown}, Encoding::codes, width, height, picture, depth);
 }
 
 bool BlindKey::see(const Plate& frame, const RowLoop& rows) {

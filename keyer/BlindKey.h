@@ -44,8 +44,7 @@ struct BlindKey {
   /// size and depth. A file of it serves as a clean plate for all frames of the shot.
   void writeCleanPlate(const OtileImage& picture, Depth depth) const;
 
-  /// Writes a found matte, the same in all four channels, black where there is none. Sizes as
-  /// above.
+  /// Writes a found matte as grey, black where there is none. Sizes and alpha as above.
   void writeMatte(const Plane& matte, const OtileImage& picture, Depth depth) const;
 
   /// Takes in what another frame of the shot shows of the screen: what any frame shows as sure

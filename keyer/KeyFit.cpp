@@ -10,6 +10,7 @@
 
 #include "engine/colour/Encoding.h"
 #include "keyer/Masks.h"
+#include "keyer/Solve.h"
 
 namespace orvanite {
 namespace {
@@ -43,23 +44,6 @@ std::vector<std::size_t> sampled(std::size_t size, std::size_t most, Accept&& ac
   std::vector<std::size_t> some(most);
   for (std::size_t i = 0; i < most; ++i) some[i] = all[i * all.size() / most];
   return some;
-}
-
-/// Solves a symmetric positive system of three by elimination.
-std::array<double, 3> solved(std::array<std::array<double, 3>, 3> a, std::array<double, 3> b) {
-  for (std::size_t i = 0; i < 3; ++i) {
-    const double pivot = std::max(a[i][i], 1e-12);
-    for (std::size_t j = i + 1; j < 3; ++j) {
-      const double share = a[j][i] / pivot;
-      for (std::size_t k = i; k < 3; ++k) a[j][k] -= share * a[i][k];
-      b[j] -= share * b[i];
-    }
-  }
-  for (std::size_t i = 3; i-- > 0;) {
-    for (std::size_t k = i + 1; k < 3; ++k) b[i] -= a[i][k] * b[k];
-    b[i] /= std::max(a[i][i], 1e-12);
-  }
-  return b;
 }
 
 // The slope where nothing is told: between the two.

@@ -8,6 +8,7 @@
 
 #include "keyer/Masks.h"
 #include "keyer/Sheet.h"
+#include "keyer/Solve.h"
 
 namespace orvanite {
 namespace {
@@ -17,25 +18,6 @@ constexpr int leastRows = 24;  // of a band for one thread
 using Terms = std::array<double, 6>;
 
 Terms termsAt(double x, double y) { return {1, x, y, x * x, x * y, y * y}; }
-
-/// Solves a symmetric positive system of six by elimination.
-Terms solved(std::array<Terms, 6> a, Terms b) {
-  for (std::size_t i = 0; i < 6; ++i) {
-    const double pivot = std::max(a[i][i], 1e-12);
-    for (std::size_t j = i + 1; j < 6; ++j) {
-      const double share = a[j][i] / pivot;
-      for (std::size_t k = i; k < 6; ++k) a[j][k] -= share * a[i][k];
-      b[j] -= share * b[i];
-    }
-  }
-  Terms x{};
-  for (std::size_t i = 6; i-- > 0;) {
-    double rest = b[i];
-    for (std::size_t k = i + 1; k < 6; ++k) rest -= a[i][k] * x[k];
-    x[i] = rest / std::max(a[i][i], 1e-12);
-  }
-  return x;
-}
 
 double place(int at, int of) { return (at + 0.5) / of - 0.5; }
 
@@ -302,6 +284,7 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   ScreenPlate plate = plateThrough(own, dark, look, smooth, grey);
   // A screen's hue may drift farther over a frame than one screen's hues lie apart. What has the
   // hue and the light that the rest of it leads to, and hangs together with it, is screen.
+  const std::size_t few = own.size() / 300;
   for (int round = 0; round < 3; ++round) {
     const Colours clean = plate.rigid.over(w, h, look.rows);
     Mask drifted(w, h);
@@ -310,15 +293,16 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
       drifted[i] = own[i] != 0 || (rough[i] < 0.6f * roughest && std::abs(lighter - 1) < 0.2f &&
                                    hueBetween(smooth, clean, i) < 0.6f * within);
     });
+    const auto beyondOwn = [&](const Mask& mask) {
+      std::size_t count = 0;
+      for (std::size_t i = 0; i < own.size(); ++i) count += mask[i] != 0 && own[i] == 0;
+      return count;
+    };
+    if (beyondOwn(drifted) < few) break;  // as of most plates
     drifted = opened(drifted, look.rows);
     const Mask joined = ledFrom(own, drifted, partsOf(drifted));
-    std::size_t more = 0;
-    for (std::size_t i = 0; i < own.size(); ++i) {
-      if (own[i] != 0 || joined[i] == 0) continue;
-      own[i] = 1;
-      ++more;
-    }
-    if (more < own.size() / 300) break;
+    if (beyondOwn(joined) < few) break;
+    for (std::size_t i = 0; i < own.size(); ++i) own[i] = own[i] != 0 || joined[i] != 0;
     plate = plateThrough(own, dark, look, smooth, grey);
   }
   look.grain = grainOf(look, plate.sure);
