@@ -10,7 +10,7 @@
 #include <new>
 
 #include "base/Error.h"
-#include "media/InputFile.h"
+#include "media/ColourSpaceCheck.h"
 #include "media/PictureReader.h"
 
 namespace orvanite::media {
@@ -37,56 +37,6 @@ auto trying(const std::string& path, const std::string& what, const Action& acti
   }
 }
 
-// Refuses tables that are no files: OpenColorIO would read a device or wait at a pipe for ever.
-void checkTables(const ocio::Context& context, const ocio::ConstTransformRcPtr& transform) {
-  if (const auto group = OCIO_DYNAMIC_POINTER_CAST<const ocio::GroupTransform>(transform)) {
-    for (int i = 0; i < group->getNumTransforms(); ++i) {
-      checkTables(context, group->getTransform(i));
-    }
-  }
-  const auto table = OCIO_DYNAMIC_POINTER_CAST<const ocio::FileTransform>(transform);
-  if (!table) return;
-  std::string path;
-  try {
-    path = context.resolveFileLocation(table->getSrc());
-  } catch (const ocio::Exception&) {
-    return;  // not there, or in an archive: said when it is wanted
-  }
-  if (std::filesystem::exists(path)) checkInputFile(path, "a table of colours");
-}
-
-void checkTables(const ocio::Config& config) {
-  const ocio::ConstContextRcPtr context = config.getCurrentContext();
-  const auto all = ocio::SEARCH_REFERENCE_SPACE_ALL;
-  for (int i = 0; i < config.getNumColorSpaces(all, ocio::COLORSPACE_ALL); ++i) {
-    const char* const name = config.getColorSpaceNameByIndex(all, ocio::COLORSPACE_ALL, i);
-    const auto space = config.getColorSpace(name);
-    for (const auto way :
-         {ocio::COLORSPACE_DIR_TO_REFERENCE, ocio::COLORSPACE_DIR_FROM_REFERENCE}) {
-      if (space) checkTables(*context, space->getTransform(way));
-    }
-  }
-  for (int i = 0; i < config.getNumLooks(); ++i) {
-    const auto look = config.getLook(config.getLookNameByIndex(i));
-    checkTables(*context, look->getTransform());
-    checkTables(*context, look->getInverseTransform());
-  }
-  for (int i = 0; i < config.getNumViewTransforms(); ++i) {
-    const auto view = config.getViewTransform(config.getViewTransformNameByIndex(i));
-    for (const auto way :
-         {ocio::VIEWTRANSFORM_DIR_TO_REFERENCE, ocio::VIEWTRANSFORM_DIR_FROM_REFERENCE}) {
-      checkTables(*context, view->getTransform(way));
-    }
-  }
-  for (int i = 0; i < config.getNumNamedTransforms(ocio::NAMEDTRANSFORM_ALL); ++i) {
-    const char* const name = config.getNamedTransformNameByIndex(ocio::NAMEDTRANSFORM_ALL, i);
-    const auto named = config.getNamedTransform(name);
-    for (const auto way : {ocio::TRANSFORM_DIR_FORWARD, ocio::TRANSFORM_DIR_INVERSE}) {
-      checkTables(*context, named->getTransform(way));
-    }
-  }
-}
-
 const ocio::Config& configOf(const std::shared_ptr<const void>& config) {
   return *static_cast<const ocio::Config*>(config.get());
 }
@@ -110,7 +60,7 @@ ColourSpaces::ColourSpaces(const std::string& path) : path_(path) {
     return ocio::Config::CreateFromFile(path.c_str());
   });
   config_ = config;
-  checkTables(*config);
+  checkColourSpaces(*config, path);
 }
 
 std::string ColourSpaces::space(const std::string& name, const std::string& option) const {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Pictures from one named colour space into another, by an OpenColorIO configuration. The only
-// place that knows OpenColorIO.
+// Pictures from one named colour space into another, by an OpenColorIO configuration. This and
+// ColourSpaceCheck are the only places that know OpenColorIO.
 #pragma once
 
 #include <memory>

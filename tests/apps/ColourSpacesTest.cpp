@@ -37,6 +37,25 @@ colorspaces:
 )";
 }
 
+constexpr char onlyLight[] = R"(ocio_profile_version: 2
+roles: {scene_linear: light, default: light}
+colorspaces:
+  - !<ColorSpace> {name: light}
+)";
+
+/// "s0" holds light / 2; every further one goes to light through the one before, twice.
+void writeTower(const std::string& path, int height) {
+  std::ofstream file(path);
+  file << onlyLight << "  - !<ColorSpace> {name: s0, to_scene_reference: !<MatrixTransform> "
+       << "{matrix: [2,0,0,0, 0,2,0,0, 0,0,2,0, 0,0,0,1]}}\n";
+  for (int i = 1; i <= height; ++i) {
+    const std::string way =
+        "!<ColorSpaceTransform> {src: s" + std::to_string(i - 1) + ", dst: light}";
+    file << "  - !<ColorSpace> {name: s" << i
+         << ", to_scene_reference: !<GroupTransform> {children: [" << way << ", " << way << "]}}\n";
+  }
+}
+
 /// Random multiples of 1/256 in 0..1, colours scaled by a power of two.
 Image floats(unsigned seed, float scale) {
   Image image = randomImage(40, 30, 4, OIIO::TypeDesc::UINT8, seed);
@@ -131,6 +150,19 @@ TEST(ColourSpaces, ASpaceThatIsLogIsKeyedSoAndAPresetRemembersItsSpaces) {
   }
 }
 
+TEST(ColourSpaces, LeadThroughOthers) {
+  const Folder folder;
+  writeTower(folder / "config.ocio", 2);
+  write(floats(1, 1), folder / "plate.exr");
+  const Outcome outcome = orvanite(folder, blueKeyWords +
+                                               "@plate.exr --ocio @config.ocio --input-space s2 "
+                                               "--output-space light --no-key -o @out.exr");
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  const Image plate = read(folder / "plate.exr"), out = read(folder / "out.exr");
+  for (std::size_t i = 0; i < plate.samples.size(); ++i)
+    ASSERT_EQ(out.samples[i], plate.samples[i] * (i % 4 == 3 ? 1 : 16)) << i;  // (2 * 2)^2
+}
+
 TEST(ColourSpaces, SayWhatIsWrong) {
   const Folder folder;
   writeConfig(folder / "config.ocio");
@@ -145,6 +177,12 @@ looks: [!<Look> {name: l, process_space: light, transform: !<GroupTransform> {ch
   std::string lines = contents(folder / "endless.ocio");
   lines.erase(lines.find("looks"));
   std::ofstream(folder / "lines.ocio") << lines;
+  // A look that is wanted by the space that it works in.
+  std::ofstream(folder / "circle.ocio") << onlyLight << R"(
+  - !<ColorSpace> {name: a, to_scene_reference: !<LookTransform> {src: light, dst: light, looks: "-x"}}
+looks: [!<Look> {name: X, process_space: A, transform: !<CDLTransform> {sat: 2}}]
+)";
+  writeTower(folder / "tower.ocio", 16);
   write(floats(1, 1), folder / "plate.exr");
   const struct {
     std::string options;
@@ -161,6 +199,10 @@ looks: [!<Look> {name: l, process_space: light, transform: !<GroupTransform> {ch
       {"--ocio /dev/zero --input-space twice", 1, "expected a file of at most 67108864"},
       {"--ocio @endless.ocio --input-space light", 1,
        "/dev/zero: expected a table of colours in a file, found a device"},
+      {"--ocio @circle.ocio --input-space a", 1, "colour space a leads back to itself"},
+      {"--ocio @tower.ocio --input-space s1", 1,
+       // 4 * 2^n - 3 transforms to space n
+       "colour space s12 leads through more than 32 names or 10000 transforms"},
       {"--ocio @lines.ocio --input-space twice", 2, "(light, two lines), found 'twice'"},
       {"--ocio @broken.ocio --input-space twice", 1, "no OpenColorIO configuration"},
       {"--ocio @config.ocio --input-space twice --save-script @s.orv", 2,
@@ -173,8 +215,9 @@ looks: [!<Look> {name: l, process_space: light, transform: !<GroupTransform> {ch
     EXPECT_NE(outcome.err.find(c.says), std::string::npos) << c.says << '\n' << outcome.err;
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
   }
-  EXPECT_EQ(folder.names(), (std::vector<std::string>{"broken.ocio", "config.ocio", "endless.ocio",
-                                                      "lines.ocio", "plate.exr"}));
+  EXPECT_EQ(folder.names(),
+            (std::vector<std::string>{"broken.ocio", "circle.ocio", "config.ocio", "endless.ocio",
+                                      "lines.ocio", "plate.exr", "tower.ocio"}));
 }
 
 }  // namespace
