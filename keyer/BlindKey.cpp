@@ -57,6 +57,18 @@ Rgb greyer(Rgb colour) {
   return colour;
 }
 
+/// The engine orders the channels by the screen's colour that it is given.
+void keepOrder(ScreenHue& screen, const Settings& given) {
+  Rgb colour{};
+  for (std::size_t c = 0; c < 3; ++c) {
+    colour[c] = given.number("screen", static_cast<int>(c));
+  }
+  const ScreenHue order = hueOfColour(colour);
+  screen.primary = order.primary;
+  screen.middle = order.middle;
+  screen.weakest = order.weakest;
+}
+
 constexpr std::string_view mixingNames[] = {"codes", "video", "light", "log"};
 
 std::string_view nameOf(Mixing mixing) { return mixingNames[static_cast<std::size_t>(mixing)]; }
@@ -101,6 +113,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   if (key.screen.confidence < leastConfidence) {
     throw Error(Fault::failure, "auto", "expected a screen of one colour in the plate, found none");
   }
+  if (given.given("screen")) keepOrder(key.screen, given);
   key.plate = rigidPlate(look, key.screen);
   estimateClean(key.plate, look, key.screen);
   const KeyRegions regions = keyRegions(look, key.screen, key.plate);

@@ -199,7 +199,8 @@ const char* nameOfColour(const Rgb& c) {
   if (strong(0) && strong(1)) return high < 0.5f ? "olive" : "yellow-green";
   if (strong(1) && strong(2)) return "teal";
   if (strong(0) && strong(2)) return "magenta";
-  return strong(0) ? "red" : strong(1) ? "green" : "blue";
+  if (strong(0)) return c[1] > low + step / 2 && c[2] == low ? "orange" : "red";
+  return strong(1) ? "green" : "blue";
 }
 
 }  // namespace orvanite

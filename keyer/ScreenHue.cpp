@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace orvanite {
@@ -21,11 +22,12 @@ constexpr float redVote = 0.1f;
 constexpr float borderVote = 2.5f;
 constexpr float borderShare = 0.03f;  // of the frame, along each side
 constexpr float reach = 0.05f;        // of one screen's hues around their middle
+constexpr float tie = 0.94f;          // of red: a channel as strong as that leads in its stead
 
 struct Vote {
   std::size_t pixel;
   float r, g, weight, steepness;
-  bool border;
+  bool border, red;
 };
 
 }  // namespace
@@ -68,8 +70,106 @@ ScreenHue hueOfColour(const Rgb& colour) {
   return screen;
 }
 
+namespace {
+
+/// Of a yellow or a magenta screen chance says which channel is its strongest. Never red, which
+/// leads in subjects: a key that asks how far green leads a yellow screen keeps skin, one that asks
+/// for red keys it.
+void leadWithoutRed(ScreenHue& screen) {
+  const auto middle = static_cast<std::size_t>(screen.middle);
+  if (screen.primary != 0 || screen.colour[middle] < tie * screen.colour[0]) return;
+  std::swap(screen.colour[0], screen.colour[middle]);
+  std::swap(screen.primary, screen.middle);
+}
+
+/// What votes for one hue.
+struct Crowd {
+  float r = 0, g = 0;            // the hue
+  std::vector<std::size_t> own;  // pixels of it
+  std::size_t atBorder = 0;      // how many of them lie at the frame's border
+};
+
+/// The hue with the heaviest votes. red  what a red vote counts
+Crowd heaviest(const std::vector<Vote>& votes, float red) {
+  const auto weightOf = [red](const Vote& vote) { return vote.weight * (vote.red ? red : 1.0f); };
+  constexpr int cells = 64;
+  Plane weights(cells, cells);
+  for (const Vote& vote : votes) {
+    weights(std::clamp(static_cast<int>(vote.r * cells), 0, cells - 1),
+            std::clamp(static_cast<int>(vote.g * cells), 0, cells - 1)) += weightOf(vote);
+  }
+  weights = blurred(weights, 1);
+  const auto fullest = static_cast<std::size_t>(
+      std::max_element(weights.values.begin(), weights.values.end()) - weights.values.begin());
+  Crowd crowd;
+  crowd.r = (static_cast<float>(fullest % cells) + 0.5f) / cells;
+  crowd.g = (static_cast<float>(fullest / cells) + 0.5f) / cells;
+  const Shorter within(reach);
+  const auto near = [&](const Vote& vote) { return within(vote.r - crowd.r, vote.g - crowd.g); };
+  for (int round = 0; round < 8; ++round) {
+    double sumR = 0, sumG = 0, sum = 0;
+    for (const Vote& vote : votes) {
+      if (!near(vote)) continue;
+      const float weight = weightOf(vote);
+      sumR += static_cast<double>(weight * vote.r);
+      sumG += static_cast<double>(weight * vote.g);
+      sum += static_cast<double>(weight);
+    }
+    if (sum <= 0) break;
+    crowd.r = static_cast<float>(sumR / sum);
+    crowd.g = static_cast<float>(sumG / sum);
+  }
+  for (const Vote& vote : votes) {
+    if (!near(vote)) continue;
+    crowd.own.push_back(vote.pixel);
+    crowd.atBorder += vote.border;
+  }
+  return crowd;
+}
+
+/// The screen that a crowd of votes is, out of what was looked at.
+ScreenHue screenOf(const Crowd& crowd, const Colours& smooth, std::size_t looked,
+                   std::size_t borders) {
+  if (crowd.own.size() < 16) return {};
+  Rgb median{};
+  std::vector<float> values(crowd.own.size());
+  for (std::size_t c = 0; c < 3; ++c) {
+    std::transform(crowd.own.begin(), crowd.own.end(), values.begin(),
+                   [&](std::size_t pixel) { return smooth[c][pixel]; });
+    median[c] = quantile(values, 0.5);
+  }
+  ScreenHue screen = hueOfColour(median);
+  leadWithoutRed(screen);
+  screen.hue = {crowd.r, crowd.g};
+  screen.fromGrey = lengthOf(crowd.r - 1.0f / 3, crowd.g - 1.0f / 3);
+  screen.coverage = static_cast<float>(crowd.own.size()) / static_cast<float>(looked);
+  const float high = screen.colour[static_cast<std::size_t>(screen.primary)];
+  const float saturation = (high - screen.colour[static_cast<std::size_t>(screen.weakest)]) / high;
+  const float contact =
+      static_cast<float>(crowd.atBorder) / static_cast<float>(std::max<std::size_t>(borders, 1));
+  // Half sure at 2 % of the frame, or at a tenth of its border.
+  const float area = screen.coverage / (screen.coverage + 0.02f);
+  const float frame = contact / (contact + 0.1f);
+  const float colour = std::min(1.0f, saturation / 0.3f);
+  const bool red = screen.colour[0] > std::max(screen.colour[1], screen.colour[2]) + redLead;
+  screen.confidence = area * (0.5f + 0.5f * frame) * colour * colour *
+                      (red ? 0.35f * std::min(1.0f, saturation / 0.7f) : 1.0f);
+  return screen;
+}
+
+/// Whether a red crowd is what all else stands before: a wall of a strong colour on most of the
+/// frame's border, where the other crowd hardly is. Wood and skin are duller than that.
+bool isWall(const Crowd& crowd, const ScreenHue& screen, const Crowd& other, std::size_t borders) {
+  constexpr float dull = 0.65f;  // a saturation
+  return screen.primary == 0 && screen.colour[0] > 0.0f &&
+         1 - screen.colour[static_cast<std::size_t>(screen.weakest)] / screen.colour[0] > dull &&
+         2 * crowd.atBorder > borders && crowd.atBorder > 4 * other.atBorder &&
+         crowd.own.size() > 2 * other.own.size();
+}
+
+}  // namespace
+
 ScreenHue screenHue(const Look& look) {
-  ScreenHue screen;
   const Colours smooth = blurred(look.codes, 1.2f, look.rows);
   const int w = smooth[0].width;
   const int h = smooth[0].height;
@@ -95,70 +195,29 @@ ScreenHue screenHue(const Look& look) {
       const auto right = hueAt(std::min(x + 1, w - 1), y);
       const auto below = hueAt(x, std::min(y + 1, h - 1));
       const float squared = std::min(saturation, 0.6f) * std::min(saturation, 0.6f);
-      const float weight = squared * (atBorder ? borderVote : 1.0f) *
-                           (r > std::max(g, b) + redLead ? redVote : 1.0f);
-      votes.push_back({i, hue[0], hue[1], weight,
+      votes.push_back({i, hue[0], hue[1], squared * (atBorder ? borderVote : 1.0f),
                        std::abs(right[0] - hue[0]) + std::abs(right[1] - hue[1]) +
                            std::abs(below[0] - hue[0]) + std::abs(below[1] - hue[1]),
-                       atBorder});
+                       atBorder, r > std::max(g, b) + redLead});
     }
   }
-  if (votes.size() < 16) return screen;
+  if (votes.size() < 16) return {};
   std::vector<float> steep;
   steep.reserve(votes.size());
   for (const Vote& vote : votes) steep.push_back(vote.steepness);
   const float steepest = quantile(steep, 0.7);
-  constexpr int cells = 64;
-  Plane crowd(cells, cells);
-  for (Vote& vote : votes) {
-    vote.weight *= vote.steepness <= steepest ? 1.15f : 0.15f;
-    crowd(std::clamp(static_cast<int>(vote.r * cells), 0, cells - 1),
-          std::clamp(static_cast<int>(vote.g * cells), 0, cells - 1)) += vote.weight;
+  for (Vote& vote : votes) vote.weight *= vote.steepness <= steepest ? 1.15f : 0.15f;
+  const Crowd crowd = heaviest(votes, redVote);
+  const ScreenHue screen = screenOf(crowd, smooth, looked, borders);
+  const Crowd red = heaviest(votes, 1);
+  if (const ScreenHue wall = screenOf(red, smooth, looked, borders);
+      isWall(red, wall, crowd, borders)) {
+    return wall;
   }
-  crowd = blurred(crowd, 1);
-  const auto fullest = static_cast<std::size_t>(
-      std::max_element(crowd.values.begin(), crowd.values.end()) - crowd.values.begin());
-  float r = (static_cast<float>(fullest % cells) + 0.5f) / cells;
-  float g = (static_cast<float>(fullest / cells) + 0.5f) / cells;
-  const Shorter within(reach);
-  const auto near = [&](const Vote& vote) { return within(vote.r - r, vote.g - g); };
-  for (int round = 0; round < 8; ++round) {
-    double sumR = 0, sumG = 0, weight = 0;
-    for (const Vote& vote : votes) {
-      if (!near(vote)) continue;
-      sumR += static_cast<double>(vote.weight * vote.r);
-      sumG += static_cast<double>(vote.weight * vote.g);
-      weight += static_cast<double>(vote.weight);
-    }
-    if (weight <= 0) break;
-    r = static_cast<float>(sumR / weight);
-    g = static_cast<float>(sumG / weight);
+  if (screen.confidence < leastConfidence) {
+    // A table or a hand that outvotes the tablet upon it.
+    return screenOf(heaviest(votes, 0), smooth, looked, borders);
   }
-  std::array<std::vector<float>, 3> members;
-  std::size_t atBorder = 0;
-  for (const Vote& vote : votes) {
-    if (!near(vote)) continue;
-    for (std::size_t c = 0; c < 3; ++c) members[c].push_back(smooth[c][vote.pixel]);
-    atBorder += vote.border;
-  }
-  if (members[0].size() < 16) return screen;
-  Rgb median{};
-  for (std::size_t c = 0; c < 3; ++c) median[c] = quantile(members[c], 0.5);
-  screen = hueOfColour(median);
-  screen.hue = {r, g};
-  screen.fromGrey = lengthOf(r - 1.0f / 3, g - 1.0f / 3);
-  screen.coverage = static_cast<float>(members[0].size()) / static_cast<float>(looked);
-  const float high = screen.colour[static_cast<std::size_t>(screen.primary)];
-  const float saturation = (high - screen.colour[static_cast<std::size_t>(screen.weakest)]) / high;
-  const float contact =
-      static_cast<float>(atBorder) / static_cast<float>(std::max<std::size_t>(borders, 1));
-  // Half sure at 2 % of the frame, or at a tenth of its border.
-  const float area = screen.coverage / (screen.coverage + 0.02f);
-  const float frame = contact / (contact + 0.1f);
-  const float colour = std::min(1.0f, saturation / 0.3f);
-  const bool red = screen.colour[0] > std::max(screen.colour[1], screen.colour[2]) + redLead;
-  screen.confidence = area * (0.5f + 0.5f * frame) * colour * colour *
-                      (red ? 0.35f * std::min(1.0f, saturation / 0.7f) : 1.0f);
   return screen;
 }
 

@@ -39,6 +39,43 @@ TEST(BlindKey, TakesNoSubjectForTheScreenWhateverTheScreensHue) {
   EXPECT_THROW(findKey(canvas.plate(), video()), Error);
 }
 
+TEST(BlindKey, KeysAYellowScreenByItsGreenUnlessToldOtherwise) {
+  Composed plate;
+  // Red is ahead by a hair, in the screen as in the skin.
+  constexpr Rgb yellow = {0.79f, 0.78f, 0.06f};
+  plate.screen = [&](int, int) { return yellow; };
+  plate.subject = [](int, int) { return Rgb{0.75f, 0.56f, 0.45f}; };
+  plate.matte = disc(80, 60, 30, 2);
+  Canvas canvas = plate.on(1);
+  const BlindKey key = findKey(canvas.plate(), video());
+  EXPECT_EQ(key.screen.primary, 1);
+  Canvas out = keyed(key, canvas);
+  EXPECT_EQ(matteAt(out, 10, 60), 0);
+  // Red would see (0.75 - 0.45) / (0.79 - 0.06) = 0.41 of the screen in it, or more.
+  EXPECT_GT(matteAt(out, 80, 60), 0.95f);
+  Settings red = video();
+  red.setText("screen", "0.79,0.78,0.06");
+  EXPECT_EQ(findKey(canvas.plate(), red).screen.primary, 0);
+}
+
+TEST(BlindKey, TakesAWallOfStrongRedForTheScreenAndNoTable) {
+  constexpr Rgb shirt = {0.01f, 0.22f, 0.51f}, tablet = {0.3f, 0.75f, 0.15f};
+  const struct {
+    Rgb around, subject, screen;
+  } cases[] = {{{0.94f, 0.45f, 0.2f}, shirt, {0.94f, 0.45f, 0.2f}},
+               {{0.85f, 0.1f, 0.12f}, tablet, {0.85f, 0.1f, 0.12f}},
+               {{0.6f, 0.42f, 0.28f}, tablet, tablet}};  // wood
+  for (const auto& c : cases) {
+    Composed plate;
+    plate.screen = [&](int, int) { return c.around; };
+    plate.subject = [&](int, int) { return c.subject; };
+    plate.matte = disc(80, 60, 30, 2);
+    Canvas canvas = plate.on(1);
+    const ScreenHue found = findKey(canvas.plate(), video()).screen;
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(found.colour[i], c.screen[i], 0.01f) << i;
+  }
+}
+
 TEST(BlindKey, FollowsAScreenWhoseHueDrifts) {
   // Towards the left by 0.16 in shares of the sum, where one screen's hues are within 0.05; or to
   // and fro by 0.05, in waves that no smooth plate follows.
