@@ -233,6 +233,7 @@ void printJson(const std::string& path, const shot::Shot& shot, const InfoOption
     if (look.screen) {
       object["screen"] = {{"hue", nameOfColour(look.screen->colour)},
                           {"confidence", look.screen->confidence},
+                          {"sure", look.screen->sure()},
                           {"colour", look.screen->colour},
                           {"coverage", look.screen->coverage},
                           {"evenness", look.screen->evenness}};

@@ -41,9 +41,10 @@ std::string describe(const Screen& screen) {
                       : screen.evenness >= 0.85f ? "fairly even"
                                                  : "uneven";
   return fmt::format(
-      "{}, {:.0f} % of the frame, {} (its darkest part at {:.0f} % of its brightest)",
+      "{}, {:.0f} % of the frame, {} (its darkest part at {:.0f} % of its brightest){}",
       nameOfColour(screen.colour), 100 * static_cast<double>(screen.coverage), light,
-      100 * static_cast<double>(screen.evenness));
+      100 * static_cast<double>(screen.evenness),
+      screen.sure() ? "" : "; it may be no screen: look at the matte, --screen says otherwise");
 }
 
 std::vector<std::string> optionsOf(const shot::FirstKey& key, const Settings& settings) {

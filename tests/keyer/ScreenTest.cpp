@@ -70,6 +70,7 @@ TEST(FindScreen, FindsHueColourShareAndEvennessOfAScreenThatIsThere) {
         });
         const Screen screen = findScreen(canvas.plate());
         ASSERT_TRUE(screen.found);
+        EXPECT_TRUE(screen.sure());
         EXPECT_EQ(screen.primary, colour == blue ? 2 : 1);
         EXPECT_NEAR(screen.coverage, scene.coverage, 0.01f);
         // Grain of a deviation g is 1.645 g to either side for nine tenths of an even screen.
@@ -118,6 +119,27 @@ TEST(FindScreen, SaysThatThereIsNoneAndSoDoesTheKey) {
   }
   Plate empty;
   EXPECT_FALSE(findScreen(empty).found);
+}
+
+TEST(FindScreen, IsNotSureOfAMeadowOrOfAFewFruits) {
+  const struct {
+    const char* name;
+    Rgb colour;
+    float darkest;
+    int from, to;  // its columns, beside a grey
+  } cases[] = {{"meadow", {0.55f, 0.62f, 0.35f}, 0.05f, 0, 150},
+               {"fruits", {0.5f, 0.6f, 0.3f}, 0.5f, 100, 106}};
+  for (const auto& c : cases) {
+    Canvas canvas(width, height, 1);
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> light(c.darkest, 1);
+    canvas.fill([&](int x, int) {
+      return lit(x >= c.from && x < c.to ? c.colour : Rgb{0.5f, 0.5f, 0.5f}, light(random));
+    });
+    const Screen screen = findScreen(canvas.plate());
+    EXPECT_TRUE(screen.found) << c.name;
+    EXPECT_FALSE(screen.sure()) << c.name;
+  }
 }
 
 TEST(ColourOf, AveragesABoxAndRefusesOneThatLeavesThePlate) {
