@@ -116,13 +116,16 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const Plane texture = textureOf(look, plate, regions);
   const Plane pure = pureAround(look, regions);
   Plane hold(share.width, share.height);
+  const Mask alien = opened(regions.alien, look.rows);
+  const Plane clear = distanceWithin(regions.screen, 6, look.rows);
   eachPixel(hold, look.rows, [&](std::size_t i) {
+    if (alien[i] != 0 && regions.inside[i] != 0) hold[i] = ramp(clear[i], 2, 5);
     if (beside[i] != 0) return;
     const float solid =
         open[i] != 0 ? 0.0f : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f));
     const float rough = alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
                         (1 - ramp(pure[i], 0.03f, 0.11f));
-    hold[i] = std::max(solid, rough);
+    hold[i] = std::max({hold[i], solid, rough});
   });
   return blurred(hold, 1, look.rows);
 }

@@ -38,6 +38,18 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   out.calmShare = blurred(out.share, out.radius, look.rows);
   const Colours smooth = blurred(look.codes, out.radius, look.rows);
   const float calmLight = 0.03f + 2.5f * look.grain / (3.5f * out.radius);
+  // No colour is below 0: of a mix with some screen in it, each channel has at least that share of
+  // the screen's. A cloth of another green says by its lack of red that it is no mix.
+  out.alien = Mask(w, h);
+  eachPixel(out.calmShare, look.rows, [&](std::size_t i) {
+    const float em = plate.clean[m][i], eq = plate.clean[q][i];
+    const float first = em < 0.1f ? 9.0f : (smooth[m][i] + calmLight) / em;
+    const float second = eq < 0.1f ? 9.0f : (smooth[q][i] + calmLight) / eq;
+    const float low = std::min(first, second), high = std::max(first, second);
+    if (high <= 1.4f * low + 0.1f) return;
+    out.alien[i] = out.calmShare[i] > low + 0.12f + 3 * out.calm;
+    out.calmShare[i] = std::min(out.calmShare[i], low);
+  });
   const Shorter within(1.5f * std::min(0.05f, 0.32f * hue.fromGrey));
   out.screen = Mask(w, h);
   eachPixel(out.screen, look.rows, [&](std::size_t i) {

@@ -19,6 +19,7 @@ struct KeyRegions {
   float grain = 0;      // standard deviation of `share` on the screen
   float calm = 0;       // what is left of it in `calmShare`
   float radius = 0.8f;  // sigma of that average, in pixels
+  Mask alien;           // more screen than its colour can hold: its own hue is much like the screen's
   Mask screen;          // surely screen
   Mask subject;         // surely subject, or most of it
   Mask inside;          // within the screen's hull: what is around it is no part of the picture

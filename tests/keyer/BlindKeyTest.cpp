@@ -289,6 +289,32 @@ TEST(BlindKey, HoldsWhatIsDeepInASubjectAndFillsNoGap) {
   EXPECT_LT(matteAt(open, 60, 60), 0.95f);
 }
 
+TEST(BlindKey, KnowsAClothThatNoMixWithTheScreenCanBe) {
+  Composed plate;
+  // A plain key sees (0.5 - 0.5 (0.03 + 0.42)) / (0.6 - 0.5 (0.16 + 0.24)) = 0.69 screen in a teal
+  // shirt; its red, 0.03 for 0.16, allows for 0.19. A belt and skin have none.
+  const auto body = disc(80, 60, 40, 2);
+  plate.subject = [](int, int y) {
+    return y < 70   ? Rgb{0.03f, 0.5f, 0.42f}
+           : y < 78 ? Rgb{0.1f, 0.08f, 0.08f}
+                    : Rgb{0.7f, 0.5f, 0.42f};
+  };
+  plate.matte = body;
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const float d = std::hypot(static_cast<float>(x - 80), static_cast<float>(y - 60));
+      if (d < 34 && (y < 66 || y > 80)) {  // apart from where the belt begins
+        EXPECT_GT(matteAt(out, x, y), 0.97f) << x << ',' << y;
+      }
+      if (d > 46) {
+        EXPECT_LT(matteAt(out, x, y), 0.02f) << x << ',' << y;
+      }
+    }
+  }
+}
+
 TEST(BlindKey, KeepsASubjectThatStandsBesideTheScreenSolid) {
   constexpr int across = 120, down = 60, edge = 80;
   Canvas canvas(across, down, 1);
