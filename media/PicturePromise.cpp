@@ -130,8 +130,13 @@ PicturePromise ofBmp(FileBytes& file) {
   const u64 bits = old ? file.two(24) : file.two(28);
   const u64 compression = old ? 0 : file.four(30);
   const bool plain = compression == 0 || compression == 3;
-  return promise(width, height,
-                 file.four(10) + (plain ? roundedUp(width * bits, 32) / 8 * height : height));
+  PicturePromise result = promise(
+      width, height, file.four(10) + (plain ? roundedUp(width * bits, 32) / 8 * height : height));
+  // Runs are of 8 bits or of 4; OpenImageIO would take whatever else for them and read beyond.
+  if (compression > 3 || (compression == 1 && bits != 8) || (compression == 2 && bits != 4)) {
+    result.fault = "its header promises a compression that its pixels cannot have";
+  }
+  return result;
 }
 
 PicturePromise ofPnm(FileBytes& file) {

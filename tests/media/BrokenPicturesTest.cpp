@@ -103,6 +103,21 @@ TEST(BrokenPictures, ATextOfAHeaderIsNoLongerThanTheFile) {
   }
 }
 
+// Bytes 30 to 33 of a BMP tell its compression: 1 is runs of 8 bits, 2 of 4.
+TEST(BrokenPictures, ABmpOf24BitsHasNoRuns) {
+  const Folder folder;
+  ffmpeg(folder, "-f lavfi -i testsrc2=s=24x16 -frames:v 1 -pix_fmt bgr24 @s.bmp");
+  ffmpeg(folder, "-f lavfi -i testsrc2=s=24x16 -frames:v 1 -pix_fmt gray @grey.bmp");
+  EXPECT_EQ(readThrough(folder / "grey.bmp").error, "");
+  for (const char compression : {1, 2, 4, 127}) {
+    std::string bytes = bytesOf(folder / "s.bmp");
+    bytes[30] = compression;
+    writeBytes(folder / "s.bmp", bytes);
+    const std::string error = readThrough(folder / "s.bmp").error;
+    EXPECT_NE(error.find("a compression that its pixels cannot have"), std::string::npos) << error;
+  }
+}
+
 TEST(BrokenPictures, WhatIsNotOnTheListIsRefusedByName) {
   const Folder folder;
   ffmpeg(folder, "-f lavfi -i testsrc2=s=32x32 -frames:v 1 @s.gif");
