@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <thread>
 
@@ -238,6 +240,68 @@ TEST(OfxRender, ServesConcurrentRendersOfOneInstanceWhileParametersMove) {
           << "frame " << i << " line " << y;
     }
   }
+}
+
+// Two hundred instances with settings of their own, made, rendered twice and ended by eight
+// threads: none has anything of another's.
+TEST(OfxRender, KeepsTwoHundredInstancesOnEightThreadsApart) {
+  Manners manners;
+  manners.threadsFail = true;
+  OfxHost host(manners);
+  ASSERT_EQ(host.load(), ofx::ok);
+  const auto descriptor = host.describe(general);
+  std::mt19937 random(21);
+  const ofx::RectI frame{0, 0, 24, 16};
+  Pictures in;
+  in.source = randomImage(random, {frame, 4, 1});
+  constexpr std::size_t kinds = 20, instances = 200;
+  std::vector<orvanite::Settings> settings;
+  std::vector<std::shared_ptr<HostImage>> wanted;
+  while (settings.size() < kinds) {
+    settings.push_back(randomSettings(random));
+    settings.back().setText("output", "compOnReplace");
+    wanted.push_back(flatKey(settings.back(), in, frame, 1));
+    if (!wanted.back()) settings.pop_back(), wanted.pop_back();
+  }
+  const auto same = [&](HostImage& one, HostImage& other) {
+    bool all = true;
+    for (int y = 0; y < 16; ++y) {
+      all = all && std::memcmp(one.pixel(0, y), other.pixel(0, y), 24 * 4) == 0;
+    }
+    return all;
+  };
+  ASSERT_FALSE(same(*wanted[0], *wanted[1]));
+  std::vector<std::unique_ptr<EffectState>> effects(instances);
+  std::vector<std::shared_ptr<HostImage>> outputs(instances);
+  for (std::size_t i = 0; i < instances; ++i) {
+    effects[i] = host.instantiate(*descriptor, general);
+    outputs[i] = std::make_shared<HostImage>(Layout{frame, 4, 1});
+    give(*effects[i], settings[i % kinds]);
+    connect(*effects[i], "Source", in.source);
+    connect(*effects[i], "Output", outputs[i]);
+  }
+  // All are made before the first is rendered, and all are rendered before the first goes.
+  const auto onThreads = [&](const std::function<bool(std::size_t)>& work) {
+    std::atomic<std::size_t> next = 0;
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+      threads.emplace_back([&] {
+        for (std::size_t i = next++; i < instances; i = next++) failures += work(i) ? 0 : 1;
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    return failures.load();
+  };
+  EXPECT_EQ(onThreads([&](std::size_t i) { return host.create(*effects[i]) == ofx::ok; }), 0);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(onThreads([&](std::size_t i) {
+                return host.render(*effects[i], frame) == ofx::ok &&
+                       same(*outputs[i], *wanted[i % kinds]);
+              }),
+              0);
+  }
+  EXPECT_EQ(onThreads([&](std::size_t i) { return host.destroy(*effects[i]) == ofx::ok; }), 0);
 }
 
 TEST(OfxRender, StopsWhenTheHostAborts) {
