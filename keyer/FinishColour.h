@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// What the finish does to colours, in the pictures' own codes: sums in integers, so that they do
-// not depend on where a tile begins; the rest pixel by pixel in single precision, each operation
-// rounded as written.
+// What the finish does to colours, in the pictures' own codes: sums in whole numbers, so that they
+// do not depend on where a tile begins; the rest pixel by pixel in single precision, each operation
+// rounded as written (keyer/simd/RowColours.h).
 // Beyond the frame its outermost pixels go on.
 // Knows the finish in numbers and the engine's tile images.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 #include <vector>
@@ -47,11 +48,6 @@ struct Pixels {
   std::ptrdiff_t at(int x, int y) const { return y * lineStep + x * pixelStep; }
 };
 
-/// A neighbourhood's colour, and how much of it there was: 1 is a whole pixel.
-struct Mean {
-  float red, green, blue, weight;
-};
-
 /// A matte's codes as 16 bits, through the finish's curve.
 template <class Sample>
 class MatteReader {
@@ -70,16 +66,30 @@ class MatteReader {
   std::vector<std::uint16_t> curve_;  // empty: straight
 };
 
+/// A whole frame's matte; rows without gaps, as wide as the frame.
+struct MatteRows {
+  const std::uint16_t* samples;
+  int width, height;
+
+  /// The matte of a pixel, and of those after it in the row.
+  const std::uint16_t* at(int x, int y) const {
+    return samples + static_cast<std::ptrdiff_t>(y) * width + x;
+  }
+};
+
 /// Room for one thread's colours, kept from tile to tile.
 struct ColourScratch {
-  std::vector<Mean> inside, behind;
-  std::vector<std::int64_t> sums;
-  std::vector<std::int32_t> shortSums;
+  std::vector<std::byte> columns, behindColumns;  // sums
+  std::vector<std::byte> lines, behindLines;      // what is summed, each where it comes round again
+  std::vector<std::byte> pixels;                  // a line with what lies beyond the frame
+  std::vector<std::uint16_t> own;                 // likewise
+  std::vector<float> inside, behind;              // means of a row
 };
 
 /// The finished foreground of a tile.
 ///
 /// keyed   the frame as the engine keyed it, unpremultiplied; four interleaved samples a pixel
+/// own     its matte through the curve, before anything else was done to it
 /// behind  the background; null where it is not looked at
 /// area    the tile
 /// matte   its finished matte
@@ -87,9 +97,8 @@ struct ColourScratch {
 /// out     four samples a pixel, area.width * area.height pixels; in place of alpha stands full
 ///         less the finished matte, which is the engine's own where the finish left it
 template <class Sample>
-void finishColours(const Finish& finish, const MatteReader<Sample>& reader,
-                   const Pixels<Sample>& keyed, const Pixels<Sample>* behind, const FrameArea& area,
-                   const MatteTile& matte, const MatteTile* nearby, ColourScratch& scratch,
-                   Sample* out);
+void finishColours(const Finish& finish, const Pixels<Sample>& keyed, const MatteRows& own,
+                   const Pixels<Sample>* behind, const FrameArea& area, const MatteTile& matte,
+                   const MatteTile* nearby, ColourScratch& scratch, Sample* out);
 
 }  // namespace orvanite

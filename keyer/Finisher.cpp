@@ -50,6 +50,7 @@ std::uint16_t cut(std::uint16_t matte, Sample garbage) {
 struct Finisher::Workspace {
   std::vector<std::byte> keyed, behind;  // pictures of four samples a pixel
   MattePlane plane;
+  std::vector<std::uint16_t> own;  // the plane before specks went; empty: as it is
 };
 
 struct Finisher::Scratch {
@@ -130,6 +131,8 @@ bool Finisher::renderAs(const Frame& frame, const Loop& loop) const {
                       static_cast<std::size_t>(frame.height));
   MattePlane& plane = space->plane;
   plane.resize(frame.width, frame.height);
+  const bool clears = finish_.islands > 0 || finish_.pinholes > 0;
+  space->own.resize(clears && finish_.edgeColour > 0 ? plane.samples.size() : 0);
   std::atomic<bool> refused = false;
   loop(plane.cellRows(), [&](int band) {
     if (!keyBand<Sample>(frame, band, *space)) refused = true;
@@ -173,6 +176,8 @@ bool Finisher::keyBand(const Frame& frame, int band, Workspace& space) const {
   std::uint16_t* matte = space.plane.row(y);
   const std::ptrdiff_t count = std::ptrdiff_t{frame.width} * rows;
   for (std::ptrdiff_t i = 0; i < count; ++i) matte[i] = reader(alpha[4 * i]);
+  if (!space.own.empty())
+    std::copy(matte, matte + count, space.own.data() + (matte - space.plane.row(0)));
   space.plane.measure(band);
   return true;
 }
@@ -318,9 +323,10 @@ bool Finisher::finishTile(const Frame& frame, const Workspace& space, const Otil
   auto* const foreground = reinterpret_cast<Sample*>(scratch.foreground.data());
   std::optional<Pixels<Sample>> light;
   if (behind) light.emplace(*behind, frame.width, frame.height);
-  finishColours(finish_, std::get<MatteReader<Sample>>(reader_), keyed, light ? &*light : nullptr,
-                area, scratch.matte, around > 0 ? &scratch.nearby : nullptr, scratch.colours,
-                foreground);
+  const MatteRows own{space.own.empty() ? space.plane.row(0) : space.own.data(), frame.width,
+                      frame.height};
+  finishColours(finish_, keyed, own, light ? &*light : nullptr, area, scratch.matte,
+                around > 0 ? &scratch.nearby : nullptr, scratch.colours, foreground);
   const OtileImage destination = from<Sample>(frame.pictures.dst, area.x, area.y);
   const OtileImage background =
       background_ ? from<Sample>(frame.pictures.bg, area.x, area.y) : OtileImage{};

@@ -5,43 +5,22 @@
 #include <cmath>
 
 #include "engine/colour/Power.h"
+#include "keyer/simd/RowTable.h"
 
 namespace orvanite {
 namespace {
-
-// sqrt 2 - 1 in 65536ths.
-constexpr std::uint32_t diagonalPart = 27146;
 
 // One step inwards, or `part` 65536ths of it; `out` is smaller by one on each side.
 constexpr std::uint32_t wholeStep = 65536;
 void step(const MatteTile& in, std::uint32_t part, MatteTile& out) {
   out.resize(in.width - 2, in.height - 2);
-  const auto width = static_cast<std::size_t>(out.width);
   for (int y = 0; y < out.height; ++y) {
-    const std::uint16_t* const above = in.row(y);
-    const std::uint16_t* const here = in.row(y + 1);
-    const std::uint16_t* const below = in.row(y + 2);
-    std::uint16_t* const to = out.row(y);
-    for (std::size_t x = 0; x < width; ++x) {
-      const std::uint16_t middle = here[x + 1];
-      const auto least = [](std::uint16_t a, std::uint16_t b) { return a < b ? a : b; };
-      const std::uint16_t row = least(least(here[x], here[x + 2]), middle);
-      const std::uint16_t cross = least(row, least(above[x + 1], below[x + 1]));
-      const std::uint16_t corners =
-          least(least(above[x], above[x + 2]), least(below[x], below[x + 2]));
-      const std::uint16_t square = least(cross, corners);
-      const auto moved = static_cast<std::uint16_t>(
-          cross - ((static_cast<std::uint32_t>(cross - square) * diagonalPart) >> 16));
-      to[x] = part == wholeStep
-                  ? moved
-                  : static_cast<std::uint16_t>(
-                        middle - ((static_cast<std::uint32_t>(middle - moved) * part) >> 16));
-    }
+    rowTable().shrink(in.row(y), in.row(y + 1), in.row(y + 2), part, out.width, out.row(y));
   }
 }
 
 void turn(MatteTile& tile) {
-  for (std::uint16_t& sample : tile.samples) sample = static_cast<std::uint16_t>(solid - sample);
+  rowTable().turn(tile.samples.data(), static_cast<int>(tile.samples.size()));
 }
 
 // A mean over 2 * whole + 1 samples and a part, in 256ths, of one more at each end.
@@ -54,37 +33,14 @@ struct Box {
     return {whole, static_cast<std::int32_t>((half - static_cast<float>(whole)) * 256.0f + 0.5f)};
   }
   int border() const { return whole + (part > 0 ? 1 : 0); }
-  float scale() const { return 1.0f / static_cast<float>(256 * (2 * whole + 1) + 2 * part); }
 };
-
-// Even samples come out as they are: the roundings to 24 bits move 65535 by less than .02.
-std::uint16_t mean(std::int32_t sum, std::int32_t ends, const Box& box, float scale) {
-  const float weighted = static_cast<float>(sum) * 256.0f + static_cast<float>(ends * box.part);
-  return static_cast<std::uint16_t>(static_cast<std::int32_t>(weighted * scale + 0.5f));
-}
 
 // Along rows; `out` is narrower by the box's border on each side.
 void alongRows(const MatteTile& in, const Box& box, MatteTile& out) {
-  const int border = box.border();
-  out.resize(in.width - 2 * border, in.height);
-  const float scale = box.scale();
-  std::vector<std::int32_t> sums(static_cast<std::size_t>(in.width) + 1);
+  out.resize(in.width - 2 * box.border(), in.height);
+  std::vector<std::int32_t> sums(static_cast<std::size_t>(out.width));
   for (int y = 0; y < in.height; ++y) {
-    const std::uint16_t* const from = in.row(y);
-    std::int32_t sum = 0;
-    for (std::size_t x = 0; x < static_cast<std::size_t>(in.width); ++x) {
-      sums[x] = sum;
-      sum += from[x];
-    }
-    sums[static_cast<std::size_t>(in.width)] = sum;
-    std::uint16_t* const to = out.row(y);
-    // Sample x + border is in the middle; whole samples run from x + first to before x + last.
-    const auto first = static_cast<std::size_t>(border - box.whole);
-    const auto last = static_cast<std::size_t>(border + box.whole + 1);
-    const auto end = static_cast<std::size_t>(2 * border);
-    for (std::size_t x = 0; x < static_cast<std::size_t>(out.width); ++x) {
-      to[x] = mean(sums[x + last] - sums[x + first], from[x] + from[x + end], box, scale);
-    }
+    rowTable().meanAlong(in.row(y), box.whole, box.part, out.width, sums.data(), out.row(y));
   }
 }
 
@@ -92,7 +48,6 @@ void alongRows(const MatteTile& in, const Box& box, MatteTile& out) {
 void alongColumns(const MatteTile& in, const Box& box, MatteTile& out) {
   const int border = box.border();
   out.resize(in.width, in.height - 2 * border);
-  const float scale = box.scale();
   const auto width = static_cast<std::size_t>(in.width);
   std::vector<std::int32_t> sums(width);
   const int first = border - box.whole, last = border + box.whole;
@@ -101,16 +56,8 @@ void alongColumns(const MatteTile& in, const Box& box, MatteTile& out) {
     for (std::size_t x = 0; x < width; ++x) sums[x] += from[x];
   }
   for (int y = 0; y < out.height; ++y) {
-    const std::uint16_t* const come = in.row(y + last);
-    const std::uint16_t* const go = in.row(y + first);
-    const std::uint16_t* const low = in.row(y);
-    const std::uint16_t* const high = in.row(y + 2 * border);
-    std::uint16_t* const to = out.row(y);
-    for (std::size_t x = 0; x < width; ++x) {
-      const std::int32_t sum = sums[x] + come[x];
-      to[x] = mean(sum, low[x] + high[x], box, scale);
-      sums[x] = sum - go[x];
-    }
+    rowTable().meanAcross(in.row(y + last), in.row(y + first), in.row(y), in.row(y + 2 * border),
+                          box.whole, box.part, in.width, sums.data(), out.row(y));
   }
 }
 

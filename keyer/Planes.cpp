@@ -6,6 +6,8 @@
 #include <cmath>
 #include <utility>
 
+#include "keyer/simd/RowTable.h"
+
 namespace orvanite {
 namespace {
 
@@ -24,26 +26,10 @@ std::vector<float> gaussian(float sigma) {
   return taps;
 }
 
-/// Sums a row's neighbours by their taps; `at` says where the row of each tap's neighbours is. The
-/// sums of a block stay in registers.
+// Sums a row's neighbours by their taps; `at` says where the row of each tap's neighbours is.
 void weigh(const std::vector<float>& taps, const std::vector<const float*>& at, int width,
            float* to) {
-  constexpr int block = 16;
-  int x = 0;
-  for (; x + block <= width; x += block) {
-    std::array<float, block> sums{};
-    for (std::size_t t = 0; t < taps.size(); ++t) {
-      const float tap = taps[t];
-      const float* in = at[t] + x;
-      for (std::size_t k = 0; k < block; ++k) sums[k] += tap * in[k];
-    }
-    std::copy(sums.begin(), sums.end(), to + x);
-  }
-  for (; x < width; ++x) {
-    float sum = 0;
-    for (std::size_t t = 0; t < taps.size(); ++t) sum += taps[t] * at[t][x];
-    to[x] = sum;
-  }
+  rowTable().weigh(taps.data(), at.data(), static_cast<int>(taps.size()), width, to);
 }
 
 Plane filtered(const Plane& plane, const std::vector<float>& taps, const RowLoop& rows) {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "keyer/simd/RowTable.h"
+
 namespace orvanite {
 namespace {
 
@@ -190,11 +192,7 @@ void MattePlane::measure(int cellRow) {
     const int from = column * cellWidth, to = std::min(width, from + cellWidth);
     std::uint16_t least = 65535, most = 0;
     for (int y = top; y < bottom; ++y) {
-      const std::uint16_t* const samplesOfRow = row(y);
-      for (int x = from; x < to; ++x) {
-        least = std::min(least, samplesOfRow[x]);
-        most = std::max(most, samplesOfRow[x]);
-      }
+      rowTable().measure(row(y) + from, to - from, least, most);
     }
     low[cell(column, cellRow)] = least;
     high[cell(column, cellRow)] = most;

@@ -267,10 +267,13 @@ struct Row {
       return made;
     };
     const MatteTile solidity = tile(matte), around = tile(nearby);
+    const MatteReader<std::uint8_t> reader(finish);
+    std::vector<std::uint16_t> own;
+    for (std::size_t i = 3; i < keyed.size(); i += 4) own.push_back(reader(keyed[i]));
     ColourScratch scratch;
     std::vector<std::uint8_t> out(keyed.size());
-    finishColours(finish, MatteReader<std::uint8_t>(finish), pixels, &background, {0, 0, width, 1},
-                  solidity, &around, scratch, out.data());
+    finishColours(finish, pixels, {own.data(), width, 1}, &background, {0, 0, width, 1}, solidity,
+                  &around, scratch, out.data());
     return {out.begin(), out.end()};
   }
 };

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Built once per target: the table of what rows pass through.
+#include "keyer/simd/RowColours.h"
+#include "keyer/simd/RowMattes.h"
+#include "keyer/simd/RowTable.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+
+extern const RowTable rowKernels;
+const RowTable rowKernels = {
+    weighRow,
+    measureRow,
+    turnRow,
+    shrinkRow,
+    meanAlongRow,
+    meanAcrossRows,
+    wantedOf,
+    {prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,
+     slideRow<std::uint8_t>, finishRow<std::uint8_t>},
+    {prepareRow<std::uint16_t>, weighColours<std::uint16_t>, exchangeRows<std::uint16_t>,
+     slideRow<std::uint16_t>, finishRow<std::uint16_t>},
+    {prepareRow<float>, weighColours<float>, exchangeRows<float>, slideRow<float>,
+     finishRow<float>}};
+
+}  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Rows of mattes and of planes. Built once per target: all that is here is the including file's
+// own.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+namespace {
+
+constexpr int solidMatte = 65535;
+
+/// Sums stay in registers for a block of pixels.
+void weighRow(const float* taps, const float* const* at, int terms, int width, float* to) {
+#if defined(__AVX__)
+  constexpr int block = 32;
+#else
+  constexpr int block = 16;
+#endif
+  int x = 0;
+  for (; x + block <= width; x += block) {
+    float sums[block] = {};
+    for (int t = 0; t < terms; ++t) {
+      const float tap = taps[t];
+      const float* in = at[t] + x;
+      for (int k = 0; k < block; ++k) sums[k] += tap * in[k];
+    }
+    for (int k = 0; k < block; ++k) to[x + k] = sums[k];
+  }
+  for (; x < width; ++x) {
+    float sum = 0;
+    for (int t = 0; t < terms; ++t) sum += taps[t] * at[t][x];
+    to[x] = sum;
+  }
+}
+
+void measureRow(const std::uint16_t* row, int count, std::uint16_t& least, std::uint16_t& most) {
+  std::uint16_t low = least, high = most;
+  for (int x = 0; x < count; ++x) {
+    low = row[x] < low ? row[x] : low;
+    high = row[x] > high ? row[x] : high;
+  }
+  least = low;
+  most = high;
+}
+
+void turnRow(std::uint16_t* row, int count) {
+  for (int x = 0; x < count; ++x) row[x] = static_cast<std::uint16_t>(solidMatte - row[x]);
+}
+
+// sqrt 2 - 1 in 65536ths.
+constexpr std::uint32_t diagonalPart = 27146;
+constexpr std::uint32_t wholeStep = 65536;
+
+inline std::uint16_t lesser(std::uint16_t a, std::uint16_t b) { return a < b ? a : b; }
+
+template <bool whole>
+void shrinkBy(const std::uint16_t* above, const std::uint16_t* here, const std::uint16_t* below,
+              std::uint32_t part, int count, std::uint16_t* __restrict to) {
+  for (int x = 0; x < count; ++x) {
+    const std::uint16_t middle = here[x + 1];
+    const std::uint16_t row = lesser(lesser(here[x], here[x + 2]), middle);
+    const std::uint16_t cross = lesser(row, lesser(above[x + 1], below[x + 1]));
+    const std::uint16_t corners =
+        lesser(lesser(above[x], above[x + 2]), lesser(below[x], below[x + 2]));
+    const std::uint16_t square = lesser(cross, corners);
+    const auto moved = static_cast<std::uint16_t>(
+        cross - ((static_cast<std::uint32_t>(cross - square) * diagonalPart) >> 16));
+    to[x] = whole ? moved
+                  : static_cast<std::uint16_t>(
+                        middle - ((static_cast<std::uint32_t>(middle - moved) * part) >> 16));
+  }
+}
+
+void shrinkRow(const std::uint16_t* above, const std::uint16_t* here, const std::uint16_t* below,
+               std::uint32_t part, int count, std::uint16_t* to) {
+  (part == wholeStep ? shrinkBy<true> : shrinkBy<false>)(above, here, below, part, count, to);
+}
+
+float scaleOf(int whole, int part) {
+  return 1.0f / static_cast<float>(256 * (2 * whole + 1) + 2 * part);
+}
+
+// Even samples come out as they are: the roundings to 24 bits move 65535 by less than .02.
+inline std::uint16_t meanOf(std::int32_t sum, std::int32_t ends, std::int32_t part, float scale) {
+  const float weighted = static_cast<float>(sum) * 256.0f + static_cast<float>(ends * part);
+  return static_cast<std::uint16_t>(static_cast<std::int32_t>(weighted * scale + 0.5f));
+}
+
+void meanAlongRow(const std::uint16_t* row, int whole, int part, int count,
+                  std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
+  const int border = whole + (part > 0 ? 1 : 0);
+  const float scale = scaleOf(whole, part);
+  // Sample x + border is in the middle; whole samples run from x + first to before x + last.
+  const int first = border - whole, last = border + whole + 1;
+  constexpr int few = 6;
+  if (whole <= few) {
+    for (int x = 0; x < count; ++x) sums[x] = row[x + first];
+    for (int i = first + 1; i < last; ++i) {
+      for (int x = 0; x < count; ++x) sums[x] += row[x + i];
+    }
+  } else {
+    std::int32_t sum = 0;
+    for (int i = first; i < last; ++i) sum += row[i];
+    for (int x = 0; x + 1 < count; ++x) {
+      sums[x] = sum;
+      sum += row[x + last] - row[x + first];
+    }
+    if (count > 0) sums[count - 1] = sum;
+  }
+  const std::uint16_t* const end = row + std::ptrdiff_t{2} * border;
+  for (int x = 0; x < count; ++x) to[x] = meanOf(sums[x], row[x] + end[x], part, scale);
+}
+
+void meanAcrossRows(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
+                    const std::uint16_t* high, int whole, int part, int count,
+                    std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
+  const float scale = scaleOf(whole, part);
+  for (int x = 0; x < count; ++x) {
+    const std::int32_t sum = sums[x] + come[x];
+    to[x] = meanOf(sum, low[x] + high[x], part, scale);
+    sums[x] = sum - go[x];
+  }
+}
+
+int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
+  std::uint16_t any = 0;
+  if (other != nullptr) {
+    for (int x = 0; x < count; ++x) {
+      any |= static_cast<std::uint16_t>(other[x] < solidMatte ? matte[x] : 0);
+    }
+  } else {
+    for (int x = 0; x < count; ++x) any |= matte[x];
+  }
+  if (any == 0) return 0;
+  const auto counts = [&](int x) {
+    return matte[x] > 0 && (other == nullptr || other[x] < solidMatte);
+  };
+  first = 0;
+  while (!counts(first)) ++first;
+  int last = count - 1;
+  while (!counts(last)) --last;
+  return last - first + 1;
+}
+
+}  // namespace
+}  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Loops along rows that many pictures pass through: blurs, and what the finish does to mattes and
+// colours. Plain loops, compiled for every level of the processor that kernels are compiled for;
+// each gives the same bits, as sums are of whole numbers or in the order that is written.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "keyer/Finish.h"
+
+namespace orvanite {
+
+/// What the finish sums samples in: whole numbers, that double holds up to 2^53.
+template <class Sample>
+using SumOf = std::conditional_t<std::is_same_v<Sample, std::uint8_t>, std::int32_t, double>;
+
+/// A row of foreground pixels of four samples, and what lies around each.
+template <class Sample>
+struct ColourRow {
+  Sample* pixels;               ///< changed in place
+  const std::uint16_t* matte;   ///< where it is 0, nothing changes
+  const std::uint16_t* own;     ///< the matte before it was finished; null: no colour from inside
+  const float* inside;          ///< red, green, blue of the inside, and how much there is of it
+  const float* behind;          ///< the same of the background; null where it is not looked at
+  const std::uint16_t* nearby;  ///< how solid the neighbourhood is; null: no light comes around
+  int count;                    ///< of pixels
+};
+
+/// What the finish does to rows of pixels of one depth, four samples each.
+template <class Sample>
+struct ColourRows {
+  /// Copies pixels; in place of alpha stands full less the matte.
+  void (*prepare)(const Sample* pixels, const std::uint16_t* matte, int count, Sample* to);
+  /// Sums of columns in which a row of the inside takes the place of the one in `line`.
+  /// own  the pixels' matte, which weighs them
+  void (*weigh)(const Sample* pixels, const std::uint16_t* own, int count, SumOf<Sample>* line,
+                SumOf<Sample>* columns);
+  /// Sums of columns in which one row comes and another goes; null: none does.
+  void (*exchange)(const Sample* come, const Sample* go, int count, SumOf<Sample>* columns);
+  /// Means of 2 * reach + 1 columns' sums, and their weights.
+  /// weight  of all of them together, where it is the same everywhere; 0: each column has its own
+  void (*slide)(const SumOf<Sample>* columns, int count, int reach, float weight, float* means);
+  /// Takes colour from inside, spill out, and the background's light in.
+  void (*finish)(const Finish& finish, const ColourRow<Sample>& row);
+};
+
+/// The functions of one level.
+struct RowTable {
+  /// The weighted sum of `terms` rows.
+  void (*weigh)(const float* taps, const float* const* at, int terms, int width, float* to);
+
+  /// The least and the greatest of a row, and of what they were.
+  void (*measure)(const std::uint16_t* row, int count, std::uint16_t& least, std::uint16_t& most);
+  /// Full less each sample.
+  void (*turn)(std::uint16_t* row, int count);
+  /// A matte's edge moves inwards by `part` 65536ths of a pixel. The rows have a pixel more at
+  /// either end.
+  void (*shrink)(const std::uint16_t* above, const std::uint16_t* here, const std::uint16_t* below,
+                 std::uint32_t part, int count, std::uint16_t* to);
+  /// Means along a row over 2 * whole + 1 samples, and `part` 256ths of one more at each end.
+  /// sums  room for as many as the row is long, and one more
+  void (*meanAlong)(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
+                    std::uint16_t* to);
+  /// Means along columns. One row comes into the sums first, and one goes afterwards; `low` and
+  /// `high` are those of which a part counts.
+  void (*meanAcross)(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
+                     const std::uint16_t* high, int whole, int part, int count, std::int32_t* sums,
+                     std::uint16_t* to);
+  /// Which pixels of a row have to be looked at: those with a matte above 0 where `other` is not
+  /// full, and all of them where there is no other.
+  /// Returns how many from the first to the last, which is `first` pixels in.
+  int (*wanted)(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first);
+
+  ColourRows<std::uint8_t> bytes;    ///< of the finish
+  ColourRows<std::uint16_t> shorts;  ///< likewise
+  ColourRows<float> floats;          ///< likewise
+
+  /// Those of a depth.
+  template <class Sample>
+  const ColourRows<Sample>& colours() const {
+    if constexpr (std::is_same_v<Sample, std::uint8_t>) {
+      return bytes;
+    } else if constexpr (std::is_same_v<Sample, std::uint16_t>) {
+      return shorts;
+    } else {
+      return floats;
+    }
+  }
+};
+
+/// Those for the target in force.
+const RowTable& rowTable();
+
+/// Those for the target of that name; null where this build has none. A processor may lack what
+/// they need.
+const RowTable* rowTableFor(const char* target);
+
+}  // namespace orvanite

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Loops along rows: every target that this processor runs beside the definition, bit by bit, on
+// rows of every width up to beyond a block, of mattes that are clear, solid and in between.
+#include "keyer/simd/RowTable.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "engine/targets/Target.h"
+
+namespace orvanite {
+namespace {
+
+constexpr int reach = 3;
+
+template <class Sample>
+std::vector<Sample> samplesOf(std::mt19937& chance, int count) {
+  std::vector<Sample> all(static_cast<std::size_t>(count));
+  for (Sample& sample : all) {
+    if constexpr (std::is_floating_point_v<Sample>) {
+      const auto kind = chance() % 40;
+      sample = kind == 0   ? 20000.0f
+               : kind == 1 ? -20000.0f
+                           : static_cast<float>(chance() % 70000) / 60000.0f - 0.05f;
+    } else {
+      sample = static_cast<Sample>(chance());
+    }
+  }
+  return all;
+}
+
+std::vector<std::uint16_t> matteOf(std::mt19937& chance, int count) {
+  std::vector<std::uint16_t> all(static_cast<std::size_t>(count));
+  for (std::uint16_t& matte : all) {
+    const auto kind = chance() % 3;
+    matte = static_cast<std::uint16_t>(kind == 0 ? 0 : kind == 1 ? 65535 : chance());
+  }
+  return all;
+}
+
+/// Everything that a table makes of rows of a width, byte after byte.
+class Results {
+ public:
+  Results(const RowTable& table, int width) : table_(table), width_(width), chance_(1) {
+    mattes();
+    colours<std::uint8_t>();
+    colours<std::uint16_t>();
+    colours<float>();
+  }
+  bool operator==(const Results& other) const { return bytes_ == other.bytes_; }
+
+ private:
+  template <class T>
+  void keep(const std::vector<T>& values) {
+    const auto* first = reinterpret_cast<const char*>(values.data());
+    bytes_.append(first, values.size() * sizeof(T));
+  }
+
+  void mattes() {
+    const int wide = width_ + 40;
+    std::vector<float> taps = {0.25f, 0.5f, 0.3f}, rows = samplesOf<float>(chance_, 3 * wide);
+    std::vector<const float*> at = {rows.data(), rows.data() + wide,
+                                    rows.data() + std::ptrdiff_t{2} * wide};
+    std::vector<float> sums(static_cast<std::size_t>(width_));
+    table_.weigh(taps.data(), at.data(), 3, width_, sums.data());
+    keep(sums);
+    const auto above = matteOf(chance_, wide), here = matteOf(chance_, wide);
+    const auto below = matteOf(chance_, wide), other = matteOf(chance_, wide);
+    std::uint16_t least = 65535, most = 0;
+    table_.measure(here.data(), width_, least, most);
+    std::vector<std::uint16_t> out = {least, most};
+    keep(out);
+    out = here;
+    table_.turn(out.data(), width_);
+    keep(out);
+    for (const std::uint32_t part : {65536U, 20000U}) {
+      table_.shrink(above.data(), here.data(), below.data(), part, width_, out.data());
+      keep(out);
+    }
+    std::vector<std::int32_t> room(static_cast<std::size_t>(wide), 70000);
+    for (const int whole : {0, 1, 9}) {
+      for (const int part : {0, 100}) {
+        table_.meanAlong(here.data(), whole, part, width_, room.data(), out.data());
+        keep(out);
+        std::fill(room.begin(), room.end(), 70000);
+        table_.meanAcross(above.data(), here.data(), below.data(), other.data(), whole, part,
+                          width_, room.data(), out.data());
+        keep(out);
+        keep(room);
+      }
+    }
+    std::vector<int> found(2);
+    found[0] = table_.wanted(here.data(), other.data(), width_, found[1]);
+    keep(found);
+    found[0] = table_.wanted(here.data(), nullptr, width_, found[1]);
+    keep(found);
+  }
+
+  template <class Sample>
+  void colours() {
+    const ColourRows<Sample>& table = table_.colours<Sample>();
+    const int wide = width_ + 2 * reach;
+    const auto come = samplesOf<Sample>(chance_, 4 * wide);
+    const auto go = samplesOf<Sample>(chance_, 4 * wide);
+    const auto own = matteOf(chance_, wide), matte = matteOf(chance_, wide);
+    const auto nearby = matteOf(chance_, wide);
+    std::vector<SumOf<Sample>> line(come.size()), inside(come.size()), light(come.size());
+    table.weigh(go.data(), matte.data(), wide, line.data(), inside.data());
+    table.weigh(come.data(), own.data(), wide, line.data(), inside.data());
+    keep(line);
+    keep(inside);
+    table.exchange(go.data(), nullptr, wide, light.data());
+    table.exchange(come.data(), go.data(), wide, light.data());
+    keep(light);
+    std::vector<float> within(come.size()), behind(come.size());
+    table.slide(inside.data(), width_, reach, 0, within.data());
+    table.slide(light.data(), width_, reach, 255.0f * 49, behind.data());
+    keep(within);
+    keep(behind);
+    std::vector<Sample> pixels(come.size());
+    table.prepare(come.data(), matte.data(), width_, pixels.data());
+    keep(pixels);
+    Finish finish;
+    finish.edgeColour = 0.8f;
+    finish.spillLimit = 0.3f;
+    finish.wrap = 0.7f;
+    for (const float spill : {0.0f, 0.9f}) {
+      for (const auto replace : {SpillReplace::nothing, SpillReplace::grey,
+                                 SpillReplace::brightness, SpillReplace::background}) {
+        finish.spill = spill;
+        finish.spillReplace = replace;
+        std::vector<Sample> finished = pixels;
+        table.finish(finish, {finished.data(), matte.data(), own.data(), within.data(),
+                              behind.data(), nearby.data(), width_});
+        keep(finished);
+      }
+    }
+  }
+
+  const RowTable& table_;
+  int width_;
+  std::mt19937 chance_;
+  std::string bytes_;
+};
+
+TEST(RowTable, GivesTheBitsOfTheDefinitionOnEveryTarget) {
+  int targets = 0;
+  for (const Target& target : knownTargets()) {
+    if (!target.supported()) continue;
+    ASSERT_NE(rowTableFor(target.name), nullptr) << target.name;
+    ++targets;
+    for (int width = 1; width < 150; ++width) {
+      const Results own(*rowTableFor(target.name), width);
+      const Results defined(*rowTableFor("definition"), width);
+      EXPECT_TRUE(own == defined) << target.name << ", " << width << " pixels";
+    }
+  }
+  EXPECT_GE(targets, 1);
+  EXPECT_EQ(rowTableFor("nonsense"), nullptr);
+}
+
+// 8 bits of a matte of 16 are its 257th, to the nearest; alpha's place takes what is missing.
+TEST(RowTable, LeavesWhatAMatteLacks) {
+  for (int matte = 0; matte <= 65535; ++matte) {
+    const std::uint8_t pixel[4] = {1, 2, 3, 4};
+    std::uint8_t out[4] = {};
+    const auto sample = static_cast<std::uint16_t>(matte);
+    rowTable().bytes.prepare(pixel, &sample, 1, out);
+    ASSERT_EQ(out[3], 255 - (matte + 128) / 257) << matte;
+    ASSERT_EQ(out[0] + out[1] + out[2], 6);
+  }
+}
+
+}  // namespace
+}  // namespace orvanite
