@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // What scripts/page-pictures runs: keys a still and a shot of the plate generator by Auto, and takes a
-// picture of each thing that docs/view.md shows. DOCS says where they go.
-import {join} from 'node:path';
+// picture of each thing that docs/view.md shows; and of the page without a server, in the folder SITE,
+// for docs/web.md, where there is one. DOCS says where they go.
+import {existsSync, readFileSync} from 'node:fs';
+import {createServer} from 'node:http';
+import {extname, join} from 'node:path';
 import {browse, drawPlate, serve} from '../tests/apps/view/program.mjs';
 
 const still = drawPlate();
@@ -19,10 +22,11 @@ await page.addInitScript(() => {
 });
 
 const rest = () => page.waitForFunction(() => asked === 0 && performance.now() - since > 1500, null, {timeout: 120000});
+const save = (name) => page.screenshot({path: join(process.env.DOCS, `${name}.jpg`), type: 'jpeg', quality: 85});
 const take = async (name) => {
   await page.evaluate(() => { document.getElementById('hint').hidden = true; document.activeElement.blur(); });
   await rest();
-  await page.screenshot({path: join(process.env.DOCS, `view-${name}.jpg`), type: 'jpeg', quality: 85});
+  await save(`view-${name}`);
 };
 const auto = async () => {
   await rest();
@@ -72,4 +76,32 @@ await page.keyboard.press('5');
 await page.keyboard.press('w');
 await take('wipe');
 await many.stop();
+
+const {SITE: site = ''} = process.env;
+if (existsSync(join(site, 'index.html'))) {
+  const kinds = {'.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.svg': 'image/svg+xml', '.wasm': 'application/wasm', '.webmanifest': 'application/manifest+json'};
+  const server = createServer((request, response) => {
+    const name = new URL(request.url, 'http://x').pathname.slice(1) || 'index.html';
+    if (!existsSync(join(site, name))) { response.writeHead(404).end(); return; }
+    response.writeHead(200, {'Content-Type': kinds[extname(name)] ?? 'application/octet-stream'}).end(readFileSync(join(site, name)));
+  });
+  await new Promise((ready) => server.listen(0, '127.0.0.1', ready));
+  await page.goto(`http://127.0.0.1:${server.address().port}/`);
+  await page.waitForSelector('#open[open]');
+  // Here nothing is asked of a server: the picture's own event tells.
+  const choose = async (role, file) => {
+    await Promise.all([page.waitForEvent('load'), page.setInputFiles(`#open input[type=file] >> nth=${role}`, file)]);
+    await page.evaluate(() => new Promise((shown) => addEventListener('orvanite-shown', shown, {once: true})));
+  };
+  await choose(0, still.plate);
+  await page.click('#auto');
+  await page.waitForFunction(() => /^Screen found/.test(document.getElementById('hint').textContent), null, {timeout: 120000});
+  await page.click('#openPictures');
+  await choose(1, still.background);
+  await page.waitForTimeout(1500);
+  await page.click('#openPictures');
+  await save('web');
+  server.closeAllConnections();
+  server.close();
+}
 await close();

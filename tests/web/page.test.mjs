@@ -80,9 +80,18 @@ test('a plate is opened, keyed and rendered, with and without a network', async 
   };
   await same('a cut-out');
 
-  // Settings stay when a background comes; the composite is what is written then.
-  await page.click('#openPictures');
-  await choose(1, files.background);
+  // Settings stay when a background comes; the composite is what is shown and written then.
+  assert.equal(await page.isVisible('#copyScript'), false, 'what only the command can do is not offered');
+  await page.keyboard.press('2');
+  await page.keyboard.press('o');
+  await page.keyboard.press('3');
+  await page.keyboard.press('Tab');
+  await page.keyboard.press('Tab');
+  const [chooser] = await Promise.all([page.waitForEvent('filechooser'), page.keyboard.press('Enter')]);
+  assert.match(await page.url(), /view=matte/, 'keys are of the dialog');
+  await Promise.all([page.waitForEvent('load'), chooser.setFiles(files.background)]);
+  await shown(page);
+  assert.match(await page.url(), /view=composite/);
   assert.match(await command(), /--bg background\.png .*--output=composite/);
   await same('over a background');
 

@@ -52,7 +52,7 @@ export class Answers {
     const samples = depth === 2 ? '16-bit' : '8-bit';
     return {
       version: this.version, files, width, height, depth, samples, frames: [1], isShot: false, framesPerSecond: 24,
-      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters, masks: true,
+      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters, masks: true, script: false,
       settings: {colourspace: 'video', output: this.pictures.background ? 'composite' : 'unpremultiplied'},
     };
   }

@@ -63,6 +63,7 @@ const addressOf = (texts) => `#${new URLSearchParams(texts).toString().replaceAl
 function outputFor(background) {
   const texts = new URLSearchParams(location.hash.slice(1));
   const [from, to] = background ? ['unpremultiplied', 'composite'] : ['composite', 'unpremultiplied'];
+  if (background) texts.set('view', 'composite');  // who opens one wants to see it
   for (const name of ['output', 'b.output']) if (texts.get(name) === from) texts.set(name, to);
   if (location.hash.length > 1) history.replaceState(history.state, '', addressOf(texts));
 }
@@ -116,6 +117,12 @@ function fill(files) {
     input.disabled = role !== 'plate' && !files.plate;
     row.classList.toggle('off', input.disabled);
     input.addEventListener('change', () => { if (input.files[0]) change(role, input.files[0]); });
+    // Not every browser takes Enter here of itself.
+    input.addEventListener('keydown', (event) => {
+      if (event.key !== 'Enter') return;
+      event.preventDefault();
+      input.click();
+    });
     const remove = row.querySelector('button');
     remove.hidden = !(role in files);
     remove.addEventListener('click', () => change(role, null));

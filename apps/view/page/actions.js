@@ -35,6 +35,7 @@ export class Actions {
       await this.copy('command', `Command copied, and ${stem}-masks.json saved: start it where that file is.`, `${stem}-masks.json`);
       await saveMasks();
     });
+    this.copyScript.hidden = state.description.script === false;
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
     this.onClick(this.render, () => this.start(`${stem}-key.png`));
     this.onClick(this.cancel, () => ask('cancel', {}));
@@ -132,9 +133,14 @@ export class Actions {
     }
   }
 
+  // Whoever stands on one of both buttons stays in the place.
   running(on) {
+    const [from, to] = on ? [this.render, this.cancel] : [this.cancel, this.render];
+    const held = document.activeElement === from;
+    if (on) this.bar.hidden = false;
+    this.render.disabled = on;
+    if (held) to.focus();
     this.bar.hidden = !on;
     this.told.hidden = on;
-    this.render.disabled = on;
   }
 }

@@ -199,8 +199,11 @@ async function start() {
     byId('against').value = state.against;
     byId('sideA').setAttribute('aria-pressed', String(state.side === 'a'));
     byId('sideB').setAttribute('aria-pressed', String(state.side === 'b'));
+    // Whoever stands on a button that goes is led to its neighbour.
+    const held = document.activeElement;
     byId('undo').disabled = state.past.length === 0;
     byId('redo').disabled = state.future.length === 0;
+    if (held.disabled) ({undo: byId('redo'), redo: byId('undo')})[held.id]?.focus();
     byId('pickScreen').setAttribute('aria-pressed', String(picker.target === 'screen'));
     stage.setWipe(state.wipe);
     const seenAs = views.find(([name]) => name === shownView())?.[1];
@@ -228,7 +231,7 @@ async function start() {
     if (target === 'screen' && colours.last) {
       const [red, green, blue] = colours.median;
       picker.advise(Math.max(green, blue) > red
-        ? 'Look at the matte (press 2): raise Screen range until the screen is black. 5 shows the composite.'
+        ? 'Now Matte (2): raise Screen range until the screen is black there. Then Composite (5).'
         : 'This is neither a green nor a blue: if it was not the screen, press S and click again.');
     }
     state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
@@ -247,16 +250,21 @@ async function start() {
   byId('copySide').addEventListener('click', () => state.copySide());
   byId('fit').addEventListener('click', () => stage.fit());
   byId('actual').addEventListener('click', () => stage.zoom(1));
-  byId('undo').addEventListener('click', () => state.undo());
-  byId('redo').addEventListener('click', () => state.redo());
+  const undo = () => { picker.hush(); state.undo(); };
+  const redo = () => { picker.hush(); state.redo(); };
+  byId('undo').addEventListener('click', undo);
+  byId('redo').addEventListener('click', redo);
   const pickScreen = () => picker.target ? picker.stop() : picker.start('screen', 'the screen');
-  byId('pickScreen').addEventListener('click', pickScreen);
+  const pickByKeys = () => { pickScreen(); picker.aim(); };
+  // A click without a pointer is a key's.
+  byId('pickScreen').addEventListener('click', (event) => event.detail === 0 ? pickByKeys() : pickScreen());
   let auto = null;  // the search that is going on
   state.addEventListener('settings', () => auto?.abort());
   byId('auto').addEventListener('click', async () => {
     if (auto) return;
     const search = auto = new AbortController();
     actions.tell('');
+    picker.hush();
     const end = busy.begin('Looking for the screen', {stop: () => search.abort()});
     try {
       const found = await ask('auto', {settings: state.settings, frame: state.frame}, search.signal);
@@ -264,7 +272,8 @@ async function start() {
       picker.stop();
       state.choose(found.settings);
       await renders.idle(0);  // its words go with its picture
-      picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame. Ctrl+Z takes it back. 2 shows the matte, 5 the composite.`);
+      const next = !description.files.background ? ' Open adds a background.' : '';
+      picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame; Undo takes it back. Matte (2) shows what stays, Composite (5) the result.${next}`);
     } catch (error) {
       actions.tell(search.signal.aborted ? 'Auto was stopped: nothing has changed by it.' : error.message);
     } finally {
@@ -286,14 +295,14 @@ async function start() {
   byId('fold').addEventListener('click', fold);
 
   addEventListener('keydown', (event) => {
-    if (byId('opener').open) return;
+    if (document.querySelector('dialog[open]')) return;
     const typing = event.target.matches('input[type=number], input[type=text], select');
     if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'z') {
       event.preventDefault();
-      if (event.shiftKey) state.redo(); else state.undo();
+      if (event.shiftKey) redo(); else undo();
     } else if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'y') {
       event.preventDefault();
-      state.redo();
+      redo();
     } else if (event.ctrlKey || event.metaKey || event.altKey || typing) {
       return;
     } else if (event.key.length === 1 && viewKeys.includes(event.key.toLowerCase())) {
@@ -301,7 +310,7 @@ async function start() {
       state.show({view: views[viewKeys.indexOf(event.key.toLowerCase())][0]});
     } else {
       const otherSide = () => changeSide(state.side === 'a' ? 'b' : 'a');
-      const keys = {w: toggleWipe, x: otherSide, s: pickScreen, p: fold, m: toggleMasks, n: () => (probe.at ? pins.add(probe.at) : byId('pin').click()), b: () => flicker(!flickering), ',': () => timeline.toKey(-1), '.': () => timeline.toKey(1), i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
+      const keys = {w: toggleWipe, x: otherSide, s: pickByKeys, a: () => byId('auto').click(), p: fold, m: toggleMasks, n: () => (probe.at ? pins.add(probe.at) : byId('pin').click()), b: () => flicker(!flickering), ',': () => timeline.toKey(-1), '.': () => timeline.toKey(1), i: () => timeline.mark('from'), o: () => timeline.mark('to'), f: () => stage.fit(), z: () => stage.zoom(1), ' ': () => timeline.toggle()};
       const action = event.target.matches('button, input, summary') && event.key === ' ' ? null : keys[event.key.toLowerCase()];
       if (!action) return;
       event.preventDefault();
@@ -320,7 +329,7 @@ async function start() {
   });
 
   // Nobody said what the screen is: that is the first thing to do.
-  if (!('screen' in state.settings)) picker.start('screen', 'the screen', 'Auto finds it by itself.');
+  if (!('screen' in state.settings)) picker.start('screen', 'the screen', 'Or press Auto (A): it finds the screen.');
   actions.tell(description.notices.join(' '));
   request(false);
   marks();

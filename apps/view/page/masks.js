@@ -7,6 +7,7 @@ import {changed, cornerAdded, cornerRemoved, keyAt, keyToggled, keyedAt, moved, 
 
 const space = 'http://www.w3.org/2000/svg';
 const stemLength = 26;   // from an ellipse to the handle that turns it, in CSS pixels
+const reach = 9;         // of a handle that a pointer gets hold of, in CSS pixels
 const closeEnough = 10;  // of the first corner, in CSS pixels, to close a polygon
 // What a request may hold, less its settings.
 const mostText = 48000;
@@ -45,6 +46,7 @@ export class MaskTool extends EventTarget {
     stage.element.addEventListener('pointermove', (event) => this.follow(event));
     for (const end of ['pointerup', 'pointercancel']) stage.element.addEventListener(end, (event) => this.end(event));
     addEventListener('keydown', (event) => this.press(event), true);
+    new ResizeObserver(() => this.clear()).observe(this.bar);
     stage.addEventListener('moved', () => this.refresh());
     for (const type of ['settings', 'shown']) state.addEventListener(type, () => this.refresh());
     this.refresh();
@@ -56,8 +58,15 @@ export class MaskTool extends EventTarget {
   toggle() {
     this.on = !this.on;
     this.bar.hidden = !this.on;
+    this.clear();
     this.draw(null);
     this.dispatchEvent(new Event('changed'));
+  }
+
+  // The bar lies over the picture's top: the whole picture fits below it.
+  clear() {
+    const {bar} = this;
+    this.stage.keepClear(bar.hidden ? 0 : bar.offsetTop + bar.offsetHeight + 4);
   }
 
   /** Takes up a tool: null chooses and moves what is there. */
@@ -108,6 +117,7 @@ export class MaskTool extends EventTarget {
     this.chosen = Math.min(this.chosen, rest.length - 1);
     this.put(rest);
     this.state.commit();
+    if (document.activeElement === document.body) (this.layer.querySelector('[data-shape].chosen') ?? this.choose).focus();
   }
 
   /** Puts a shape into the middle of what is seen, for the keys to move. */
@@ -177,7 +187,10 @@ export class MaskTool extends EventTarget {
       const [[x, y]] = this.points;
       const [u, v] = this.to ?? [x, y];
       this.points = this.to = null;
-      if (Math.abs(u - x) >= 1 && Math.abs(v - y) >= 1) this.add('ellipse', [[x, y]], [Math.abs(u - x), Math.abs(v - y)]);
+      if (Math.abs(u - x) >= 1 && Math.abs(v - y) >= 1) {
+        this.add('ellipse', [[x, y]], [Math.abs(u - x), Math.abs(v - y)]);
+        this.draw(null);  // its handles are what is wanted next
+      }
     }
     this.refresh();
   }
@@ -185,7 +198,10 @@ export class MaskTool extends EventTarget {
   close() {
     const {points} = this;
     this.points = this.to = null;
-    if (points?.length >= 3) this.add('polygon', points);
+    if (points?.length >= 3) {
+      this.add('polygon', points);
+      this.draw(null);
+    }
     this.refresh();
   }
 
@@ -201,7 +217,7 @@ export class MaskTool extends EventTarget {
 
   // Before the page's own keys: what is drawn or held takes them first.
   press(event) {
-    if (!this.on || event.ctrlKey || event.metaKey || event.altKey || event.target.matches('input, select')) return;
+    if (!this.on || event.target.closest('dialog') || event.ctrlKey || event.metaKey || event.altKey || event.target.matches('input, select')) return;
     const taken = this.drawing ? this.pressDrawing(event.key) : this.pressShape(event);
     if (!taken) return;
     event.preventDefault();
@@ -250,7 +266,10 @@ export class MaskTool extends EventTarget {
     }
     const radius = shape?.kind === 'brush' && !this.drawing ? keyAt(shape, this.state.frame).radii[0] : this.radius;
     if (document.activeElement !== this.size) this.size.value = radius;
-    for (const control of [this.list, this.outside, this.key, this.remove, this.save]) control.disabled = !shape;
+    for (const control of [this.list, this.outside, this.key, this.remove, this.save]) {
+      if (!shape && document.activeElement === control) this.choose.focus();
+      control.disabled = !shape;
+    }
     this.outside.setAttribute('aria-pressed', String(shape?.outside ?? false));
     this.key.setAttribute('aria-pressed', String(Boolean(shape && shape.keys.length > 1 && keyedAt(shape, this.state.frame))));
     this.paint(shapes);
@@ -289,6 +308,13 @@ export class MaskTool extends EventTarget {
     return [(stage.x + x * stage.scale) / devicePixelRatio, (stage.y + y * stage.scale) / devicePixelRatio];
   }
 
+  /** Whether a handle there can be taken hold of: on screen, and not below the bar. */
+  isReached([x, y]) {
+    const {bar, stage: {element}} = this;
+    const under = y < bar.offsetTop + bar.offsetHeight + reach && x < bar.offsetLeft + bar.offsetWidth + reach;
+    return !under && x > reach && y > reach && x < element.clientWidth - reach && y < element.clientHeight - reach;
+  }
+
   pathOf({kind, points, radii, turn = 0, open}) {
     const places = points.map((point) => this.onScreen(point).map((value) => value.toFixed(1)));
     if (kind !== 'ellipse') return `M${places.map((place) => place.join(' ')).join('L')}${kind === 'polygon' && !open ? 'Z' : points.length === 1 ? 'h0.01' : ''}`;
@@ -318,8 +344,13 @@ export class MaskTool extends EventTarget {
       const [[[x, y]], [a, b]] = [now.points, now.radii];
       const [c, s] = turnOf(now);
       const along = (u, v) => this.onScreen([x + u * c - v * s, y + u * s + v * c]);
-      const end = along(0, -b - stemLength * devicePixelRatio / this.stage.scale);
-      const stem = `M${along(0, -b).join(' ')}L${end.join(' ')}`;
+      // Above it, or where there is room; it stays on its side while it is dragged.
+      const long = stemLength * devicePixelRatio / this.stage.scale;
+      const stems = [long, -long].flatMap((out) => [[0, -1], [0, 1], [1, 0], [-1, 0]].map(([u, v]) =>
+        [along(u * a, v * b), along(u * (a + out), v * (b + out))]));
+      if (!this.gesture) this.side = Math.max(0, stems.findIndex(([, place]) => this.isReached(place)));
+      const [start, end] = stems[this.side];
+      const stem = `M${start.join(' ')}L${end.join(' ')}`;
       parts.push(['path', {class: 'under', d: stem}], ['path', {class: 'stem', d: stem}]);
       handle('across', along(a, 0), `Width of mask ${name}: arrows left and right`);
       handle('down', along(0, b), `Height of mask ${name}: arrows up and down`);

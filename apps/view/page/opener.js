@@ -88,7 +88,11 @@ export class Opener {
       }, giving.signal);
       // What was set for one plate says nothing about another.
       if (role === 'plate') history.replaceState(null, '', location.pathname);
-      else if (role === 'background') this.state.set({output: settings.output});
+      else if (role === 'background') {
+        this.state.set({output: settings.output});
+        // Who opens one wants to see it.
+        if (files.length > 0) this.state.show({view: 'composite'});
+      }
       server.reopen();
     } catch (error) {
       const words = giving.signal.aborted ? 'Stopped: nothing was opened.'

@@ -17,6 +17,12 @@ export class Picker extends EventTarget {
     stage.element.addEventListener('pointerdown', (event) => this.begin(event));
     stage.element.addEventListener('pointermove', (event) => this.drag(event));
     stage.element.addEventListener('pointerup', (event) => this.end(event));
+    stage.element.addEventListener('keydown', (event) => {
+      if (event.key !== 'Enter' || !this.target || event.target !== stage.element) return;
+      event.preventDefault();
+      this.from = stage.middle();
+      this.takeAt(this.from, event.shiftKey);
+    });
     addEventListener('keydown', (event) => { if (event.key === 'Escape') this.stop(); });
   }
 
@@ -28,12 +34,26 @@ export class Picker extends EventTarget {
     this.advice = setTimeout(() => { if (!this.target) this.hint.hidden = true; }, adviceMilliseconds);
   }
 
+  /** Takes advice back that is no longer of use. */
+  hush() {
+    if (!this.target && this.advice) this.hint.hidden = true;
+    clearTimeout(this.advice);
+    this.advice = null;
+  }
+
+  /** For whoever has no pointer: a cross in the middle, under which Enter takes the colour. */
+  aim() {
+    if (!this.target) return;
+    this.stage.element.focus();
+    this.hint.textContent = 'Click it, or bring the cross to it with the arrows and press Enter. Esc ends.';
+  }
+
   /** Takes out the eyedropper for a colour parameter; label says what to click. */
   start(target, label, more = 'Shift takes several. Esc ends.') {
     this.target = target;
     this.samples = [];
     this.stage.picking = true;
-    this.stage.element.classList.add('picking');
+    this.stage.element.classList.add('picking', 'aiming');
     this.hint.textContent = `Click ${label} in the picture, or drag a box over it. ${more}`;
     this.hint.hidden = false;
     this.dispatchEvent(new Event('changed'));
@@ -44,7 +64,7 @@ export class Picker extends EventTarget {
     this.target = null;
     this.from = null;
     this.stage.picking = false;
-    this.stage.element.classList.remove('picking');
+    this.stage.element.classList.remove('picking', 'aiming');
     this.hint.hidden = true;
     this.box.hidden = true;
     this.dispatchEvent(new Event('changed'));
@@ -68,10 +88,13 @@ export class Picker extends EventTarget {
     this.box.style.height = css(h);
   }
 
-  async end(event) {
-    if (!this.from) return;
+  end(event) {
+    if (this.from) this.takeAt(this.stage.pixelAt(event), event.shiftKey);
+  }
+
+  // The colour of the box from where it began to this pixel, or of what lies around one.
+  async takeAt(to, more) {
     const {target} = this;
-    const to = this.stage.pixelAt(event);
     const moved = Math.max(Math.abs(to[0] - this.from[0]), Math.abs(to[1] - this.from[1]));
     const half = (clickSide - 1) / 2;
     if (moved * this.stage.scale < 4) this.from = [to[0] - half, to[1] - half];
@@ -79,7 +102,6 @@ export class Picker extends EventTarget {
     this.from = null;
     this.box.hidden = true;
     if (area[2] < 1 || area[3] < 1) return;  // beside the picture
-    const more = event.shiftKey;
     const {samples} = this;
     if (!more) this.stop();
     try {

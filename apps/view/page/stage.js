@@ -59,6 +59,7 @@ export class Stage extends EventTarget {
     this.x = 0;  // of the plate's corner, in screen pixels
     this.y = 0;
     this.fitted = true;
+    this.covered = 0;  // rows at the top, in CSS pixels, that something lies over
     this.wipeAt = 0.5;
     this.wiped = false;
     this.flicker = null;  // the side of the wipe that is seen alone: left is true; null is both
@@ -77,11 +78,24 @@ export class Stage extends EventTarget {
 
   fit() {
     this.fitted = true;
-    const room = Math.min(this.canvas.width / this.width, this.canvas.height / this.height);
-    this.scale = room;
+    const top = Math.min(Math.round(this.covered * devicePixelRatio), this.canvas.height >> 1);
+    const high = this.canvas.height - top;
+    this.scale = Math.min(this.canvas.width / this.width, high / this.height);
     this.x = Math.round((this.canvas.width - this.width * this.scale) / 2);
-    this.y = Math.round((this.canvas.height - this.height * this.scale) / 2);
+    this.y = Math.round(top + (high - this.height * this.scale) / 2);
     this.moved();
+  }
+
+  /** The whole picture keeps clear of these rows at the top, in CSS pixels. */
+  keepClear(rows) {
+    if (rows === this.covered) return;
+    this.covered = rows;
+    if (this.fitted) this.fit();
+  }
+
+  /** The pixel of the plate in the middle of what is seen; it may lie outside. */
+  middle() {
+    return [Math.floor((this.canvas.width / 2 - this.x) / this.scale), Math.floor((this.canvas.height / 2 - this.y) / this.scale)];
   }
 
   /** Changes the scale and keeps the point (x, y) of the screen where it is. */

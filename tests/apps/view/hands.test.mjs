@@ -249,6 +249,47 @@ test('hands: one undo for a gesture, capitals, words on Render, commands that ru
   assert.deepEqual(readPng(join(at, 'key.png')), readPng(await rendered.path()));
 });
 
+test('without a pointer: a screen under the cross, Auto by a key, and no focus is lost on the way', async () => {
+  const files = drawPlate('--size', '320x180', '--clean');
+  const {page} = await open([files.plate]);
+  const hint = () => page.evaluate(() => { const one = document.getElementById('hint'); return one.hidden ? '' : one.textContent; });
+  const focused = () => page.evaluate(() => document.activeElement.id);
+  const cross = () => page.evaluate(() => getComputedStyle(document.getElementById('stage'), '::after').width);
+  await page.keyboard.press('Escape');
+  await page.focus('#pickScreen');
+  assert.equal(await cross(), 'auto');
+  await page.keyboard.press('Enter');
+  assert.deepEqual([await focused(), await cross()], ['stage', '26px']);
+  // The plate's upper left corner comes under the cross; its screen is even.
+  for (const key of ['Shift+ArrowLeft', 'Shift+ArrowLeft', 'Shift+ArrowUp', 'Enter']) await page.keyboard.press(key);
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  // The screen of a clean plate is 0.165, 0.64, 0.225: codes 42, 163, 57 of 255.
+  assert.equal(setting(page, 'screen'), '0.1647,0.6392,0.2235');
+  assert.match(await hint(), /Screen range/);
+  await page.keyboard.press('Control+z');
+  assert.deepEqual([setting(page, 'screen'), await hint(), await cross()], [null, '', 'auto'], 'what was advised is no longer of use');
+
+  await page.keyboard.press('a');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  await settled(page);
+  assert.match(await hint(), /^Screen found on \d+ % .*Open adds a background\.$/);
+  // Buttons that cannot be pressed any more hand the focus on.
+  await page.focus('#undo');
+  await page.keyboard.press('Enter');
+  assert.equal(await focused(), 'redo');
+  await page.keyboard.press('Enter');
+  assert.equal(await focused(), 'undo');
+  await page.focus('#render');
+  await Promise.all([page.waitForEvent('download'), page.keyboard.press('Enter')]);
+  await page.waitForFunction(() => /^Downloaded/.test(document.getElementById('told').textContent) && document.getElementById('running').hidden);
+  assert.equal(await focused(), 'render');
+  // Keys are the dialog's while it is open.
+  await page.click('#openFiles');
+  await page.keyboard.press('2');
+  await page.click('#closeOpener');
+  assert.equal(setting(page, 'view'), 'composite');
+});
+
 test('from 390 to 3840 pixels nothing is cut, and the settings fold away', async () => {
   const {folder: shot} = drawPlate('--size', '160x90', '--frames', '1-2');
   const long = join(shot, 'a-long-name-as-they-come-from-a-camera_A003C012_260611_R4QK.####.png');

@@ -134,6 +134,28 @@ test('masks are drawn with a pointer, each a step to undo; page, Render and comm
   assert.ok(!readFileSync(plain).equals(readFileSync(to)), 'masks change the key');
   await compareCanvas(page, to);
 
+  // Of an ellipse that touches the picture's top the handle is where it can be seen and taken hold of.
+  await page.click('#fit');
+  await page.click('#maskEllipse');
+  await drag(page, [200, 60], [250, 2]);
+  const handle = await page.evaluate(() => {
+    const {left, top, width, height} = document.querySelector('[data-handle=turn]').getBoundingClientRect();
+    const at = [left + width / 2, top + height / 2];
+    return {at, top: document.elementFromPoint(...at)?.dataset.handle};
+  });
+  assert.equal(handle.top, 'turn');
+  const [centre] = await placesOf(page, [[200, 60]]);
+  const [u, v] = [handle.at[0] - centre[0], handle.at[1] - centre[1]];
+  await page.mouse.move(...handle.at);
+  await page.mouse.down();
+  await page.mouse.move(centre[0] - v, centre[1] + u, {steps: 5});  // a quarter clockwise
+  await page.mouse.up();
+  assert.ok(Math.abs((await shapesOf(page)).at(-1).keys[0].turn - 90) < 1);
+  // Nothing of the whole picture lies under the bar.
+  const [[, upper]] = await placesOf(page, [[0, 0]]);
+  assert.ok(upper >= await page.evaluate(() => document.getElementById('maskBar').getBoundingClientRect().bottom));
+  await page.keyboard.press('Delete');
+
   // A reload loses nothing; a script says what it cannot hold.
   const kept = await shapesOf(page);
   await page.reload();

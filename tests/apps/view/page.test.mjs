@@ -109,9 +109,11 @@ test('one opens a plate, a background of another size, frames and presets: chose
       : new ClipboardEvent('paste', {bubbles: true, clipboardData: transfer}));
   }, [type, basename(file), readFileSync(file).toString('base64')]);
 
-  // A background of another size is fitted as the command does.
+  // A background of another size is fitted as the command does, and is seen.
+  await page.keyboard.press('2');
   await reopened(() => choose('Background', second.background));
   assert.equal(await page.locator('#render span').textContent(), 'Render Composite');
+  assert.equal(setting(page, 'view'), 'composite');
   const to = join(folder(), 'key.png');
   execFileSync(program, ['key', first.plate, '--bg', second.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '-q', '-o', to]);
   compareColours(await shownPixels(page), readPng(to), 'over the background that was chosen');
