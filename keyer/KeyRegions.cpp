@@ -39,7 +39,8 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   const Colours smooth = blurred(look.codes, out.radius, look.rows);
   const float calmLight = 0.03f + 2.5f * look.grain / (3.5f * out.radius);
   // No colour is below 0: of a mix with some screen in it, each channel has at least that share of
-  // the screen's. A cloth of another green says by its lack of red that it is no mix.
+  // the screen's. A cloth of another green says by its lack of red that it is no mix. A screen that
+  // is fuller elsewhere lacks red as well, but its hue lies not to the side.
   out.alien = Mask(w, h);
   eachPixel(out.calmShare, look.rows, [&](std::size_t i) {
     const float em = plate.clean[m][i], eq = plate.clean[q][i];
@@ -47,6 +48,10 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
     const float second = eq < 0.1f ? 9.0f : (smooth[q][i] + calmLight) / eq;
     const float low = std::min(first, second), high = std::max(first, second);
     if (high <= 1.4f * low + 0.1f) return;
+    const HueOffset off =
+        offsetOf(hueOfColour({plate.clean[0][i], plate.clean[1][i], plate.clean[2][i]}),
+                 hueOf(smooth[0][i], smooth[1][i], smooth[2][i]));
+    if (off.beside < 0.03f || off.beside < 0.5f * off.fuller) return;
     out.alien[i] = out.calmShare[i] > low + 0.12f + 3 * out.calm;
     out.calmShare[i] = std::min(out.calmShare[i], low);
   });

@@ -14,6 +14,7 @@
 
 #include "base/Error.h"
 #include "examples/plate/Scene.h"
+#include "keyer/KeyRegions.h"
 #include "tests/keyer/Composed.h"
 
 namespace orvanite {
@@ -313,6 +314,31 @@ TEST(BlindKey, KnowsAClothThatNoMixWithTheScreenCanBe) {
       }
     }
   }
+}
+
+TEST(BlindKey, TakesNoScreenThatIsFullerElsewhereForACloth) {
+  // Both lack the red that a mix with so much screen has: 0.05 and 0.02 of 0.25.
+  constexpr Rgb screen = {0.25f, 0.95f, 0.38f}, cloth = {0.05f, 0.8f, 0.6f},
+                fuller = {0.02f, 0.9f, 0.25f};
+  Composed plate;
+  plate.screen = [&](int, int) { return screen; };
+  plate.subject = [&](int x, int) { return x < 80 ? cloth : fuller; };
+  const auto left = disc(40, 60, 20, 1), right = disc(120, 60, 20, 1);
+  plate.matte = [&](int x, int y) { return std::max(left(x, y), right(x, y)); };
+  Canvas canvas = plate.on(2);
+  const Look look = lookAt(canvas.plate(), Encoding::codes);
+  ScreenPlate known;
+  known.sure = Mask(width, height);
+  for (std::size_t c = 0; c < 3; ++c) {
+    known.clean[c] = Plane(width, height);
+    std::fill(known.clean[c].values.begin(), known.clean[c].values.end(), screen[c]);
+  }
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) known.sure(x, y) = plate.matte(x, y) == 0;
+  }
+  const KeyRegions regions = keyRegions(look, hueOfColour(screen), known);
+  EXPECT_NE(regions.alien(40, 60), 0);
+  EXPECT_EQ(regions.alien(120, 60), 0);
 }
 
 TEST(BlindKey, KeepsASubjectThatStandsBesideTheScreenSolid) {
