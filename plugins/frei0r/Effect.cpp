@@ -6,13 +6,17 @@
 #include <frei0r.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <optional>
+#include <thread>
 
 #include "base/Error.h"
 #include "keyer/AutoKey.h"
+#include "plugins/RowCrew.h"
 
 namespace orvanite::frei0rPlugin {
 
@@ -141,6 +145,32 @@ OtileImage imageOf(const std::uint32_t* pixels, int width) {
 }
 
 }  // namespace
+
+/// Threads for one frame, had by the first that asks: of slices that are keyed at once the others
+/// keep to their callers' threads.
+class FrameCrew {
+ public:
+  explicit FrameCrew(std::atomic<bool>& out) : out_(out) {}
+  ~FrameCrew() {
+    if (!crew_) return;
+    crew_.reset();
+    out_ = false;
+  }
+  FrameCrew(const FrameCrew&) = delete;
+  FrameCrew& operator=(const FrameCrew&) = delete;
+
+  RowLoop rows() {
+    if (!crew_ && !out_.exchange(true)) {
+      crew_.emplace(static_cast<int>(std::min(std::thread::hardware_concurrency(), mostThreads)));
+    }
+    return crew_ ? crew_->rows() : RowLoop(bandAfterBand);
+  }
+
+ private:
+  static constexpr unsigned int mostThreads = 16;
+  std::atomic<bool>& out_;
+  std::optional<RowCrew> crew_;
+};
 
 const std::vector<Control>& controls() {
   static const std::vector<Control> list = makeControls();
@@ -279,7 +309,7 @@ void Effect::forgetFound() {
   estimates_.reset();
 }
 
-Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs) {
+Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs, FrameCrew& crew) {
   const std::lock_guard guard(lock_);
   const bool finds = findsScreen_ && !settings_.given("screen");
   const bool asked = keysBesideEstimates(settings_, inputs);
@@ -291,7 +321,7 @@ Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs) {
   try {
     if (asked || (finds && findsEstimates(settings_, inputs))) {
       if (!estimates_) {
-        auto found = std::make_shared<BlindKey>(orvanite::findKey(frame, values));
+        auto found = std::make_shared<BlindKey>(orvanite::findKey(frame, values, {}, crew.rows()));
         foundNames_ = found->set;
         foundValues_ = found->settings;
         estimates_ = std::move(found);
@@ -311,14 +341,16 @@ Effect::Key Effect::keyFor(const std::uint32_t* plate, const Inputs& inputs) {
   return key;
 }
 
-bool Effect::render(const Key& key, const Inputs& inputs, const Otile& pictures) {
+bool Effect::render(const Key& key, const Inputs& inputs, const Otile& pictures, FrameCrew& crew) {
   const Recipe recipe{key.settings, Depth::bytes, inputs};
   if (!recipe.settings.screenProblem().empty()) return false;
   if (keysBesideEstimates(key.settings, inputs)) {
     if (!key.estimates) return false;
     const Frame frame{pictures, width_, height_, Depth::bytes};
-    const BlindKey own = key.estimates->carriedTo({pictures.fg, width_, height_, Depth::bytes});
-    frames_.beside(own, recipe)->render(own, frame, bandAfterBand);
+    const RowLoop rows = crew.rows();
+    const BlindKey own =
+        key.estimates->carriedTo({pictures.fg, width_, height_, Depth::bytes}, rows);
+    frames_.beside(own, recipe)->render(own, frame, rows);
     return true;
   }
   const auto lease = engines_.lease(recipe);
@@ -331,14 +363,15 @@ void Effect::update(const std::uint32_t* plate, const std::uint32_t* background,
   if (!plate || !out || width_ <= 0 || height_ <= 0) return;
   Inputs inputs;
   inputs.background = background != nullptr;
-  const Key key = keyFor(plate, inputs);
+  FrameCrew crew(crewOut_);
+  const Key key = keyFor(plate, inputs, crew);
   Otile pictures{};
   pictures.dst = imageOf(out, width_);
   pictures.fg = imageOf(plate, width_);
   if (key.settings.view(inputs) == View::composite) pictures.bg = imageOf(background, width_);
   bool keyed = false;
   try {
-    keyed = render(key, inputs, pictures);
+    keyed = render(key, inputs, pictures, crew);
   } catch (const Error&) {
     // What cannot be keyed is shown as it is.
   }

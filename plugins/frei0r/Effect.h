@@ -6,6 +6,7 @@
 // setting a parameter beside that is safe too: a frame has the old value or the new one.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -55,6 +56,8 @@ const std::vector<Control>& controls();
 double toUnit(const Parameter& parameter, double value);
 double fromUnit(const Parameter& parameter, double unit);
 
+class FrameCrew;
+
 class Effect {
  public:
   Effect(unsigned int width, unsigned int height);
@@ -76,9 +79,9 @@ class Effect {
     Settings settings;
     std::shared_ptr<const BlindKey> estimates;  // of the first frame; null: none
   };
-  Key keyFor(const std::uint32_t* plate, const Inputs& inputs);
+  Key keyFor(const std::uint32_t* plate, const Inputs& inputs, FrameCrew& crew);
   void forgetFound();
-  bool render(const Key& key, const Inputs& inputs, const Otile& pictures);
+  bool render(const Key& key, const Inputs& inputs, const Otile& pictures, FrameCrew& crew);
 
   int width_, height_;
   std::mutex lock_;  // over what follows, up to texts_
@@ -91,6 +94,7 @@ class Effect {
   std::vector<std::string> texts_;  // what get handed out last, per control
   EnginePool engines_;
   FrameKeyers frames_;
+  std::atomic<bool> crewOut_ = false;  // a frame of this instance has threads
 };
 
 }  // namespace orvanite::frei0rPlugin
