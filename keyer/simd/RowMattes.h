@@ -6,28 +6,52 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 namespace {
 
 constexpr int solidMatte = 65535;
 
-/// Sums stay in registers for a block of pixels.
-void weighRow(const float* taps, const float* const* at, int terms, int width, float* to) {
-#if defined(__AVX__)
-  constexpr int block = 32;
+// As wide as the machine's registers.
+#if defined(__AVX512F__)
+constexpr std::ptrdiff_t lanes = 16;
+#elif defined(__AVX__)
+constexpr std::ptrdiff_t lanes = 8;
 #else
-  constexpr int block = 16;
+constexpr std::ptrdiff_t lanes = 4;
 #endif
-  int x = 0;
-  for (; x + block <= width; x += block) {
-    float sums[block] = {};
+typedef float Lanes __attribute__((vector_size(4 * lanes)));
+
+// The sums of a block stay in registers; compilers left alone put them into memory.
+void weighRow(const float* taps, const float* const* at, int terms, int width, float* to) {
+  constexpr int block = static_cast<int>(4 * lanes);
+  const auto weighBlock = [&](int x) {
+    Lanes a = {}, b = {}, c = {}, d = {};
     for (int t = 0; t < terms; ++t) {
       const float tap = taps[t];
-      const float* in = at[t] + x;
-      for (int k = 0; k < block; ++k) sums[k] += tap * in[k];
+      const float* const from = at[t] + x;
+      Lanes in;
+      std::memcpy(&in, from, sizeof in);
+      a += tap * in;
+      std::memcpy(&in, from + lanes, sizeof in);
+      b += tap * in;
+      std::memcpy(&in, from + 2 * lanes, sizeof in);
+      c += tap * in;
+      std::memcpy(&in, from + 3 * lanes, sizeof in);
+      d += tap * in;
     }
-    for (int k = 0; k < block; ++k) to[x + k] = sums[k];
+    float* const out = to + x;
+    std::memcpy(out, &a, sizeof a);
+    std::memcpy(out + lanes, &b, sizeof b);
+    std::memcpy(out + 2 * lanes, &c, sizeof c);
+    std::memcpy(out + 3 * lanes, &d, sizeof d);
+  };
+  int x = 0;
+  for (; x + block <= width; x += block) weighBlock(x);
+  if (x < width && width >= block) {
+    weighBlock(width - block);  // some a second time
+    return;
   }
   for (; x < width; ++x) {
     float sum = 0;
