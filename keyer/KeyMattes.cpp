@@ -98,8 +98,8 @@ Plane pureAround(const Look& look, const KeyRegions& regions) {
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
 // a green leaf. What shows more than half screen may be glass, and stays, unless it is too rough
-// for that. Specks of the screen's colour are no screen there. Before a vivid screen they are gaps:
-// no leaf is as green.
+// for that. Specks of the screen's colour are no screen there. Before a vivid screen, as green as
+// no leaf is, specks are gaps, and what shows some screen is hair, a veil or a flame.
 Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
   const Mask large = largeOf(regions.screen);
@@ -112,7 +112,6 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const float from = 0.03f * size, to = 0.06f * size;  // pixels
   const Plane depth = distanceWithin(open, to, look.rows);
   const Plane within = distanceWithin(beside, to, look.rows);
-  const float alike = 1 - ramp(regions.lead, 0.25f, 0.35f);  // of leaves and screens
   const Plane texture = textureOf(look, plate, regions);
   const Plane pure = pureAround(look, regions);
   Plane hold(share.width, share.height);
@@ -121,9 +120,11 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   eachPixel(hold, look.rows, [&](std::size_t i) {
     if (alien[i] != 0 && regions.inside[i] != 0) hold[i] = ramp(clear[i], 2, 5);
     if (beside[i] != 0) return;
-    const float solid =
-        open[i] != 0 ? 0.0f : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f));
-    const float rough = alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
+    const float solid = open[i] != 0
+                            ? 0.0f
+                            : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f)) *
+                                  (1 - (1 - regions.alike) * ramp(share[i], 0.1f, 0.25f));
+    const float rough = regions.alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
                         (1 - ramp(pure[i], 0.03f, 0.11f));
     hold[i] = std::max({hold[i], solid, rough});
   });

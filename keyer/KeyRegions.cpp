@@ -31,8 +31,10 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   for (std::size_t i = 0; i < out.share.size(); i += 7) {
     keys.push_back(std::max(key(plate.clean, i), 0.01f));
   }
-  out.lead = quantile(keys, 0.5);
-  out.grain = 1.22f * look.grain / std::max(out.lead, 0.02f);
+  const float lead = quantile(keys, 0.5);  // how vivid the screen is
+  // Leaves before a dull green, skin before any red.
+  out.alike = hue.primary == 0 ? 1.0f : std::clamp((0.35f - lead) / 0.1f, 0.0f, 1.0f);
+  out.grain = 1.22f * look.grain / std::max(lead, 0.02f);
   out.radius = std::clamp(0.8f * out.grain / 0.05f, 0.8f, 2.5f);
   out.calm = out.grain / (3.5f * out.radius);
   out.calmShare = blurred(out.share, out.radius, look.rows);

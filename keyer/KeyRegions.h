@@ -13,18 +13,18 @@ namespace orvanite {
 
 /// The parts of a look. A matte here is 1 at the subject.
 struct KeyRegions {
-  Plane share;          // how much screen a plain key sees in each pixel, 1 all; with grain
-  Plane calmShare;      // the same with its grain averaged away
-  float lead = 0;       // of the screen's primary over its other two, in codes: how vivid it is
-  float grain = 0;      // standard deviation of `share` on the screen
-  float calm = 0;       // what is left of it in `calmShare`
+  Plane share;      // how much screen a plain key sees in each pixel, 1 all; with grain
+  Plane calmShare;  // the same with its grain averaged away
+  float alike = 0;  // whether subjects may be as full of colour, 0..1: leaves before a dull screen
+  float grain = 0;  // standard deviation of `share` on the screen
+  float calm = 0;   // what is left of it in `calmShare`
   float radius = 0.8f;  // sigma of that average, in pixels
-  Mask alien;           // more screen than its colour can hold: its own hue is much like the screen's
-  Mask screen;          // surely screen
-  Mask subject;         // surely subject, or most of it
-  Mask inside;          // within the screen's hull: what is around it is no part of the picture
-  Mask core;            // subject, well inside its edges
-  Mask pure;            // subject without any screen in it
+  Mask alien;    // more screen than its colour can hold: its own hue is much like the screen's
+  Mask screen;   // surely screen
+  Mask subject;  // surely subject, or most of it
+  Mask inside;   // within the screen's hull: what is around it is no part of the picture
+  Mask core;     // subject, well inside its edges
+  Mask pure;     // subject without any screen in it
   std::vector<std::uint32_t> nearestPure;  // index of the nearest pure pixel
   std::size_t pureCount = 0;
 };
