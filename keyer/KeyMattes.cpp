@@ -123,7 +123,7 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     const float solid = open[i] != 0
                             ? 0.0f
                             : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f)) *
-                                  (1 - (1 - regions.alike) * ramp(share[i], 0.1f, 0.25f));
+                                  (1 - (1 - regions.alike) * ramp(share[i], 0.2f, 0.35f));
     const float rough = regions.alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
                         (1 - ramp(pure[i], 0.03f, 0.11f));
     hold[i] = std::max({hold[i], solid, rough});
