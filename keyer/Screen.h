@@ -63,8 +63,8 @@ struct Screen {
   std::vector<Pixel> screenPixels;      // samples that are surely screen, darkest first
   std::vector<Pixel> foregroundPixels;  // samples that surely are not
 
-  /// Whether it stands out as screens do: by its place, its area and its colour. What does not may be
-  /// a meadow, a wall or a stall of fruit.
+  /// Whether it stands out as screens do: by its place, its area and its colour. What does not may
+  /// be a meadow, a wall or a stall of fruit.
   bool sure() const;
 
   /// The median colour of the screen pixels around a fraction (0 darkest, 1 brightest) of them.

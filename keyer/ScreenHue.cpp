@@ -209,10 +209,12 @@ ScreenHue screenHue(const Look& look) {
   for (Vote& vote : votes) vote.weight *= vote.steepness <= steepest ? 1.15f : 0.15f;
   const Crowd crowd = heaviest(votes, redVote);
   const ScreenHue screen = screenOf(crowd, smooth, looked, borders);
-  const Crowd red = heaviest(votes, 1);
-  if (const ScreenHue wall = screenOf(red, smooth, looked, borders);
-      isWall(red, wall, crowd, borders)) {
-    return wall;
+  const auto redBorders = static_cast<std::size_t>(std::count_if(
+      votes.begin(), votes.end(), [](const Vote& vote) { return vote.red && vote.border; }));
+  if (2 * redBorders > borders) {
+    const Crowd red = heaviest(votes, 1);
+    const ScreenHue wall = screenOf(red, smooth, looked, borders);
+    if (isWall(red, wall, crowd, borders)) return wall;
   }
   if (screen.confidence < leastConfidence) {
     // A table or a hand that outvotes the tablet upon it.

@@ -91,8 +91,8 @@ class Walk {
   Extent look(const std::string& name) {
     const auto found = config_.getLook(name.c_str());
     if (!found) return {};
-    return named("look " + std::string(found->getName()), {found->getTransform(), found->getInverseTransform()},
-                 found->getProcessSpace());
+    return named("look " + std::string(found->getName()),
+                 {found->getTransform(), found->getInverseTransform()}, found->getProcessSpace());
   }
 
   Extent view(const std::string& name) {
