@@ -8,6 +8,8 @@
 #include <cstring>
 #include <numeric>
 
+#include "keyer/simd/RowTable.h"
+
 namespace orvanite {
 namespace {
 
@@ -173,10 +175,7 @@ Plane distanceWithin(const Mask& mask, float reach, const RowLoop& rows) {
         const std::int16_t* above = &squares(0, std::max(y - away, 0));
         const std::int16_t* below = &squares(0, std::min(y + away, h - 1));
         // Beyond the frame its outermost row, which is nearer, has been looked at already.
-        for (std::size_t x = 0; x < least.size(); ++x) {
-          const auto other = static_cast<std::int16_t>(std::min(above[x], below[x]) + more);
-          least[x] = std::min(least[x], other);
-        }
+        rowTable().nearer(above, below, more, w, least.data());
       }
       float* to = &out(0, y);
       for (std::size_t x = 0; x < least.size(); ++x) {

@@ -70,34 +70,64 @@ inline Sample missingOf(std::uint16_t matte, Sample own) {
   }
 }
 
+// Where a byte of a pixel lies in the number that its bytes make.
+template <class Number>
+constexpr int shiftOf(int channel) {
+  constexpr int bits = 2 * static_cast<int>(sizeof(Number));
+  return bits * (std::endian::native == std::endian::little ? channel : 3 - channel);
+}
+
+template <class Sample>
+using Packed = std::conditional_t<sizeof(Sample) == 1, std::uint32_t, std::uint64_t>;
+
+template <class Sample>
+inline Packed<Sample> packedAt(const Sample* pixels, int x) {
+  Packed<Sample> packed;
+  std::memcpy(&packed, pixels + 4 * static_cast<std::ptrdiff_t>(x), sizeof packed);
+  return packed;
+}
+
 template <class Sample>
 void prepareRow(const Sample* pixels, const std::uint16_t* matte, int count, Sample* to) {
-  for (int x = 0; x < count; ++x) {
-    const Sample* const from = pixels + 4 * static_cast<std::ptrdiff_t>(x);
-    Sample* const out = to + 4 * static_cast<std::ptrdiff_t>(x);
-    out[0] = from[0];
-    out[1] = from[1];
-    out[2] = from[2];
-    out[3] = missingOf(matte[x], from[3]);
+  if constexpr (std::is_floating_point_v<Sample>) {
+    std::memcpy(to, pixels, sizeof(float) * 4 * static_cast<std::size_t>(count));
+    for (int x = 0; x < count; ++x) {
+      float& alpha = to[4 * static_cast<std::ptrdiff_t>(x) + 3];
+      alpha = missingOf(matte[x], alpha);
+    }
+  } else {
+    using Number = Packed<Sample>;
+    constexpr int shift = shiftOf<Number>(3);
+    constexpr Number alpha = Number{std::is_same_v<Sample, std::uint8_t> ? 255 : 65535} << shift;
+    for (int x = 0; x < count; ++x) {
+      const Number was = packedAt(pixels, x);
+      const Number now = (was & ~alpha) | Number{missingOf<Sample>(matte[x], Sample{})} << shift;
+      std::memcpy(to + 4 * static_cast<std::ptrdiff_t>(x), &now, sizeof now);
+    }
   }
 }
+
+// So many pixels at a time.
+constexpr int blockPixels = 64;
 
 template <class Sample>
 void weighColours(const Sample* pixels, const std::uint16_t* own, int count,
                   SumOf<Sample>* __restrict line, SumOf<Sample>* __restrict columns) {
   using Sum = SumOf<Sample>;
-  for (int x = 0; x < count; ++x) {
-    const Sample* const from = pixels + 4 * static_cast<std::ptrdiff_t>(x);
-    Sum* const was = line + 4 * static_cast<std::ptrdiff_t>(x);
-    Sum* const sum = columns + 4 * static_cast<std::ptrdiff_t>(x);
-    const std::int32_t inside = own[x] > insideFrom ? own[x] - insideFrom : 0;
-    const auto weight = static_cast<Sum>(inside >> 5);
-    const Sum now[4] = {weight * static_cast<Sum>(counted(from[0])),
-                        weight * static_cast<Sum>(counted(from[1])),
-                        weight * static_cast<Sum>(counted(from[2])), weight};
-    for (int c = 0; c < 4; ++c) {
-      sum[c] += now[c] - was[c];
-      was[c] = now[c];
+  Sum weights[4 * blockPixels];
+  for (int first = 0; first < count; first += blockPixels) {
+    const int some = count - first < blockPixels ? count - first : blockPixels;
+    for (int x = 0; x < some; ++x) {
+      const std::int32_t inside = own[first + x] > insideFrom ? own[first + x] - insideFrom : 0;
+      const auto weight = static_cast<Sum>(inside >> 5);
+      for (int c = 0; c < 4; ++c) weights[4 * x + c] = weight;
+    }
+    const std::ptrdiff_t at = 4 * static_cast<std::ptrdiff_t>(first);
+    for (int k = 0; k < 4 * some; ++k) {
+      const auto sample = static_cast<Sum>((k & 3) == 3 ? 1 : counted(pixels[at + k]));
+      const Sum now = weights[k] * sample;
+      columns[at + k] += now - line[at + k];
+      line[at + k] = now;
     }
   }
 }
@@ -161,9 +191,7 @@ void slideRow(const SumOf<Sample>* columns, int count, int reach, float weight, 
 // A matte's value as a part of full.
 inline float partOf(int matte) { return static_cast<float>(matte) * (1.0f / 65535.0f); }
 
-// So many pixels at a time, each channel by itself.
-constexpr int blockPixels = 64;
-
+// Each channel by itself.
 struct Block {
   float colour[3][blockPixels];
   float was[3][blockPixels];
@@ -180,20 +208,14 @@ inline Sample storedAs(float v) {
   }
 }
 
-// Where a byte of a pixel lies in the number that its four bytes make.
-constexpr int shiftOf(int channel) {
-  return 8 * (std::endian::native == std::endian::little ? channel : 3 - channel);
-}
-
 template <class Sample>
 void take(const Sample* pixels, int count, Block& block) {
   if constexpr (std::is_same_v<Sample, std::uint8_t>) {
-    std::uint32_t packed[blockPixels];
-    std::memcpy(packed, pixels, sizeof(std::uint32_t) * static_cast<std::size_t>(count));
-    for (int c = 0; c < 3; ++c) {
-      for (int x = 0; x < count; ++x) {
-        block.colour[c][x] =
-            static_cast<float>(static_cast<std::int32_t>((packed[x] >> shiftOf(c)) & 255U));
+    for (int x = 0; x < count; ++x) {
+      const std::uint32_t packed = packedAt(pixels, x);
+      for (int c = 0; c < 3; ++c) {
+        block.colour[c][x] = static_cast<float>(
+            static_cast<std::int32_t>((packed >> shiftOf<std::uint32_t>(c)) & 255U));
       }
     }
   } else {
@@ -210,20 +232,20 @@ void take(const Sample* pixels, int count, Block& block) {
 template <class Sample>
 void give(const Block& block, const std::uint16_t* matte, int count, Sample* pixels) {
   if constexpr (std::is_same_v<Sample, std::uint8_t>) {
-    std::uint32_t packed[blockPixels];
-    std::memcpy(packed, pixels, sizeof(std::uint32_t) * static_cast<std::size_t>(count));
-    constexpr std::uint32_t alpha = 255U << shiftOf(3);
+    constexpr std::uint32_t alpha = 255U << shiftOf<std::uint32_t>(3);
     for (int x = 0; x < count; ++x) {
-      std::uint32_t now = packed[x] & alpha;
+      const std::uint32_t was = packedAt(pixels, x);
+      std::uint32_t now = was & alpha;
       for (int c = 0; c < 3; ++c) {
         const float v = block.colour[c][x];
         const float above = v < 0.0f ? 0.0f : v;
         const float held = fullOf<Sample> < above ? fullOf<Sample> : above;
-        now |= static_cast<std::uint32_t>(static_cast<std::int32_t>(held + 0.5f)) << shiftOf(c);
+        now |= static_cast<std::uint32_t>(static_cast<std::int32_t>(held + 0.5f))
+               << shiftOf<std::uint32_t>(c);
       }
-      packed[x] = matte[x] > 0 ? now : packed[x];
+      now = matte[x] > 0 ? now : was;
+      std::memcpy(pixels + 4 * static_cast<std::ptrdiff_t>(x), &now, sizeof now);
     }
-    std::memcpy(pixels, packed, sizeof(std::uint32_t) * static_cast<std::size_t>(count));
   } else {
     for (int x = 0; x < count; ++x) {
       Sample* const to = pixels + 4 * static_cast<std::ptrdiff_t>(x);
@@ -322,15 +344,18 @@ void takeSpill(const Finish& finish, const float* behind, int count, Block& bloc
 template <class Sample>
 void letLightIn(float wrap, const std::uint16_t* nearby, const float* behind, int count,
                 Block& block) {
+  float part[blockPixels];
+  for (int x = 0; x < count; ++x) part[x] = wrap * partOf(65535 - nearby[x]);
   for (int c = 0; c < 3; ++c) {
     for (int x = 0; x < count; ++x) {
       const float v = block.colour[c][x];
-      const float part = wrap * partOf(65535 - nearby[x]);
       const float room = 1.0f - v * (1.0f / fullOf<Sample>);
       const float to = behind[4 * x + c];
-      const float lit = v + part * to * room;
-      const bool is = (nearby[x] < 65535) & (room > 0) & (to > 0);
-      block.colour[c][x] = is ? lit : v;
+      const float lit = v + part[x] * to * room;
+      // The least of them is above 0 where all are; where room is no number it is no number.
+      const float lesser = part[x] < to ? part[x] : to;
+      const float least = lesser < room ? lesser : room;
+      block.colour[c][x] = least > 0 ? lit : v;
     }
   }
 }

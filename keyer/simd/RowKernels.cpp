@@ -15,6 +15,7 @@ const RowTable rowKernels = {
     shrinkRow,
     meanAlongRow,
     meanAcrossRows,
+    nearerRow,
     wantedOf,
     {prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,
      slideRow<std::uint8_t>, finishRow<std::uint8_t>},

@@ -117,22 +117,19 @@ void meanAlongRow(const std::uint16_t* row, int whole, int part, int count,
                   std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
   const int border = whole + (part > 0 ? 1 : 0);
   const float scale = scaleOf(whole, part);
-  // Sample x + border is in the middle; whole samples run from x + first to before x + last.
-  const int first = border - whole, last = border + whole + 1;
-  constexpr int few = 6;
-  if (whole <= few) {
-    for (int x = 0; x < count; ++x) sums[x] = row[x + first];
-    for (int i = first + 1; i < last; ++i) {
-      for (int x = 0; x < count; ++x) sums[x] += row[x + i];
-    }
-  } else {
-    std::int32_t sum = 0;
-    for (int i = first; i < last; ++i) sum += row[i];
-    for (int x = 0; x + 1 < count; ++x) {
-      sums[x] = sum;
-      sum += row[x + last] - row[x + first];
-    }
-    if (count > 0) sums[count - 1] = sum;
+  // Sums over 1, 2, 4 samples and so on, of which the wanted one is made.
+  const int samples = 2 * whole + 1, length = count + 2 * whole;
+  std::int32_t* __restrict const some = sums + count;
+  const std::uint16_t* const from = row + (border - whole);
+  for (int x = 0; x < length; ++x) some[x] = from[x];
+  for (int x = 0; x < count; ++x) sums[x] = some[x];
+  int made = 1;  // the first is always one of them: their number is odd
+  for (int of = 2; of <= samples; of *= 2) {
+    const int half = of / 2;
+    for (int x = 0; x + of <= length; ++x) some[x] += some[x + half];
+    if ((samples & of) == 0) continue;
+    for (int x = 0; x < count; ++x) sums[x] += some[x + made];
+    made += of;
   }
   const std::uint16_t* const end = row + std::ptrdiff_t{2} * border;
   for (int x = 0; x < count; ++x) to[x] = meanOf(sums[x], row[x] + end[x], part, scale);
@@ -146,6 +143,15 @@ void meanAcrossRows(const std::uint16_t* come, const std::uint16_t* go, const st
     const std::int32_t sum = sums[x] + come[x];
     to[x] = meanOf(sum, low[x] + high[x], part, scale);
     sums[x] = sum - go[x];
+  }
+}
+
+void nearerRow(const std::int16_t* above, const std::int16_t* below, std::int16_t more, int count,
+               std::int16_t* __restrict least) {
+  for (int x = 0; x < count; ++x) {
+    const std::int16_t closer = above[x] < below[x] ? above[x] : below[x];
+    const auto other = static_cast<std::int16_t>(closer + more);
+    least[x] = least[x] < other ? least[x] : other;
   }
 }
 

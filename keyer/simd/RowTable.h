@@ -60,7 +60,7 @@ struct RowTable {
   void (*shrink)(const std::uint16_t* above, const std::uint16_t* here, const std::uint16_t* below,
                  std::uint32_t part, int count, std::uint16_t* to);
   /// Means along a row over 2 * whole + 1 samples, and `part` 256ths of one more at each end.
-  /// sums  room for as many as the row is long, and one more
+  /// sums  room for twice the row
   void (*meanAlong)(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
                     std::uint16_t* to);
   /// Means along columns. One row comes into the sums first, and one goes afterwards; `low` and
@@ -68,6 +68,9 @@ struct RowTable {
   void (*meanAcross)(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
                      const std::uint16_t* high, int whole, int part, int count, std::int32_t* sums,
                      std::uint16_t* to);
+  /// The least of what stands there and of what stands above or below, `more` added to it.
+  void (*nearer)(const std::int16_t* above, const std::int16_t* below, std::int16_t more, int count,
+                 std::int16_t* least);
   /// Which pixels of a row have to be looked at: those with a matte above 0 where `other` is not
   /// full, and all of them where there is no other.
   /// Returns how many from the first to the last, which is `first` pixels in.

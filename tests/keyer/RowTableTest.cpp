@@ -82,9 +82,10 @@ class Results {
       table_.shrink(above.data(), here.data(), below.data(), part, width_, out.data());
       keep(out);
     }
-    std::vector<std::int32_t> room(static_cast<std::size_t>(wide), 70000);
+    std::vector<std::int32_t> room(2 * static_cast<std::size_t>(wide), 70000);
     for (const int whole : {0, 1, 9}) {
       for (const int part : {0, 100}) {
+        std::fill(room.begin(), room.end(), 70000);
         table_.meanAlong(here.data(), whole, part, width_, room.data(), out.data());
         keep(out);
         std::fill(room.begin(), room.end(), 70000);
@@ -94,6 +95,14 @@ class Results {
         keep(room);
       }
     }
+    std::vector<std::int16_t> squares;
+    for (const auto& row : {above, here, below}) {
+      for (const std::uint16_t sample : row)
+        squares.push_back(static_cast<std::int16_t>(sample / 4));
+    }
+    table_.nearer(squares.data(), squares.data() + wide, 9, width_,
+                  squares.data() + 2 * std::ptrdiff_t{wide});
+    keep(squares);
     std::vector<int> found(2);
     found[0] = table_.wanted(here.data(), other.data(), width_, found[1]);
     keep(found);
