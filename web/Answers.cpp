@@ -146,8 +146,8 @@ ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int d
       return json::object();
     }
     const auto samples = depthOf(depth);
-    if (!samples || *samples == Depth::floats || height < 1) {
-      throw Error(Fault::wrongUse, "picture", "expected samples of 1 or 2 bytes");
+    if (!samples || height < 1) {
+      throw Error(Fault::wrongUse, "picture", "expected samples of 1, 2 or 4 bytes");
     }
     Picture picture(width, height, *samples);
     picture.hasAlpha = hasAlpha != 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "base/Error.h"
@@ -15,22 +16,27 @@ std::size_t at(int index) { return static_cast<std::size_t>(index); }
 
 template <class Code>
 void shrink(const Picture& from, Picture& to, int divisor) {
+  using Sum = std::conditional_t<std::is_floating_point_v<Code>, float, std::uint32_t>;
   const auto* const source = reinterpret_cast<const Code*>(from.pixels.data());
   auto* result = reinterpret_cast<Code*>(to.pixels.data());
   for (int y = 0; y < to.height; ++y) {
     const int top = y * divisor, bottom = std::min(from.height, top + divisor);
     for (int x = 0; x < to.width; ++x, result += 4) {
       const int left = x * divisor, right = std::min(from.width, left + divisor);
-      std::array<std::uint32_t, 4> sums{};
+      std::array<Sum, 4> sums{};
       for (int v = top; v < bottom; ++v) {
         const Code* pixel = source + 4 * (at(v) * at(from.width) + at(left));
         for (int u = left; u < right; ++u, pixel += 4) {
           for (std::size_t c = 0; c < 4; ++c) sums[c] += pixel[c];
         }
       }
-      const auto count = static_cast<std::uint32_t>((bottom - top) * (right - left));
+      const auto count = static_cast<Sum>((bottom - top) * (right - left));
       for (std::size_t c = 0; c < 4; ++c) {
-        result[c] = static_cast<Code>((sums[c] + count / 2) / count);
+        if constexpr (std::is_floating_point_v<Code>) {
+          result[c] = sums[c] / count;
+        } else {
+          result[c] = static_cast<Code>((sums[c] + count / 2) / count);
+        }
       }
     }
   }
@@ -63,11 +69,9 @@ Picture shrunk(const Picture& picture, int divisor) {
   Picture result((picture.width + divisor - 1) / divisor, (picture.height + divisor - 1) / divisor,
                  picture.depth);
   result.hasAlpha = picture.hasAlpha;
-  if (picture.depth == Depth::bytes) {
-    shrink<std::uint8_t>(picture, result, divisor);
-  } else {
-    shrink<std::uint16_t>(picture, result, divisor);
-  }
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    shrink<Sample>(picture, result, divisor);
+  });
   return result;
 }
 
@@ -85,6 +89,15 @@ Picture part(const Picture& picture, const Window& window) {
 Picture toScreen(Picture picture) {
   if (picture.depth == Depth::bytes) return picture;
   Picture result(picture.width, picture.height, Depth::bytes);
+  if (picture.depth == Depth::floats) {
+    const auto* value = reinterpret_cast<const float*>(picture.pixels.data());
+    // What is no number is 0.
+    for (std::byte& code : result.pixels) {
+      const float scaled = *value++ * 255;
+      code = static_cast<std::byte>(scaled >= 255 ? 255 : scaled > 0 ? scaled + 0.5f : 0);
+    }
+    return result;
+  }
   const auto* from = reinterpret_cast<const std::uint16_t*>(picture.pixels.data());
   // To the nearest code: v * 255 / 65535 is v / 257.
   for (std::byte& code : result.pixels) code = static_cast<std::byte>((*from++ + 128) / 257);

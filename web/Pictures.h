@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// The pictures that the page was given, by what they are for: RGBA, interleaved, 8 or 16 bits, all
-// of one size and depth; and the smaller ones that are keyed while a control moves.
+// The pictures that the page was given, by what they are for: RGBA, interleaved, of 8 or 16 bits or
+// floats, all of one size and depth; and the smaller ones that are keyed while a control moves.
 #pragma once
 
 #include <array>
@@ -27,8 +27,8 @@ struct Window {
 
 struct Picture {
   int width = 0, height = 0;
-  Depth depth = Depth::bytes;  // or shorts
-  bool hasAlpha = false;       // whether the file had one; here there are four channels always
+  Depth depth = Depth::bytes;
+  bool hasAlpha = false;  // whether the file had one; here there are four channels always
   std::vector<std::byte> pixels;
 
   Picture() = default;
@@ -46,7 +46,7 @@ Picture shrunk(const Picture& picture, int divisor);
 /// A part of a picture.
 Picture part(const Picture& picture, const Window& window);
 
-/// 8 bits a sample.
+/// 8 bits a sample: to the nearest code, floats clipped to 0..1.
 Picture toScreen(Picture picture);
 
 /// The pictures by role. Throws Error (wrongUse) for one that does not fit the plate.

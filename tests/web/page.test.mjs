@@ -121,6 +121,14 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   assert.ok(wide, 'the dialog fits a narrow screen');
   await Promise.all([page.waitForEvent('load'), page.setInputFiles('#open input[type=file] >> nth=0', files.plate)]);
   await page.waitForFunction(() => document.getElementById('info').textContent.includes('8-bit'));
+  // A matte of another size is refused, and all is as it was.
+  await page.click('#openPictures');
+  await page.setInputFiles('#open input[type=file] >> nth=2', drawPlate('--size', '64x36').holdout);
+  await page.waitForFunction(() => /^holdout\.png: expected the plate's size, 1920×1080, found 64×36/.test(document.querySelector('#open .wrong').textContent));
+  assert.equal(await page.locator('#open .there').count(), 1);
+  await page.keyboard.press('Escape');
+  await page.reload();
+  await page.waitForFunction(() => document.getElementById('info').textContent.includes('8-bit'));
   const drop = (name, text) => page.evaluate(([name, text]) => {
     const data = new DataTransfer();
     data.items.add(new File([text], name));
@@ -150,4 +158,29 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   assert.match(line, / --masks plate-masks\.json /);
   execFileSync(program, line.split(' ').slice(1), {cwd: files.folder});
   assert.deepEqual((await render(page)).pixels, readPng(join(files.folder, 'key.png')).pixels);
+});
+
+test('an OpenEXR plate is keyed in linear light, and rendered as such a file', async () => {
+  const files = drawPlate('--size', '160x90', '--depth', 'half');
+  const {address} = await host();
+  const {page, close} = await browse(1280, 720);
+  closers.push(close);
+  await page.goto(address);
+  await Promise.all([page.waitForEvent('load'), page.setInputFiles('#open input[type=file] >> nth=0', files.plate)]);
+  await page.waitForFunction(() => document.getElementById('info').textContent.includes('half, linear'));
+  await page.click('#openPictures');
+  await page.setInputFiles('#open input[type=file] >> nth=4', files.plate);
+  await page.waitForFunction(() => /^plate\.exr: a clean plate goes beside/.test(document.querySelector('#open .wrong').textContent));
+  await page.keyboard.press('Escape');
+  await page.click('#auto');
+  await page.waitForFunction(() => location.hash.includes('screen='));
+  assert.match(await page.locator('#render small').textContent(), /^plate-key\.exr \(download\), matte in alpha$/);
+  const [file] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  assert.equal(file.suggestedFilename(), 'plate-key.exr');
+  await page.click('#copyCommand');
+  await page.waitForFunction(() => /copied/.test(document.getElementById('told').textContent));
+  const line = await page.evaluate(() => navigator.clipboard.readText());
+  execFileSync(program, line.split(' ').slice(1), {cwd: files.folder});
+  execFileSync('oiiotool', [await file.path(), join(files.folder, 'key.exr'), '--fail', '0', '--failpercent', '0', '--diff'], {stdio: 'ignore'});
+  assert.deepEqual(page.problems, []);
 });

@@ -2,6 +2,7 @@
 //
 // What the page asks for, answered by a crew of engines: each holds the pictures, and a view is cut
 // into bands of rows among them unless its pixels depend on the whole frame. Node tests use it too.
+import {encodeExr} from './exr.js';
 import {encodePng} from './png.js';
 
 /** What is said against a request; `subject` names the parameter or picture. */
@@ -35,6 +36,13 @@ export class Answers {
     this.job = {state: 'idle', done: 0, message: ''};
   }
 
+  get maximum() { return {1: 255, 2: 65535, 4: 1}[this.plate.depth]; }
+  get ending() { return this.plate.depth === 4 ? '.exr' : '.png'; }
+  get half() { return this.plate.half && (this.pictures.background?.picture.half ?? true); }
+  get usualOutput() { return this.pictures.background ? 'composite' : 'unpremultiplied'; }
+  /** Whether a file's colours are multiplied by its matte. */
+  multiplies(settings) { return this.plate.depth === 4 && settings.output === 'unpremultiplied' && this.usualOutput === 'unpremultiplied'; }
+
   async open() {
     const {parameters, version} = await this.engines[0]('ask', 'describe');
     this.parameters = parameters;
@@ -49,11 +57,12 @@ export class Answers {
     const {width, height, depth} = this.plate;
     const name = (role) => this.pictures[role]?.name ?? '';
     const files = {plate: name('plate'), background: name('background'), holdOut: name('holdOut'), garbage: name('garbage'), reference: name('cleanPlate')};
-    const samples = depth === 2 ? '16-bit' : '8-bit';
+    const samples = depth === 4 ? this.plate.half ? 'half' : 'float' : depth === 2 ? '16-bit' : '8-bit';
+    const colourspace = depth === 4 ? 'linear' : 'video';
     return {
       version: this.version, files, width, height, depth, samples, frames: [1], isShot: false, framesPerSecond: 24,
-      colourspace: 'video', reason: `${samples} picture`, notices, output: '', parameters: this.parameters, masks: true, script: false,
-      settings: {colourspace: 'video', output: this.pictures.background ? 'composite' : 'unpremultiplied'},
+      colourspace, reason: depth === 4 ? `${samples} samples` : `${samples} picture`, notices, output: '', ending: this.ending, parameters: this.parameters, masks: true, script: false,
+      settings: {colourspace, output: this.usualOutput},
     };
   }
 
@@ -92,15 +101,14 @@ export class Answers {
 
   async probe({settings, view, x, y}) {
     const [engine] = this.engines;
-    const maximum = this.plate.depth === 2 ? 65535 : 255;
+    const {maximum} = this;
     const at = async (name) => [...(await engine('key', settings, name, [x, y, 1, 1])).pixels].map((code) => code / maximum);
     const [plate, matte, result] = [await at('plate'), await at('matte'), await at(view)];
     return {plate, matte: matte[3], result, maximum};
   }
 
   colours({window: [x, y, w, h]}) {
-    const {width, depth, pixels} = this.plate;
-    const maximum = depth === 2 ? 65535 : 255;
+    const {maximum, plate: {width, pixels}} = this;
     const step = Math.max(1, Math.ceil(Math.sqrt(w * h / boxSamples)));
     const samples = [[], [], []];
     for (let v = y; v < y + h; v += step) {
@@ -118,12 +126,14 @@ export class Answers {
     for (const [role, option] of Object.entries(roleOptions)) {
       if (this.pictures[role]) words.push(option, this.pictures[role].name);
     }
+    // Without being told its output the command multiplies colours of OpenEXR files by the matte, as they are read.
+    if (this.multiplies(given)) delete given.output;
     for (const {name} of this.parameters) if (name in given) words.push(`--${kebab(name)}=${given[name]}`);
     if (settings.masks) words.push('--masks', masksName);
-    return [...words, '-o', 'key.png'].map(shellWord).join(' ');
+    return [...words, '-o', `key${this.ending}`].map(shellWord).join(' ');
   }
 
-  /** The whole plate keyed, as a PNG with all its bits. */
+  /** The whole plate keyed, as a PNG with all its bits or, of floats, an OpenEXR file. */
   async render(settings) {
     const {width, height} = this.plate;
     const output = this.parameters.find(({name}) => name === 'output');
@@ -139,7 +149,10 @@ export class Answers {
       picture = {...parts[0], height, pixels: new parts[0].pixels.constructor(4 * width * height)};
       parts.reduce((at, {pixels}) => { picture.pixels.set(pixels, at); return at + pixels.length; }, 0);
     }
-    return encodePng(picture, view.alpha);
+    if (picture.depth !== 4) return encodePng(picture, view.alpha);
+    const {pixels} = picture;
+    if (this.multiplies(settings)) for (let i = 0; i < pixels.length; ++i) if (i % 4 !== 3) pixels[i] *= pixels[i | 3];
+    return encodeExr({...picture, half: this.half}, view.alpha);
   }
 
   // A render goes on while the page asks how far it is.

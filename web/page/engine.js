@@ -80,7 +80,7 @@ export class Engine {
   key(settings, view, window) {
     const header = this.ask('key', {settings, view, window});
     const bytes = this.pixels(4 * header.width * header.height * header.depth);
-    header.pixels = header.depth === 2 ? new Uint16Array(bytes.buffer) : bytes;
+    header.pixels = header.depth === 4 ? new Float32Array(bytes.buffer) : header.depth === 2 ? new Uint16Array(bytes.buffer) : bytes;
     return header;
   }
 }

@@ -2,7 +2,7 @@
 //
 // Opens pictures by dialog, drop or paste. The browser keeps the files, so that a reload or a
 // restart finds the same page; they stay on this machine.
-import {atDepth, covering, decode} from './decode.js';
+import {atDepth, covering, decode, inLight} from './decode.js';
 import {areMasks, shapesOf, textOf} from './shapes.js';
 
 const roles = {
@@ -71,7 +71,8 @@ function outputFor(background) {
 // The page is built for its pictures: others build it anew. Settings stay, but for another plate.
 async function change(role, file) {
   try {
-    if (file) await decode(file);
+    // What does not go with the others is told before anything changes.
+    if (file) await picturesOf(role === 'plate' ? {plate: file} : {...await kept(), [role]: file});
     await keep(role, file);
   } catch (error) {
     say(error);
@@ -112,7 +113,7 @@ function fill(files) {
     row.querySelector('.name').textContent = label;
     row.querySelector('.file').textContent = files[role]?.name ?? help;
     row.classList.toggle('there', role in files);
-    input.accept = 'image/*,.tif,.tiff';
+    input.accept = 'image/*,.tif,.tiff,.exr';
     input.setAttribute('aria-label', `${label}: ${help}`);
     input.disabled = role !== 'plate' && !files.plate;
     row.classList.toggle('off', input.disabled);
@@ -176,13 +177,23 @@ async function picturesOf(files) {
   for (const [role, file] of Object.entries(files)) pictures[role] = {name: file.name, picture: await decode(file)};
   const {width, height} = pictures.plate.picture;
   const depth = Math.max(pictures.plate.picture.depth, pictures.background?.picture.depth ?? 1);
+  const ofLight = pictures.plate.picture.depth === 4;
+  for (const {name, picture} of Object.values(pictures)) {
+    if (picture.depth === 4 && !ofLight) throw new Error(`${name}: an OpenEXR picture goes beside an OpenEXR plate: orvanite takes it beside others`);
+  }
   for (const [role, one] of Object.entries(pictures)) {
     const {picture} = one;
     if (picture.width !== width || picture.height !== height) {
       const sizes = `${width}\u00d7${height}, found ${picture.width}\u00d7${picture.height}`;
       if (role !== 'background') throw new Error(`${one.name}: expected the plate's size, ${sizes}`);
+      if (picture.depth === 4) throw new Error(`${one.name}: expected the plate's size, ${sizes}: orvanite fits OpenEXR backgrounds`);
       one.picture = await covering(picture, width, height);
       said.push(`The background was ${picture.width}\u00d7${picture.height}: the browser brought it to the plate's size.`);
+    }
+    if (ofLight && role === 'cleanPlate') throw new Error(`${one.name}: a clean plate goes beside plates of 8 or 16 bits`);
+    if (ofLight && one.picture.depth !== 4 && role === 'background') {
+      said.push(`${one.name} was brought to linear light, as the plate is.`);
+      one.picture = inLight(one.picture);
     }
     one.picture = atDepth(one.picture, depth);
   }

@@ -3,12 +3,10 @@
 // PNG (ISO/IEC 15948) with all its bits: browsers' own decoders give 8, and lose colours under
 // alpha. Interlaced files are left to them.
 
+import {deflated, inflated} from './inflate.js';
+
 const signature = [137, 80, 78, 71, 13, 10, 26, 10];
 const mostPixels = 2 ** 27;
-
-async function through(bytes, stream) {
-  return new Uint8Array(await new Response(new Blob([bytes]).stream().pipeThrough(stream)).arrayBuffer());
-}
 
 /** Whether these bytes begin as a PNG does. */
 export const isPng = (bytes) => signature.every((byte, i) => bytes[i] === byte);
@@ -68,7 +66,7 @@ export async function decodePng(bytes) {
   const rowBytes = Math.ceil(width * channels * bits / 8);
   const data = new Uint8Array(chunks.IDAT.reduce((sum, part) => sum + part.length, 0));
   chunks.IDAT.reduce((at, part) => { data.set(part, at); return at + part.length; }, 0);
-  const rows = await through(data, new DecompressionStream('deflate'));
+  const rows = await inflated(data, (rowBytes + 1) * height);
   if (rows.length < (rowBytes + 1) * height) throw new Error('the file ends before its picture');
   unfilter(rows, rowBytes, height, Math.max(1, channels * bits / 8));
 
@@ -148,6 +146,6 @@ export async function encodePng({width, height, depth, pixels}, alpha) {
   head.setUint8(8, 8 * depth);
   head.setUint8(9, alpha ? 6 : 2);
   const parts = [new Uint8Array(signature), chunk('IHDR', new Uint8Array(head.buffer)),
-    chunk('IDAT', await through(rows, new CompressionStream('deflate'))), chunk('IEND', new Uint8Array(0))];
+    chunk('IDAT', await deflated(rows)), chunk('IEND', new Uint8Array(0))];
   return new Blob(parts, {type: 'image/png'});
 }

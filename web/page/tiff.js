@@ -3,6 +3,8 @@
 // TIFF 6.0 with integers of 8 and 16 bits, which browsers do not show: grey or RGB with or without
 // alpha, in strips or tiles, plain, LZW or deflated. What else there is in that family is refused.
 
+import {inflated} from './inflate.js';
+
 const mostPixels = 2 ** 27;
 const tag = {width: 256, height: 257, bits: 258, compression: 259, photometric: 262, offsets: 273, samples: 277, rows: 278, sizes: 279, planar: 284, predictor: 317, tileWidth: 322, tileHeight: 323, tileOffsets: 324, tileSizes: 325, extra: 338, format: 339};
 
@@ -65,8 +67,7 @@ function lzw(bytes, length) {
 async function unpacked(bytes, compression, length) {
   if (compression === 1) return bytes;
   if (compression === 5) return lzw(bytes, length);
-  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream('deflate'));
-  return new Uint8Array(await new Response(stream).arrayBuffer());
+  return inflated(bytes, length);
 }
 
 /** A picture {width, height, depth, hasAlpha, pixels}: RGBA. Throws an Error that says why not. */

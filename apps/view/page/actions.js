@@ -37,14 +37,15 @@ export class Actions {
     });
     this.copyScript.hidden = state.description.script === false;
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
-    this.onClick(this.render, () => this.start(`${stem}-key.png`));
+    const handed = `${stem}-key${state.description.ending ?? '.png'}`;
+    this.onClick(this.render, () => this.start(handed));
     this.onClick(this.cancel, () => ask('cancel', {}));
-    this.file = state.description.output || `${stem}-key.png`;
+    this.file = state.description.output || handed;
     for (const type of ['settings', 'shown']) state.addEventListener(type, () => this.label());
     this.range.hidden = state.description.frames.length < 2;
     this.range.addEventListener('change', () => this.label());
     this.label();
-    this.resume(`${stem}-key.png`);
+    this.resume(handed);
   }
 
   /** The first and the last frame to render; nothing: all. */
