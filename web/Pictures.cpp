@@ -42,6 +42,16 @@ void shrink(const Picture& from, Picture& to, int divisor) {
   }
 }
 
+// A composite's alpha is its matte joined with the background's, and files of composites have none:
+// without it the matte can be counted.
+void makeTransparent(Picture& picture) {
+  withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
+    auto* const samples = reinterpret_cast<Sample*>(picture.pixels.data());
+    const std::size_t count = picture.pixels.size() / sizeof(Sample);
+    for (std::size_t i = 3; i < count; i += 4) samples[i] = 0;
+  });
+}
+
 std::string sizeOf(const Picture& picture) {
   return std::to_string(picture.width) + "x" + std::to_string(picture.height);
 }
@@ -104,6 +114,11 @@ Picture toScreen(Picture picture) {
   return result;
 }
 
+void makeOpaque(Picture& picture) {
+  auto* const codes = reinterpret_cast<std::uint8_t*>(picture.pixels.data());
+  for (std::size_t i = 3; i < picture.pixels.size(); i += 4) codes[i] = 255;
+}
+
 void Pictures::take(Role role, Picture picture) {
   if (role == Role::plate) {
     for (Picture& one : full_) one = {};
@@ -118,6 +133,7 @@ void Pictures::take(Role role, Picture picture) {
     }
   }
   full_[index(role)] = std::move(picture);
+  if (role == Role::background) makeTransparent(full_[index(role)]);
   small_.clear();
   ++changes_;
 }

@@ -49,6 +49,9 @@ Picture part(const Picture& picture, const Window& window);
 /// 8 bits a sample: to the nearest code, floats clipped to 0..1.
 Picture toScreen(Picture picture);
 
+/// Takes the transparency out of a picture of bytes.
+void makeOpaque(Picture& picture);
+
 /// The pictures by role. Throws Error (wrongUse) for one that does not fit the plate.
 class Pictures {
  public:

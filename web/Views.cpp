@@ -174,12 +174,11 @@ Shown Views::show(const Request& request) {
   shown.window = window;
   Picture result = keyed(request.settings, request.masks, request.view, divisor, region);
   if (request.measured) {
-    // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
-    const bool alphaIsMatte = request.view != "plate" &&
-                              (request.view == "overChecker" || !pictures.has(Role::background));
+    // Of all that is keyed alpha is the matte.
+    const bool isPlate = request.view == "plate";
     const Picture matte =
-        alphaIsMatte ? Picture() : keyed(request.settings, request.masks, "matte", divisor, region);
-    const Picture& counted = alphaIsMatte ? result : matte;
+        isPlate ? keyed(request.settings, request.masks, "matte", divisor, region) : Picture();
+    const Picture& counted = isPlate ? matte : result;
     shown.measure = view::measureOf(
         counted.pixels.data(), counted.depth,
         static_cast<std::size_t>(counted.width) * static_cast<std::size_t>(counted.height),
@@ -187,6 +186,7 @@ Shown Views::show(const Request& request) {
   }
   shown.picture = toScreen(std::move(result));
   if (divisor != request.divisor) shown.picture = shrunk(shown.picture, request.divisor);
+  makeOpaque(shown.picture);
   return shown;
 }
 

@@ -35,7 +35,7 @@ struct Request {
 
 struct Shown {
   Window window;    // the part of the plate that is shown
-  Picture picture;  // 8 bits
+  Picture picture;  // 8 bits, opaque
   std::optional<view::MatteMeasure> measure;
 };
 

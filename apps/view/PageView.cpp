@@ -78,6 +78,19 @@ void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int h
 MatteMeasure measureOf(const std::byte* pixels, Depth depth, std::size_t count,
                        std::uint32_t weight) {
   MatteMeasure measure;
+  if (depth == Depth::bytes) {
+    // Each code has its bin. Most are alike: four counts in turn do not wait for each other.
+    std::array<std::array<std::uint32_t, 256>, 4> counts{};
+    const auto* sample = reinterpret_cast<const std::uint8_t*>(pixels) + 3;
+    for (std::size_t i = 0; i < count; ++i, sample += 4) ++counts[i % 4][*sample];
+    for (std::size_t code = 0; code < 256; ++code) {
+      for (const auto& part : counts) measure.bins[code] += part[code] * weight;
+    }
+    measure.clear = measure.bins.front();
+    measure.solid = measure.bins.back();
+    measure.between = std::uint64_t{count} * weight - measure.clear - measure.solid;
+    return measure;
+  }
   withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
     const auto* sample = reinterpret_cast<const Sample*>(pixels) + 3;
     const auto maximum = static_cast<float>(maxOf(depth));

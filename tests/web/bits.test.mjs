@@ -109,12 +109,24 @@ for (const [name, depth, beside, given] of cases) {
       // What the screen shows in bands is what was rendered, cut to 8 bits.
       const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, width, height], measured: true});
       const screenCode = (code) => depth === 2 ? Math.floor((code + 128) / 257) : code;
-      const colours = (i) => found.hasAlpha || i % 4 !== 3;
-      const wrong = shown.pixels.findIndex((code, i) => colours(i) && code !== screenCode(found.pixels[i]));
+      const wrong = shown.pixels.findIndex((code, i) => code !== (i % 4 === 3 ? 255 : screenCode(found.pixels[i])));
       assert.equal(wrong, -1);
       const {clear, between, solid, bins} = shown.matte;
       assert.equal(clear + between + solid, width * height);
       assert.equal(bins.reduce((sum, n) => sum + n, 0), width * height);
+      // Whatever is shown, the matte is what is counted of it.
+      const ofMatte = await answers.to('picture', {settings, view: 'matte', divisor: 1, window: [0, 0, width, height], measured: true});
+      const ofPlate = await answers.to('picture', {settings, view: 'plate', divisor: 1, window: [0, 0, width, height], measured: true});
+      for (const other of [ofMatte, ofPlate]) assert.deepEqual(shown.matte, other.matte);
+      const whole = await engines[0]('key', settings, 'matte', [0, 0, width, height]);
+      const most = depth === 2 ? 65535 : 255;
+      const alphas = whole.pixels.filter((_, i) => i % 4 === 3);
+      assert.equal(solid, alphas.filter((code) => code === most).length);
+      assert.equal(clear, alphas.filter((code) => code === 0).length);
+      // Bins are the nearest of 256 steps, but for the two ends.
+      const counts = new Array(256).fill(0);
+      for (const code of alphas) ++counts[Math.round(255 * code / most)];
+      if (depth === 1) assert.deepEqual(bins, counts);
     }
   });
 }

@@ -69,7 +69,7 @@ export class Engine {
     return new Uint8Array(this.exports.memory.buffer, this.exports.orvanite_webPixels(), bytes).slice();
   }
 
-  /** A view as a screen shows it, as renders ask for it: the answer with `pixels`, RGBA. */
+  /** A view as a screen shows it, as renders ask for it: the answer with `pixels`, opaque RGBA. */
   show(request) {
     const header = this.ask('show', request);
     header.pixels = this.pixels(4 * header.width * header.height);
