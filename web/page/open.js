@@ -118,12 +118,6 @@ function fill(files) {
     input.disabled = role !== 'plate' && !files.plate;
     row.classList.toggle('off', input.disabled);
     input.addEventListener('change', () => { if (input.files[0]) change(role, input.files[0]); });
-    // Not every browser takes Enter here of itself.
-    input.addEventListener('keydown', (event) => {
-      if (event.key !== 'Enter') return;
-      event.preventDefault();
-      input.click();
-    });
     const remove = row.querySelector('button');
     remove.hidden = !(role in files);
     remove.addEventListener('click', () => change(role, null));
