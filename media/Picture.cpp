@@ -104,7 +104,7 @@ Picture Picture::make(const Window& data, Depth depth, Samples samples) {
   picture.depth = depth;
   picture.samples = samples;
   try {
-    picture.pixels = std::make_unique_for_overwrite<std::byte[]>(picture.bytes() + slackBytes);
+    picture.pixels = takePixels(picture.bytes() + slackBytes);
   } catch (const std::bad_alloc&) {
     throw Error(Fault::failure, "picture",
                 "out of memory for " + std::to_string(data.width) + "x" +

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/Depth.h"
+#include "media/PixelMemory.h"
 
 namespace orvanite::media {
 
@@ -50,7 +51,7 @@ struct Picture {
   bool premultiplied = false;        // likewise: whether colours are multiplied by alpha
   Channels channels = Channels::colourAndAlpha;  // likewise
   bool hasAlpha = false;  // whether the file had one; here there are four channels always
-  std::unique_ptr<std::byte[]> pixels;  // rows from the top, without gaps
+  Pixels pixels;          // rows from the top, without gaps
   std::shared_ptr<const OIIO::ImageSpec> header;
 
   /// A picture of a size with undefined pixels. Throws Error (failure) when memory runs out.

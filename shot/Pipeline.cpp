@@ -17,6 +17,7 @@
 #include <memory>
 #include <new>
 
+#include "media/PixelMemory.h"
 #include "shot/Existing.h"
 #include "shot/KeyedFrame.h"
 
@@ -115,6 +116,7 @@ double keyStill(const Job& job, int frame) {
 }
 
 ShotResult keyShot(const Job& job, const ShotRun& run) {
+  const media::KeptPixels kept;
   ShotResult result;
   std::size_t next = 0;
   std::atomic<bool> stop = false;
