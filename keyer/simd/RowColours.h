@@ -136,16 +136,18 @@ void weighColours(const Sample* pixels, const std::uint16_t* own, int count,
 template <class Sample>
 void exchangeRows(const Sample* come, const Sample* go, int count,
                   SumOf<Sample>* __restrict columns) {
+  constexpr int block = 4 * blockPixels;
+  const Sample nothing[block] = {};
   const std::ptrdiff_t samples = 4 * static_cast<std::ptrdiff_t>(count);
-  if (go == nullptr) {
-    for (std::ptrdiff_t k = 0; k < samples; ++k) {
-      columns[k] += static_cast<SumOf<Sample>>(counted(come[k])) * evenWeight;
+  for (std::ptrdiff_t first = 0; first < samples; first += block) {
+    const auto some = static_cast<int>(samples - first < block ? samples - first : block);
+    const Sample* const in = come + first;
+    const Sample* const out = go != nullptr ? go + first : nothing;
+    SumOf<Sample>* __restrict const sums = columns + first;
+    for (int k = 0; k < some; ++k) {
+      // 8191 in 65536ths is 2^29: the difference fits.
+      sums[k] += static_cast<SumOf<Sample>>(counted(in[k]) - counted(out[k])) * evenWeight;
     }
-    return;
-  }
-  for (std::ptrdiff_t k = 0; k < samples; ++k) {
-    // 8191 in 65536ths is 2^29: the difference fits.
-    columns[k] += static_cast<SumOf<Sample>>(counted(come[k]) - counted(go[k])) * evenWeight;
   }
 }
 
@@ -198,116 +200,124 @@ struct Block {
 };
 
 template <class Sample>
-inline Sample storedAs(float v) {
-  if constexpr (std::is_floating_point_v<Sample>) {
-    return v;
-  } else {
-    const float above = v < 0.0f ? 0.0f : v;
-    return static_cast<Sample>(
-        static_cast<std::int32_t>((fullOf<Sample> < above ? fullOf<Sample> : above) + 0.5f));
-  }
-}
-
-template <class Sample>
 void take(const Sample* pixels, int count, Block& block) {
-  if constexpr (std::is_same_v<Sample, std::uint8_t>) {
-    for (int x = 0; x < count; ++x) {
-      const std::uint32_t packed = packedAt(pixels, x);
-      for (int c = 0; c < 3; ++c) {
-        block.colour[c][x] = static_cast<float>(
-            static_cast<std::int32_t>((packed >> shiftOf<std::uint32_t>(c)) & 255U));
-      }
-    }
-  } else {
+  if constexpr (std::is_floating_point_v<Sample>) {
     for (int x = 0; x < count; ++x) {
       const Sample* const from = pixels + 4 * static_cast<std::ptrdiff_t>(x);
-      for (int c = 0; c < 3; ++c) block.colour[c][x] = static_cast<float>(from[c]);
+      for (int c = 0; c < 3; ++c) block.colour[c][x] = from[c];
     }
-  }
-  if constexpr (std::is_floating_point_v<Sample>) {
     std::memcpy(block.was, block.colour, sizeof block.was);
+  } else {
+    using Number = Packed<Sample>;
+    for (int x = 0; x < count; ++x) {
+      const Number packed = packedAt(pixels, x);
+      for (int c = 0; c < 3; ++c) {
+        const auto code =
+            static_cast<std::int32_t>(static_cast<Sample>(packed >> shiftOf<Number>(c)));
+        block.colour[c][x] = static_cast<float>(code);
+      }
+    }
   }
 }
 
 template <class Sample>
-void give(const Block& block, const std::uint16_t* matte, int count, Sample* pixels) {
-  if constexpr (std::is_same_v<Sample, std::uint8_t>) {
-    constexpr std::uint32_t alpha = 255U << shiftOf<std::uint32_t>(3);
+void give(Block& block, const std::uint16_t* matte, int count, Sample* pixels) {
+  if constexpr (std::is_floating_point_v<Sample>) {
+    std::int32_t changes[blockPixels];
+    for (int x = 0; x < count; ++x) changes[x] = matte[x];
+    for (int c = 0; c < 3; ++c) {
+      for (int x = 0; x < count; ++x) {
+        const float v = block.colour[c][x], was = block.was[c][x];
+        const float now = v != was ? v : was;  // zeros keep their sign
+        block.colour[c][x] = changes[x] != 0 ? now : was;
+      }
+    }
     for (int x = 0; x < count; ++x) {
-      const std::uint32_t was = packedAt(pixels, x);
-      std::uint32_t now = was & alpha;
+      Sample* const to = pixels + 4 * static_cast<std::ptrdiff_t>(x);
+      for (int c = 0; c < 3; ++c) to[c] = block.colour[c][x];
+    }
+  } else {
+    using Number = Packed<Sample>;
+    constexpr Number alpha = Number{std::is_same_v<Sample, std::uint8_t> ? 255 : 65535}
+                             << shiftOf<Number>(3);
+    for (int c = 0; c < 3; ++c) {
+      float* const colour = block.colour[c];
+      for (int x = 0; x < count; ++x) colour[x] = colour[x] < 0.0f ? 0.0f : colour[x];
+      for (int x = 0; x < count; ++x) {
+        colour[x] = fullOf<Sample> < colour[x] ? fullOf<Sample> : colour[x];
+      }
+    }
+    std::int32_t codes[3][blockPixels];
+    for (int c = 0; c < 3; ++c) {
+      for (int x = 0; x < count; ++x) {
+        codes[c][x] = static_cast<std::int32_t>(block.colour[c][x] + 0.5f);
+      }
+    }
+    for (int x = 0; x < count; ++x) {
+      const Number was = packedAt(pixels, x);
+      Number now = was & alpha;
       for (int c = 0; c < 3; ++c) {
-        const float v = block.colour[c][x];
-        const float above = v < 0.0f ? 0.0f : v;
-        const float held = fullOf<Sample> < above ? fullOf<Sample> : above;
-        now |= static_cast<std::uint32_t>(static_cast<std::int32_t>(held + 0.5f))
-               << shiftOf<std::uint32_t>(c);
+        now |= static_cast<Number>(static_cast<std::uint32_t>(codes[c][x])) << shiftOf<Number>(c);
       }
       now = matte[x] > 0 ? now : was;
       std::memcpy(pixels + 4 * static_cast<std::ptrdiff_t>(x), &now, sizeof now);
     }
-  } else {
-    for (int x = 0; x < count; ++x) {
-      Sample* const to = pixels + 4 * static_cast<std::ptrdiff_t>(x);
-      for (int c = 0; c < 3; ++c) {
-        const Sample now = storedAs<Sample>(block.colour[c][x]);
-        bool changes = matte[x] > 0;
-        if constexpr (std::is_floating_point_v<Sample>) {
-          changes = changes && block.colour[c][x] != block.was[c][x];
-        }
-        to[c] = changes ? now : to[c];
-      }
-    }
   }
+}
+
+// Choices have loops of their own, else they become branches where lanes have no masks.
+inline void choose(const std::int32_t* which, const float* values, int count,
+                   float* __restrict colour) {
+  for (int x = 0; x < count; ++x) colour[x] = which[x] != 0 ? values[x] : colour[x];
 }
 
 void pullInside(float edgeColour, const std::uint16_t* own, const float* inside, int count,
                 Block& block) {
-  float given[blockPixels];
+  float given[blockPixels], moved[blockPixels];
+  std::int32_t soft[blockPixels];
   for (int x = 0; x < count; ++x) {
     const int softness = 65535 - own[x];
+    soft[x] = softness;
     const float enough = inside[4 * x + 3] / enoughInside;
     given[x] = edgeColour * partOf(softness) * (enough < 1.0f ? enough : 1.0f);
   }
   for (int c = 0; c < 3; ++c) {
     for (int x = 0; x < count; ++x) {
       const float v = block.colour[c][x];
-      const float moved = v + given[x] * (inside[4 * x + c] - v);
-      block.colour[c][x] = own[x] < 65535 ? moved : v;
+      moved[x] = v + given[x] * (inside[4 * x + c] - v);
     }
+    choose(soft, moved, count, block.colour[c]);
   }
 }
 
 template <class Sample>
 void takeSpill(const Finish& finish, const float* behind, int count, Block& block) {
   const int p = finish.primary;
-  float* const primary = block.colour[p];
-  const float* const one = block.colour[(p + 1) % 3];
-  const float* const other = block.colour[(p + 2) % 3];
+  float* __restrict const primary = block.colour[p];
+  const float* __restrict const one = block.colour[(p + 1) % 3];
+  const float* __restrict const other = block.colour[(p + 2) % 3];
   float taken[blockPixels];
   std::int32_t spills[blockPixels];  // whether any is taken: what is a number or not stays so
+  float greater[blockPixels], limit[blockPixels];
+  for (int x = 0; x < count; ++x) greater[x] = one[x] > other[x] ? one[x] : other[x];
   for (int x = 0; x < count; ++x) {
-    const float a = one[x], b = other[x];
-    const float greater = a > b ? a : b;
-    const float middle = (a + b) * 0.5f;
-    const float limit = middle + finish.spillLimit * (greater - middle);
-    const float spill = finish.spill * (primary[x] - limit);
-    const float left = primary[x] - spill;
-    const bool is = primary[x] > limit;
-    spills[x] = is ? 1 : 0;
-    taken[x] = spill;
-    primary[x] = is ? left : primary[x];
+    const float middle = (one[x] + other[x]) * 0.5f;
+    limit[x] = middle + finish.spillLimit * (greater[x] - middle);
+    taken[x] = finish.spill * (primary[x] - limit[x]);
   }
+  for (int x = 0; x < count; ++x) spills[x] = primary[x] > limit[x] ? 1 : 0;
+  float more[blockPixels];
+  for (int x = 0; x < count; ++x) more[x] = primary[x] - taken[x];
+  choose(spills, more, count, primary);
   switch (finish.spillReplace) {
     case SpillReplace::nothing:
       break;
     case SpillReplace::grey:
       for (int c = 0; c < 3; ++c) {
         for (int x = 0; x < count; ++x) {
-          const float v = block.colour[c][x];
-          const float more = v + taken[x] * lightOf[p];
-          block.colour[c][x] = spills[x] != 0 ? more : v;
+          more[x] = block.colour[c][x] + taken[x] * lightOf[p];
         }
+        choose(spills, more, count, block.colour[c]);
       }
       break;
     case SpillReplace::brightness:
@@ -322,19 +332,18 @@ void takeSpill(const Finish& finish, const float* behind, int count, Block& bloc
       }
       for (int c = 0; c < 3; ++c) {
         for (int x = 0; x < count; ++x) {
-          const float v = block.colour[c][x];
-          const float scaled = v * taken[x];
-          block.colour[c][x] = spills[x] != 0 ? scaled : v;
+          more[x] = block.colour[c][x] * taken[x];
         }
+        choose(spills, more, count, block.colour[c]);
       }
       break;
     case SpillReplace::background:
       for (int c = 0; c < 3; ++c) {
         for (int x = 0; x < count; ++x) {
-          const float v = block.colour[c][x];
-          const float more = v + taken[x] * (1.0f / fullOf<Sample>)*behind[4 * x + c];
-          block.colour[c][x] = spills[x] != 0 ? more : v;
+          const float part = taken[x] * (1.0f / fullOf<Sample>);
+          more[x] = block.colour[c][x] + part * behind[4 * x + c];
         }
+        choose(spills, more, count, block.colour[c]);
       }
       break;
   }
@@ -344,19 +353,21 @@ void takeSpill(const Finish& finish, const float* behind, int count, Block& bloc
 template <class Sample>
 void letLightIn(float wrap, const std::uint16_t* nearby, const float* behind, int count,
                 Block& block) {
-  float part[blockPixels];
+  float part[blockPixels], lit[blockPixels], least[blockPixels], room[blockPixels];
+  std::int32_t lights[blockPixels];
   for (int x = 0; x < count; ++x) part[x] = wrap * partOf(65535 - nearby[x]);
   for (int c = 0; c < 3; ++c) {
     for (int x = 0; x < count; ++x) {
       const float v = block.colour[c][x];
-      const float room = 1.0f - v * (1.0f / fullOf<Sample>);
-      const float to = behind[4 * x + c];
-      const float lit = v + part[x] * to * room;
-      // The least of them is above 0 where all are; where room is no number it is no number.
-      const float lesser = part[x] < to ? part[x] : to;
-      const float least = lesser < room ? lesser : room;
-      block.colour[c][x] = least > 0 ? lit : v;
+      room[x] = 1.0f - v * (1.0f / fullOf<Sample>);
+      lit[x] = v + part[x] * behind[4 * x + c] * room[x];
+      least[x] = behind[4 * x + c];
     }
+    // The least of the three is above 0 where all are; it is no number where room is none.
+    for (int x = 0; x < count; ++x) least[x] = part[x] < least[x] ? part[x] : least[x];
+    for (int x = 0; x < count; ++x) least[x] = least[x] < room[x] ? least[x] : room[x];
+    for (int x = 0; x < count; ++x) lights[x] = least[x] > 0 ? 1 : 0;
+    choose(lights, lit, count, block.colour[c]);
   }
 }
 
