@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -157,13 +158,17 @@ ScreenHue screenOf(const Crowd& crowd, const Colours& smooth, std::size_t looked
   return screen;
 }
 
-/// Whether a red crowd is what all else stands before: a wall of a strong colour on most of the
-/// frame's border, where the other crowd hardly is. Wood and skin are duller than that.
-bool isWall(const Crowd& crowd, const ScreenHue& screen, const Crowd& other, std::size_t borders) {
+/// Whether a crowd is what all else stands before: on most of the frame's border, where the other
+/// crowd hardly is, and as far from grey. Red has to be vivid besides: wood and skin are duller.
+bool isAround(const Crowd& crowd, const ScreenHue& screen, const Crowd& other,
+              const ScreenHue& otherScreen, std::size_t borders) {
   constexpr float dull = 0.65f;  // a saturation
-  return screen.primary == 0 && screen.colour[0] > 0.0f &&
-         1 - screen.colour[static_cast<std::size_t>(screen.weakest)] / screen.colour[0] > dull &&
-         2 * crowd.atBorder > borders && crowd.atBorder > 4 * other.atBorder &&
+  if (2 * crowd.atBorder < borders || crowd.atBorder < 3 * other.atBorder ||
+      3 * crowd.own.size() < other.own.size()) {
+    return false;
+  }
+  if (screen.primary != 0) return screen.fromGrey > 0.8f * otherScreen.fromGrey;
+  return 1 - screen.colour[static_cast<std::size_t>(screen.weakest)] / screen.colour[0] > dull &&
          crowd.own.size() > 2 * other.own.size();
 }
 
@@ -209,12 +214,17 @@ ScreenHue screenHue(const Look& look) {
   for (Vote& vote : votes) vote.weight *= vote.steepness <= steepest ? 1.15f : 0.15f;
   const Crowd crowd = heaviest(votes, redVote);
   const ScreenHue screen = screenOf(crowd, smooth, looked, borders);
-  const auto redBorders = static_cast<std::size_t>(std::count_if(
-      votes.begin(), votes.end(), [](const Vote& vote) { return vote.red && vote.border; }));
-  if (2 * redBorders > borders) {
-    const Crowd red = heaviest(votes, 1);
-    const ScreenHue wall = screenOf(red, smooth, looked, borders);
-    if (isWall(red, wall, crowd, borders)) return wall;
+  // A subject of one hue may outvote the screen around it.
+  std::vector<Vote> others;
+  std::copy_if(votes.begin(), votes.end(), std::back_inserter(others), [&](const Vote& vote) {
+    return lengthOf(vote.r - crowd.r, vote.g - crowd.g) > 1.5f * reach;
+  });
+  const auto atBorder = [](const Vote& vote) { return vote.border; };
+  if (2 * std::count_if(others.begin(), others.end(), atBorder) >
+      static_cast<std::ptrdiff_t>(borders)) {
+    const Crowd around = heaviest(others, 1);
+    const ScreenHue found = screenOf(around, smooth, looked, borders);
+    if (isAround(around, found, crowd, screen, borders)) return found;
   }
   if (screen.confidence < leastConfidence) {
     // A table or a hand that outvotes the tablet upon it.

@@ -77,6 +77,24 @@ TEST(BlindKey, TakesAWallOfStrongRedForTheScreenAndNoTable) {
   }
 }
 
+TEST(BlindKey, TakesNoSubjectThatOutvotesTheScreenAroundIt) {
+  Composed plate;
+  // Leaves fuller than the dull screen on 100 of 160 columns; the border is the screen's.
+  plate.screen = [](int, int) { return dull; };
+  plate.subject = [](int x, int y) {
+    return (x + y) % 8 < 4 ? Rgb{0.33f, 0.39f, 0.14f} : Rgb{0.29f, 0.34f, 0.12f};
+  };
+  plate.matte = [](int x, int y) { return x >= 30 && x < 130 && y >= 8 && y < 112 ? 1.0f : 0.0f; };
+  Canvas canvas = plate.on(1);
+  const ScreenHue found = findKey(canvas.plate(), video()).screen;
+  for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(found.colour[c], dull[c], 0.01f) << c;
+  // In the middle of a grey studio the fuller colour is the screen.
+  plate.screen = [](int, int) { return Rgb{0.42f, 0.46f, 0.5f}; };
+  plate.subject = [](int, int) { return green; };
+  Canvas studio = plate.on(1);
+  EXPECT_NEAR(findKey(studio.plate(), video()).screen.colour[1], green[1], 0.01f);
+}
+
 TEST(BlindKey, FollowsAScreenWhoseHueDrifts) {
   // Towards the left by 0.16 in shares of the sum, where one screen's hues are within 0.05; or to
   // and fro by 0.05, in waves that no smooth plate follows.
