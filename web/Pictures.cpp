@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "apps/view/PageView.h"
 #include "base/Error.h"
 
 namespace orvanite::web {
@@ -96,11 +97,16 @@ Picture part(const Picture& picture, const Window& window) {
   return result;
 }
 
-Picture toScreen(Picture picture) {
+Picture toScreen(Picture picture, bool light) {
   if (picture.depth == Depth::bytes) return picture;
   Picture result(picture.width, picture.height, Depth::bytes);
   if (picture.depth == Depth::floats) {
     const auto* value = reinterpret_cast<const float*>(picture.pixels.data());
+    if (light) {
+      view::encodeLight(value, result.pixels.size() / 4,
+                        reinterpret_cast<std::uint8_t*>(result.pixels.data()));
+      return result;
+    }
     // What is no number is 0.
     for (std::byte& code : result.pixels) {
       const float scaled = *value++ * 255;

@@ -47,7 +47,8 @@ Picture shrunk(const Picture& picture, int divisor);
 Picture part(const Picture& picture, const Window& window);
 
 /// 8 bits a sample: to the nearest code, floats clipped to 0..1.
-Picture toScreen(Picture picture);
+/// light  whether floats are light, whose codes are shown
+Picture toScreen(Picture picture, bool light);
 
 /// Takes the transparency out of a picture of bytes.
 void makeOpaque(Picture& picture);

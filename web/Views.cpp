@@ -105,7 +105,8 @@ Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view
   if (!shows)
     throw Error::expected(Fault::wrongUse, "view", "the name of a view", std::string(name));
   if (*shows == view::PageView::plate) return part(plate, asked);
-  const Settings settings = view::settingsFor(*shows, given);
+  const bool light = view::showsLight(*shows, plate.depth, given);
+  const Settings settings = view::settingsFor(*shows, given, light);
   const bool chequered = *shows == view::PageView::overChecker;
   Inputs inputs = this->inputs(masks);
   if (chequered) inputs.background = true;
@@ -132,7 +133,7 @@ Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view
   if (chequered) {
     squares = Picture(region.width, region.height, plate.depth);
     view::paintChecker(squares.pixels.data(), plate.depth, region.x, region.y, region.width,
-                       region.height, divisor);
+                       region.height, divisor, light);
     frame.pictures.bg = squares.image();
   } else if (needsBackground(settings, inputs)) {
     frame.pictures.bg = pictures.at(Role::background, divisor).image(region.x, region.y);
@@ -184,7 +185,8 @@ Shown Views::show(const Request& request) {
         static_cast<std::size_t>(counted.width) * static_cast<std::size_t>(counted.height),
         static_cast<std::uint32_t>(divisor * divisor));
   }
-  shown.picture = toScreen(std::move(result));
+  shown.picture = toScreen(std::move(result), view::showsLight(*view::pageViewOf(request.view),
+                                                               result.depth, request.settings));
   if (divisor != request.divisor) shown.picture = shrunk(shown.picture, request.divisor);
   makeOpaque(shown.picture);
   return shown;

@@ -49,7 +49,8 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
                                               const Masks& masks,
                                               const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
-  const Settings settings = settingsFor(view, given);
+  const bool light = showsLight(view, info.depth, given) && !footage_.shot().colours().used;
+  const Settings settings = settingsFor(view, given, light);
   Inputs inputs = info.inputs;
   inputs.holdOut = inputs.holdOut || shot::hasMask(masks, Role::holdOut);
   inputs.garbage = inputs.garbage || shot::hasMask(masks, Role::garbage);
@@ -128,7 +129,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
   if (chequered) {
     squares = media::Picture::make(region, info.depth, media::Samples::uint8);
     paintChecker(squares.pixels.get(), info.depth, region.x, region.y, region.width, region.height,
-                 divisor);
+                 divisor, light);
     whole.pictures.bg = shot::imageOf(squares);
   }
 

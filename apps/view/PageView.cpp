@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <type_traits>
+
+#include "keyer/Look.h"
 
 namespace orvanite::view {
 namespace {
@@ -12,10 +15,45 @@ constexpr std::string_view names[] = {"plate",      "matte",       "status",
                                       "foreground", "composite",   "overBlack",
                                       "overGrey",   "overChecker", "output"};
 
-// Side of a checker's square in the plate's pixels, and its two greys in any encoding.
+// Side of a checker's square in the plate's pixels, and its two greys as codes.
 constexpr int checkerSide = 16;
 constexpr float checkerDark = 0.35f, checkerLight = 0.6f;
-constexpr double middleGrey = 0.5;
+constexpr float middleGrey = 0.5f;
+
+std::uint8_t clippedCode(float value) {
+  const float scaled = value * 255;
+  return static_cast<std::uint8_t>(scaled >= 255 ? 255 : scaled > 0 ? scaled + 0.5f : 0);
+}
+
+/// The code nearest to a light: a guess from a table of sixteenths of a code and more, then by the
+/// light at which each code begins.
+class ScreenCodes {
+ public:
+  ScreenCodes() {
+    for (std::size_t i = 1; i < 256; ++i) {
+      from_[i] = lightOfCode((static_cast<float>(i) - 0.5f) / 255);
+    }
+    from_[256] = std::numeric_limits<float>::infinity();
+    for (std::size_t i = 0; i < guess_.size(); ++i) {
+      const float code = 255 * codeOfLight(static_cast<float>(i) / last);
+      guess_[i] = static_cast<std::uint8_t>(code + 0.5f);
+    }
+  }
+
+  std::uint8_t of(float light) const {
+    if (!(light > 0)) return 0;
+    if (light >= 1) return 255;
+    std::size_t code = guess_[static_cast<std::size_t>(light * last)];
+    while (light >= from_[code + 1]) ++code;
+    while (light < from_[code]) --code;
+    return static_cast<std::uint8_t>(code);
+  }
+
+ private:
+  static constexpr float last = 4095;
+  std::array<float, 257> from_{};
+  std::array<std::uint8_t, 4096> guess_{};
+};
 
 }  // namespace
 
@@ -25,7 +63,24 @@ std::optional<PageView> pageViewOf(std::string_view name) {
   return static_cast<PageView>(found - std::begin(names));
 }
 
-Settings settingsFor(PageView view, Settings settings) {
+bool showsLight(PageView view, Depth depth, const Settings& settings) {
+  if (depth != Depth::floats || settings.choice("colourspace") != "linear") return false;
+  if (view == PageView::output) {
+    const std::string_view output = settings.choice("output");
+    return output != "matte" && output != "status";
+  }
+  return view != PageView::matte && view != PageView::status;
+}
+
+void encodeLight(const float* samples, std::size_t pixels, std::uint8_t* codes) {
+  static const ScreenCodes screen;
+  for (std::size_t i = 0; i < 4 * pixels; i += 4) {
+    for (std::size_t c = 0; c < 3; ++c) codes[i + c] = screen.of(samples[i + c]);
+    codes[i + 3] = clippedCode(samples[i + 3]);
+  }
+}
+
+Settings settingsFor(PageView view, Settings settings, bool light) {
   switch (view) {
     case PageView::matte:
       settings.setText("output", "matte");
@@ -44,7 +99,8 @@ Settings settingsFor(PageView view, Settings settings) {
       break;
     case PageView::overGrey:
       settings.setText("output", "compOnColour");
-      settings.setNumber("backgroundColour", middleGrey);
+      settings.setNumber("backgroundColour",
+                         static_cast<double>(light ? lightOfCode(middleGrey) : middleGrey));
       break;
     case PageView::overChecker:
       settings.setText("output", "composite");
@@ -58,13 +114,15 @@ Settings settingsFor(PageView view, Settings settings) {
   return settings;
 }
 
-void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height,
-                  int divisor) {
+void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height, int divisor,
+                  bool inLight) {
   const int side = std::max(1, checkerSide / divisor);
   withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
     const auto maximum = static_cast<float>(maxOf(depth));
-    const auto dark = static_cast<Sample>(checkerDark * maximum);
-    const auto light = static_cast<Sample>(checkerLight * maximum);
+    const auto greyOf = [&](float code) {
+      return static_cast<Sample>((inLight ? lightOfCode(code) : code) * maximum);
+    };
+    const Sample dark = greyOf(checkerDark), light = greyOf(checkerLight);
     auto* pixel = reinterpret_cast<Sample*>(pixels);
     for (int row = y; row < y + height; ++row) {
       for (int column = x; column < x + width; ++column, pixel += 4) {

@@ -31,8 +31,16 @@ enum class PageView {
 /// The view of that name ("overBlack"), if there is one.
 std::optional<PageView> pageViewOf(std::string_view name);
 
+/// Whether a view's colours are light, by the colourspace in force: a screen shows their codes.
+bool showsLight(PageView view, Depth depth, const Settings& settings);
+
+/// Rows of interleaved RGBA light as a screen shows it: 8-bit codes of sRGB, each the nearest one,
+/// alpha as it is, both clipped to 0..1.
+void encodeLight(const float* samples, std::size_t pixels, std::uint8_t* codes);
+
 /// The settings with which the engine shows a view. The plate needs no engine.
-Settings settingsFor(PageView view, Settings settings);
+/// light  whether its colours are light
+Settings settingsFor(PageView view, Settings settings, bool light);
 
 /// Fills interleaved RGBA samples with squares of two greys; alpha 0, so that a composite's stays
 /// the matte.
@@ -40,7 +48,9 @@ Settings settingsFor(PageView view, Settings settings);
 /// x, y           of the first pixel, so that squares keep their places
 /// width, height  pixels
 /// divisor        one pixel stands for divisor x divisor of the plate
-void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height, int divisor);
+/// light          paint the greys' light, not their codes
+void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height, int divisor,
+                  bool light);
 
 /// How many pixels have which matte.
 struct MatteMeasure {

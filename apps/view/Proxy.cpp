@@ -12,6 +12,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "apps/view/PageView.h"
+
 namespace orvanite::view {
 namespace {
 
@@ -81,7 +83,7 @@ media::Picture shrink(const media::Picture& picture, int divisor) {
 }
 
 ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width, int height,
-                       Depth depth) {
+                       Depth depth, bool light) {
   ScreenPicture screen{width, height, {}};
   const std::size_t samples = 4 * at(width);
   screen.rgba.resize(samples * at(height));
@@ -100,6 +102,10 @@ ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width,
           break;
         }
         case Depth::floats:
+          if (light) {
+            encodeLight(reinterpret_cast<const float*>(from), at(width), to);
+            break;
+          }
           OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, from, OIIO::TypeDesc::UINT8, to,
                                      static_cast<int>(samples));
       }

@@ -26,8 +26,9 @@ struct ScreenPicture {
 /// OpenImageIO's conversion.
 ///
 /// pixels  `height` rows of `width` pixels, `rowBytes` from one row to the next
+/// light   whether floats are light, whose codes are shown (encodeLight)
 ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width, int height,
-                       Depth depth);
+                       Depth depth, bool light = false);
 
 /// The mean of divisor x divisor pixels for each pixel, as in shrink.
 ScreenPicture shrink(const ScreenPicture& picture, int divisor);

@@ -87,6 +87,8 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
   const media::Window region = scaled(rendered.window, keyed);
   const media::Window everything = scaled({0, 0, info.width, info.height}, keyed);
 
+  const bool light =
+      showsLight(request.view, info.depth, request.settings) && !footage_.shot().colours().used;
   std::optional<media::Picture> result;
   if (request.view == PageView::plate) {
     const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, keyed);
@@ -94,14 +96,14 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
     media::Picture shown =
         media::part(*plate, {data.x + region.x, data.y + region.y, region.width, region.height});
     footage_.shot().colours().out.apply(shown);
-    rendered.picture =
-        toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height, shown.depth);
+    rendered.picture = toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height,
+                                shown.depth, light);
   } else {
     result = keyer(request.slot)
                  .key(request.settings, request.view, frame, keyed, region, request.masks, wanted);
     if (!result) return std::nullopt;
     rendered.picture = toScreen(result->pixels.get(), result->rowBytes(), region.width,
-                                region.height, result->depth);
+                                region.height, result->depth, light);
   }
   if (keyed != divisor) rendered.picture = shrink(rendered.picture, divisor);
 
@@ -110,7 +112,7 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
     const bool alphaIsMatte =
         result && region == everything &&
         (request.view == PageView::overChecker || !info.inputs.background ||
-         settingsFor(request.view, request.settings).view(info.inputs) != View::composite);
+         settingsFor(request.view, request.settings, light).view(info.inputs) != View::composite);
     if (!alphaIsMatte) {
       result = keyer(request.slot)
                    .key(request.settings, PageView::matte, frame, keyed, everything, request.masks,

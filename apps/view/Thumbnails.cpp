@@ -60,8 +60,9 @@ ScreenPicture Thumbnails::read(int frame) {
   const media::Picture full = shot_->begin(shot::Role::plate, frame, [whole] { return whole; })();
   media::Picture small = shrink(full, divisorFor(whole.width, whole.height));
   shot_->colours().out.apply(small);
+  const bool light = !shot_->colours().used && shot_->encoding().colourspace == "linear";
   return toScreen(small.pixels.get(), small.rowBytes(), small.data.width, small.data.height,
-                  small.depth);
+                  small.depth, light);
 }
 
 std::size_t Thumbnails::keptBytes() const {

@@ -109,9 +109,9 @@ TEST(BrokenPictures, ABmpOf24BitsHasNoRuns) {
   ffmpeg(folder, "-f lavfi -i testsrc2=s=24x16 -frames:v 1 -pix_fmt bgr24 @s.bmp");
   ffmpeg(folder, "-f lavfi -i testsrc2=s=24x16 -frames:v 1 -pix_fmt gray @grey.bmp");
   EXPECT_EQ(readThrough(folder / "grey.bmp").error, "");
-  for (const char compression : {1, 2, 4, 127}) {
+  for (const int compression : {1, 2, 4, 127}) {
     std::string bytes = bytesOf(folder / "s.bmp");
-    bytes[30] = compression;
+    bytes[30] = static_cast<char>(compression);
     writeBytes(folder / "s.bmp", bytes);
     const std::string error = readThrough(folder / "s.bmp").error;
     EXPECT_NE(error.find("a compression that its pixels cannot have"), std::string::npos) << error;

@@ -135,10 +135,14 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
         assert.deepEqual([found.half, found.hasAlpha], [expected.half, expected.hasAlpha], command);
         same(found.pixels, expected.pixels, command);
         assert.ok(new Set(found.pixels).size > 100, 'a picture');
-        // On screen values are clipped to 0..1, of which each code is the nearest: round(255 v).
+        // On screen light is clipped to 0..1 and shown as the nearest code of sRGB (IEC 61966-2-1), a matte as round(255 v).
+        const codeOf = (value) => {
+          const v = Math.min(1, Math.max(0, value));
+          return 255 * (settings.output === 'matte' ? v : v <= 0.0031308 ? 12.92 * v : 1.055 * v ** (1 / 2.4) - 0.055);
+        };
         const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, 322, 187], measured: true});
         const raw = await engines[0]('key', settings, 'output', [0, 0, 322, 187]);
-        const wrong = shown.pixels.findIndex((code, i) => i % 4 !== 3 && Math.abs(code - 255 * Math.min(1, Math.max(0, raw.pixels[i]))) > 0.5001);
+        const wrong = shown.pixels.findIndex((code, i) => i % 4 !== 3 && Math.abs(code - codeOf(raw.pixels[i])) > 0.502);
         assert.equal(wrong, -1, `${shown.pixels[wrong]} for ${raw.pixels[wrong]}`);
         const {plate} = await answers.to('probe', {settings, view: 'output', x: 5, y: 7});
         assert.deepEqual(plate, [...pictures.plate.picture.pixels.subarray(4 * (7 * 322 + 5), 4 * (7 * 322 + 5) + 4)]);

@@ -39,10 +39,17 @@ const viewHelp = {
   veil: 'The plate, under a red veil where it is keyed out',
 };
 
+/** Whether the plate holds light as the settings say: a screen shows it as codes of sRGB. */
+const holdsLight = ({samples}, {colourspace}) => colourspace === 'linear' && /half|float/.test(samples);
+
+/** The light of a colour's codes, as parameters are written. */
+const lightOf = (codes) => codes.split(',').map(Number)
+  .map((code) => (code <= 0.04045 ? code / 12.92 : ((code + 0.055) / 1.055) ** 2.4).toFixed(6)).join(',');
+
 function words(description) {
   const {width, height, samples, settings, colourspace, reason} = description;
   const encoding = settings.colourspace === colourspace ? `${colourspace} (${reason})` : settings.colourspace;
-  return `${width} \u00d7 ${height}, ${samples}, ${encoding}`;
+  return `${width} \u00d7 ${height}, ${samples}, ${encoding}${holdsLight(description, settings) ? ', on screen as sRGB' : ''}`;
 }
 
 // Two changes a second: quick enough to see what moves, and no flash that could harm.
@@ -115,7 +122,7 @@ async function start() {
     const {frame} = state;
     // Flat is the output over a colour, whatever the settings say of it.
     const asked = (settings, name) => name === 'flat'
-      ? {settings: {...settings, output: 'compOnColour', backgroundColour: state.flat}, view: 'output', frame} : {settings: {...settings}, view: name, frame};
+      ? {settings: {...settings, output: 'compOnColour', backgroundColour: holdsLight(description, settings) ? lightOf(state.flat) : state.flat}, view: 'output', frame} : {settings: {...settings}, view: name, frame};
     renders.want(0, asked(state.settings, view), moving);
     if (!state.wipe) { renders.want(1, null); return; }
     const plate = state.against === 'plate';

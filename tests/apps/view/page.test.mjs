@@ -249,7 +249,8 @@ test('at 100 % the page shows what orvanite key writes, whatever the depth and t
     for (const [view, output] of Object.entries(pairs)) {
       await page.click(`[data-view=${view}]`);
       await settled(page);
-      compareColours(await shownPixels(page), await keyed(page, output), `${depth} ${view}`);
+      // OpenImageIO encodes light by a formula in floats: what lies between two codes may fall to either.
+      compareColours(await shownPixels(page), await keyed(page, output), `${depth} ${view}`, depth === 'half' && view !== 'matte' ? 1 : 0);
     }
     if (!window) await compareScript(page);
     assert.deepEqual(page.problems, []);
