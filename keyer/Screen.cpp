@@ -120,8 +120,8 @@ std::vector<Pixel> sampleGrid(const Plate& plate, int most) {
   return samples;
 }
 
-// Of other people's photographs and frames all 39 with a screen are sure, and six of 19 without
-// one: lawn, sea and sky.
+// Of 39 photographs and frames with a screen all are sure, of 19 without one six: a lawn, the sea,
+// a gradient.
 bool Screen::sure() const {
   const float fromGrey = distance({1.0f / 3, 1.0f / 3}, {hue[0], hue[1]});
   const bool vivid = fromGrey > 0.25f;

@@ -101,17 +101,8 @@ Picture toScreen(Picture picture, bool light) {
   if (picture.depth == Depth::bytes) return picture;
   Picture result(picture.width, picture.height, Depth::bytes);
   if (picture.depth == Depth::floats) {
-    const auto* value = reinterpret_cast<const float*>(picture.pixels.data());
-    if (light) {
-      view::encodeLight(value, result.pixels.size() / 4,
-                        reinterpret_cast<std::uint8_t*>(result.pixels.data()));
-      return result;
-    }
-    // What is no number is 0.
-    for (std::byte& code : result.pixels) {
-      const float scaled = *value++ * 255;
-      code = static_cast<std::byte>(scaled >= 255 ? 255 : scaled > 0 ? scaled + 0.5f : 0);
-    }
+    view::toCodes(reinterpret_cast<const float*>(picture.pixels.data()), result.pixels.size() / 4,
+                  reinterpret_cast<std::uint8_t*>(result.pixels.data()), light);
     return result;
   }
   const auto* from = reinterpret_cast<const std::uint16_t*>(picture.pixels.data());

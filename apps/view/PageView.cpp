@@ -25,8 +25,7 @@ std::uint8_t clippedCode(float value) {
   return static_cast<std::uint8_t>(scaled >= 255 ? 255 : scaled > 0 ? scaled + 0.5f : 0);
 }
 
-/// The code nearest to a light: a guess from a table of sixteenths of a code and more, then by the
-/// light at which each code begins.
+/// The code nearest to a light: a table's guess, then by the light at which each code begins.
 class ScreenCodes {
  public:
   ScreenCodes() {
@@ -72,7 +71,11 @@ bool showsLight(PageView view, Depth depth, const Settings& settings) {
   return view != PageView::matte && view != PageView::status;
 }
 
-void encodeLight(const float* samples, std::size_t pixels, std::uint8_t* codes) {
+void toCodes(const float* samples, std::size_t pixels, std::uint8_t* codes, bool light) {
+  if (!light) {
+    std::transform(samples, samples + 4 * pixels, codes, clippedCode);
+    return;
+  }
   static const ScreenCodes screen;
   for (std::size_t i = 0; i < 4 * pixels; i += 4) {
     for (std::size_t c = 0; c < 3; ++c) codes[i + c] = screen.of(samples[i + c]);

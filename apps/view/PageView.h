@@ -34,9 +34,10 @@ std::optional<PageView> pageViewOf(std::string_view name);
 /// Whether a view's colours are light, by the colourspace in force: a screen shows their codes.
 bool showsLight(PageView view, Depth depth, const Settings& settings);
 
-/// Rows of interleaved RGBA light as a screen shows it: 8-bit codes of sRGB, each the nearest one,
-/// alpha as it is, both clipped to 0..1.
-void encodeLight(const float* samples, std::size_t pixels, std::uint8_t* codes);
+/// Rows of interleaved RGBA floats as a screen shows them: clipped to 0..1, to the nearest code of
+/// 8 bits. What is no number is 0. light  whether colours are light, whose codes of sRGB are shown;
+/// alpha never is
+void toCodes(const float* samples, std::size_t pixels, std::uint8_t* codes, bool light);
 
 /// The settings with which the engine shows a view. The plate needs no engine.
 /// light  whether its colours are light

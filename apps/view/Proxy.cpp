@@ -103,7 +103,7 @@ ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width,
         }
         case Depth::floats:
           if (light) {
-            encodeLight(reinterpret_cast<const float*>(from), at(width), to);
+            toCodes(reinterpret_cast<const float*>(from), at(width), to, light);
             break;
           }
           OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, from, OIIO::TypeDesc::UINT8, to,

@@ -26,7 +26,7 @@ struct ScreenPicture {
 /// OpenImageIO's conversion.
 ///
 /// pixels  `height` rows of `width` pixels, `rowBytes` from one row to the next
-/// light   whether floats are light, whose codes are shown (encodeLight)
+/// light   whether floats are light, whose codes are shown (toCodes)
 ScreenPicture toScreen(const std::byte* pixels, std::size_t rowBytes, int width, int height,
                        Depth depth, bool light = false);
 
