@@ -65,7 +65,10 @@ function(orvanite_test name)
   if(ARG_ENVIRONMENT)
     list(APPEND properties ENVIRONMENT "${ARG_ENVIRONMENT}")
   endif()
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
+  # Listing the cases takes milliseconds; the default of five seconds has failed on a machine that was
+  # still writing what it had just built.
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
+    PROPERTIES ${properties})
 endfunction()
 
 # `cmake --build --preset dev --target format` puts every source into the house's shape.
