@@ -151,7 +151,7 @@ bool packKeyed(Depth depth, const std::int16_t* const (&work)[3],
 
 /// Whether the kernels' formula gives the screen table. It always does for a finite scale.
 bool screenFollows(const QMXOrvaniteTable& e, float scale) {
-  if (!(scale > 0 && scale < 1e30f)) return false;
+  if (!(scale > 0 && scale < 5e5f)) return false;  // 4095 of it fit the kernels' 32 bits
   for (int i = 0; i < one; ++i) {
     const float amount = std::min(static_cast<float>(i) * scale + 0.5f, 16384.0f);
     if (static_cast<int>(amount) != e.screenTable[i]) return false;
@@ -168,7 +168,7 @@ bool clipFollows(const QMXOrvaniteTable& e, IntegerPlan& plan) {
       static_cast<int>(std::upper_bound(e.clipTable, end, std::int16_t{0}) - e.clipTable) - 1;
   const float range = 1 - 2 * (static_cast<float>(low) / 4096.0f);
   plan.clipLow = static_cast<float>(low);
-  plan.clipRange = range > 0 ? range : 1e-6f;  // a step from 0 to 4096
+  plan.clipRange = range > 0 ? range : 1 / 4096.0f;  // a step from 0 to 4096
   plan.clipSlope = 1 / plan.clipRange;
   plan.clipIsIdentity = low == 0 && e.clipTable[1] == 1;
   const auto entry = [](float line) {

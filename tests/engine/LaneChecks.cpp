@@ -176,7 +176,7 @@ void lineDifferences(LaneDifference& d) {
     compare(
         d, 0, max, static_cast<int>(factor),
         [&](U16 v) {
-          const EvenOdd s = scaled(lightOf(v, max), floats(factor));
+          const EvenOdd s = scaled(lightOf<max>(v), floats(factor));
           return join(s.even, s.odd);
         },
         [&](int v) { return static_cast<int>(factor * light(v, max) + 0.5f); });

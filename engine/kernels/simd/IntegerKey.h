@@ -80,7 +80,8 @@ class IntegerKernel {
     U16 screen[3], replace[3];
     U16 refScreen[3], refScreenKey;
     U16 clear;  // a matte that is no greater is clipped to 0; in view 4 only 0 is
-    Floats screenScale, clipLow, clipRange, clipSlope;
+    U16 clipLow;
+    Floats screenScale, clipRange, clipSlope;
   };
 
   struct Screen {
@@ -97,7 +98,7 @@ class IntegerKernel {
     k.refScreenKey = shorts(choices_.ref ? e_.refScreenKey : 1);
     k.clear = shorts(view_ == View::unpremultiplied ? 0 : static_cast<int>(p_.clipLow));
     k.screenScale = floats(p_.screenScale);
-    k.clipLow = floats(p_.clipLow);
+    k.clipLow = shorts(static_cast<int>(p_.clipLow));
     k.clipRange = floats(p_.clipRange);
     k.clipSlope = floats(p_.clipSlope);
     return k;
@@ -254,7 +255,11 @@ class IntegerKernel {
 
   /// The destination's alpha: the matte, joined by the background's.
   HWY_INLINE void noteAlpha(const Block<T>& block, std::size_t i, U16 shown) {
-    const U16 matte = mergesAlpha_ ? mergeAlpha<T>(shown, loadSamples(block.bg, i).a) : shown;
+    if (!mergesAlpha_) return hn::Store(matteCode<T>(shown), u16Tag, alpha_ + i);
+    if (areOpaque(block.bg, i)) {  // as backgrounds are
+      return hn::Store(shorts(static_cast<T>(~T{0})), u16Tag, alpha_ + i);
+    }
+    const U16 matte = mergeAlpha<T>(shown, loadSamples(block.bg, i).a);
     hn::Store(matteCode<T>(matte), u16Tag, alpha_ + i);
   }
 

@@ -50,6 +50,21 @@ HWY_INLINE void storeSamples(const Samples& s, bool alphaFirst, std::uint16_t* t
   }
 }
 
+/// Whether the alpha of a vector's pixels is full throughout.
+template <class T>
+HWY_INLINE bool areOpaque(const Pixels<T>& from, std::size_t i) {
+  using Pixel = std::conditional_t<sizeof(T) == 1, std::uint32_t, std::uint64_t>;
+  constexpr hn::ScalableTag<Pixel> tag;
+  constexpr Pixel full = static_cast<T>(~T{0});
+  const auto colours = hn::Set(tag, ~(from.alphaFirst ? full : full << 24 * sizeof(T)));
+  const Pixel* const pixels = reinterpret_cast<const Pixel*>(from.at + 4 * i);
+  auto all = hn::LoadU(tag, pixels);
+  for (std::size_t k = hn::Lanes(tag); k < shortLanes(); k += hn::Lanes(tag)) {
+    all = hn::And(all, hn::LoadU(tag, pixels + k));
+  }
+  return hn::AllTrue(tag, hn::Eq(hn::Or(all, colours), hn::Set(tag, ~Pixel{0})));
+}
+
 /// One vector of pixels: working values, and the sum of the key contributions (signed).
 struct Keyed {
   U16 colour[3];
@@ -64,9 +79,8 @@ HWY_INLINE Keyed keyedLine(const Samples& s, const Floats (&factor)[3]) {
   EvenOdd sum = {hn::Zero(wordTag), hn::Zero(wordTag)};
   const U16 codes[3] = {s.r, s.g, s.b};
   for (std::size_t c = 0; c < 3; ++c) {
-    const Light light = lightOf(codes[c], max);
-    k.colour[c] = workOf(light);
-    const EvenOdd share = scaled(light, factor[c]);
+    k.colour[c] = workOfCode<T>(codes[c]);
+    const EvenOdd share = scaled(lightOf<max>(codes[c]), factor[c]);
     sum = {hn::Add(sum.even, share.even), hn::Add(sum.odd, share.odd)};
   }
   k.key = join(sum.even, sum.odd);
