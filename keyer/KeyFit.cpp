@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "engine/colour/Encoding.h"
 #include "keyer/Masks.h"
@@ -99,63 +100,76 @@ struct EdgePixel {
   float share;   // of the purer one, along the line
 };
 
+/// The pixel of an edge at i; none where it says nothing.
+/// smooth  what is looked at, `reach` how many pixels away a neighbour may lie
+std::optional<EdgePixel> edgePixel(const Colours& smooth, const ScreenPlate& plate,
+                                   const Plane& share, int reach, std::size_t i) {
+  constexpr float apart = 0.25f;  // of the two shares of screen, at the least
+  const int x = static_cast<int>(i % static_cast<std::size_t>(share.width));
+  const int y = static_cast<int>(i / static_cast<std::size_t>(share.width));
+  std::size_t purer = i;
+  for (int ny = std::max(0, y - reach); ny <= std::min(share.height - 1, y + reach); ++ny) {
+    for (int nx = std::max(0, x - reach); nx <= std::min(share.width - 1, x + reach); ++nx) {
+      const std::size_t n = share.index(nx, ny);
+      if (share[n] < share[purer] && share[n] > -0.5f) purer = n;
+    }
+  }
+  if (share[i] - share[purer] < apart) return std::nullopt;
+  const Rgb e = colourOf(plate.clean, i);
+  const Rgb f = colourOf(smooth, purer);
+  const Rgb p = colourOf(smooth, i);
+  Rgb line{}, le{}, lf{};
+  float length = 0;
+  for (std::size_t c = 0; c < 3; ++c) {
+    line[c] = f[c] - e[c];
+    length += line[c] * line[c];
+    le[c] = lightOfCode(e[c]);
+    lf[c] = lightOfCode(f[c]);
+  }
+  if (length < 0.02f) return std::nullopt;
+  const auto along = [&](const Rgb& v) {
+    return (v[0] * line[0] + v[1] * line[1] + v[2] * line[2]) / length;
+  };
+  const float start = along(e), a = along(p) - start;
+  if (a < 0.1f || a > 0.9f) return std::nullopt;
+  const auto mixedInLight = [&](float t) {
+    Rgb v{};
+    for (std::size_t c = 0; c < 3; ++c) v[c] = codeOfLight((1 - t) * le[c] + t * lf[c]);
+    return v;
+  };
+  float low = 0, high = 1;
+  Rgb v{};
+  for (int round = 0; round < 7; ++round) {
+    const float middle = 0.5f * (low + high);
+    v = mixedInLight(middle);
+    (along(v) - start < a ? low : high) = middle;
+  }
+  const float reached = along(v) - start;
+  EdgePixel s{.share = a};
+  for (std::size_t c = 0; c < 3; ++c) {
+    s.off[c] = p[c] - e[c] - a * line[c];
+    s.bent[c] = v[c] - e[c] - reached * line[c];
+    s.bright[c] = e[c] - start * line[c];
+  }
+  return s;
+}
+
 std::vector<EdgePixel> edgePixels(const Look& look, const ScreenPlate& plate,
                                   const KeyRegions& regions) {
   const bool coarse = chromaIsCoarse(look, plate.sure);
-  const int reach = coarse ? 4 : 2;  // pixels to the neighbour
-  constexpr float apart = 0.25f;     // of the two shares of screen, at the least
   const Colours smooth = blurred(look.codes, coarse ? 1.2f : 0.5f, look.rows);
-  const Plane& share = regions.calmShare;
+  const std::vector<std::size_t> soft =
+      sampled(regions.share.size(), 4000, [&](std::size_t at) { return isSoft(regions, at); });
+  std::vector<std::optional<EdgePixel>> found(soft.size());
+  look.rows(static_cast<int>(soft.size()), 200, [&](int first, int count) {
+    for (int turn = first; turn < first + count; ++turn) {
+      const auto i = static_cast<std::size_t>(turn);
+      found[i] = edgePixel(smooth, plate, regions.calmShare, coarse ? 4 : 2, soft[i]);
+    }
+  });
   std::vector<EdgePixel> pixels;
-  for (const std::size_t i :
-       sampled(share.size(), 4000, [&](std::size_t at) { return isSoft(regions, at); })) {
-    const int x = static_cast<int>(i % static_cast<std::size_t>(share.width));
-    const int y = static_cast<int>(i / static_cast<std::size_t>(share.width));
-    std::size_t purer = i;
-    for (int ny = std::max(0, y - reach); ny <= std::min(share.height - 1, y + reach); ++ny) {
-      for (int nx = std::max(0, x - reach); nx <= std::min(share.width - 1, x + reach); ++nx) {
-        const std::size_t n = share.index(nx, ny);
-        if (share[n] < share[purer] && share[n] > -0.5f) purer = n;
-      }
-    }
-    if (share[i] - share[purer] < apart) continue;
-    const Rgb e = colourOf(plate.clean, i);
-    const Rgb f = colourOf(smooth, purer);
-    const Rgb p = colourOf(smooth, i);
-    Rgb line{}, le{}, lf{};
-    float length = 0;
-    for (std::size_t c = 0; c < 3; ++c) {
-      line[c] = f[c] - e[c];
-      length += line[c] * line[c];
-      le[c] = lightOfCode(e[c]);
-      lf[c] = lightOfCode(f[c]);
-    }
-    if (length < 0.02f) continue;
-    const auto along = [&](const Rgb& v) {
-      return (v[0] * line[0] + v[1] * line[1] + v[2] * line[2]) / length;
-    };
-    const float start = along(e), a = along(p) - start;
-    if (a < 0.1f || a > 0.9f) continue;
-    const auto mixedInLight = [&](float t) {
-      Rgb v{};
-      for (std::size_t c = 0; c < 3; ++c) v[c] = codeOfLight((1 - t) * le[c] + t * lf[c]);
-      return v;
-    };
-    float low = 0, high = 1;
-    Rgb v{};
-    for (int round = 0; round < 7; ++round) {
-      const float middle = 0.5f * (low + high);
-      v = mixedInLight(middle);
-      (along(v) - start < a ? low : high) = middle;
-    }
-    const float reached = along(v) - start;
-    EdgePixel s{.share = a};
-    for (std::size_t c = 0; c < 3; ++c) {
-      s.off[c] = p[c] - e[c] - a * line[c];
-      s.bent[c] = v[c] - e[c] - reached * line[c];
-      s.bright[c] = e[c] - start * line[c];
-    }
-    pixels.push_back(s);
+  for (const std::optional<EdgePixel>& pixel : found) {
+    if (pixel) pixels.push_back(*pixel);
   }
   return pixels;
 }

@@ -12,7 +12,7 @@ namespace orvanite {
 Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const int w = plate.sure.width;
   const int h = plate.sure.height;
-  Plane off(w, h), light(w, h);
+  Plane off = Plane::unset(w, h), light = Plane::unset(w, h);
   eachPixel(off, look.rows, [&](std::size_t i) {
     off[i] = 1 - regions.share[i];
     float most = 0;
@@ -23,7 +23,7 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   });
   off = blurred(off, 1.5f * regions.radius, look.rows);
   light = blurred(light, 1.5f * regions.radius, look.rows);
-  Mask bright(w, h), thing(w, h);
+  Mask bright = Mask::unset(w, h), thing = Mask::unset(w, h);
   eachPixel(bright, look.rows,
             [&](std::size_t i) { bright[i] = light[i] > 0.03f + 1.5f * look.grain; });
   bright = opened(bright, look.rows);
@@ -62,13 +62,13 @@ float ramp(float v, float from, float to) {
 /// vary, smoke, flames and glass hardly do.
 Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   constexpr float fine = 3, around = 6;  // pixels
-  Plane light(regions.share.width, regions.share.height);
+  Plane light = Plane::unset(regions.share.width, regions.share.height);
   eachPixel(light, look.rows, [&](std::size_t i) {
     light[i] = look.codes[0][i] + look.codes[1][i] + look.codes[2][i];
   });
   light = blurred(light, regions.radius, look.rows);
   const Plane mean = blurred(light, fine, look.rows);
-  Plane texture(light.width, light.height);
+  Plane texture = Plane::unset(light.width, light.height);
   eachPixel(light, look.rows,
             [&](std::size_t i) { texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]); });
   texture = blurred(texture, around, look.rows);
@@ -82,8 +82,8 @@ Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
 /// The share of what is no screen around each pixel that holds next to no screen.
 Plane pureAround(const Look& look, const KeyRegions& regions) {
   const auto size = static_cast<float>(std::max(regions.share.width, regions.share.height));
-  Plane pure(regions.share.width, regions.share.height);
-  Plane other(regions.share.width, regions.share.height);
+  Plane pure = Plane::unset(regions.share.width, regions.share.height);
+  Plane other = Plane::unset(regions.share.width, regions.share.height);
   eachPixel(pure, look.rows, [&](std::size_t i) {
     other[i] = regions.screen[i] == 0 && regions.inside[i] != 0;
     pure[i] = other[i] > 0 && regions.calmShare[i] < 0.2f;
@@ -103,7 +103,7 @@ Plane pureAround(const Look& look, const KeyRegions& regions) {
 Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
   const Mask large = largeOf(regions.screen);
-  Mask open(share.width, share.height), beside(share.width, share.height);
+  Mask open = Mask::unset(share.width, share.height), beside = open;
   eachPixel(open, look.rows, [&](std::size_t i) {
     open[i] = share[i] > 0.7f || regions.inside[i] == 0;
     beside[i] = large[i] != 0 || regions.inside[i] == 0;

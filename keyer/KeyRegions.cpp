@@ -19,7 +19,7 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   const auto m = static_cast<std::size_t>(hue.middle);
   const auto q = static_cast<std::size_t>(hue.weakest);
   KeyRegions out;
-  out.share = Plane(w, h);
+  out.share = Plane::unset(w, h);
   Values<float> keys;
   const auto key = [&](const Colours& c, std::size_t i) {
     return c[p][i] - 0.5f * (c[m][i] + c[q][i]);
@@ -73,34 +73,30 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
   out.inside = hullOf(plate.sure, 5);
   constexpr float apart = 4;  // pixels, of subject and screen
   const Plane screenDistance = distanceWithin(out.screen, apart, look.rows);
-  out.subject = Mask(w, h);
-  Mask other(w, h, 1);
-  Values<float> shares;
+  out.subject = Mask::unset(w, h);
+  Mask other = Mask::unset(w, h);
   const auto findSubject = [&] {
-    for (std::size_t i = 0; i < other.size(); ++i) {
-      if (out.calmShare[i] < 0.35f && screenDistance[i] > apart && out.inside[i] != 0) {
-        out.subject[i] = 1;
-        other[i] = 0;
-        shares.push_back(out.calmShare[i]);
-      }
-    }
+    eachPixel(other, look.rows, [&](std::size_t i) {
+      out.subject[i] = out.calmShare[i] < 0.35f && screenDistance[i] > apart && out.inside[i] != 0;
+      other[i] = out.subject[i] == 0;
+    });
+    return countOf(out.subject) > 0;
   };
-  findSubject();
-  if (shares.empty()) {
+  if (!findSubject()) {
     // Nobody stands before the screen: a subject that fills one side of the frame stands beside it.
     out.inside = Mask(w, h, 1);
     findSubject();
   }
-  const float purest = std::max(0.06f, quantile(shares, 0.5));
+  const float purest = std::max(0.06f, quantile(out.calmShare, out.subject, 0.5, look.rows));
   constexpr float deep = 3;  // pixels
   const Plane depth = distanceWithin(other, deep, look.rows);
-  out.core = Mask(w, h);
-  out.pure = Mask(w, h);
-  for (std::size_t i = 0; i < other.size(); ++i) {
+  out.core = Mask::unset(w, h);
+  out.pure = Mask::unset(w, h);
+  eachPixel(other, look.rows, [&](std::size_t i) {
     out.core[i] = depth[i] > deep && out.subject[i] != 0;
     out.pure[i] = out.subject[i] != 0 && out.calmShare[i] <= purest;
-    out.pureCount += out.pure[i];
-  }
+  });
+  out.pureCount = countOf(out.pure);
   distanceTo(out.pure, &out.nearestPure, look.rows);
   return out;
 }

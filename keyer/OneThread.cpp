@@ -5,8 +5,10 @@
 
 namespace orvanite {
 
-void forRows(int height, int, int, const std::function<void(int, int)>& work) {
-  if (height > 0) work(0, height);
+RowLoop rowsOn(int) {
+  return [](int height, int, const auto& work) {
+    if (height > 0) work(0, height);
+  };
 }
 
 int availableThreads() { return 1; }

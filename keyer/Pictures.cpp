@@ -314,7 +314,7 @@ void PictureKeyer::render(const Settings& settings, const PictureFrame& frame, i
     }
   };
   // By reference: a frame that lies right takes no memory.
-  forRows(frame.plate.height, bandRows, threads, std::cref(bands));
+  rowsOn(threads)(frame.plate.height, bandRows, std::cref(bands));
 }
 
 SearchedPlate::SearchedPlate(const Picture& picture) {

@@ -4,8 +4,11 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <mutex>
+#include <numeric>
 #include <utility>
 
+#include "base/Mutex.h"
 #include "keyer/simd/RowTable.h"
 
 namespace orvanite {
@@ -149,39 +152,91 @@ Plane contrast(const Plane& plane, const RowLoop& rows) {
 
 namespace {
 
-/// A number that is the greater the greater a float is.
-std::uint32_t orderOf(float v) {
+// Of many values only those are put in order that start as the wanted one does: their order as
+// whole numbers is looked at so many bits at a time.
+constexpr std::size_t few = 2000;
+constexpr int startBits = 11;
+constexpr int firstShift = 32 - startBits;
+
+using Counts = std::array<std::size_t, 1 << startBits>;
+
+/// The start of a number that is the greater the greater a float is.
+std::uint32_t startOf(float v, int shift) {
   const auto bits = std::bit_cast<std::uint32_t>(v);
-  return bits >> 31 != 0 ? ~bits : bits | 0x80000000U;
+  const std::uint32_t order = bits >> 31 != 0 ? ~bits : bits | 0x80000000U;
+  return order >> shift & ((1U << startBits) - 1);
+}
+
+/// Where among so many values, in order, that one lies which a share of them lies below.
+std::size_t rankOf(double share, std::size_t count) {
+  return static_cast<std::size_t>(
+      std::min(static_cast<double>(count - 1), share * static_cast<double>(count)));
+}
+
+/// The start of the value at a rank, which becomes its rank among those that start alike.
+std::uint32_t startAt(const Counts& counts, std::size_t& rank) {
+  std::uint32_t start = 0;
+  for (; rank >= counts[start]; ++start) rank -= counts[start];
+  return start;
+}
+
+/// The value at a rank; `shift` says what of them is looked at next.
+float valueAt(std::span<float> values, std::size_t rank, int shift) {
+  Values<float> some;
+  for (; values.size() > few && shift > 0; shift -= startBits) {
+    Counts counts{};
+    for (const float v : values) ++counts[startOf(v, shift)];
+    const std::uint32_t start = startAt(counts, rank);
+    Values<float> like;
+    like.reserve(counts[start]);
+    for (const float v : values) {
+      if (startOf(v, shift) == start) like.push_back(v);
+    }
+    some = std::move(like);
+    values = some;
+  }
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(rank);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
 }
 
 }  // namespace
 
 float quantile(std::span<float> values, double share) {
   if (values.empty()) return 0;
-  auto at = static_cast<std::size_t>(
-      std::min(static_cast<double>(values.size() - 1), share * static_cast<double>(values.size())));
-  // Of many only those are put in order that start as the wanted one does.
-  constexpr std::size_t few = 2000;
-  Values<float> some;
-  constexpr int bits = 11;
-  for (int shift = 32 - bits; values.size() > few && shift > 0; shift -= bits) {
-    std::array<std::uint32_t, 1 << bits> counts{};
-    const auto startOf = [shift](float v) { return orderOf(v) >> shift & ((1U << bits) - 1); };
-    for (const float v : values) ++counts[startOf(v)];
-    std::size_t start = 0;
-    for (; at >= counts[start]; ++start) at -= counts[start];
-    Values<float> like;
-    like.reserve(counts[start]);
-    for (const float v : values) {
-      if (startOf(v) == start) like.push_back(v);
+  return valueAt(values, rankOf(share, values.size()), firstShift);
+}
+
+float quantile(const Plane& plane, const Mask& mask, double share, const RowLoop& rows) {
+  Mutex mutex;
+  Counts counts{};
+  const auto eachMasked = [&](int first, int count, const auto& body) {
+    const std::size_t end = plane.index(0, first + count);
+    for (std::size_t i = plane.index(0, first); i < end; ++i) {
+      if (mask[i] != 0) body(plane[i]);
     }
-    some = std::move(like);
-    values = some;
-  }
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(at);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+  };
+  rows(plane.height, leastRows, [&](int first, int count) {
+    std::array<std::uint32_t, 1 << startBits> own{};
+    eachMasked(first, count, [&](float v) { ++own[startOf(v, firstShift)]; });
+    const std::lock_guard lock(mutex);
+    for (std::size_t i = 0; i < own.size(); ++i) counts[i] += own[i];
+  });
+  const std::size_t all = std::accumulate(counts.begin(), counts.end(), std::size_t{0});
+  if (all == 0) return 0;
+  std::size_t rank = rankOf(share, all);
+  const std::uint32_t start = startAt(counts, rank);
+  Values<float> like;
+  like.reserve(counts[start]);
+  rows(plane.height, leastRows, [&](int first, int count) {
+    std::vector<float> own;
+    eachMasked(first, count, [&](float v) {
+      if (startOf(v, firstShift) == start) own.push_back(v);
+    });
+    const std::lock_guard lock(mutex);
+    like.insert(like.end(), own.begin(), own.end());
+  });
+  return valueAt(like, rank, firstShift - startBits);
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <numeric>
 #include <span>
 #include <vector>
 
@@ -53,6 +54,11 @@ using Plane = Raster<float>;
 using Mask = Raster<std::uint8_t>;
 using Colours = std::array<Plane, 3>;
 
+/// How many pixels a mask holds.
+inline std::size_t countOf(const Mask& mask) {
+  return std::accumulate(mask.values.begin(), mask.values.end(), std::size_t{0});
+}
+
 /// Calls body(i) for the index of every pixel of a raster.
 template <class T, class Body>
 void eachPixel(const Raster<T>& raster, const RowLoop& rows, const Body& body) {
@@ -74,6 +80,10 @@ Plane contrast(const Plane& plane, const RowLoop& rows = bandAfterBand);
 
 /// The value below which a share (0..1) of them lies; 0 where there are none. May reorder them.
 float quantile(std::span<float> values, double share);
+
+/// The same of a plane's values where a mask is not 0.
+float quantile(const Plane& plane, const Mask& mask, double share,
+               const RowLoop& rows = bandAfterBand);
 
 /// Values between pixels: of a plane that is stretched over a picture of another size. One serves
 /// many threads.

@@ -113,19 +113,14 @@ float grainOf(const Look& look, const Mask& mask) {
 Mask calmOf(const Plane& grey, const Mask& mask, const RowLoop& rows) {
   constexpr float around = 3;  // pixels
   const Plane mean = blurred(grey, around, rows);
-  Plane rough(mask.width, mask.height);
+  Plane rough = Plane::unset(mask.width, mask.height);
   eachPixel(rough, rows,
             [&](std::size_t i) { rough[i] = (grey[i] - mean[i]) * (grey[i] - mean[i]); });
   rough = blurred(rough, around, rows);
-  Values<float> inside;
-  inside.reserve(mask.size());
-  for (std::size_t i = 0; i < rough.size(); ++i) {
-    rough[i] = std::sqrt(rough[i]);
-    if (mask[i] != 0) inside.push_back(rough[i]);
-  }
-  const float most = std::max(0.006f, 2 * quantile(inside, 0.1));
-  Mask calm(mask.width, mask.height);
-  for (std::size_t i = 0; i < calm.size(); ++i) calm[i] = mask[i] != 0 && rough[i] < most;
+  eachPixel(rough, rows, [&](std::size_t i) { rough[i] = std::sqrt(rough[i]); });
+  const float most = std::max(0.006f, 2 * quantile(rough, mask, 0.1, rows));
+  Mask calm = Mask::unset(mask.width, mask.height);
+  eachPixel(calm, rows, [&](std::size_t i) { calm[i] = mask[i] != 0 && rough[i] < most; });
   return calm;
 }
 
@@ -158,10 +153,10 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
                          const Plane& grey) {
   const int w = own.width;
   const int h = own.height;
-  Mask other(w, h);
-  for (std::size_t i = 0; i < own.size(); ++i) other[i] = own[i] == 0;
+  Mask other = Mask::unset(w, h);
+  eachPixel(other, look.rows, [&](std::size_t i) { other[i] = own[i] == 0; });
   ScreenPlate plate;
-  plate.sure = Mask(w, h);
+  plate.sure = Mask::unset(w, h);
   // Hair mixed with screen keeps the screen's hue; only its distance keeps it out. Of a screen that
   // shows through gaps alone, what there is must do.
   const float away = std::clamp(static_cast<float>(std::max(w, h)) / 160, 1.2f, 2.5f);
@@ -182,7 +177,7 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
   const Plane beyond = distanceWithin(large, near, look.rows);
   const Mask calm = calmOf(grey, large, look.rows);
   plate.sure = calm;
-  Plane aside(w, h), lighter(w, h);
+  Plane aside(w, h), lighter(w, h), offLight(w, h);
   for (int round = 0; round < 3; ++round) {
     plate.rigid = fitted(look, plate.sure);
     if (round == 2) break;
@@ -191,23 +186,15 @@ ScreenPlate plateThrough(const Mask& own, const Mask& dark, const Look& look, co
       if (known[i] == 0) return;
       aside[i] = hueBetween(smooth, clean, i);
       lighter[i] = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
+      offLight[i] = std::abs(lighter[i] - 1);
     });
-    Values<float> offsets, hues, lights;
-    for (Values<float>* values : {&offsets, &hues, &lights}) values->reserve(known.size());
-    for (std::size_t i = 0; i < known.size(); ++i) {
-      if (calm[i] != 0) offsets.push_back(aside[i]);
-      if (large[i] == 0) continue;
-      hues.push_back(aside[i]);
-      lights.push_back(std::abs(lighter[i] - 1));
-    }
-    const float agrees = std::max(0.01f, 2 * quantile(offsets, 0.5));
-    const float alike = std::max(0.006f, quantile(hues, 0.98));
-    const float asLight = std::max(0.05f, 1.4f * quantile(lights, 0.98));
+    const float agrees = std::max(0.01f, 2 * quantile(aside, calm, 0.5, look.rows));
+    const float alike = std::max(0.006f, quantile(aside, large, 0.98, look.rows));
+    const float asLight = std::max(0.05f, 1.4f * quantile(offLight, large, 0.98, look.rows));
     eachPixel(known, look.rows, [&](std::size_t i) {
-      plate.sure[i] =
-          known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
-          lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
-          (beyond[i] < near || (aside[i] < alike && std::abs(lighter[i] - 1) < asLight));
+      plate.sure[i] = known[i] != 0 && (calm[i] != 0 || aside[i] < agrees) &&
+                      lighter[i] > (dark[i] != 0 ? 0.15f : 0.4f) && lighter[i] < 1.8f &&
+                      (beyond[i] < near || (aside[i] < alike && offLight[i] < asLight));
     });
   }
   return plate;
@@ -242,10 +229,10 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   const float within = hueReach(hue);
   const Shorter isNear(within);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
-  Plane grey(w, h);
+  Plane grey = Plane::unset(w, h);
   eachPixel(grey, look.rows, [&](std::size_t i) { grey[i] = sumAt(smooth, i) / 3; });
   const Plane rough = contrast(grey, look.rows);
-  Mask own(w, h), akin(w, h), dark(w, h);
+  Mask own = Mask::unset(w, h), akin = own, dark = own;
   eachPixel(own, look.rows, [&](std::size_t i) {
     const Rgb colour = {smooth[0][i], smooth[1][i], smooth[2][i]};
     const HueOffset off = offsetOf(hue, hueOf(colour[0], colour[1], colour[2]));
@@ -260,26 +247,24 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   });
   look.grain = grainOf(look, own);
   const float roughest = 1.6f * std::max(0.02f, 3 * look.grain);
-  for (std::size_t i = 0; i < own.size(); ++i) {
-    own[i] = own[i] != 0 && rough[i] < roughest;
-    akin[i] = akin[i] != 0 && rough[i] < 0.6f * roughest;
-  }
   // What smoothly leads on from the screen is screen, too, though its hue has drifted. Into the
   // dark it does so across creases as well, for no subject is fuller than the screen.
-  Mask grown(w, h), fuller(w, h), across(w, h);
-  for (std::size_t i = 0; i < own.size(); ++i) {
+  Mask grown = Mask::unset(w, h), fuller = grown, across = grown;
+  eachPixel(own, look.rows, [&](std::size_t i) {
+    own[i] = own[i] != 0 && rough[i] < roughest;
+    akin[i] = akin[i] != 0 && rough[i] < 0.6f * roughest;
     grown[i] = own[i] != 0 || akin[i] != 0;
     fuller[i] = own[i] != 0 || (akin[i] != 0 && dark[i] != 0);
-  }
+  });
   const Mask all = opened(grown, look.rows), bulk = opened(fuller, look.rows);
   constexpr float crease = 3.5f;  // pixels to its middle
   const Plane between = distanceWithin(bulk, crease, look.rows);
-  for (std::size_t i = 0; i < own.size(); ++i) across[i] = between[i] < crease;
+  eachPixel(across, look.rows, [&](std::size_t i) { across[i] = between[i] < crease; });
   const Mask led = ledFrom(own, all, partsOf(all)), far = ledFrom(own, bulk, partsOf(across));
   const Mask firm = opened(own, look.rows);
-  for (std::size_t i = 0; i < own.size(); ++i) {
+  eachPixel(own, look.rows, [&](std::size_t i) {
     own[i] = firm[i] != 0 || (grown[i] != 0 && led[i] != 0) || (fuller[i] != 0 && far[i] != 0);
-  }
+  });
   own = opened(own, look.rows);
   ScreenPlate plate = plateThrough(own, dark, look, smooth, grey);
   // A screen's hue may drift farther over a frame than one screen's hues lie apart. What has the
@@ -287,7 +272,7 @@ ScreenPlate rigidPlate(Look& look, const ScreenHue& hue) {
   const std::size_t few = own.size() / 300;
   for (int round = 0; round < 3; ++round) {
     const Colours clean = plate.rigid.over(w, h, look.rows);
-    Mask drifted(w, h);
+    Mask drifted = Mask::unset(w, h);
     eachPixel(own, look.rows, [&](std::size_t i) {
       const float lighter = sumAt(smooth, i) / std::max(sumAt(clean, i), 1e-3f);
       drifted[i] = own[i] != 0 || (rough[i] < 0.6f * roughest && std::abs(lighter - 1) < 0.2f &&
@@ -348,9 +333,9 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   // Where nothing is seen the residual is nothing; its averages stay within what is seen.
   Colours residual;
   for (std::size_t c = 0; c < 3; ++c) {
-    residual[c] = Plane(w, h);
+    residual[c] = Plane::unset(w, h);
     eachPixel(residual[c], look.rows, [&](std::size_t i) {
-      if (plate.count[i] > 0) residual[c][i] = plate.sum[c][i] / plate.count[i] - rigid[c][i];
+      residual[c][i] = plate.count[i] > 0 ? plate.sum[c][i] / plate.count[i] - rigid[c][i] : 0;
     });
   }
   plate.misfit = 0;
@@ -376,10 +361,10 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
   // Only what has the rigid plate's hue: a subject's or its spill's would be carried on. Far from
   // all that is not screen there is neither.
   constexpr float farOff = 12;  // pixels
-  Mask unsure(w, h);
-  for (std::size_t i = 0; i < unsure.size(); ++i) unsure[i] = plate.sure[i] == 0;
+  Mask unsure = Mask::unset(w, h);
+  eachPixel(unsure, look.rows, [&](std::size_t i) { unsure[i] = plate.sure[i] == 0; });
   const Plane depth = distanceWithin(unsure, farOff, look.rows);
-  Mask trusted(w, h);
+  Mask trusted = Mask::unset(w, h);
   const float light = hue.colour[0] + hue.colour[1] + hue.colour[2];
   Plane aside(w, h);
   eachPixel(aside, look.rows, [&](std::size_t i) {
@@ -390,12 +375,11 @@ void estimateClean(ScreenPlate& plate, const Look& look, const ScreenHue& hue) {
     const auto stiff = hueOf(rigid[0][i], rigid[1][i], rigid[2][i]);
     aside[i] = lengthOf(own[0] - stiff[0], own[1] - stiff[1]);
   });
-  Values<float> drift;  // of the screen itself
-  drift.reserve(aside.size());
-  for (std::size_t i = 0; i < aside.size(); ++i) {
-    if (plate.sure[i] != 0 && depth[i] > farOff) drift.push_back(aside[i]);
-  }
-  const float within = std::max({0.012f, 1.2f * look.grain / light, quantile(drift, 0.9)});
+  Mask deep = Mask::unset(w, h);  // in the screen itself
+  eachPixel(deep, look.rows,
+            [&](std::size_t i) { deep[i] = plate.sure[i] != 0 && depth[i] > farOff; });
+  const float within =
+      std::max({0.012f, 1.2f * look.grain / light, quantile(aside, deep, 0.9, look.rows)});
   eachPixel(trusted, look.rows, [&](std::size_t i) {
     trusted[i] = plate.sure[i] != 0 && (depth[i] > farOff || aside[i] < within);
   });

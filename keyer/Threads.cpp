@@ -14,30 +14,43 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <optional>
 
 namespace orvanite {
 
-void forRows(int height, int least, int threads, const std::function<void(int, int)>& work) {
-  const auto all = [&] {
-    tbb::parallel_for(
-        tbb::blocked_range<int>(0, std::max(0, height), static_cast<std::size_t>(least)),
-        [&](const tbb::blocked_range<int>& rows) {
-          work(rows.begin(), rows.end() - rows.begin());
-        });
-  };
-  if (threads == 1) {
-    work(0, height);
-  } else if (threads > 1) {
+namespace {
+
+// Bands of rows on whatever threads are there.
+void shareRows(int height, int least, const std::function<void(int, int)>& work) {
+  tbb::parallel_for(
+      tbb::blocked_range<int>(0, std::max(0, height), static_cast<std::size_t>(least)),
+      [&](const tbb::blocked_range<int>& rows) { work(rows.begin(), rows.end() - rows.begin()); });
+}
+
+// So many threads, which stay together from one loop to the next.
+struct Crew {
+  explicit Crew(int threads) : arena(threads) {
     // More threads than processors are granted only when asked for.
-    std::optional<tbb::global_control> more;
     if (threads > tbb::info::default_concurrency()) {
       more.emplace(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads));
     }
-    tbb::task_arena(threads).execute(all);
-  } else {
-    all();
   }
+
+  std::optional<tbb::global_control> more;
+  tbb::task_arena arena;
+};
+
+}  // namespace
+
+RowLoop rowsOn(int threads) {
+  if (threads == 1) {
+    return [](int height, int, const auto& work) { work(0, height); };
+  }
+  if (threads <= 0) return shareRows;
+  return [crew = std::make_shared<Crew>(threads)](int height, int least, const auto& work) {
+    crew->arena.execute([&] { shareRows(height, least, work); });
+  };
 }
 
 int availableThreads() {

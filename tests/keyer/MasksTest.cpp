@@ -130,5 +130,30 @@ TEST(Masks, FallIntoPartsAndLoseWhatIsNarrowerThanThreePixels) {
   }
 }
 
+// Beside all of the values put in order: the one that stands at the share's place.
+TEST(Masks, GiveTheValueThatAShareLiesBelow) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 60; ++round) {
+    const auto side = [&] { return 1 + static_cast<int>(random() % (round % 4 == 0 ? 300 : 30)); };
+    Plane plane(side(), side());
+    Mask mask(plane.width, plane.height);
+    std::vector<float> inside;
+    for (std::size_t i = 0; i < plane.size(); ++i) {
+      // Of some rounds all values start alike, of others many are the same.
+      const float one = static_cast<float>(random() % 100001) / 100000.0f;
+      plane[i] = round % 3 == 0 ? 1 + one / 4096 : round % 3 == 1 ? std::floor(9 * one) - 4 : one;
+      mask[i] = round != 7 && random() % 3 != 0;
+      if (mask[i] != 0) inside.push_back(plane[i]);
+    }
+    std::sort(inside.begin(), inside.end());
+    const double share = std::array{0.0, 0.1, 0.5, 0.98, 1.0}[random() % 5];
+    const auto place = static_cast<std::size_t>(share * static_cast<double>(inside.size()));
+    const float expected = inside.empty() ? 0 : inside[std::min(place, inside.size() - 1)];
+    ASSERT_EQ(quantile(plane, mask, share, rowsOn(1 + round % 3)), expected) << round;
+    std::shuffle(inside.begin(), inside.end(), random);
+    ASSERT_EQ(quantile(inside, share), expected) << round;
+  }
+}
+
 }  // namespace
 }  // namespace orvanite
