@@ -32,8 +32,11 @@ Settings settingsIn(const json& object) {
   for (const auto& [name, value] : object.at("settings").items()) {
     if (name != masksName) settings.setText(name, value.get<std::string>());
   }
-  return settings.at(onlyFrame);
+  return settings;
 }
+
+// As they are at the frame that is held.
+Settings settingsNow(const json& object) { return settingsIn(object).at(views.frame); }
 
 Masks masksIn(const json& object) {
   const json& settings = object.at("settings");
@@ -49,8 +52,9 @@ Window windowIn(const json& object) {
 json describe() { return {{"version", ORVANITE_VERSION}, {"parameters", view::parameterTable()}}; }
 
 json show(const json& object) {
+  const Settings given = settingsIn(object);
   Request request;
-  request.settings = settingsIn(object);
+  request.settings = given.at(views.frame);
   request.masks = masksIn(object);
   request.view = object.at("view").get<std::string>();
   request.divisor = object.at("divisor").get<int>();
@@ -62,7 +66,7 @@ json show(const json& object) {
   json header{{"width", result.picture.width},
               {"height", result.picture.height},
               {"window", {window.x, window.y, window.width, window.height}}};
-  header["inForce"] = view::inForceTexts(request.settings, view::unknownToPage(request.settings));
+  header["inForce"] = view::inForceTexts(request.settings, view::unknownToPage(given));
   if (result.measure) header["matte"] = view::measureReply(*result.measure);
   shown = std::move(result.picture);
   return header;
@@ -70,13 +74,13 @@ json show(const json& object) {
 
 // A window's samples at the pictures' own depth.
 json key(const json& object) {
-  shown = views.keyed(settingsIn(object), masksIn(object), object.at("view").get<std::string>(), 1,
+  shown = views.keyed(settingsNow(object), masksIn(object), object.at("view").get<std::string>(), 1,
                       windowIn(object));
   return {{"width", shown.width}, {"height", shown.height}, {"depth", bytesOf(shown.depth)}};
 }
 
 json find(const json& object) {
-  const Views::Found found = views.find(settingsIn(object));
+  const Views::Found found = views.find(settingsNow(object));
   json texts = json::object();
   for (const Parameter& parameter : parameters()) {
     if (!parameter.meaning.followsScreen) continue;
@@ -92,15 +96,17 @@ json answerTo(std::string_view name, const json& object) {
   if (name == "show") return show(object);
   if (name == "key") return key(object);
   if (name == "find") return find(object);
-  if (name == "needsAll") return views.needsAll(settingsIn(object), masksIn(object));
+  if (name == "needsAll") return views.needsAll(settingsNow(object), masksIn(object));
+  if (name == "wantsEstimates") return views.wantsEstimates(settingsNow(object));
+  if (name == "estimate") return views.estimate(settingsNow(object));
+  if (name == "see") return views.see();
   if (name == masksName) return masksText(masksIn(object));
   if (name == "preset") return presetText(settingsIn(object));
   if (name == "useMasks") {
     return masksText(masksFromText(object.at("text").get<std::string>(), masksName));
   }
   if (name == "usePreset") {
-    return view::givenTexts(
-        settingsFromPreset(object.at("text").get<std::string>(), "preset").at(onlyFrame));
+    return view::givenTexts(settingsFromPreset(object.at("text").get<std::string>(), "preset"));
   }
   // Every value that was given, as the whole table orders and writes them.
   if (name == "given") return view::givenTexts(settingsIn(object));
@@ -135,8 +141,10 @@ ORVANITE_WEB void* orvanite_webRoom(std::size_t bytes) { return std::malloc(byte
 ORVANITE_WEB void orvanite_webFree(void* room) { std::free(room); }
 
 /// Takes a picture for a role (its number): RGBA samples of `depth` bytes. Width 0 drops one.
+/// turns  whether it is another frame of the plate, beside which all others stay
+/// frame  its number
 ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int depth, int hasAlpha,
-                                          const void* pixels) {
+                                          const void* pixels, int turns, int frame) {
   return guarded([&]() -> json {
     if (role < 0 || role >= static_cast<int>(roleCount)) {
       throw Error(Fault::wrongUse, "role", "expected a number from 0 to 4");
@@ -153,7 +161,11 @@ ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int d
     picture.hasAlpha = hasAlpha != 0;
     const auto* const from = static_cast<const std::byte*>(pixels);
     picture.pixels.assign(from, from + picture.pixels.size());
-    views.pictures.take(static_cast<Role>(role), std::move(picture));
+    if (turns != 0) {
+      views.turn(std::move(picture), frame);
+    } else {
+      views.pictures.take(static_cast<Role>(role), std::move(picture));
+    }
     return json::object();
   });
 }

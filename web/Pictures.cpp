@@ -141,6 +141,17 @@ void Pictures::drop(Role role) {
   ++changes_;
 }
 
+void Pictures::turn(Picture plate) {
+  Picture& held = full_[index(Role::plate)];
+  if (plate.width != held.width || plate.height != held.height || plate.depth != held.depth) {
+    throw Error::expected(Fault::wrongUse, names[index(Role::plate)],
+                          "every frame to have the first one's size, " + sizeOf(held),
+                          sizeOf(plate));
+  }
+  held = std::move(plate);
+  std::erase_if(small_, [](const auto& one) { return one.first.first == index(Role::plate); });
+}
+
 const Picture& Pictures::at(Role role, int divisor) {
   if (divisor == 1) return full(role);
   Picture& small = small_[{index(role), divisor}];

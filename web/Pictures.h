@@ -59,6 +59,8 @@ class Pictures {
   /// Takes a picture; a plate lets go of all others. Deeper than the plate: no.
   void take(Role role, Picture picture);
   void drop(Role role);
+  /// Another frame of the plate, as large and deep: all others stay.
+  void turn(Picture plate);
 
   bool has(Role role) const { return full_[index(role)].width > 0; }
   const Picture& full(Role role) const { return full_[index(role)]; }
@@ -66,7 +68,7 @@ class Pictures {
   const Picture& at(Role role, int divisor);
 
   Inputs inputs() const;
-  /// Counts the pictures that came and went.
+  /// Counts the pictures that came and went; frames of one plate do not count.
   int changes() const { return changes_; }
 
  private:

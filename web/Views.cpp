@@ -33,17 +33,40 @@ bool Views::needsAll(const Settings& settings, const Masks& masks) const {
          Finish::of(settings, inputs(masks), 1).on();
 }
 
-const BlindKey& Views::estimates(const Settings& settings, int divisor) {
+void Views::turn(Picture plate, int number) {
+  pictures.turn(std::move(plate));
+  frame = number;
+}
+
+bool Views::estimated(const Settings& settings) const {
+  return found_ && seen_ == pictures.changes() && estimatedIn_ == settings.text("colourspace");
+}
+
+bool Views::wantsEstimates(const Settings& settings) const {
+  return keysBesideEstimates(settings, pictures.inputs()) && !estimated(settings);
+}
+
+bool Views::estimate(const Settings& settings) {
   const std::string encoding = settings.text("colourspace");
-  if (seen_ != pictures.changes() || estimatedIn_ != encoding || !found_) {
-    Settings plain;
-    plain.setText("colourspace", encoding);
-    found_.reset();
-    carried_.clear();
-    found_ = findKey(pictures.full(Role::plate).plate(), plain);
-    estimatedIn_ = encoding;
-    seen_ = pictures.changes();
-  }
+  Settings plain;
+  plain.setText("colourspace", encoding);
+  found_.reset();
+  carried_.clear();
+  found_ = findKey(pictures.full(Role::plate).plate(), plain);
+  estimatedIn_ = encoding;
+  seen_ = pictures.changes();
+  return found_->steady;
+}
+
+bool Views::see() {
+  carried_.clear();
+  return found_ && found_->see(pictures.full(Role::plate).plate());
+}
+
+const BlindKey& Views::estimates(const Settings& settings, int divisor) {
+  if (!estimated(settings)) estimate(settings);
+  if (carriedTo_ != frame) carried_.clear();
+  carriedTo_ = frame;
   const auto kept = carried_.find(divisor);
   if (kept != carried_.end()) return kept->second;
   const Plate plate = pictures.at(Role::plate, divisor).plate();
@@ -79,7 +102,7 @@ OtileImage Views::drawn(Role role, const Settings& settings, const Masks& masks,
   const OtileImage from =
       pictures.has(role) ? matte(role, settings, pictures.at(role, divisor), region.x, region.y)
                          : OtileImage{};
-  std::vector<MaskShape> shapes = shapesAt(masks, use, onlyFrame);
+  std::vector<MaskShape> shapes = shapesAt(masks, use, frame);
   for (MaskShape& shape : shapes) shape = orvanite::shrunk(shape, divisor);
   withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
     for (int y = 0; y < region.height; ++y) {

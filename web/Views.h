@@ -19,13 +19,10 @@
 
 namespace orvanite::web {
 
-/// Of a still: what moves stands as it is there.
-inline constexpr int onlyFrame = 1;
-
 /// A view by its name on the page, such as "overBlack".
 struct Request {
   Settings settings;
-  Masks masks;  // as they are at the only frame
+  Masks masks;
   std::string view;
   int divisor = 1;        // one pixel of the result stands for divisor x divisor of the plate
   bool proxy = false;     // key the small picture, instead of making the keyed picture small
@@ -42,6 +39,10 @@ struct Shown {
 class Views {
  public:
   Pictures pictures;
+  int frame = 1;  // that the plate's picture is; what moves stands as it is there
+
+  /// Goes to a frame of a shot: its plate's picture, as large and deep as the one before.
+  void turn(Picture plate, int number);
 
   /// Throws Error (wrongUse) for settings that cannot key and windows beside the plate.
   Shown show(const Request& request);
@@ -57,10 +58,18 @@ class Views {
   };
   Found find(Settings settings);
 
+  /// Whether settings key beside estimates that are not there yet: a shot's are made of several
+  /// frames, by `estimate` at its first one and `see` at others.
+  bool wantsEstimates(const Settings& settings) const;
+  /// Whether further frames can add to them.
+  bool estimate(const Settings& settings);
+  bool see();
+
   /// Whether pixels depend on the whole frame: such views are not cut into bands.
   bool needsAll(const Settings& settings, const Masks& masks) const;
 
  private:
+  bool estimated(const Settings& settings) const;
   const BlindKey& estimates(const Settings& settings, int divisor);
   Inputs inputs(const Masks& masks) const;
   OtileImage matte(Role role, const Settings& settings, const Picture& picture, int x, int y) const;
@@ -69,7 +78,8 @@ class Views {
 
   Keyer keyer_;
   BlindKeyer beside_;
-  int seen_ = -1;  // of the pictures' changes
+  int seen_ = -1;      // of the pictures' changes
+  int carriedTo_ = 0;  // a frame
   std::string estimatedIn_;
   std::optional<BlindKey> found_;
   std::map<int, BlindKey> carried_;  // by divisor

@@ -4,15 +4,7 @@
 // into bands of rows among them unless its pixels depend on the whole frame. Node tests use it too.
 import {encodeExr} from './exr.js';
 import {encodePng} from './png.js';
-
-/** What is said against a request; `subject` names the parameter or picture. */
-export class Refusal extends Error {
-  constructor(status, subject, message) {
-    super(message);
-    this.status = status;
-    this.subject = subject;
-  }
-}
+import {Refusal} from './workers.js';
 
 const shellPlain = /^[\w./,:+@%=-]+$/;
 const shellWord = (text) => shellPlain.test(text) ? text : `'${text.replaceAll("'", "'\\''")}'`;
@@ -38,6 +30,8 @@ export class Answers {
 
   get maximum() { return {1: 255, 2: 65535, 4: 1}[this.plate.depth]; }
   get ending() { return this.plate.depth === 4 ? '.exr' : '.png'; }
+  /** The file that the copied command writes. */
+  get written() { return `key${this.ending}`; }
   get half() { return this.plate.half && (this.pictures.background?.picture.half ?? true); }
   get usualOutput() { return this.pictures.background ? 'composite' : 'unpremultiplied'; }
   /** Whether a file's colours are multiplied by its matte. */
@@ -130,7 +124,7 @@ export class Answers {
     if (this.multiplies(given)) delete given.output;
     for (const {name} of this.parameters) if (name in given) words.push(`--${kebab(name)}=${given[name]}`);
     if (settings.masks) words.push('--masks', masksName);
-    return [...words, '-o', `key${this.ending}`].map(shellWord).join(' ');
+    return [...words, '-o', this.written].map(shellWord).join(' ');
   }
 
   /** The whole plate keyed, as a PNG with all its bits or, of floats, an OpenEXR file. */

@@ -42,13 +42,13 @@ export class Engine {
 
   /**
    * Takes a picture, {width, height, depth, hasAlpha, pixels}, RGBA samples of `depth` bytes, or
-   * null to let one go. A new plate lets go of all others.
+   * null to let one go. A new plate lets go of all others, but for a frame of the same shot, which has a number.
    */
-  take(role, picture) {
+  take(role, picture, frame = null) {
     const {width = 0, height = 0, depth = 1, hasAlpha = false, pixels} = picture ?? {};
     const at = this.room(pixels ? new Uint8Array(pixels.buffer, pixels.byteOffset, pixels.byteLength) : new Uint8Array(0));
     try {
-      this.said(this.exports.orvanite_webTake(roles.indexOf(role), width, height, depth, hasAlpha ? 1 : 0, at));
+      this.said(this.exports.orvanite_webTake(roles.indexOf(role), width, height, depth, hasAlpha ? 1 : 0, at, frame === null ? 0 : 1, frame ?? 1));
     } finally {
       this.exports.orvanite_webFree(at);
     }

@@ -2,7 +2,8 @@
 //
 // Opens pictures by dialog, drop or paste. The browser keeps the files, so that a reload or a
 // restart finds the same page; they stay on this machine.
-import {atDepth, covering, decode, inLight} from './decode.js';
+import {clipOf, patternOf} from './clip.js';
+import {atDepth, covering, inLight} from './decode.js';
 import {areMasks, shapesOf, textOf} from './shapes.js';
 
 const roles = {
@@ -36,10 +37,15 @@ const kept = async () => {
   }
   return files;
 };
-const keep = (role, file) => store('readwrite', (all) => {
+const keep = (role, files) => store('readwrite', (all) => {
   if (role === 'plate') all.clear();
-  return file ? all.put(file, role) : all.delete(role);
+  return files ? all.put(files, role) : all.delete(role);
+}).catch((error) => {
+  throw error?.name === 'QuotaExceededError' ? new Error(`${nameOf(files)}: the browser has no room to keep it`) : error;
 });
+
+/** Of a file, or of numbered ones. */
+const nameOf = (files) => Array.isArray(files) ? patternOf(files.map(({name}) => name)).name : files.name;
 
 // ---- The dialog
 
@@ -47,7 +53,7 @@ const dialog = document.createElement('dialog');
 dialog.id = 'open';
 dialog.setAttribute('aria-labelledby', 'openTitle');
 dialog.innerHTML = `<h2 id="openTitle">Open pictures</h2>
-<p class="lead">Drop, paste or choose a picture. It stays on this machine: the key is computed here, by this page.</p>
+<p class="lead">Drop, paste or choose a picture, a movie or numbered frames. It stays on this machine: the key is computed here, by this page.</p>
 <div class="roles"></div><p class="wrong" role="alert"></p>
 <form method="dialog"><button>Close</button></form>`;
 const wrong = dialog.querySelector('.wrong');
@@ -69,17 +75,17 @@ function outputFor(background) {
 }
 
 // The page is built for its pictures: others build it anew. Settings stay, but for another plate.
-async function change(role, file) {
+async function change(role, files) {
   try {
     // What does not go with the others is told before anything changes.
-    if (file) await picturesOf(role === 'plate' ? {plate: file} : {...await kept(), [role]: file});
-    await keep(role, file);
+    if (files) await picturesOf(role === 'plate' ? {plate: files} : {...await kept(), [role]: files});
+    await keep(role, files);
   } catch (error) {
     say(error);
     return;
   }
   if (role === 'plate') history.replaceState(null, '', location.pathname);
-  if (role === 'background') outputFor(Boolean(file));
+  if (role === 'background') outputFor(Boolean(files));
   location.reload();
 }
 
@@ -111,13 +117,14 @@ function fill(files) {
     const input = row.querySelector('input');
     row.title = help;
     row.querySelector('.name').textContent = label;
-    row.querySelector('.file').textContent = files[role]?.name ?? help;
+    row.querySelector('.file').textContent = role in files ? nameOf(files[role]) : help;
     row.classList.toggle('there', role in files);
-    input.accept = 'image/*,.tif,.tiff,.exr';
+    input.accept = 'image/*,video/*,.tif,.tiff,.exr,.mkv';
+    input.multiple = true;
     input.setAttribute('aria-label', `${label}: ${help}`);
     input.disabled = role !== 'plate' && !files.plate;
     row.classList.toggle('off', input.disabled);
-    input.addEventListener('change', () => { if (input.files[0]) change(role, input.files[0]); });
+    input.addEventListener('change', () => { if (input.files[0]) change(role, oneOrAll(input.files)); });
     const remove = row.querySelector('button');
     remove.hidden = !(role in files);
     remove.addEventListener('click', () => change(role, null));
@@ -127,11 +134,16 @@ function fill(files) {
   dialog.querySelector('form').hidden = !files.plate;
 }
 
+const oneOrAll = (list) => list.length === 1 ? list[0] : [...list];
+
 function listen(files) {
   const take = (list) => {
-    const [file] = list;
-    if (!file) return;
-    if (file.name.endsWith('.json') && files.plate) useText(file);
+    if (!list[0]) return;
+    const file = oneOrAll(list);
+    if (list.length > 1) {
+      try { patternOf(file.map(({name}) => name)); } catch (error) { say(error); return; }
+    }
+    if (file.name?.endsWith('.json') && files.plate) useText(file);
     // Where there is a plate, one of its side pictures is as likely: the dialog asks.
     else if (!files.plate) change('plate', file);
     else choose(file);
@@ -143,7 +155,7 @@ function listen(files) {
       textContent: label, onclick: () => change(role, file),
     }));
     const asks = document.createElement('p');
-    asks.append(`What is ${file.name}? `, ...buttons);
+    asks.append(`What is ${nameOf(file)}? `, ...buttons);
     dialog.querySelector('.asks')?.remove();
     asks.className = 'asks';
     dialog.querySelector('.roles').before(asks);
@@ -165,33 +177,48 @@ function listen(files) {
   });
 }
 
+// What brings a role's pictures together with the plate's, whose first is `plate`; says what that is.
+function fitFor(role, name, first, plate, depth, said) {
+  const {width, height} = plate;
+  const ofLight = plate.depth === 4;
+  if (first.depth === 4 && !ofLight) throw new Error(`${name}: an OpenEXR picture goes beside an OpenEXR plate: orvanite takes it beside others`);
+  const covers = first.width !== width || first.height !== height;
+  if (covers) {
+    const sizes = `${width}\u00d7${height}, found ${first.width}\u00d7${first.height}`;
+    if (role !== 'background') throw new Error(`${name}: expected the plate's size, ${sizes}`);
+    if (first.depth === 4) throw new Error(`${name}: expected the plate's size, ${sizes}: orvanite fits OpenEXR backgrounds`);
+    said.push(`The background was ${first.width}\u00d7${first.height}: the browser brought it to the plate's size.`);
+  }
+  if (ofLight && role === 'cleanPlate') throw new Error(`${name}: a clean plate goes beside plates of 8 or 16 bits`);
+  const lights = ofLight && first.depth !== 4 && role === 'background';
+  if (lights) said.push(`${name} was brought to linear light, as the plate is.`);
+  return async (picture) => {
+    const sized = covers ? await covering(picture, width, height) : picture;
+    return atDepth(lights ? inLight(sized) : sized, depth);
+  };
+}
+
 async function picturesOf(files) {
-  const pictures = {};
-  const said = [];
-  for (const [role, file] of Object.entries(files)) pictures[role] = {name: file.name, picture: await decode(file)};
-  const {width, height} = pictures.plate.picture;
-  const depth = Math.max(pictures.plate.picture.depth, pictures.background?.picture.depth ?? 1);
-  const ofLight = pictures.plate.picture.depth === 4;
-  for (const {name, picture} of Object.values(pictures)) {
-    if (picture.depth === 4 && !ofLight) throw new Error(`${name}: an OpenEXR picture goes beside an OpenEXR plate: orvanite takes it beside others`);
-  }
-  for (const [role, one] of Object.entries(pictures)) {
-    const {picture} = one;
-    if (picture.width !== width || picture.height !== height) {
-      const sizes = `${width}\u00d7${height}, found ${picture.width}\u00d7${picture.height}`;
-      if (role !== 'background') throw new Error(`${one.name}: expected the plate's size, ${sizes}`);
-      if (picture.depth === 4) throw new Error(`${one.name}: expected the plate's size, ${sizes}: orvanite fits OpenEXR backgrounds`);
-      one.picture = await covering(picture, width, height);
-      said.push(`The background was ${picture.width}\u00d7${picture.height}: the browser brought it to the plate's size.`);
+  const clips = {};
+  try {
+    const pictures = {};
+    const said = [];
+    for (const [role, given] of Object.entries(files)) {
+      const clip = clips[role] = await clipOf(given);
+      pictures[role] = {name: clip.name, clip, picture: await clip.picture(0)};
+      said.push(...clip.said);
     }
-    if (ofLight && role === 'cleanPlate') throw new Error(`${one.name}: a clean plate goes beside plates of 8 or 16 bits`);
-    if (ofLight && one.picture.depth !== 4 && role === 'background') {
-      said.push(`${one.name} was brought to linear light, as the plate is.`);
-      one.picture = inLight(one.picture);
+    const plate = pictures.plate.picture;
+    const depth = Math.max(plate.depth, pictures.background?.picture.depth ?? 1);
+    for (const [role, one] of Object.entries(pictures)) {
+      one.fit = fitFor(role, one.name, one.picture, plate, depth, said);
+      one.picture = await one.fit(one.picture);
     }
-    one.picture = atDepth(one.picture, depth);
+    return {pictures, said};
+  } catch (error) {
+    Object.values(clips).forEach((clip) => clip.close?.());
+    throw error;
   }
-  return {pictures, said};
 }
 
 /** The pictures by role, and what was done to bring them together; waits until there is a plate. */

@@ -108,15 +108,20 @@ const table = Uint32Array.from({length: 256}, (_, n) => {
   return n;
 });
 
+/** The sum of CRC-32 (ISO 3309) over bytes. */
+export function checksum(bytes) {
+  let sum = ~0;
+  for (const byte of bytes) sum = table[(sum ^ byte) & 255] ^ sum >>> 8;
+  return ~sum >>> 0;
+}
+
 function chunk(name, data) {
   const bytes = new Uint8Array(12 + data.length);
   const view = new DataView(bytes.buffer);
   view.setUint32(0, data.length);
   for (let i = 0; i < 4; ++i) bytes[4 + i] = name.charCodeAt(i);
   bytes.set(data, 8);
-  let sum = ~0;
-  for (let i = 4; i < 8 + data.length; ++i) sum = table[(sum ^ bytes[i]) & 255] ^ sum >>> 8;
-  view.setUint32(8 + data.length, ~sum);
+  view.setUint32(8 + data.length, checksum(bytes.subarray(4, 8 + data.length)));
   return bytes;
 }
 

@@ -2,39 +2,23 @@
 //
 // Stands where the page has the module that talks to its server: the same functions, answered by
 // engines in workers. Nothing leaves the browser.
-import {Answers, Refusal} from './answers.js';
+import {Answers} from './answers.js';
 import {opened} from './open.js';
+import {Shot} from './shot.js';
+import {callsOf, Refusal} from './workers.js';
 
 export {Refusal};
 
 // More engines than this hold more copies of the pictures than they save time.
 const mostEngines = 4;
 
-function engineIn(worker) {
-  const waiting = new Map();
-  let last = 0;
-  worker.addEventListener('message', ({data: {id, answer, error}}) => {
-    const {resolve, reject} = waiting.get(id);
-    waiting.delete(id);
-    if (error) reject(new Refusal(400, error.subject, error.message)); else resolve(answer);
-  });
-  worker.addEventListener('error', () => {
-    for (const {reject} of waiting.values()) reject(new Refusal(0, 'server', 'The engine could not be started in this browser.'));
-    waiting.clear();
-  });
-  return (call, ...parts) => new Promise((resolve, reject) => {
-    waiting.set(++last, {resolve, reject});
-    worker.postMessage({id: last, call, parts});
-  });
-}
-
 const count = Math.max(1, Math.min(mostEngines, navigator.hardwareConcurrency ?? 1));
-const engines = Array.from({length: count}, () => engineIn(new Worker('worker.js', {type: 'module'})));
+const engines = Array.from({length: count}, () => callsOf(new Worker('worker.js', {type: 'module'}), 'The engine could not be started in this browser.'));
 
 let notices = [];
 const answers = (async () => {
   const {pictures, said} = await opened;
-  const made = new Answers(engines, pictures);
+  const made = new (pictures.plate.clip.isShot ? Shot : Answers)(engines, pictures);
   await made.open();
   notices = said;
   return made;
@@ -52,8 +36,11 @@ export const ask = async (name, body, signal) => name === 'state' ? (await answe
 export const askText = (name, body) => send(name, body);
 export const askBlob = (name) => send(name);
 
-/** There are no frames here to be small pictures of. */
-export const askThumbnail = async () => { throw new Refusal(404, 'address', 'there is nothing here'); };
+/** A frame of the plate as a small ImageData. */
+export async function askThumbnail(frame) {
+  const {width, height, pixels} = await (await answers).small(frame);
+  return new ImageData(new Uint8ClampedArray(pixels.buffer), width, height);
+}
 
 /** A picture: its header's members and `pixels`, an ImageData without transparency. */
 export async function askPicture(body, signal) {

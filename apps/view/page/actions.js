@@ -63,7 +63,7 @@ export class Actions {
     const [title, below] = this.render.children;
     title.textContent = `Render ${choice?.label ?? ''}`.trim();
     const alpha = choice?.alpha === undefined ? '' : choice.alpha ? ', matte in alpha' : ', no alpha';
-    below.textContent = description.isShot && !description.output
+    below.textContent = description.isShot && !description.output && !description.ending
       ? 'a shot wants -o with a pattern or a movie' : this.wordsOfFrames() + `${this.file}${description.output ? '' : ' (download)'}${alpha}`;
   }
 
@@ -92,7 +92,7 @@ export class Actions {
   }
 
   async start(name) {
-    await ask('job', {settings: this.state.settings, ...this.frames()});
+    await ask('job', {settings: this.state.settings, ...this.frames(), name});
     await this.follow(name);
   }
 
@@ -127,7 +127,7 @@ export class Actions {
   async finish(job, name) {
     if (job.state === 'failed') this.tell(`The render failed: ${job.message}`);
     else if (job.state === 'cancelled') this.tell(`Cancelled: ${job.message}.`);
-    else if (this.state.description.output) this.tell(`Written: ${job.message}`);
+    else if (this.state.description.output || job.written) this.tell(`Written: ${job.message}`);
     else {
       download(await askBlob('result'), name);
       this.tell(`Downloaded as ${name}.`);

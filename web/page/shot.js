@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A plate of many frames: the engines hold one of them at a time, and what a request asks of a frame is
+// answered when they hold it. Clips beside the plate go by its numbers and hold their ends.
+import {Answers} from './answers.js';
+import {sinkFor} from './sink.js';
+import {Refusal} from './workers.js';
+import {mostFiles, Zip} from './zip.js';
+
+// Estimates of a shot are of its first frame and so many others, as the command makes them.
+const otherFrames = 4;
+const smallest = [160, 90];
+
+export class Shot extends Answers {
+  /** pictures  by role: {name, picture, clip, fit}: the clip's first frame, fitted as all others will be */
+  constructor(engines, pictures, ...rest) {
+    super(engines, pictures, ...rest);
+    this.clip = pictures.plate.clip;
+    this.last = Promise.resolve();
+    this.frame = null;  // that the engines hold
+  }
+
+  state(notices) {
+    const {numbers, rate} = this.clip;
+    return {...super.state(notices), frames: numbers, isShot: true, framesPerSecond: rate, ending: '.zip'};
+  }
+
+  get written() { return `key.####${this.ending}`; }
+
+  /** A frame of the plate, as small as a strip has them. */
+  small(frame) { return this.clip.small(this.clip.numbers.indexOf(frame), ...smallest); }
+
+  /** Does what is to be done at a frame, one after the other. */
+  at(frame, work) {
+    const done = this.last.then(async () => {
+      await this.turn(frame);
+      return work();
+    });
+    this.last = done.catch(() => {});
+    return done;
+  }
+
+  async pictureOf(role, frame) {
+    const {clip, fit} = this.pictures[role];
+    const before = clip.numbers.findLastIndex((number) => number <= frame);
+    return fit(await clip.picture(Math.max(0, before)));
+  }
+
+  async turn(frame) {
+    if (this.frame === frame) return;
+    if (!this.clip.numbers.includes(frame)) throw new Refusal(400, 'frame', `expected one of the shot's, found ${frame}`);
+    this.frame = null;
+    for (const [role, one] of Object.entries(this.pictures)) {
+      if (!one.clip.isShot) continue;
+      one.picture = await this.pictureOf(role, frame);
+      await Promise.all(this.engines.map((engine) => engine('take', role, one.picture, ...(role === 'plate' ? [frame] : []))));
+    }
+    this.plate = this.pictures.plate.picture;
+    this.frame = frame;
+  }
+
+  /** What the first engine keys beside is made of several frames. */
+  async estimate(settings) {
+    const [engine] = this.engines;
+    if (!await engine('ask', 'wantsEstimates', {settings})) return;
+    const {numbers} = this.clip;
+    const asked = this.frame;
+    const frames = Array.from({length: otherFrames + 1}, (_, i) => numbers[Math.floor(i * (numbers.length - 1) / otherFrames)]);
+    for (const [i, frame] of [...new Set(frames)].entries()) {
+      await this.turn(frame);
+      if (!await engine('ask', i === 0 ? 'estimate' : 'see', {settings})) break;
+    }
+    await this.turn(asked);
+  }
+
+  /** Begins to render frames into a file; the page asks how far it is. */
+  async start({settings, from, to, name}) {
+    const {numbers} = this.clip;
+    const frames = numbers.filter((number) => number >= (from ?? numbers[0]) && number <= (to ?? numbers.at(-1)));
+    if (frames.length > mostFiles) throw new Refusal(400, 'render', `a ZIP file holds ${mostFiles} frames: render it in parts`);
+    const job = {state: 'running', done: 0, message: ''};
+    let sink;
+    try {
+      sink = await sinkFor(name);
+    } catch (error) {
+      if (error.name !== 'AbortError') throw error;
+      this.job = {...job, state: 'cancelled', message: 'no file was chosen'};
+      return;
+    }
+    this.job = job;
+    this.write(job, settings, frames, sink).then((blob) => {
+      if (job.state === 'running') Object.assign(job, {state: 'done', done: 1, blob, message: sink.chosen ?? '', written: Boolean(sink.chosen)});
+    }, (error) => {
+      sink.abort();
+      if (job.state === 'running') Object.assign(job, {state: 'failed', message: error.message});
+    });
+  }
+
+  async write(job, settings, frames, sink) {
+    const zip = new Zip(sink.write);
+    for (const [i, frame] of frames.entries()) {
+      const file = await this.at(frame, async () => {
+        await this.estimate(settings);
+        return this.render(settings);
+      });
+      if (job.state !== 'running') throw new Error(job.message);
+      await zip.add(this.written.replace(/#+/, (digits) => String(frame).padStart(digits.length, '0')), new Uint8Array(await file.arrayBuffer()));
+      job.done = (i + 1) / frames.length;
+    }
+    await zip.end();
+    return sink.close();
+  }
+
+  async to(name, body) {
+    if (name === 'job') {
+      if (body) await this.start(body);
+      const {state, done, message, written} = this.job;
+      return {state, done, message, written};
+    }
+    if (!['picture', 'probe', 'colours', 'auto'].includes(name)) return super.to(name, body);
+    return this.at(body.frame, async () => {
+      if (name === 'picture' || name === 'probe') await this.estimate(body.settings);
+      return super.to(name, body);
+    });
+  }
+}
