@@ -201,10 +201,17 @@ obs_properties_t* makePanel(const PanelButtons& buttons) {
   obs_property_t* const find =
       obs_properties_add_bool(panel, setting::findScreen, "Find the screen");
   obs_property_set_long_description(find,
-                                    "While no screen colour is set, the first frame that shows a "
-                                    "screen sets what makes the key.");
+                                    "While no screen colour is set, the first frames that show a "
+                                    "screen set what makes the key.");
   obs_properties_add_text(panel, setting::state, "", OBS_TEXT_INFO);
   obs_properties_add_button(panel, "findAgain", "Find again", buttons.findAgain);
+  obs_property_t* const unkeyed = obs_properties_add_list(
+      panel, setting::unkeyed, "Without a key", OBS_COMBO_TYPE_LIST, OBS_COMBO_FORMAT_STRING);
+  obs_property_list_add_string(unkeyed, "Show nothing", unkeyedHidden);
+  obs_property_list_add_string(unkeyed, "Show the source", unkeyedShown);
+  obs_property_set_long_description(unkeyed,
+                                    "What is shown until a screen is found, and of frames that "
+                                    "cannot be keyed.");
   for (const std::string_view name : onTop) {
     if (name != "output") addParameter(panel, *findParameter(name));
   }
@@ -230,6 +237,7 @@ void setDefaults(obs_data_t* settings) {
   obs_data_set_default_string(settings, "output", defaultOutput);
   obs_data_set_default_string(settings, "colourspace", defaultEncoding);
   obs_data_set_default_bool(settings, setting::findScreen, true);
+  obs_data_set_default_string(settings, setting::unkeyed, unkeyedHidden);
   obs_data_set_default_bool(settings, setting::presetScreen, true);
 }
 

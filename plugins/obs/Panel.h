@@ -19,6 +19,7 @@ namespace orvanite::obsPlugin {
 namespace setting {
 inline constexpr const char* findScreen = "findScreen";  // bool
 inline constexpr const char* state = "state";            // a line of text, not kept
+inline constexpr const char* unkeyed = "unkeyed";        // a text: what is shown without a key
 inline constexpr const char* all = "allParameters";      // bool: unfolds
 inline constexpr const char* presetIn = "presetIn";      // a path
 inline constexpr const char* presetOut = "presetOut";    // a path
@@ -26,6 +27,9 @@ inline constexpr const char* preset = "preset";          // the text of the pres
 inline constexpr const char* presetScreen = "presetScreen";  // bool: its key counts as well
 inline constexpr const char* found = "found";                // object: what was found, name to text
 }  // namespace setting
+
+/// The setting unkeyed: nothing, or the source as it is.
+inline constexpr const char *unkeyedHidden = "nothing", *unkeyedShown = "source";
 
 /// Where buttons end.
 struct PanelButtons {

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Looking for a screen beside the frames: a search takes longer than a frame may, so that it works
-// on a copy, on a thread of its own, while frames go on.
+// Looking for a screen beside the frames: what takes longer than a frame may works on a copy, on a
+// thread of its own, while frames go on. A look gives a key within a few frames; a search a better
+// one in seconds.
 #pragma once
 
 #include <orvanite/keyer.h>
 
-#include <atomic>
+#include <array>
 #include <cstdint>
+#include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,38 +25,48 @@ struct DeleteKeyer {
 };
 using OwnKeyer = std::unique_ptr<OrvaniteKeyer, DeleteKeyer>;
 
+/// How much is found.
+enum class Effort {
+  look,   // the screen's middle colour and a range for it: hundredths of a second
+  search  // all that makes the key: seconds
+};
+
 /// What a search came to.
 struct Found {
+  Effort effort = Effort::look;                             // that was asked for
   std::vector<std::pair<std::string, std::string>> values;  // parameter, text; none: no screen
-  std::string problem;                                      // why there are none
+  std::array<float, 3> colour{};  // the middle of the screen's, as every look sees it
+  std::string problem;            // why there is none
 };
 
 /// Used by one thread at a time.
 class ScreenSearch {
  public:
-  ScreenSearch() = default;
+  /// Runs a task somewhere, soon. Tests take it and run it when they like.
+  using Launch = std::function<void(std::packaged_task<Found()>)>;
+
+  /// Without a launch each task has a thread of its own.
+  explicit ScreenSearch(Launch launch = {}) : launch_(std::move(launch)) {}
   ScreenSearch(const ScreenSearch&) = delete;
   ScreenSearch& operator=(const ScreenSearch&) = delete;
-  /// Waits for a search that runs.
+  /// Waits for a thread that runs.
   ~ScreenSearch();
 
-  bool running() const { return thread_.joinable(); }
+  bool running() const { return result_.valid(); }
 
   /// Starts one. `keyer` has what was given; `pixels` are RGBA bytes without gaps. None may run.
   /// Throws std::system_error when there is no thread.
-  void start(OwnKeyer keyer, std::vector<std::uint8_t> pixels, int width, int height);
+  void start(Effort effort, OwnKeyer keyer, std::vector<std::uint8_t> pixels, int width,
+             int height);
 
-  /// What the search that was started found, once it is through.
+  /// What was found, once the search that was started is through. Throws std::bad_alloc where it
+  /// had no memory.
   std::optional<Found> take();
 
  private:
-  void search(int width, int height);
-
+  Launch launch_;
   std::thread thread_;
-  std::atomic<bool> done_ = false;
-  OwnKeyer keyer_;  // the thread's until it is done, and so is what follows
-  std::vector<std::uint8_t> pixels_;
-  Found found_;
+  std::future<Found> result_;
 };
 
 }  // namespace orvanite::obsPlugin

@@ -126,7 +126,8 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
   // around it, as far as in the output's pixels at this scale, and estimates at the whole plate.
   const double scale = in.real(ofx::prop::renderScale, 1, 0);
   const Finish finish = Finish::of(request.settings, request.inputs, static_cast<float>(scale));
-  const double border = finish.border() / std::max(scale, 1e-3);
+  const bool nothing = region->x2 <= region->x1 || region->y2 <= region->y1;
+  const double border = nothing ? 0 : finish.border() / std::max(scale, 1e-3);
   const double aspect = Properties(source_.properties).real(ofx::prop::pixelAspect, 1);
   const double across = border * std::max(1.0, aspect);
   const ofx::RectD wide{region->x1 - across, region->y1 - border, region->x2 + across,
@@ -141,12 +142,12 @@ ofx::Status Instance::getRegionsOfInterest(Properties in, Properties out) const 
                             MatteChannel channel) {
     ask(ref, name, needed);
     const auto whole = regionOf(ref, time);
-    if (needed && channel == MatteChannel::automatic && whole) {
+    if (needed && !nothing && channel == MatteChannel::automatic && whole) {
       out.set((std::string(ofx::prop::clipRegionOfInterest) + name).c_str(), *whole);
     }
   };
   ask(source_, ofx::sourceClip, true);
-  if (request.beside()) {
+  if (request.beside() && !nothing) {
     if (const auto whole = regionOf(source_, time)) {
       const ofx::RectD both{std::min(whole->x1, wide.x1), std::min(whole->y1, wide.y1),
                             std::max(whole->x2, wide.x2), std::max(whole->y2, wide.y2)};

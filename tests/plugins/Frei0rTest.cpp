@@ -3,6 +3,8 @@
 // The frei0r plug-ins as a host meets them: the loaded binaries, their pixels, their manners.
 #include "tests/plugins/Frei0rHost.h"
 
+#include "base/Error.h"
+
 using namespace frei0rTest;
 
 TEST(Frei0rFrame, HasTheFlatInterfacesBytesInAndOutOfPlace) {
@@ -35,6 +37,45 @@ TEST(Frei0rFrame, HasTheFlatInterfacesBytesInAndOutOfPlace) {
       binary.destruct(instance);
     }
   }
+}
+
+// frei0r asks hosts for sizes in eights, which they do not keep to. Left alone, a filter keys
+// beside estimates of the whole frame; a frame too small to show a screen it keys by the defaults.
+TEST(Frei0rFrame, OfAnySizeIsKeyedAsTheCommandKeysIt) {
+  const Binary binary(ORVANITE_FREI0R_FILTER);
+  const std::pair<int, int> sizes[] = {{1, 1},  {2, 1},  {1, 2},   {3, 3},   {7, 5},   {1, 40},
+                                       {40, 1}, {9, 17}, {31, 33}, {97, 61}, {130, 7}, {250, 141}};
+  int found = 0;
+  for (const auto& [width, height] : sizes) {
+    SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
+    std::mt19937 random(12);
+    std::vector<std::uint32_t> plate;
+    for (int i = 0; i < width * height; ++i) {
+      const auto grain = static_cast<std::uint32_t>(random() % 5);
+      const bool subject = i % width > width * 2 / 3;
+      plate.push_back(subject ? 0xFF323CB4U : 0xFF3AA826U + grain * 0x010101U);
+    }
+    std::vector<std::uint32_t> wanted, out(plate.size());
+    try {
+      wanted = keyedByFirst(plate, plate, width, height, "automatic");
+      ++found;
+    } catch (const orvanite::Error&) {
+      Settings settings;
+      settings.setText("output", "unpremultiplied");
+      wanted = flat(settings, plate, nullptr, width, height);
+    }
+    f0r_instance_t instance =
+        binary.construct(static_cast<unsigned>(width), static_cast<unsigned>(height));
+    for (int frame = 0; frame < 2; ++frame) {
+      binary.update(instance, frame, plate.data(), out.data());
+      EXPECT_EQ(out, wanted) << "frame " << frame;
+    }
+    out = plate;
+    binary.update(instance, 2, out.data(), out.data());
+    EXPECT_EQ(out, wanted) << "in place";
+    binary.destruct(instance);
+  }
+  EXPECT_GT(found, 3);
 }
 
 // Some hosts cut a frame into slices and update one instance from several threads; a parameter may

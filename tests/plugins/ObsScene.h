@@ -63,8 +63,10 @@ struct Plane {
 
 class Plate {
  public:
-  Plate(const Form& form, int width, int height)
-      : frame(form.format, width, height), width_(width), height_(height), form_(form) {
+  /// `gap` is how many pixels lie between its rows.
+  Plate(const Form& form, int width, int height, int gap = 0)
+      : frame(form.format, width + gap, height), width_(width), height_(height), form_(form) {
+    frame->width = static_cast<std::uint32_t>(width);
     const bool rgb = std::strchr(form.packing, 'r') != nullptr;
     for (std::size_t c = 0; c < 3; ++c) {
       const bool halved = c > 0 && !rgb;

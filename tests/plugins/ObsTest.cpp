@@ -4,87 +4,14 @@
 // sizes and sources change. Skipped where libobs finds no screen to draw on.
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <orvanite/keyer.h>
 #include <util/platform.h>
 
 #include <cstdlib>
-#include <memory>
 
 #include "keyer/Parameters.h"
-#include "tests/plugins/ObsScene.h"
+#include "tests/plugins/ObsFixture.h"
 
-namespace {
-
-using obsScene::Form;
-using obsScene::forms;
-using obsScene::Plate;
-
-constexpr int width = 320, height = 180;
-constexpr Form rgbaForm = forms[16];
-static_assert(rgbaForm.format == VIDEO_FORMAT_RGBA);
-
-struct Delete {
-  void operator()(obs_source_t* source) const { obs_source_release(source); }
-  void operator()(obs_data_t* data) const { obs_data_release(data); }
-  void operator()(OrvaniteKeyer* keyer) const { orvanite_keyerDelete(keyer); }
-  void operator()(obs_properties_t* panel) const { obs_properties_destroy(panel); }
-};
-template <class T>
-using Own = std::unique_ptr<T, Delete>;
-
-Own<obs_data_t> settingsFrom(const char* json) {
-  return Own<obs_data_t>(obs_data_create_from_json(json));
-}
-
-// A screen of 44,158,60 in OBS's number, red lowest.
-constexpr const char* greenScreen = R"({"screen": 4282162732, "screenRange": 0.1})";
-static_assert(0xff000000 + 60 * 65536 + 158 * 256 + 44 == 4282162732);
-
-Own<OrvaniteKeyer> greenKeyer() {
-  Own<OrvaniteKeyer> made(orvanite_keyerNew());
-  const double screen[] = {44.0 / 255, 158.0 / 255, 60.0 / 255};
-  orvanite_keyerSetNumbers(made.get(), "screen", screen, 3);
-  orvanite_keyerSetText(made.get(), "screenRange", "0.1");
-  orvanite_keyerSetText(made.get(), "output", "unpremultiplied");
-  orvanite_keyerSetText(made.get(), "colourspace", "video");
-  return made;
-}
-
-OrvaniteImage imageOf(std::vector<std::uint8_t>& rgba, int w, int h) {
-  OrvaniteImage image{};
-  image.width = w;
-  image.height = h;
-  image.depth = ORVANITE_8BIT;
-  for (std::size_t c = 0; c < 4; ++c) image.channels[c] = rgba.data() + c;
-  image.pixelStride = 4;
-  image.rowStride = std::ptrdiff_t{4} * w;
-  return image;
-}
-
-std::vector<std::uint8_t> keyed(OrvaniteKeyer* keyer, std::vector<std::uint8_t> rgba, int w = width,
-                                int h = height) {
-  OrvaniteFrame frame{};
-  frame.plate = frame.result = imageOf(rgba, w, h);
-  EXPECT_EQ(orvanite_keyerRender(keyer, &frame, 1), ORVANITE_OK) << orvanite_keyerError(keyer);
-  return rgba;
-}
-
-class Obs : public testing::Test {
- protected:
-  void SetUp() override {
-    host = std::make_unique<ObsHost>(ORVANITE_OBS_BINARY, width, height);
-    if (!host->problem().empty()) GTEST_SKIP() << host->problem();
-  }
-  Own<obs_source_t> filter(const char* json) {
-    return Own<obs_source_t>(host->newFilter("orvanite_filter", settingsFrom(json).get()));
-  }
-  // Shows a frame until the filter keys it.
-  bool untilKeyed(const ObsFrame& frame, ObsSeen& seen, double seconds = 120) {
-    return host->showUntil(
-        frame, [](const ObsSeen& each) { return each.bytes[3] == 0; }, seen, seconds);
-  }
-  std::unique_ptr<ObsHost> host;
-};
+namespace obsTest {
 
 TEST_F(Obs, KeysEveryFormatOfFramesAsTheCInterfaceKeysTheirColours) {
   const auto key = filter(greenScreen);
@@ -120,25 +47,25 @@ TEST_F(Obs, FindsTheScreenOnTheFirstFramesThatShowOneAndKeepsIt) {
   std::memset(grey->data[0], 128, static_cast<std::size_t>(width) * height * 4);
   auto key = filter("{}");
   host->use({key.get()});
-  // Without a screen frames go on as they are, and the log says why once.
+  // Without a screen nothing is shown, and the log says why once.
+  for (int i = 0; i < 40; ++i) EXPECT_TRUE(isBlank(host->show(grey)));
+  // Then a key, never the bare screen, and in the end the one that a search finds.
+  const auto expected = keyed(foundKeyer(plate.rgba).get(), plate.rgba);
   ObsSeen seen;
-  for (int i = 0; i < 5; ++i) seen = host->show(grey);
-  EXPECT_EQ(seen.bytes, std::vector<std::uint8_t>(seen.bytes.size(), 128));
-  ASSERT_TRUE(untilKeyed(plate.frame, seen));
-
-  Own<OrvaniteKeyer> reference(orvanite_keyerNew());
-  orvanite_keyerSetText(reference.get(), "output", "unpremultiplied");
-  orvanite_keyerSetText(reference.get(), "colourspace", "video");
-  const OrvaniteImage image = imageOf(plate.rgba, width, height);
-  ASSERT_EQ(orvanite_keyerFind(reference.get(), &image, ORVANITE_CLEAN_PLATE_NEVER), ORVANITE_OK);
-  const auto expected = keyed(reference.get(), plate.rgba);
-  EXPECT_EQ(seen.bytes, expected);
+  int bare = 0;
+  ASSERT_TRUE(host->showUntil(
+      plate.frame,
+      [&](const ObsSeen& each) {
+        bare += !isBlank(each) && !isKeyed(each);
+        return each.bytes == expected;
+      },
+      seen));
+  EXPECT_EQ(bare, 0);
   const auto said = host->said();
-  ASSERT_EQ(said.size(), 2U);
-  EXPECT_EQ(said[0], "'key': auto: expected a screen of one colour in the plate, found none");
-  EXPECT_NE(said[1].find(std::string("found the screen ") +
-                         orvanite_keyerText(reference.get(), "screen")),
-            std::string::npos);
+  ASSERT_EQ(said.size(), 3U);
+  EXPECT_EQ(said[0], "'key': plate: expected a screen of one colour, found none");
+  EXPECT_NE(said[1].find("sees the screen 0."), std::string::npos) << said[1];
+  EXPECT_NE(said[2].find("found the screen 0."), std::string::npos) << said[2];
 
   // It is kept when the screen is out of sight, and with OBS's own settings.
   EXPECT_NE(host->show(grey).bytes[3], 0);
@@ -149,15 +76,6 @@ TEST_F(Obs, FindsTheScreenOnTheFirstFramesThatShowOneAndKeepsIt) {
   host->use({key.get()});
   EXPECT_EQ(host->show(plate.frame).bytes, expected);
   EXPECT_TRUE(host->said().empty());
-
-  // Looked for again it is another: that of the frame that is there then.
-  for (int i = 0; i < width * height; ++i)
-    std::swap(plate.frame->data[0][4 * i + 1], plate.frame->data[0][4 * i + 2]);
-  const Own<obs_properties_t> panel(obs_source_properties(key.get()));
-  obs_property_button_clicked(obs_properties_get(panel.get(), "findAgain"), key.get());
-  ASSERT_TRUE(host->showUntil(
-      plate.frame, [](const ObsSeen& each) { return each.bytes[3] == 0; }, seen));
-  EXPECT_EQ(seen.pixel(width / 2, height / 2)[3], 255);
 }
 
 TEST_F(Obs, TakesSettingsViewsAndSizesWhileItRunsAndSaysWhatCannotBe) {
@@ -204,8 +122,11 @@ TEST_F(Obs, TakesSettingsViewsAndSizesWhileItRunsAndSaysWhatCannotBe) {
   EXPECT_NE(said[0].find("upside down"), std::string::npos);
   EXPECT_NE(said[1].find("screenRange"), std::string::npos);
   EXPECT_NE(said[2].find("matteGamma"), std::string::npos);
-  set(R"({"screen": 4278190080})");  // black: nothing is keyed, and the frame is shown
+  // With a black screen nothing is keyed, and nothing shown unless that is wanted.
+  set(R"({"screen": 4278190080})");
   ObsSeen seen;
+  EXPECT_TRUE(host->showUntil(plate.frame, isBlank, seen, 60));
+  set(R"({"unkeyed": "source"})");
   EXPECT_TRUE(host->showUntil(
       plate.frame,
       [&](const ObsSeen& each) {
@@ -216,7 +137,6 @@ TEST_F(Obs, TakesSettingsViewsAndSizesWhileItRunsAndSaysWhatCannotBe) {
   set(R"({"output": "unpremultiplied", "matteGamma": 1})");
   orvanite_keyerSetText(reference.get(), "screenRange", "0.1");
   EXPECT_TRUE(agrees(false));
-  host->said();
 
   const struct { int w, h; } sizes[] = {{640, 360}, {2, 2}, {161, 91}, {1, 1}, {width, height}};
   for (const auto& [w, h] : sizes) {
@@ -231,11 +151,6 @@ TEST_F(Obs, TakesSettingsViewsAndSizesWhileItRunsAndSaysWhatCannotBe) {
       }
     }
   }
-  // Grey frames have no screen: they go on as they are, said once.
-  const ObsFrame grey(VIDEO_FORMAT_Y800, width, height);
-  EXPECT_EQ(host->show(grey).format, VIDEO_FORMAT_Y800);
-  EXPECT_EQ(host->show(grey).format, VIDEO_FORMAT_Y800);
-  EXPECT_EQ(host->said().size(), 1U);
 }
 
 TEST_F(Obs, IsLaidOverWhatIsBehindByStraightAlpha) {
@@ -343,13 +258,12 @@ TEST_F(Obs, ShowsTheTableFoldedAndLoadsAndSavesPresets) {
   obs_data_set_string(settings.get(), "presetIn", in.c_str());
   obs_data_set_string(settings.get(), "presetOut", out.c_str());
   obs_data_set_double(settings.get(), "saturation", 3);  // gives way to the preset
-  host->use({key.get()});
   const Plate plate(rgbaForm, width, height);
-  host->show(plate.frame);
   const auto press = [&](const char* button) {
     obs_property_button_clicked(obs_properties_get(panel.get(), button), key.get());
   };
   press("loadPreset");
+  host->use({key.get()});
   const auto expected = keyed(reference.get(), plate.rgba);
   ObsSeen seen;
   EXPECT_TRUE(host->showUntil(
@@ -374,4 +288,4 @@ TEST_F(Obs, ShowsTheTableFoldedAndLoadsAndSavesPresets) {
   os_unlink(out.c_str());
 }
 
-}  // namespace
+}  // namespace obsTest

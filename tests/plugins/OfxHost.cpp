@@ -86,12 +86,12 @@ std::unique_ptr<EffectState> OfxHost::instantiate(const EffectState& descriptor,
 }
 
 ofx::Status OfxHost::render(EffectState& effect, const ofx::RectI& window, double time,
-                            const char* field) {
+                            const char* field, double scale) {
   Props in;
   in.set("OfxPropTime", time)
       .set("OfxImageEffectPropFieldToRender", std::string(field))
       .setInts("OfxImageEffectPropRenderWindow", {window.x1, window.y1, window.x2, window.y2})
-      .setDoubles("OfxImageEffectPropRenderScale", {1.0, 1.0});
+      .setDoubles("OfxImageEffectPropRenderScale", {scale, scale});
   return call("OfxImageEffectActionRender", &effect, &in);
 }
 

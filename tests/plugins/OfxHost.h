@@ -151,7 +151,7 @@ class OfxHost {
   ofx::Status create(EffectState& effect) { return call("OfxActionCreateInstance", &effect); }
   ofx::Status destroy(EffectState& effect) { return call("OfxActionDestroyInstance", &effect); }
   ofx::Status render(EffectState& effect, const ofx::RectI& window, double time = 0,
-                     const char* field = "OfxFieldNone");
+                     const char* field = "OfxFieldNone", double scale = 1);
   ofx::Status changed(EffectState& effect, const std::string& param,
                       const char* reason = "OfxChangeUserEdited");
   /// The lines and rectangles that an overlay drew, as their points.
