@@ -124,6 +124,53 @@ test('a range is rendered as a ZIP, with the samples that the command writes', a
   keyed(line.replace('plate.webm', 'plate.####.png'), stills);
   same(to, stills);
 
+  // One frame alone is its file.
+  await page.selectOption('#range', 'one');
+  assert.match(await page.textContent('#render small'), /^frame 3: plate-key\.0003\.png \(download\)/);
+  const [alone] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  assert.equal(alone.suggestedFilename(), 'plate-key.0003.png');
+  assert.deepEqual(readFileSync(await alone.path()), readFileSync(join(to, 'key.0003.png')));
+  await page.selectOption('#range', 'marked');
+
+  // The same as a movie with alpha, which others decode: what is lost is the codec's.
+  await page.selectOption('#form', '.webm');
+  const [film] = await Promise.all([page.waitForEvent('download'), page.click('#render')]);
+  assert.equal(film.suggestedFilename(), 'plate-key.webm');
+  const path = await film.path();
+  // Times are those of the plate, which counts in milliseconds: from 2/24, 3/24 and 4/24.
+  const said = JSON.parse(execFileSync('ffprobe', ['-v', 'warning', '-show_packets', '-show_streams', '-of', 'json', path]));
+  assert.deepEqual([said.streams[0].codec_name, said.streams[0].tags.alpha_mode, ...said.packets.map(({pts_time: time}) => Number(time))], ['vp9', '1', ...[83, 125, 167].map((time) => (time - 83) / 1000)]);
+  const pixels = ffmpeg('-c:v', 'libvpx-vp9', '-i', path, '-fps_mode', 'passthrough', '-f', 'rawvideo', '-pix_fmt', 'rgba', '-');
+  assert.equal(pixels.length, 3 * 4 * width * height);
+  names.forEach((name, n) => {
+    const still = readPng(join(to, name)).pixels;
+    const sums = {alpha: 0, colour: 0, solid: 0};
+    for (let i = 0; i < still.length; i += 4) {
+      const at = i + n * still.length;
+      sums.alpha += Math.abs(still[i + 3] - pixels[at + 3]);
+      if (still[i + 3] < 255) continue;
+      ++sums.solid;
+      sums.colour += Math.abs(still[i + 1] - pixels[at + 1]);
+    }
+    assert.ok(sums.alpha / (width * height) < 1, `${name}: alpha is ${sums.alpha / (width * height)} apart`);
+    assert.ok(sums.solid > 900 && sums.colour / sums.solid < 4, `${name}: colours are ${sums.colour / sums.solid} apart in ${sums.solid}`);
+  });
+  // The browser itself shows it with its alpha, where a page allows movies.
+  await page.selectOption('#form', '.zip');
+  const frame = await page.context().newPage();
+  const clear = await frame.evaluate(async (text) => {
+    const video = document.createElement('video');
+    video.muted = true;
+    video.src = URL.createObjectURL(new Blob([Uint8Array.from(atob(text), (one) => one.charCodeAt(0))], {type: 'video/webm'}));
+    await new Promise((done, failed) => { video.onloadeddata = done; video.onerror = () => failed(video.error); });
+    await new Promise((done) => { video.onseeked = done; video.currentTime = 0.05; });
+    const context = new OffscreenCanvas(video.videoWidth, video.videoHeight).getContext('2d');
+    context.drawImage(video, 0, 0);
+    return [[8, 8], [80, 50]].map(([x, y]) => context.getImageData(x, y, 1, 1).data[3]);
+  }, readFileSync(path).toString('base64'));
+  await frame.close();
+  assert.deepEqual(clear, [0, 255]);
+
   // Into a file that one chooses, where the browser has that; and stopped.
   await page.evaluate(() => {
     window.showSaveFilePicker = async ({suggestedName}) => (await navigator.storage.getDirectory()).getFileHandle(suggestedName, {create: true});

@@ -14,8 +14,8 @@ import {after, test} from 'node:test';
 import {pathToFileURL} from 'node:url';
 
 const load = (name) => import(pathToFileURL(path.resolve(process.env.SITE, name)));
-const [{Movie, isMovie}, {Reel}, {layoutOf, pictureOf, turned}, {Zip}, {decodePng}] =
-  await Promise.all(['movie.js', 'reel.js', 'planes.js', 'zip.js', 'png.js'].map(load));
+const [{Movie, isMovie}, {Reel}, {layoutOf, pictureOf, turned}, {Zip}, {decodePng}, {WebmFile}, {planesOf, alphaPlanes}, {sinkFor}] =
+  await Promise.all(['movie.js', 'reel.js', 'planes.js', 'zip.js', 'png.js', 'webm.js', 'film.js', 'sink.js'].map(load));
 const folder = mkdtempSync(path.join(tmpdir(), 'orvanite-movies-'));
 after(() => rmSync(folder, {recursive: true}));
 const file = (name) => path.join(folder, name);
@@ -309,4 +309,51 @@ with zipfile.ZipFile(sys.argv[1]) as one:
   large.at = 0;
   large.entries = Array.from({length: 65535}, () => ({name: new Uint8Array(1)}));
   await assert.rejects(large.add('last', new Uint8Array(0)), /65535 files/);
+});
+
+test('a WebM file has its frames, alpha and times for others', async () => {
+  // Colours and alpha encoded apart, two groups of each; times are uneven.
+  const encode = (name, filter) => ffmpeg('-f', 'lavfi', '-i', `testsrc2=size=98x50:rate=25:duration=0.48,${filter},format=yuv420p`, '-c:v', 'libvpx-vp9', '-deadline', 'realtime', '-cpu-used', '8', '-g', '7', '-lag-in-frames', '0', '-auto-alt-ref', '0', file(name));
+  encode('colours.webm', 'hue=s=1');
+  encode('matte.webm', 'hue=s=0,negate');
+  const [colours, matte] = await Promise.all(['colours.webm', 'matte.webm'].map((name) => Movie.of(blobOf(name))));
+  const times = Array.from({length: 12}, (_, i) => i * 0.04 + (i > 6 ? 40 : 0));  // a cluster cannot span so long
+  for (const alpha of [true, false]) {
+    const sink = await sinkFor('key.webm');
+    const webm = new WebmFile(sink, {width: 98, height: 50, alpha, seconds: 40.48, matrix: 6});
+    await webm.begin();
+    for (let i = 0; i < 12; ++i) {
+      await webm.add({time: times[i], length: 0.04, key: i % 7 === 0, colours: await colours.packet(i), alpha: alpha ? await matte.packet(i) : undefined});
+    }
+    await webm.end();
+    writeFileSync(file('made.webm'), Buffer.from(await (await sink.close()).arrayBuffer()));
+    const said = JSON.parse(execFileSync('ffprobe', ['-v', 'warning', '-show_packets', '-show_streams', '-show_format', '-of', 'json', file('made.webm')], {stdio: ['ignore', 'pipe', 'inherit']}));
+    assert.deepEqual(said.packets.map(({pts_time: time}) => Number(time)), times.map((time) => Math.round(1000 * time) / 1000));
+    assert.deepEqual(said.packets.map(({flags}) => flags.includes('K')), times.map((_, i) => i % 7 === 0));
+    assert.equal(Number(said.format.duration), 40.48);
+    assert.deepEqual([said.streams.length, said.streams[0].codec_name, said.streams[0].width, said.streams[0].height, said.streams[0].tags.alpha_mode], [1, 'vp9', 98, 50, alpha ? '1' : undefined]);
+    const decoded = (name, form, ...words) => ffmpeg('-c:v', 'libvpx-vp9', '-i', file(name), '-fps_mode', 'passthrough', ...words, '-f', 'rawvideo', '-pix_fmt', form, '-');
+    assert.deepEqual(decoded('made.webm', 'yuv420p'), decoded('colours.webm', 'yuv420p'));
+    if (alpha) assert.deepEqual(decoded('made.webm', 'gray', '-vf', 'alphaextract'), decoded('matte.webm', 'gray', '-vf', 'extractplanes=y'));
+    // One can go to the second group at once: the list of key frames is found.
+    const sought = JSON.parse(execFileSync('ffprobe', ['-v', 'warning', '-read_intervals', '40.4%+#1', '-show_packets', '-of', 'json', file('made.webm')]));
+    assert.equal(Number(sought.packets[0].pts_time), Math.round(1000 * times[7]) / 1000);
+    const again = await Movie.of(blobOf('made.webm'));
+    assert.deepEqual([again.packets, again.leavesAlpha, again.colour.matrix], [12, alpha, 'smpte170m']);
+  }
+});
+
+test('pictures become the planes that FFmpeg makes of them', () => {
+  const drawn = ['-f', 'lavfi', '-i', 'gradients=size=98x50:c0=0x20a040:c1=0xd08060:c2=0x2030a0:nb_colors=3:seed=4:duration=0.04,format=gbrap,geq=r=r(X\\,Y):g=g(X\\,Y):b=b(X\\,Y):a=2*X+Y', '-frames:v', '1'];
+  for (const [matrix, name] of [['smpte170m', 'bt601'], ['bt709', 'bt709']]) {
+    for (const depth of [1, 2]) {
+      const raw = Uint8Array.from(ffmpeg(...drawn, '-f', 'rawvideo', '-pix_fmt', 'rgba', '-'));
+      const picture = {width: 98, height: 50, depth, pixels: depth === 2 ? Uint16Array.from(raw, (code) => code * 257) : raw};
+      const expected = Uint8Array.from(ffmpeg(...drawn, '-vf', `scale=out_color_matrix=${name}:out_range=tv:flags=accurate_rnd+full_chroma_inp:out_h_chr_pos=0:out_v_chr_pos=128`, '-f', 'rawvideo', '-pix_fmt', 'yuva420p', '-'));
+      const planes = planesOf(picture, matrix);
+      assert.equal(planes.length, 98 * 50 * 1.5);
+      planes.forEach((code, i) => assert.ok(Math.abs(code - expected[i]) <= 2, `${matrix}, ${depth}: ${i} is ${code}, not ${expected[i]}`));
+      assert.deepEqual(alphaPlanes(picture).subarray(0, 98 * 50), expected.subarray(98 * 50 * 1.5));
+    }
+  }
 });

@@ -127,8 +127,8 @@ export class Answers {
     return [...words, '-o', this.written].map(shellWord).join(' ');
   }
 
-  /** The whole plate keyed, as a PNG with all its bits or, of floats, an OpenEXR file. */
-  async render(settings) {
+  /** The whole plate keyed, and whether its alpha counts. */
+  async keyed(settings) {
     const {width, height} = this.plate;
     const output = this.parameters.find(({name}) => name === 'output');
     const view = output.choices.find(({text}) => text === (settings.output ?? output.standard));
@@ -143,10 +143,16 @@ export class Answers {
       picture = {...parts[0], height, pixels: new parts[0].pixels.constructor(4 * width * height)};
       parts.reduce((at, {pixels}) => { picture.pixels.set(pixels, at); return at + pixels.length; }, 0);
     }
-    if (picture.depth !== 4) return encodePng(picture, view.alpha);
+    return {picture, alpha: view.alpha};
+  }
+
+  /** The same as a PNG with all its bits or, of floats, an OpenEXR file. */
+  async render(settings) {
+    const {picture, alpha} = await this.keyed(settings);
+    if (picture.depth !== 4) return encodePng(picture, alpha);
     const {pixels} = picture;
     if (this.multiplies(settings)) for (let i = 0; i < pixels.length; ++i) if (i % 4 !== 3) pixels[i] *= pixels[i | 3];
-    return encodeExr({...picture, half: this.half}, view.alpha);
+    return encodeExr({...picture, half: this.half}, alpha);
   }
 
   // A render goes on while the page asks how far it is.

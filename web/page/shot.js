@@ -3,6 +3,7 @@
 // A plate of many frames: the engines hold one of them at a time, and what a request asks of a frame is
 // answered when they hold it. Clips beside the plate go by its numbers and hold their ends.
 import {Answers} from './answers.js';
+import {encodingOf, Film} from './film.js';
 import {sinkFor} from './sink.js';
 import {Refusal} from './workers.js';
 import {mostFiles, Zip} from './zip.js';
@@ -20,9 +21,16 @@ export class Shot extends Answers {
     this.frame = null;  // that the engines hold
   }
 
+  async open() {
+    await super.open();
+    const {width, height, depth} = this.plate;
+    this.encoding = depth === 4 ? null : await encodingOf(width, height, this.clip.rate);
+  }
+
   state(notices) {
     const {numbers, rate} = this.clip;
-    return {...super.state(notices), frames: numbers, isShot: true, framesPerSecond: rate, ending: '.zip'};
+    const forms = {'.zip': `${this.ending === '.exr' ? 'OpenEXR' : 'PNG'} files in a ZIP`, ...(this.encoding && {'.webm': 'a WebM movie'})};
+    return {...super.state(notices), frames: numbers, isShot: true, framesPerSecond: rate, ending: '.zip', frameEnding: this.ending, forms};
   }
 
   get written() { return `key.####${this.ending}`; }
@@ -77,18 +85,19 @@ export class Shot extends Answers {
   async start({settings, from, to, name}) {
     const {numbers} = this.clip;
     const frames = numbers.filter((number) => number >= (from ?? numbers[0]) && number <= (to ?? numbers.at(-1)));
-    if (frames.length > mostFiles) throw new Refusal(400, 'render', `a ZIP file holds ${mostFiles} frames: render it in parts`);
+    const write = name.endsWith('.webm') ? this.writeFilm : name.endsWith('.zip') ? this.writeZip : this.writeOne;
+    if (write === this.writeZip && frames.length > mostFiles) throw new Refusal(400, 'render', `a ZIP file holds ${mostFiles} frames: render it in parts`);
     const job = {state: 'running', done: 0, message: ''};
     let sink;
     try {
-      sink = await sinkFor(name);
+      sink = write === this.writeOne ? {chosen: null, abort() {}} : await sinkFor(name);
     } catch (error) {
       if (error.name !== 'AbortError') throw error;
       this.job = {...job, state: 'cancelled', message: 'no file was chosen'};
       return;
     }
     this.job = job;
-    this.write(job, settings, frames, sink).then((blob) => {
+    write.call(this, job, settings, frames, sink).then((blob) => {
       if (job.state === 'running') Object.assign(job, {state: 'done', done: 1, blob, message: sink.chosen ?? '', written: Boolean(sink.chosen)});
     }, (error) => {
       sink.abort();
@@ -96,18 +105,45 @@ export class Shot extends Answers {
     });
   }
 
-  async write(job, settings, frames, sink) {
-    const zip = new Zip(sink.write);
+  /** Does what is to be done with each frame when the engines hold it, while the job runs. */
+  async *each(job, settings, frames, work) {
     for (const [i, frame] of frames.entries()) {
-      const file = await this.at(frame, async () => {
+      const made = await this.at(frame, async () => {
         await this.estimate(settings);
-        return this.render(settings);
+        return work();
       });
       if (job.state !== 'running') throw new Error(job.message);
-      await zip.add(this.written.replace(/#+/, (digits) => String(frame).padStart(digits.length, '0')), new Uint8Array(await file.arrayBuffer()));
+      yield [frame, made];
       job.done = (i + 1) / frames.length;
     }
+  }
+
+  async writeOne(job, settings, frames) {
+    for await (const [, file] of this.each(job, settings, frames, () => this.render(settings))) return file;
+    throw new Error('expected a frame');
+  }
+
+  async writeZip(job, settings, frames, sink) {
+    const zip = new Zip(sink.write);
+    for await (const [frame, file] of this.each(job, settings, frames, () => this.render(settings))) {
+      await zip.add(this.written.replace(/#+/, (digits) => String(frame).padStart(digits.length, '0')), new Uint8Array(await file.arrayBuffer()));
+    }
     await zip.end();
+    return sink.close();
+  }
+
+  async writeFilm(job, settings, frames, sink) {
+    const {numbers, times} = this.clip;
+    let film;
+    try {
+      for await (const [, {picture, alpha}] of this.each(job, settings, frames, () => this.keyed(settings))) {
+        film ??= new Film(sink, this.encoding, {times: frames.map((frame) => times[numbers.indexOf(frame)]), alpha});
+        await film.add(picture);
+      }
+      await film.end();
+    } finally {
+      film?.close();
+    }
     return sink.close();
   }
 

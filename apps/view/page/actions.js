@@ -37,15 +37,26 @@ export class Actions {
     });
     this.copyScript.hidden = state.description.script === false;
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
-    const handed = `${stem}-key${state.description.ending ?? '.png'}`;
-    this.onClick(this.render, () => this.start(handed));
+    this.stem = `${stem}-key`;
+    this.onClick(this.render, () => this.start(this.handed()));
     this.onClick(this.cancel, () => ask('cancel', {}));
-    this.file = state.description.output || handed;
+    // Endings of files that renders are handed over in, where there is a choice.
+    const forms = Object.entries(state.description.forms ?? {});
+    this.form.replaceChildren(...forms.map(([ending, words]) => new Option(words, ending)));
+    this.form.hidden = forms.length < 2;
+    this.form.addEventListener('change', () => this.label());
     for (const type of ['settings', 'shown']) state.addEventListener(type, () => this.label());
     this.range.hidden = state.description.frames.length < 2;
     this.range.addEventListener('change', () => this.label());
     this.label();
-    this.resume(handed);
+    this.resume(this.handed());
+  }
+
+  /** The name of what is handed over: of one frame of a shot its file, where it need not be packed. */
+  handed() {
+    const {description: {ending = '.png', frameEnding}, frame} = this.state;
+    const alone = this.range.value === 'one' && frameEnding && (this.form.value || ending) === ending;
+    return this.stem + (alone ? `.${String(frame).padStart(4, '0')}${frameEnding}` : this.form.value || ending);
   }
 
   /** The first and the last frame to render; nothing: all. */
@@ -64,7 +75,7 @@ export class Actions {
     title.textContent = `Render ${choice?.label ?? ''}`.trim();
     const alpha = choice?.alpha === undefined ? '' : choice.alpha ? ', matte in alpha' : ', no alpha';
     below.textContent = description.isShot && !description.output && !description.ending
-      ? 'a shot wants -o with a pattern or a movie' : this.wordsOfFrames() + `${this.file}${description.output ? '' : ' (download)'}${alpha}`;
+      ? 'a shot wants -o with a pattern or a movie' : this.wordsOfFrames() + `${description.output || `${this.handed()} (download)`}${alpha}`;
   }
 
   wordsOfFrames() {

@@ -161,7 +161,7 @@ async function start() {
   new Strip(byId('strip'), state, description, () => !renders.busy && !timeline.stop && !auto);
   const actions = new Actions(state, {
     savePreset: byId('savePreset'), copyCommand: byId('copyCommand'), copyScript: byId('copyScript'),
-    render: byId('render'), range: byId('range'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
+    render: byId('render'), range: byId('range'), form: byId('form'), bar: byId('running'), progress: byId('progress'), done: byId('done'),
     cancel: byId('cancel'), told: byId('told'), saveMasks: byId('maskSave'),
   });
   const masks = new MaskTool(stage, state, {
