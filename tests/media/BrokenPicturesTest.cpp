@@ -68,8 +68,7 @@ TEST(BrokenPictures, AHeaderWithoutPixelsIsRefusedByWhatItPromises) {
   ffmpeg(folder, "-f lavfi -i testsrc2=s=64x32 -frames:v 1 -pix_fmt gbrp10be @s.dpx");
   std::string bytes = bytesOf(folder / "s.dpx").substr(0, 1664);
   bytes.resize(2048);
-  for (const std::size_t at : {std::size_t{772}, std::size_t{776}})
-    bytes.replace(at, 4, std::string("\0\0\x40\0", 4));
+  for (const std::size_t at : {772U, 776U}) bytes.replace(at, 4, std::string("\0\0\x40\0", 4));
   writeBytes(folder / "claim.dpx", bytes);
   const std::string error = readThrough(folder / "claim.dpx").error;
   // 1664 + 16384 * 16384 * 4 bytes.
