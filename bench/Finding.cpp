@@ -38,9 +38,11 @@ void carry(benchmark::State& state, int depth, Encoding encoding, int threads) {
   countPixels(state);
 }
 
-void render(benchmark::State& state, int depth, Encoding encoding, int threads) {
+// lead  whether the plate's colour is led by its light, as that of a movie would be
+void render(benchmark::State& state, int depth, Encoding encoding, int threads, bool lead) {
   const Pictures& all = pictures(depth, encoding);
-  const BlindKey key = findKey(plateOf(all), givenOf(encoding));
+  BlindKey key = findKey(plateOf(all), givenOf(encoding));
+  key.lead = lead ? 1.0f : 0.0f;
   Settings settings = key.settings;
   settings.setText("output", "composite");
   Inputs inputs;
@@ -70,8 +72,10 @@ void registerFinding() {
       put("find", threads, [=](benchmark::State& state) { find(state, depth, encoding, threads); });
       put("carry", threads,
           [=](benchmark::State& state) { carry(state, depth, encoding, threads); });
-      put("render", threads,
-          [=](benchmark::State& state) { render(state, depth, encoding, threads); });
+      for (const bool lead : {false, true}) {
+        put(lead ? "renderLed" : "render", threads,
+            [=](benchmark::State& state) { render(state, depth, encoding, threads, lead); });
+      }
     }
   }
 }

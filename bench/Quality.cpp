@@ -170,14 +170,14 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& sh
         keyed.colour[3 * i + c] = static_cast<float>(out[4 * i + c]) / 255.0f;
     }
     row.chosen = fmt::format(
-        "{:.2f},{:.2f},{:.2f} conf {:.2f} misfit {:.4f} {} {} b {:.2f} g {:.2f} lo {:.3f} grain "
-        "{:.4f} {}",
+        "{:.2f},{:.2f},{:.2f} conf {:.2f} misfit {:.4f} {} {} b {:.2f} g {:.2f} lo {:.3f} lead "
+        "{:.2f} {}",
         key.screen.colour[0], key.screen.colour[1], key.screen.colour[2], key.screen.confidence,
         key.plate.misfit, key.plate.local ? "local" : "rigid",
         key.mixing == Mixing::codes   ? "codes"
         : key.mixing == Mixing::video ? "video"
                                       : "light",
-        key.numbers.balance, key.numbers.gain, key.numbers.clip, 0.0,
+        key.numbers.balance, key.numbers.gain, key.numbers.clip, key.lead,
         fmt::format("vote {:.2f} {:.4f} {}", key.vote.slope, key.vote.spread, key.vote.samples));
   } catch (const Error& error) {
     row.keyed = false;
@@ -226,6 +226,8 @@ int main(int count, char** arguments) try {
       wishes.garbage = false;
     else if (a == "--no-mixing")
       wishes.mixing = false;
+    else if (a == "--no-lead")
+      wishes.lead = false;
     else
       plates = a;
   }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/Error.h"
+#include "keyer/Chroma.h"
 #include "keyer/CleanPlate.h"
 #include "keyer/KeyMattes.h"
 #include "keyer/KeyRegions.h"
@@ -116,6 +117,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   if (given.given("screen")) keepOrder(key.screen, given);
   key.plate = rigidPlate(look, key.screen);
   estimateClean(key.plate, look, key.screen);
+  if (wishes.lead) key.lead = chromaLead(plate, look, key.plate.sure);
   const KeyRegions regions = keyRegions(look, key.screen, key.plate);
   key.vote = mixingOf(look, key.plate, regions);
   key.mixing = fixedMixing(given, key.encoding);
@@ -189,6 +191,7 @@ BlindKey BlindKey::carriedTo(const Plate& frame, const RowLoop& rows) const {
   key.mixing = mixing;
   key.vote = vote;
   key.numbers = numbers;
+  key.lead = lead;
   key.encoding = encoding;
   key.wishes = wishes;
   key.width = frame.width;

@@ -21,6 +21,7 @@ struct KeyWishes {
   bool holdOut = true;  // a matte of what is surely solid
   bool garbage = true;  // a matte of what surely is nothing but screen
   bool mixing = true;   // in which encoding to key a plate of video codes
+  bool lead = true;     // colour led by light where it is stored more coarsely
 };
 
 /// Everything that was chosen for a plate.
@@ -38,6 +39,7 @@ struct BlindKey {
   ScreenPlate plate;   // the clean plate, at the size at which the plate was looked at
   Plane holdOut;       // 1 holds; at that size; empty: none
   Plane garbage;       // 1 cuts; likewise
+  float lead = 0;      // how far the frames' colour is led by their light, 0..1
   bool steady = true;  // whether one clean plate serves all frames that were seen
 
   /// Writes the clean plate in the plate's own encoding, alpha 1.0. The picture has the plate's

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/Error.h"
+#include "keyer/Chroma.h"
 
 namespace orvanite {
 namespace {
@@ -97,9 +98,19 @@ class FrameWords {
       : words_(words),
         frame_(frame),
         used_(used),
+        lead_(key.lead),
         clean_{over(key.plate.clean[0]), over(key.plate.clean[1]), over(key.plate.clean[2])},
         holdOut_(over(key.holdOut)),
         garbage_(over(key.garbage)) {}
+
+  /// Whether what is read of the plate's rows is theirs and their neighbours'.
+  bool leads() const { return lead_ > 0; }
+
+  /// The plate's rows from one on with their colour led by light; none where it is not.
+  std::optional<LedRows> ledFrom(int first) const {
+    if (!leads()) return std::nullopt;
+    return LedRows(frame_.pictures.fg, frame_.depth, frame_.width, frame_.height, first, lead_);
+  }
 
   /// Says where a block's words lie.
   void place(Block& block, int first, int rows) const {
@@ -110,7 +121,8 @@ class FrameWords {
     block.first = first;
     block.frame = {{}, frame_.width, rows, Depth::shorts};
     Otile& to = block.frame.pictures;
-    to.fg = room(frame_.pictures.fg, block.fg);
+    to.fg = leads() ? Words::placeApart(frame_.width, rows, block.fg)
+                    : room(frame_.pictures.fg, block.fg);
     const bool readHere = to.fg.red == frame_.pictures.fg.red;
     to.dst = room(frame_.pictures.dst, readHere ? block.dst : block.fg);
     if (frame_.pictures.bg.red != nullptr) to.bg = room(frame_.pictures.bg, block.bg);
@@ -128,7 +140,8 @@ class FrameWords {
   }
 
   /// Fills rows of a block.
-  void take(const Block& block, int first, int rows) const {
+  /// led  stands at the first of them
+  void take(const Block& block, int first, int rows, std::optional<LedRows>& led) const {
     const Otile& from = frame_.pictures;
     const auto inBlock = [&](const OtileImage& words) {
       return rowsFrom(words, Depth::shorts, first - block.first);
@@ -140,6 +153,7 @@ class FrameWords {
     whole(from.fg, to.fg);
     if (given(from.bg)) whole(from.bg, to.bg);
     std::vector<float> line(width());
+    if (led) takeLed(*led, inBlock(to.fg), rows);
     if (given(from.ref)) {
       whole(from.ref, to.ref);
     } else {
@@ -175,6 +189,19 @@ class FrameWords {
 
   static bool given(const OtileImage& image) { return image.red != nullptr; }
 
+  void takeLed(LedRows& led, const OtileImage& words, int rows) const {
+    Words::Buffer codes(3 * width());
+    const std::array<std::uint16_t*, 3> planes = {codes.data(), codes.data() + width(),
+                                                  codes.data() + 2 * width()};
+    auto* to = static_cast<std::uint16_t*>(words.red);
+    for (int y = 0; y < rows; ++y, to += words.lineStep) {
+      led.next(planes);
+      for (std::size_t c = 0; c < 3; ++c) {
+        words_.takeCodes(planes[c], frame_.width, to + c, words.pixelStep);
+      }
+    }
+  }
+
   /// The found matte, but not where `unless` holds, and the caller's.
   void takeMatte(const std::optional<Stretch>& found, const OtileImage& own,
                  const OtileImage& unless, const OtileImage& words, int first, int rows) const {
@@ -204,6 +231,7 @@ class FrameWords {
   const Words& words_;
   const Frame& frame_;
   const Inputs& used_;
+  float lead_;
   std::array<std::optional<Stretch>, 3> clean_;
   std::optional<Stretch> holdOut_, garbage_;
 };
@@ -215,11 +243,15 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
   }
   const FrameWords words(words_, key, frame, used_);
-  if (engine_.finishes()) {
-    // A finish looks at what is around.
+  // A finish looks at what is around, and so does what leads colour: that must still be there.
+  const bool inPlace = frame.pictures.dst.red == frame.pictures.fg.red;
+  if (engine_.finishes() || (words.leads() && inPlace)) {
     FrameWords::Block whole;
     words.place(whole, 0, frame.height);
-    rows(frame.height, bandRows, [&](int first, int count) { words.take(whole, first, count); });
+    rows(frame.height, bandRows, [&](int first, int count) {
+      std::optional<LedRows> led = words.ledFrom(first);
+      words.take(whole, first, count, led);
+    });
     engine_.render(whole.frame, rows);
     rows(frame.height, bandRows,
          [&](int first, int count) { words.give(whole, first, count, showsColours_); });
@@ -227,11 +259,12 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
   }
   rows(frame.height, bandRows, [&](int first, int count) {
     FrameWords::Block block;
+    std::optional<LedRows> led = words.ledFrom(first);
     const int most = std::max(1, blockPixels / frame.width);
     for (int done = 0; done < count; done += most) {
       const int from = first + done, some = std::min(most, count - done);
       words.place(block, from, some);
-      words.take(block, from, some);
+      words.take(block, from, some, led);
       engine_.render(block.frame, inOneBand);
       words.give(block, from, some, showsColours_);
     }

@@ -119,6 +119,10 @@ OtileImage Words::place(const OtileImage& image, int width, int rows, Buffer& bu
       (image.pixelStep == 1 || interleaved<std::uint16_t>(image))) {
     return image;
   }
+  return placeApart(width, rows, buffer);
+}
+
+OtileImage Words::placeApart(int width, int rows, Buffer& buffer) {
   buffer.resize(4 * static_cast<std::size_t>(width) * static_cast<std::size_t>(rows));
   std::uint16_t* p = buffer.data();
   return {p, p + 1, p + 2, p + 3, 4, 4 * width};
@@ -232,6 +236,14 @@ void Words::takeMatte(const void* samples, int step, int width, std::uint16_t* t
     eachOf(static_cast<const Sample*>(samples), step, to, 1, width,
            [](Sample v) { return wordOfSample(v); });
   });
+}
+
+void Words::takeCodes(const std::uint16_t* codes, int width, std::uint16_t* to, int step) const {
+  if (decodes_) {
+    eachOf(codes, 1, to, step, width, [this](std::uint16_t v) { return decode_[v]; });
+  } else {
+    eachOf(codes, 1, to, step, width, [](std::uint16_t v) { return v; });
+  }
 }
 
 // The lines lie within .006 of a word of the curve; what floats round away on the way to a word is

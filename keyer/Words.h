@@ -36,6 +36,9 @@ class Words {
   /// Where the words of a picture lie: its own, or `buffer`, which becomes large enough.
   OtileImage place(const OtileImage& image, int width, int rows, Buffer& buffer) const;
 
+  /// The same in `buffer`, whatever lies where.
+  static OtileImage placeApart(int width, int rows, Buffer& buffer);
+
   /// Makes words of samples, unless they are their own. A missing channel is white.
   void take(const OtileImage& image, const OtileImage& words, int width, int rows) const;
 
@@ -46,6 +49,9 @@ class Words {
 
   /// A row of a matte.
   void takeMatte(const void* samples, int step, int width, std::uint16_t* to) const;
+
+  /// A row of one channel of a picture whose values are codes as words already.
+  void takeCodes(const std::uint16_t* codes, int width, std::uint16_t* to, int step) const;
 
   /// A row of one channel of a picture whose values are codes, whatever the samples are.
   void takeCodes(const float* codes, int width, std::uint16_t* to) const;

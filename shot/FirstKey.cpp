@@ -59,6 +59,7 @@ std::string FirstKey::decided() const {
   if (blind->mixing == Mixing::video) text = "keyed in video encoding";
   if (blind->mixing == Mixing::log) text = "keyed in log encoding";
   text += blind->steady ? ", beside one clean plate" : ", beside a clean plate for each frame";
+  if (blind->lead > 0) text += ", colour led by light";
   if (blind->wishes.garbage) text += ", sure screen cut";
   if (blind->wishes.holdOut) text += ", sure subject held";
   return text;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // Built once per target: the table of what rows pass through.
+#include "keyer/simd/RowChroma.h"
 #include "keyer/simd/RowColours.h"
 #include "keyer/simd/RowMattes.h"
 #include "keyer/simd/RowTable.h"
@@ -17,6 +18,8 @@ const RowTable rowKernels = {
     meanAcrossRows,
     nearerRow,
     wantedOf,
+    fitChroma,
+    leadChroma,
     {prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,
      slideRow<std::uint8_t>, finishRow<std::uint8_t>},
     {prepareRow<std::uint16_t>, weighColours<std::uint16_t>, exchangeRows<std::uint16_t>,

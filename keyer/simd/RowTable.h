@@ -5,6 +5,7 @@
 // each gives the same bits, as sums are of whole numbers or in the order that is written.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -75,6 +76,17 @@ struct RowTable {
   /// full, and all of them where there is no other.
   /// Returns how many from the first to the last, which is `first` pixels in.
   int (*wanted)(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first);
+
+  /// Lines of red and of blue less light over light, each through the nine pixels around one.
+  /// rows   three rows: their light and, each `stride` samples on, red and blue less light; a pixel
+  ///        more at either end
+  /// lines  slope and start of red's, slope and start of blue's, each `stride` samples on
+  void (*fitChroma)(const float* const* rows, std::ptrdiff_t stride, int count, float* lines);
+  /// Colours of a row as three rows of such lines say, which have one more at either end.
+  /// lead   how far they are followed, 0..1
+  /// words  red, green and blue, 65535 where the row has 1.0, rounded and cut
+  void (*leadChroma)(const float* const* lines, const float* row, std::ptrdiff_t stride, float lead,
+                     int count, std::uint16_t* const* words);
 
   ColourRows<std::uint8_t> bytes;    ///< of the finish
   ColourRows<std::uint16_t> shorts;  ///< likewise

@@ -103,6 +103,18 @@ class Results {
     table_.nearer(squares.data(), squares.data() + wide, 9, width_,
                   squares.data() + 2 * std::ptrdiff_t{wide});
     keep(squares);
+    // Three planes of three rows, then four of three rows of lines; one pixel more at either end.
+    const auto planes = samplesOf<float>(chance_, 7 * 3 * wide);
+    std::vector<const float*> three;
+    for (int row = 0; row < 6; ++row) three.push_back(planes.data() + 3 * row * wide + 1);
+    std::vector<float> lines(4 * static_cast<std::size_t>(wide));
+    std::vector<std::uint16_t> words(lines.size());
+    table_.fitChroma(three.data(), wide, width_, lines.data());
+    keep(lines);
+    std::uint16_t* const c = words.data();
+    const std::vector<std::uint16_t*> to = {c, c + wide, c + std::ptrdiff_t{2} * wide};
+    table_.leadChroma(three.data() + 1, three[0], wide, 0.7f, width_, to.data());
+    keep(words);
     std::vector<int> found(2);
     found[0] = table_.wanted(here.data(), other.data(), width_, found[1]);
     keep(found);
