@@ -195,6 +195,7 @@ void printFinding(ObsHost& host, const obsScene::Form& form) {
 }  // namespace
 
 int main(int count, char** words) {
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);  // rows as they come
   if (count > 1 && std::strcmp(words[1], "--one") == 0) {
     cpu_set_t one;
     CPU_ZERO(&one);

@@ -323,6 +323,7 @@ AutoKey autoKey(const Plate& plate, Settings& settings, CleanPlateUse use) {
       plate.depth == Depth::floats && colourspace != logSpace && colourspace != videoSpace;
   const float scale = light ? 0.6f / brightest : 1;
   Settings local = next;
+  local.setText("useReference", "on");  // the trial's local colours, whatever is keyed beside later
   setColour(local, "screen",
             scaled({next.number("screen", 0), next.number("screen", 1), next.number("screen", 2)},
                    scale));

@@ -330,5 +330,21 @@ TEST(AutoKey, LeavesAloneWhatWasGivenAndNamesWhatItSet) {
             (std::vector<std::string>{"fgBias", "shadowBalance", "highlightBalance", "replace"}));
 }
 
+// What the key has to come close to stands beside local colours, which a switch for clean plates of
+// the user's says nothing about.
+TEST(AutoKey, OfOneColourIsTheSameWhetherOrNotACleanPlateWouldBeUsed) {
+  Canvas canvas(width, height, 1);
+  canvas.fill([](int x, int y) {
+    const float light = 0.7f + 0.3f * static_cast<float>(x) / static_cast<float>(width);
+    return x > 100 && x < 180 && y > 40 ? skin : lit(green, light);
+  });
+  Settings wanted, unwanted;
+  unwanted.setText("useReference", "off");
+  const AutoKey key = autoKey(canvas.plate(), wanted, CleanPlateUse::never);
+  autoKey(canvas.plate(), unwanted, CleanPlateUse::never);
+  EXPECT_GT(wanted.number("screenRange"), 0);
+  for (const std::string& name : key.set) EXPECT_EQ(unwanted.text(name), wanted.text(name)) << name;
+}
+
 }  // namespace
 }  // namespace orvanite
