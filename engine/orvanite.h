@@ -11,9 +11,9 @@
  *
  * The best kernels that the processor has are taken when the first tables are built or the first
  * tile is keyed, for the life of the process. ORVANITE_TARGET in the environment forces others:
- * avx512, avx2 or sse4 on x86-64, neon on AArch64, wasm on WebAssembly, definition (plain code)
- * everywhere. All give the same bits, those of NaNs aside. With any other name, or one that the
- * processor lacks, every render is refused: what is asked for is never quietly replaced.
+ * avx512vbmi, avx512, avx2 or sse4 on x86-64, neon on AArch64, wasm on WebAssembly, definition
+ * (plain code) everywhere. All give the same bits, those of NaNs aside. With any other name, or one
+ * that the processor lacks, every render is refused: what is asked for is never quietly replaced.
  *
  * Colours and parameters are floats; 1.0 is white, and they are given in the encoding that
  * orvanite_setColourspace names. Setters condition their argument, do nothing when it equals the

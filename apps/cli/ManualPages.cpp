@@ -77,7 +77,7 @@ Stopped by a signal; finished frames are whole.
 constexpr const char* environment = R"(.SH ENVIRONMENT
 .TP
 .B ORVANITE_TARGET
-Forces the kernels: sse4, avx2 or avx512 on x86\-64, neon on AArch64, definition (plain code) everywhere.
+Forces the kernels: sse4, avx2, avx512 or avx512vbmi on x86\-64, neon on AArch64, definition (plain code) everywhere.
 All give the same bits. A name that is unknown, or that the processor lacks, is an error.
 .TP
 .B ORVANITE_PLUGIN_PATH

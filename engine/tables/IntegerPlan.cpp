@@ -91,6 +91,8 @@ void packBytes(const std::int16_t* const (&work)[3], const std::int16_t* const (
       const std::uint64_t share =
           key[c] != nullptr ? static_cast<std::uint16_t>(key[c][i]) : std::uint64_t{0};
       to.bytes[c][i] = value << (16 * c) | share << 48;
+      const std::uint64_t both = value | share << 16;
+      for (int k = 0; k < 4; ++k) to.parts[c][k][i] = static_cast<std::uint8_t>(both >> 8 * k);
     }
   }
 }

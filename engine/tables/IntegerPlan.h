@@ -29,6 +29,7 @@ struct IntegerPlan {
   /// working value below, key contribution above.
   struct Packed {
     std::uint64_t bytes[3][256];
+    std::uint8_t parts[3][4][256];  // of 8 bits: the same by byte, working value first, low first
     const std::uint32_t* words[3] =
         {};  // one entry per code, null unless in use; equal ones are one
     std::unique_ptr<std::uint32_t[]> ownedWords[3];

@@ -24,6 +24,7 @@ enum Feature : Features {
   hasAvx512cd = 1 << 11,
   hasAvx512dq = 1 << 12,
   hasAvx512vl = 1 << 13,
+  hasAvx512vbmi = 1 << 14,
 };
 
 /// What the including file is compiled for, of the list above. Machines other than x86-64 have one
@@ -71,6 +72,9 @@ constexpr Features compiledFeatures() {
 #endif
 #if defined(__AVX512VL__)
   all |= hasAvx512vl;
+#endif
+#if defined(__AVX512VBMI__)
+  all |= hasAvx512vbmi;
 #endif
   return all;
 }

@@ -46,6 +46,7 @@ Features processorFeatures() {
   note(__builtin_cpu_supports("avx512cd"), hasAvx512cd);
   note(__builtin_cpu_supports("avx512dq"), hasAvx512dq);
   note(__builtin_cpu_supports("avx512vl"), hasAvx512vl);
+  note(__builtin_cpu_supports("avx512vbmi"), hasAvx512vbmi);
   // Not every compiler's builtin knows these by name. F16C needs the wide registers, as AVX2 does.
   unsigned a = 0, b = 0, c = 0, d = 0;
   if (__get_cpuid(1, &a, &b, &c, &d) != 0) {

@@ -2,6 +2,7 @@
 #
 #   processor  name      what Highway calls it  flags
 set(known_targets
+  "x86_64      avx512vbmi HWY_AVX3              -march=x86-64-v4 -mavx512vbmi"
   "x86_64      avx512    HWY_AVX3               -march=x86-64-v4"
   "x86_64      avx2      HWY_AVX2               -march=x86-64-v3"
   "x86_64      sse4      HWY_SSE4               -march=x86-64-v2"

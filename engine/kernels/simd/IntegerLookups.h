@@ -6,28 +6,15 @@
 
 #include <cstring>
 
-#include "engine/kernels/simd/IntegerSamples.h"
-#include "engine/tables/IntegerPlan.h"
+#if defined(__AVX512VBMI__)
+#include "engine/kernels/simd/IntegerPermutes.h"
+#else
+#include "engine/kernels/simd/IntegerBytes.h"
+#endif
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
 namespace {
-
-/// Working values and key contributions of a block, as the look-ups leave them.
-template <class T>
-struct KeyedBuffer;
-
-/// A vector's pixels dealt out in turn: four vectors of them then make four of shorts by shifts
-/// and blends alone.
-template <>
-struct KeyedBuffer<std::uint8_t> {
-  HWY_ALIGN std::uint64_t packed[blockPixels];
-
-  static std::size_t place(std::size_t i) {
-    const std::size_t lanes = shortLanes(), in = i % lanes, quarter = lanes / 4;
-    return i - in + in / 4 + quarter * (in % 4);
-  }
-};
 
 /// Words of pixels with even and with odd numbers apart, so that two vectors of them make one of
 /// shorts without crossing lanes.
@@ -36,39 +23,6 @@ struct KeyedBuffer<std::uint16_t> {
   HWY_ALIGN std::uint32_t even[3][blockPixels / 2];
   HWY_ALIGN std::uint32_t odd[3][blockPixels / 2];
 };
-
-/// Two pixels with one load: fewer loads, and the tables need three a pixel.
-template <bool alphaFirst>
-HWY_INLINE void lookUpPair(const std::uint8_t* at, const std::uint64_t (&table)[3][256],
-                           std::uint64_t* first, std::uint64_t* second) {
-  std::uint64_t pair;
-  std::memcpy(&pair, at, sizeof pair);
-  constexpr int r = alphaFirst ? 24 : 0, g = alphaFirst ? 16 : 8, b = alphaFirst ? 8 : 16;
-  *first = table[0][pair >> r & 255] + table[1][pair >> g & 255] + table[2][pair >> b & 255];
-  const std::uint64_t next = pair >> 32;
-  *second = table[0][next >> r & 255] + table[1][next >> g & 255] + table[2][next >> b & 255];
-}
-
-template <bool alphaFirst>
-HWY_INLINE void deal(const std::uint8_t* at, const std::uint64_t (&table)[3][256],
-                     std::size_t first, std::size_t n, std::uint64_t* packed) {
-  const std::size_t lanes = shortLanes(), quarter = lanes / 4;
-  for (std::size_t i = first; i < first + n; i += lanes) {
-    for (std::size_t k = 0; k < quarter; ++k) {
-      const std::uint8_t* const four = at + 4 * (i + 4 * k);
-      std::uint64_t* const to = packed + i + k;
-      lookUpPair<alphaFirst>(four, table, to, to + quarter);
-      lookUpPair<alphaFirst>(four + 8, table, to + 2 * quarter, to + 3 * quarter);
-    }
-  }
-}
-
-HWY_NOINLINE inline void lookUpKeyed(const Pixels<std::uint8_t>& pixels,
-                                     const IntegerPlan::Packed& table, std::size_t first,
-                                     std::size_t n, KeyedBuffer<std::uint8_t>& to) {
-  if (pixels.alphaFirst) return deal<true>(pixels.at, table.bytes, first, n, to.packed);
-  return deal<false>(pixels.at, table.bytes, first, n, to.packed);
-}
 
 HWY_NOINLINE inline void lookUpKeyed(const Pixels<std::uint16_t>& pixels,
                                      const IntegerPlan::Packed& table, std::size_t first,
@@ -81,25 +35,6 @@ HWY_NOINLINE inline void lookUpKeyed(const Pixels<std::uint16_t>& pixels,
       to.odd[c][i] = words[codes[8 * i + 4]];
     }
   }
-}
-
-HWY_INLINE Keyed loadKeyed(const KeyedBuffer<std::uint8_t>& from, std::size_t i, bool) {
-  using Longs = hn::Vec<LongTag>;
-  const auto load = [at = from.packed + i, quarter = shortLanes() / 4](std::size_t k) {
-    return hn::Load(longTag, at + quarter * k);
-  };
-  // Words of red and green, and of blue and key, of every pixel of two of the vectors.
-  const auto lower = [](Longs even, Longs odd) {
-    return hn::OddEven(hn::BitCast(wordTag, hn::ShiftLeft<32>(odd)), hn::BitCast(wordTag, even));
-  };
-  const auto upper = [](Longs even, Longs odd) {
-    return hn::OddEven(hn::BitCast(wordTag, odd), hn::BitCast(wordTag, hn::ShiftRight<32>(even)));
-  };
-  const Longs p0 = load(0), p1 = load(1), p2 = load(2), p3 = load(3);
-  const Words even[2] = {lower(p0, p2), upper(p0, p2)};
-  const Words odd[2] = {lower(p1, p3), upper(p1, p3)};
-  return {{join(even[0], odd[0]), joinUpper(even[0], odd[0]), join(even[1], odd[1])},
-          joinUpper(even[1], odd[1])};
 }
 
 /// Keys whose sums do not fit 16 bits come out limited to 0..4095.
@@ -133,8 +68,7 @@ inline void limitKeys(const QMXOrvaniteTable& e, const Pixels<std::uint8_t>& pix
     int key = e.keyTable[0][pixels.channel(0)[4 * i]] + e.keyTable[1][pixels.channel(1)[4 * i]] +
               e.keyTable[2][pixels.channel(2)[4 * i]];
     key = key < 0 ? 0 : key > 4095 ? 4095 : key;
-    std::uint64_t& pixel = to.packed[to.place(i)];
-    pixel = (pixel & 0xFFFFFFFFFFFFu) | static_cast<std::uint64_t>(key) << 48;
+    to.setKey(i, key);
   }
 }
 inline void limitKeys(const QMXOrvaniteTable&, const Pixels<std::uint16_t>&, std::size_t,

@@ -71,6 +71,10 @@ struct Keyed {
   U16 key;
 };
 
+/// Working values and key contributions of a block, as the look-ups leave them.
+template <class T>
+struct KeyedBuffer;
+
 /// What the plate's tables hold of linear pictures: their key contributions are factor * light.
 template <class T>
 HWY_INLINE Keyed keyedLine(const Samples& s, const Floats (&factor)[3]) {
