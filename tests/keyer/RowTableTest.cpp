@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <random>
 #include <string>
@@ -105,8 +106,9 @@ class Results {
     keep(squares);
     // Three planes of three rows, then four of three rows of lines; one pixel more at either end.
     const auto planes = samplesOf<float>(chance_, 7 * 3 * wide);
-    std::vector<const float*> three;
-    for (int row = 0; row < 6; ++row) three.push_back(planes.data() + 3 * row * wide + 1);
+    const float* const first = planes.data() + 1;
+    const std::ptrdiff_t next = std::ptrdiff_t{3} * wide;
+    const std::array three = {first, first + next, first + 2 * next, first + 3 * next};
     std::vector<float> lines(4 * static_cast<std::size_t>(wide));
     std::vector<std::uint16_t> words(lines.size());
     table_.fitChroma(three.data(), wide, width_, lines.data());
