@@ -285,9 +285,11 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
   }
   if (deeps > enough) distanceTo(deep, &nearest, look.rows);
   if (regions.pureCount > 0) {
+    // Of the subject without its grain, which is put in below.
+    const Colours calm = blurred(look.codes, 1.2f, look.rows);
     for (const std::size_t i :
          sampled(size, most, [&](std::size_t at) { return isSoft(regions, at); })) {
-      const Rgb f = colourOf(look.codes, nearest[i]);
+      const Rgb f = colourOf(calm, nearest[i]);
       TrialPixel t;
       t.subject = value(f);
       t.screen = value(colourOf(plate.clean, i));
@@ -344,7 +346,7 @@ float costOf(const Trials& trials, const ScreenHue& hue, KeyNumbers numbers, flo
     screen += static_cast<double>(std::min(0.2f, keyPixel(t.colour, t.screen, hue, numbers).matte));
   }
   const auto cost = [&] {
-    return mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
+    return 2 * mean(matte, trials.mixes.size()) + 0.1f * mean(composite, trials.mixes.size()) +
            0.8f * mean(core, trials.core.size()) + 0.3f * mean(screen, trials.screen.size()) +
            0.3f * numbers.clip + mean(lost, trials.core.size());
   };

@@ -327,7 +327,7 @@ TEST(BlindKey, HoldsItsFiguresOnTheDrawnScene) {
   using plate::ScreenColour;
   for (const Case& c : {Case{ScreenColour::green, Difficulty::clean, {2.06, 1.82}},
                         Case{ScreenColour::green, Difficulty::normal, {2.79, 2.94}},
-                        Case{ScreenColour::green, Difficulty::hard, {3.68, 4.54}},
+                        Case{ScreenColour::green, Difficulty::hard, {4.08, 4.54}},
                         Case{ScreenColour::blue, Difficulty::clean, {3.13, 3.20}},
                         Case{ScreenColour::blue, Difficulty::normal, {4.17, 4.32}},
                         Case{ScreenColour::blue, Difficulty::hard, {5.24, 5.64}}}) {
