@@ -132,13 +132,12 @@ void Pictures::take(Role role, Picture picture) {
   full_[index(role)] = std::move(picture);
   if (role == Role::background) makeTransparent(full_[index(role)]);
   small_.clear();
-  ++changes_;
+  if (role == Role::plate) ++plates_;
 }
 
 void Pictures::drop(Role role) {
   full_[index(role)] = {};
   small_.clear();
-  ++changes_;
 }
 
 void Pictures::turn(Picture plate) {

@@ -68,15 +68,15 @@ class Pictures {
   const Picture& at(Role role, int divisor);
 
   Inputs inputs() const;
-  /// Counts the pictures that came and went; frames of one plate do not count.
-  int changes() const { return changes_; }
+  /// Counts the plates that came; frames of one do not count.
+  int plates() const { return plates_; }
 
  private:
   static std::size_t index(Role role) { return static_cast<std::size_t>(role); }
 
   std::array<Picture, roleCount> full_;
   std::map<std::pair<std::size_t, int>, Picture> small_;
-  int changes_ = 0;
+  int plates_ = 0;
 };
 
 }  // namespace orvanite::web

@@ -39,7 +39,7 @@ void Views::turn(Picture plate, int number) {
 }
 
 bool Views::estimated(const Settings& settings) const {
-  return found_ && seen_ == pictures.changes() && estimatedIn_ == settings.text("colourspace");
+  return found_ && seen_ == pictures.plates() && estimatedIn_ == settings.text("colourspace");
 }
 
 bool Views::wantsEstimates(const Settings& settings) const {
@@ -54,7 +54,7 @@ bool Views::estimate(const Settings& settings) {
   carried_.clear();
   found_ = findKey(pictures.full(Role::plate).plate(), plain);
   estimatedIn_ = encoding;
-  seen_ = pictures.changes();
+  seen_ = pictures.plates();
   return found_->steady;
 }
 

@@ -78,7 +78,7 @@ class Views {
 
   Keyer keyer_;
   BlindKeyer beside_;
-  int seen_ = -1;      // of the pictures' changes
+  int seen_ = -1;      // of the plates
   int carriedTo_ = 0;  // a frame
   std::string estimatedIn_;
   std::optional<BlindKey> found_;

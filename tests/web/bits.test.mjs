@@ -16,6 +16,7 @@ const site = path.resolve(process.env.SITE);
 const load = (name) => import(pathToFileURL(path.join(site, name)));
 const {Engine} = await load('engine.js');
 const {Answers} = await load('answers.js');
+const {Shot} = await load('shot.js');
 const {decodePng, encodePng} = await load('png.js');
 const module = await WebAssembly.compile(await readFile(path.join(site, 'orvanite.wasm')));
 
@@ -128,6 +129,55 @@ for (const [name, depth, beside, given] of cases) {
       for (const code of alphas) ++counts[Math.round(255 * code / most)];
       if (depth === 1) assert.deepEqual(bins, counts);
     }
+  });
+}
+
+// Frames 8 to 11 of a ball that moves; a background of two frames, which holds its ends.
+const shotCases = [
+  ['curves and masks that move', {...screen, output: 'composite', screenRange: 'linear(time, 8@0.02, 11@0.3)', masks}],
+  ['Auto, beside estimates of several frames', null],
+];
+for (const [name, settings] of shotCases) {
+  test(`a shot with ${name} has the bits of the command`, async (t) => {
+    const folder = await mkdtemp(path.join(tmpdir(), 'orvanite-web-'));
+    t.after(() => rm(folder, {recursive: true}));
+    const plates = [0, 1, 2, 3].map((n) => picture(width, height, 1, (x, y) => {
+      const green = [0.12, 0.66, 0.21].map((v) => v * (0.8 + 0.2 * x / width) + 0.02 * (random() - 0.5));
+      const held = Math.max(0, Math.min(1, (40 - Math.hypot(x - 90 - 40 * n, y - 90)) / 6));
+      return green.map((v, c) => v * (1 - held) + [0.75, 0.45, 0.35][c] * held);
+    }));
+    const backgrounds = [0, 1].map((n) => picture(width, height, 1, (x, y) => [x / width, 0.3 + 0.4 * n, y / height]));
+    const clipOf = async (role, pictures, first) => {
+      const numbers = pictures.map((_, i) => i + first);
+      for (const [i, one] of pictures.entries()) {
+        await writeFile(path.join(folder, `${role}.${String(numbers[i]).padStart(4, '0')}.png`), Buffer.from(await (await encodePng(one, false)).arrayBuffer()));
+      }
+      const clip = {name: `${role}.####.png`, numbers, rate: 24, times: numbers.map((n) => n / 24), isShot: true, kind: 'picture', picture: async (i) => pictures[i]};
+      return {name: clip.name, clip, picture: pictures[0], fit: async (one) => one};
+    };
+    const engines = await Promise.all([0, 1, 2].map(async () => {
+      const engine = await Engine.of(module);
+      return async (call, ...parts) => engine[call](...parts);
+    }));
+    const shot = new Shot(engines, {plate: await clipOf('plate', plates, 8), background: await clipOf('background', backgrounds, 9)});
+    await shot.open();
+    const state = shot.state();
+    assert.deepEqual([state.frames, state.isShot, state.ending], [[8, 9, 10, 11], true, '.zip']);
+    const given = settings ?? {...state.settings, ...Object.fromEntries(Object.entries((await shot.to('auto', {settings: state.settings, frame: 10})).settings).filter(([, text]) => text !== null))};
+    if (!settings) assert.ok('estimate' in given);
+    const line = await shot.to('command', {settings: given, name: 'masks.json'});
+    await writeFile(path.join(folder, 'masks.json'), await shot.to('masks', {settings: given}));
+    await promisify(execFile)('sh', ['-c', line.replace('orvanite', '"$ORVANITE_PROGRAM"')], {cwd: folder});
+    for (const frame of [8, 11, 10, 9]) {
+      const expected = await decodePng(new Uint8Array(await readFile(path.join(folder, `key.${String(frame).padStart(4, '0')}.png`))));
+      const shown = await shot.to('picture', {settings: given, frame, view: 'output', divisor: 1, window: [0, 0, width, height], measured: true});
+      const pixels = shown.pixels ?? Buffer.concat(shown.bands);
+      const wrong = pixels.findIndex((code, i) => code !== expected.pixels[i]);
+      assert.equal(wrong, -1, `${line}: frame ${frame}: sample ${wrong} is ${pixels[wrong]}, not ${expected.pixels[wrong]}`);
+    }
+    await assert.rejects(shot.to('picture', {settings: given, frame: 12}), {subject: 'frame', message: /one of the shot's, found 12/});
+    const probed = await shot.to('probe', {settings: given, frame: 9, view: 'output', x: 130, y: 90});
+    assert.ok(probed.matte > 0.9, 'the ball of frame 9 is there');
   });
 }
 

@@ -55,7 +55,7 @@ export class Answers {
     const colourspace = depth === 4 ? 'linear' : 'video';
     return {
       version: this.version, files, width, height, depth, samples, frames: [1], isShot: false, framesPerSecond: 24,
-      colourspace, reason: depth === 4 ? `${samples} samples` : `${samples} picture`, notices, output: '', ending: this.ending, parameters: this.parameters, masks: true, script: false,
+      colourspace, reason: depth === 4 ? `${samples} samples` : `${samples} ${this.pictures.plate.clip?.kind ?? 'picture'}`, notices, output: '', ending: this.ending, parameters: this.parameters, masks: true, script: false,
       settings: {colourspace, output: this.usualOutput},
     };
   }

@@ -10,10 +10,11 @@ import {callsOf} from './workers.js';
 const usualRate = 24;
 
 /**
- * One of these: {name, numbers, rate, times, isShot, said, picture(i), small(i, width, height)}
+ * One of these: {name, numbers, rate, times, isShot, kind, said, picture(i), ready(i), small(i, width, height), close()}
  *
  * numbers  of the frames; times  when they are shown, in seconds
- * said     what is to be told of it; ending  of files like it
+ * said     what is to be told of it
+ * ready    a frame will be asked for soon
  */
 export async function clipOf(files) {
   const list = Array.isArray(files) ? files : [files];
@@ -25,7 +26,7 @@ export async function clipOf(files) {
 
 function still(file) {
   let picture;
-  return {name: file.name, numbers: [1], rate: usualRate, times: [0], isShot: false, said: [], picture: () => (picture ??= decode(file))};
+  return {name: file.name, numbers: [1], rate: usualRate, times: [0], isShot: false, kind: 'picture', said: [], picture: () => (picture ??= decode(file))};
 }
 
 async function movie(file) {
@@ -40,9 +41,9 @@ async function movie(file) {
       [leavesAlpha, `The alpha of ${file.name} is left out.`],
     ];
     return {
-      name: file.name, numbers: Array.from({length: count}, (_, i) => i + 1), rate, times, isShot: true,
+      name: file.name, numbers: Array.from({length: count}, (_, i) => i + 1), rate, times, isShot: true, kind: 'movie',
       said: said.filter(([is]) => is).map(([, words]) => words),
-      picture: (i) => about(ask('picture', i)), small: (...how) => ask('small', ...how), close: () => worker.terminate(),
+      picture: (i) => about(ask('picture', i)), ready: (i) => { ask('ready', i).catch(() => {}); }, small: (...how) => ask('small', ...how), close: () => worker.terminate(),
     };
   } catch (error) {
     worker.terminate();
@@ -65,7 +66,7 @@ function sequence(files) {
   const {name, numbers} = patternOf(sorted.map((file) => file.name));
   const picture = (i) => decode(sorted[i]);
   return {
-    name, numbers, rate: usualRate, times: numbers.map((number) => (number - numbers[0]) / usualRate), isShot: true, said: [], picture,
+    name, numbers, rate: usualRate, times: numbers.map((number) => (number - numbers[0]) / usualRate), isShot: true, kind: 'picture', said: [], picture,
     small: async (i, ...most) => smallOf(await picture(i), ...most),
   };
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // MP4 and QuickTime (ISO/IEC 14496-12): where the frames of the first video track are, by its
-// tables. One edit at the full rate is taken, and turned pictures are; fragments, encryption and
-// more edits are refused.
+// tables or those of fragments. One edit at the full rate is taken, and turned pictures are;
+// encryption and more edits are refused.
 import {coloursOf, matrixNames, ofAv1, ofAvc, ofHevc} from './codecs.js';
+import {fragmentsOf, usualIn} from './fragments.js';
 import {damaged} from './window.js';
 
 const mostTables = 2 ** 27;  // bytes
@@ -42,11 +43,10 @@ async function tablesOf(bytes) {
     await bytes.reach(at, 16);
     const box = boxAt(bytes.view, at - bytes.from, bytes.size - bytes.from);
     const [from, to] = [box.from + bytes.from, box.to + bytes.from];
-    if (box.name === 'moof') refuse('fragments');
     if (box.name === 'moov') {
       if (to > bytes.size) throw new Error('the file ends before its movie');
       if (to - from > mostTables) throw new Error('more frames than a page can hold');
-      return new DataView((await bytes.read(from, to - from)).buffer);
+      return {view: new DataView((await bytes.read(from, to - from)).buffer), end: to};
     }
     at = to;
     if (++count > mostBoxes) damaged();
@@ -103,10 +103,11 @@ function placesOf(view, stbl, sizes) {
   return places;
 }
 
-function sizesOf(view, {stsz, stz2}) {
+function sizesOf(view, {stsz, stz2}, bytes) {
   if (!stsz) { if (stz2) refuse('a compact table of sizes'); damaged(); }
   const [one, count] = [view.getUint32(stsz.from + 4), view.getUint32(stsz.from + 8)];
   if (count > mostFrames) throw new Error('more frames than a page can hold');
+  if (count > bytes.size) damaged();  // a frame has a byte at the least
   if (one > 0) return new Uint32Array(count).fill(one);
   const rows = rowsOf(view, stsz, 4, 8);
   return Uint32Array.from({length: count}, (_, i) => rows.at(i));
@@ -171,12 +172,21 @@ function codecOf(view, {from, to}) {
   return {codec, description, height: view.getUint16(box.from + 26), colour: coloursOf(inner.avcC && description, colour)};
 }
 
+// By the tables of the whole track: {at, size, key, time, end}, times in its units.
+function samplesOf(view, tables, bytes) {
+  const size = sizesOf(view, tables, bytes);
+  const {shown: time, end} = timesOf(view, tables, size.length);
+  const sync = rowsOf(view, tables.stss, 4);
+  const key = new Uint8Array(size.length).fill(tables.stss ? 0 : 1);
+  for (let i = 0; i < sync.count; ++i) key[sync.at(i) - 1] = 1;
+  return {at: placesOf(view, tables, size), size, key, time, end};
+}
+
 /** What a decoder needs of the file: {codec, description, height, colour, turn, rate, samples}, samples as Movie has them. */
 export async function readIso(bytes) {
-  const view = await tablesOf(bytes);
+  const {view, end: rest} = await tablesOf(bytes);
   const movie = boxesIn(view, 0, view.byteLength, 'trak');
   if (movie.cmov) refuse('compressed tables');
-  if (movie.mvex) refuse('fragments');
   const scaleOf = (box) => view.getUint32(box.from + (view.getUint8(box.from) === 1 ? 20 : 12)) || damaged();
   for (const {from, to} of movie.trak) {
     const {tkhd, edts, mdia} = boxesIn(view, from, to);
@@ -185,19 +195,19 @@ export async function readIso(bytes) {
     if (!tkhd || !mdhd || !minf || !movie.mvhd) damaged();
     const {stbl} = boxesIn(view, minf.from, minf.to);
     const tables = stbl ? boxesIn(view, stbl.from, stbl.to) : damaged();
-    const size = sizesOf(view, tables);
-    if (size.length === 0) continue;
+    const track = view.getUint32(tkhd.from + (view.getUint8(tkhd.from) === 1 ? 20 : 12));
+    const usual = usualIn(view, movie, track, boxesIn);
+    if (!usual && sizesOf(view, tables, bytes).length === 0) continue;
     const codec = codecOf(view, tables.stsd ?? damaged());
     const scale = scaleOf(mdhd);
-    const {shown: time, end} = timesOf(view, tables, size.length);
+    const samples = usual
+      ? await fragmentsOf(bytes, rest, track, usual, boxAt, boxesIn)
+      : samplesOf(view, tables, bytes);
     const edit = editOf(view, edts, scaleOf(movie.mvhd), scale);
-    const sync = rowsOf(view, tables.stss, 4);
-    const key = new Uint8Array(size.length).fill(tables.stss ? 0 : 1);
-    for (let i = 0; i < sync.count; ++i) key[sync.at(i) - 1] = 1;
     return {
-      ...codec, turn: turnOf(view, tkhd), rate: end > 0 ? size.length * scale / end : 0,
-      samples: {at: placesOf(view, tables, size), size, key,
-        shown: Uint8Array.from(time, (one) => (one >= edit.from && one < edit.to ? 1 : 0)), time: time.map((one) => one / scale)},
+      ...codec, turn: turnOf(view, tkhd), rate: samples.end > 0 ? samples.at.length * scale / samples.end : 0,
+      samples: {...samples, shown: Uint8Array.from(samples.time, (one) => (one >= edit.from && one < edit.to ? 1 : 0)),
+        time: Float64Array.from(samples.time, (one) => one / scale)},
     };
   }
   throw new Error('there is no video in it');

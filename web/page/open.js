@@ -54,11 +54,13 @@ dialog.id = 'open';
 dialog.setAttribute('aria-labelledby', 'openTitle');
 dialog.innerHTML = `<h2 id="openTitle">Open pictures</h2>
 <p class="lead">Drop, paste or choose a picture, a movie or numbered frames. It stays on this machine: the key is computed here, by this page.</p>
-<div class="roles"></div><p class="wrong" role="alert"></p>
+<div class="roles"></div><p class="opens" role="status"></p><p class="wrong" role="alert"></p>
 <form method="dialog"><button>Close</button></form>`;
 const wrong = dialog.querySelector('.wrong');
+const opens = dialog.querySelector('.opens');
 
 function say(error) {
+  opens.textContent = '';
   wrong.textContent = error.message;
   if (!dialog.open) dialog.showModal();
 }
@@ -78,6 +80,8 @@ function outputFor(background) {
 async function change(role, files) {
   try {
     // What does not go with the others is told before anything changes.
+    wrong.textContent = '';
+    if (files) opens.textContent = `Opening ${nameOf(files)}`;
     if (files) await picturesOf(role === 'plate' ? {plate: files} : {...await kept(), [role]: files});
     await keep(role, files);
   } catch (error) {

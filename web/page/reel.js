@@ -6,6 +6,7 @@ import {layoutOf, pictureOf, turned, usualMatrix} from './planes.js';
 
 const keptBytes = 2 ** 28;
 const mostWaiting = 8;      // packets that a decoder holds undecoded
+const mostPixels = 2 ** 26;
 const framesBack = 8;       // that are kept on the way to one, where one steps back
 const patience = 20000;     // milliseconds without a sign of the decoder
 const unit = 1000;          // of a frame's number, which takes the place of its time
@@ -26,6 +27,7 @@ async function byBrowser(frame, width, height) {
 /** A decoded frame as a picture, {width, height, depth, hasAlpha, pixels}. */
 export async function pictureIn(frame) {
   const {width, height} = frame.visibleRect;
+  if (width * height > mostPixels) throw new Error('more pixels than a page can hold');
   const layout = layoutOf(frame.format);
   const {matrix, fullRange} = frame.colorSpace;
   if (!layout || matrix === 'rgb') return byBrowser(frame, width, height);

@@ -19,5 +19,6 @@ answerBy({
     return {count: movie.frames.length, times: movie.times, rate: movie.rate, even: movie.even, cut: movie.cut, leavesAlpha: movie.leavesAlpha, turn: movie.turn};
   },
   picture: (i) => reel.picture(i),
+  async ready(i) { await reel.picture(i); },
   small: async (i, width, height) => smallOf(await side.picture(i), width, height),
 });

@@ -19,6 +19,7 @@ export class Shot extends Answers {
     this.clip = pictures.plate.clip;
     this.last = Promise.resolve();
     this.frame = null;  // that the engines hold
+    this.before = -1;   // the one that they held last, by its place
   }
 
   async open() {
@@ -64,6 +65,10 @@ export class Shot extends Answers {
       await Promise.all(this.engines.map((engine) => engine('take', role, one.picture, ...(role === 'plate' ? [frame] : []))));
     }
     this.plate = this.pictures.plate.picture;
+    const {numbers, ready} = this.clip;
+    const at = numbers.indexOf(frame);
+    if (at + 1 < numbers.length && at === this.before + 1) ready?.(at + 1);
+    this.before = at;
     this.frame = frame;
   }
 
