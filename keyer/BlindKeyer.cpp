@@ -99,6 +99,7 @@ class FrameWords {
         frame_(frame),
         used_(used),
         lead_(key.lead),
+        looked_(frame.pictures.fg),
         clean_{over(key.plate.clean[0]), over(key.plate.clean[1]), over(key.plate.clean[2])},
         holdOut_(over(key.holdOut)),
         garbage_(over(key.garbage)) {}
@@ -106,10 +107,36 @@ class FrameWords {
   /// Whether what is read of the plate's rows is theirs and their neighbours'.
   bool leads() const { return lead_ > 0; }
 
+  /// Copies the plate, so that rows that are keyed already can still be looked at. Any rows.
+  void keepPlate(const RowLoop& rows) {
+    const std::size_t bytes = 4 * static_cast<std::size_t>(bytesOf(frame_.depth));
+    kept_.resize(bytes * width() * static_cast<std::size_t>(frame_.height));
+    withSampleOf(frame_.depth, [&]<class Sample>(std::type_identity<Sample>) {
+      auto* const to = reinterpret_cast<Sample*>(kept_.data());
+      const OtileImage& from = frame_.pictures.fg;
+      looked_ = {to, to + 1, to + 2, to + 3, 4, 4 * frame_.width};
+      const std::ptrdiff_t step = std::is_floating_point_v<Sample> ? 4 : from.pixelStep;
+      rows(frame_.height, bandRows, [&](int first, int count) {
+        for (int y = first; y < first + count; ++y) {
+          const std::ptrdiff_t row = std::ptrdiff_t{from.lineStep} * y;
+          const auto* const red = static_cast<const Sample*>(from.red) + row;
+          const auto* const green = static_cast<const Sample*>(from.green) + row;
+          const auto* const blue = static_cast<const Sample*>(from.blue) + row;
+          Sample* out = to + std::ptrdiff_t{4} * frame_.width * y;
+          for (int x = 0; x < frame_.width; ++x, out += 4) {
+            out[0] = red[step * x];
+            out[1] = green[step * x];
+            out[2] = blue[step * x];
+          }
+        }
+      });
+    });
+  }
+
   /// The plate's rows from one on with their colour led by light; none where it is not.
   std::optional<LedRows> ledFrom(int first) const {
     if (!leads()) return std::nullopt;
-    return LedRows(frame_.pictures.fg, frame_.depth, frame_.width, frame_.height, first, lead_);
+    return LedRows(looked_, frame_.depth, frame_.width, frame_.height, first, lead_);
   }
 
   /// Says where a block's words lie.
@@ -232,6 +259,8 @@ class FrameWords {
   const Frame& frame_;
   const Inputs& used_;
   float lead_;
+  OtileImage looked_;  // the plate, or its copy
+  std::vector<std::byte> kept_;
   std::array<std::optional<Stretch>, 3> clean_;
   std::optional<Stretch> holdOut_, garbage_;
 };
@@ -242,10 +271,9 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
   if (depth_ != frame.depth || frame.width != key.width || frame.height != key.height) {
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
   }
-  const FrameWords words(words_, key, frame, used_);
-  // A finish looks at what is around, and so does what leads colour: that must still be there.
-  const bool inPlace = frame.pictures.dst.red == frame.pictures.fg.red;
-  if (engine_.finishes() || (words.leads() && inPlace)) {
+  FrameWords words(words_, key, frame, used_);
+  if (engine_.finishes()) {
+    // A finish looks at what is around.
     FrameWords::Block whole;
     words.place(whole, 0, frame.height);
     rows(frame.height, bandRows, [&](int first, int count) {
@@ -257,6 +285,7 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
          [&](int first, int count) { words.give(whole, first, count, showsColours_); });
     return;
   }
+  if (words.leads() && frame.pictures.dst.red == frame.pictures.fg.red) words.keepPlate(rows);
   rows(frame.height, bandRows, [&](int first, int count) {
     FrameWords::Block block;
     std::optional<LedRows> led = words.ledFrom(first);
