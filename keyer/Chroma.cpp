@@ -68,8 +68,13 @@ bool edgesAreCoarse(const Plate& plate, const Look& look) {
     colour.add(ofColour);
   }
   if (std::min(light.count, colour.count) < few) return false;
-  const auto [less, more] = std::minmax(colour.steps[0], colour.steps[1]);
-  return colour.bend * light.rise < softer * light.bend * colour.rise || less < uneven * more;
+  // A thing's own edges may all lie on even columns, in light as well.
+  const auto isUneven = [](const Edges& edges) {
+    const auto [less, more] = std::minmax(edges.steps[0], edges.steps[1]);
+    return less < uneven * more;
+  };
+  return colour.bend * light.rise < softer * light.bend * colour.rise ||
+         (isUneven(colour) && !isUneven(light));
 }
 
 }  // namespace

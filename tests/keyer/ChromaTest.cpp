@@ -155,6 +155,14 @@ TEST(Chroma, IsLedWhereItIsStoredCoarselyOrGrainCoversIt) {
   }
 }
 
+TEST(Chroma, IsNotLedForABlockWhoseEdgesLieOnEvenColumns) {
+  Composed plate;
+  plate.grain = 0;
+  plate.matte = [](int x, int y) { return x >= 40 && x < 100 && y >= 20 ? 1.0f : 0.0f; };
+  Canvas canvas = plate.on(1);
+  EXPECT_EQ(leadOf(canvas), 0);
+}
+
 /// The mean error of a matte in percent where it is soft.
 double softError(const Composed& truth, Canvas& out) {
   double sum = 0;
