@@ -18,9 +18,16 @@ using namespace orvanite;
 using namespace orvanite::web;
 using nlohmann::json;
 
+// Where the pictures lie: with whoever loads the module. Hands over `count` rows of samples from
+// `top` on; the room is for as many.
+extern "C" __attribute__((import_module("orvanite"), import_name("rows"))) void orvanite_webRows(
+    int role, int top, int count, void* to);
+
 namespace {
 
-Views views;
+Views views([](Role role, int top, int count, std::byte* to) {
+  orvanite_webRows(static_cast<int>(role), top, count, to);
+});
 Picture shown;       // by the last answer
 std::string answer;  // the last one
 
@@ -44,8 +51,8 @@ Masks masksIn(const json& object) {
   return masksFromText(settings[masksName].get<std::string>(), masksName);
 }
 
-Window windowIn(const json& object) {
-  const auto numbers = object.at("window").get<std::array<int, 4>>();
+Window windowIn(const json& object, const char* name = "window") {
+  const auto numbers = object.at(name).get<std::array<int, 4>>();
   return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
@@ -61,6 +68,7 @@ json show(const json& object) {
   request.proxy = object.value("proxy", false);
   request.window = windowIn(object);
   request.measured = object.value("measured", false);
+  views.giveBack(std::move(shown));
   Shown result = views.show(request);
   const Window& window = result.window;
   json header{{"width", result.picture.width},
@@ -74,8 +82,11 @@ json show(const json& object) {
 
 // A window's samples at the pictures' own depth.
 json key(const json& object) {
+  views.giveBack(std::move(shown));
+  std::optional<Window> within;
+  if (object.contains("within")) within = windowIn(object, "within");
   shown = views.keyed(settingsNow(object), masksIn(object), object.at("view").get<std::string>(), 1,
-                      windowIn(object));
+                      windowIn(object), within);
   return {{"width", shown.width}, {"height", shown.height}, {"depth", bytesOf(shown.depth)}};
 }
 
@@ -136,15 +147,17 @@ const char* guarded(Call call) {
 
 extern "C" {
 
-/// Room for a text or pixels, to be given back; 0 where there is none.
+/// Room for a text, to be given back; 0 where there is none.
 ORVANITE_WEB void* orvanite_webRoom(std::size_t bytes) { return std::malloc(bytes); }
 ORVANITE_WEB void orvanite_webFree(void* room) { std::free(room); }
 
-/// Takes a picture for a role (its number): RGBA samples of `depth` bytes. Width 0 drops one.
-/// turns  whether it is another frame of the plate, beside which all others stay
-/// frame  its number
+/// Tells of a picture for a role (its number), RGBA samples of `depth` bytes, whose rows
+/// orvanite_webRows hands over; from `left`, `top` on its file holds `own` columns and rows, and
+/// zeros are beside. Width 0 drops one. turns  whether it is another frame of the plate, beside
+/// which all others stay frame  its number
 ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int depth, int hasAlpha,
-                                          const void* pixels, int turns, int frame) {
+                                          int turns, int frame, int left, int top, int ownWidth,
+                                          int ownHeight) {
   return guarded([&]() -> json {
     if (role < 0 || role >= static_cast<int>(roleCount)) {
       throw Error(Fault::wrongUse, "role", "expected a number from 0 to 4");
@@ -157,14 +170,16 @@ ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int d
     if (!samples || height < 1) {
       throw Error(Fault::wrongUse, "picture", "expected samples of 1, 2 or 4 bytes");
     }
-    Picture picture(width, height, *samples);
+    Picture picture;
+    picture.width = width;
+    picture.height = height;
+    picture.depth = *samples;
     picture.hasAlpha = hasAlpha != 0;
-    const auto* const from = static_cast<const std::byte*>(pixels);
-    picture.pixels.assign(from, from + picture.pixels.size());
+    picture.own = {left, top, ownWidth, ownHeight};
     if (turns != 0) {
-      views.turn(std::move(picture), frame);
+      views.turn(picture, frame);
     } else {
-      views.pictures.take(static_cast<Role>(role), std::move(picture));
+      views.pictures.take(static_cast<Role>(role), picture);
     }
     return json::object();
   });

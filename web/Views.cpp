@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "apps/view/PageView.h"
 #include "base/Error.h"
@@ -14,9 +15,20 @@
 namespace orvanite::web {
 namespace {
 
+// In pixels that stand for by x by; those that are partly in a window are.
 Window scaled(const Window& window, int by) {
-  return {window.x / by, window.y / by, (window.width + by - 1) / by,
-          (window.height + by - 1) / by};
+  const int x = window.x / by, y = window.y / by;
+  return {x, y, (window.x + window.width + by - 1) / by - x,
+          (window.y + window.height + by - 1) / by - y};
+}
+
+// A window and as much as `border` around it, as far as the whole goes.
+Window grown(const Window& window, int border, const Window& whole) {
+  const int left = std::max(whole.x, window.x - border);
+  const int top = std::max(whole.y, window.y - border);
+  const int right = std::min(whole.x + whole.width, window.x + window.width + border);
+  const int bottom = std::min(whole.y + whole.height, window.y + window.height + border);
+  return {left, top, right - left, bottom - top};
 }
 
 }  // namespace
@@ -29,12 +41,11 @@ Inputs Views::inputs(const Masks& masks) const {
 }
 
 bool Views::needsAll(const Settings& settings, const Masks& masks) const {
-  return keysBesideEstimates(settings, inputs(masks)) ||
-         Finish::of(settings, inputs(masks), 1).on();
+  return keysBesideEstimates(settings, inputs(masks));
 }
 
-void Views::turn(Picture plate, int number) {
-  pictures.turn(std::move(plate));
+void Views::turn(const Picture& plate, int number) {
+  pictures.turn(plate);
   frame = number;
 }
 
@@ -52,7 +63,7 @@ bool Views::estimate(const Settings& settings) {
   plain.setText("colourspace", encoding);
   found_.reset();
   carried_.clear();
-  found_ = findKey(pictures.full(Role::plate).plate(), plain);
+  found_ = findKey(pictures.whole(Role::plate).plate(), plain);
   estimatedIn_ = encoding;
   seen_ = pictures.plates();
   return found_->steady;
@@ -60,7 +71,7 @@ bool Views::estimate(const Settings& settings) {
 
 bool Views::see() {
   carried_.clear();
-  return found_ && found_->see(pictures.full(Role::plate).plate());
+  return found_ && found_->see(pictures.whole(Role::plate).plate());
 }
 
 const BlindKey& Views::estimates(const Settings& settings, int divisor) {
@@ -69,7 +80,8 @@ const BlindKey& Views::estimates(const Settings& settings, int divisor) {
   carriedTo_ = frame;
   const auto kept = carried_.find(divisor);
   if (kept != carried_.end()) return kept->second;
-  const Plate plate = pictures.at(Role::plate, divisor).plate();
+  const int height = (pictures.shape(Role::plate).height + divisor - 1) / divisor;
+  const Plate plate = pictures.at(Role::plate, divisor, 0, height).plate();
   return carried_.emplace(divisor, found_->carriedTo(plate)).first->second;
 }
 
@@ -93,15 +105,15 @@ OtileImage Views::matte(Role role, const Settings& settings, const Picture& pict
 OtileImage Views::drawn(Role role, const Settings& settings, const Masks& masks, int divisor,
                         const Window& region, Picture& room) {
   const auto use = role == Role::holdOut ? MaskShape::Use::holdOut : MaskShape::Use::garbage;
-  const Depth depth = pictures.full(Role::plate).depth;
-  if (!hasMasks(masks, use)) {
-    return matte(role, settings, pictures.at(role, divisor), region.x, region.y);
+  const Depth depth = pictures.shape(Role::plate).depth;
+  OtileImage from{};
+  if (pictures.has(role)) {
+    const Picture& given = pictures.at(role, divisor, region.y, region.y + region.height);
+    from = matte(role, settings, given, region.x, region.y);
   }
+  if (!hasMasks(masks, use)) return from;
   room = Picture(region.width, region.height, depth);
   const OtileImage to = room.image();
-  const OtileImage from =
-      pictures.has(role) ? matte(role, settings, pictures.at(role, divisor), region.x, region.y)
-                         : OtileImage{};
   std::vector<MaskShape> shapes = shapesAt(masks, use, frame);
   for (MaskShape& shape : shapes) shape = orvanite::shrunk(shape, divisor);
   withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
@@ -122,13 +134,17 @@ OtileImage Views::drawn(Role role, const Settings& settings, const Masks& masks,
 }
 
 Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view name, int divisor,
-                     const Window& asked) {
-  const Picture& plate = pictures.at(Role::plate, divisor);
+                     const Window& asked, const std::optional<Window>& within) {
   const auto shows = view::pageViewOf(name);
   if (!shows)
     throw Error::expected(Fault::wrongUse, "view", "the name of a view", std::string(name));
-  if (*shows == view::PageView::plate) return part(plate, asked);
-  const bool light = view::showsLight(*shows, plate.depth, given);
+  const auto held = [&](Role role, const Window& of) -> const Picture& {
+    return pictures.at(role, divisor, of.y, of.y + of.height);
+  };
+  if (*shows == view::PageView::plate) return part(held(Role::plate, asked), asked);
+  const Picture& shape = pictures.shape(Role::plate);
+  const Depth depth = shape.depth;
+  const bool light = view::showsLight(*shows, depth, given);
   const Settings settings = view::settingsFor(*shows, given, light);
   const bool chequered = *shows == view::PageView::overChecker;
   Inputs inputs = this->inputs(masks);
@@ -136,30 +152,47 @@ Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view
   const float scale = 1.0f / static_cast<float>(divisor);
   const BlindKey* key = nullptr;
   if (keysBesideEstimates(settings, inputs)) {
+    if (!shape.fillsFrame()) {
+      throw Error(Fault::wrongUse, "estimate",
+                  "expected a plate that fills its frame: orvanite keys others beside estimates");
+    }
     key = &estimates(settings, divisor);
-    beside_.prepare(*key, settings, plate.depth, inputs, scale);
+    beside_.prepare(*key, settings, depth, inputs, scale);
   } else {
-    keyer_.prepare(settings, plate.depth, inputs, scale);
+    keyer_.prepare(settings, depth, inputs, scale);
   }
   // Estimates are of the whole frame, and a finish looks at what is around.
-  const Window everything{0, 0, plate.width, plate.height};
-  const Window region = key != nullptr || keyer_.border() > 0 ? everything : asked;
+  const Window everything =
+      scaled(within.value_or(Window{0, 0, shape.width, shape.height}), divisor);
+  const Window region = key != nullptr ? everything : grown(asked, keyer_.border(), everything);
 
-  Picture result(region.width, region.height, plate.depth);
+  Picture result = std::move(spare_);
+  result.reshape(region.width, region.height, depth);
   Frame frame;
   frame.width = region.width;
   frame.height = region.height;
-  frame.depth = plate.depth;
-  frame.pictures.fg = plate.image(region.x, region.y);
+  frame.depth = depth;
+  Picture filled;
+  // Beside the plate's own pixels there is nothing but screen.
+  if (Window own = scaled(shape.own, divisor); own.holds(region)) {
+    frame.pictures.fg = held(Role::plate, region).image(region.x, region.y);
+  } else {
+    own.x -= region.x;
+    own.y -= region.y;
+    filled = part(held(Role::plate, region), region);
+    filled.paintBeside(own, {settings.number("screen", 0), settings.number("screen", 1),
+                             settings.number("screen", 2)});
+    frame.pictures.fg = filled.image();
+  }
   frame.pictures.dst = result.image();
   Picture squares, drawnHoldOut, drawnGarbage;
   if (chequered) {
-    squares = Picture(region.width, region.height, plate.depth);
-    view::paintChecker(squares.pixels.data(), plate.depth, region.x, region.y, region.width,
+    squares = Picture(region.width, region.height, depth);
+    view::paintChecker(squares.pixels.data(), depth, region.x, region.y, region.width,
                        region.height, divisor, light);
     frame.pictures.bg = squares.image();
   } else if (needsBackground(settings, inputs)) {
-    frame.pictures.bg = pictures.at(Role::background, divisor).image(region.x, region.y);
+    frame.pictures.bg = held(Role::background, region).image(region.x, region.y);
   }
   if (inputs.holdOut && settings.toggle("useHoldOutMatte")) {
     frame.pictures.hold = drawn(Role::holdOut, settings, masks, divisor, region, drawnHoldOut);
@@ -168,18 +201,19 @@ Picture Views::keyed(const Settings& given, const Masks& masks, std::string_view
     frame.pictures.garbage = drawn(Role::garbage, settings, masks, divisor, region, drawnGarbage);
   }
   if (inputs.reference && settings.toggle("useReference")) {
-    frame.pictures.ref = pictures.at(Role::cleanPlate, divisor).image(region.x, region.y);
+    frame.pictures.ref = held(Role::cleanPlate, region).image(region.x, region.y);
   }
   if (key != nullptr) {
     beside_.render(*key, frame);
   } else {
     keyer_.render(frame);
   }
-  return region == asked ? std::move(result) : part(result, asked);
+  if (region == asked) return result;
+  return part(result, {asked.x - region.x, asked.y - region.y, asked.width, asked.height});
 }
 
 Shown Views::show(const Request& request) {
-  const Picture& plate = pictures.full(Role::plate);
+  const Picture& plate = pictures.shape(Role::plate);
   Window window = request.window;
   if (request.divisor < 1 || request.divisor > 16) {
     throw Error::expected(Fault::wrongUse, "divisor", "a number from 1 to 16",
@@ -208,11 +242,20 @@ Shown Views::show(const Request& request) {
         static_cast<std::size_t>(counted.width) * static_cast<std::size_t>(counted.height),
         static_cast<std::uint32_t>(divisor * divisor));
   }
-  shown.picture = toScreen(std::move(result), view::showsLight(*view::pageViewOf(request.view),
-                                                               result.depth, request.settings));
+  if (result.depth == Depth::bytes) {
+    shown.picture = std::move(result);
+  } else {
+    shown.picture = toScreen(
+        result, view::showsLight(*view::pageViewOf(request.view), result.depth, request.settings));
+    giveBack(std::move(result));
+  }
   if (divisor != request.divisor) shown.picture = shrunk(shown.picture, request.divisor);
   makeOpaque(shown.picture);
   return shown;
+}
+
+void Views::giveBack(Picture picture) {
+  if (picture.pixels.capacity() > spare_.pixels.capacity()) spare_ = std::move(picture);
 }
 
 Views::Found Views::find(Settings settings) {
@@ -220,8 +263,11 @@ Views::Found Views::find(Settings settings) {
     if (parameter.meaning.followsScreen) settings.reset(parameter.name);
   }
   const Inputs inputs = pictures.inputs();
-  const Plate plate = pictures.full(Role::plate).plate();
-  if (findsEstimates(settings, inputs)) {
+  const Picture& whole = pictures.whole(Role::plate);
+  const bool fills = whole.fillsFrame() || whole.own.width == 0 || whole.own.height == 0;
+  const Picture own = fills ? Picture() : part(whole, whole.own);
+  const Plate plate = (fills ? whole : own).plate();
+  if (whole.fillsFrame() && findsEstimates(settings, inputs)) {
     return {findKey(plate, settings).settings, findScreen(plate).coverage};
   }
   const CleanPlateUse use = !settings.toggle("useReference") ? CleanPlateUse::never

@@ -38,18 +38,24 @@ struct Shown {
 
 class Views {
  public:
-  Pictures pictures;
-  int frame = 1;  // that the plate's picture is; what moves stands as it is there
+  explicit Views(Pictures::Rows rows) : pictures(rows) {}
+
+  Pictures pictures;  // what is keyed
+  int frame = 1;      // that the plate's picture is; what moves stands as it is there
 
   /// Goes to a frame of a shot: its plate's picture, as large and deep as the one before.
-  void turn(Picture plate, int number);
+  void turn(const Picture& plate, int number);
 
   /// Throws Error (wrongUse) for settings that cannot key and windows beside the plate.
   Shown show(const Request& request);
 
   /// A window at the pictures' own depth; "output" is what the parameter of that name says.
+  /// within  beyond this a finish sees nothing; none: beyond the frame
   Picture keyed(const Settings& settings, const Masks& masks, std::string_view view, int divisor,
-                const Window& window);
+                const Window& window, const std::optional<Window>& within = std::nullopt);
+
+  /// Takes the room of a picture that is done with, for the next one.
+  void giveBack(Picture picture);
 
   /// The screen and what follows from it. Throws Error (failure) when there is none.
   struct Found {
@@ -76,6 +82,7 @@ class Views {
   OtileImage drawn(Role role, const Settings& settings, const Masks& masks, int divisor,
                    const Window& region, Picture& room);
 
+  Picture spare_;
   Keyer keyer_;
   BlindKeyer beside_;
   int seen_ = -1;      // of the plates

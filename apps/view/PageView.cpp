@@ -136,6 +136,13 @@ void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int h
   });
 }
 
+void makeTransparent(std::byte* pixels, Depth depth, std::size_t count) {
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    auto* const samples = reinterpret_cast<Sample*>(pixels);
+    for (std::size_t i = 3; i < 4 * count; i += 4) samples[i] = 0;
+  });
+}
+
 MatteMeasure measureOf(const std::byte* pixels, Depth depth, std::size_t count,
                        std::uint32_t weight) {
   MatteMeasure measure;

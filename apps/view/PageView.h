@@ -53,6 +53,10 @@ Settings settingsFor(PageView view, Settings settings, bool light);
 void paintChecker(std::byte* pixels, Depth depth, int x, int y, int width, int height, int divisor,
                   bool light);
 
+/// Takes the alpha out of interleaved RGBA samples of a background: a composite's alpha is its
+/// matte joined with the background's, and then it is the matte. Files of composites have neither.
+void makeTransparent(std::byte* pixels, Depth depth, std::size_t count);
+
 /// How many pixels have which matte.
 struct MatteMeasure {
   std::array<std::uint32_t, 256> bins{};

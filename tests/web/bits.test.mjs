@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The page without a server against `orvanite key`: the same plate and settings give the same
-// samples, whether one engine keys them or three.
+// samples, whether one engine keys them or three, from memory of their own or shared.
 //   SITE=folder ORVANITE_PROGRAM=program node --test bits.test.mjs
 import assert from 'node:assert/strict';
 import {execFile} from 'node:child_process';
@@ -36,6 +36,7 @@ function picture(width, height, depth, colour) {
 
 const width = 322;
 const height = 187;
+const joined = (bands) => Uint8Array.from(bands.flatMap((band) => [...band]));
 // An uneven green screen with grain, before it a ball with a soft edge and a see-through half.
 const plateOf = (depth) => picture(width, height, depth, (x, y) => {
   const light = 0.75 + 0.25 * x / width;
@@ -81,12 +82,12 @@ for (const [name, depth, beside, given] of cases) {
       assert.deepEqual(pictures[role].picture.pixels, one.pixels, 'what is written is what is read');
     }
     if (depth === 2) for (const one of Object.values(pictures)) assert.equal(one.picture.depth, 2);
-    for (const count of [1, 3]) {
+    for (const [count, shares] of name === 'a composite' ? [[1, true], [3, false], [3, true]] : [[1, false], [3, true]]) {
       const engines = await Promise.all(Array.from({length: count}, async () => {
         const engine = await Engine.of(module);
         return async (call, ...parts) => engine[call](...parts);
       }));
-      const answers = new Answers(engines, pictures);
+      const answers = new Answers(engines, pictures, shares);
       await answers.open();
       const state = answers.state();
       let settings = given;
@@ -110,7 +111,8 @@ for (const [name, depth, beside, given] of cases) {
       // What the screen shows in bands is what was rendered, cut to 8 bits.
       const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, width, height], measured: true});
       const screenCode = (code) => depth === 2 ? Math.floor((code + 128) / 257) : code;
-      const wrong = shown.pixels.findIndex((code, i) => code !== (i % 4 === 3 ? 255 : screenCode(found.pixels[i])));
+      assert.equal(shown.bands.length, (settings.estimate ?? 'off') !== 'off' ? 1 : count);
+      const wrong = joined(shown.bands).findIndex((code, i) => code !== (i % 4 === 3 ? 255 : screenCode(found.pixels[i])));
       assert.equal(wrong, -1);
       const {clear, between, solid, bins} = shown.matte;
       assert.equal(clear + between + solid, width * height);
@@ -171,7 +173,7 @@ for (const [name, settings] of shotCases) {
     for (const frame of [8, 11, 10, 9]) {
       const expected = await decodePng(new Uint8Array(await readFile(path.join(folder, `key.${String(frame).padStart(4, '0')}.png`))));
       const shown = await shot.to('picture', {settings: given, frame, view: 'output', divisor: 1, window: [0, 0, width, height], measured: true});
-      const pixels = shown.pixels ?? Buffer.concat(shown.bands);
+      const pixels = joined(shown.bands);
       const wrong = pixels.findIndex((code, i) => code !== expected.pixels[i]);
       assert.equal(wrong, -1, `${line}: frame ${frame}: sample ${wrong} is ${pixels[wrong]}, not ${expected.pixels[wrong]}`);
     }
@@ -180,6 +182,28 @@ for (const [name, settings] of shotCases) {
     assert.ok(probed.matte > 0.9, 'the ball of frame 9 is there');
   });
 }
+
+test('engines hold no more of the pictures than the rows that they key', async () => {
+  // Two pictures of 4096 x 2048 codes are 64 MiB: among four engines the rows of both and of the result
+  // are 96 MiB, and each begins with 32. Whole copies would be 64 MiB in each.
+  const [width, height] = [4096, 2048];
+  const pixels = new Uint8Array(4 * width * height).map((_, i) => [31, 168, 54, 255][i & 3] - (i >> 14 & 7));
+  const one = {name: 'one.png', picture: {width, height, depth: 1, hasAlpha: false, pixels}};
+  const engines = await Promise.all(Array.from({length: 4}, () => Engine.of(module)));
+  const answers = new Answers(engines.map((engine) => async (call, ...parts) => engine[call](...parts)), {plate: one, background: one}, true);
+  await answers.open();
+  const settings = {...screen, output: 'composite'};
+  const ask = (window, divisor, proxy) => answers.to('picture', {settings, view: 'composite', divisor, proxy, window, measured: true});
+  const bytes = () => engines.reduce((sum, {exports}) => sum + exports.memory.buffer.byteLength, 0);
+  const {bands} = await ask([0, 0, width, height], 1, false);
+  assert.ok(bytes() < 4 * 40 * 2 ** 20, `${bytes() / 2 ** 20} MiB`);
+  // Looks at parts and at pixels in between change nothing of what is shown, and leave holes at the most.
+  await ask([0, 0, width, height], 3, true);
+  await ask([1024, 512, 1024, 1024], 1, false);
+  for (const y of [0, 700, 2047]) await answers.to('probe', {settings, view: 'composite', x: 9, y});
+  assert.deepEqual((await ask([0, 0, width, height], 1, false)).bands, bands);
+  assert.ok(bytes() < 4 * 64 * 2 ** 20, `${bytes() / 2 ** 20} MiB`);
+});
 
 test('what is wrong is said, and the engine goes on', async () => {
   const engine = await Engine.of(module);
@@ -194,6 +218,7 @@ test('what is wrong is said, and the engine goes on', async () => {
     }
     assert.equal(engine.ask('given', {settings: {screenRange: ' +1e-1 '}}).screenRange, '0.1');
     assert.throws(() => engine.take('background', picture(8, 8, 1, () => [0, 0, 0])), {subject: 'background', message: /322x187.*8x8/});
+    assert.throws(() => engine.take('background', {...plate, pixels: plate.pixels.subarray(4)}), {subject: 'background', message: /as many samples/});
     assert.throws(() => engine.ask('masks', {settings: {masks: '{}'}}), {subject: 'masks', message: /expected masks/});
     assert.throws(() => engine.ask('usePreset', {text: '{"a'}), {subject: 'preset'});
     assert.throws(() => engine.ask('show', {settings: {}, view: 'plate', divisor: 1, window: [400, 0, 1, 1]}), {subject: 'window'});

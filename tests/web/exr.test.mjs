@@ -46,6 +46,79 @@ function same(found, expected, what) {
   assert.equal(wrong, -1, `${what}: sample ${wrong} is ${found[wrong]}, not ${expected[wrong]}`);
 }
 
+/** The samples that OpenEXR's own library gives, in the whole frame. */
+function plainOf(name, width, height) {
+  oiiotool(file(name), '--croptofull', '--origin', '+0+0', '--fullsize', `${width}x${height}+0+0`,
+    '-d', 'float', '--compression', 'none', '-o', file('plain.exr'));
+  return expectedOf('plain.exr', 'gbrapf32le', width * height);
+}
+
+test('lossy compressions are unpacked as the library of OpenEXR unpacks them', async () => {
+  for (const depth of ['half', 'float']) {
+    for (const packing of ['pxr24', 'b44', 'b44a']) {
+      for (const tiles of depth === 'half' ? [[], ['--tile', '24', '16']] : [[]]) {
+        for (const marked of packing === 'pxr24' || depth === 'float' ? [false] : [false, true]) {
+          const what = `${depth} ${packing} ${tiles} ${marked}`;
+          oiiotool(file('rgba.exr'), '-d', depth, ...tiles, '--compression', packing, '-o', file('one.exr'));
+          const bytes = bytesOf('one.exr');
+          if (marked) {
+            // The list of channels says of each whether it is perceptually linear: 4 bytes after its name.
+            const at = Buffer.from(bytes.buffer).indexOf('chlist\0') + 11;
+            for (const [i, name] of ['A', 'B', 'G', 'R'].entries()) {
+              assert.equal(String.fromCharCode(bytes[at + 18 * i]), name);
+              bytes[at + 18 * i + 6] = 1;
+            }
+            writeFileSync(file('one.exr'), bytes);
+          }
+          same((await decodeExr(bytes)).pixels, plainOf('one.exr', 61, 47), what);
+        }
+      }
+    }
+  }
+  // A flat picture of B44A is a few bytes a square.
+  oiiotool('--pattern', 'constant:color=0.25,0.5,0.75', '64x64', '3', '-d', 'half', '--compression', 'b44a', '-o', file('flat.exr'));
+  const flat = bytesOf('flat.exr');
+  assert.ok(flat.length < 3000);
+  same((await decodeExr(flat)).pixels, Float32Array.from({length: 4 * 64 * 64}, (_, i) => [0.25, 0.5, 0.75, 1][i & 3]), 'flat');
+});
+
+test('files that hold more or less than their frame give the frame', async () => {
+  // Data of 61 x 47 from its origin on, seen from the frame's corner.
+  for (const [words, width, height, own, beyond] of [
+    [['--fullsize', '80x60+0+0'], 80, 60, [0, 0, 61, 47], undefined],
+    [['--fullsize', '80x60-5-3', '--compression', 'piz'], 80, 60, [5, 3, 61, 47], undefined],
+    [['--origin', '+7+9', '--fullsize', '40x30+20+20'], 40, 30, undefined, true],
+    [['--origin', '-7-9', '--fullsize', '40x30+0+0', '--tile', '16', '16'], 40, 30, undefined, true],
+    [['--origin', '-7+9', '--fullsize', '80x40+0+0', '--compression', 'b44', '-d', 'half'], 80, 40, [0, 9, 54, 31], true],
+    [['--origin', '+100+100', '--fullsize', '40x30+0+0'], 40, 30, [100, 100, 0, 0], true],
+  ]) {
+    oiiotool(file('rgba.exr'), ...words, '-o', file('one.exr'));
+    const found = await decodeExr(bytesOf('one.exr'));
+    assert.deepEqual([found.width, found.height, found.own, found.beyond], [width, height, own, beyond], words.join(' '));
+    same(found.pixels, plainOf('one.exr', width, height), words.join(' '));
+  }
+});
+
+test('of several parts and layers those are read that the command takes', async () => {
+  const [rgba, rgb] = [file('rgba.exr'), file('rgb.exr')];
+  const layer = (name) => ['--chnames', `${name}.R,${name}.G,${name}.B,${name}.A`];
+  for (const [words, hasAlpha] of [
+    [[rgb, '--ch', 'Z=R', rgba, '--siappend'], true],
+    [[rgba, rgb, '--ch', 'Z=R', '--siappend', '--compression', 'piz'], true],
+    [[rgb, '--ch', 'Y=R', rgb, '--tile', '16', '16', '--siappend'], false],
+    [[rgb, '--ch', 'Y=R', rgba, ...layer('diffuse'), '--siappend'], false],
+    [[rgb, '--ch', 'Y=R', rgba, ...layer('left.beauty'), '--siappend'], true],
+    [[rgba, ...layer('diffuse'), rgb, '--chnames', 'spec.R,spec.G,spec.B', '--chappend'], true],
+  ]) {
+    oiiotool(...words, '-o', file('parts.exr'));
+    const found = await decodeExr(bytesOf('parts.exr'));
+    assert.equal(found.hasAlpha, hasAlpha);
+    writeFileSync(file('ours.exr'), Buffer.from(await (await encodeExr(found, hasAlpha)).arrayBuffer()));
+    // Its exit code says whether they are equal.
+    execFileSync(process.env.ORVANITE_PROGRAM, ['compare', file('parts.exr'), file('ours.exr')], {stdio: ['ignore', 'ignore', 'inherit']});
+  }
+});
+
 test('every compression, layout and depth is read as FFmpeg reads it', async () => {
   for (const [name, form] of [['rgba.exr', 'gbrapf32le'], ['rgb.exr', 'gbrpf32le'], ['y.exr', 'grayf32le'], ['ramp.exr', 'gbrpf32le']]) {
     for (const depth of name === 'rgb.exr' ? ['float'] : ['half', 'float']) {
@@ -97,6 +170,11 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
   // Every code of 8 bits, for what is brought to light.
   oiiotool('--pattern', 'fill:topleft=0,0,0:topright=1,0,1:bottomleft=0,1,0:bottomright=1,1,0', '322x187', '3', '-d', 'uint8', '-o', file('codes.png'));
   oiiotool('--pattern', 'fill:topleft=0,0,0:topright=1,0,1:bottomleft=0,1,0:bottomright=1,1,0', '322x187', '3', '-d', 'uint16', '-o', file('codes16.png'));
+  oiiotool(file('plate.exr'), '--crop', '201x123+40+31', '-o', file('less.exr'));
+  oiiotool(file('holdout.exr'), '--crop', '251x103+20+51', '-o', file('lesshold.exr'));
+  oiiotool(file('plate.exr'), '--fullsize', '200x100+17+23', '-o', file('more.exr'));
+  oiiotool(file('background.exr'), '--fullsize', '200x100+17+23', '-o', file('morebg.exr'));
+  oiiotool(file('plate.exr'), '--ch', 'Z=R', file('plate.exr'), '--siappend', '-o', file('part.exr'));
   const green = {screen: '0.0231,0.3674,0.0414'};
   const cases = [
     ['a cut-out', {plate: 'plate.exr'}, green],
@@ -108,6 +186,12 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
     ['mattes beside', {plate: 'plate.exr', background: 'background.exr', garbage: 'garbage.exr', holdOut: 'holdout.exr'}, {...green, holdOutChannel: 'R', garbageChannel: 'R'}],
     ['a finish', {plate: 'plate.exr', background: 'background.exr'}, {...green, shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7'}],
     ['Auto', {plate: 'plate.exr', background: 'background.exr'}, null],
+    ['less than the frame', {plate: 'less.exr'}, green],
+    ['less than the frame, with a finish', {plate: 'less.exr', holdOut: 'lesshold.exr'}, {...green, holdOutChannel: 'R', shrink: '1.5', soften: '2', spill: '0.7'}],
+    ['less than the frame over a background', {plate: 'less.exr', background: 'background.exr'}, green],
+    ['Auto of less than the frame', {plate: 'less.exr'}, null],
+    ['more than the frame', {plate: 'more.exr', background: 'morebg.exr'}, green],
+    ['a part', {plate: 'part.exr'}, green],
   ];
   for (const [name, files, given] of cases) {
     await t.test(name, async () => {
@@ -116,12 +200,12 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
         const picture = await (one.endsWith('.png') ? load('png.js').then(({decodePng}) => decodePng(bytesOf(one))) : opened(one));
         pictures[role] = {name: one, picture: role === 'background' ? inLight(picture) : atDepth(picture, 4)};
       }
-      for (const count of name === 'a composite' || name === 'a finish' ? [1, 3] : [2]) {
+      for (const [count, shares] of name === 'a composite' || name === 'a finish' ? [[1, false], [3, true]] : [[2, true]]) {
         const engines = await Promise.all(Array.from({length: count}, async () => {
           const engine = await Engine.of(module);
           return async (call, ...parts) => engine[call](...parts);
         }));
-        const answers = new Answers(engines, pictures);
+        const answers = new Answers(engines, pictures, shares);
         await answers.open();
         const state = answers.state();
         assert.equal(state.settings.colourspace, 'linear');
@@ -132,7 +216,7 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
         const expected = await decodeExr(bytesOf('key.exr'));
         const blob = await answers.render(settings);
         const found = await decodeExr(new Uint8Array(await blob.arrayBuffer()));
-        assert.deepEqual([found.half, found.hasAlpha], [expected.half, expected.hasAlpha], command);
+        assert.deepEqual([found.half, found.hasAlpha, found.own], [expected.half, expected.hasAlpha, expected.own], command);
         same(found.pixels, expected.pixels, command);
         assert.ok(new Set(found.pixels).size > 100, 'a picture');
         // On screen light is clipped to 0..1 and shown as the nearest code of sRGB (IEC 61966-2-1), a matte as round(255 v).
@@ -140,12 +224,13 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
           const v = Math.min(1, Math.max(0, value));
           return 255 * (settings.output === 'matte' ? v : v <= 0.0031308 ? 12.92 * v : 1.055 * v ** (1 / 2.4) - 0.055);
         };
-        const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, 322, 187], measured: true});
-        const raw = await engines[0]('key', settings, 'output', [0, 0, 322, 187]);
-        const wrong = shown.pixels.findIndex((code, i) => i % 4 !== 3 && Math.abs(code - codeOf(raw.pixels[i])) > 0.502);
-        assert.equal(wrong, -1, `${shown.pixels[wrong]} for ${raw.pixels[wrong]}`);
+        const shown = await answers.to('picture', {settings, view: 'output', divisor: 1, window: [0, 0, state.width, state.height], measured: true});
+        const raw = await engines[0]('key', settings, 'output', [0, 0, state.width, state.height]);
+        const codes = Uint8Array.from(shown.bands.flatMap((band) => [...band]));
+        const wrong = codes.findIndex((code, i) => i % 4 !== 3 && Math.abs(code - codeOf(raw.pixels[i])) > 0.502);
+        assert.equal(wrong, -1, `${codes[wrong]} for ${raw.pixels[wrong]}`);
         const {plate} = await answers.to('probe', {settings, view: 'output', x: 5, y: 7});
-        assert.deepEqual(plate, [...pictures.plate.picture.pixels.subarray(4 * (7 * 322 + 5), 4 * (7 * 322 + 5) + 4)]);
+        assert.deepEqual(plate, [...pictures.plate.picture.pixels.subarray(4 * (7 * state.width + 5), 4 * (7 * state.width + 5) + 4)]);
       }
     });
   }
@@ -153,8 +238,8 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
 
 test('what is not read, and what is damaged, is refused in a line', async () => {
   for (const [words, why] of [
-    [['--compression', 'pxr24'], /PXR24 compression: orvanite reads it/], [['-d', 'uint32'], /integers samples|integer/],
-    [['--fullsize', '80x60+0+0'], /not its whole frame/], [['--chnames', 'U,V,W,A'], /other channels/],
+    [['--compression', 'dwaa'], /DWAA compression: orvanite reads it/], [['-d', 'uint32'], /integers samples|integer/],
+    [['--chnames', 'U,V,W,A'], /other channels/],
   ]) {
     oiiotool(file('rgba.exr'), ...words, '-o', file('other.exr'));
     await assert.rejects(opened('other.exr'), (error) => error.message.startsWith('other.exr: an OpenEXR file with ') && why.test(error.message));
@@ -163,11 +248,13 @@ test('what is not read, and what is damaged, is refused in a line', async () => 
   const random = (most) => (seed = seed * 1664525 + 1013904223 >>> 0) % most;
   const line = /^bad\.exr: (the file is damaged|the file ends before its picture|more pixels than a page can hold|an OpenEXR file with .+: orvanite reads it)$/;
   let refused = 0;
-  for (const packing of ['none', 'rle', 'zip', 'piz']) {
-    for (const tiles of [[], ['--tile', '24', '16']]) {
-      oiiotool(file('rgba.exr'), '-d', 'half', ...tiles, '--compression', packing, '-o', file('whole.exr'));
+  for (const packing of ['none', 'rle', 'zip', 'piz', 'pxr24', 'b44a']) {
+    for (const tiles of [[], ['--tile', '24', '16'], [file('rgb.exr'), '--siappend']]) {
+      oiiotool(file('rgba.exr'), ...tiles, '-d', 'half', '--compression', packing, '-o', file('whole.exr'));
       const whole = bytesOf('whole.exr');
-      const tries = [0.01, 0.3, 0.7, 0.99].map((part) => whole.slice(0, whole.length * part));
+      // Of two parts the first is there while the second is cut off.
+      const cut = tiles[1] === '--siappend' ? [0.01, 0.3] : [0.01, 0.3, 0.7, 0.99];
+      const tries = cut.map((part) => whole.slice(0, whole.length * part));
       for (let i = 0; i < 60; ++i) {
         const bytes = whole.slice();
         // Half of them in the header, where the most hangs on a byte.
@@ -178,7 +265,7 @@ test('what is not read, and what is damaged, is refused in a line', async () => 
         if (!isExr(bytes)) continue;
         try {
           const {width, height, pixels} = await decode({name: 'bad.exr', arrayBuffer: async () => bytes.buffer});
-          assert.ok(i >= 4, 'what is cut off is refused');
+          assert.ok(i >= cut.length, 'what is cut off is refused');
           assert.equal(pixels.length, 4 * width * height);
         } catch (error) {
           if (error.code === 'ERR_ASSERTION') throw error;

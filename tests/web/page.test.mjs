@@ -5,36 +5,18 @@
 //   SITE=folder and what tests/apps/view/program.mjs asks for
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
-import {readFileSync} from 'node:fs';
-import {createServer} from 'node:http';
-import {extname, join, resolve} from 'node:path';
+import {join} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, program, readPng} from '../apps/view/program.mjs';
+import {host as startHost} from './host.mjs';
 
-const site = resolve(process.env.SITE);
-const kinds = {'.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.svg': 'image/svg+xml', '.wasm': 'application/wasm', '.webmanifest': 'application/manifest+json'};
 const closers = [];
 after(async () => { for (const close of closers.reverse()) await close(); });
 
-/** A server of static files, in a folder below its root, which tells nothing beyond types. */
-async function host() {
-  const asked = [];
-  const missing = [];
-  const server = createServer((request, response) => {
-    const name = new URL(request.url, 'http://x').pathname.replace(/^\/key\//, '') || 'index.html';
-    asked.push(name);
-    try {
-      const bytes = readFileSync(join(site, name));
-      response.writeHead(200, {'Content-Type': kinds[extname(name)] ?? 'application/octet-stream'}).end(bytes);
-    } catch {
-      missing.push(name);
-      response.writeHead(404).end();
-    }
-  });
-  await new Promise((ready) => server.listen(0, '127.0.0.1', ready));
-  const stop = () => new Promise((done) => { server.close(done); server.closeAllConnections(); });
-  closers.push(() => server.listening && stop());
-  return {address: `http://127.0.0.1:${server.address().port}/key/`, asked, missing, stop};
+async function host(options) {
+  const started = await startHost(options);
+  closers.push(started.stop);
+  return started;
 }
 
 const shown = (page) => page.waitForFunction(() => window.seen?.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
@@ -45,9 +27,9 @@ async function render(page) {
   return readPng(await (await coming).path());
 }
 
-test('a plate is opened, keyed and rendered, with and without a network', async () => {
+for (const alone of [true, false]) test(`a plate is opened, keyed and rendered, with and without a network, ${alone ? 'memory shared' : 'from a plain server'}`, async () => {
   const files = drawPlate();
-  const {address, asked, missing, stop} = await host();
+  const {address, asked, missing, stop} = await host({alone});
   const {page, close} = await browse(1280, 720);
   closers.push(close);
   await page.addInitScript(() => {
@@ -58,6 +40,8 @@ test('a plate is opened, keyed and rendered, with and without a network', async 
   const choosers = [];
   page.on('filechooser', (one) => choosers.push(one));
   await page.goto(address);
+  // What the service worker hands out is isolated anyway: from the second visit on.
+  assert.equal(await page.evaluate(() => crossOriginIsolated), alone);
   await page.waitForSelector('#open[open]');
   const choose = async (role, file) => {
     await Promise.all([page.waitForEvent('load'), page.setInputFiles(`#open input[type=file] >> nth=${role}`, file)]);
@@ -108,6 +92,7 @@ test('a plate is opened, keyed and rendered, with and without a network', async 
   await Promise.all([page.waitForEvent('load'), page.reload()]);
   await shown(page);
   assert.equal(asked.length, before);
+  assert.equal(await page.evaluate(() => crossOriginIsolated), true);
   assert.equal(await page.textContent('#title'), 'plate.png');
   await same('without a network');
   assert.deepEqual(missing, []);

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// What the page asks for, answered by a crew of engines: each holds the pictures, and a view is cut
-// into bands of rows among them unless its pixels depend on the whole frame. Node tests use it too.
+// What the page asks for, answered by a crew of engines: a view is cut into bands of rows among them
+// unless its pixels depend on the whole frame. Pictures lie in memory that all of them see, where
+// the browser allows that; else each engine is sent a copy. Node tests use it too.
 import {encodeExr} from './exr.js';
 import {encodePng} from './png.js';
 import {Refusal} from './workers.js';
@@ -15,17 +16,32 @@ const roleOptions = {background: '--bg', holdOut: '--hold-out', garbage: '--garb
 const boxSamples = 1 << 18;
 // Rows of a band at the least: fewer are not worth a message.
 const leastRows = 32;
+// Rooms that are kept for each engine.
+const roomsEach = 3;
 
 export class Answers {
   /**
    * engines   functions (call, ...parts) that promise what that call of an Engine gives
    * pictures  by role: {name, picture}; a plate at the least, of one size and depth
+   * shares    whether the engines may share the page's memory
    */
-  constructor(engines, pictures) {
+  constructor(engines, pictures, shares = globalThis.crossOriginIsolated ?? false) {
     this.engines = engines;
-    this.pictures = pictures;
-    this.plate = pictures.plate.picture;
+    this.shares = shares;
+    this.pictures = Object.fromEntries(Object.entries(pictures).map(([role, one]) => [role, {...one, picture: this.placed(one.picture)}]));
+    this.plate = this.pictures.plate.picture;
     this.job = {state: 'idle', done: 0, message: ''};
+    this.rooms = [];
+  }
+
+  /** The same picture in memory that the engines share, if they may: that of one that is done with, where there is one. */
+  placed(picture, before = null) {
+    if (!this.shares) return picture;
+    const {pixels} = picture;
+    const room = before?.pixels.byteLength === pixels.byteLength ? before.pixels.buffer : new SharedArrayBuffer(pixels.byteLength);
+    const shared = new pixels.constructor(room);
+    shared.set(pixels);
+    return {...picture, pixels: shared};
   }
 
   get maximum() { return {1: 255, 2: 65535, 4: 1}[this.plate.depth]; }
@@ -60,7 +76,10 @@ export class Answers {
     };
   }
 
-  /** A view for the screen, as Engine.show gives it; the matte is that of the whole frame. */
+  /**
+   * A view for the screen, as Engine.show gives it, but for `bands` in the place of its pixels, from
+   * the top; the matte is that of the whole frame.
+   */
   async picture({settings, view, divisor, proxy, window, measured}) {
     const {width, height} = this.plate;
     const [x, y, w, h] = [window[0], window[1], Math.min(window[2], width - window[0]), Math.min(window[3], height - window[1])];
@@ -68,29 +87,34 @@ export class Answers {
     const alone = measured && !whole
       ? this.picture({settings, view: 'matte', divisor: Math.max(2, divisor), proxy: true, window: [0, 0, width, height], measured: true}) : null;
     const request = {settings, view, divisor, proxy, measured: measured && whole};
-    if (view !== 'plate' && await this.engines[0]('ask', 'needsAll', {settings})) {
-      const shown = await this.engines[0]('show', {...request, window: [x, y, w, h]});
-      if (alone) shown.matte = (await alone).matte;
-      return shown;
-    }
-    const rows = Math.max(leastRows, Math.ceil(h / this.engines.length / divisor)) * divisor;
-    const bands = [];
-    for (let top = 0; top < h; top += rows) bands.push([x, y + top, w, Math.min(rows, h - top)]);
-    const parts = await Promise.all(bands.map((band, i) => this.engines[i]('show', {...request, window: band})));
-    const [first] = parts;
-    if (alone) first.matte = (await alone).matte;
-    if (parts.length === 1) return first;
-    const pixels = new Uint8Array(parts.reduce((sum, part) => sum + part.pixels.length, 0));
-    parts.reduce((at, part) => { pixels.set(part.pixels, at); return at + part.pixels.length; }, 0);
-    const joined = {...first, window: [x, y, w, h], height: parts.reduce((sum, part) => sum + part.height, 0), pixels};
-    if (request.measured) {
+    const needsAll = view !== 'plate' && await this.engines[0]('ask', 'needsAll', {settings});
+    const rows = needsAll ? h : Math.max(leastRows, Math.ceil(h / this.engines.length / divisor)) * divisor;
+    const windows = [];
+    for (let top = 0; top < h; top += rows) windows.push([x, y + top, w, Math.min(rows, h - top)]);
+    const parts = await Promise.all(windows.map((band, i) => this.engines[i]('show', {...request, window: band}, this.roomFor(band, divisor))));
+    const [{pixels, ...first}] = parts;
+    const shown = {...first, window: [x, y, w, h], height: parts.reduce((sum, part) => sum + part.height, 0), bands: parts.map((part) => part.pixels)};
+    if (alone) {
+      shown.matte = (await alone).matte;
+    } else if (request.measured) {
       const sum = (name) => parts.reduce((total, {matte}) => total + matte[name], 0);
-      joined.matte = {
+      shown.matte = {
         bins: first.matte.bins.map((_, i) => parts.reduce((total, {matte}) => total + matte.bins[i], 0)),
         clear: sum('clear'), between: sum('between'), solid: sum('solid'),
       };
     }
-    return joined;
+    return shown;
+  }
+
+  /** Takes the bands of a picture that nobody looks at any more: memory that is there already is written faster. */
+  giveBack(bands) {
+    for (const {buffer} of bands) if (this.rooms.length < roomsEach * this.engines.length) this.rooms.push(buffer);
+  }
+
+  roomFor([, , w, h], divisor) {
+    const bytes = 4 * Math.ceil(w / divisor) * Math.ceil(h / divisor);
+    const at = this.rooms.findIndex(({byteLength}) => byteLength === bytes);
+    return at < 0 ? null : this.rooms.splice(at, 1)[0];
   }
 
   async probe({settings, view, x, y}) {
@@ -127,32 +151,44 @@ export class Answers {
     return [...words, '-o', this.written].map(shellWord).join(' ');
   }
 
-  /** The whole plate keyed, and whether its alpha counts. */
+  /** What there is of the plate keyed, where it lies in the frame, and whether its alpha counts. */
   async keyed(settings) {
-    const {width, height} = this.plate;
     const output = this.parameters.find(({name}) => name === 'output');
     const view = output.choices.find(({text}) => text === (settings.output ?? output.standard));
-    const key = (engine, window) => engine('key', settings, 'output', window);
-    let picture;
-    if (await this.engines[0]('ask', 'needsAll', {settings})) {
-      picture = await key(this.engines[0], [0, 0, width, height]);
-    } else {
-      const rows = Math.ceil(height / this.engines.length);
-      const parts = await Promise.all(this.engines.filter((_, i) => i * rows < height).map(
-        (engine, i) => key(engine, [0, i * rows, width, Math.min(rows, height - i * rows)])));
-      picture = {...parts[0], height, pixels: new parts[0].pixels.constructor(4 * width * height)};
+    const within = this.ownWindow();
+    const [x, y, width, height] = within;
+    const needsAll = await this.engines[0]('ask', 'needsAll', {settings});
+    const rows = needsAll ? height : Math.ceil(height / this.engines.length);
+    const tops = [];
+    for (let top = 0; top < height; top += rows) tops.push(top);
+    const parts = await Promise.all(tops.map((top, i) =>
+      this.engines[i]('key', settings, 'output', [x, y + top, width, Math.min(rows, height - top)], within)));
+    const picture = {...parts[0], height};
+    if (parts.length > 1) {
+      picture.pixels = new parts[0].pixels.constructor(4 * width * height);
       parts.reduce((at, {pixels}) => { picture.pixels.set(pixels, at); return at + pixels.length; }, 0);
     }
-    return {picture, alpha: view.alpha};
+    return {picture, corner: [x, y], alpha: view.alpha};
   }
 
   /** The same as a PNG with all its bits or, of floats, an OpenEXR file. */
   async render(settings) {
-    const {picture, alpha} = await this.keyed(settings);
+    const {picture, corner, alpha} = await this.keyed(settings);
     if (picture.depth !== 4) return encodePng(picture, alpha);
     const {pixels} = picture;
     if (this.multiplies(settings)) for (let i = 0; i < pixels.length; ++i) if (i % 4 !== 3) pixels[i] *= pixels[i | 3];
-    return encodeExr({...picture, half: this.half}, alpha);
+    return encodeExr({...picture, half: this.half}, alpha, [...corner, this.plate.width, this.plate.height]);
+  }
+
+  /** What the files hold of the frame, all together; all of it where that is nothing. */
+  ownWindow() {
+    const {width, height} = this.plate;
+    const windows = ['plate', 'background', 'holdOut', 'garbage'].filter((role) => this.pictures[role])
+      .map((role) => this.pictures[role].picture.own ?? [0, 0, width, height]).filter(([, , w, h]) => w > 0 && h > 0);
+    if (windows.length === 0) return [0, 0, width, height];
+    const [left, top] = [0, 1].map((i) => Math.min(...windows.map((window) => window[i])));
+    const [right, bottom] = [0, 1].map((i) => Math.max(...windows.map((window) => window[i] + window[i + 2])));
+    return [left, top, right - left, bottom - top];
   }
 
   // A render goes on while the page asks how far it is.

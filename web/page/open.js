@@ -211,6 +211,7 @@ async function picturesOf(files) {
       const clip = clips[role] = await clipOf(given);
       pictures[role] = {name: clip.name, clip, picture: await clip.picture(0)};
       said.push(...clip.said);
+      if (pictures[role].picture.beyond) said.push(`${clip.name} holds more than its frame: what lies outside is left out.`);
     }
     const plate = pictures.plate.picture;
     const depth = Math.max(plate.depth, pictures.background?.picture.depth ?? 1);

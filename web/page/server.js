@@ -9,7 +9,7 @@ import {callsOf, Refusal} from './workers.js';
 
 export {Refusal};
 
-// More engines than this hold more copies of the pictures than they save time.
+// More engines than this save little time, and where they share no memory they hold more copies.
 const mostEngines = 4;
 
 const count = Math.max(1, Math.min(mostEngines, navigator.hardwareConcurrency ?? 1));
@@ -42,11 +42,34 @@ export async function askThumbnail(frame) {
   return new ImageData(new Uint8ClampedArray(pixels.buffer), width, height);
 }
 
-/** A picture: its header's members and `pixels`, an ImageData without transparency. */
+/** A picture: its header's members, `bands` of it from the top as ImageData, and `pixels`, all of it as one. */
+class Picture {
+  #joined = null;
+  #back;
+
+  constructor(header, bands, back) {
+    Object.assign(this, header);
+    this.#back = back;
+    this.bands = bands.map((pixels) => new ImageData(new Uint8ClampedArray(pixels.buffer), header.width));
+  }
+
+  get pixels() {
+    if (this.bands.length === 1) return this.bands[0];
+    if (!this.#joined) {
+      this.#joined = new ImageData(this.width, this.height);
+      this.bands.reduce((at, {data}) => { this.#joined.data.set(data, at); return at + data.length; }, 0);
+    }
+    return this.#joined;
+  }
+
+  /** Nobody looks at the picture any more. */
+  release() { this.#back(this.bands.map(({data}) => data)); }
+}
+
+/** A picture without transparency. */
 export async function askPicture(body, signal) {
   const start = performance.now();
-  const {pixels, ...header} = await send('picture', body, signal);
-  header.milliseconds = performance.now() - start;
-  header.pixels = new ImageData(new Uint8ClampedArray(pixels.buffer), header.width, header.height);
-  return header;
+  const {bands, ...header} = await send('picture', body, signal);
+  const by = await answers;
+  return new Picture({...header, milliseconds: performance.now() - start}, bands, (done) => by.giveBack(done));
 }

@@ -14,8 +14,17 @@ addEventListener('activate', (event) => {
   event.waitUntil(caches.keys().then((all) => Promise.all(old(all).map((one) => caches.delete(one)))).then(() => clients.claim()));
 });
 
+// A page that nothing else can reach into may share memory with its workers. These headers say that
+// it is one, where the server does not.
+function alone({body, status, statusText, headers: sent}) {
+  const headers = new Headers(sent);
+  headers.set('Cross-Origin-Opener-Policy', 'same-origin');
+  headers.set('Cross-Origin-Embedder-Policy', 'require-corp');
+  return new Response(body, {status, statusText, headers});
+}
+
 addEventListener('fetch', (event) => {
   if (event.request.method !== 'GET' || new URL(event.request.url).origin !== location.origin) return;
   event.respondWith(caches.open(name).then(async (cache) =>
-    await cache.match(event.request, {ignoreSearch: true}) ?? fetch(event.request)));
+    alone(await cache.match(event.request, {ignoreSearch: true}) ?? await fetch(event.request))));
 });

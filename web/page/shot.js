@@ -61,7 +61,7 @@ export class Shot extends Answers {
     this.frame = null;
     for (const [role, one] of Object.entries(this.pictures)) {
       if (!one.clip.isShot) continue;
-      one.picture = await this.pictureOf(role, frame);
+      one.picture = this.placed(await this.pictureOf(role, frame), one.picture);
       await Promise.all(this.engines.map((engine) => engine('take', role, one.picture, ...(role === 'plate' ? [frame] : []))));
     }
     this.plate = this.pictures.plate.picture;

@@ -11,7 +11,7 @@ export class Refusal extends Error {
   }
 }
 
-/** A function (call, ...parts) that promises a worker's answer; unstarted is said where it cannot run. */
+/** A function (call, ...parts) that promises a worker's answer, to whom buffers go over; unstarted is said where it cannot run. */
 export function callsOf(worker, unstarted) {
   const waiting = new Map();
   let last = 0;
@@ -26,7 +26,7 @@ export function callsOf(worker, unstarted) {
   });
   return (call, ...parts) => new Promise((resolve, reject) => {
     waiting.set(++last, {resolve, reject});
-    worker.postMessage({id: last, call, parts});
+    worker.postMessage({id: last, call, parts}, parts.filter((part) => part instanceof ArrayBuffer));
   });
 }
 

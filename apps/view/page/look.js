@@ -5,11 +5,14 @@
 
 export const plainLook = {channel: 'all', gain: 1};
 
-/** The pixels of a picture as a look shows them; gain below 0 opens up the bright end. */
-export function pixelsOf(picture, {channel, gain}) {
-  const {pixels, job} = picture;
-  const gained = job.view === 'matte' && gain !== 1;
-  if (channel === 'all' && !gained) return pixels;
+/**
+ * A picture as a look shows it, in bands from the top: those that it came in, unless the look changes
+ * them. Gain below 0 opens up the bright end.
+ */
+export function bandsOf(picture, {channel, gain}) {
+  const gained = picture.job.view === 'matte' && gain !== 1;
+  if (channel === 'all' && !gained) return picture.bands ?? [picture.pixels];
+  const {pixels} = picture;
   const codes = Uint8ClampedArray.from({length: 256}, (unused, code) =>
     !gained ? code : gain > 0 ? code * gain : 255 - (255 - code) * -gain);
   const only = {red: 0, green: 1, blue: 2}[channel];
@@ -18,7 +21,7 @@ export function pixelsOf(picture, {channel, gain}) {
     for (let c = 0; c < 3; ++c) made.data[i + c] = codes[pixels.data[i + (only ?? c)]];
     made.data[i + 3] = 255;
   }
-  return made;
+  return [made];
 }
 
 // How much of the plate the veil covers where all is keyed out.

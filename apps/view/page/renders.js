@@ -119,9 +119,8 @@ export class Renders {
       this.plate = await askPicture({...job, settings: {}, view: 'plate', measured: false, page: `${this.page}-plate`}, signal);
       this.plateKey = key;
     }
-    const picture = await askPicture({...job, view: 'matte'}, signal);
-    picture.pixels = veiled(this.plate.pixels, picture.pixels);
-    return picture;
+    const {bands, pixels, ...header} = await askPicture({...job, view: 'matte'}, signal);
+    return {...header, pixels: veiled(this.plate.pixels, pixels)};
   }
 
   async run(slot) {

@@ -3,7 +3,7 @@
 // The picture on screen: pan, zoom, the wipe, and boxes drawn over it. Scale is in screen pixels
 // (those of the device) for each pixel of the plate; at 1 the canvas holds the picture's own values.
 
-import {pixelsOf, plainLook} from './look.js';
+import {bandsOf, plainLook} from './look.js';
 
 const zoomStep = 1.25;
 const largestScale = 64;
@@ -17,13 +17,20 @@ class Layers {
     const all = x === 0 && y === 0 && w === width && h === height;
     const layer = all ? (this.whole = Layers.into(this.whole, picture, look)) : (this.part = Layers.into(this.part, picture, look));
     layer.picture = picture;
-    if (all) this.part = null;
+    if (!all || !this.part) return;
+    this.part.picture.release?.();
+    this.part = null;
   }
 
   look(look) {
     for (const layer of [this.whole, this.part]) {
-      if (layer) layer.canvas.getContext('2d').putImageData(pixelsOf(layer.picture, look), 0, 0);
+      if (layer) Layers.paint(layer.canvas, layer.picture, look);
     }
+  }
+
+  static paint(canvas, picture, look) {
+    const context = canvas.getContext('2d');
+    bandsOf(picture, look).reduce((y, band) => { context.putImageData(band, 0, y); return y + band.height; }, 0);
   }
 
   static into(layer, picture, look) {
@@ -32,7 +39,8 @@ class Layers {
       canvas.width = picture.width;
       canvas.height = picture.height;
     }
-    canvas.getContext('2d').putImageData(pixelsOf(picture, look), 0, 0);
+    Layers.paint(canvas, picture, look);
+    layer?.picture.release?.();
     return {canvas};
   }
 }
@@ -174,8 +182,6 @@ export class Stage extends EventTarget {
     for (const layers of this.layers) layers.look(this.look);
     this.draw();
   }
-
-  clear(slot) { this.layers[slot] = new Layers(); }
 
   setWipe(on) {
     this.wiped = on;
