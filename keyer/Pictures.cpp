@@ -91,9 +91,45 @@ struct Band {
   int first, count;
 };
 
+// Whether a picture's pixels are red, green and blue side by side and nothing else, at the depth
+// that is keyed: as most pictures of other programs are.
+bool isPacked(const Picture& picture, Depth depth) {
+  const std::ptrdiff_t bytes = bytesOf(depth);
+  const auto& c = picture.channels;
+  return c[0] && !c[3] && isNative(picture.sample, depth) && picture.pixelStride == 3 * bytes &&
+         c[1] == c[0] + bytes && c[2] == c[1] + bytes;
+}
+
+// A row of such pixels with an opaque alpha, and without it again. Rows of pictures may lie at odd
+// addresses.
+template <class T>
+void unpackRow(std::byte* to, const std::byte* from, int width) {
+  constexpr T opaque = std::is_floating_point_v<T> ? T{1} : std::numeric_limits<T>::max();
+  for (int x = 0; x < width; ++x, from += 3 * sizeof(T), to += 4 * sizeof(T)) {
+    std::memcpy(to, from, 3 * sizeof(T));
+    std::memcpy(to + 3 * sizeof(T), &opaque, sizeof(T));
+  }
+}
+
+template <class T>
+void packRow(std::byte* to, const std::byte* from, int width) {
+  for (int x = 0; x < width; ++x, to += 3 * sizeof(T), from += 4 * sizeof(T)) {
+    std::memcpy(to, from, 3 * sizeof(T));
+  }
+}
+
 // Copies a band in; a channel that a picture lacks is opaque (alpha) or that of its first channel.
 OtileImage copyIn(const Picture& picture, const Band& band, Depth depth, Rows& rows) {
   const OtileImage image = rows.prepare(picture.width, band.count, depth);
+  if (isPacked(picture, depth)) {
+    withSampleOf(depth, [&]<class T>(std::type_identity<T>) {
+      for (int y = 0; y < band.count; ++y) {
+        unpackRow<T>(rows.sample(picture.width, depth, y, 0), at(picture, 0, band.first + y),
+                     picture.width);
+      }
+    });
+    return image;
+  }
   const std::ptrdiff_t step = std::ptrdiff_t{4} * bytesOf(depth);
   for (int y = 0; y < band.count; ++y) {
     for (int c = 0; c < 4; ++c) {
@@ -110,6 +146,15 @@ OtileImage copyIn(const Picture& picture, const Band& band, Depth depth, Rows& r
 }
 
 void copyOut(const Picture& picture, const Band& band, Depth depth, Rows& rows) {
+  if (isPacked(picture, depth)) {
+    withSampleOf(depth, [&]<class T>(std::type_identity<T>) {
+      for (int y = 0; y < band.count; ++y) {
+        packRow<T>(at(picture, 0, band.first + y), rows.sample(picture.width, depth, y, 0),
+                   picture.width);
+      }
+    });
+    return;
+  }
   const std::ptrdiff_t step = std::ptrdiff_t{4} * bytesOf(depth);
   for (int y = 0; y < band.count; ++y) {
     for (int c = 0; c < 4; ++c) {
