@@ -258,6 +258,7 @@ std::vector<KnownPixel> keyedPixels(const Plate& plate, const ScreenHue& hue,
                                     float scale) {
   const std::vector<Pixel> samples = sampleGrid(plate, 20000);
   std::vector<KnownPixel> seen;
+  seen.reserve(samples.size());
   for (const Pixel& p : samples) {
     seen.push_back({p.colour, clean.at(p.x, p.y), 0, 1});
   }
