@@ -177,10 +177,13 @@ class FrameWords {
     const auto whole = [&](const OtileImage& image, const OtileImage& words) {
       words_.take(rowsFrom(image, frame_.depth, first), inBlock(words), frame_.width, rows);
     };
-    whole(from.fg, to.fg);
+    if (led) {
+      takeLed(*led, inBlock(to.fg), rows);  // nobody reads a plate's alpha
+    } else {
+      whole(from.fg, to.fg);
+    }
     if (given(from.bg)) whole(from.bg, to.bg);
     std::vector<float> line(width());
-    if (led) takeLed(*led, inBlock(to.fg), rows);
     if (given(from.ref)) {
       whole(from.ref, to.ref);
     } else {

@@ -124,8 +124,8 @@ Look lookAt(const Plate& plate, Encoding encoding, const RowLoop& rows, int most
   const int h = (plate.height + look.factor - 1) / look.factor;
   for (Plane& plane : look.codes) plane = Plane::unset(w, h);
   static const CodeTable encode;
-  constexpr int leastRows = 8;
-  rows(h, leastRows, [&](int first, int count) {
+  constexpr int fewRows = 8;
+  rows(h, fewRows, [&](int first, int count) {
     std::vector<std::uint32_t> line;
     for (int y = first; y < first + count; ++y) {
       const std::array<float*, 3> to = {&look.codes[0](0, y), &look.codes[1](0, y),

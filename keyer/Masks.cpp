@@ -13,7 +13,6 @@
 namespace orvanite {
 namespace {
 
-constexpr int leastRows = 24;  // of a band for one thread: less is not worth the handing over
 constexpr double pi = 3.14159265358979323846;
 constexpr float farBeyond = 1e6f;
 constexpr int nowhere = -(1 << 20);

@@ -14,8 +14,6 @@
 namespace orvanite {
 namespace {
 
-constexpr int leastRows = 24;  // of a band for one thread: less is not worth the handing over
-
 std::vector<float> gaussian(float sigma) {
   const int radius = std::max(1, static_cast<int>(std::ceil(2.6f * sigma)));
   std::vector<float> taps;

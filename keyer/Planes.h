@@ -59,10 +59,12 @@ inline std::size_t countOf(const Mask& mask) {
   return std::accumulate(mask.values.begin(), mask.values.end(), std::size_t{0});
 }
 
+/// Rows of a band for one thread: fewer are not worth the handing over.
+inline constexpr int leastRows = 24;
+
 /// Calls body(i) for the index of every pixel of a raster.
 template <class T, class Body>
 void eachPixel(const Raster<T>& raster, const RowLoop& rows, const Body& body) {
-  constexpr int leastRows = 24;
   rows(raster.height, leastRows, [&](int first, int count) {
     const std::size_t end = raster.index(0, first + count);
     for (std::size_t i = raster.index(0, first); i < end; ++i) body(i);

@@ -13,8 +13,6 @@
 namespace orvanite {
 namespace {
 
-constexpr int leastRows = 24;  // of a band for one thread
-
 using Terms = std::array<double, 6>;
 
 Terms termsAt(double x, double y) { return {1, x, y, x * x, x * y, y * y}; }

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/plugins/ObsHost.h"
+#include "tests/plugins/OnceWords.h"
 
 namespace {
 
@@ -20,13 +21,10 @@ int run(int count, char** words) {
   const int width = std::atoi(words[1]), height = std::atoi(words[2]);
   const auto row = static_cast<std::streamsize>(4) * width;
   OrvaniteKeyer* const keyer = orvanite_keyerNew();
-  bool automatic = false;
-  for (int i = 5; i < count; ++i) {
-    const std::string word = words[i];
-    automatic = automatic || word == "--auto";
-    const auto is = word.find('=');
-    if (is == std::string::npos) continue;
-    if (orvanite_keyerSetText(keyer, word.substr(0, is).c_str(), word.c_str() + is + 1) != 0) {
+  const OnceWords given(count, words);
+  const bool automatic = given.automatic;
+  for (const auto& [name, value] : given.settings) {
+    if (orvanite_keyerSetText(keyer, name.c_str(), value.c_str()) != 0) {
       std::cerr << "obs_once: " << orvanite_keyerError(keyer) << '\n';
       return 1;
     }

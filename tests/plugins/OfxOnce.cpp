@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/plugins/OfxScene.h"
+#include "tests/plugins/OnceWords.h"
 
 namespace ofxTest {
 namespace {
@@ -45,17 +46,13 @@ int run(int count, char** words) {
   Loaded loaded({}, filter);
   connect(*loaded.effect, "Source", plate);
   connect(*loaded.effect, "Output", out);
-  bool automatic = false;
-  for (int i = 5; i < count; ++i) {
-    const std::string word = words[i];
-    automatic = automatic || word == "--auto";
-    const auto is = word.find('=');
-    if (is == std::string::npos) continue;
-    ParamState& param = loaded.effect->params.at(word.substr(0, is));
-    param.value = valuesOf(param.type, std::string_view(word).substr(is + 1));
+  const OnceWords given(count, words);
+  for (const auto& [name, value] : given.settings) {
+    ParamState& param = loaded.effect->params.at(name);
+    param.value = valuesOf(param.type, value);
   }
   loaded.create();
-  if (automatic) {
+  if (given.automatic) {
     EXPECT_EQ(loaded.host.changed(*loaded.effect, "autoKey"), ofx::ok);
   }
   EXPECT_EQ(loaded.host.render(*loaded.effect, frame), ofx::ok);
