@@ -17,7 +17,9 @@
 namespace orvanite {
 namespace {
 
-constexpr int tileWidth = MattePlane::cellWidth, tileHeight = MattePlane::cellHeight;
+constexpr int cellWidth = MattePlane::cellWidth, cellHeight = MattePlane::cellHeight;
+// What is finished at once, whole cells: larger ones share more of what lies around them.
+constexpr int tileWidth = 128, tileHeight = 64;
 
 template <class Sample>
 OtileImage interleaved(Sample* first, int width) {
@@ -142,7 +144,7 @@ bool Finisher::renderAs(const Frame& frame, const Loop& loop) const {
     fillPinholes(plane, finish_.pinholes, loop);
     const OtileImage behind =
         finish_.looksBehind() ? behindOf<Sample>(frame, *space, loop) : OtileImage{};
-    loop(plane.cellRows(), [&](int band) {
+    loop((frame.height + tileHeight - 1) / tileHeight, [&](int band) {
       std::unique_ptr<Scratch> scratch = scratches_.take();
       const int y = band * tileHeight;
       for (int x = 0; x < frame.width; x += tileWidth) {
@@ -163,7 +165,7 @@ bool Finisher::renderAs(const Frame& frame, const Loop& loop) const {
 // Keys a row of cells and reads its matte.
 template <class Sample>
 bool Finisher::keyBand(const Frame& frame, int band, Workspace& space) const {
-  const int y = band * tileHeight, rows = std::min(tileHeight, frame.height - y);
+  const int y = band * cellHeight, rows = std::min(cellHeight, frame.height - y);
   auto* const keyed = reinterpret_cast<Sample*>(space.keyed.data());
   Otile tile{};
   tile.dst = from<Sample>(interleaved(keyed, frame.width), 0, y);
@@ -191,7 +193,7 @@ const OtileImage Finisher::behindOf(const Frame& frame, Workspace& space, const 
   space.behind.resize(space.keyed.size());
   const OtileImage copy = interleaved(reinterpret_cast<Sample*>(space.behind.data()), frame.width);
   loop(space.plane.cellRows(), [&](int band) {
-    const int y = band * tileHeight, rows = std::min(tileHeight, frame.height - y);
+    const int y = band * cellHeight, rows = std::min(cellHeight, frame.height - y);
     OtileImage source = from<Sample>(background, 0, y);
     const OtileImage to = from<Sample>(copy, 0, y);
     if (gradesBehind_) {
@@ -218,10 +220,10 @@ namespace {
 // The one value of a matte in an area and as much as `border` around it; -1 where there are more.
 int evenValue(const MattePlane& plane, const FrameArea& area, int border) {
   const auto cell = [](int v, int size, int count) { return std::clamp(v / size, 0, count - 1); };
-  const int left = cell(area.x - border, tileWidth, plane.cellColumns());
-  const int right = cell(area.x + area.width - 1 + border, tileWidth, plane.cellColumns());
-  const int top = cell(area.y - border, tileHeight, plane.cellRows());
-  const int bottom = cell(area.y + area.height - 1 + border, tileHeight, plane.cellRows());
+  const int left = cell(area.x - border, cellWidth, plane.cellColumns());
+  const int right = cell(area.x + area.width - 1 + border, cellWidth, plane.cellColumns());
+  const int top = cell(area.y - border, cellHeight, plane.cellRows());
+  const int bottom = cell(area.y + area.height - 1 + border, cellHeight, plane.cellRows());
   const std::uint16_t value = plane.low[plane.cell(left, top)];
   for (int row = top; row <= bottom; ++row) {
     for (int column = left; column <= right; ++column) {

@@ -38,7 +38,7 @@ struct Box {
 // Along rows; `out` is narrower by the box's border on each side.
 void alongRows(const MatteTile& in, const Box& box, MatteTile& out) {
   out.resize(in.width - 2 * box.border(), in.height);
-  std::vector<std::int32_t> sums(2 * static_cast<std::size_t>(in.width));
+  std::vector<std::int32_t> sums(3 * static_cast<std::size_t>(in.width));
   for (int y = 0; y < in.height; ++y) {
     rowTable().meanAlong(in.row(y), box.whole, box.part, out.width, sums.data(), out.row(y));
   }

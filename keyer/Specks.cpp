@@ -5,6 +5,7 @@
 #include "keyer/Specks.h"
 
 #include <algorithm>
+#include <array>
 
 #include "keyer/simd/RowTable.h"
 
@@ -24,6 +25,7 @@ class Runs {
   Runs(MattePlane& plane, bool islands, const Loop& loop)
       : plane_(plane),
         islands_(islands),
+        limit_(static_cast<std::uint16_t>(islands ? speckTolerance : 65534 - speckTolerance)),
         reach_(islands ? 1 : 0),
         bands_(static_cast<std::size_t>(plane.cellRows())),
         offsets_(bands_.size() + 1) {
@@ -61,17 +63,14 @@ class Runs {
     std::vector<int> rows;  // where each row's runs begin, and the end
   };
 
-  // So many pixels of a row are looked at together first: most are alike.
-  static constexpr int alike = 32;
-
-  bool inside(int value) const {
-    return islands_ ? value > speckTolerance : value < 65535 - speckTolerance;
-  }
+  // Islands lie above their limit, pinholes do not lie above theirs.
+  bool inside(int value) const { return (value > limit_) == islands_; }
 
   void find(int index) {
     Band& band = bands_[static_cast<std::size_t>(index)];
     const int top = index * MattePlane::cellHeight;
     const int bottom = std::min(plane_.height, top + MattePlane::cellHeight);
+    std::array<int, MattePlane::cellWidth> at{};
     for (int y = top; y < bottom; ++y) {
       band.rows.push_back(static_cast<int>(band.runs.size()));
       const std::uint16_t* const row = plane_.row(y);
@@ -90,24 +89,15 @@ class Runs {
         } else if (!low && !high) {
           end(from);
         } else {
-          for (int first = from; first < to; first += alike) {
-            const int last = std::min(to, first + alike);
-            std::uint16_t least = 65535, most = 0;
-            rowTable().measure(row + first, last - first, least, most);
-            if (inside(least) && inside(most)) {
-              if (begin < 0) begin = first;
-              continue;
-            }
-            if (!inside(least) && !inside(most)) {
-              end(first);
-              continue;
-            }
-            for (int x = first; x < last; ++x) {
-              if (inside(row[x])) {
-                if (begin < 0) begin = x;
-              } else if (begin >= 0) {
-                end(x);
-              }
+          // Islands lie above their limit, pinholes do not lie above theirs.
+          const int changes = rowTable().changes(row + from, to - from, limit_,
+                                                 islands_ == (begin >= 0), at.data());
+          for (int i = 0; i < changes; ++i) {
+            const int x = from + at[static_cast<std::size_t>(i)];
+            if (begin < 0) {
+              begin = x;
+            } else {
+              end(x);
             }
           }
         }
@@ -185,6 +175,7 @@ class Runs {
 
   MattePlane& plane_;
   bool islands_;
+  std::uint16_t limit_;
   int reach_;
   std::vector<Band> bands_;
   std::vector<int> offsets_;  // of each band's first run among all
@@ -207,9 +198,7 @@ void MattePlane::measure(int cellRow) {
   for (int column = 0; column < cellColumns(); ++column) {
     const int from = column * cellWidth, to = std::min(width, from + cellWidth);
     std::uint16_t least = 65535, most = 0;
-    for (int y = top; y < bottom; ++y) {
-      rowTable().measure(row(y) + from, to - from, least, most);
-    }
+    rowTable().measure(row(top) + from, width, bottom - top, to - from, least, most);
     low[cell(column, cellRow)] = least;
     high[cell(column, cellRow)] = most;
   }

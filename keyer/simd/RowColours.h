@@ -10,7 +10,9 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
+#include "keyer/simd/RowMattes.h"
 #include "keyer/simd/RowTable.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
@@ -151,36 +153,104 @@ void exchangeRows(const Sample* come, const Sample* go, int count,
   }
 }
 
+// Pixels of four numbers that are worked on at once: as many as a register holds, of wide numbers
+// one, as more gain nothing.
+template <class Number>
+constexpr int pixelsTogether = sizeof(Number) > 4 ? 1 : static_cast<int>(lanes / 4);
+
+template <int pixels, class Number>
+struct PixelNumbers {
+  typedef Number Type __attribute__((vector_size(4 * sizeof(Number) * std::size_t{pixels})));
+};
+
+// Nothing in the first `by` pixels, and then the first ones of v.
+template <int by, class Vector, int... i>
+inline Vector later(Vector v, std::integer_sequence<int, i...>) {
+  constexpr int numbers = sizeof...(i);
+  return __builtin_shufflevector(Vector{}, v, (i < 4 * by ? i : numbers + i - 4 * by)...);
+}
+
+// The last pixel of v in the place of each.
+template <class Vector, int... i>
+inline Vector lastOf(Vector v, std::integer_sequence<int, i...>) {
+  constexpr int numbers = sizeof...(i);
+  return __builtin_shufflevector(v, v, (numbers - 4 + i % 4)...);
+}
+
+// The fourth number of each pixel in the place of all four.
+template <class Vector, int... i>
+inline Vector fourthOf(Vector v, std::integer_sequence<int, i...>) {
+  return __builtin_shufflevector(v, v, (i | 3)...);
+}
+
+// v with the fourth number of each pixel from another.
+template <class Vector, int... i>
+inline Vector withFourth(Vector v, Vector other, std::integer_sequence<int, i...>) {
+  constexpr int numbers = sizeof...(i);
+  return __builtin_shufflevector(v, other, (i % 4 == 3 ? numbers + i : i)...);
+}
+
+template <class Sample, bool even, int pixels>
+inline void writeMeans(typename PixelNumbers<pixels, SumOf<Sample>>::Type sums, float weight,
+                       float* means) {
+  using Floats = typename PixelNumbers<pixels, float>::Type;
+  constexpr std::make_integer_sequence<int, 4 * pixels> all;
+  Floats mean = __builtin_convertvector(sums, Floats);
+  if constexpr (even) {
+    mean *= 1.0f / (weight * countedOne<Sample>);
+    mean = withFourth(mean, Floats{} + weight * (1.0f / 255.0f), all);
+  } else {
+    const Floats own = fourthOf(mean, all);
+    const Floats one = Floats{} + 1.0f;
+    mean *= own == 0.0f ? Floats{} : one / (own * countedOne<Sample>);
+    mean = withFourth(mean, own * (1.0f / 255.0f), all);
+  }
+  std::memcpy(means, &mean, sizeof mean);
+}
+
+// Sums go from pixel to pixel, as many at a time as a register holds.
 template <class Sample, bool even>
 void slideBy(const SumOf<Sample>* columns, int count, int reach, float weight, float* means) {
   using Sum = SumOf<Sample>;
-  typedef Sum Four __attribute__((vector_size(4 * sizeof(Sum))));
-  typedef float Floats __attribute__((vector_size(16)));
-  const auto read = [columns](int x, Four& four) {
-    std::memcpy(&four, columns + 4 * static_cast<std::ptrdiff_t>(x), sizeof four);
+  constexpr int together = pixelsTogether<Sum>;
+  using One = typename PixelNumbers<1, Sum>::Type;
+  using Some = typename PixelNumbers<together, Sum>::Type;
+  constexpr std::make_integer_sequence<int, 4 * together> all;
+  const auto read = [columns](int x, auto& sums) {
+    std::memcpy(&sums, columns + 4 * static_cast<std::ptrdiff_t>(x), sizeof sums);
   };
-  Four sum = {}, come, go;
+  One sum = {};
   for (int i = 0; i <= 2 * reach; ++i) {
+    One come;
     read(i, come);
     sum += come;
   }
-  const float evenScale = 1.0f / (weight * countedOne<Sample>);
-  for (int x = 0; x < count; ++x) {
-    Floats mean = __builtin_convertvector(sum, Floats);
-    if constexpr (even) {
-      mean *= evenScale;
-      mean[3] = weight * (1.0f / 255.0f);
-    } else {
-      const float own = mean[3];
-      mean *= own == 0 ? 0.0f : 1.0f / (own * countedOne<Sample>);
-      mean[3] = own * (1.0f / 255.0f);
+  writeMeans<Sample, even, 1>(sum, weight, means);
+  int x = 1;
+  if constexpr (together > 1) {
+    Some before = {};  // the sum so far, in the place of each
+    for (int i = 0; i < together; ++i) {
+      std::memcpy(reinterpret_cast<One*>(&before) + i, &sum, sizeof sum);
     }
-    std::memcpy(means + 4 * static_cast<std::ptrdiff_t>(x), &mean, sizeof mean);
-    if (x + 1 < count) {
-      read(x + 2 * reach + 1, come);
-      read(x, go);
-      sum += come - go;
+    for (; x + together <= count; x += together) {
+      Some come, go;
+      read(x + 2 * reach, come);
+      read(x - 1, go);
+      Some steps = come - go;
+      steps += later<1>(steps, all);
+      if constexpr (together > 2) steps += later<2>(steps, all);
+      writeMeans<Sample, even, together>(before + steps, weight,
+                                         means + 4 * static_cast<std::ptrdiff_t>(x));
+      before += lastOf(steps, all);
     }
+    std::memcpy(&sum, &before, sizeof sum);
+  }
+  for (; x < count; ++x) {
+    One come, go;
+    read(x + 2 * reach, come);
+    read(x - 1, go);
+    sum += come - go;
+    writeMeans<Sample, even, 1>(sum, weight, means + 4 * static_cast<std::ptrdiff_t>(x));
   }
 }
 
@@ -199,8 +269,19 @@ struct Block {
   float was[3][blockPixels];
 };
 
+// Means of a block's pixels, likewise, and their weight.
+struct BlockMeans {
+  float of[4][blockPixels];
+};
+
+[[gnu::always_inline]] inline void split(const float* means, int count, BlockMeans& to) {
+  for (int x = 0; x < count; ++x) {
+    for (int c = 0; c < 4; ++c) to.of[c][x] = means[4 * static_cast<std::ptrdiff_t>(x) + c];
+  }
+}
+
 template <class Sample>
-void take(const Sample* pixels, int count, Block& block) {
+[[gnu::always_inline]] inline void take(const Sample* pixels, int count, Block& block) {
   if constexpr (std::is_floating_point_v<Sample>) {
     for (int x = 0; x < count; ++x) {
       const Sample* const from = pixels + 4 * static_cast<std::ptrdiff_t>(x);
@@ -221,7 +302,8 @@ void take(const Sample* pixels, int count, Block& block) {
 }
 
 template <class Sample>
-void give(Block& block, const std::uint16_t* matte, int count, Sample* pixels) {
+[[gnu::always_inline]] inline void give(Block& block, const std::uint16_t* matte, int count,
+                                        Sample* pixels) {
   if constexpr (std::is_floating_point_v<Sample>) {
     std::int32_t changes[blockPixels];
     for (int x = 0; x < count; ++x) changes[x] = matte[x];
@@ -266,32 +348,33 @@ void give(Block& block, const std::uint16_t* matte, int count, Sample* pixels) {
 }
 
 // Choices have loops of their own, else they become branches where lanes have no masks.
-inline void choose(const std::int32_t* which, const float* values, int count,
-                   float* __restrict colour) {
+[[gnu::always_inline]] inline void choose(const std::int32_t* which, const float* values, int count,
+                                          float* __restrict colour) {
   for (int x = 0; x < count; ++x) colour[x] = which[x] != 0 ? values[x] : colour[x];
 }
 
-void pullInside(float edgeColour, const std::uint16_t* own, const float* inside, int count,
-                Block& block) {
+[[gnu::always_inline]] inline void pullInside(float edgeColour, const std::uint16_t* own,
+                                              const BlockMeans& inside, int count, Block& block) {
   float given[blockPixels], moved[blockPixels];
   std::int32_t soft[blockPixels];
   for (int x = 0; x < count; ++x) {
     const int softness = 65535 - own[x];
     soft[x] = softness;
-    const float enough = inside[4 * x + 3] / enoughInside;
+    const float enough = inside.of[3][x] / enoughInside;
     given[x] = edgeColour * partOf(softness) * (enough < 1.0f ? enough : 1.0f);
   }
   for (int c = 0; c < 3; ++c) {
     for (int x = 0; x < count; ++x) {
       const float v = block.colour[c][x];
-      moved[x] = v + given[x] * (inside[4 * x + c] - v);
+      moved[x] = v + given[x] * (inside.of[c][x] - v);
     }
     choose(soft, moved, count, block.colour[c]);
   }
 }
 
 template <class Sample>
-void takeSpill(const Finish& finish, const float* behind, int count, Block& block) {
+[[gnu::always_inline]] inline void takeSpill(const Finish& finish, const BlockMeans& behind,
+                                             int count, Block& block) {
   const int p = finish.primary;
   float* __restrict const primary = block.colour[p];
   const float* __restrict const one = block.colour[(p + 1) % 3];
@@ -341,7 +424,7 @@ void takeSpill(const Finish& finish, const float* behind, int count, Block& bloc
       for (int c = 0; c < 3; ++c) {
         for (int x = 0; x < count; ++x) {
           const float part = taken[x] * (1.0f / fullOf<Sample>);
-          more[x] = block.colour[c][x] + part * behind[4 * x + c];
+          more[x] = block.colour[c][x] + part * behind.of[c][x];
         }
         choose(spills, more, count, block.colour[c]);
       }
@@ -351,8 +434,8 @@ void takeSpill(const Finish& finish, const float* behind, int count, Block& bloc
 
 // Light on light: the lighter of both at the least, full at the most.
 template <class Sample>
-void letLightIn(float wrap, const std::uint16_t* nearby, const float* behind, int count,
-                Block& block) {
+[[gnu::always_inline]] inline void letLightIn(float wrap, const std::uint16_t* nearby,
+                                              const BlockMeans& behind, int count, Block& block) {
   float part[blockPixels], lit[blockPixels], least[blockPixels], room[blockPixels];
   std::int32_t lights[blockPixels];
   for (int x = 0; x < count; ++x) part[x] = wrap * partOf(65535 - nearby[x]);
@@ -360,8 +443,8 @@ void letLightIn(float wrap, const std::uint16_t* nearby, const float* behind, in
     for (int x = 0; x < count; ++x) {
       const float v = block.colour[c][x];
       room[x] = 1.0f - v * (1.0f / fullOf<Sample>);
-      lit[x] = v + part[x] * behind[4 * x + c] * room[x];
-      least[x] = behind[4 * x + c];
+      lit[x] = v + part[x] * behind.of[c][x] * room[x];
+      least[x] = behind.of[c][x];
     }
     // The least of the three is above 0 where all are; it is no number where room is none.
     for (int x = 0; x < count; ++x) least[x] = part[x] < least[x] ? part[x] : least[x];
@@ -371,29 +454,37 @@ void letLightIn(float wrap, const std::uint16_t* nearby, const float* behind, in
   }
 }
 
+// Inlined, so that loops over whole blocks know how long they are.
+template <class Sample>
+[[gnu::always_inline]] inline void finishBlock(const Finish& finish, const ColourRow<Sample>& row,
+                                               int first, int count) {
+  const std::uint16_t* const matte = row.matte + first;
+  std::uint16_t any = 0;
+  for (int x = 0; x < count; ++x) any |= matte[x];
+  if (any == 0) return;
+  const std::ptrdiff_t at = 4 * static_cast<std::ptrdiff_t>(first);
+  Block block;
+  BlockMeans inside, behind;
+  take(row.pixels + at, count, block);
+  if (row.own != nullptr) {
+    split(row.inside + at, count, inside);
+    pullInside(finish.edgeColour, row.own + first, inside, count, block);
+  }
+  if (row.behind != nullptr) split(row.behind + at, count, behind);
+  if (finish.spill > 0) takeSpill<Sample>(finish, behind, count, block);
+  if (row.nearby != nullptr) {
+    letLightIn<Sample>(finish.wrap, row.nearby + first, behind, count, block);
+  }
+  give(block, matte, count, row.pixels + at);
+}
+
 template <class Sample>
 void finishRow(const Finish& finish, const ColourRow<Sample>& row) {
-  Block block;
-  for (int first = 0; first < row.count; first += blockPixels) {
-    const int count = row.count - first < blockPixels ? row.count - first : blockPixels;
-    const std::uint16_t* const matte = row.matte + first;
-    std::uint16_t any = 0;
-    for (int x = 0; x < count; ++x) any |= matte[x];
-    if (any == 0) continue;
-    Sample* const pixels = row.pixels + 4 * static_cast<std::ptrdiff_t>(first);
-    const float* const behind =
-        row.behind != nullptr ? row.behind + 4 * static_cast<std::ptrdiff_t>(first) : nullptr;
-    take(pixels, count, block);
-    if (row.own != nullptr) {
-      pullInside(finish.edgeColour, row.own + first,
-                 row.inside + 4 * static_cast<std::ptrdiff_t>(first), count, block);
-    }
-    if (finish.spill > 0) takeSpill<Sample>(finish, behind, count, block);
-    if (row.nearby != nullptr) {
-      letLightIn<Sample>(finish.wrap, row.nearby + first, behind, count, block);
-    }
-    give(block, matte, count, pixels);
+  const int whole = row.count / blockPixels * blockPixels;
+  for (int first = 0; first < whole; first += blockPixels) {
+    finishBlock(finish, row, first, blockPixels);
   }
+  if (whole < row.count) finishBlock(finish, row, whole, row.count - whole);
 }
 
 }  // namespace

@@ -11,13 +11,14 @@ namespace orvanite::ORVANITE_SIMD_TARGET {
 extern const RowTable rowKernels;
 const RowTable rowKernels = {
     weighRow,
-    measureRow,
+    measureRows,
     turnRow,
     shrinkRow,
     meanAlongRow,
     meanAcrossRows,
     nearerRow,
     wantedOf,
+    changesOf,
     fitChroma,
     leadChroma,
     {prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,

@@ -4,6 +4,7 @@
 // own.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -22,6 +23,9 @@ constexpr std::ptrdiff_t lanes = 8;
 constexpr std::ptrdiff_t lanes = 4;
 #endif
 typedef float Lanes __attribute__((vector_size(4 * lanes)));
+typedef std::int32_t Wholes __attribute__((vector_size(4 * lanes)));
+typedef std::uint16_t Codes __attribute__((vector_size(4 * lanes)));
+typedef std::uint16_t HalfCodes __attribute__((vector_size(2 * lanes)));
 
 // The sums of a block stay in registers; compilers left alone put them into memory.
 void weighRow(const float* taps, const float* const* at, int terms, int width, float* to) {
@@ -60,14 +64,40 @@ void weighRow(const float* taps, const float* const* at, int terms, int width, f
   }
 }
 
-void measureRow(const std::uint16_t* row, int count, std::uint16_t& least, std::uint16_t& most) {
+inline void measureCodes(const std::uint16_t* codes, int count, std::uint16_t& least,
+                         std::uint16_t& most) {
   std::uint16_t low = least, high = most;
   for (int x = 0; x < count; ++x) {
-    low = row[x] < low ? row[x] : low;
-    high = row[x] > high ? row[x] : high;
+    low = codes[x] < low ? codes[x] : low;
+    high = codes[x] > high ? codes[x] : high;
   }
   least = low;
   most = high;
+}
+
+void measureRows(const std::uint16_t* first, std::ptrdiff_t stride, int rows, int count,
+                 std::uint16_t& least, std::uint16_t& most) {
+  constexpr int together = static_cast<int>(2 * lanes);
+  const int whole = rows == 1 ? 0 : count / together * together;
+  if (whole > 0) {
+    Codes low = Codes{} + least, high = Codes{} + most;
+    for (int x = 0; x < whole; x += together) {
+      for (int y = 0; y < rows; ++y) {
+        Codes codes;
+        std::memcpy(&codes, first + stride * y + x, sizeof codes);
+        low = codes < low ? codes : low;
+        high = codes > high ? codes : high;
+      }
+    }
+    std::uint16_t lows[together], highs[together];
+    std::memcpy(lows, &low, sizeof lows);
+    std::memcpy(highs, &high, sizeof highs);
+    measureCodes(lows, together, least, most);
+    measureCodes(highs, together, least, most);
+  }
+  for (int y = 0; y < rows; ++y) {
+    measureCodes(first + stride * y + whole, count - whole, least, most);
+  }
 }
 
 void turnRow(std::uint16_t* row, int count) {
@@ -113,26 +143,98 @@ inline std::uint16_t meanOf(std::int32_t sum, std::int32_t ends, std::int32_t pa
   return static_cast<std::uint16_t>(static_cast<std::int32_t>(weighted * scale + 0.5f));
 }
 
-void meanAlongRow(const std::uint16_t* row, int whole, int part, int count,
-                  std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
+// The longest sums that others are made of: of up to 255 samples no more than three.
+constexpr int longestSum = 64;
+constexpr int mostTerms = 9;
+
+inline Wholes wholesAt(const std::uint16_t* from) {
+  HalfCodes codes;
+  std::memcpy(&codes, from, sizeof codes);
+  return __builtin_convertvector(codes, Wholes);
+}
+
+inline Wholes wholesAt(const std::int32_t* from) {
+  Wholes wholes;
+  std::memcpy(&wholes, from, sizeof wholes);
+  return wholes;
+}
+
+// Works on a row a register at a time; the last one takes some a second time. Rows that are shorter
+// go one by one.
+template <class Block, class Single>
+inline void eachLanes(int count, Block block, Single single) {
+  constexpr int together = static_cast<int>(lanes);
+  int x = 0;
+  for (; x + together <= count; x += together) block(x);
+  if (x < count && count >= together) {
+    block(count - together);
+    return;
+  }
+  for (; x < count; ++x) single(x);
+}
+
+// Sums of four, each `apart` from the last.
+template <class In>
+void sumFours(const In* from, std::ptrdiff_t apart, int count, std::int32_t* to) {
+  eachLanes(
+      count,
+      [&](int x) {
+        const In* const at = from + x;
+        const Wholes sum = wholesAt(at) + wholesAt(at + apart) + wholesAt(at + 2 * apart) +
+                           wholesAt(at + 3 * apart);
+        std::memcpy(to + x, &sum, sizeof sum);
+      },
+      [&](int x) {
+        const In* const at = from + x;
+        to[x] = at[0] + at[apart] + at[2 * apart] + at[3 * apart];
+      });
+}
+
+// Sums over 4, 16 and 64 samples are made first, and the wanted one of as few as there can be.
+void meanAlongRow(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
+                  std::uint16_t* to) {
   const int border = whole + (part > 0 ? 1 : 0);
   const float scale = scaleOf(whole, part);
-  // Sums over 1, 2, 4 samples and so on, of which the wanted one is made.
   const int samples = 2 * whole + 1, length = count + 2 * whole;
-  std::int32_t* __restrict const some = sums + count;
   const std::uint16_t* const from = row + (border - whole);
-  for (int x = 0; x < length; ++x) some[x] = from[x];
-  for (int x = 0; x < count; ++x) sums[x] = some[x];
-  int made = 1;  // the first is always one of them: their number is odd
-  for (int of = 2; of <= samples; of *= 2) {
-    const int half = of / 2;
-    for (int x = 0; x + of <= length; ++x) some[x] += some[x + half];
-    if ((samples & of) == 0) continue;
-    for (int x = 0; x < count; ++x) sums[x] += some[x + made];
-    made += of;
+  const int ones = samples % 4;
+  const std::int32_t* terms[mostTerms];
+  int termCount = 0;
+  int made = ones;
+  std::int32_t* level = sums;
+  const std::int32_t* shorter = nullptr;
+  for (int of = 4; of <= samples && of <= longestSum; of *= 4) {
+    const int here = length - of + 1;
+    if (shorter == nullptr) {
+      sumFours(from, 1, here, level);
+    } else {
+      sumFours(shorter, of / 4, here, level);
+    }
+    const int wanted = of == longestSum ? samples / of : samples / of % 4;
+    for (int i = 0; i < wanted; ++i, made += of) terms[termCount++] = level + made;
+    shorter = level;
+    level += here;
   }
   const std::uint16_t* const end = row + std::ptrdiff_t{2} * border;
-  for (int x = 0; x < count; ++x) to[x] = meanOf(sums[x], row[x] + end[x], part, scale);
+  eachLanes(
+      count,
+      [&](int x) {
+        Wholes sum = {};
+        for (int i = 0; i < ones; ++i) sum += wholesAt(from + x + i);
+        for (int i = 0; i < termCount; ++i) sum += wholesAt(terms[i] + x);
+        const Wholes ends = wholesAt(row + x) + wholesAt(end + x);
+        const Lanes weighted = __builtin_convertvector(sum, Lanes) * 256.0f +
+                               __builtin_convertvector(ends * part, Lanes);
+        const Wholes rounded = __builtin_convertvector(weighted * scale + 0.5f, Wholes);
+        const HalfCodes mean = __builtin_convertvector(rounded, HalfCodes);
+        std::memcpy(to + x, &mean, sizeof mean);
+      },
+      [&](int x) {
+        std::int32_t sum = 0;
+        for (int i = 0; i < ones; ++i) sum += from[x + i];
+        for (int i = 0; i < termCount; ++i) sum += terms[i][x];
+        to[x] = meanOf(sum, row[x] + end[x], part, scale);
+      });
 }
 
 void meanAcrossRows(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
@@ -155,24 +257,63 @@ void nearerRow(const std::int16_t* above, const std::int16_t* below, std::int16_
   }
 }
 
-int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
-  std::uint16_t any = 0;
-  if (other != nullptr) {
-    for (int x = 0; x < count; ++x) {
-      any |= static_cast<std::uint16_t>(other[x] < solidMatte ? matte[x] : 0);
-    }
-  } else {
-    for (int x = 0; x < count; ++x) any |= matte[x];
-  }
-  if (any == 0) return 0;
+template <bool beside>
+int wantedBy(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
+  constexpr int together = 32;
   const auto counts = [&](int x) {
-    return matte[x] > 0 && (other == nullptr || other[x] < solidMatte);
+    return static_cast<std::uint16_t>(!beside || other[x] < solidMatte ? matte[x] : 0);
   };
-  first = 0;
-  while (!counts(first)) ++first;
-  int last = count - 1;
-  while (!counts(last)) --last;
-  return last - first + 1;
+  const auto anyOf = [&](int from, int some) {
+    std::uint16_t any = 0;
+    for (int x = from; x < from + some; ++x) any |= counts(x);
+    return any != 0;
+  };
+  if (!anyOf(0, count)) return 0;
+  int from = 0, end = count;
+  while (from + together <= end && !anyOf(from, together)) from += together;
+  while (counts(from) == 0) ++from;
+  while (end - together > from && !anyOf(end - together, together)) end -= together;
+  while (counts(end - 1) == 0) --end;
+  first = from;
+  return end - from;
+}
+
+int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
+  return (other != nullptr ? wantedBy<true> : wantedBy<false>)(matte, other, count, first);
+}
+
+// A bit for each of sixteen codes, the first the lowest: whether it lies above the limit.
+inline std::uint32_t above(const std::uint16_t* codes, std::uint16_t limit) {
+  typedef std::uint16_t Sixteen __attribute__((vector_size(32)));
+  constexpr Sixteen bits = {1,      1 << 1, 1 << 2,  1 << 3,  1 << 4,  1 << 5,  1 << 6,  1 << 7,
+                            1 << 8, 1 << 9, 1 << 10, 1 << 11, 1 << 12, 1 << 13, 1 << 14, 1 << 15};
+  Sixteen all;
+  std::memcpy(&all, codes, sizeof all);
+  all = all > limit ? bits : Sixteen{};
+  std::uint64_t four[4];
+  std::memcpy(four, &all, sizeof four);
+  std::uint64_t found = four[0] | four[1] | four[2] | four[3];
+  found |= found >> 32;
+  return static_cast<std::uint16_t>(found | found >> 16);
+}
+
+int changesOf(const std::uint16_t* row, int count, std::uint16_t limit, bool isAbove, int* at) {
+  constexpr int together = 16;
+  int changes = 0;
+  std::uint32_t before = isAbove ? 1 : 0;
+  const auto take = [&](int first, std::uint32_t bits) {
+    std::uint32_t changed = (bits ^ (bits << 1 | before)) & 0xFFFF;
+    for (; changed != 0; changed &= changed - 1) at[changes++] = first + std::countr_zero(changed);
+    before = bits >> 15;
+  };
+  int x = 0;
+  for (; x + together <= count; x += together) take(x, above(row + x, limit));
+  if (x < count) {
+    std::uint16_t rest[together];
+    for (int i = 0; i < together; ++i) rest[i] = row[x + i < count ? x + i : count - 1];
+    take(x, above(rest, limit));
+  }
+  return changes;
 }
 
 }  // namespace

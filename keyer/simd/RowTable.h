@@ -52,16 +52,18 @@ struct RowTable {
   /// The weighted sum of `terms` rows.
   void (*weigh)(const float* taps, const float* const* at, int terms, int width, float* to);
 
-  /// The least and the greatest of a row, and of what they were.
-  void (*measure)(const std::uint16_t* row, int count, std::uint16_t& least, std::uint16_t& most);
+  /// The least and the greatest of rows `stride` samples apart, and of what they were.
+  void (*measure)(const std::uint16_t* first, std::ptrdiff_t stride, int rows, int count,
+                  std::uint16_t& least, std::uint16_t& most);
   /// Full less each sample.
   void (*turn)(std::uint16_t* row, int count);
   /// A matte's edge moves inwards by `part` 65536ths of a pixel. The rows have a pixel more at
   /// either end.
   void (*shrink)(const std::uint16_t* above, const std::uint16_t* here, const std::uint16_t* below,
                  std::uint32_t part, int count, std::uint16_t* to);
-  /// Means along a row over 2 * whole + 1 samples, and `part` 256ths of one more at each end.
-  /// sums  room for twice the row
+  /// Means along a row over 2 * whole + 1 samples, at most 255, and `part` 256ths of one more at
+  /// each end.
+  /// sums  room for three times the row
   void (*meanAlong)(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
                     std::uint16_t* to);
   /// Means along columns. One row comes into the sums first, and one goes afterwards; `low` and
@@ -76,6 +78,10 @@ struct RowTable {
   /// full, and all of them where there is no other.
   /// Returns how many from the first to the last, which is `first` pixels in.
   int (*wanted)(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first);
+  /// Where a row goes above a limit, or no more: `at` takes the first pixels of either in turn.
+  /// above  whether what is before the row lies above
+  /// Returns how many there are; `at` has room for `count`.
+  int (*changes)(const std::uint16_t* row, int count, std::uint16_t limit, bool above, int* at);
 
   /// Lines of red and of blue less light over light, each through the nine pixels around one.
   /// rows   three rows: their light and, each `stride` samples on, red and blue less light; a pixel

@@ -73,7 +73,7 @@ class Results {
     const auto above = matteOf(chance_, wide), here = matteOf(chance_, wide);
     const auto below = matteOf(chance_, wide), other = matteOf(chance_, wide);
     std::uint16_t least = 65535, most = 0;
-    table_.measure(here.data(), width_, least, most);
+    table_.measure(here.data(), wide, 1, width_, least, most);
     std::vector<std::uint16_t> out = {least, most};
     keep(out);
     out = here;
@@ -83,8 +83,8 @@ class Results {
       table_.shrink(above.data(), here.data(), below.data(), part, width_, out.data());
       keep(out);
     }
-    std::vector<std::int32_t> room(2 * static_cast<std::size_t>(wide), 70000);
-    for (const int whole : {0, 1, 9}) {
+    std::vector<std::int32_t> room(3 * static_cast<std::size_t>(wide), 70000);
+    for (const int whole : {0, 1, 9, 19}) {
       for (const int part : {0, 100}) {
         std::fill(room.begin(), room.end(), 70000);
         table_.meanAlong(here.data(), whole, part, width_, room.data(), out.data());
@@ -122,6 +122,12 @@ class Results {
     keep(found);
     found[0] = table_.wanted(here.data(), nullptr, width_, found[1]);
     keep(found);
+    for (const bool before : {false, true}) {
+      std::vector<int> at(static_cast<std::size_t>(width_));
+      at.resize(
+          static_cast<std::size_t>(table_.changes(here.data(), width_, 30000, before, at.data())));
+      keep(at);
+    }
   }
 
   template <class Sample>
