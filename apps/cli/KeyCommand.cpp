@@ -207,6 +207,11 @@ shot::Alpha chooseView(shot::Job& job, const KeyOptions& options) {
   return alpha;
 }
 
+bool writesMovies(const shot::Job& job) {
+  return std::any_of(job.outputs.begin(), job.outputs.end(),
+                     [](const shot::ViewOutput& output) { return output.isMovie; });
+}
+
 // The views to write, and the frames to key; none for a still.
 std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
   const shot::Alpha first = chooseView(job, options);
@@ -221,8 +226,7 @@ std::vector<int> addOutputs(shot::Job& job, const KeyOptions& options) {
   addEstimate(job, shot::Estimate::cleanPlate, options.saveReference, several);
   addEstimate(job, shot::Estimate::holdOut, options.saveHoldOut, several);
   addEstimate(job, shot::Estimate::garbage, options.saveGarbage, several);
-  const bool movies = std::any_of(job.outputs.begin(), job.outputs.end(),
-                                  [](const shot::ViewOutput& output) { return output.isMovie; });
+  const bool movies = writesMovies(job);
   if (const std::string option = options.movie.given(); !option.empty() && !movies) {
     throw Error(Fault::wrongUse, option, "expected a movie to write, such as -o out.mov");
   }
@@ -377,12 +381,25 @@ int keyPlate(KeyOptions& options) {
                      ? shot::FirstKey()
                      : options.screen.look(shot, options.reference, job.settings, options.quiet);
   prepare(job);
-  if (!options.saveScript.empty()) saveText(options.saveScript, scriptOfJob(options, job));
-  if (!options.savePreset.empty()) {
-    saveText(options.savePreset, presetText(job.settings, spacesOf(shot.colours())));
+  std::vector<std::unique_ptr<media::PendingFile>> texts;
+  if (!options.saveScript.empty()) {
+    texts.push_back(pendingText(options.saveScript, scriptOfJob(options, job)));
   }
-  return frames.empty() ? keyOne(job, options.quiet, options.json)
-                        : keyFrames(job, options, std::move(frames));
+  if (!options.savePreset.empty()) {
+    texts.push_back(
+        pendingText(options.savePreset, presetText(job.settings, spacesOf(shot.colours()))));
+  }
+  const auto keepTexts = [&texts] {
+    for (const auto& text : texts) text->commit();
+  };
+  // Frames stay one by one, and what keys them with them; a still or a movie that fails leaves
+  // nothing.
+  const bool oneByOne = !frames.empty() && !writesMovies(job);
+  if (oneByOne) keepTexts();
+  const int result = frames.empty() ? keyOne(job, options.quiet, options.json)
+                                    : keyFrames(job, options, std::move(frames));
+  if (!oneByOne) keepTexts();
+  return result;
 }
 
 }  // namespace

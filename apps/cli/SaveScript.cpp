@@ -15,7 +15,6 @@
 #include "keyer/Parameters.h"
 #include "media/FramePattern.h"
 #include "media/MovieSource.h"
-#include "media/PendingFile.h"
 
 namespace orvanite::cli {
 
@@ -189,13 +188,13 @@ std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::
                               held, alpha, writingText(files));
 }
 
-void saveText(const std::string& path, const std::string& text) {
-  media::PendingFile file(path);
-  std::FILE* const out = std::fopen(file.temporary().c_str(), "r+b");
+std::unique_ptr<media::PendingFile> pendingText(const std::string& path, const std::string& text) {
+  auto file = std::make_unique<media::PendingFile>(path);
+  std::FILE* const out = std::fopen(file->temporary().c_str(), "r+b");
   const bool written = out && std::fwrite(text.data(), 1, text.size(), out) == text.size();
   const bool closed = out && std::fclose(out) == 0;
   if (!written || !closed) throw Error(Fault::failure, path, "cannot be written");
-  file.commit();
+  return file;
 }
 
 }  // namespace orvanite::cli

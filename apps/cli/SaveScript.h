@@ -3,10 +3,12 @@
 // The graph of a `key` command as a script that `orvanite run` renders to the same pixels.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "apps/cli/MediaOptions.h"
 #include "keyer/Settings.h"
+#include "media/PendingFile.h"
 #include "media/Picture.h"
 #include "shot/Job.h"
 
@@ -25,7 +27,7 @@ struct ScriptFiles {
 /// Throws Error (wrongUse) about a setting that the node has no parameter for.
 std::string scriptOf(const Settings& settings, const ScriptFiles& files, media::Samples samples);
 
-/// Writes a text to a file, whole or not at all. Throws Error (failure).
-void saveText(const std::string& path, const std::string& text);
+/// A text in a file that comes into its place when it is committed. Throws Error (failure).
+std::unique_ptr<media::PendingFile> pendingText(const std::string& path, const std::string& text);
 
 }  // namespace orvanite::cli

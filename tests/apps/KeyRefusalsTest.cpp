@@ -102,6 +102,7 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@cut.png -o @out.png", 1, "cut.png: broken: its header promises at least"},
       {"@unzipped.png -o @out.png", 1, "unzipped.png: broken near row 0"},
       {"@cut.exr -o @out.png", 1, "cut.exr: broken near row"},
+      {"@cut.exr -o @out.png --save-preset @out.json --save-script @out.orv", 1, "broken near row"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
       {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
