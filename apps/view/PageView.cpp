@@ -62,8 +62,12 @@ std::optional<PageView> pageViewOf(std::string_view name) {
   return static_cast<PageView>(found - std::begin(names));
 }
 
+bool holdsLight(Depth depth, std::string_view colourspace) {
+  return depth == Depth::floats && colourspace == "linear";
+}
+
 bool showsLight(PageView view, Depth depth, const Settings& settings) {
-  if (depth != Depth::floats || settings.choice("colourspace") != "linear") return false;
+  if (!holdsLight(depth, settings.choice("colourspace"))) return false;
   if (view == PageView::output) {
     const std::string_view output = settings.choice("output");
     return output != "matte" && output != "status";

@@ -31,6 +31,10 @@ enum class PageView {
 /// The view of that name ("overBlack"), if there is one.
 std::optional<PageView> pageViewOf(std::string_view name);
 
+/// Whether colours of a depth in a colourspace are light: integers are codes whatever they stand
+/// for.
+bool holdsLight(Depth depth, std::string_view colourspace);
+
 /// Whether a view's colours are light, by the colourspace in force: a screen shows their codes.
 bool showsLight(PageView view, Depth depth, const Settings& settings);
 

@@ -11,6 +11,7 @@
 #include "apps/view/Child.h"
 #include "apps/view/Gate.h"
 #include "apps/view/Messages.h"
+#include "apps/view/PageView.h"
 #include "apps/view/Rerender.h"
 #include "apps/view/StopSignals.h"
 #include "base/Error.h"
@@ -34,18 +35,21 @@ std::string describe(const std::string& script, const Rerender::State& state) {
       .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-// A file of the last render, as a screen shows it; of a movie its last frame.
+// A file of the last render, as a screen shows it; of a movie its last frame. Files of light are
+// shown as the page shows such plates.
 std::string pictureOf(const Rerender::State& state, int index) {
   if (index < 0 || index >= static_cast<int>(state.pictures.size())) {
     throw Error(Fault::wrongUse, "index", "expected one of the pictures that there are");
   }
   const auto source = media::Source::open(state.pictures[static_cast<std::size_t>(index)]);
-  const media::Window whole = source->info().display;
-  const Depth depth = media::depthOf(source->info().samples);
+  const media::PictureInfo& info = source->info();
+  const media::Window whole = info.display;
+  const Depth depth = media::depthOf(info.samples);
+  const media::Encoding encoding = media::encodingOf(source->header(), info.format, info.samples);
   const int frame = source->isShot() ? source->frames().back() : 1;
   const media::Picture picture = source->read(frame, {depth, whole, 1, ""});
-  return screenReply(
-      toScreen(picture.pixels.get(), picture.rowBytes(), whole.width, whole.height, depth));
+  return screenReply(toScreen(picture.pixels.get(), picture.rowBytes(), whole.width, whole.height,
+                              depth, holdsLight(depth, encoding.colourspace)));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ import assert from 'node:assert/strict';
 import {copyFileSync, renameSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import test from 'node:test';
-import {drawPlate, serveScript} from './program.mjs';
+import {drawPlate, serve, serveScript} from './program.mjs';
 
 const origin = (address) => new URL(address).origin;
 
@@ -63,5 +63,28 @@ test('a script is rendered again when it, an include or a picture changes', asyn
     assert.equal((await fetch(address.slice(0, -2) + '/state')).status, 403);
   } finally {
     assert.equal(await stop(), 0);
+  }
+});
+
+test('what a script makes of light is shown as the page shows such plates', async () => {
+  const body = (reply) => reply.subarray(4 + reply.readUInt32LE(0));
+  for (const [depth, ending] of [['half', 'exr'], ['8', 'png']]) {
+    const {folder, plate} = drawPlate('--size', '64x36', '--depth', depth);
+    writeFileSync(join(folder, 's.orv'), `FileOut(FileIn("plate.${ending}"), "p.${ending}");\n`);
+    const [script, page] = [await serveScript(join(folder, 's.orv')), await serve(plate)];
+    try {
+      await stateWhen(script.address, ({number}) => number === 1);
+      const {bytes} = await picture(script.address);
+      const response = await fetch(page.address + 'picture', {
+        method: 'POST', headers: {'Content-Type': 'application/json', Origin: origin(page.address)},
+        body: JSON.stringify({settings: {colourspace: depth === 'half' ? 'linear' : 'video'}, view: 'plate', frame: 1, divisor: 1, window: [0, 0, 64, 36], slot: 0, page: 'p', number: 1}),
+      });
+      const expected = body(Buffer.from(await response.arrayBuffer()));
+      const colours = (pixels) => pixels.filter((unused, i) => i % 4 !== 3);
+      assert.equal(expected.length, 64 * 36 * 4);
+      assert.deepEqual(colours(body(bytes)), colours(expected), ending);
+    } finally {
+      await Promise.all([script.stop(), page.stop()]);
+    }
   }
 });
