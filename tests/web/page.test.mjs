@@ -89,8 +89,15 @@ for (const alone of [true, false]) test(`a plate is opened, keyed and rendered, 
   await page.evaluate(() => navigator.serviceWorker.ready.then(() => {}));
   const before = asked.length;
   await stop();
+  const place = () => page.evaluate(() => ({...document.getElementById('picture').dataset}));
+  await page.keyboard.press('z');
+  await page.focus('#stage');
+  await page.keyboard.press('ArrowRight');
+  await page.waitForFunction(() => location.hash.includes('place=1,'));
+  const zoomed = await place();
   await Promise.all([page.waitForEvent('load'), page.reload()]);
   await shown(page);
+  assert.deepEqual(await place(), zoomed, 'what is seen stays');
   assert.equal(asked.length, before);
   assert.equal(await page.evaluate(() => crossOriginIsolated), true);
   assert.equal(await page.textContent('#title'), 'plate.png');

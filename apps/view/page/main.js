@@ -55,6 +55,9 @@ function words(description) {
 // Two changes a second: quick enough to see what moves, and no flash that could harm.
 const flickerMilliseconds = 500;
 
+// The address takes down what is seen when it has rested for so long: browsers bound how often it may change.
+const placeMilliseconds = 250;
+
 // Pictures that come sooner need no word.
 const patienceMilliseconds = 150;
 
@@ -242,6 +245,19 @@ async function start() {
         : 'This is neither a green nor a blue: if it was not the screen, press S and click again.');
     }
     state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
+    if (target !== 'screen') return;
+    const {coverage} = await ask('coverage', {settings: state.settings, frame: state.frame}).catch(() => ({}));
+    if (coverage !== undefined) picker.remark(colours.count, `${Math.round(100 * coverage)} % of the frame has this hue.`);
+  });
+  const goToPlace = () => { if (state.place !== null) stage.place = state.place; };
+  addEventListener('hashchange', goToPlace);
+  goToPlace();
+  let resting;
+  stage.addEventListener('moved', () => {
+    renders.moved();
+    scaleWords();
+    clearTimeout(resting);
+    resting = setTimeout(() => state.keepPlace(stage.place), placeMilliseconds);
   });
   stage.addEventListener('moved', () => { renders.moved(); scaleWords(); });
 

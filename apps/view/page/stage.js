@@ -143,6 +143,19 @@ export class Stage extends EventTarget {
     this.moved();
   }
 
+  /** The scale and the point of the plate in the corner of what is seen, as numbers in a text; null where all of it is. */
+  get place() {
+    return this.fitted ? null : [this.scale, -this.x / this.scale, -this.y / this.scale].map((number) => Number(number.toPrecision(9))).join(',');
+  }
+
+  set place(text) {
+    const [scale, x, y] = text.split(',').map(Number);
+    this.zoom(scale, 0, 0);
+    this.x = -x * this.scale;
+    this.y = -y * this.scale;
+    this.pan(0, 0);
+  }
+
   /** The part of the plate on screen, in its pixels, and the scale. */
   visible() {
     const left = Math.max(0, -this.x / this.scale);

@@ -22,6 +22,7 @@ export class State extends EventTarget {
     this.frame = description.frames[0];
     this.wipe = false;
     this.against = 'plate';
+    this.place = null;  // what the stage shows of the plate, as it says it; null: all
     this.pins = [];  // pixels whose values are shown: x, y each
     this.held = null;  // the frame that the wipe shows as "held"
     this.flat = '0,0.6275,0.6275';  // what the view Flat has behind
@@ -147,6 +148,13 @@ export class State extends EventTarget {
     this.tell('side' in what ? 'settings' : 'shown');
   }
 
+  /** Takes down what part of the plate is shown. */
+  keepPlace(place) {
+    if (place === this.place) return;
+    this.place = place;
+    this.write();
+  }
+
   copySide() {
     const to = this.side === 'a' ? 'b' : 'a';
     this.sides[to] = {...this.settings};
@@ -176,6 +184,7 @@ export class State extends EventTarget {
     if (this.wipe) text.set('wipe', this.against);
     if (this.wipe && this.against === 'held') text.set('held', this.held);
     if (this.pins.length > 0) text.set('pins', this.pins.flat().join(','));
+    if (this.place !== null) text.set('place', this.place);
     if (this.view === 'flat') text.set('flat', this.flat);
     if (this.from !== null) text.set('in', this.from);
     if (this.to !== null) text.set('out', this.to);
@@ -198,6 +207,8 @@ export class State extends EventTarget {
     const pins = (text.get('pins') ?? '').match(/\d+/g)?.map(Number) ?? [];
     const {width, height} = this.description;
     this.pins = Array.from({length: Math.min(8, Math.floor(pins.length / 2))}, (unused, i) => [Math.min(width - 1, pins[2 * i]), Math.min(height - 1, pins[2 * i + 1])]);
+    const place = text.get('place');
+    if (/^[\d.]+(,-?[\d.]+(e-\d+)?){2}$/.test(place) && parseFloat(place) > 0) this.place = place;
     const held = Number(text.get('held') ?? NaN);
     this.held = this.description.frames.includes(held) ? held : null;
     const against = text.get('wipe');
