@@ -70,6 +70,10 @@ void keepOrder(ScreenHue& screen, const Settings& given) {
   screen.weakest = order.weakest;
 }
 
+Encoding encodingOf(const Settings& settings) {
+  return settings.choice("colourspace") == "linear" ? Encoding::light : Encoding::codes;
+}
+
 constexpr std::string_view mixingNames[] = {"codes", "video", "light", "log"};
 
 std::string_view nameOf(Mixing mixing) { return mixingNames[static_cast<std::size_t>(mixing)]; }
@@ -107,8 +111,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   key.wishes = wishes;
   key.width = plate.width;
   key.height = plate.height;
-  const bool linear = given.choice("colourspace") == "linear";
-  key.encoding = linear ? Encoding::light : Encoding::codes;
+  key.encoding = encodingOf(given);
   Look look = lookAt(plate, key.encoding, rows);
   key.screen = screenHue(look);
   if (key.screen.confidence < leastConfidence) {
@@ -180,6 +183,14 @@ bool BlindKey::see(const Plate& frame, const RowLoop& rows) {
   takeIn(plate, seen.sure, look);
   estimateClean(plate, look, screen);
   return true;
+}
+
+bool BlindKey::suits(const Settings& settings) const {
+  if (encoding != encodingOf(settings)) return false;
+  if (!settings.given("screen")) return std::find(set.begin(), set.end(), "screen") != set.end();
+  ScreenHue order;
+  keepOrder(order, settings);
+  return order.primary == screen.primary && order.middle == screen.middle;
 }
 
 BlindKey BlindKey::carriedTo(const Plate& frame, const RowLoop& rows) const {

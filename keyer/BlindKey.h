@@ -54,6 +54,10 @@ struct BlindKey {
   /// the light has changed: `steady` is false from then on.
   bool see(const Plate& frame, const RowLoop& rows = bandAfterBand);
 
+  /// Whether findKey makes the same estimates of the same plate with these settings. Of all of them
+  /// the encoding counts, and the order of the screen's channels where its colour is given.
+  bool suits(const Settings& settings) const;
+
   /// This key for another frame: the same numbers, the frame's own mattes; the same clean plate
   /// where it is steady, else the frame's own.
   BlindKey carriedTo(const Plate& frame, const RowLoop& rows = bandAfterBand) const;

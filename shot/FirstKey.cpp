@@ -102,8 +102,14 @@ FirstKey findFirstKey(const Shot& shot, const FirstKeyWish& wish, Settings& sett
   }
   if (estimates) {
     BlindKey found = estimatesOf(shot, settings, wish.frame);
-    settings = found.settings;
-    key.set.insert(key.set.end(), found.set.begin(), found.set.end());
+    if (wish.everything) {
+      settings = found.settings;
+      key.set.insert(key.set.end(), found.set.begin(), found.set.end());
+    } else if (wish.screenColour && !settings.given("screen")) {
+      setScreen(settings, {found.settings.number("screen", 0), found.settings.number("screen", 1),
+                           found.settings.number("screen", 2)});
+      key.set.emplace_back("screen");
+    }
     key.cleanPlate = true;
     key.screen = findScreen(plate);
     key.blind = std::make_shared<const BlindKey>(std::move(found));

@@ -32,8 +32,8 @@ struct FirstKey {
   std::optional<Screen> screen;  // where one was looked for
   std::vector<std::string> set;  // the parameters that were set, in the table's order
   bool cleanPlate = false;       // whether they are meant for estimated clean plates
-  // All that was chosen, where everything was wished and a clean plate could be estimated; frames
-  // are rendered with it then.
+  // What was estimated, where everything was wished and a clean plate could be, or the settings say
+  // so; frames are rendered beside it then.
   std::shared_ptr<const BlindKey> blind;
 
   /// What was decided beyond parameters, for a person to see; empty: nothing.
@@ -46,8 +46,8 @@ struct FirstKey {
 using orvanite::keysBesideEstimates;
 
 /// The estimates of a shot, from the frame that is looked at and a few others, the same ones
-/// whatever part is keyed; they depend on no setting but the encoding. Throws Error as
-/// findFirstKey.
+/// whatever part is keyed. Of the settings they depend on what BlindKey::suits looks at. Throws
+/// Error as findFirstKey.
 BlindKey estimatesOf(const Shot& shot, const Settings& settings,
                      std::optional<int> frame = std::nullopt);
 

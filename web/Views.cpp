@@ -50,7 +50,7 @@ void Views::turn(const Picture& plate, int number) {
 }
 
 bool Views::estimated(const Settings& settings) const {
-  return found_ && seen_ == pictures.plates() && estimatedIn_ == settings.text("colourspace");
+  return found_ && seen_ == pictures.plates() && found_->suits(settings);
 }
 
 bool Views::wantsEstimates(const Settings& settings) const {
@@ -58,13 +58,9 @@ bool Views::wantsEstimates(const Settings& settings) const {
 }
 
 bool Views::estimate(const Settings& settings) {
-  const std::string encoding = settings.text("colourspace");
-  Settings plain;
-  plain.setText("colourspace", encoding);
   found_.reset();
   carried_.clear();
-  found_ = findKey(pictures.whole(Role::plate).plate(), plain);
-  estimatedIn_ = encoding;
+  found_ = findKey(pictures.whole(Role::plate).plate(), settings);
   seen_ = pictures.plates();
   return found_->steady;
 }

@@ -87,7 +87,6 @@ class Views {
   BlindKeyer beside_;
   int seen_ = -1;      // of the plates
   int carriedTo_ = 0;  // a frame
-  std::string estimatedIn_;
   std::optional<BlindKey> found_;
   std::map<int, BlindKey> carried_;  // by divisor
 };

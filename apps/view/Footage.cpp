@@ -41,14 +41,10 @@ media::Window Footage::ownPixels(int frame) {
 std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int frame,
                                                    int divisor) {
   constexpr std::size_t kept = 6;
-  const std::string encoding = settings.text("colourspace");
   const std::lock_guard lock(estimating_);
-  if (!shotEstimates_ || estimatedIn_ != encoding) {
-    Settings plain;
-    plain.setText("colourspace", encoding);
+  if (!shotEstimates_ || !shotEstimates_->suits(settings)) {
     const auto turn = turnToRead(Role::plate);
-    shotEstimates_ = std::make_shared<const BlindKey>(shot::estimatesOf(shot_, plain));
-    estimatedIn_ = encoding;
+    shotEstimates_ = std::make_shared<const BlindKey>(shot::estimatesOf(shot_, settings));
     frameEstimates_.clear();
   }
   for (const Estimates& one : frameEstimates_) {
@@ -64,7 +60,6 @@ std::shared_ptr<const BlindKey> Footage::estimates(const Settings& settings, int
 
 shot::FirstKey Footage::find(const shot::FirstKeyWish& wish, Settings& settings) {
   const std::lock_guard finding(finding_);
-  const std::string encoding = settings.text("colourspace");
   shot::FirstKey key = [&] {
     const auto turn = turnToRead(Role::plate);
     return findFirstKey(shot_, wish, settings);
@@ -72,7 +67,6 @@ shot::FirstKey Footage::find(const shot::FirstKeyWish& wish, Settings& settings)
   if (key.blind && wish.frame.value_or(info_.frames.front()) == info_.frames.front()) {
     const std::lock_guard lock(estimating_);
     shotEstimates_ = key.blind;
-    estimatedIn_ = encoding;
     frameEstimates_.clear();
   }
   return key;

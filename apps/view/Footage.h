@@ -60,8 +60,8 @@ class Footage {
   /// picture has beside them is black.
   media::Window ownPixels(int frame);
 
-  /// What is estimated from the plate, for a frame: made when it is asked for first. Throws Error
-  /// where the plate shows no screen.
+  /// What is estimated from the plate, for a frame: made when it is asked for first, and again for
+  /// settings that make others. Throws Error where the plate shows no screen.
   std::shared_ptr<const BlindKey> estimates(const Settings& settings, int frame, int divisor);
 
   /// The first key, looked for in a frame. One search at a time; pictures are read meanwhile, but
@@ -106,7 +106,6 @@ class Footage {
   };
   std::mutex finding_;
   std::mutex estimating_;
-  std::string estimatedIn_;                        // the encoding of `shotEstimates_`
   std::shared_ptr<const BlindKey> shotEstimates_;  // of the whole shot
   std::list<Estimates> frameEstimates_;            // of the frames asked for last
   std::map<int, media::Window> ownPixels_;         // of frames that were asked for

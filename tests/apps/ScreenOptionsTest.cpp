@@ -70,6 +70,21 @@ TEST(ScreenOptions, GiveTheSameKeyAgainWhenWhatTheyChoseIsPasted) {
   }
 }
 
+TEST(ScreenOptions, EstimatesAloneChooseNoParametersButTheScreenThatNobodyNamed) {
+  const Folder folder;
+  write(shot(false, 0.6f), folder / "plate.png");
+  for (const std::string screen : {"", " --screen 0.1,0.6,0.2"}) {
+    const Outcome key =
+        orvanite(folder, "key @plate.png -o @key.png --estimate light --screen-range 0.1" + screen);
+    ASSERT_EQ(key.code, 0) << key.err;
+    const std::vector<std::string> chosen = chosenIn(key.err);
+    EXPECT_EQ(chosen.size(), screen.empty() ? 2U : 0U) << key.err;
+    if (screen.empty()) {
+      EXPECT_EQ(chosen.front(), "--screen");
+    }
+  }
+}
+
 TEST(ScreenOptions, EstimatesThatAreSavedGiveTheSameKeyToOneThatEstimatesNothing) {
   const Folder folder;
   const Image plate = shot(false, 0.6f);

@@ -66,6 +66,9 @@ const cases = [
   ['a finish', 1, {background: background(1)}, {...screen, output: 'composite', shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7', islands: '3'}],
   ['drawn masks', 2, {}, {...screen, output: 'unpremultiplied', masks}],
   ['drawn masks beside a matte', 1, {garbage: matte, background: background(1)}, {...screen, output: 'composite', shrink: '1', masks}],
+  ['estimates of a screen whose colour is given', 1, {}, {...screen, output: 'unpremultiplied', estimate: 'light', replace: '0.4,0.5,0.3'}],
+  // Which channel leads is what the given colour says.
+  ['estimates of a screen called blue', 2, {}, {screen: '0.12,0.3,0.66', colourspace: 'video', output: 'unpremultiplied', estimate: 'codes'}],
   ['Auto', 1, {}, null],
   ['Auto of 16 bits over a background', 2, {background: background(2)}, null],
 ];

@@ -105,6 +105,16 @@ test('a key beside estimates is keyed once for all that is asked of it', async (
 });
 
 test('one opens a plate, a background of another size, frames and presets: chosen, dropped, pasted', async () => {
+test('the command keys beside estimates with what is set here alone, whichever channel leads', async () => {
+  const files = drawPlate('--size', '480x270');
+  const {page} = await open([files.plate, '--screen', '0.1,0.5,0.1']);
+  for (const screen of ['0.16,0.63,0.23', '0.16,0.23,0.63']) {
+    await page.evaluate((text) => { location.hash = `screen=${text}&estimate=light&colourspace=video&output=unpremultiplied&view=output`; }, screen);
+    await settled(page);
+    compareColours(await shownPixels(page), await keyed(page), screen);
+  }
+});
+
   const [first, second] = [drawPlate('--size', '160x90'), drawPlate('--size', '320x180', '--screen', 'blue')];
   const {page} = await open([first.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
   const choose = async (label, files) => {
