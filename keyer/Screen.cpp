@@ -72,6 +72,28 @@ float readSample(const void* channel, std::ptrdiff_t at, Depth depth) {
   return std::isfinite(v) ? std::clamp(v, 0.0f, 64.0f) : 0;
 }
 
+/// Tells the pixels of a screen by its colour.
+class OwnPixels {
+ public:
+  explicit OwnPixels(const Rgb& colour)
+      : own_(hueOfColour(colour)),
+        centre_(chromaticity(colour)),
+        fromGrey_(distance({1.0f / 3, 1.0f / 3}, centre_)),
+        within_(std::min(ownHue, ownShare * fromGrey_)),
+        least_(leastLight * light(colour)) {}
+
+  float fromGrey() const { return fromGrey_; }
+  float distanceOf(const Rgb& c) const { return distance(chromaticity(c), centre_); }
+  /// Whether a pixel has the screen's hue, in no less than a part of its light.
+  bool lit(const Rgb& c) const { return distanceOf(c) < within_ && light(c) > least_; }
+  bool dark(const Rgb& c) const { return isDarkScreen(own_, c); }
+
+ private:
+  ScreenHue own_;
+  Chromaticity centre_;
+  float fromGrey_, within_, least_;
+};
+
 }  // namespace
 
 Rgb colourAt(const Plate& plate, int x, int y) {
@@ -153,21 +175,17 @@ Screen findScreen(const Plate& plate) {
   if (encode) {
     for (float& v : middle) v = lightOfCode(v);
   }
-  const Chromaticity centre = chromaticity(middle);
-  const float fromGrey = distance({1.0f / 3, 1.0f / 3}, centre);
+  const OwnPixels own(middle);
   const auto primary = static_cast<std::size_t>(screen.primary);
-  const float within = std::min(ownHue, ownShare * fromGrey);
-  const ScreenHue own = hueOfColour(middle);
   const std::vector<Pixel> samples = sampleGrid(plate);
   std::vector<Pixel>& pixels = screen.screenPixels;
   // Screen in the dark counts for how much screen there is and how its light varies; the screen's
   // colour does not follow it.
   std::vector<float> lights;
   for (const Pixel& p : samples) {
-    const bool same = distance(chromaticity(p.colour), centre) < within &&
-                      light(p.colour) > leastLight * light(middle);
-    if (same) pixels.push_back(p);
-    if (same || isDarkScreen(own, p.colour)) {
+    const bool lit = own.lit(p.colour);
+    if (lit) pixels.push_back(p);
+    if (lit || own.dark(p.colour)) {
       lights.push_back(p.colour[primary]);
       continue;
     }
@@ -175,7 +193,7 @@ Screen findScreen(const Plate& plate) {
     const float leaning = lean(p.colour, screen.primary);
     const bool greyer =
         leaning * middle[primary] < lean(middle, screen.primary) * p.colour[primary];
-    const bool far = distance(chromaticity(p.colour), centre) > mixShare * fromGrey;
+    const bool far = own.distanceOf(p.colour) > mixShare * own.fromGrey();
     if (leaning < leastLean || (far && greyer)) screen.foregroundPixels.push_back(p);
   }
   if (pixels.size() < 16) {
@@ -196,6 +214,15 @@ Screen findScreen(const Plate& plate) {
   std::sort(lights.begin(), lights.end());
   screen.evenness = lights[lights.size() / 20] / lights[lights.size() - 1 - lights.size() / 20];
   return screen;
+}
+
+float coverageOf(const Plate& plate, const Rgb& colour) {
+  const OwnPixels own(colour);
+  const std::vector<Pixel> samples = sampleGrid(plate);
+  const auto count = std::count_if(samples.begin(), samples.end(), [&](const Pixel& p) {
+    return own.lit(p.colour) || own.dark(p.colour);
+  });
+  return static_cast<float>(count) / static_cast<float>(samples.size());
 }
 
 const char* nameOfColour(const Rgb& c) {

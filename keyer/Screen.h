@@ -75,6 +75,10 @@ struct Screen {
 /// are borne; without a screen `found` is false and the rest says how little there was.
 Screen findScreen(const Plate& plate);
 
+/// How much of the frame, 0..1, has the hue of a screen of this colour, in whatever light.
+/// colour  in the plate's encoding
+float coverageOf(const Plate& plate, const Rgb& colour);
+
 /// A screen's colour in a word: "green", "blue", "teal", "olive" and so on.
 const char* nameOfColour(const Rgb& colour);
 

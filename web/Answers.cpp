@@ -107,6 +107,7 @@ json answerTo(std::string_view name, const json& object) {
   if (name == "show") return show(object);
   if (name == "key") return key(object);
   if (name == "find") return find(object);
+  if (name == "coverage") return {{"coverage", views.coverage(settingsNow(object))}};
   if (name == "needsAll") return views.needsAll(settingsNow(object), masksIn(object));
   if (name == "wantsEstimates") return views.wantsEstimates(settingsNow(object));
   if (name == "estimate") return views.estimate(settingsNow(object));

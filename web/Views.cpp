@@ -254,16 +254,28 @@ void Views::giveBack(Picture picture) {
   if (picture.pixels.capacity() > spare_.pixels.capacity()) spare_ = std::move(picture);
 }
 
+// The plate's own pixels, in `room` where the file holds less than its frame.
+Plate Views::ownPlate(Picture& room) {
+  const Picture& whole = pictures.whole(Role::plate);
+  if (whole.fillsFrame() || whole.own.width == 0 || whole.own.height == 0) return whole.plate();
+  room = part(whole, whole.own);
+  return room.plate();
+}
+
+float Views::coverage(const Settings& settings) {
+  Picture own;
+  return coverageOf(ownPlate(own), {settings.number("screen", 0), settings.number("screen", 1),
+                                    settings.number("screen", 2)});
+}
+
 Views::Found Views::find(Settings settings) {
   for (const Parameter& parameter : parameters()) {
     if (parameter.meaning.followsScreen) settings.reset(parameter.name);
   }
   const Inputs inputs = pictures.inputs();
-  const Picture& whole = pictures.whole(Role::plate);
-  const bool fills = whole.fillsFrame() || whole.own.width == 0 || whole.own.height == 0;
-  const Picture own = fills ? Picture() : part(whole, whole.own);
-  const Plate plate = (fills ? whole : own).plate();
-  if (whole.fillsFrame() && findsEstimates(settings, inputs)) {
+  Picture own;
+  const Plate plate = ownPlate(own);
+  if (pictures.shape(Role::plate).fillsFrame() && findsEstimates(settings, inputs)) {
     return {findKey(plate, settings).settings, findScreen(plate).coverage};
   }
   const CleanPlateUse use = !settings.toggle("useReference") ? CleanPlateUse::never

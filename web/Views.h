@@ -64,6 +64,9 @@ class Views {
   };
   Found find(Settings settings);
 
+  /// How much of the frame, 0..1, has the hue of the screen colour that is set.
+  float coverage(const Settings& settings);
+
   /// Whether settings key beside estimates that are not there yet: a shot's are made of several
   /// frames, by `estimate` at its first one and `see` at others.
   bool wantsEstimates(const Settings& settings) const;
@@ -78,6 +81,7 @@ class Views {
   bool estimated(const Settings& settings) const;
   const BlindKey& estimates(const Settings& settings, int divisor);
   Inputs inputs(const Masks& masks) const;
+  Plate ownPlate(Picture& room);
   OtileImage matte(Role role, const Settings& settings, const Picture& picture, int x, int y) const;
   OtileImage drawn(Role role, const Settings& settings, const Masks& masks, int divisor,
                    const Window& region, Picture& room);

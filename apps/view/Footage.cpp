@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "apps/view/PageView.h"
 #include "apps/view/Proxy.h"
 #include "base/Error.h"
 #include "shot/Images.h"
@@ -94,7 +95,12 @@ media::Picture Footage::read(const Key& key) {
     const auto turn = turnToRead(key.role);
     return begin();
   }();
-  return rest();
+  media::Picture picture = rest();
+  if (key.role == Role::background) {
+    makeTransparent(picture.pixels.get(), picture.depth,
+                    picture.bytes() / static_cast<std::size_t>(4 * bytesOf(picture.depth)));
+  }
+  return picture;
 }
 
 Footage::Shared Footage::picture(Role role, int frame, const std::string& channel, int divisor) {

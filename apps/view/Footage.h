@@ -48,7 +48,8 @@ class Footage {
   const shot::Shot& shot() const { return shot_; }
   const FootageInfo& info() const { return info_; }
 
-  /// A picture at the depth that everything is keyed in, read if it is not there yet.
+  /// A picture at the depth that everything is keyed in, read if it is not there yet. A background
+  /// has no alpha, so that a composite's is the matte.
   ///
   /// channel  of a matte: the one that is read into alpha; ignored for the others
   /// divisor  1 for the picture itself; n for one of ceil(width / n) x ceil(height / n) pixels,

@@ -44,10 +44,10 @@ bool holds(const media::Window& outer, const media::Window& inner) {
 
 }  // namespace
 
-std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView view, int frame,
-                                              int divisor, const media::Window& asked,
-                                              const Masks& masks,
-                                              const std::function<bool()>& wanted) {
+std::optional<FrameKeyer::Keyed> FrameKeyer::key(const Settings& given, PageView view, int frame,
+                                                 int divisor, const media::Window& asked,
+                                                 const Masks& masks, bool measured,
+                                                 const std::function<bool()>& wanted) {
   const FootageInfo& info = footage_.info();
   const bool light = showsLight(view, info.depth, given) && !footage_.shot().colours().used;
   const Settings settings = settingsFor(view, given, light);
@@ -58,6 +58,15 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
 
   const bool chequered = view == PageView::overChecker;
   const bool besideEstimates = shot::keysBesideEstimates(settings, inputs);
+  const auto counted = [&](const media::Picture& whole) {
+    std::optional<MatteMeasure> measure;
+    if (measured) {
+      measure = measureOf(whole.pixels.get(), whole.depth,
+                          whole.bytes() / static_cast<std::size_t>(4 * bytesOf(whole.depth)),
+                          static_cast<std::uint32_t>(divisor * divisor));
+    }
+    return measure;
+  };
   if (besideEstimates) {
     const auto kept = std::find_if(whole_.begin(), whole_.end(), [&](const Whole& one) {
       return one.frame == frame && one.divisor == divisor && one.chequered == chequered &&
@@ -65,7 +74,7 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     });
     if (kept != whole_.end()) {
       whole_.splice(whole_.begin(), whole_, kept);
-      return media::part(*kept->picture, asked);
+      return Keyed{media::part(*kept->picture, asked), counted(*kept->picture)};
     }
   }
   const float scale = 1.0f / static_cast<float>(divisor);
@@ -78,11 +87,10 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     keyer_.prepare(settings, info.depth, inputs, scale);
   }
   // A finish looks at what is around the region, which is keyed with it in one go then; estimates
-  // are of the whole frame.
+  // and the count are of the whole frame.
   const int border = estimates ? 0 : keyer_.border();
-  const media::Window region = estimates     ? everything
-                               : border == 0 ? asked
-                                             : grown(asked, border, everything);
+  const media::Window region =
+      estimates || measured ? everything : grown(asked, border, everything);
 
   shot::ByRole<Footage::Shared> kept;
   shot::ByRole<const media::Picture*> pictures;
@@ -152,13 +160,14 @@ std::optional<media::Picture> FrameKeyer::key(const Settings& given, PageView vi
     }
     keyer_.render(band);
   }
-  if (border > 0) result = media::part(result, asked);
+  std::optional<MatteMeasure> measure = counted(result);
+  if (!estimates) result = media::placed(std::move(result), asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
-  if (!estimates) return result;
+  if (!estimates) return Keyed{std::move(result), std::move(measure)};
   whole_.push_front({settings, chequered, frame, divisor, masks,
                      std::make_shared<const media::Picture>(std::move(result))});
   if (whole_.size() > wholeFrames) whole_.pop_back();
-  return media::part(*whole_.front().picture, asked);
+  return Keyed{media::part(*whole_.front().picture, asked), std::move(measure)};
 }
 
 }  // namespace orvanite::view

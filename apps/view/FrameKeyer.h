@@ -21,17 +21,23 @@ class FrameKeyer {
  public:
   explicit FrameKeyer(Footage& footage) : footage_(footage) {}
 
-  /// Keys a region of a frame. Alpha is the matte, into which a composite merges the alpha that
-  /// its background may have.
+  /// A part of a frame, whose alpha is the matte, and what was counted of the whole frame's.
+  struct Keyed {
+    media::Picture picture;
+    std::optional<MatteMeasure> measure;
+  };
+
+  /// Keys a region of a frame; measured, the whole frame at once, of which the region is returned.
   ///
-  /// divisor  of the pictures that are keyed: 1, or more for a proxy
-  /// region   in pixels of that size
-  /// masks    drawn over the plate: they join the mattes
-  /// wanted   called before each band; false gives up: nothing returned
+  /// divisor   of the pictures that are keyed: 1, or more for a proxy
+  /// region    in pixels of that size
+  /// masks     drawn over the plate: they join the mattes
+  /// measured  with the count of the whole frame's matte
+  /// wanted    called before each band; false gives up: nothing returned
   /// Throws Error for settings that cannot key and for files that cannot be read.
-  std::optional<media::Picture> key(const Settings& settings, PageView view, int frame, int divisor,
-                                    const media::Window& region, const Masks& masks,
-                                    const std::function<bool()>& wanted);
+  std::optional<Keyed> key(const Settings& settings, PageView view, int frame, int divisor,
+                           const media::Window& region, const Masks& masks, bool measured,
+                           const std::function<bool()>& wanted);
 
  private:
   // A frame keyed whole, as estimates want it, though a part or one pixel of it was asked for.

@@ -347,6 +347,8 @@ std::string foundReply(const Renderer::Found& found) {
   return dump({{"settings", std::move(texts)}, {"coverage", number(found.coverage)}});
 }
 
+std::string coverageReply(float coverage) { return dump({{"coverage", number(coverage)}}); }
+
 std::string boxReply(const BoxColours& colours) {
   return dump({{"median", numbers(colours.median)},
                {"low", numbers(colours.low)},

@@ -97,6 +97,7 @@ std::string screenReply(const ScreenPicture& picture);
 std::string probeReply(const PixelValues& values, Depth depth);
 /// What was found: texts by the names of the parameters that finding sets, null for a default.
 std::string foundReply(const Renderer::Found& found);
+std::string coverageReply(float coverage);
 std::string boxReply(const BoxColours& colours);
 std::string jobReply(const std::string& state, double done, const std::string& message);
 /// The texts of settings that were given, by name, and that of masks.

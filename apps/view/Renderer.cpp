@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "base/Error.h"
+#include "keyer/Screen.h"
 #include "shot/FirstKey.h"
+#include "shot/Images.h"
 
 namespace orvanite::view {
 namespace {
@@ -85,45 +87,32 @@ std::optional<RenderedPicture> Renderer::render(const PictureRequest& request,
                          (window.height + by - 1) / by};
   };
   const media::Window region = scaled(rendered.window, keyed);
-  const media::Window everything = scaled({0, 0, info.width, info.height}, keyed);
-
+  const auto key = [&](PageView view) {
+    return keyer(request.slot)
+        .key(request.settings, view, frame, keyed, region, request.masks, request.measured, wanted);
+  };
   const bool light =
       showsLight(request.view, info.depth, request.settings) && !footage_.shot().colours().used;
-  std::optional<media::Picture> result;
-  if (request.view == PageView::plate) {
+  const auto show = [&](const media::Picture& picture) {
+    rendered.picture = toScreen(picture.pixels.get(), picture.rowBytes(), region.width,
+                                region.height, picture.depth, light);
+  };
+  const bool isPlate = request.view == PageView::plate;
+  if (isPlate) {
     const Footage::Shared plate = footage_.picture(Role::plate, frame, {}, keyed);
     const media::Window& data = plate->data;
     media::Picture shown =
         media::part(*plate, {data.x + region.x, data.y + region.y, region.width, region.height});
     footage_.shot().colours().out.apply(shown);
-    rendered.picture = toScreen(shown.pixels.get(), shown.rowBytes(), region.width, region.height,
-                                shown.depth, light);
-  } else {
-    result = keyer(request.slot)
-                 .key(request.settings, request.view, frame, keyed, region, request.masks, wanted);
+    show(shown);
+  }
+  if (!isPlate || request.measured) {
+    const auto result = key(isPlate ? PageView::matte : request.view);
     if (!result) return std::nullopt;
-    rendered.picture = toScreen(result->pixels.get(), result->rowBytes(), region.width,
-                                region.height, result->depth, light);
+    if (!isPlate) show(result->picture);
+    rendered.measure = result->measure;
   }
   if (keyed != divisor) rendered.picture = shrink(rendered.picture, divisor);
-
-  if (request.measured) {
-    // A background's own alpha is merged into that of the composite; elsewhere alpha is the matte.
-    const bool alphaIsMatte =
-        result && region == everything &&
-        (request.view == PageView::overChecker || !info.inputs.background ||
-         settingsFor(request.view, request.settings, light).view(info.inputs) != View::composite);
-    if (!alphaIsMatte) {
-      result = keyer(request.slot)
-                   .key(request.settings, PageView::matte, frame, keyed, everything, request.masks,
-                        wanted);
-      if (!result) return std::nullopt;
-    }
-    rendered.measure =
-        measureOf(result->pixels.get(), result->depth,
-                  result->bytes() / static_cast<std::size_t>(4 * bytesOf(result->depth)),
-                  static_cast<std::uint32_t>(keyed * keyed));
-  }
   return rendered;
 }
 
@@ -131,16 +120,16 @@ PixelValues Renderer::probe(const Settings& settings, const Masks& masks, PageVi
                             int x, int y, int slot) {
   const media::Window pixel = checked({x, y, 1, 1});
   checkedFrame(frame);
-  const auto always = [] { return true; };
   const std::lock_guard lock(mutex_);
   PixelValues values;
   values.plate = valuesAt(*footage_.picture(Role::plate, frame, {}, 1), x, y);
-  const auto matte = keyer(slot).key(settings, PageView::matte, frame, 1, pixel, masks, always);
-  values.matte = valuesAt(*matte, 0, 0)[3];
-  values.result =
-      view == PageView::plate
-          ? values.plate
-          : valuesAt(*keyer(slot).key(settings, view, frame, 1, pixel, masks, always), 0, 0);
+  const auto keyed = [&](PageView of) {
+    const auto result =
+        keyer(slot).key(settings, of, frame, 1, pixel, masks, false, [] { return true; });
+    return valuesAt(result->picture, 0, 0);
+  };
+  values.matte = keyed(PageView::matte)[3];
+  values.result = view == PageView::plate ? values.plate : keyed(view);
   return values;
 }
 
@@ -154,6 +143,18 @@ Renderer::Found Renderer::find(Settings settings, int frame) {
   if (footage_.info().isShot) wish.frame = frame;
   const shot::FirstKey key = footage_.find(wish, settings);
   return {settings, key.screen->coverage};
+}
+
+float Renderer::coverage(const Settings& settings, int frame) {
+  const Footage::Shared plate = footage_.picture(Role::plate, checkedFrame(frame), {}, 1);
+  media::Window own = footage_.ownPixels(frame);
+  own.x += plate->data.x;
+  own.y += plate->data.y;
+  const bool whole = own == plate->data || own.width < 1 || own.height < 1;
+  const media::Picture part = whole ? media::Picture() : media::part(*plate, own);
+  return coverageOf(
+      shot::plateOf(whole ? *plate : part),
+      {settings.number("screen", 0), settings.number("screen", 1), settings.number("screen", 2)});
 }
 
 BoxColours Renderer::colours(int frame, const media::Window& box) {

@@ -74,6 +74,9 @@ class Renderer {
   };
   Found find(Settings settings, int frame);
 
+  /// How much of a frame, 0..1, has the hue of the screen colour that is set.
+  float coverage(const Settings& settings, int frame);
+
  private:
   FrameKeyer& keyer(int slot);
   media::Window checked(const media::Window& window) const;

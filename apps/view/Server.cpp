@@ -157,8 +157,8 @@ struct Server::Implementation {
     Renderer& renderer = now->renderer();
     RenderJob& job = now->job();
     const Exports& exports = now->wish().exports;
-    const bool renders =
-        wanted == "picture" || wanted == "probe" || wanted == "colours" || wanted == "auto";
+    const bool renders = wanted == "picture" || wanted == "probe" || wanted == "colours" ||
+                         wanted == "coverage" || wanted == "auto";
     if (renders) {
       const Waiting turn(waiting);
       if (!turn) return fail(response, 503, "request", "too many renders wait");
@@ -172,6 +172,11 @@ struct Server::Implementation {
       if (wanted == "auto") {
         const FindRequest asked = findRequestOf(request.body);
         return response.set_content(foundReply(renderer.find(asked.settings, asked.frame)),
+                                    jsonType);
+      }
+      if (wanted == "coverage") {
+        const FindRequest asked = findRequestOf(request.body);
+        return response.set_content(coverageReply(renderer.coverage(asked.settings, asked.frame)),
                                     jsonType);
       }
       const BoxRequest asked = boxRequestOf(request.body);

@@ -80,6 +80,8 @@ TEST(FindScreen, FindsHueColourShareAndEvennessOfAScreenThatIsThere) {
                     0.025f);
         const Rgb median = lit(colour, (scene.darkest + 1) / 2);
         for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(screen.colour[c], median[c], 0.006f) << c;
+        EXPECT_NEAR(coverageOf(canvas.plate(), median), scene.coverage, 0.01f);
+        EXPECT_LT(coverageOf(canvas.plate(), {0.3f, 0.3f, 0.3f}), 0.01f) << "a grey has no hue";
         EXPECT_NEAR(static_cast<float>(screen.foregroundPixels.size()) /
                         static_cast<float>(sampleGrid(canvas.plate()).size()),
                     1 - scene.coverage, 0.01f);

@@ -99,6 +99,8 @@ for (const [name, depth, beside, given] of cases) {
         settings = {...state.settings};
         for (const [key, value] of Object.entries(found.settings)) if (value !== null) settings[key] = value;
         assert.ok(found.coverage > 0.3 && found.coverage < 0.95, `coverage ${found.coverage}`);
+        const {coverage} = await answers.to('coverage', {settings});
+        assert.ok(Math.abs(coverage - found.coverage) < 0.02, `coverage ${coverage}, by Auto ${found.coverage}`);
       }
       const command = await answers.to('command', {settings, name: 'masks.json'});
       assert.equal(command.includes(' --masks masks.json '), 'masks' in settings);

@@ -206,6 +206,7 @@ export class Answers {
         case 'picture': return await this.picture(body);
         case 'probe': return await this.probe(body);
         case 'colours': return this.colours(body);
+        case 'coverage': return await this.engines[0]('ask', 'coverage', {settings: body.settings});
         case 'auto': return await this.engines[0]('ask', 'find', {settings: body.settings});
         case 'preset': return await this.engines[0]('ask', 'preset', {settings: body.settings});
         case 'useMasks': return await this.engines[0]('ask', 'useMasks', body);

@@ -158,7 +158,7 @@ export class Shot extends Answers {
       const {state, done, message, written} = this.job;
       return {state, done, message, written};
     }
-    if (!['picture', 'probe', 'colours', 'auto'].includes(name)) return super.to(name, body);
+    if (!['picture', 'probe', 'colours', 'coverage', 'auto'].includes(name)) return super.to(name, body);
     return this.at(body.frame, async () => {
       if (name === 'picture' || name === 'probe') await this.estimate(body.settings);
       return super.to(name, body);

@@ -237,7 +237,7 @@ async function start() {
   state.addEventListener('shown', (event) => { request(event.detail.moving ?? false); marks(); });
   picker.addEventListener('changed', () => { if (picker.target && masks.drawing) masks.yield(); request(false); marks(); });
   picker.addEventListener('failed', (event) => fail(event.detail));
-  picker.addEventListener('picked', ({detail: {target, colours}}) => {
+  picker.addEventListener('picked', async ({detail: {target, colours}}) => {
     if (target === 'screen' && colours.last) {
       const [red, green, blue] = colours.median;
       picker.advise(Math.max(green, blue) > red
@@ -259,7 +259,6 @@ async function start() {
     clearTimeout(resting);
     resting = setTimeout(() => state.keepPlace(stage.place), placeMilliseconds);
   });
-  stage.addEventListener('moved', () => { renders.moved(); scaleWords(); });
 
   const toggleWipe = () => state.show({wipe: !state.wipe});
   const changeSide = (side) => state.show({side});

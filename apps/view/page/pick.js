@@ -13,6 +13,7 @@ export class Picker extends EventTarget {
     super();
     Object.assign(this, {stage, state, box, hint});
     this.target = null;
+    this.samples = [];
     this.from = null;
     stage.element.addEventListener('pointerdown', (event) => this.begin(event));
     stage.element.addEventListener('pointermove', (event) => this.drag(event));
@@ -32,6 +33,11 @@ export class Picker extends EventTarget {
     this.hint.hidden = false;
     clearTimeout(this.advice);
     this.advice = setTimeout(() => { if (!this.target) this.hint.hidden = true; }, adviceMilliseconds);
+  }
+
+  /** Puts a word about so many samples before what is said of them, as long as it is. */
+  remark(count, text) {
+    if (count === this.samples.length && !this.hint.hidden) this.hint.textContent = `${text} ${this.hint.textContent}`;
   }
 
   /** Takes advice back that is no longer of use. */
@@ -111,6 +117,7 @@ export class Picker extends EventTarget {
       colours.median = colours.median.map((unused, c) => samples.reduce((sum, one) => sum + one[c], 0) / samples.length);
       if (more && this.target) this.hint.textContent = `${samples.length} taken together. Shift and click: one more. A click: the last one. Esc ends.`;
       colours.last = !more;
+      colours.count = samples.length;
       this.dispatchEvent(new CustomEvent('picked', {detail: {target, colours}}));
     } catch (error) {
       this.dispatchEvent(new CustomEvent('failed', {detail: error}));

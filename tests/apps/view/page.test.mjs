@@ -20,7 +20,7 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   await settled(page);
   const screen = setting(page, 'screen').split(',').map(Number);
   assert.ok(screen[1] > 1.5 * screen[0] && screen[1] > 1.5 * screen[2], `a green: ${screen}`);
-  assert.match(await page.locator('#hint').textContent(), /Screen range/, 'and what to do next');
+  assert.match(await page.locator('#hint').textContent(), /^[4-9]\d % of the frame has this hue\. .*Screen range/, 'and what to do next');
   // Green is not bluer than it is green: the balances follow.
   assert.equal(await value(page, 'p-midtoneBalance'), '0.5');
 
@@ -53,6 +53,7 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   assert.equal(setting(page, 'place'), null);
   await page.reload();
   await settled(page);
+  assert.deepEqual(await place(), fitted);
   assert.equal(setting(page, 'screenRange'), range, 'a reload loses nothing');
   assert.equal(await page.locator('[data-view=matte]').getAttribute('aria-checked'), 'true');
   await page.keyboard.press('Control+z');
@@ -104,7 +105,6 @@ test('a key beside estimates is keyed once for all that is asked of it', async (
   assert.ok(times.again < times.anew / 3, JSON.stringify(times));
 });
 
-test('one opens a plate, a background of another size, frames and presets: chosen, dropped, pasted', async () => {
 test('the command keys beside estimates with what is set here alone, whichever channel leads', async () => {
   const files = drawPlate('--size', '480x270');
   const {page} = await open([files.plate, '--screen', '0.1,0.5,0.1']);
@@ -115,6 +115,7 @@ test('the command keys beside estimates with what is set here alone, whichever c
   }
 });
 
+test('one opens a plate, a background of another size, frames and presets: chosen, dropped, pasted', async () => {
   const [first, second] = [drawPlate('--size', '160x90'), drawPlate('--size', '320x180', '--screen', 'blue')];
   const {page} = await open([first.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1']);
   const choose = async (label, files) => {
