@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/Error.h"
+#include "media/Halves.h"
 #include "media/InputFile.h"
 #include "media/JpegSegments.h"
 #include "media/Orientation.h"
@@ -382,25 +383,60 @@ void PictureReader::readInto(Picture& picture, int firstChannel, int channels, i
     const int end = std::min(row + rows, spec.height);
     std::byte* to =
         picture.pixels.get() + rowBytes * row + std::ptrdiff_t{firstSlot} * bytesOf(picture.depth);
-    const bool read =
-        tiled ? input_->read_tiles(part_, 0, spec.x, spec.x + spec.width, spec.y + row,
-                                   spec.y + end, 0, 1, firstChannel, firstChannel + channels,
-                                   typeInMemory(picture.depth), to, pixelBytes, rowBytes)
-              : input_->read_scanlines(part_, 0, spec.y + row, spec.y + end, 0, firstChannel,
-                                       firstChannel + channels, typeInMemory(picture.depth), to,
-                                       pixelBytes, rowBytes);
-    if (!read) {
-      const std::string reason = input_->geterror();
-      fail("broken near row " + std::to_string(row) + (reason.empty() ? "" : ": " + reason));
+    checkRead(row,
+              tiled ? input_->read_tiles(part_, 0, spec.x, spec.x + spec.width, spec.y + row,
+                                         spec.y + end, 0, 1, firstChannel, firstChannel + channels,
+                                         typeInMemory(picture.depth), to, pixelBytes, rowBytes)
+                    : input_->read_scanlines(part_, 0, spec.y + row, spec.y + end, 0, firstChannel,
+                                             firstChannel + channels, typeInMemory(picture.depth),
+                                             to, pixelBytes, rowBytes));
+  }
+}
+
+void PictureReader::checkRead(int row, bool read) const {
+  if (read) return;
+  const std::string reason = input_->geterror();
+  fail("broken near row " + std::to_string(row) + (reason.empty() ? "" : ": " + reason));
+}
+
+// Rows of halves, colours and where they follow alpha, are brought in as they are: what the library
+// makes floats of goes through memory twice more.
+bool PictureReader::readHalves(Picture& picture, bool alphaFollows, float missingAlpha) {
+  const OIIO::ImageSpec& spec = *spec_;
+  if (picture.depth != Depth::floats || spec.format != OIIO::TypeDesc::HALF ||
+      !spec.channelformats.empty() || spec.tile_width > 0) {
+    return false;
+  }
+  const int channels = alphaFollows ? 4 : 3;
+  const auto pixels = static_cast<std::size_t>(spec.width);
+  const std::size_t rowHalves = pixels * static_cast<std::size_t>(channels);
+  const auto band = std::make_unique_for_overwrite<std::uint16_t[]>(
+      rowHalves * static_cast<std::size_t>(std::min(bandRows, spec.height)));
+  auto* to = reinterpret_cast<float*>(picture.pixels.get());
+  for (int row = 0; row < spec.height; row += bandRows) {
+    const int end = std::min(row + bandRows, spec.height);
+    checkRead(row, input_->read_scanlines(part_, 0, spec.y + row, spec.y + end, 0, red_,
+                                          red_ + channels, OIIO::TypeDesc::UNKNOWN, band.get()));
+    const std::uint16_t* from = band.get();
+    for (int y = row; y < end; ++y, from += rowHalves, to += 4 * pixels) {
+      if (alphaFollows) {
+        halvesToFloats(from, rowHalves, to);
+      } else {
+        halvesToPixels(from, pixels, missingAlpha, to);
+      }
     }
   }
+  return true;
 }
 
 Picture PictureReader::read(Depth depth, const Window& window, float missingAlpha) {
   Picture picture = Picture::make(stored_, depth, info_.samples);
   if (green_ == red_ + 1 && blue_ == green_ + 1) {
     const bool alphaFollows = alpha_ == blue_ + 1;
-    readInto(picture, red_, alphaFollows ? 4 : 3, 0);
+    if (!readHalves(picture, alphaFollows, missingAlpha)) {
+      readInto(picture, red_, alphaFollows ? 4 : 3, 0);
+      if (alpha_ < 0) fill(picture, 3, missingAlpha);
+    }
     if (!alphaFollows && alpha_ >= 0) readInto(picture, alpha_, 1, 3);
   } else {
     readInto(picture, red_, 1, 0);
@@ -411,9 +447,12 @@ Picture PictureReader::read(Depth depth, const Window& window, float missingAlph
       readInto(picture, green_, 1, 1);
       readInto(picture, blue_, 1, 2);
     }
-    if (alpha_ >= 0) readInto(picture, alpha_, 1, 3);
+    if (alpha_ >= 0) {
+      readInto(picture, alpha_, 1, 3);
+    } else {
+      fill(picture, 3, missingAlpha);
+    }
   }
-  if (alpha_ < 0) fill(picture, 3, missingAlpha);
   picture.hasAlpha = info_.hasAlpha;
   return shown(std::move(picture), window);
 }

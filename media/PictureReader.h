@@ -73,6 +73,8 @@ class PictureReader {
 
  private:
   void readInto(Picture& picture, int firstChannel, int channels, int firstSlot);
+  bool readHalves(Picture& picture, bool alphaFollows, float missingAlpha);
+  void checkRead(int row, bool read) const;
   void checkPromise(const PicturePromise& promise) const;
   void choosePart();
   bool isChosen(const PartInfo& part, int number) const;

@@ -15,6 +15,7 @@
 
 #include "base/Error.h"
 #include "media/FileSink.h"
+#include "media/Halves.h"
 #include "media/PendingFile.h"
 #include "media/PictureFormats.h"
 #include "media/PictureReader.h"
@@ -141,6 +142,49 @@ Window writtenPart(const Picture& picture, const OIIO::ImageOutput& output) {
   return inside ? frame : data;
 }
 
+// Of one write to an OpenEXR file: the libraries take memory for as much as they are handed, and
+// pack so many rows side by side. A multiple of every packing's blocks.
+constexpr int bandRows = 512;
+
+// Rows of floats as halves, with the channels that the file has.
+void packHalves(const std::byte* from, std::size_t pixels, int channels, std::uint16_t* to) {
+  const auto* const floats = reinterpret_cast<const float*>(from);
+  if (channels == 4) return floatsToHalves(floats, 4 * pixels, to);
+  pixelsToHalves(floats, pixels, to);
+}
+
+// Puts rows into an OpenEXR file that is open; false when that failed. Halves are made here, a row
+// at a time: what the library makes of them goes through memory three times more.
+bool writeBands(OIIO::ImageOutput& output, const Picture& picture, const std::byte* first) {
+  const OIIO::ImageSpec& spec = output.spec();
+  const bool halves =
+      picture.depth == Depth::floats && spec.format == OIIO::TypeDesc::HALF && spec.nchannels >= 3;
+  const auto pixels = static_cast<std::size_t>(spec.width);
+  const std::size_t rowHalves = pixels * static_cast<std::size_t>(spec.nchannels);
+  const int rows = std::min(bandRows, spec.height);
+  std::unique_ptr<std::uint16_t[]> band;
+  if (halves) {
+    band =
+        std::make_unique_for_overwrite<std::uint16_t[]>(rowHalves * static_cast<std::size_t>(rows));
+  }
+  for (int row = 0; row < spec.height; row += rows) {
+    const int end = std::min(row + rows, spec.height);
+    const auto at = [&](int y) { return first + picture.rowBytes() * static_cast<std::size_t>(y); };
+    for (int y = row; halves && y < end; ++y) {
+      packHalves(at(y), pixels, spec.nchannels,
+                 band.get() + rowHalves * static_cast<std::size_t>(y - row));
+    }
+    const bool written =
+        halves ? output.write_scanlines(spec.y + row, spec.y + end, 0, OIIO::TypeDesc::UNKNOWN,
+                                        band.get())
+               : output.write_scanlines(spec.y + row, spec.y + end, 0, typeInMemory(picture.depth),
+                                        at(row), OIIO::stride_t{4} * bytesOf(picture.depth),
+                                        static_cast<OIIO::stride_t>(picture.rowBytes()));
+    if (!written) return false;
+  }
+  return true;
+}
+
 bool diskIsFull(const std::string& path) {
   struct statvfs disk {};
   return ::statvfs(path.c_str(), &disk) == 0 && disk.f_bavail == 0;
@@ -256,9 +300,11 @@ void writePicture(const Picture& picture, const std::string& path) {
             static_cast<std::size_t>(bytesOf(picture.depth) * (part.x - picture.data.x));
     const bool opened = output.open(name, headerFor(picture, part, output));
     const bool written =
-        opened && output.write_image(typeInMemory(picture.depth), first,
-                                     OIIO::stride_t{4} * bytesOf(picture.depth),
-                                     static_cast<OIIO::stride_t>(picture.rowBytes()));
+        opened &&
+        (hasWindows(output) ? writeBands(output, picture, first)
+                            : output.write_image(typeInMemory(picture.depth), first,
+                                                 OIIO::stride_t{4} * bytesOf(picture.depth),
+                                                 static_cast<OIIO::stride_t>(picture.rowBytes())));
     return opened && output.close() && written;
   });
 }
