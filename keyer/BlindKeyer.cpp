@@ -11,6 +11,7 @@
 
 #include "base/Error.h"
 #include "keyer/Chroma.h"
+#include "keyer/simd/RowTable.h"
 
 namespace orvanite {
 namespace {
@@ -241,7 +242,7 @@ class FrameWords {
     for (int y = first; y < first + rows; ++y, to += frame_.width) {
       if (found) {
         found->row(y, line.data());
-        for (std::size_t x = 0; x < width(); ++x) to[x] = wordOf(line[x]);
+        rowTable().words(line.data(), frame_.width, to);
       } else {
         std::fill_n(to, width(), std::uint16_t{0});
       }

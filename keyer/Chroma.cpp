@@ -119,32 +119,19 @@ float* LedRows::room(std::vector<float>& ring, int y, std::size_t planes) {
 }
 
 void LedRows::load(int y) {
-  float* __restrict const light = room(rows_, y, 3);
-  float* __restrict const red = light + stride_;
-  float* __restrict const blue = red + stride_;
+  float* const light = room(rows_, y, 3);
   const int held = std::clamp(y, 0, height_ - 1);
   withSampleOf(depth_, [&]<class Sample>(std::type_identity<Sample>) {
-    constexpr bool isFloat = std::is_floating_point_v<Sample>;
-    constexpr float one = sizeof(Sample) == 1 ? 1.0f / 255 : 1.0f / 65535;
-    const std::ptrdiff_t step = isFloat ? 4 : image_.pixelStep;
-    const auto codeOf = [](Sample v) {
-      // NaN is not above 0; what is infinite is cut.
-      if constexpr (isFloat) return v > 0 ? std::min(v, 16.0f) : 0.0f;
-      return static_cast<float>(v) * one;
-    };
     const std::ptrdiff_t row = std::ptrdiff_t{held} * image_.lineStep;
-    const auto* const r = static_cast<const Sample*>(image_.red) + row;
-    const auto* const g = static_cast<const Sample*>(image_.green) + row;
-    const auto* const b = static_cast<const Sample*>(image_.blue) + row;
-    for (int x = 0; x < width_; ++x) {
-      const std::ptrdiff_t at = std::ptrdiff_t{x} * step;
-      const Rgb code = {codeOf(r[at]), codeOf(g[at]), codeOf(b[at])};
-      light[x] = lightOf(code);
-      red[x] = code[0] - light[x];
-      blue[x] = code[2] - light[x];
-    }
+    const std::array<const Sample*, 3> channels = {static_cast<const Sample*>(image_.red) + row,
+                                                   static_cast<const Sample*>(image_.green) + row,
+                                                   static_cast<const Sample*>(image_.blue) + row};
+    rowTable().colours<Sample>().splitChroma(
+        channels.data(), std::is_floating_point_v<Sample> ? 4 : image_.pixelStep, width_, stride_,
+        light);
   });
-  for (float* const plane : {light, red, blue}) {
+  for (std::ptrdiff_t i = 0; i < 3; ++i) {
+    float* const plane = light + i * stride_;
     plane[-1] = plane[0];
     plane[width_] = plane[width_ - 1];
   }

@@ -268,40 +268,25 @@ float blend(float from, float to, float share) { return from + share * (to - fro
 }  // namespace
 
 Stretch::Stretch(const Plane& plane, int width, int height)
-    : plane_(plane), height_(height), doubles_(width == 2 * plane.width) {
+    : plane_(plane), height_(height), repeats_(width / std::max(1, plane.width)) {
+  if (repeats_ * plane.width != width || repeats_ > mostRepeats) repeats_ = 0;
   cells_.reserve(static_cast<std::size_t>(width));
   shares_.reserve(static_cast<std::size_t>(width));
   for (int x = 0; x < width; ++x) {
     const Between across = placeOf(x, width, plane.width);
     cells_.push_back(across.cell);
     shares_.push_back(across.share);
-    doubles_ =
-        doubles_ && across.cell == (x + 1) / 2 && across.share == (x % 2 == 0 ? 0.75f : 0.25f);
+    if (repeats_ > 0 && across.cell != (x + (repeats_ + 1) / 2) / repeats_) repeats_ = 0;
   }
 }
 
 void Stretch::row(int y, float* values) const {
   const Rows rows = rowsAt(plane_, y, height_);
-  const auto count = static_cast<std::size_t>(plane_.width);
-  // Each cell starts at one value and leads to the next; the outermost go on.
-  std::vector<float> line(count + 2);
-  for (std::size_t i = 0; i < count; ++i) {
-    line[i + 1] = blend(rows.above[i], rows.below[i], rows.share);
-  }
-  line[0] = line[1];
-  line[count + 1] = line[count];
-  if (doubles_) {
-    for (std::size_t i = 0; i < count; ++i) {
-      values[2 * i] = blend(line[i], line[i + 1], 0.75f);
-      values[2 * i + 1] = blend(line[i + 1], line[i + 2], 0.25f);
-    }
-    return;
-  }
-  const std::size_t width = cells_.size();
-  for (std::size_t x = 0; x < width; ++x) {
-    const float* cell = line.data() + cells_[x];
-    values[x] = blend(cell[0], cell[1], shares_[x]);
-  }
+  const std::size_t width = cells_.size(), cells = static_cast<std::size_t>(plane_.width);
+  std::vector<float> room(cells + width + 2 * static_cast<std::size_t>(mostRepeats) + 2);
+  rowTable().stretch({rows.above, rows.below, rows.share, plane_.width, repeats_, cells_.data(),
+                      shares_.data(), static_cast<int>(width)},
+                     room.data(), values);
 }
 
 float stretchedAt(const Plane& plane, int width, int height, int x, int y) {

@@ -99,7 +99,7 @@ class Stretch {
  private:
   const Plane& plane_;
   int height_;
-  bool doubles_;               // the width
+  int repeats_;                // columns from cell to cell, where they are always the same; else 0
   std::vector<int> cells_;     // where each column lies: between which two pixels of a row,
   std::vector<float> shares_;  // and how near to the second
 };

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "keyer/Look.h"
+#include "keyer/simd/RowTable.h"
 
 namespace orvanite {
 namespace {
@@ -250,7 +251,7 @@ void Words::takeCodes(const std::uint16_t* codes, int width, std::uint16_t* to, 
 // below .01 of one. So only words that are this near to the next are computed.
 void Words::takeCodes(const float* codes, int width, std::uint16_t* to) const {
   if (!lit_) {
-    eachOf(codes, 1, to, 1, width, [](float v) { return wordOf(v); });
+    rowTable().words(codes, width, to);
     if (decodes_) eachOf(to, 1, to, 1, width, [this](std::uint16_t v) { return decode_[v]; });
     return;
   }

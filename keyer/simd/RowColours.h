@@ -14,6 +14,7 @@
 
 #include "keyer/simd/RowMattes.h"
 #include "keyer/simd/RowTable.h"
+#include "keyer/simd/RowWords.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 namespace {
@@ -454,7 +455,6 @@ template <class Sample>
   }
 }
 
-// Inlined, so that loops over whole blocks know how long they are.
 template <class Sample>
 [[gnu::always_inline]] inline void finishBlock(const Finish& finish, const ColourRow<Sample>& row,
                                                int first, int count) {
@@ -480,11 +480,8 @@ template <class Sample>
 
 template <class Sample>
 void finishRow(const Finish& finish, const ColourRow<Sample>& row) {
-  const int whole = row.count / blockPixels * blockPixels;
-  for (int first = 0; first < whole; first += blockPixels) {
-    finishBlock(finish, row, first, blockPixels);
-  }
-  if (whole < row.count) finishBlock(finish, row, whole, row.count - whole);
+  eachBlock<blockPixels>(row.count,
+                         [&](int first, int count) { finishBlock(finish, row, first, count); });
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "keyer/simd/RowColours.h"
 #include "keyer/simd/RowMattes.h"
 #include "keyer/simd/RowTable.h"
+#include "keyer/simd/RowWords.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
@@ -19,13 +20,15 @@ const RowTable rowKernels = {
     nearerRow,
     wantedOf,
     changesOf,
+    wordsOf,
+    stretchRow,
     fitChroma,
     leadChroma,
-    {prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,
-     slideRow<std::uint8_t>, finishRow<std::uint8_t>},
-    {prepareRow<std::uint16_t>, weighColours<std::uint16_t>, exchangeRows<std::uint16_t>,
-     slideRow<std::uint16_t>, finishRow<std::uint16_t>},
-    {prepareRow<float>, weighColours<float>, exchangeRows<float>, slideRow<float>,
-     finishRow<float>}};
+    {splitChroma<std::uint8_t>, prepareRow<std::uint8_t>, weighColours<std::uint8_t>,
+     exchangeRows<std::uint8_t>, slideRow<std::uint8_t>, finishRow<std::uint8_t>},
+    {splitChroma<std::uint16_t>, prepareRow<std::uint16_t>, weighColours<std::uint16_t>,
+     exchangeRows<std::uint16_t>, slideRow<std::uint16_t>, finishRow<std::uint16_t>},
+    {splitChroma<float>, prepareRow<float>, weighColours<float>, exchangeRows<float>,
+     slideRow<float>, finishRow<float>}};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -29,9 +29,31 @@ struct ColourRow {
   int count;                    ///< of pixels
 };
 
-/// What the finish does to rows of pixels of one depth, four samples each.
+/// A row of a plane that is stretched over more columns: each value lies between two cells of one
+/// row of the plane, or of two, before the first, or after the last.
+struct StretchedRow {
+  const float *above, *below;  ///< rows of the plane
+  float share;                 ///< how near to the second
+  int cells;                   ///< in either
+  /// Columns from one cell to the next, where they are the same everywhere and at most
+  /// `mostRepeats`; the first column is then the first right of half of them before a cell. Else 0.
+  int repeats;
+  const int* places;    ///< of each column: after how many cells it lies
+  const float* shares;  ///< and how near to the one after
+  int count;            ///< of columns
+};
+
+/// The most columns to a cell that are stretched at once.
+inline constexpr int mostRepeats = 8;
+
+/// What is done to rows of pixels of one depth, by the finish to such of four samples.
 template <class Sample>
 struct ColourRows {
+  /// Light of a row's red, green and blue codes, whose samples lie `step` apart, and, each
+  /// `stride` floats on, red and blue less light.
+  void (*splitChroma)(const Sample* const* channels, std::ptrdiff_t step, int count,
+                      std::ptrdiff_t stride, float* light);
+
   /// Copies pixels; in place of alpha stands full less the matte.
   void (*prepare)(const Sample* pixels, const std::uint16_t* matte, int count, Sample* to);
   /// Sums of columns in which a row of the inside takes the place of the one in `line`.
@@ -82,6 +104,12 @@ struct RowTable {
   /// above  whether what is before the row lies above
   /// Returns how many there are; `at` has room for `count`.
   int (*changes)(const std::uint16_t* row, int count, std::uint16_t limit, bool above, int* at);
+
+  /// Codes as words: 0..1 is 0..65535, rounded half up; what lies outside goes to the ends.
+  void (*words)(const float* codes, int count, std::uint16_t* to);
+  /// Stretches a row.
+  /// room  for the cells, the columns, and 2 * mostRepeats + 2
+  void (*stretch)(const StretchedRow& row, float* room, float* values);
 
   /// Lines of red and of blue less light over light, each through the nine pixels around one.
   /// rows   three rows: their light and, each `stride` samples on, red and blue less light; a pixel

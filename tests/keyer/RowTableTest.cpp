@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>
@@ -117,6 +118,32 @@ class Results {
     const std::vector<std::uint16_t*> to = {c, c + wide, c + std::ptrdiff_t{2} * wide};
     table_.leadChroma(three.data() + 1, three[0], wide, 0.7f, width_, to.data());
     keep(words);
+    table_.words(first, wide, words.data());
+    keep(words);
+    for (const int repeats : {0, 2, 3, 8}) {
+      const int cells = std::max(1, width_ / std::max(1, repeats));
+      const int count = repeats > 0 ? cells * repeats : width_;
+      std::vector<int> places;
+      for (int x = 0; x < count; ++x) {
+        places.push_back(repeats > 0 ? (x + (repeats + 1) / 2) / repeats : x * cells / count);
+      }
+      std::vector<float> room(static_cast<std::size_t>(cells + count + 2 * mostRepeats + 2), 7.0f);
+      std::vector<float> values(static_cast<std::size_t>(count));
+      const float* const shares = first + wide;
+      table_.stretch({first, first + 2, 0.3f, cells, repeats, places.data(), shares, count},
+                     room.data(), values.data());
+      keep(values);
+      for (int x = 0; x < count; ++x) {
+        const auto cell = [&](int i) {
+          const int held = std::clamp(i, 0, cells - 1);
+          return first[held] + 0.3f * (first[held + 2] - first[held]);
+        };
+        const int at = places[static_cast<std::size_t>(x)];
+        const float left = cell(at - 1), right = cell(at);
+        EXPECT_EQ(values[static_cast<std::size_t>(x)], left + shares[x] * (right - left))
+            << "column " << x << " of " << count << ", " << repeats << " to a cell";
+      }
+    }
     std::vector<int> found(2);
     found[0] = table_.wanted(here.data(), other.data(), width_, found[1]);
     keep(found);
@@ -146,6 +173,12 @@ class Results {
     table.exchange(go.data(), nullptr, wide, light.data());
     table.exchange(come.data(), go.data(), wide, light.data());
     keep(light);
+    for (const int step : {1, 4}) {
+      const std::array<const Sample*, 3> channels = {come.data(), come.data() + 1, come.data() + 2};
+      std::vector<float> planes(3 * static_cast<std::size_t>(wide));
+      table.splitChroma(channels.data(), step, width_, wide, planes.data());
+      keep(planes);
+    }
     std::vector<float> within(come.size()), behind(come.size());
     table.slide(inside.data(), width_, reach, 0, within.data());
     table.slide(light.data(), width_, reach, 255.0f * 49, behind.data());

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Rows of planes on their way to the words that are keyed. Built once per target: all that is here
+// is the including file's own.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "keyer/simd/RowTable.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+namespace {
+
+// Calls work(first, count) for a row's blocks of pixels. It is inlined, so that loops over whole
+// blocks know how long they are.
+template <int pixels, class Work>
+[[gnu::always_inline]] inline void eachBlock(int count, const Work& work) {
+  const int whole = count / pixels * pixels;
+  for (int first = 0; first < whole; first += pixels) work(first, pixels);
+  if (whole < count) work(whole, count - whole);
+}
+
+inline std::uint16_t wordOfCode(float code) {
+  const float above = code > 0.0f ? code : 0.0f;
+  const float held = above < 1.0f ? above : 1.0f;
+  return static_cast<std::uint16_t>(static_cast<std::int32_t>(held * 65535.0f + 0.5f));
+}
+
+void wordsOf(const float* codes, int count, std::uint16_t* __restrict to) {
+  for (int x = 0; x < count; ++x) to[x] = wordOfCode(codes[x]);
+}
+
+inline float between(float from, float to, float share) { return from + share * (to - from); }
+
+typedef float Repeated __attribute__((vector_size(4 * mostRepeats)));
+
+void stretchRow(const StretchedRow& row, float* __restrict room, float* __restrict values) {
+  float* __restrict const cells = room + 1;
+  for (int i = 0; i < row.cells; ++i) cells[i] = between(row.above[i], row.below[i], row.share);
+  // The outermost go on.
+  room[0] = cells[0];
+  cells[row.cells] = cells[row.cells - 1];
+  if (row.repeats == 0) {
+    for (int x = 0; x < row.count; ++x) {
+      const float* const cell = room + row.places[x];
+      values[x] = between(cell[0], cell[1], row.shares[x]);
+    }
+    return;
+  }
+  // Each as often as there are columns from one to the next; what is too much the next one takes.
+  float* __restrict const all = cells + row.cells + 1;
+  float* end = all;
+  for (int i = 0; i < row.cells + 2; ++i, end += row.repeats) {
+    const Repeated repeated = Repeated{} + room[i];
+    std::memcpy(end, &repeated, sizeof repeated);
+  }
+  const float* const first = all + (row.repeats + 1) / 2;
+  for (int x = 0; x < row.count; ++x) {
+    values[x] = between(first[x], first[x + row.repeats], row.shares[x]);
+  }
+}
+
+}  // namespace
+}  // namespace orvanite::ORVANITE_SIMD_TARGET
