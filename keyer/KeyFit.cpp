@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "engine/colour/Encoding.h"
+#include "engine/colour/Power.h"
 #include "keyer/Masks.h"
 #include "keyer/Solve.h"
 
@@ -298,10 +299,9 @@ Trials trialsOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
         const float mixed = t.matte * t.subject[c] + (1 - t.matte) * t.screen[c];
         // Grain is in the codes; its size there says what it is here.
         const float code = look.grain * chance.normal();
-        const float at = mixing == Mixing::codes ? 1.0f
-                         : mixing == Mixing::video
-                             ? 1.25f * std::pow(std::max(mixed, 0.01f), 0.25f)
-                             : 2.2f * std::pow(std::max(mixed, 0.002f), 0.545f);
+        const float at = mixing == Mixing::codes   ? 1.0f
+                         : mixing == Mixing::video ? 1.25f * power(std::max(mixed, 0.01f), 0.25f)
+                                                   : 2.2f * power(std::max(mixed, 0.002f), 0.545f);
         t.colour[c] = std::max(0.0f, mixed + at * code);
       }
       trials.mixes.push_back(t);

@@ -7,6 +7,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "engine/colour/Power.h"
+
 namespace orvanite {
 namespace {
 
@@ -103,12 +105,11 @@ void reduceRow(const Plate& plate, int factor, int row, std::vector<std::uint32_
 
 float codeOfLight(float light) {
   return light <= 0.0031308f ? 12.92f * std::max(light, 0.0f)
-                             : 1.055f * std::pow(light, 1 / 2.4f) - 0.055f;
+                             : 1.055f * power(light, 1 / 2.4f) - 0.055f;
 }
 
 float lightOfCode(float code) {
-  return code <= 0.04045f ? std::max(code, 0.0f) / 12.92f
-                          : std::pow((code + 0.055f) / 1.055f, 2.4f);
+  return code <= 0.04045f ? std::max(code, 0.0f) / 12.92f : power((code + 0.055f) / 1.055f, 2.4f);
 }
 
 Look lookAt(const Plate& plate, Encoding encoding, const RowLoop& rows, int most) {

@@ -12,6 +12,7 @@
 
 #include "base/Error.h"
 #include "engine/colour/Encoding.h"
+#include "engine/colour/Power.h"
 
 namespace orvanite::shot {
 namespace {
@@ -89,14 +90,13 @@ Window placeOf(int width, int height, double aspect, const Window& frame, Fit fi
 float toLight(float value, const std::string& encoding) {
   if (encoding == "linear") return value;
   if (encoding == "log") return toLinear(value, logSpace);
-  return value <= 0.04045f ? value / 12.92f : std::pow((value + 0.055f) / 1.055f, 2.4f);
+  return value <= 0.04045f ? value / 12.92f : power((value + 0.055f) / 1.055f, 2.4f);
 }
 
 float fromLight(float light, const std::string& encoding) {
   if (encoding == "linear") return light;
   if (encoding == "log") return fromLinear(light, logSpace);
-  return light <= 0.0031308f ? light * 12.92f
-                             : std::fma(1.055f, std::pow(light, 1 / 2.4f), -0.055f);
+  return light <= 0.0031308f ? light * 12.92f : std::fma(1.055f, power(light, 1 / 2.4f), -0.055f);
 }
 
 Picture fitted(Picture picture, const Window& place, const Window& frame, const std::string& from,
