@@ -185,11 +185,11 @@ bool BlindKey::see(const Plate& frame, const RowLoop& rows) {
   return true;
 }
 
-bool BlindKey::suits(const Settings& settings) const {
-  if (encoding != encodingOf(settings)) return false;
-  if (!settings.given("screen")) return std::find(set.begin(), set.end(), "screen") != set.end();
+bool BlindKey::suits(const Settings& given) const {
+  if (encoding != encodingOf(given)) return false;
+  if (!given.given("screen")) return std::find(set.begin(), set.end(), "screen") != set.end();
   ScreenHue order;
-  keepOrder(order, settings);
+  keepOrder(order, given);
   return order.primary == screen.primary && order.middle == screen.middle;
 }
 

@@ -56,7 +56,7 @@ struct BlindKey {
 
   /// Whether findKey makes the same estimates of the same plate with these settings. Of all of them
   /// the encoding counts, and the order of the screen's channels where its colour is given.
-  bool suits(const Settings& settings) const;
+  bool suits(const Settings& given) const;
 
   /// This key for another frame: the same numbers, the frame's own mattes; the same clean plate
   /// where it is steady, else the frame's own.

@@ -236,13 +236,10 @@ std::function<Picture()> Shot::beginBackground(int frame, std::function<Window()
     Picture picture = rest ? rest() : from->read(frame, request);
     colours_.background.apply(picture);
     const Window& whole = plate().info().display;
-    const Window place = placeOf(picture.data.width, picture.data.height,
-                                 aspectOf(*from) / aspectOf(plate()), whole, files_.backgroundFit);
     // Between colour spaces the picture is in the working space already.
     const std::string to = encoding().colourspace;
-    picture =
-        fitted(std::move(picture), place, whole, colours_.used ? to : backgroundEncoding_, to);
-    if (depth() != picture.depth) picture = media::atDepth(picture, depth());
+    picture = fitted(picture, aspectOf(*from) / aspectOf(plate()), files_.backgroundFit, whole,
+                     colours_.used ? to : backgroundEncoding_, to, depth());
     picture.samples = samples_;
     return picture;
   };

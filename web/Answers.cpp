@@ -186,6 +186,21 @@ ORVANITE_WEB const char* orvanite_webTake(int role, int width, int height, int d
   });
 }
 
+/// Brings RGBA samples of a picture over a frame as a background, for orvanite_webPixels: sizes,
+/// and bytes of a sample of both.
+ORVANITE_WEB const char* orvanite_webFit(const void* samples, int width, int height, int depth,
+                                         int frameWidth, int frameHeight, int frameDepth) {
+  return guarded([&]() -> json {
+    const auto from = depthOf(depth), to = depthOf(frameDepth);
+    if (!from || !to || width < 1 || height < 1 || frameWidth < 1 || frameHeight < 1) {
+      throw Error(Fault::wrongUse, "picture", "expected samples of 1, 2 or 4 bytes");
+    }
+    shown = fitted(static_cast<const std::byte*>(samples), width, height, *from, frameWidth,
+                   frameHeight, *to);
+    return json::object();
+  });
+}
+
 /// Answers a question by its name and a JSON object. The text lasts until the next call.
 ORVANITE_WEB const char* orvanite_webAsk(const char* name, const char* body) {
   return guarded([&] { return answerTo(name, json::parse(body)); });

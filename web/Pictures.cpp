@@ -9,6 +9,8 @@
 
 #include "apps/view/PageView.h"
 #include "base/Error.h"
+#include "keyer/Fitter.h"
+#include "keyer/Samples.h"
 
 namespace orvanite::web {
 namespace {
@@ -142,6 +144,32 @@ Picture toScreen(const Picture& picture, bool light) {
   const auto* from = reinterpret_cast<const std::uint16_t*>(picture.pixels.data());
   // To the nearest code: v * 255 / 65535 is v / 257.
   for (std::byte& code : result.pixels) code = static_cast<std::byte>((*from++ + 128) / 257);
+  return result;
+}
+
+Picture fitted(const std::byte* samples, int width, int height, Depth depth, int frameWidth,
+               int frameHeight, Depth frameDepth) {
+  const auto encoding = [](Depth of) { return of == Depth::floats ? "linear" : "video"; };
+  Picture result(frameWidth, frameHeight, frameDepth);
+  Fitter fitter(width, height, placeOf(width, height, 1, frameWidth, frameHeight, Fit::fill),
+                frameWidth, frameHeight, encoding(depth), encoding(frameDepth));
+  std::vector<float> line(4 * size(frameWidth));
+  withSampleOf(depth, [&]<class Sample>(std::type_identity<Sample>) {
+    const auto read = [&](int row, float* to) {
+      const auto* const from =
+          reinterpret_cast<const Sample*>(samples) + 4 * size(row) * size(width);
+      // The command's library multiplies by a rounded share, too.
+      const float share = 1 / static_cast<float>(maxOf(depth));
+      std::transform(from, from + 4 * size(width), to,
+                     [share](Sample code) { return static_cast<float>(code) * share; });
+    };
+    for (int y = 0; y < frameHeight; ++y) {
+      fitter.row(y, read, line.data());
+      toWorking(result.pixels.data() + size(y) * result.stride(), frameDepth,
+                reinterpret_cast<const std::byte*>(line.data()), orvanite::Sample::real,
+                line.size());
+    }
+  });
   return result;
 }
 

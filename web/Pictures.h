@@ -79,6 +79,12 @@ Picture part(const Picture& picture, const Window& window);
 Picture toScreen(const Picture& picture, bool light);
 
 /// Takes the transparency out of a picture of bytes.
+/// A picture over all of a frame of another size, at a depth, as the command brings backgrounds
+/// over their plates. Floats are light, codes video. samples  RGBA rows of `depth` bytes a sample,
+/// width x height
+Picture fitted(const std::byte* samples, int width, int height, Depth depth, int frameWidth,
+               int frameHeight, Depth frameDepth);
+
 void makeOpaque(Picture& picture);
 
 /// The pictures by role. Throws Error (wrongUse) for one that does not fit the plate.

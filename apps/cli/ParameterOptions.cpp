@@ -11,8 +11,8 @@
 #include <optional>
 
 #include "keyer/ColourText.h"
+#include "keyer/Fitter.h"
 #include "keyer/Parameters.h"
-#include "shot/Background.h"
 
 namespace orvanite::cli {
 namespace {
@@ -134,7 +134,7 @@ std::vector<std::string> ParameterOptions::recodeColours(Settings& settings) con
     if (!colour) continue;
     if (encoding != "video") {
       for (float& value : *colour) {
-        value = shot::fromLight(shot::toLight(value, "video"), encoding);
+        value = fromLight(toLight(value, "video"), encoding);
       }
       setColour(settings, entry.parameter, *colour);
     }

@@ -160,14 +160,14 @@ std::optional<FrameKeyer::Keyed> FrameKeyer::key(const Settings& given, PageView
     }
     keyer_.render(band);
   }
-  std::optional<MatteMeasure> measure = counted(result);
+  const std::optional<MatteMeasure> measure = counted(result);
   if (!estimates) result = media::placed(std::move(result), asked);
   if (shot::showsColours(settings)) footage_.shot().colours().out.apply(result);
-  if (!estimates) return Keyed{std::move(result), std::move(measure)};
+  if (!estimates) return Keyed{std::move(result), measure};
   whole_.push_front({settings, chequered, frame, divisor, masks,
                      std::make_shared<const media::Picture>(std::move(result))});
   if (whole_.size() > wholeFrames) whole_.pop_back();
-  return Keyed{media::part(*whole_.front().picture, asked), std::move(measure)};
+  return Keyed{media::part(*whole_.front().picture, asked), measure};
 }
 
 }  // namespace orvanite::view

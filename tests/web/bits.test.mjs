@@ -18,6 +18,7 @@ const {Engine} = await load('engine.js');
 const {Answers} = await load('answers.js');
 const {Shot} = await load('shot.js');
 const {decodePng, encodePng} = await load('png.js');
+const {atDepth} = await load('decode.js');
 const module = await WebAssembly.compile(await readFile(path.join(site, 'orvanite.wasm')));
 
 let seed = 1;
@@ -47,6 +48,8 @@ const plateOf = (depth) => picture(width, height, depth, (x, y) => {
   return screen.map((v, c) => v * (1 - held) + ball[c] * held);
 });
 const background = (depth) => picture(width, height, depth, (x, y) => [x / width, 0.3, y / height]);
+// One of another size, with grain, edges and every code in it.
+const sized = (depth, width, height) => picture(width, height, depth, (x, y) => [random(), (x >> 3) % 2, (y * width + x) / (width * height)]);
 const matte = picture(width, height, 1, (x) => { const v = x < 40 ? 1 : Math.max(0, 1 - (x - 40) / 20); return [v, v, v]; });
 
 const screen = {screen: '0.12,0.66,0.21', colourspace: 'video'};
@@ -62,6 +65,10 @@ const cases = [
   ['a cut-out of 16 bits', 2, {}, {...screen, output: 'unpremultiplied', screenRange: '0.2'}],
   ['a composite', 1, {background: background(1)}, {...screen, output: 'composite', bgSaturation: '0.5'}],
   ['a matte in linear light', 1, {}, {...screen, colourspace: 'linear', output: 'matte'}],
+  ['a composite over a smaller background', 1, {background: sized(1, 161, 120)}, {...screen, output: 'composite'}],
+  ['a composite over a larger one of 16 bits', 2, {background: sized(2, 700, 330)}, {...screen, output: 'composite'}],
+  ['8 bits over a higher and narrower one of 16', 1, {background: sized(2, 300, 400)}, {...screen, output: 'composite', lightWrap: '0.5'}],
+  ['16 bits over a smaller one of 8', 2, {background: sized(1, 77, 45)}, {...screen, output: 'composite'}],
   ['mattes beside', 1, {garbage: matte, background: background(1)}, {...screen, output: 'composite'}],
   ['a finish', 1, {background: background(1)}, {...screen, output: 'composite', shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7', islands: '3'}],
   ['drawn masks', 2, {}, {...screen, output: 'unpremultiplied', masks}],
@@ -73,18 +80,23 @@ const cases = [
   ['Auto of 16 bits over a background', 2, {background: background(2)}, null],
 ];
 
-for (const [name, depth, beside, given] of cases) {
+for (const [name, ofPlate, beside, given] of cases) {
   test(`${name} has the bits of the command`, async (t) => {
     const folder = await mkdtemp(path.join(tmpdir(), 'orvanite-web-'));
     t.after(() => rm(folder, {recursive: true}));
     const pictures = {};
-    for (const [role, one] of Object.entries({plate: plateOf(depth), ...beside})) {
+    for (const [role, one] of Object.entries({plate: plateOf(ofPlate), ...beside})) {
       const file = `${role}.png`;
       await writeFile(path.join(folder, file), Buffer.from(await (await encodePng(one, false)).arrayBuffer()));
       pictures[role] = {name: file, picture: await decodePng(new Uint8Array(await readFile(path.join(folder, file))))};
       assert.deepEqual(pictures[role].picture.pixels, one.pixels, 'what is written is what is read');
     }
-    if (depth === 2) for (const one of Object.values(pictures)) assert.equal(one.picture.depth, 2);
+    const depth = Math.max(ofPlate, beside.background?.depth ?? 1);
+    const fitting = await Engine.of(module);
+    for (const one of Object.values(pictures)) {
+      one.picture = one.picture.width === width && one.picture.height === height ? atDepth(one.picture, depth) : fitting.fit(one.picture, {width, height, depth});
+      assert.equal(one.picture.depth, depth);
+    }
     for (const [count, shares] of name === 'a composite' ? [[1, true], [3, false], [3, true]] : [[1, false], [3, true]]) {
       const engines = await Promise.all(Array.from({length: count}, async () => {
         const engine = await Engine.of(module);
@@ -222,6 +234,7 @@ test('what is wrong is said, and the engine goes on', async () => {
       assert.throws(() => engine.ask('given', {settings: {screenRange: text}}), {subject: 'screenRange'});
     }
     assert.equal(engine.ask('given', {settings: {screenRange: ' +1e-1 '}}).screenRange, '0.1');
+    assert.throws(() => engine.fit({...plate, depth: 3}, {width, height, depth: 1}), {subject: 'picture'});
     assert.throws(() => engine.take('background', picture(8, 8, 1, () => [0, 0, 0])), {subject: 'background', message: /322x187.*8x8/});
     assert.throws(() => engine.take('background', {...plate, pixels: plate.pixels.subarray(4)}), {subject: 'background', message: /as many samples/});
     assert.throws(() => engine.ask('masks', {settings: {masks: '{}'}}), {subject: 'masks', message: /expected masks/});

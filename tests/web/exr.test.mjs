@@ -174,6 +174,9 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
   oiiotool(file('holdout.exr'), '--crop', '251x103+20+51', '-o', file('lesshold.exr'));
   oiiotool(file('plate.exr'), '--fullsize', '200x100+17+23', '-o', file('more.exr'));
   oiiotool(file('background.exr'), '--fullsize', '200x100+17+23', '-o', file('morebg.exr'));
+  oiiotool(file('background.exr'), '--resize', '130x97', '-o', file('smallbg.exr'));
+  oiiotool(file('background.exr'), '--resize', '130x97', '--crop', '71x60+11+20', '-o', file('lessbg.exr'));
+  oiiotool(file('codes16.png'), '--resize', '500x300', '-o', file('large.png'));
   oiiotool(file('plate.exr'), '--ch', 'Z=R', file('plate.exr'), '--siappend', '-o', file('part.exr'));
   const green = {screen: '0.0231,0.3674,0.0414'};
   const cases = [
@@ -183,6 +186,9 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
     ['a composite', {plate: 'plate.exr', background: 'background.exr'}, {...green, bgSaturation: '0.5'}],
     ['over codes', {plate: 'deep.exr', background: 'codes.png'}, green],
     ['over 16 bits, a matte of 8', {plate: 'plate.exr', background: 'codes16.png', holdOut: 'codes.png'}, green],
+    ['over a smaller one', {plate: 'plate.exr', background: 'smallbg.exr'}, green],
+    ['over larger codes', {plate: 'plate.exr', background: 'large.png'}, green],
+    ['less than the frame, over less of a smaller one', {plate: 'less.exr', background: 'lessbg.exr'}, green],
     ['mattes beside', {plate: 'plate.exr', background: 'background.exr', garbage: 'garbage.exr', holdOut: 'holdout.exr'}, {...green, holdOutChannel: 'R', garbageChannel: 'R'}],
     ['a finish', {plate: 'plate.exr', background: 'background.exr'}, {...green, shrink: '1.5', soften: '2', lightWrap: '0.5', spill: '0.7'}],
     ['Auto', {plate: 'plate.exr', background: 'background.exr'}, null],
@@ -193,12 +199,15 @@ test('keys of OpenEXR plates have the samples of the command', async (t) => {
     ['more than the frame', {plate: 'more.exr', background: 'morebg.exr'}, green],
     ['a part', {plate: 'part.exr'}, green],
   ];
+  const fitting = await Engine.of(module);
   for (const [name, files, given] of cases) {
     await t.test(name, async () => {
       const pictures = {};
       for (const [role, one] of Object.entries(files)) {
         const picture = await (one.endsWith('.png') ? load('png.js').then(({decodePng}) => decodePng(bytesOf(one))) : opened(one));
-        pictures[role] = {name: one, picture: role === 'background' ? inLight(picture) : atDepth(picture, 4)};
+        const {width, height} = pictures.plate?.picture ?? picture;
+        const sized = picture.width === width && picture.height === height;
+        pictures[role] = {name: one, picture: !sized ? fitting.fit(picture, {width, height, depth: 4}) : role === 'background' ? inLight(picture) : atDepth(picture, 4)};
       }
       for (const [count, shares] of name === 'a composite' || name === 'a finish' ? [[1, false], [3, true]] : [[2, true]]) {
         const engines = await Promise.all(Array.from({length: count}, async () => {

@@ -5,6 +5,7 @@
 //   SITE=folder and what tests/apps/view/program.mjs asks for
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
+import {copyFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, test} from 'node:test';
 import {browse, drawPlate, program, readPng} from '../apps/view/program.mjs';
@@ -156,6 +157,18 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   assert.match(line, / --masks plate-masks\.json /);
   execFileSync(program, line.split(' ').slice(1), {cwd: files.folder});
   assert.deepEqual((await render(page)).pixels, readPng(join(files.folder, 'key.png')).pixels);
+
+  // A background of another size covers the plate's frame, by an engine.
+  copyFileSync(drawPlate('--size', '500x300').background, files.background);
+  await page.click('#openPictures');
+  await Promise.all([page.waitForEvent('load'), page.setInputFiles('#open input[type=file] >> nth=1', files.background)]);
+  await page.waitForFunction(() => /was 500×300: it was brought to the plate's size/.test(document.getElementById('told').textContent));
+  await page.waitForFunction(() => /clear [1-9]/.test(document.getElementById('counts').textContent));
+  const over = line.replace(' --masks', ' --bg background.png --masks').replace('--output=unpremultiplied', '--output=composite');
+  assert.notEqual(over, line);
+  execFileSync(program, over.split(' ').slice(1), {cwd: files.folder});
+  assert.deepEqual((await render(page)).pixels, readPng(join(files.folder, 'key.png')).pixels);
+  assert.deepEqual(page.problems, []);
 });
 
 test('an OpenEXR plate is keyed in linear light, and rendered as such a file', async () => {

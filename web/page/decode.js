@@ -22,28 +22,12 @@ export async function decode(file) {
 
 async function byBrowser(file) {
   const bitmap = await createImageBitmap(file, {colorSpaceConversion: 'none', premultiplyAlpha: 'none'});
-  const pixels = drawn(bitmap, bitmap.width, bitmap.height, 0, 0, bitmap.width, bitmap.height);
+  const context = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d', {willReadFrequently: true});
+  context.drawImage(bitmap, 0, 0);
+  const pixels = new Uint8Array(context.getImageData(0, 0, bitmap.width, bitmap.height).data.buffer);
   let hasAlpha = false;
   for (let i = 3; i < pixels.length && !hasAlpha; i += 4) hasAlpha = pixels[i] !== 255;
   return {width: bitmap.width, height: bitmap.height, depth: 1, hasAlpha, pixels};
-}
-
-function drawn(image, width, height, ...place) {
-  const context = new OffscreenCanvas(width, height).getContext('2d', {willReadFrequently: true});
-  context.imageSmoothingQuality = 'high';
-  context.drawImage(image, ...place);
-  return new Uint8Array(context.getImageData(0, 0, width, height).data.buffer);
-}
-
-/** A background over all of a frame of another size: its middle, scaled by the browser in 8 bits. */
-export async function covering(picture, width, height) {
-  const codes = picture.depth === 2 ? Uint8ClampedArray.from(picture.pixels, (code) => Math.round(code / 257))
-    : new Uint8ClampedArray(picture.pixels.buffer);
-  const bitmap = await createImageBitmap(new ImageData(codes, picture.width, picture.height));
-  const scale = Math.max(width / picture.width, height / picture.height);
-  const [w, h] = [picture.width * scale, picture.height * scale];
-  const pixels = drawn(bitmap, width, height, (width - w) / 2, (height - h) / 2, w, h);
-  return {width, height, depth: 1, hasAlpha: picture.hasAlpha, pixels};
 }
 
 // Of a video-encoded code in 0..1, as sRGB has it.

@@ -16,6 +16,8 @@ export class Refused extends Error {
   }
 }
 
+const samplesOf = (bytes, depth) => depth === 4 ? new Float32Array(bytes.buffer) : depth === 2 ? new Uint16Array(bytes.buffer) : bytes;
+
 export class Engine {
   /** Of a compiled WebAssembly module. */
   static async of(module) {
@@ -84,6 +86,18 @@ export class Engine {
     return to;
   }
 
+  /** A background's picture over all of a frame {width, height, depth}, as the command fits it. */
+  fit(picture, {width, height, depth}) {
+    const {pixels, ...rest} = picture;
+    const at = this.room(new Uint8Array(pixels.buffer, pixels.byteOffset, pixels.byteLength));
+    try {
+      this.said(this.exports.orvanite_webFit(at, picture.width, picture.height, picture.depth, width, height, depth));
+    } finally {
+      this.exports.orvanite_webFree(at);
+    }
+    return {...rest, width, height, depth, own: undefined, pixels: samplesOf(this.pixels(4 * width * height * depth), depth)};
+  }
+
   /** A view as a screen shows it, as renders ask for it: the answer with `pixels`, opaque RGBA. */
   show(request, room) {
     const header = this.ask('show', request);
@@ -94,8 +108,7 @@ export class Engine {
   /** A window of a view at the pictures' own depth; beyond `within`, where it is given, a finish sees nothing. */
   key(settings, view, window, within) {
     const header = this.ask('key', {settings, view, window, within});
-    const bytes = this.pixels(4 * header.width * header.height * header.depth);
-    header.pixels = header.depth === 4 ? new Float32Array(bytes.buffer) : header.depth === 2 ? new Uint16Array(bytes.buffer) : bytes;
+    header.pixels = samplesOf(this.pixels(4 * header.width * header.height * header.depth), header.depth);
     return header;
   }
 }

@@ -3,8 +3,9 @@
 // Opens pictures by dialog, drop or paste. The browser keeps the files, so that a reload or a
 // restart finds the same page; they stay on this machine.
 import {clipOf, patternOf} from './clip.js';
-import {atDepth, covering, inLight} from './decode.js';
+import {atDepth, inLight} from './decode.js';
 import {areMasks, shapesOf, textOf} from './shapes.js';
+import {callsOf} from './workers.js';
 
 const roles = {
   plate: ['Plate', 'What to key: before a screen of one colour'],
@@ -181,8 +182,25 @@ function listen(files) {
   });
 }
 
+// Brings pictures of a clip over the plate's frame, by an engine of its own; that of a still goes when it is done.
+function fitterFor(clip, frame) {
+  let worker = null, ask;
+  return async (picture) => {
+    if (!worker) {
+      worker = new Worker('worker.js', {type: 'module'});
+      ask = callsOf(worker, 'The engine could not be started in this browser.');
+    }
+    const fitted = await ask('fit', picture, frame);
+    if (!clip.isShot) {
+      worker.terminate();
+      worker = null;
+    }
+    return fitted;
+  };
+}
+
 // What brings a role's pictures together with the plate's, whose first is `plate`; says what that is.
-function fitFor(role, name, first, plate, depth, said) {
+function fitFor(role, {name, clip, picture: first}, plate, depth, said) {
   const {width, height} = plate;
   const ofLight = plate.depth === 4;
   if (first.depth === 4 && !ofLight) throw new Error(`${name}: an OpenEXR picture goes beside an OpenEXR plate: orvanite takes it beside others`);
@@ -190,16 +208,13 @@ function fitFor(role, name, first, plate, depth, said) {
   if (covers) {
     const sizes = `${width}\u00d7${height}, found ${first.width}\u00d7${first.height}`;
     if (role !== 'background') throw new Error(`${name}: expected the plate's size, ${sizes}`);
-    if (first.depth === 4) throw new Error(`${name}: expected the plate's size, ${sizes}: orvanite fits OpenEXR backgrounds`);
-    said.push(`The background was ${first.width}\u00d7${first.height}: the browser brought it to the plate's size.`);
+    said.push(`The background was ${first.width}\u00d7${first.height}: it was brought to the plate's size.`);
   }
   if (ofLight && role === 'cleanPlate') throw new Error(`${name}: a clean plate goes beside plates of 8 or 16 bits`);
   const lights = ofLight && first.depth !== 4 && role === 'background';
   if (lights) said.push(`${name} was brought to linear light, as the plate is.`);
-  return async (picture) => {
-    const sized = covers ? await covering(picture, width, height) : picture;
-    return atDepth(lights ? inLight(sized) : sized, depth);
-  };
+  if (covers) return fitterFor(clip, {width, height, depth});
+  return async (picture) => atDepth(lights ? inLight(picture) : picture, depth);
 }
 
 async function picturesOf(files) {
@@ -216,7 +231,7 @@ async function picturesOf(files) {
     const plate = pictures.plate.picture;
     const depth = Math.max(plate.depth, pictures.background?.picture.depth ?? 1);
     for (const [role, one] of Object.entries(pictures)) {
-      one.fit = fitFor(role, one.name, one.picture, plate, depth, said);
+      one.fit = fitFor(role, one, plate, depth, said);
       one.picture = await one.fit(one.picture);
     }
     return {pictures, said};
