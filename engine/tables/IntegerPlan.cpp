@@ -262,6 +262,7 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
     }
     plan.plateIsLine =
         plan.workIsLine && areLines(e.keyTable, max, e.keyFactor) && sumsFit(e.keyTable, max);
+    plan.bounds = boundsOf(e, *depth);
     plan.fg.keysFit = true;
     if (!plan.plateIsLine && !packKeyed(*depth, e.fgLinear, e.keyTable, plan.fg)) return;
   }
@@ -308,6 +309,10 @@ void update(const QMXOrvaniteTable& e, int changes, IntegerPlan& plan) {
   plan.screenScale = e.screenScale;
   if (e.refEnabled == 0 && !screenFollows(e, plan.screenScale)) return;
   if (!clipFollows(e, plan)) return;
+  plan.screen = {};
+  if (e.refEnabled == 0) {
+    plan.screen = findSureScreen(e, plan.bounds, static_cast<int>(plan.clipLow));
+  }
   const int flat[3] = {e.bgColourWork[0], e.bgColourWork[1], e.bgColourWork[2]};
   plan.usable = areWorking(e.screenWork) && areWorking(e.replaceWork) && areWorking(flat);
   if (plan.usable && e.refEnabled != 0 && e.refMax == max) {

@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "base/Depth.h"
+#include "engine/tables/SureScreen.h"
 
 struct QMXOrvaniteTable;
 
@@ -60,6 +61,9 @@ struct IntegerPlan {
   bool plateIsLine = false;       // and keyTable engine.keyFactor * light, and fg.keysFit
   bool backgroundIsLine = false;  // bgTable 16383 * light
   bool outputIsLine = false;      // outputTable max * (working value / 16383)
+
+  TableBounds bounds;
+  SureScreen screen;  // none beside a clean plate
 
   bool saturationFits[2] = {};  // the matrix's sums of products fit 32 bits
 

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The integer kernel on whole vectors of pixels, stage by stage over a block: look up the plate,
-// key it, sort vectors into pure foreground, pure background and mixed ones, and give each kind
-// the work that it needs. Stages are loops of their own: one long loop would wait on itself.
+// key it, sort vectors into pure foreground, pure background, solid and mixed ones, and give each
+// kind the work that it needs. Stages are loops of their own: one long loop would wait on itself.
 //
 // Read kernels/QMXOrvaniteRender.h first: the same steps, one pixel at a time.
 #pragma once
 
 #include "engine/kernels/simd/IntegerLookups.h"
+#include "engine/kernels/simd/IntegerScreen.h"
 
 namespace orvanite::ORVANITE_SIMD_TARGET {
 
@@ -37,6 +38,8 @@ class IntegerKernel {
     // A matte of 0 leaves no colour to saturate, unless the view mixes nothing.
     showsBackground_ =
         view_ == View::unpremultiplied ? !saturates_[0] : !showsMatte(view_) && !saturates_[1];
+    showsSolid_ = showsPure_ && view_ != View::unpremultiplied;
+    passesScreen_ = p_.screen.any && showsBackground_ && view_ != View::unpremultiplied;
     for (std::size_t c = 0; c < 3; ++c) {
       if constexpr (sizeof(T) == 1) {
         output_[c] = p_.outputCodes[p_.sameOutput[c]];
@@ -51,14 +54,19 @@ class IntegerKernel {
   }
 
   void operator()(const Block<T>& block) {
+    mixed_.count = solid_.count = pureFg_.count = pureBg_.count = 0;
+    if (passesScreen_) {
+      passScreen(block);
+    } else if (open_.count * shortLanes() != block.pixels) {
+      openAll(block);
+    }
     if (p_.plateIsLine) {
       computeLine(block);
     } else {
-      lookUpKeyed(block.fg, p_.fg, 0, block.pixels, fg_);
+      lookUpOpen(block);
     }
     if (!p_.fg.keysFit) limitKeys(e_, block.fg, block.pixels, fg_);
     if (choices_.ref) lookUpKeyed(block.ref, p_.ref, 0, block.pixels, ref_);
-    mixed_.count = pureFg_.count = pureBg_.count = 0;
     keyVectors(block);
     if (showsMatte(view_)) return;
     const bool graded = !p_.gradeIsIdentity;
@@ -68,6 +76,7 @@ class IntegerKernel {
     if (view_ == View::composite && !p_.backgroundIsLine) lookUpBackground(block);
     if (mixes) mixVectors(block);
     writeColours(block, mixed_, graded && !mixes);
+    writeColours(block, solid_, graded);
     writeForeground(block);
     writeBackground(block);
   }
@@ -122,12 +131,43 @@ class IntegerKernel {
     return s;
   }
 
+  void openAll(const Block<T>& block) {
+    open_.count = 0;
+    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) open_.add(i, true);
+  }
+
+  /// Passes what is surely screen and not held; leaves the others open.
+  HWY_NOINLINE void passScreen(const Block<T>& block) {
+    const ScreenLimits limits(p_.screen, block.fg.alphaFirst);
+    open_.count = 0;
+    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+      const bool sure = limits.hold(block.fg.at + 4 * i) &&
+                        (block.hold == nullptr || areZero(hn::LoadU(u16Tag, block.hold + i)));
+      open_.add(i, !sure);
+      if (!sure) continue;
+      block.ahead.fetch(i);
+      passBackground(block, i);
+    }
+  }
+
+  /// Looks the plate up in runs of open vectors.
+  void lookUpOpen(const Block<T>& block) {
+    const std::size_t lanes = shortLanes();
+    for (std::size_t n = 0; n < open_.count;) {
+      const std::size_t first = open_.at[n];
+      std::size_t end = first;
+      for (; n < open_.count && open_.at[n] == end; ++n) end += lanes;
+      lookUpKeyed(block.fg, p_.fg, first, end - first, fg_);
+    }
+  }
+
   /// What lookUpKeyed would bring, where the plate's tables are lines. A stage of its own for the
   /// same reason as the others.
   HWY_NOINLINE void computeLine(const Block<T>& block) {
     const Floats factor[3] = {floats(e_.keyFactor[0]), floats(e_.keyFactor[1]),
                               floats(e_.keyFactor[2])};
-    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+    for (std::size_t n = 0; n < open_.count; ++n) {
+      const std::size_t i = open_.at[n];
       const Keyed k = keyedLine<T>(loadSamples(block.fg, i), factor);
       for (std::size_t c = 0; c < 3; ++c) hn::Store(k.colour[c], u16Tag, line_[c] + i);
       hn::Store(k.key, u16Tag, line_[3] + i);
@@ -158,7 +198,8 @@ class IntegerKernel {
   template <bool line, bool ref, bool hold>
   HWY_NOINLINE void keyVectors(const Block<T>& block) {
     const Constants k = constants();
-    for (std::size_t i = 0; i < block.pixels; i += shortLanes()) {
+    for (std::size_t n = 0; n < open_.count; ++n) {
+      const std::size_t i = open_.at[n];
       block.ahead.fetch(i);
       keyVector<line, ref, hold>(block, k, i);
     }
@@ -244,9 +285,11 @@ class IntegerKernel {
     // Where the colour shows whatever its matte, it has to be black too.
     const U16 rest = view_ == View::unpremultiplied ? hn::Or(shown, largest) : shown;
     const bool bg = !fg && showsBackground_ && areZero(rest);
+    const bool solid = !fg && showsSolid_ && areZero(hn::Xor(shown, shorts(4096)));
     pureFg_.add(i, fg);
     pureBg_.add(i, bg);
-    mixed_.add(i, !fg && !bg);
+    solid_.add(i, solid);
+    mixed_.add(i, !fg && !bg && !solid);
     if (sizeof(T) == 2 && fg) {
       for (std::size_t c = 0; c < 3; ++c) hn::Store(plate.colour[c], u16Tag, colour_[c] + i);
     }
@@ -277,25 +320,6 @@ class IntegerKernel {
                        hn::IfThenZeroElse(hn::Or(clear, solid), statusCode<T>(shown)),
                        hn::IfThenElseZero(solid, full), matteCode<T>(shown)};
     storeSamples(s, block.dstAlphaFirst, block.dst + 4 * i);
-  }
-
-  /// A saturation matrix over three vectors, in 32-bit lanes.
-  HWY_INLINE void saturate(const int (&matrix)[3][3], U16 (&v)[3]) const {
-    const EvenOdd in[3] = {split(v[0]), split(v[1]), split(v[2])};
-    const auto row = [](const int(&m)[3], Words a, Words b, Words c) {
-      const auto product = [](int k, Words x) {
-        return hn::Mul(hn::Set(i32Tag, k), hn::BitCast(i32Tag, x));
-      };
-      const auto sum = hn::Add(hn::Add(product(m[0], a), product(m[1], b)),
-                               hn::Add(product(m[2], c), hn::Set(i32Tag, 2048)));
-      const auto limited =
-          hn::Min(hn::Max(hn::ShiftRight<12>(sum), hn::Zero(i32Tag)), hn::Set(i32Tag, 16383));
-      return hn::BitCast(wordTag, limited);
-    };
-    for (std::size_t c = 0; c < 3; ++c) {
-      v[c] = join(row(matrix[c], in[0].even, in[1].even, in[2].even),
-                  row(matrix[c], in[0].odd, in[1].odd, in[2].odd));
-    }
   }
 
   HWY_NOINLINE void grade(const Places& places) {
@@ -452,12 +476,15 @@ class IntegerKernel {
   bool saturates_[2];
   bool showsPure_;           // where no pixel has any screen, the plate is what shows
   bool showsBackground_;     // where none has a matte, what lies behind
+  bool showsSolid_;          // where the matte is full, the colour without what lies behind
+  bool passesScreen_;        // and that of some pixels is told from their codes
   const Output* output_[3];  // of working values
   const Output* graded_[3];  // of working values before the grade
   const std::uint16_t* grade_[3];
   const std::int16_t* background_[3];
 
-  Places mixed_, pureFg_, pureBg_;
+  Places open_;  // vectors that the look-ups have to tell of
+  Places mixed_, solid_, pureFg_, pureBg_;
   KeyedBuffer<T> fg_, ref_;
   KeyedBuffer<std::uint8_t> bg_;
   HWY_ALIGN std::uint16_t line_[4][blockPixels];  // computed: working values and the key

@@ -232,6 +232,25 @@ HWY_INLINE U16 mix(U16 matte, U16 over, U16 under) {
   return hn::Add(under, multiplyRound15(share, hn::Sub(under, over)));
 }
 
+/// A saturation matrix over three vectors, in 32-bit lanes.
+HWY_INLINE void saturate(const int (&matrix)[3][3], U16 (&v)[3]) {
+  const EvenOdd in[3] = {split(v[0]), split(v[1]), split(v[2])};
+  const auto row = [](const int(&m)[3], Words a, Words b, Words c) {
+    const auto product = [](int k, Words x) {
+      return hn::Mul(hn::Set(i32Tag, k), hn::BitCast(i32Tag, x));
+    };
+    const auto sum = hn::Add(hn::Add(product(m[0], a), product(m[1], b)),
+                             hn::Add(product(m[2], c), hn::Set(i32Tag, 2048)));
+    const auto limited =
+        hn::Min(hn::Max(hn::ShiftRight<12>(sum), hn::Zero(i32Tag)), hn::Set(i32Tag, 16383));
+    return hn::BitCast(wordTag, limited);
+  };
+  for (std::size_t c = 0; c < 3; ++c) {
+    v[c] = join(row(matrix[c], in[0].even, in[1].even, in[2].even),
+                row(matrix[c], in[0].odd, in[1].odd, in[2].odd));
+  }
+}
+
 /// Matte code to key units: (4096 * code + max / 2) / max, truncated.
 template <class T>
 HWY_INLINE U16 matteKey(U16 code) {
