@@ -47,7 +47,7 @@ float rangeOfClip(const BlindKey& key) {
 
 void makeMattes(BlindKey& key, const Look& look, const KeyRegions& regions) {
   key.garbage = key.wishes.garbage ? garbageMatte(look, key.plate, regions) : Plane();
-  key.holdOut = key.wishes.holdOut ? holdOutMatte(look, key.plate, regions) : Plane();
+  key.holdOut = key.wishes.holdOut && !key.clear ? holdOutMatte(look, key.plate, regions) : Plane();
 }
 
 /// Halfway from a colour to grey of its light: what the hold-out matte puts back where it keeps a
@@ -129,8 +129,10 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
   } else if (wishes.mixing && key.mixing == Mixing::video) {
     key.mixing = key.vote.mixing;
   }
+  key.clear = isClear(look, key.plate, regions);
   makeMattes(key, look, regions);
-  key.numbers = fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing);
+  key.numbers = key.clear ? clearNumbers
+                          : fitKey(look, key.screen, key.plate, regions, key.holdOut, key.mixing);
 
   Settings& to = key.settings;
   const bool inLight = key.encoding == Encoding::light;
@@ -202,6 +204,7 @@ BlindKey BlindKey::carriedTo(const Plate& frame, const RowLoop& rows) const {
   key.mixing = mixing;
   key.vote = vote;
   key.numbers = numbers;
+  key.clear = clear;
   key.lead = lead;
   key.encoding = encoding;
   key.wishes = wishes;

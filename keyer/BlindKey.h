@@ -39,6 +39,7 @@ struct BlindKey {
   ScreenPlate plate;   // the clean plate, at the size at which the plate was looked at
   Plane holdOut;       // 1 holds; at that size; empty: none
   Plane garbage;       // 1 cuts; likewise
+  bool clear = false;  // whether the subject shows the screen nearly everywhere
   float lead = 0;      // how far the frames' colour is led by their light, 0..1
   bool steady = true;  // whether one clean plate serves all frames that were seen
 

@@ -37,6 +37,10 @@ struct KeyNumbers {
   float clip = 0;  // how much of the matte's ends becomes 0 and 1
 };
 
+/// Those for a subject that shows the screen nearly everywhere: as little as can be is asked of
+/// what would be its solid parts.
+inline constexpr KeyNumbers clearNumbers{.balance = 0.5f, .gain = 0, .clip = 0.01f};
+
 /// What a key of these numbers makes of one pixel.
 struct KeyedPixel {
   float matte = 0;

@@ -54,6 +54,9 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
 
 namespace {
 
+// Of the texture of what is clear, in the mean.
+constexpr double smooth = 0.05;
+
 float ramp(float v, float from, float to) {
   return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
 }
@@ -95,6 +98,26 @@ Plane pureAround(const Look& look, const KeyRegions& regions) {
 }
 
 }  // namespace
+
+// Well inside: nothing that lies at an edge mixes there.
+bool isClear(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
+  constexpr float apart = 4;  // pixels from screen
+  const Plane within = distanceWithin(regions.screen, apart, look.rows);
+  std::vector<std::size_t> mixed;  // what may well show some screen, and some of itself
+  std::size_t inside = 0, mostly = 0;
+  for (std::size_t i = 0; i < within.size(); ++i) {
+    if (regions.inside[i] == 0 || within[i] <= apart) continue;
+    const float share = regions.calmShare[i];
+    ++inside;
+    mostly += share > 0.5f;
+    if (share > 0.2f && share < 0.85f) mixed.push_back(i);
+  }
+  if (2 * mostly <= inside || mixed.empty()) return false;
+  const Plane texture = textureOf(look, plate, regions);
+  double sum = 0;
+  for (const std::size_t i : mixed) sum += static_cast<double>(texture[i]);
+  return sum < smooth * static_cast<double>(mixed.size());
+}
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
 // a green leaf. What shows more than half screen may be glass, and stays, unless it is too rough

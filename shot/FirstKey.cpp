@@ -61,7 +61,11 @@ std::string FirstKey::decided() const {
   text += blind->steady ? ", beside one clean plate" : ", beside a clean plate for each frame";
   if (blind->lead > 0) text += ", colour led by light";
   if (blind->wishes.garbage) text += ", sure screen cut";
-  if (blind->wishes.holdOut) text += ", sure subject held";
+  if (blind->clear) {
+    text += ", nothing held: the subject is clear like glass";
+  } else if (blind->wishes.holdOut) {
+    text += ", sure subject held";
+  }
   return text;
 }
 

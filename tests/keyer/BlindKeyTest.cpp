@@ -185,6 +185,30 @@ TEST(BlindKey, LeavesGlassAndAVeilAsClearAsTheyAre) {
   }
 }
 
+TEST(BlindKey, MakesNothingSolidOfASubjectThatIsClearAllOver) {
+  // A ball of glass with two spots of light in it, which hold a quarter of the screen.
+  const auto ball = disc(80, 60, 46, 3), spot = disc(66, 40, 14, 4), other = disc(96, 84, 12, 4);
+  const auto matte = [&](int x, int y) {
+    return ball(x, y) * (0.3f + 0.45f * std::max(spot(x, y), other(x, y)));
+  };
+  for (const Rgb& screen : {green, dull, teal}) {
+    Composed plate;
+    plate.screen = [&](int, int) { return screen; };
+    plate.subject = [](int, int) { return Rgb{0.8f, 0.8f, 0.84f}; };
+    plate.matte = matte;
+    plate.grain = 0.012f;
+    Canvas canvas = plate.on(2);
+    const BlindKey key = findKey(canvas.plate(), video());
+    EXPECT_TRUE(key.clear);
+    Canvas out = keyed(key, canvas);
+    double off = 0;
+    for (int y = 40; y < 80; ++y) {
+      for (int x = 60; x < 100; ++x) off += std::abs(matteAt(out, x, y) - matte(x, y)) / 1600.0;
+    }
+    EXPECT_LT(off, 0.1) << screen[0];
+  }
+}
+
 TEST(BlindKey, CutsTheGrainOfWhatIsSurelyScreen) {
   Composed plate;
   plate.screen = [](int, int) { return dull; };
