@@ -94,7 +94,8 @@ class Instance {
   InstanceParameters parameters_;
   EnginePool engines_;
   FrameKeyers frames_;
-  Latest<std::array<std::string, 3>, BlindKey> estimates_;  // by pixels, encoding and mixing
+  // By pixels, encoding, mixing and the order of the screen's channels.
+  Latest<std::array<std::string, 4>, BlindKey> estimates_;
   std::mutex reportLock_;
   std::string reported_;  // under reportLock_
   std::mutex matteLock_;

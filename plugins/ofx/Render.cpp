@@ -133,6 +133,14 @@ std::string pixelsOf(const Plate& plate) {
   return std::to_string(hash) + " of " + std::to_string(plate.width);
 }
 
+// How a given screen colour orders the channels: its estimates are those of no other order.
+std::string orderOf(const Settings& settings) {
+  if (!settings.given("screen")) return {};
+  const ScreenHue hue = hueOfColour(
+      {settings.number("screen", 0), settings.number("screen", 1), settings.number("screen", 2)});
+  return std::to_string(hue.primary) + std::to_string(hue.middle);
+}
+
 }  // namespace
 
 std::shared_ptr<const BlindKey> Instance::estimatesOf(const WindowJob& job, const Image& image,
@@ -141,7 +149,8 @@ std::shared_ptr<const BlindKey> Instance::estimatesOf(const WindowJob& job, cons
   const PlateCopy copy(*job.fg);
   const std::string identity = image.identity();
   const std::array from = {identity.empty() ? pixelsOf(copy.plate) : identity,
-                           settings.text("colourspace"), settings.text("estimate")};
+                           settings.text("colourspace"), settings.text("estimate"),
+                           orderOf(settings)};
   return estimates_.get(from, [&]() -> std::shared_ptr<const BlindKey> {
     try {
       return std::make_shared<BlindKey>(orvanite::findKey(copy.plate, settings));

@@ -147,6 +147,36 @@ TEST(OfxEstimates, OfAPressedAutoKeyEveryTileAsTheWholeFrameIs) {
   }
 }
 
+// An instance whose screen colour has changed keys like one that never had another.
+TEST(OfxEstimates, FollowTheOrderOfTheScreensChannels) {
+  Layout layout;
+  layout.depth = 1;
+  auto plate = unevenPlate(layout);
+  layout.bounds = frame;
+  const auto keyedBy = [&](const std::vector<const char*>& screens) {
+    auto dst = std::make_shared<HostImage>(layout);
+    Loaded loaded({}, filter);
+    connect(*loaded.effect, "Source", plate);
+    connect(*loaded.effect, "Output", dst);
+    Settings settings;
+    settings.setText("estimate", "codes");
+    settings.setText("output", "matte");
+    for (const char* screen : screens) {
+      settings.setText("screen", screen);
+      give(*loaded.effect, settings);
+      if (screen == screens.front()) loaded.create();
+      EXPECT_EQ(loaded.host.render(*loaded.effect, frame), ofx::ok);
+    }
+    return Rows(*dst).bytes;
+  };
+  const char* const green = "0.15,0.65,0.22";
+  const char* const red = "0.65,0.15,0.22";
+  const auto byGreen = keyedBy({green}), byRed = keyedBy({red});
+  EXPECT_NE(byGreen, byRed);
+  EXPECT_EQ(keyedBy({red, green}), byGreen);
+  EXPECT_EQ(keyedBy({green, red}), byRed);
+}
+
 // A frame that shows no screen, a fade for instance, is keyed by its numbers alone.
 TEST(OfxEstimates, AreLeftOutOfAFrameWithoutAScreen) {
   std::mt19937 random(8);
