@@ -5,6 +5,7 @@
 #include "engine/tables/SureScreen.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <utility>
 
@@ -93,8 +94,9 @@ TableBounds boundsOf(const QMXOrvaniteTable& e, Depth depth) {
         least = bounds.leastKey[c][upper - 1];
         most = bounds.mostWork[c][upper - 1];
       }
-      const std::int16_t* const key = e.keyTable[c] + upper * step;
-      const std::int16_t* const work = e.fgLinear[c] + upper * step;
+      const std::ptrdiff_t first = std::ptrdiff_t{step} * upper;
+      const std::int16_t* const key = e.keyTable[c] + first;
+      const std::int16_t* const work = e.fgLinear[c] + first;
       for (int i = 0; i < step; ++i) {
         least = std::min(least, key[i]);
         most = std::max(most, work[i]);
