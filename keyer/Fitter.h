@@ -25,11 +25,13 @@ enum class Fit {
 /// pixels are beside those of the frame, 1 for the same.
 Box placeOf(int width, int height, double aspect, int frameWidth, int frameHeight, Fit fit);
 
-/// Light of an encoding's values ("linear", "log" or "video"), and back. Log is the keyer's own;
-/// video is taken as sRGB (IEC 61966-2-1), which pictures to put behind something are made for.
+/// Light of an encoding's values ("linear", "log" or "video"). Log is the keyer's own; video is
+/// taken as sRGB (IEC 61966-2-1), which pictures to put behind something are made for.
 float toLight(float value, const std::string& encoding);
+/// And back.
 float fromLight(float light, const std::string& encoding);
 
+/// Brings one picture over frames, one row after the other.
 class Fitter {
  public:
   /// Hands over a row of the picture: as many RGBA floats as it is wide.
