@@ -206,6 +206,11 @@ void MovieDecoder::check(AVFrame& frame, int place) const {
 
 void MovieDecoder::failPastTheEnd(int number) const {
   const int last = index_.count();
+  if (last == 0) {
+    throw Error(Fault::failure, path_,
+                "expected frames, found none that are whole" +
+                    (index_.cutOff.empty() ? "" : "; " + index_.cutOff));
+  }
   const double end =
       static_cast<double>(index_.timeOf(last) - index_.times.front()) * av_q2d(stream().time_base) +
       1 / av_q2d(index_.rate);

@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string>
 #include <string_view>
 
+#include "base/Error.h"
 #include "media/FileBytes.h"
 
 namespace orvanite::media {
@@ -210,9 +212,26 @@ PicturePromise ofTiff(FileBytes& file) {
   return result;
 }
 
+// A list of channels, each a name, a kind of number and twelve bytes more: over a kind that there
+// is not the library ends the program.
+void checkChannels(FileBytes& file, u64 at, u64 end, const std::string& path) {
+  constexpr u64 kinds = 3;  // whole, half, float
+  while (at < end && file.one(at) != 0) {
+    const std::size_t name = file.text(at, 256).find('\0');
+    if (name == std::string::npos) return;
+    const u64 kind = file.four(at + name + 1);
+    if (kind >= kinds) {
+      throw Error(Fault::failure, path,
+                  "broken: expected channels of whole, half or float numbers, found kind " +
+                      std::to_string(kind));
+    }
+    at += name + 1 + 16;
+  }
+}
+
 // The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
 // library takes memory for them before it reads any.
-PicturePromise ofOpenExr(FileBytes& file) {
+PicturePromise ofOpenExr(FileBytes& file, const std::string& path) {
   constexpr u64 hasParts = 0x1000;
   file.big = false;
   const bool parts = (file.four(4) & hasParts) != 0;
@@ -231,6 +250,8 @@ PicturePromise ofOpenExr(FileBytes& file) {
     if (length == 0) break;
     at = length + 4 + file.four(length);
     result.bytes = at;
+    if (file.text(type, 7) == std::string_view("chlist", 7))
+      checkChannels(file, length + 4, at, path);
   }
   return result;
 }
@@ -293,7 +314,7 @@ PicturePromise promiseOf(const std::string& path, const std::string& format) {
   if (format == "pnm") return ofPnm(file);
   if (format == "png") return ofPng(file);
   if (format == "tiff") return ofTiff(file);
-  if (format == "openexr") return ofOpenExr(file);
+  if (format == "openexr") return ofOpenExr(file, path);
   if (format == "webp") return ofWebp(file);
   if (format == "jpeg2000") return ofJpeg2000(file);
   if (format == "heif") return ofHeif(file);

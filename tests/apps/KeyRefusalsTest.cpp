@@ -60,6 +60,12 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   ASSERT_NE(bytes.find(type), std::string::npos);
   tiles.seekp(static_cast<std::streamoff>(bytes.find(type) + type.size() + 4));
   tiles << std::string("\0\x40\0\0\0\x20\0\0", 8) << std::flush;
+  // Its first channel holds numbers of a kind that there is not.
+  std::string kinds = contents(folder / "fg.exr");
+  const std::size_t channels = kinds.find(std::string("chlist", 7));
+  ASSERT_NE(channels, std::string::npos);
+  kinds[channels + 7 + 4 + 2] = 3;  // behind four bytes of length and the name "B"
+  std::ofstream(folder / "kinds.exr") << kinds;
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
@@ -103,6 +109,8 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@unzipped.png -o @out.png", 1, "unzipped.png: broken near row 0"},
       {"@cut.exr -o @out.png", 1, "cut.exr: broken near row"},
       {"@cut.exr -o @out.png --save-preset @out.json --save-script @out.orv", 1, "broken near row"},
+      {"@kinds.exr -o @out.png", 1,
+       "expected channels of whole, half or float numbers, found kind 3"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
       {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
