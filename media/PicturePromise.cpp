@@ -250,7 +250,7 @@ PicturePromise ofOpenExr(FileBytes& file, const std::string& path) {
     if (length == 0) break;
     at = length + 4 + file.four(length);
     result.bytes = at;
-    if (file.text(type, 7) == std::string_view("chlist", 7))
+    if (file.text(type, 7) == std::string_view("chlist\0", 7))
       checkChannels(file, length + 4, at, path);
   }
   return result;
