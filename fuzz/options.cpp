@@ -97,14 +97,20 @@ void readFiles(const Words& words) {
   if (!parsed(reading.words(), again, none) || again.words() != reading.words()) std::abort();
 }
 
-// At each frame nothing moves, and every number is one that the parameter takes.
+// At each frame nothing moves, and every number is one that the parameter takes, but for those that
+// the engine holds.
 void readFrames(const Settings& settings) {
   for (const double frame : {-1e9, 0.0, 1.0, 2.5, 24.0, 1e9}) {
     const Settings now = settings.at(frame);
     if (now.moves()) std::abort();
     Settings again;
     for (const orvanite::Parameter& parameter : orvanite::parameters()) {
-      again.setText(parameter.name, now.text(parameter.name));
+      const auto take = [&] { again.setText(parameter.name, now.text(parameter.name)); };
+      if (parameter.plugs[0].empty()) {
+        take();
+      } else {
+        allowed(take);
+      }
     }
     now.screenProblem();
   }

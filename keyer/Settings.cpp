@@ -263,10 +263,18 @@ void Settings::expectStill() const {
 
 Settings Settings::at(double frame) const {
   Settings still = *this;
-  for (Value& value : still.values_) {
+  for (std::size_t i = 0; i < still.values_.size(); ++i) {
+    Value& value = still.values_[i];
+    const Parameter& parameter = parameters()[i];
     for (std::size_t c = 0; c < value.curves.size(); ++c) {
-      if (value.curves[c]) value.numbers[c] = valueAt(value.curves[c], frame);
+      if (!value.curves[c]) continue;
+      value.numbers[c] = valueAt(value.curves[c], frame);
       value.curves[c] = {};
+      // Between keys a smooth curve may leave the range that they lie in. The engine holds its own
+      // parameters, as it does for the node.
+      if (parameter.plugs[0].empty()) {
+        value.numbers[c] = std::clamp(value.numbers[c], parameter.low, parameter.high);
+      }
     }
   }
   return still;

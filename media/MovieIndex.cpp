@@ -303,11 +303,26 @@ std::optional<MovieIndex> tableOf(MovieInput& input, int stream) {
 
 }  // namespace
 
+namespace {
+
+// Differences of times are taken all over: they have to fit.
+void checkTimes(const MovieIndex& index, const std::string& path) {
+  constexpr std::int64_t farthest = std::int64_t{1} << 60;
+  for (const std::int64_t time : {index.times.front(), index.times.back()}) {
+    if (time >= -farthest && time <= farthest) continue;
+    throw Error(Fault::failure, path,
+                "broken: expected times of frames within 2^60 of 0, found " + std::to_string(time));
+  }
+}
+
+}  // namespace
+
 MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path,
                           AVRational asked) {
   const AVStream& video = *input->streams[stream];
   if (auto table = tableOf(input, stream)) {
     const auto missing = table->promised - static_cast<int>(table->times.size());
+    checkTimes(*table, path);
     takeRate(*table, video, asked, path);
     table->promised = table->count() + missing;
     table->cutOff = cutOffIn(path, input->iformat->name, 0);
@@ -327,7 +342,9 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
     if (time != AV_NOPTS_VALUE) {
       lastEnd =
-          std::max(lastEnd, static_cast<double>(time + packet->duration) * av_q2d(base) - start);
+          std::max(lastEnd, (static_cast<double>(time) + static_cast<double>(packet->duration)) *
+                                    av_q2d(base) -
+                                start);
     }
     if (packet->stream_index == stream && (packet->flags & AV_PKT_FLAG_DISCARD) == 0) {
       if (time == AV_NOPTS_VALUE ||
@@ -352,6 +369,7 @@ MovieIndex MovieIndex::of(MovieInput& input, int stream, const std::string& path
   std::sort(index.keys.begin(), index.keys.end(),
             [](const Key& a, const Key& b) { return a.time < b.time; });
   if (index.keys.empty()) index.keys.push_back({index.times.front(), index.times.front()});
+  checkTimes(index, path);
   takeRate(index, video, asked, path);
   index.cutOff = cutOffIn(path, input->iformat->name, lastByte);
   if (index.cutOff.empty() && read != AVERROR_EOF) index.cutOff = movieProblem(read);

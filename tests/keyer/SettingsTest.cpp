@@ -162,6 +162,16 @@ TEST(Settings, NumbersMoveByCurvesAndStandStillAtAFrame) {
   EXPECT_FALSE(settings.moves("screenRange"));
 }
 
+// A smooth curve through 0, 0 and 3 dips below 0 between the first two.
+TEST(Settings, NumbersOfTheFinishStayInTheirRangeBetweenKeys) {
+  Settings settings;
+  settings.setText("soften", "smooth(time, 1@0, 2@0, 9@3)");
+  for (double frame = 1; frame <= 9; frame += 0.25) {
+    EXPECT_GE(settings.at(frame).number("soften"), 0) << frame;
+  }
+  EXPECT_GT(settings.at(5).number("soften"), 0);
+}
+
 TEST(Settings, RefusesWhatIsNoValueAndSaysWhatWasExpected) {
   struct Case {
     const char* name;
