@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "apps/view/Door.h"
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -62,20 +61,19 @@ void Door::admitNew() {
 }
 
 void Door::run() {
-  std::vector<pollfd> watched;
   for (;;) {
     {
       const std::lock_guard lock(mutex_);
       if (closing_) return;
     }
-    watched.assign(1, {wake_, POLLIN, 0});
-    for (const Caller& caller : callers_) watched.push_back({caller.socket, POLLIN, 0});
+    watched_.assign(1, {wake_, POLLIN, 0});
+    for (const Caller& caller : callers_) watched_.push_back({caller.socket, POLLIN, 0});
     int wait = -1;
     if (!callers_.empty()) {
       const auto left = std::chrono::ceil<milliseconds>(callers_.front().until - Clock::now());
       wait = static_cast<int>(std::max(left, milliseconds(0)).count());
     }
-    if (::poll(watched.data(), watched.size(), wait) < 0) continue;
+    if (::poll(watched_.data(), watched_.size(), wait) < 0) continue;
 
     const Clock::time_point now = Clock::now();
     std::size_t kept = 0;
@@ -83,13 +81,13 @@ void Door::run() {
       Caller& caller = callers_[i];
       if (caller.until <= now) {
         ::close(caller.socket);
-      } else if (watched[i + 1].revents == 0 || stays(caller)) {
+      } else if (watched_[i + 1].revents == 0 || stays(caller)) {
         if (kept != i) callers_[kept] = std::move(caller);
         ++kept;
       }
     }
     callers_.erase(callers_.begin() + static_cast<std::ptrdiff_t>(kept), callers_.end());
-    if (watched[0].revents != 0) {
+    if (watched_[0].revents != 0) {
       eventfd_t count = 0;
       ::eventfd_read(wake_, &count);
       admitNew();

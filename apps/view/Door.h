@@ -5,6 +5,8 @@
 // Knows POSIX sockets only.
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -64,6 +66,7 @@ class Door {
   std::vector<int> new_;         // under mutex_
   bool closing_ = false;         // under mutex_
   std::vector<Caller> callers_;  // the thread's own; the oldest stands first
+  std::vector<pollfd> watched_;  // by the thread: what wakes it, and the callers
   std::thread thread_;
 };
 
