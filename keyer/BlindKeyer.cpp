@@ -72,7 +72,8 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, Depth de
   showsColours_ = output != "matte" && output != "status";
   used_ = inputs;
   used_.reference = true;
-  used_.holdOut = (inputs.holdOut || key.wishes.holdOut) && settings.toggle("useHoldOutMatte");
+  const bool holds = inputs.holdOut || (key.wishes.holdOut && !key.clear);
+  used_.holdOut = holds && settings.toggle("useHoldOutMatte");
   used_.garbage = (inputs.garbage || key.wishes.garbage) && settings.toggle("useGarbageMatte");
   Settings keyed = inKeyedValues(settings, decodes, full);
   keyed.setText("colourspace", mixing == Mixing::video ? "video"

@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <string>
 #include <string_view>
 
-#include "base/Error.h"
 #include "media/FileBytes.h"
 
 namespace orvanite::media {
@@ -212,26 +210,22 @@ PicturePromise ofTiff(FileBytes& file) {
   return result;
 }
 
-// A list of channels, each a name, a kind of number and twelve bytes more: over a kind that there
-// is not the library ends the program.
-void checkChannels(FileBytes& file, u64 at, u64 end, const std::string& path) {
+// Whether a list of channels, each a name, a kind of number and twelve bytes more, has kinds that
+// there are: over others the library ends the program.
+bool kindsAreKnown(FileBytes& file, u64 at, u64 end) {
   constexpr u64 kinds = 3;  // whole, half, float
   while (at < end && file.one(at) != 0) {
     const std::size_t name = file.text(at, 256).find('\0');
-    if (name == std::string::npos) return;
-    const u64 kind = file.four(at + name + 1);
-    if (kind >= kinds) {
-      throw Error(Fault::failure, path,
-                  "broken: expected channels of whole, half or float numbers, found kind " +
-                      std::to_string(kind));
-    }
+    if (name == std::string::npos) break;
+    if (file.four(at + name + 1) >= kinds) return false;
     at += name + 1 + 16;
   }
+  return true;
 }
 
 // The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
 // library takes memory for them before it reads any.
-PicturePromise ofOpenExr(FileBytes& file, const std::string& path) {
+PicturePromise ofOpenExr(FileBytes& file) {
   constexpr u64 hasParts = 0x1000;
   file.big = false;
   const bool parts = (file.four(4) & hasParts) != 0;
@@ -250,8 +244,10 @@ PicturePromise ofOpenExr(FileBytes& file, const std::string& path) {
     if (length == 0) break;
     at = length + 4 + file.four(length);
     result.bytes = at;
-    if (file.text(type, 7) == std::string_view("chlist\0", 7))
-      checkChannels(file, length + 4, at, path);
+    if (file.text(type, 7) == std::string_view("chlist\0", 7) &&
+        !kindsAreKnown(file, length + 4, at)) {
+      result.fault = "its channels hold numbers of a kind that there is not";
+    }
   }
   return result;
 }
@@ -314,7 +310,7 @@ PicturePromise promiseOf(const std::string& path, const std::string& format) {
   if (format == "pnm") return ofPnm(file);
   if (format == "png") return ofPng(file);
   if (format == "tiff") return ofTiff(file);
-  if (format == "openexr") return ofOpenExr(file, path);
+  if (format == "openexr") return ofOpenExr(file);
   if (format == "webp") return ofWebp(file);
   if (format == "jpeg2000") return ofJpeg2000(file);
   if (format == "heif") return ofHeif(file);

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -18,6 +17,7 @@
 #include "media/JpegSegments.h"
 #include "media/Orientation.h"
 #include "media/PictureFormats.h"
+#include "media/PictureLayer.h"
 #include "media/PicturePromise.h"
 #include "media/QuietPng.h"
 
@@ -33,10 +33,6 @@ constexpr std::int64_t tilePixelLimit = std::int64_t{1} << 22;
 
 // How far from the origin windows may lie, so that no sum of their edges leaves an int.
 constexpr int farthest = 1 << 24;
-
-// What renderers call the layer that is the picture itself.
-constexpr std::array<const char*, 7> pictureLayers{"rgba",    "rgb",       "beauty", "combined",
-                                                   "primary", "composite", "main"};
 
 // Of one read: large enough for OpenEXR's largest compressed blocks (256 rows), small beside a
 // picture.
@@ -57,83 +53,8 @@ Samples samplesOf(const OIIO::TypeDesc& type) {
   }
 }
 
-bool sameLetters(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::toupper(static_cast<unsigned char>(x)) ==
-           std::toupper(static_cast<unsigned char>(y));
-  });
-}
-
-int indexOf(const std::vector<std::string>& channels, std::string_view name) {
-  const auto found = std::find_if(channels.begin(), channels.end(), [name](const std::string& one) {
-    return sameLetters(one, name);
-  });
-  return found == channels.end() ? -1 : static_cast<int>(found - channels.begin());
-}
-
 // Of a file's parts no more are looked at.
 constexpr int partLimit = 1000;
-
-// A part's channels that make colours, and how sure that is.
-struct Layer {
-  int red = 0, green = 0, blue = 0, alpha = -1;
-  int rank = 0;      // 4 plain R, G, B; 3 a layer named for the picture; 2 grey; 1 another layer
-  std::string name;  // empty: plain channels
-  bool luminanceChroma = false;
-};
-
-// The layer of a name, of rank 0 where it is not there; or, without one, the best of all.
-Layer layerOf(const std::vector<std::string>& channels, const OIIO::ImageSpec& spec,
-              const std::string& wanted) {
-  Layer layer;
-  const auto take = [&](const std::string& prefix, int rank) {
-    const int red = indexOf(channels, prefix + "R");
-    const int green = indexOf(channels, prefix + "G");
-    const int blue = indexOf(channels, prefix + "B");
-    if (red < 0 || green < 0 || blue < 0 || rank <= layer.rank) return;
-    layer.red = red;
-    layer.green = green;
-    layer.blue = blue;
-    layer.alpha = indexOf(channels, prefix + "A");
-    layer.rank = rank;
-    layer.name = prefix.empty() ? "" : prefix.substr(0, prefix.size() - 1);
-  };
-  if (!wanted.empty()) {
-    take(wanted + ".", 4);
-    return layer;
-  }
-  take("", 4);
-  if (layer.rank == 0) {
-    layer.luminanceChroma = indexOf(channels, "RY") >= 0 && indexOf(channels, "BY") >= 0;
-    const int grey = indexOf(channels, "Y");
-    for (const std::string& channel : channels) {
-      const std::size_t dot = channel.rfind('.');
-      if (dot == std::string::npos || !sameLetters(channel.substr(dot + 1), "R")) continue;
-      const std::string name = channel.substr(0, dot);
-      const std::size_t inner = name.rfind('.');
-      const std::string last = inner == std::string::npos ? name : name.substr(inner + 1);
-      const bool picture = std::any_of(std::begin(pictureLayers), std::end(pictureLayers),
-                                       [&](const char* one) { return sameLetters(last, one); });
-      if (picture || grey < 0) take(name + ".", picture ? 3 : 1);
-    }
-    if (layer.rank < 2 && grey >= 0) {
-      layer.red = layer.green = layer.blue = grey;
-      layer.rank = 2;
-      layer.name.clear();
-      layer.alpha = indexOf(channels, "A");
-    }
-  }
-  if (layer.rank == 0) {
-    const bool three = spec.nchannels >= 3;
-    layer.green = three ? 1 : 0;
-    layer.blue = three ? 2 : 0;
-    layer.alpha = spec.alpha_channel >= 0 ? spec.alpha_channel : indexOf(channels, "A");
-  } else if (layer.alpha < 0 && layer.name.empty()) {
-    layer.alpha = spec.alpha_channel;
-  }
-  if (layer.alpha >= spec.nchannels) layer.alpha = -1;
-  return layer;
-}
 
 // "0 'rgba' (R, G, B, A)"
 std::string textOf(const PartInfo& part, int number) {
@@ -337,7 +258,7 @@ std::string PictureReader::layerIn(const PartInfo& part) const {
 
 void PictureReader::chooseLayer() {
   const OIIO::ImageSpec& spec = *spec_;
-  const Layer layer = layerOf(info_.channels, spec, layerIn({info_.part, info_.channels}));
+  const PictureLayer layer = layerOf(info_.channels, spec, layerIn({info_.part, info_.channels}));
   info_.layer = layer.name;
   if (layer.luminanceChroma) {
     fail("expected channels R, G and B, found luminance and chroma (Y, RY, BY); convert it first");
