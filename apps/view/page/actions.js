@@ -83,8 +83,10 @@ export class Actions {
     return from === undefined ? '' : from === to ? `frame ${from}: ` : `frames ${from} to ${to}: `;
   }
 
+  /** What was told of an earlier click goes with the next: it is not taken for this one's answer. */
   onClick(button, work) {
     button.addEventListener('click', async () => {
+      this.tell('');
       try { await work(); } catch (error) { this.tell(error.message); }
     });
   }

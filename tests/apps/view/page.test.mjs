@@ -83,6 +83,8 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
 test('the command keys beside estimates with what is set here alone, whichever channel leads', async () => {
   const files = drawPlate('--size', '480x270');
   const {page} = await open([files.plate, '--screen', '0.1,0.5,0.1']);
+  // A slow server: what was told of the last command is not taken for this one's.
+  await page.route('**/command', async (route) => { await page.waitForTimeout(500); await route.continue(); });
   for (const screen of ['0.16,0.63,0.23', '0.16,0.23,0.63']) {
     const before = await page.evaluate((text) => {
       location.hash = `screen=${text}&estimate=light&colourspace=video&output=unpremultiplied&view=output`;
