@@ -22,18 +22,19 @@ export class Actions {
       download(new Blob([text], {type: 'application/json'}), `${stem}-key.json`);
       this.tell(`Saved ${stem}-key.json.`);
     });
-    const saveMasks = async () => {
-      const text = await askText('masks', {settings: state.settings});
+    const saveMasks = async (settings) => {
+      const text = await askText('masks', {settings});
       download(new Blob([text], {type: 'application/json'}), `${stem}-masks.json`);
     };
     this.onClick(this.saveMasks, async () => {
-      await saveMasks();
+      await saveMasks(state.settings);
       this.tell(`Saved ${stem}-masks.json.`);
     });
     this.onClick(this.copyCommand, async () => {
       if (!state.settings.masks) { await this.copy('command', 'Command copied.'); return; }
-      await this.copy('command', `Command copied, and ${stem}-masks.json saved: start it where that file is.`, `${stem}-masks.json`);
-      await saveMasks();
+      const settings = {...state.settings};  // both of the click's, whatever is changed meanwhile
+      const copied = await this.copy('command', `Command copied, and ${stem}-masks.json saved: start it where that file is.`, `${stem}-masks.json`);
+      if (copied) await saveMasks(settings);
     });
     this.copyScript.hidden = state.description.script === false;
     this.onClick(this.copyScript, () => this.copy('script', 'Script copied.'));
@@ -93,8 +94,11 @@ export class Actions {
 
   tell(text) { this.told.textContent = text; }
 
+  // Of several that are asked for, the last one stands on the clipboard, whenever its answer comes. Whether this is it.
   async copy(what, done, name) {
+    const asked = this.copying = {};
     const text = await askText(what, {settings: this.state.settings, name});
+    if (this.copying !== asked) return false;
     try {
       await navigator.clipboard.writeText(text);
       this.tell(done);
@@ -102,21 +106,30 @@ export class Actions {
       // Without the clipboard the text is at least there to be marked.
       this.tell(text);
     }
+    return true;
   }
 
   async start(name) {
-    await ask('job', {settings: this.state.settings, ...this.frames(), name});
+    if (this.starting) return;
+    this.starting = true;
+    try {
+      await ask('job', {settings: this.state.settings, ...this.frames(), name});
+    } finally {
+      this.starting = false;
+    }
     await this.follow(name);
   }
 
   // A render that was going on before the page was loaded again.
   async resume(name) {
-    try {
-      if ((await ask('job')).state === 'running') await this.follow(name);
-    } catch { /* told of by the picture's own requests */ }
+    const job = await ask('job').catch(() => ({}));  // told of by the picture's own requests
+    if (job.state !== 'running') return;
+    try { await this.follow(name); } catch (error) { this.tell(error.message); }
   }
 
   async follow(name) {
+    if (this.following) return;
+    this.following = true;
     this.running(true);
     this.progress.removeAttribute('value');
     this.done.textContent = '';
@@ -133,6 +146,7 @@ export class Actions {
         await new Promise((done) => setTimeout(done, jobMilliseconds));
       }
     } finally {
+      this.following = false;
       this.running(false);
     }
   }

@@ -104,6 +104,7 @@ async function start() {
       waiting[slot]?.();
       waiting[slot] = on ? busy.begin('Keying', {after: patienceMilliseconds, stop: () => {
         renders.stop();
+        opened();
         fail({subject: 'server', message: 'Stopped: the picture is of older settings. Any change keys again.'});
       }}) : null;
     },
@@ -244,10 +245,12 @@ async function start() {
         ? 'Now Matte (2): raise Screen range until the screen is black there. Then Composite (5).'
         : 'This is neither a green nor a blue: if it was not the screen, press S and click again.');
     }
-    state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')});
+    const {side, frame} = colours;
+    state.set({[target]: colours.median.map((value) => String(Number(Number(value).toFixed(4)))).join(',')}, {side, frame});
     if (target !== 'screen') return;
-    const {coverage} = await ask('coverage', {settings: state.settings, frame: state.frame}).catch(() => ({}));
-    if (coverage !== undefined) picker.remark(colours.count, `${Math.round(100 * coverage)} % of the frame has this hue.`);
+    const said = picker.said();
+    const {coverage} = await ask('coverage', {settings: state.sides[side], frame}).catch(() => ({}));
+    if (coverage !== undefined) picker.remark(said, `${Math.round(100 * coverage)} % of the frame has this hue.`);
   });
   const goToPlace = () => { if (state.place !== null) stage.place = state.place; };
   addEventListener('hashchange', goToPlace);
@@ -291,9 +294,12 @@ async function start() {
     try {
       const found = await ask('auto', {settings: state.settings, frame: state.frame}, search.signal);
       auto = null;
+      end();
       picker.stop();
       state.choose(found.settings);
+      const chosen = state.committed;
       await renders.idle(0);  // its words go with its picture
+      if (state.committed !== chosen) return;
       const next = !description.files.background ? ' Open adds a background.' : '';
       picker.advise(`Screen found on ${Math.round(100 * found.coverage)} % of the frame; Undo takes it back. Matte (2) shows what stays, Composite (5) the result.${next}`);
     } catch (error) {

@@ -72,6 +72,9 @@ export class Opener {
   /** Opens files as a role; none: what is there goes. */
   async take(role, files) {
     const giving = new AbortController();
+    // The file that was read last is the one that counts, whenever its answer comes.
+    if (isText(role)) this.reading?.abort();
+    if (isText(role)) this.reading = giving;
     const end = this.busy.begin('Opening', {stop: () => giving.abort()});
     try {
       if (isText(role)) {
@@ -95,6 +98,7 @@ export class Opener {
       }
       server.reopen();
     } catch (error) {
+      if (isText(role) && this.reading !== giving) return;
       const words = giving.signal.aborted ? 'Stopped: nothing was opened.'
         : error.subject && error.subject !== 'server' ? `${error.subject}: ${error.message}` : error.message;
       if (!this.dialog.open) this.show(null);

@@ -14,6 +14,8 @@ export class Picker extends EventTarget {
     Object.assign(this, {stage, state, box, hint});
     this.target = null;
     this.samples = [];
+    this.round = 0;           // how often the eyedropper came out
+    this.given = new Map();   // by colour parameter: the round that gave it last
     this.from = null;
     stage.element.addEventListener('pointerdown', (event) => this.begin(event));
     stage.element.addEventListener('pointermove', (event) => this.drag(event));
@@ -27,23 +29,34 @@ export class Picker extends EventTarget {
     addEventListener('keydown', (event) => { if (event.key === 'Escape') this.stop(); });
   }
 
-  /** Says what to do next, for a while. */
+  /** Says what to do next, for a while; not over what is said of a tool that is in the hand. */
   advise(text) {
+    if (!this.hint.hidden && !this.isAdvice()) return;
+    this.advice = text;
     this.hint.textContent = text;
     this.hint.hidden = false;
-    clearTimeout(this.advice);
-    this.advice = setTimeout(() => { if (!this.target) this.hint.hidden = true; }, adviceMilliseconds);
+    clearTimeout(this.rest);
+    this.rest = setTimeout(() => this.hush(), adviceMilliseconds);
   }
 
-  /** Puts a word about so many samples before what is said of them, as long as it is. */
-  remark(count, text) {
-    if (count === this.samples.length && !this.hint.hidden) this.hint.textContent = `${text} ${this.hint.textContent}`;
+  isAdvice() { return Boolean(this.advice) && this.hint.textContent.endsWith(this.advice); }
+
+  /** What is said now, and of which samples. */
+  said() {
+    const {samples, hint: {hidden, textContent}} = this;
+    return {samples, count: samples.length, words: hidden ? '' : textContent};
+  }
+
+  /** Puts a word before what was said, as long as that is what is said. */
+  remark(before, text) {
+    const now = this.said();
+    if (before.words && Object.keys(now).every((name) => now[name] === before[name])) this.hint.textContent = `${text} ${now.words}`;
   }
 
   /** Takes advice back that is no longer of use. */
   hush() {
-    if (!this.target && this.advice) this.hint.hidden = true;
-    clearTimeout(this.advice);
+    if (this.isAdvice()) this.hint.hidden = true;
+    clearTimeout(this.rest);
     this.advice = null;
   }
 
@@ -58,6 +71,7 @@ export class Picker extends EventTarget {
   start(target, label, more = 'Shift takes several. Esc ends.') {
     this.target = target;
     this.samples = [];
+    ++this.round;
     this.stage.picking = true;
     this.stage.element.classList.add('picking', 'aiming');
     this.hint.textContent = `Click ${label} in the picture, or drag a box over it. ${more}`;
@@ -108,16 +122,19 @@ export class Picker extends EventTarget {
     this.from = null;
     this.box.hidden = true;
     if (area[2] < 1 || area[3] < 1) return;  // beside the picture
-    const {samples} = this;
+    const {samples, round, state: {frame, side}} = this;
     if (!more) this.stop();
     try {
-      const colours = await ask('colours', {frame: this.state.frame, window: area});
+      const colours = await ask('colours', {frame, window: area});
+      // Whoever took the eyedropper out again meanwhile may have a newer colour already.
+      if (this.given.get(target) > round) return;
+      this.given.set(target, round);
       // The mean of all that were taken since the eyedropper came out, on whatever frames.
       samples.push(colours.median);
       colours.median = colours.median.map((unused, c) => samples.reduce((sum, one) => sum + one[c], 0) / samples.length);
-      if (more && this.target) this.hint.textContent = `${samples.length} taken together. Shift and click: one more. A click: the last one. Esc ends.`;
+      if (more && this.target && round === this.round) this.hint.textContent = `${samples.length} taken together. Shift and click: one more. A click: the last one. Esc ends.`;
       colours.last = !more;
-      colours.count = samples.length;
+      Object.assign(colours, {frame, side});
       this.dispatchEvent(new CustomEvent('picked', {detail: {target, colours}}));
     } catch (error) {
       this.dispatchEvent(new CustomEvent('failed', {detail: error}));

@@ -57,7 +57,10 @@ export class Pins {
         try {
           const values = await ask('probe', {settings: job.settings, view: job.view === 'veil' ? 'matte' : job.view, frame: job.frame, x, y, slot: job.slot});
           this.values.set(`${x},${y}`, this.words(x, y, values));
-        } catch { /* settings that cannot key are told of elsewhere */ }
+        } catch {
+          // Why is told of elsewhere; what an earlier picture had there is not left standing.
+          this.values.delete(`${x},${y}`);
+        }
       }
       this.paint();
     } while (this.again);

@@ -15,7 +15,7 @@ export class Renders {
   /**
    * visible()    the part of the plate on screen and its scale: {x, y, width, height, scale}
    * show(slot, picture)   puts a picture on screen
-   * fail(error)  shows what is wrong; null: nothing is
+   * fail(error)  shows what is wrong; null: nothing is, in any slot
    * waits(slot, on)  a slot begins or ends to wait for pictures
    */
   constructor(description, {visible, show, fail, waits}) {
@@ -31,7 +31,10 @@ export class Renders {
     const state = this.slots[slot];
     state.what = what;
     clearTimeout(state.rest);
-    if (!what) return;
+    if (!what) {
+      if (state.wrong) this.tell(slot, null);
+      return;
+    }
     if (moving) {
       this.queue(slot, this.job(slot, what, true));
       state.rest = setTimeout(() => this.queue(slot, this.job(slot, what, false)), restMilliseconds);
@@ -46,19 +49,31 @@ export class Renders {
       if (!state.what) return;
       clearTimeout(state.rest);
       state.rest = setTimeout(() => {
-        const job = this.job(slot, state.what, false);
-        if (!state.last || !this.covers(state.last, job)) this.queue(slot, job);
+        // What is on its way counts: it takes the place of the last one.
+        const last = state.next ?? (state.busy ? state.job : state.last);
+        if (!this.covers(last)) this.queue(slot, this.job(slot, state.what, false));
       }, restMilliseconds);
     });
   }
 
-  covers(last, job) {
-    const [x, y, w, h] = job.window;
-    const [lx, ly, lw, lh] = last.window;
-    return !last.proxy && last.divisor <= job.divisor && lx <= x && ly <= y && lx + lw >= x + w && ly + lh >= y + h;
+  /** Whether a picture holds what is seen of the plate, as fine as that is seen. */
+  covers(job) {
+    if (!job || job.moving) return false;
+    const {window: [x, y, w, h], divisor} = this.extent(false);
+    const [left, top, width, height] = job.window;
+    return job.divisor <= divisor && left <= x && top <= y && left + width >= x + w && top + height >= y + h;
   }
 
   job(slot, what, moving) {
+    const {window, divisor} = this.extent(moving);
+    return {
+      ...what, slot, window, divisor, proxy: moving && divisor > 1, moving,
+      measured: slot === 0, page: this.page, number: ++this.number,
+    };
+  }
+
+  /** What to ask for of the plate as it is seen now. */
+  extent(moving) {
     const {width, height} = this.description;
     const part = this.visible();
     // The screen needs no finer picture than this.
@@ -77,10 +92,7 @@ export class Renders {
     }
     window[0] -= window[0] % divisor;
     window[1] -= window[1] % divisor;
-    return {
-      ...what, slot, window, divisor, proxy: moving && divisor > 1, moving,
-      measured: slot === 0, page: this.page, number: ++this.number,
-    };
+    return {window, divisor};
   }
 
   queue(slot, job) {
@@ -110,17 +122,22 @@ export class Renders {
     }
   }
 
-  // A veil is the plate under its matte; the plate does not change with the settings.
-  async ask(job, signal) {
+  // A veil is the plate under its matte; the plate does not change with the settings. Each slot has its own.
+  async ask(state, job, signal) {
     if (job.view !== 'veil') return askPicture(job, signal);
     const {frame, window, divisor, proxy} = job;
     const key = JSON.stringify([frame, window, divisor, proxy]);
-    if (this.plateKey !== key) {
-      this.plate = await askPicture({...job, settings: {}, view: 'plate', measured: false, page: `${this.page}-plate`}, signal);
-      this.plateKey = key;
+    if (state.plate?.key !== key) {
+      state.plate = {key, picture: await askPicture({...job, settings: {}, view: 'plate', measured: false, page: `${this.page}-plate`}, signal)};
     }
     const {bands, pixels, ...header} = await askPicture({...job, view: 'matte'}, signal);
-    return {...header, pixels: veiled(this.plate.pixels, pixels)};
+    return {...header, pixels: veiled(state.plate.picture.pixels, pixels)};
+  }
+
+  // What is wrong in one slot is not put right by the other's picture.
+  tell(slot, error) {
+    this.slots[slot].wrong = error;
+    this.fail(error ?? this.slots[1 - slot].wrong ?? null);
   }
 
   async run(slot) {
@@ -135,12 +152,12 @@ export class Renders {
       state.abort = new AbortController();
       try {
         const {moving, ...body} = job;
-        const picture = await this.ask(body, state.abort.signal);
+        const picture = await this.ask(state, body, state.abort.signal);
         picture.job = job;
         const taken = performance.now() - start;
         if (moving) this.adapt(job, taken);
         state.last = job;
-        this.fail(null);
+        this.tell(slot, null);
         if (state.what) {
           state.shown = job;
           this.show(slot, picture);
@@ -151,7 +168,7 @@ export class Renders {
           await new Promise((done) => setTimeout(done, 100));
           state.next ??= job;
         } else if (error.status !== 409) {
-          this.fail(error);
+          this.tell(slot, state.what && error);
         }
       }
     }

@@ -26,27 +26,32 @@ export class Scope {
 
   get kind() { return this.select.value; }
 
-  /** Looks at the frame that is shown, if it is another one. */
+  /** Looks at the frame that is shown, if it is another one. An answer that a later question overtook is dropped. */
   async refresh() {
     const {frame} = this.state;
     if (this.kind === 'matte') return;
+    const number = ++this.number;
     if (this.frame !== frame) {
       const {width, height} = this.description;
       const divisor = Math.min(16, Math.max(1, Math.ceil(Math.sqrt(width * height / wantedPixels))));
+      let plate = null;
       try {
-        this.plate = await askPicture({settings: {}, view: 'plate', frame, divisor, proxy: true, window: [0, 0, width, height],
-          measured: false, slot: 0, page: this.page, number: ++this.number});
-        this.frame = frame;
-      } catch { return; /* told of by the picture's own requests */ }
+        plate = await askPicture({settings: {}, view: 'plate', frame, divisor, proxy: true, window: [0, 0, width, height],
+          measured: false, slot: 0, page: this.page, number});
+      } catch { /* told of by the picture's own requests; nothing is drawn rather than another frame */ }
+      if (number !== this.number) return;
+      this.plate = plate;
+      this.frame = plate && frame;
     }
     this.draw();
   }
 
   draw() {
     const {canvas, kind} = this;
-    if (kind === 'matte' || !this.plate) return;
+    if (kind === 'matte') return;
     const [width, height] = [canvas.clientWidth, canvas.clientHeight].map((side) => Math.max(1, Math.round(side * devicePixelRatio)));
     Object.assign(canvas, {width, height});
+    if (!this.plate) return;
     const context = canvas.getContext('2d');
     const image = context.createImageData(width, height);
     const dot = (x, y, [r, g, b], weight) => {

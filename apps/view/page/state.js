@@ -3,7 +3,7 @@
 // What the page shows and with which settings. All of it stands in the address, and the changes
 // that can be undone stand in the browser's record of the address: a reload loses nothing.
 
-import {keyedText, moves, reshaped, withKey, withoutKey} from './curves.js';
+import {isKeyed, moves, reshaped, textAt, withKey, withoutKey} from './curves.js';
 import {centreOf} from './nudge.js';
 
 const historyLimit = 200;
@@ -52,27 +52,25 @@ export class State extends EventTarget {
 
   /**
    * A value in force at the frame that is shown; what the server said of those that follow the
-   * screen or lie between keys counts.
+   * screen counts.
    */
   text(name) {
     const given = this.settings[name];
-    if (moves(given)) {
-      return keyedText(given, this.frame, this.parameter(name).values) ?? this.inForce?.[name] ??
-          this.parameter(name).standard;
-    }
+    if (moves(given)) return textAt(given, this.frame, this.parameter(name));
     return given ?? this.inForce?.[name] ?? this.parameter(name).standard;
   }
 
   /**
    * Changes settings on their way: `null` resets, a value of what moves is a key at the frame that
-   * is shown. Nothing to undo until `commit`.
+   * is shown. Nothing to undo until `commit`. Elsewhere: at the frame and on the side that are given.
    */
-  change(texts) {
+  change(texts, {frame, side} = this) {
+    const settings = this.sides[side];
     for (const [name, text] of Object.entries(texts)) {
-      const now = this.settings[name];
-      if (text === null) delete this.settings[name];
-      else if (moves(now) && !moves(text)) this.settings[name] = withKey(now, this.frame, numbers(text, this.parameter(name).values));
-      else this.settings[name] = text;
+      const now = settings[name];
+      if (text === null) delete settings[name];
+      else if (moves(now) && !moves(text)) settings[name] = withKey(now, frame, numbers(text, this.parameter(name).values));
+      else settings[name] = text;
     }
     this.tell('settings', {moving: true});
   }
@@ -92,7 +90,7 @@ export class State extends EventTarget {
   /** Whether a parameter moves, and has a key at the frame that is shown. */
   keyed(name) {
     const text = this.settings[name];
-    return {moves: moves(text), here: moves(text) && keyedText(text, this.frame, this.parameter(name).values) !== null};
+    return {moves: moves(text), here: moves(text) && isKeyed(text, this.frame, this.parameter(name).values)};
   }
 
   /** Sets a key at the frame that is shown, or takes it away. */
@@ -110,8 +108,8 @@ export class State extends EventTarget {
     if (moves(this.settings[name])) this.set({[name]: reshaped(this.settings[name])});
   }
 
-  set(texts) {
-    this.change(texts);
+  set(texts, where) {
+    this.change(texts, where);
     this.commit();
   }
 

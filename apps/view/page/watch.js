@@ -10,8 +10,7 @@ const byId = (id) => document.getElementById(id);
 let shown = {number: 0, index: 0, names: ''};
 let chosen = 0;
 
-async function show(state) {
-  const index = Math.min(chosen, state.pictures.length - 1);
+async function show(index) {
   const {pixels} = await askPicture({index});
   const canvas = byId('picture');
   canvas.width = pixels.width;
@@ -26,7 +25,7 @@ function offer(names) {
     const button = document.createElement('button');
     button.setAttribute('role', 'radio');
     button.textContent = name;
-    button.addEventListener('click', () => { chosen = i; shown.number = 0; });
+    button.addEventListener('click', () => { chosen = i; });
     return button;
   }));
 }
@@ -51,8 +50,9 @@ function tell(state) {
 async function follow() {
   try {
     const state = await ask('state');
-    if (state.number !== shown.number && state.pictures.length > 0) {
-      await show(state);
+    const index = Math.min(chosen, state.pictures.length - 1);
+    if (state.pictures.length > 0 && (state.number !== shown.number || index !== shown.index)) {
+      await show(index);
       dispatchEvent(new CustomEvent('orvanite-shown', {detail: state}));
     }
     shown.number = state.number;

@@ -148,18 +148,37 @@ test('what comes and goes takes no room from what stays', async () => {
   });
   await nothingMoves(page, 'wipe', () => page.click('#wipe'));
   await nothingMoves(page, 'eyedropper', async () => { await page.keyboard.press('s'); await page.keyboard.press('Escape'); });
-  await nothingMoves(page, 'play', async () => { await page.click('#play'); await page.waitForTimeout(400); });
+  await nothingMoves(page, 'play', async () => {
+    const before = await page.evaluate(() => seen.length);
+    await page.click('#play');
+    await page.waitForFunction((count) => seen.length > count + 1, before);
+  });
   await nothingMoves(page, 'stop', () => page.click('#play'));
+  // What may be over at once is held back until it was seen.
+  const hold = async (name, method) => {
+    let free;
+    const seen = new Promise((done) => { free = done; });
+    const wait = async (route) => {
+      if (route.request().method() === method) await seen;
+      await route.continue().catch(() => {});  // let go with the last route
+    };
+    await page.route(`**/${name}`, wait);
+    return () => { free(); return page.unroute(`**/${name}`, wait); };
+  };
+  let free = await hold('job', 'GET');
   await nothingMoves(page, 'render', async () => {
     await page.click('#render');
     await page.waitForFunction(() => document.getElementById('cancel').offsetWidth > 0);
   });
+  await free();
   await nothingMoves(page, 'render is done', () => page.waitForFunction(() => /^Written/.test(document.getElementById('told').textContent)));
+  free = await hold('auto', 'POST');
   await nothingMoves(page, 'Auto', async () => {
     await page.click('#auto');
     await page.waitForFunction(() => !document.getElementById('busy').hidden);
-    await page.waitForFunction(() => document.getElementById('busy').hidden);
   });
+  await free();
+  await nothingMoves(page, 'Auto is done', () => page.waitForFunction(() => location.hash.includes('estimate=') && document.getElementById('busy').hidden));
   assert.deepEqual(page.problems, []);
 });
 
@@ -172,7 +191,7 @@ test('work shows at once, can be stopped, and numbers belong to the picture that
   const busy = (words) => page.waitForFunction((wanted) => {
     const element = document.getElementById('busy');
     return wanted ? !element.hidden && element.textContent.includes(wanted) : element.hidden;
-  }, words, {timeout: 3000});
+  }, words);
 
   // A picture that takes its time: the values under the pointer stay those of the one on screen.
   const probed = [];
@@ -181,8 +200,7 @@ test('work shows at once, can be stopped, and numbers belong to the picture that
   await hold('picture');
   await page.locator('#p-screenRange').press('End');
   await busy('Keying');
-  for (let i = 0; i < 5; ++i) { await page.mouse.move(box.x + box.width / 2 + i, box.y + 200); await page.waitForTimeout(60); }
-  assert.ok(probed.length > 0);
+  for (let i = 0; i < 5; ++i) await Promise.all([page.waitForRequest(/\/probe$/), page.mouse.move(box.x + box.width / 2 + i, box.y + 200)]);
   assert.deepEqual([...new Set(probed.map(({settings, view}) => `${settings.screenRange} ${view}`))], ['0.1 matte']);
   await page.click('#stopBusy');
   await busy('');
@@ -192,13 +210,12 @@ test('work shows at once, can be stopped, and numbers belong to the picture that
   await page.keyboard.press('Control+Shift+z');
   await settled(page);
   assert.equal(await page.locator('#problem').isVisible(), false);
-  probed.length = 0;
-  await page.mouse.move(box.x + box.width / 2, box.y + 210);
-  await page.waitForTimeout(200);
-  assert.equal(probed.at(-1).settings.screenRange, '0.5', 'and the new ones come with the new picture');
+  const [probe] = await Promise.all([page.waitForRequest(/\/probe$/), page.mouse.move(box.x + box.width / 2, box.y + 210)]);
+  assert.equal(probe.postDataJSON().settings.screenRange, '0.5', 'and the new ones come with the new picture');
 
   // Auto, stopped by the button and by the key; then one that goes on under a change.
-  const before = page.url();
+  const address = () => page.evaluate(() => location.href);
+  const before = await address();
   for (const stop of [() => page.click('#stopBusy'), () => page.keyboard.press('Escape')]) {
     await hold('auto');
     await page.click('#auto');
@@ -208,13 +225,13 @@ test('work shows at once, can be stopped, and numbers belong to the picture that
     assert.match(await page.locator('#told').textContent(), /stopped/);
     await go('auto');
   }
-  assert.equal(page.url(), before);
+  assert.equal(await address(), before);
   await hold('auto');
   await page.click('#auto');
   await page.locator('#p-screenRange').press('ArrowLeft');
   await go('auto');
   await settled(page);
-  assert.equal(setting(page, 'estimate'), null, 'what a person changed meanwhile is not overwritten');
+  assert.equal(await setting(page, 'estimate'), null, 'what a person changed meanwhile is not overwritten');
   assert.deepEqual(page.problems.filter((one) => !/ERR_FAILED|ERR_ABORTED/.test(one)), []);
 });
 
@@ -264,10 +281,10 @@ test('without a pointer: a screen under the cross, Auto by a key, and no focus i
   for (const key of ['Shift+ArrowLeft', 'Shift+ArrowLeft', 'Shift+ArrowUp', 'Enter']) await page.keyboard.press(key);
   await page.waitForFunction(() => location.hash.includes('screen='));
   // The screen of a clean plate is 0.165, 0.64, 0.225: codes 42, 163, 57 of 255.
-  assert.equal(setting(page, 'screen'), '0.1647,0.6392,0.2235');
+  assert.equal(await setting(page, 'screen'), '0.1647,0.6392,0.2235');
   assert.match(await hint(), /Screen range/);
   await page.keyboard.press('Control+z');
-  assert.deepEqual([setting(page, 'screen'), await hint(), await cross()], [null, '', 'auto'], 'what was advised is no longer of use');
+  assert.deepEqual([await setting(page, 'screen'), await hint(), await cross()], [null, '', 'auto'], 'what was advised is no longer of use');
 
   await page.keyboard.press('a');
   await page.waitForFunction(() => location.hash.includes('screen='));
@@ -287,7 +304,7 @@ test('without a pointer: a screen under the cross, Auto by a key, and no focus i
   await page.click('#openFiles');
   await page.keyboard.press('2');
   await page.click('#closeOpener');
-  assert.equal(setting(page, 'view'), 'composite');
+  assert.equal(await setting(page, 'view'), 'composite');
 });
 
 test('from 390 to 3840 pixels nothing is cut, and the settings fold away', async () => {

@@ -25,10 +25,12 @@ export async function open(options, {width = 1280, height = 720, hash = ''} = {}
     window.seen = [];
     addEventListener('orvanite-shown', (event) => seen.push({at: performance.now(), ...event.detail}));
     window.asked = 0;  // requests that have no answer yet
+    window.askedAt = performance.now();  // when that changed last
+    const count = (by) => { asked += by; askedAt = performance.now(); };
     const {fetch} = window;
     window.fetch = (...request) => {
-      ++asked;
-      return fetch(...request).finally(() => { --asked; });
+      count(1);
+      return fetch(...request).finally(() => count(-1));
     };
   });
   await page.goto(server.address + hash);
@@ -39,7 +41,8 @@ export async function open(options, {width = 1280, height = 720, hash = ''} = {}
 /** Waits until the page shows the whole answer to the last change, and nothing more comes. */
 export async function settled(page) {
   await page.waitForTimeout(300);  // for the change to reach the server at all
-  await page.waitForFunction(() => asked === 0 && seen.length > 0 && !seen.at(-1).job.moving && performance.now() - seen.at(-1).at > 400);
+  // An answer may lead to the next question: one looks at its body first.
+  await page.waitForFunction(() => asked === 0 && seen.length > 0 && !seen.at(-1).job.moving && performance.now() - Math.max(askedAt, seen.at(-1).at) > 400);
 }
 
 /** The picture as the canvas holds it at 100 %: RGBA bytes. */
@@ -102,7 +105,8 @@ export async function compareScript(page) {
   execFileSync('oiiotool', ['--fail', '0', '--failpercent', '0', '--diff', byScript, join(at, 'key.png')], {stdio: 'ignore'});
 }
 
-export const setting = (page, name) => new URLSearchParams(new URL(page.url()).hash.slice(1)).get(name);
+/** As the page's address holds it: the driver learns of a new one a moment later. */
+export const setting = (page, name) => page.evaluate((one) => new URLSearchParams(location.hash.slice(1)).get(one), name);
 export const value = (page, id) => page.locator(`#${id}`).inputValue();
 
 /** Clicks the pixel of the plate at these parts of its width and height. */

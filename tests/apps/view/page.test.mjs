@@ -18,28 +18,30 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   await clickPlate(page, 0.55, 0.25);
   await page.waitForFunction(() => location.hash.includes('screen='));
   await settled(page);
-  const screen = setting(page, 'screen').split(',').map(Number);
+  const screen = (await setting(page, 'screen')).split(',').map(Number);
   assert.ok(screen[1] > 1.5 * screen[0] && screen[1] > 1.5 * screen[2], `a green: ${screen}`);
   assert.match(await page.locator('#hint').textContent(), /^[4-9]\d % of the frame has this hue\. .*Screen range/, 'and what to do next');
   // Green is not bluer than it is green: the balances follow.
   assert.equal(await value(page, 'p-midtoneBalance'), '0.5');
 
   await dragSlider(page, 'p-screenRange', 0.5);
-  const range = setting(page, 'screenRange');
+  const range = await setting(page, 'screenRange');
   assert.ok(range > 0.2 && range < 0.3, range);
   assert.match(await page.locator('#counts').textContent(), /clear (?!0\.0 %).*solid (?!0\.0 %)/);
 
   await page.keyboard.press('Control+z');
-  assert.equal(setting(page, 'screenRange'), null, 'a whole drag is one change');
+  assert.equal(await setting(page, 'screenRange'), null, 'a whole drag is one change');
   await page.keyboard.press('Control+Shift+z');
-  assert.equal(setting(page, 'screenRange'), range);
+  assert.equal(await setting(page, 'screenRange'), range);
 
   await page.keyboard.press('2');
   // Three steps in around a corner that is not the middle's, and a part of a pixel aside.
   const place = () => page.evaluate(() => ({...document.getElementById('picture').dataset}));
   const fitted = await place();
   await page.mouse.move(300, 250);
+  await page.evaluate(() => { window.turned = 0; addEventListener('wheel', () => { ++turned; }); });
   for (let i = 0; i < 3; ++i) await page.mouse.wheel(0, -100);
+  await page.waitForFunction(() => turned === 3);
   await page.focus('#stage');
   await page.keyboard.press('ArrowLeft');
   const zoomed = await place();
@@ -50,19 +52,19 @@ test('one keys a plate: eyedropper, slider, undo, redo, reload, preset, render',
   assert.deepEqual(await place(), zoomed, 'what is seen stays');
   await page.keyboard.press('f');
   await settled(page);
-  assert.equal(setting(page, 'place'), null);
+  assert.equal(await setting(page, 'place'), null);
   await page.reload();
   await settled(page);
   assert.deepEqual(await place(), fitted);
-  assert.equal(setting(page, 'screenRange'), range, 'a reload loses nothing');
+  assert.equal(await setting(page, 'screenRange'), range, 'a reload loses nothing');
   assert.equal(await page.locator('[data-view=matte]').getAttribute('aria-checked'), 'true');
   await page.keyboard.press('Control+z');
-  assert.equal(setting(page, 'screenRange'), null, 'not even what can be undone');
+  assert.equal(await setting(page, 'screenRange'), null, 'not even what can be undone');
   await page.click('#redo');
 
   // A double click on the name gives the default back.
   await page.locator('label[for=p-screenRange]').dblclick();
-  assert.equal(setting(page, 'screenRange'), null);
+  assert.equal(await setting(page, 'screenRange'), null);
   await page.click('#undo');
   await settled(page);
 
@@ -121,7 +123,7 @@ test('one opens a plate, a background of another size, frames and presets: chose
   await page.keyboard.press('2');
   await reopened(() => choose('Background', second.background));
   assert.equal(await page.locator('#render span').textContent(), 'Render Composite');
-  assert.equal(setting(page, 'view'), 'composite');
+  assert.equal(await setting(page, 'view'), 'composite');
   const to = join(folder(), 'key.png');
   execFileSync(program, ['key', first.plate, '--bg', second.background, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '-q', '-o', to]);
   compareColours(await shownPixels(page), readPng(to), 'over the background that was chosen');
@@ -133,7 +135,7 @@ test('one opens a plate, a background of another size, frames and presets: chose
   await hand('drop', second.plate);
   assert.equal(await page.locator('#openerTitle').textContent(), 'Use plate.png as');
   await reopened(() => page.click('[aria-label="Use: Plate"]'));
-  assert.equal(setting(page, 'screenRange'), null);
+  assert.equal(await setting(page, 'screenRange'), null);
   assert.match(await page.locator('#info').textContent(), /^320 × 180/);
   await page.locator('#p-screenRange').press('End');
   await page.waitForFunction(() => location.hash.includes('screenRange='));
@@ -167,7 +169,6 @@ test('to judge: veil, gain, channels, a flat colour, labels; to choose: samples 
   const at = async (view, look = {}) => {
     await page.click(`[data-view=${view}]`);
     for (const [id, value] of Object.entries({channel: 'all', gain: '1', ...look})) await page.locator(`#${id}`).selectOption(value);
-    await settled(page).catch(() => {});
     return (await shownPixels(page)).pixels;
   };
   const differing = (found, wanted, slack = 0) => found.reduce((sum, code, i) => sum + (i % 4 !== 3 && Math.abs(code - wanted(i)) > slack ? 1 : 0), 0);
@@ -188,7 +189,7 @@ test('to judge: veil, gain, channels, a flat colour, labels; to choose: samples 
   execFileSync(program, ['key', files.plate, '--screen', '0.16,0.63,0.23', '--screen-range', '0.1', '--output', 'compOnColour', '--background-colour', '#204080', '-q', '-o', to]);
   const wanted = readPng(to).pixels;
   assert.equal(differing(flat, (i) => wanted[i]), 0);
-  assert.equal(setting(page, 'output'), 'unpremultiplied', 'a view changes no setting');
+  assert.equal(await setting(page, 'output'), 'unpremultiplied', 'a view changes no setting');
 
   await page.locator('#against').selectOption('other');
   assert.deepEqual(await page.locator('#leftLabel, #rightLabel').allTextContents(), ['B: Flat', 'A: Flat']);
@@ -196,23 +197,23 @@ test('to judge: veil, gain, channels, a flat colour, labels; to choose: samples 
 
   // Three samples: the mean of what the server says of each.
   const said = [];
-  page.on('response', async (response) => { if (response.url().endsWith('/colours')) said.push((await response.json()).median); });
+  page.on('response', (response) => { if (response.url().endsWith('/colours')) said.push(response.json()); });
   await page.click('#pickScreen');
   await settled(page);
   for (const [i, [x, y]] of [[0.55, 0.25], [0.1, 0.1], [0.9, 0.15]].entries()) {
     if (i < 2) await page.keyboard.down('Shift');
     await clickPlate(page, x, y);
     await page.keyboard.up('Shift');
-    await page.waitForTimeout(300);
   }
   await settled(page);
-  assert.equal(said.length, 3);
-  const mean = [0, 1, 2].map((c) => Number((said.reduce((sum, one) => sum + one[c], 0) / 3).toFixed(4)));
-  assert.deepEqual(setting(page, 'screen').split(',').map(Number), mean);
+  const colours = await Promise.all(said);
+  assert.equal(colours.length, 3);
+  const mean = [0, 1, 2].map((c) => Number((colours.reduce((sum, {median}) => sum + median[c], 0) / 3).toFixed(4)));
+  assert.deepEqual((await setting(page, 'screen')).split(',').map(Number), mean);
 
   for (const kind of ['parade', 'vector']) {
     await page.locator('#scopeKind').selectOption(kind);
-    await page.waitForTimeout(400);
+    await settled(page);
     const lit = await page.evaluate(() => {
       const canvas = document.getElementById('scope');
       const {data} = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height);
@@ -294,41 +295,41 @@ test('Auto finds the screen, and says when there is none', async () => {
   await page.click('#auto');
   await page.waitForFunction(() => location.hash.includes('screen='));
   await settled(page);
-  const screen = setting(page, 'screen').split(',').map(Number);
+  const screen = (await setting(page, 'screen')).split(',').map(Number);
   assert.ok(screen[2] > 1.5 * screen[0] && screen[2] > screen[1], `a blue: ${screen}`);
   const [clear, , solid] = (await page.locator('#counts span').allTextContents()).map((text) => parseFloat(text.match(/[\d.]+/)[0]));
   assert.ok(clear > 30 && solid > 20, `clear ${clear} %, solid ${solid} %`);
   await page.keyboard.press('Control+z');
-  assert.equal(setting(page, 'screen'), null, 'all that it set is one change');
+  assert.equal(await setting(page, 'screen'), null, 'all that it set is one change');
 
   // A picture without a screen: a matte.
   const {page: other} = await open([files.holdout]);
   await other.click('#auto');
   await other.waitForFunction(() => /screen/.test(document.getElementById('told').textContent));
-  assert.equal(setting(other, 'screen'), null);
+  assert.equal(await setting(other, 'screen'), null);
 });
 
 test('one slider keeps or keys more around what Auto chose, and leaves as plain gains', async () => {
   const files = drawPlate('--size', '480x270');
   const {page} = await open([files.plate]);
   const gains = ['shadowGain', 'midtoneGain', 'highlightGain'];
-  const now = () => gains.map((name) => Number(setting(page, name) ?? 0));
+  const now = () => Promise.all(gains.map(async (name) => Number(await setting(page, name) ?? 0)));
   const matte = async () => (await page.locator('#counts span').allTextContents()).map((text) => parseFloat(text.match(/[\d.]+/)[0]));
   await page.click('#auto');
   await page.waitForFunction(() => location.hash.includes('screen='));
   await settled(page);
-  const chosen = now();
+  const chosen = await now();
   const [clear, , solid] = await matte();
   assert.equal(await value(page, 'nudge'), '0', 'the middle is what Auto chose');
 
   const press = async (key) => { await page.focus('#nudge'); await page.keyboard.press(key); await settled(page); };
   const away = (by) => chosen.map((gain) => Number((gain + by).toFixed(4)));
   await press('End');
-  assert.deepEqual(now(), away(0.2));
+  assert.deepEqual(await now(), away(0.2));
   const [moreClear, , lessSolid] = await matte();
   assert.ok(moreClear > clear && lessSolid < solid - 5, `${clear} and ${solid}, then ${moreClear} and ${lessSolid}`);
   await press('Home');
-  assert.deepEqual(now(), away(-0.2));
+  assert.deepEqual(await now(), away(-0.2));
   assert.ok((await matte())[2] > solid + 1, 'holes close');
   assert.match(await page.locator('#nudge').getAttribute('aria-valuetext'), /^0\.2 kept more$/);
 
@@ -339,11 +340,11 @@ test('one slider keeps or keys more around what Auto chose, and leaves as plain 
   assert.ok(Math.abs(Number(await value(page, 'nudge')) - (0.1 - 0.2 - 0.2) / 3) < 1e-3);
   await page.keyboard.press('Control+z');
   await settled(page);
-  assert.deepEqual(now(), away(-0.2));
+  assert.deepEqual(await now(), away(-0.2));
 
   // A gesture is a step; the middle outlives a reload; what leaves the page knows nothing of it.
   await dragSlider(page, 'nudge', 0.75);
-  const dragged = now();
+  const dragged = await now();
   assert.ok(Math.abs(dragged[0] - chosen[0] - 0.1) < 0.01, `${dragged}`);
   assert.ok(dragged.every((gain, i) => Math.abs(gain - chosen[i] - (dragged[0] - chosen[0])) < 1e-4));
   compareColours(await shownPixels(page), await keyed(page, 'composite'), 'nudged');
@@ -355,10 +356,10 @@ test('one slider keeps or keys more around what Auto chose, and leaves as plain 
   assert.ok(Math.abs(Number(await value(page, 'nudge')) - (dragged[0] - chosen[0])) < 1e-3, 'after a reload');
   await page.keyboard.press('Control+z');
   await settled(page);
-  assert.deepEqual(now(), away(-0.2));
+  assert.deepEqual(await now(), away(-0.2));
   await page.dblclick('#nudge');
   await settled(page);
-  assert.deepEqual(now(), chosen);
+  assert.deepEqual(await now(), chosen);
   assert.deepEqual(page.problems, []);
 });
 
@@ -390,8 +391,8 @@ test('wipe, sides, values under the pointer and keys', async () => {
   await page.locator('#p-screenRange').focus();
   await page.keyboard.press('End');
   await settled(page);
-  assert.equal(setting(page, 'b.screenRange'), '0.5');
-  assert.equal(setting(page, 'screenRange'), null);
+  assert.equal(await setting(page, 'b.screenRange'), '0.5');
+  assert.equal(await setting(page, 'screenRange'), null);
   await page.click('#sideA');
   assert.equal(await value(page, 'p-screenRange'), '0');
 
