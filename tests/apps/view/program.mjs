@@ -56,6 +56,9 @@ function start(...words) {
   });
 }
 
+/** Fetches; once more where the server closed an idle connection in that very moment. */
+export const reach = (...request) => fetch(...request).catch(() => fetch(...request));
+
 /** Opens a page in Debian's Chromium with a profile of its own; its folder is on the browser's command line. */
 export async function browse(width = 1280, height = 720) {
   const require = createRequire(join(wanted('ORVANITE_NODE_MODULES'), 'x'));

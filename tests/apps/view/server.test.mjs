@@ -11,7 +11,7 @@ import {tmpdir} from 'node:os';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 import {setTimeout as sleep} from 'node:timers/promises';
-import {drawPlate, folder, program, readPng, serve} from './program.mjs';
+import {drawPlate, folder, program, reach, readPng, serve} from './program.mjs';
 
 let server, port, token, origin;
 
@@ -113,11 +113,13 @@ test('a small picture of a frame comes after those that are keyed', async () => 
   assert.deepEqual(JSON.parse(small.body.subarray(4, 4 + length)), {width: 96, height: 54});
   assert.equal(small.body.length, 4 + length + 4 * 96 * 54);
   for (const body of [{frame: 2}, {frame: 'one'}, {}]) assert.equal((await post('thumbnail', body)).status, 400, JSON.stringify(body));
-  // Searches, one after the other, keep the server busy long enough to ask beside them.
-  const searches = Array.from({length: 6}, () => post('auto', {frame: 1, settings: {colourspace: 'video'}}));
-  await sleep(30);
-  assert.equal((await post('thumbnail', {frame: 1})).status, 503);
-  for (const {status} of await Promise.all(searches)) assert.equal(status, 200);
+  // Searches, one after the other, keep the server busy; until they are over one asks beside them.
+  let busy = true;
+  const searches = Promise.all(Array.from({length: 6}, () => post('auto', {frame: 1, settings: {colourspace: 'video'}}))).finally(() => { busy = false; });
+  const beside = new Set();
+  while (busy && !beside.has(503)) beside.add((await post('thumbnail', {frame: 1})).status);
+  assert.ok(beside.has(503), [...beside].join());
+  for (const {status} of await searches) assert.equal(status, 200);
   assert.equal((await post('thumbnail', {frame: 1})).status, 200);
 });
 
@@ -282,7 +284,7 @@ test('a render onto a full disk is told with its frame and leaves whole files on
     let report;
     do {
       await sleep(50);
-      report = await (await fetch(`${other.address}job`)).json();
+      report = await (await reach(`${other.address}job`)).json();
     } while (report.state === 'running');
     assert.equal(report.state, 'failed', JSON.stringify(report));
     assert.match(report.message, /^frame \d: .*: cannot be written: No space left on device$/);
@@ -328,7 +330,7 @@ test('a render that is killed at any moment leaves whole files only, and the nex
       let report;
       do {
         await sleep(50);
-        report = await (await fetch(`${again.address}job`)).json();
+        report = await (await reach(`${again.address}job`)).json();
       } while (report.state === 'running');
       assert.equal(report.state, 'done', JSON.stringify(report));
       assert.equal(await again.stop(), 0);
@@ -338,6 +340,7 @@ test('a render that is killed at any moment leaves whole files only, and the nex
 });
 
 test('a signal ends the server with nothing left behind', async () => {
+  process.env.TMPDIR = folder();  // where nobody else's servers are
   const plate = drawPlate('--size', '64x36');
   const own = () => readdirSync(tmpdir()).filter((name) => /^orvanite-view-\w{6}$/.test(name));
   const before = own();
@@ -351,7 +354,7 @@ test('a signal ends the server with nothing left behind', async () => {
   }
   const killed = await serve(plate.plate);
   await killed.stop('SIGKILL');
-  for (let left = 100; left > 0 && own().length > before.length; --left) await sleep(50);
+  for (let left = 600; left > 0 && own().length > before.length; --left) await sleep(50);
   assert.deepEqual(own(), before, 'whatever ends it');
 });
 
