@@ -207,6 +207,10 @@ void takeRate(MovieIndex& index, const AVStream& video, AVRational asked, const 
     }
     constant.push_back(
         namedRate(video, spacing->measured, 0.001).value_or(av_d2q(spacing->measured, 1001000)));
+    // A few frames, or many in little time, measure a rate that is off by the container's rounding.
+    for (const AVRational rate : {video.avg_frame_rate, video.r_frame_rate}) {
+      if (rate.num > 0 && rate.den > 0) constant.push_back(rate);
+    }
   }
   if (takeConstant(index, *spacing, constant)) return;
   if (!own) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <optional>
 
 extern "C" {
@@ -220,6 +221,16 @@ class FileOutput : public MovieWriter::Output {
     }
     context_->pb = bytes_.get();
     check(avformat_write_header(context_, nullptr), "cannot be written: ");
+    checkClock(*stream);
+  }
+
+  // Frames closer to one another than the container's clock ticks would share a time.
+  void checkClock(const AVStream& stream) const {
+    if (av_cmp_q(encoder_->time_base, stream.time_base) >= 0) return;
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "expected at most %.10g frames a second, found %.10g",
+                  1 / av_q2d(stream.time_base), av_q2d(encoder_->framerate));
+    throw Error(Fault::wrongUse, path_, std::string(text.data()) + "; .mov holds them");
   }
 
   void close() {

@@ -117,6 +117,33 @@ TEST(MovieOut, CarriesRateTimeCodeAspectTagsAndSoundCutToTheFrames) {
   EXPECT_EQ(streamsOf(folder / "g.mov")[0]["nb_frames"], "10");
 }
 
+// Matroska counts in milliseconds.
+TEST(MovieOut, HoldsEveryFrameOfAHighRateOrRefusesIt) {
+  const Folder folder;
+  writeShot(folder, "s", 1, 10, 20, 12);
+  for (const char* const rate : {"940", "1000"}) {
+    SCOPED_TRACE(rate);
+    const Outcome written =
+        orvanite(folder, blueKeyWords + "-q @s.####.png -o @m.mkv --fps " + rate);
+    ASSERT_EQ(written.code, 0) << written.err;
+    const Outcome again = orvanite(folder, blueKeyWords + "@m.mkv -o @m.####.png");
+    EXPECT_EQ(again.code, 0) << again.err;
+    EXPECT_EQ(again.err.find("held"), std::string::npos) << again.err;
+    EXPECT_TRUE(std::filesystem::remove(folder / "m.0010.png"));
+    std::filesystem::remove(folder / "m.mkv");
+  }
+  ffmpeg({"-framerate", "12000", "-i", folder / "s.%04d.png", "-c:v", "png", folder / "f.mov"});
+  const Outcome refused = orvanite(folder, blueKeyWords + "-q @f.mov -o @m.mkv");
+  EXPECT_EQ(refused.code, 2);
+  EXPECT_NE(refused.err.find("m.mkv: expected at most 1000 frames a second, found 12000"),
+            std::string::npos)
+      << refused.err;
+  EXPECT_FALSE(std::filesystem::exists(folder / "m.mkv"));
+  const Outcome held = orvanite(folder, blueKeyWords + "-q @f.mov -o @m.mov");
+  ASSERT_EQ(held.code, 0) << held.err;
+  EXPECT_EQ(streamsOf(folder / "m.mov")[0]["nb_frames"], "10");
+}
+
 TEST(MovieOut, QualityAndBitRateAreTheCodecsOwn) {
   const Folder folder;
   ffmpeg({"-f", "lavfi", "-i", "testsrc2=s=320x240:r=25:d=2,noise=alls=20", "-c:v", "ffv1",
