@@ -23,6 +23,7 @@ const std::vector<Case>& cases() {
   static const std::vector<Case> list = {
       {"none", {}},
       {"clip", {{"matteBlack", "0.05"}, {"matteWhite", "0.95"}, {"matteGamma", "1.2"}}},
+      {"refine", {{"refine", "1"}}},
       {"specks", {{"islands", "8"}, {"pinholes", "8"}}},
       {"shrink", {{"shrink", "1.5"}}},
       {"soften", {{"soften", "2"}}},

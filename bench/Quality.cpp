@@ -136,7 +136,7 @@ void save(const fs::path& path, const Keyed& k, bool asMatte) {
   file->close();
 }
 
-Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& shown) {
+Row keyPlate(const fs::path& folder, const KeyWishes& wishes, bool refines, const fs::path& shown) {
   Row row;
   row.name = folder.filename().string();
   if (fs::exists(folder / "levels.json")) {
@@ -151,6 +151,7 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& sh
     const auto began = std::chrono::steady_clock::now();
     Settings settings;
     settings.setText("colourspace", "video");
+    if (!refines) settings.setText("refine", "0");
     const BlindKey key = findKey(plate, settings, wishes);
     row.milliseconds =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - began).count();
@@ -204,7 +205,7 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, const fs::path& sh
 
 int main(int count, char** arguments) try {
   int every = 1, from = 0;
-  bool each = false;
+  bool each = false, refines = true;
   KeyWishes wishes;
   fs::path plates, shown;
   std::string only;
@@ -226,6 +227,8 @@ int main(int count, char** arguments) try {
       wishes.garbage = false;
     else if (a == "--no-mixing")
       wishes.mixing = false;
+    else if (a == "--no-refine")
+      refines = false;
     else if (a == "--no-lead")
       wishes.lead = false;
     else
@@ -244,7 +247,7 @@ int main(int count, char** arguments) try {
   }
   std::vector<Row> rows(chosen.size());
   tbb::parallel_for(std::size_t{0}, chosen.size(),
-                    [&](std::size_t i) { rows[i] = keyPlate(chosen[i], wishes, shown); });
+                    [&](std::size_t i) { rows[i] = keyPlate(chosen[i], wishes, refines, shown); });
   if (each) {
     for (const Row& r : rows) {
       fmt::print(

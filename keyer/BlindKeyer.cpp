@@ -21,6 +21,10 @@ constexpr int bandRows = 16;
 // Pixels that are brought to words, keyed and brought back at once: they stay in the second cache.
 constexpr int blockPixels = 8192;
 
+// Rows that are finished at once, and the most that are keyed around them for that: around more a
+// frame is finished whole.
+constexpr int finishedRows = 64, mostBorder = 24;
+
 // The block's own thread.
 constexpr auto inOneBand = [](int height, int, const std::function<void(int, int)>& work) {
   work(0, height);
@@ -89,13 +93,6 @@ namespace {
 /// Brings the pictures of one frame to words and back, any rows of them at a time.
 class FrameWords {
  public:
-  /// Rows of the frame, as words.
-  struct Block {
-    Frame frame;
-    int first = 0;  // their first
-    Words::Buffer fg, bg, dst, ref, mattes;
-  };
-
   FrameWords(const Words& words, const BlindKey& key, const Frame& frame, const Inputs& used)
       : words_(words),
         frame_(frame),
@@ -109,7 +106,8 @@ class FrameWords {
   /// Whether what is read of the plate's rows is theirs and their neighbours'.
   bool leads() const { return lead_ > 0; }
 
-  /// Copies the plate, so that rows that are keyed already can still be looked at. Any rows.
+  /// Copies the plate, so that rows that are keyed already can still be looked at and keyed with
+  /// others around them. Any rows.
   void keepPlate(const RowLoop& rows) {
     const std::size_t bytes = 4 * static_cast<std::size_t>(bytesOf(frame_.depth));
     kept_.resize(bytes * width() * static_cast<std::size_t>(frame_.height));
@@ -142,7 +140,8 @@ class FrameWords {
   }
 
   /// Says where a block's words lie.
-  void place(Block& block, int first, int rows) const {
+  /// apart  whether what is keyed has room of its own: not all of it is given
+  void place(WordBlock& block, int first, int rows, bool apart = false) const {
     const std::size_t pixels = width() * static_cast<std::size_t>(rows);
     const auto room = [&](const OtileImage& image, Words::Buffer& buffer) {
       return words_.place(rowsFrom(image, frame_.depth, first), frame_.width, rows, buffer);
@@ -150,10 +149,10 @@ class FrameWords {
     block.first = first;
     block.frame = {{}, frame_.width, rows, Depth::shorts};
     Otile& to = block.frame.pictures;
-    to.fg = leads() ? Words::placeApart(frame_.width, rows, block.fg)
-                    : room(frame_.pictures.fg, block.fg);
-    const bool readHere = to.fg.red == frame_.pictures.fg.red;
-    to.dst = room(frame_.pictures.dst, readHere ? block.dst : block.fg);
+    to.fg = leads() ? Words::placeApart(frame_.width, rows, block.fg) : room(looked_, block.fg);
+    const bool readHere = to.fg.red != block.fg.data();
+    Words::Buffer& free = readHere ? block.dst : block.fg;
+    to.dst = apart ? Words::placeApart(frame_.width, rows, free) : room(frame_.pictures.dst, free);
     if (frame_.pictures.bg.red != nullptr) to.bg = room(frame_.pictures.bg, block.bg);
     if (given(frame_.pictures.ref)) {
       to.ref = room(frame_.pictures.ref, block.ref);
@@ -170,7 +169,7 @@ class FrameWords {
 
   /// Fills rows of a block.
   /// led  stands at the first of them
-  void take(const Block& block, int first, int rows, std::optional<LedRows>& led) const {
+  void take(const WordBlock& block, int first, int rows, std::optional<LedRows>& led) const {
     const Otile& from = frame_.pictures;
     const auto inBlock = [&](const OtileImage& words) {
       return rowsFrom(words, Depth::shorts, first - block.first);
@@ -182,7 +181,7 @@ class FrameWords {
     if (led) {
       takeLed(*led, inBlock(to.fg), rows);  // nobody reads a plate's alpha
     } else {
-      whole(from.fg, to.fg);
+      whole(looked_, to.fg);
     }
     if (given(from.bg)) whole(from.bg, to.bg);
     std::vector<float> line(width());
@@ -206,7 +205,7 @@ class FrameWords {
   }
 
   /// Brings rows of what was keyed to the frame.
-  void give(const Block& block, int first, int rows, bool colours) const {
+  void give(const WordBlock& block, int first, int rows, bool colours) const {
     words_.give(rowsFrom(block.frame.pictures.dst, Depth::shorts, first - block.first),
                 rowsFrom(frame_.pictures.dst, frame_.depth, first), frame_.width, rows, colours);
   }
@@ -277,9 +276,13 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
     throw Error(Fault::wrongUse, "frame", "expected a frame of the key's size and depth");
   }
   FrameWords words(words_, key, frame, used_);
-  if (engine_.finishes()) {
-    // A finish looks at what is around.
-    FrameWords::Block whole;
+  const Otile& pictures = frame.pictures;
+  const bool inPlace = pictures.dst.red == pictures.fg.red;
+  const int border = engine_.border();
+  if (border > mostBorder || (border > 0 && pictures.dst.red == pictures.bg.red)) {
+    // A finish looks at what is far around, or at a background that is written over.
+    const auto lent = blocks_.take();
+    WordBlock& whole = *lent;
     words.place(whole, 0, frame.height);
     rows(frame.height, bandRows, [&](int first, int count) {
       std::optional<LedRows> led = words.ledFrom(first);
@@ -290,9 +293,28 @@ void BlindKeyer::render(const BlindKey& key, const Frame& frame, const RowLoop& 
          [&](int first, int count) { words.give(whole, first, count, showsColours_); });
     return;
   }
-  if (words.leads() && frame.pictures.dst.red == frame.pictures.fg.red) words.keepPlate(rows);
+  if (inPlace && (words.leads() || border > 0)) words.keepPlate(rows);
+  if (engine_.finishes()) {
+    // Each block with as much around it as the finish looks at.
+    rows(frame.height, finishedRows, [&](int first, int count) {
+      const auto lent = blocks_.take();
+      WordBlock& block = *lent;
+      for (int done = 0; done < count; done += finishedRows) {
+        const int from = first + done, some = std::min(finishedRows, count - done);
+        const int top = std::max(0, from - border);
+        const int end = std::min(frame.height, from + some + border);
+        std::optional<LedRows> led = words.ledFrom(top);
+        words.place(block, top, end - top, true);
+        words.take(block, top, end - top, led);
+        engine_.render(block.frame, inOneBand);
+        words.give(block, from, some, showsColours_);
+      }
+    });
+    return;
+  }
   rows(frame.height, bandRows, [&](int first, int count) {
-    FrameWords::Block block;
+    const auto lent = blocks_.take();
+    WordBlock& block = *lent;
     std::optional<LedRows> led = words.ledFrom(first);
     const int most = std::max(1, blockPixels / frame.width);
     for (int done = 0; done < count; done += most) {

@@ -10,9 +10,17 @@
 #include "base/Depth.h"
 #include "keyer/BlindKey.h"
 #include "keyer/Keyer.h"
+#include "keyer/Pool.h"
 #include "keyer/Words.h"
 
 namespace orvanite {
+
+/// Rows of a frame on their way through the engine.
+struct WordBlock {
+  Frame frame;    ///< their words
+  int first = 0;  ///< the first of them
+  Words::Buffer fg, bg, dst, ref, mattes;
+};
 
 /// A keyer for the frames of one shot.
 class BlindKeyer {
@@ -41,6 +49,7 @@ class BlindKeyer {
   std::optional<Depth> depth_;
   bool showsColours_ = true;
   Words words_;
+  mutable Pool<WordBlock> blocks_;
 };
 
 }  // namespace orvanite

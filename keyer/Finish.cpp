@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "keyer/MatteFilter.h"
+#include "keyer/Refine.h"
 
 namespace orvanite {
 
@@ -16,10 +18,17 @@ Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
   finish.black = settings.number("matteBlack");
   finish.white = settings.number("matteWhite");
   finish.gamma = settings.number("matteGamma");
+  finish.refine = settings.number("refine");
   finish.islands = pixels("islands");
   finish.pinholes = pixels("pinholes");
   finish.shrink = settings.number("shrink") * scale;
   finish.soften = settings.number("soften") * scale;
+  for (int c = 0; c < 3; ++c) {
+    finish.screen[static_cast<std::size_t>(c)] = settings.number("screen", c);
+    if (settings.number("screen", c) > settings.number("screen", finish.primary)) {
+      finish.primary = c;
+    }
+  }
   const std::string_view output = settings.choice("output");
   // Nobody sees colours there.
   if (output == "matte" || output == "status") return finish;
@@ -31,9 +40,10 @@ Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
   if (finish.spillReplace == SpillReplace::background && !inputs.background) {
     finish.spillReplace = SpillReplace::nothing;
   }
-  for (int c = 0; c < 3; ++c) {
-    if (settings.number("screen", c) > settings.number("screen", finish.primary)) {
-      finish.primary = c;
+  const Settings standard;
+  for (const char* name : {"exposure", "gamma", "offset", "saturation"}) {
+    for (int c = 0; c < (findParameter(name)->type == ParameterType::triple ? 3 : 1); ++c) {
+      finish.graded = finish.graded || settings.number(name, c) != standard.number(name, c);
     }
   }
   finish.wrap = inputs.background ? settings.number("lightWrap") : 0;
@@ -43,9 +53,10 @@ Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
 
 int Finish::border() const {
   if (!on()) return 0;
-  const int matte =
-      islands + pinholes + moveBorder(shrink) + softenBorder(soften) + (wrap > 0 ? wrapReach : 0);
-  return std::max({matte, edgeColour > 0 ? edgeReach : 0, looksBehind() ? wrapReach : 0});
+  const int matte = (refine > 0 ? refineBorder : 0) + islands + pinholes + moveBorder(shrink) +
+                    softenBorder(soften) + (wrap > 0 ? wrapReach : 0);
+  return std::max({matte, edgeColour > 0 ? edgeReach + (refine > 0 ? refineBorder : 0) : 0,
+                   looksBehind() ? wrapReach : 0});
 }
 
 bool needsBackground(const Settings& settings, const Inputs& inputs) {

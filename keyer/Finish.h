@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
 // The finish in numbers: what is done to a key after the engine, read off the settings once.
-// Order: the matte is clipped, islands and pinholes go, its edge moves, it is softened, the garbage
-// matte cuts; then edges take their colour from inside, spill goes, the background's light comes
-// around the edge; then the view that was asked for is put together.
-// Knows settings.
+// Order: the matte is clipped, its edge is refined, islands and pinholes go, the edge moves and is
+// softened, the garbage matte cuts; then edges take their colour from inside, spill goes, the
+// background's light comes around the edge; then the view that was asked for is put together. Knows
+// settings.
 #pragma once
+
+#include <array>
 
 #include "keyer/Settings.h"
 
@@ -19,6 +21,9 @@ struct Finish {
   float black = 0;                                    // of the matte: clear up to here
   float white = 1;                                    // solid from here
   float gamma = 1;                                    // the curve between
+  float refine = 0;                                   // 0..1
+  std::array<float, 3> screen{};                      // its colour, where there is no clean plate
+  bool graded = false;                                // whether the foreground has a grade
   int islands = 0;                                    // pixels across
   int pinholes = 0;                                   // likewise
   float shrink = 0;                                   // pixels; grows below 0
@@ -42,7 +47,8 @@ struct Finish {
   bool colours() const { return edgeColour > 0 || spill > 0 || wrap > 0; }
   /// Whether there is anything to do; nothing is computed or allocated otherwise.
   bool on() const {
-    return clips() || islands > 0 || pinholes > 0 || shrink != 0 || soften > 0 || colours();
+    return clips() || refine > 0 || islands > 0 || pinholes > 0 || shrink != 0 || soften > 0 ||
+           colours();
   }
   /// Whether the colours of the background's surroundings are looked at.
   bool looksBehind() const {

@@ -6,6 +6,7 @@
 #include "keyer/Finisher.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
@@ -13,6 +14,7 @@
 
 #include "base/Error.h"
 #include "keyer/Keyer.h"
+#include "keyer/Refine.h"
 
 namespace orvanite {
 namespace {
@@ -53,32 +55,15 @@ struct Finisher::Workspace {
   std::vector<std::byte> keyed, behind;  // pictures of four samples a pixel
   MattePlane plane;
   std::vector<std::uint16_t> own;  // the plane before specks went; empty: as it is
+  std::vector<std::uint16_t> refined;
 };
 
 struct Finisher::Scratch {
   MatteTile matte, nearby, room;
   ColourScratch colours;
   std::vector<std::byte> foreground;
+  RefineScratch refining;
 };
-
-template <class Room>
-std::unique_ptr<Room> Finisher::Pool<Room>::take() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!idle_.empty()) {
-      std::unique_ptr<Room> room = std::move(idle_.back());
-      idle_.pop_back();
-      return room;
-    }
-  }
-  return std::make_unique<Room>();
-}
-
-template <class Room>
-void Finisher::Pool<Room>::give(std::unique_ptr<Room> room) {
-  const std::lock_guard lock(mutex_);
-  idle_.push_back(std::move(room));
-}
 
 Finisher::Finisher() : engine_(orvanite_new()), reader_(MatteReader<std::uint8_t>(Finish())) {
   if (!engine_) throw Error(Fault::failure, "keyer", "out of memory");
@@ -92,7 +77,9 @@ void Finisher::prepare(const Settings& settings, const Finish& finish, Depth dep
   depth_ = depth;
   const std::string_view output = settings.choice("output");
   status_ = output == "status";
+  showsColours_ = !status_ && output != "matte";
   background_ = settings.view(inputs) == View::composite;
+  reference_ = inputs.reference && settings.toggle("useReference");
   garbage_ = inputs.garbage && settings.toggle("useGarbageMatte");
   gradesBehind_ = false;
   const Settings standard;
@@ -101,7 +88,7 @@ void Finisher::prepare(const Settings& settings, const Finish& finish, Depth dep
   }
   // The garbage matte cuts what the finish leaves: grown edges do not come back over it.
   Settings keying = settings;
-  if (!status_ && output != "matte") keying.setText("output", "unpremultiplied");
+  if (showsColours_) keying.setText("output", "unpremultiplied");
   Inputs keyed = inputs;
   keyed.background = keyed.garbage = false;
   keying.applyTo(engine_.get(), depth, keyed);
@@ -125,27 +112,29 @@ bool Finisher::renderAs(const Frame& frame, const Loop& loop) const {
   const Otile& pictures = frame.pictures;
   if (!complete(pictures.dst) || !pictures.dst.alpha || !complete(pictures.fg) ||
       ((background_ || finish_.looksBehind()) && !complete(pictures.bg)) ||
-      (garbage_ && !pictures.garbage.alpha)) {
+      (reference_ && !complete(pictures.ref)) || (garbage_ && !pictures.garbage.alpha)) {
     return false;
   }
-  std::unique_ptr<Workspace> space = workspaces_.take();
+  const auto space = workspaces_.take();
   space->keyed.resize(sizeof(Sample) * 4 * static_cast<std::size_t>(frame.width) *
                       static_cast<std::size_t>(frame.height));
   MattePlane& plane = space->plane;
   plane.resize(frame.width, frame.height);
-  const bool clears = finish_.islands > 0 || finish_.pinholes > 0;
-  space->own.resize(clears && finish_.edgeColour > 0 ? plane.samples.size() : 0);
   std::atomic<bool> refused = false;
   loop(plane.cellRows(), [&](int band) {
     if (!keyBand<Sample>(frame, band, *space)) refused = true;
   });
   if (!refused) {
+    if (finish_.refine > 0) refine<Sample>(frame, *space, loop);
+    const bool clears = finish_.islands > 0 || finish_.pinholes > 0;
+    space->own.clear();
+    if (clears && finish_.edgeColour > 0) space->own = plane.samples;
     removeIslands(plane, finish_.islands, loop);
     fillPinholes(plane, finish_.pinholes, loop);
     const OtileImage behind =
         finish_.looksBehind() ? behindOf<Sample>(frame, *space, loop) : OtileImage{};
     loop((frame.height + tileHeight - 1) / tileHeight, [&](int band) {
-      std::unique_ptr<Scratch> scratch = scratches_.take();
+      const auto scratch = scratches_.take();
       const int y = band * tileHeight;
       for (int x = 0; x < frame.width; x += tileWidth) {
         const FrameArea area{x, y, std::min(tileWidth, frame.width - x),
@@ -155,10 +144,8 @@ bool Finisher::renderAs(const Frame& frame, const Loop& loop) const {
           refused = true;
         }
       }
-      scratches_.give(std::move(scratch));
     });
   }
-  workspaces_.give(std::move(space));
   return !refused;
 }
 
@@ -178,10 +165,42 @@ bool Finisher::keyBand(const Frame& frame, int band, Workspace& space) const {
   std::uint16_t* matte = space.plane.row(y);
   const std::ptrdiff_t count = std::ptrdiff_t{frame.width} * rows;
   for (std::ptrdiff_t i = 0; i < count; ++i) matte[i] = reader(alpha[4 * i]);
-  if (!space.own.empty())
-    std::copy(matte, matte + count, space.own.data() + (matte - space.plane.row(0)));
   space.plane.measure(band);
   return true;
+}
+
+// The plane's edges, and the colours that go with them.
+template <class Sample>
+void Finisher::refine(const Frame& frame, Workspace& space, const Loop& loop) const {
+  MattePlane& plane = space.plane;
+  space.refined.resize(plane.samples.size());
+  const MatteRows matte{plane.row(0), frame.width, frame.height};
+  const Pixels<Sample> plate(frame.pictures.fg, frame.width, frame.height);
+  std::optional<Pixels<Sample>> garbage;
+  if (garbage_) garbage.emplace(frame.pictures.garbage, frame.width, frame.height);
+  const bool recolours = !finish_.graded && showsColours_;
+  const OtileImage& reference = frame.pictures.ref;
+  auto* const pixels = reinterpret_cast<Sample*>(space.keyed.data());
+  loop((frame.height + tileHeight - 1) / tileHeight, [&](int band) {
+    const auto scratch = scratches_.take();
+    const int top = band * tileHeight, rows = std::min(tileHeight, frame.height - top);
+    for (int x = 0; x < frame.width; x += tileWidth) {
+      const FrameArea soft = refineMatte(finish_, plate, matte, garbage ? &*garbage : nullptr,
+                                         {x, top, std::min(tileWidth, frame.width - x), rows},
+                                         scratch->refining, space.refined.data());
+      for (int y = soft.y; recolours && y < soft.y + soft.height; ++y) {
+        const OtileImage screen = from<Sample>(reference, soft.x, y);
+        const std::array<const Sample*, 3> channels = {static_cast<const Sample*>(screen.red),
+                                                       static_cast<const Sample*>(screen.green),
+                                                       static_cast<const Sample*>(screen.blue)};
+        const std::ptrdiff_t at = matte.at(soft.x, y) - matte.samples;
+        recolourRefined(finish_, reference_ ? channels.data() : nullptr, screen.pixelStep,
+                        matte.samples + at, space.refined.data() + at, soft.width, pixels + 4 * at);
+      }
+    }
+  });
+  plane.samples.swap(space.refined);
+  loop(plane.cellRows(), [&](int band) { plane.measure(band); });
 }
 
 // The background as its light falls: graded, and out of the destination's way.

@@ -7,13 +7,12 @@
 
 #include <memory>
 #include <variant>
-#include <vector>
 
 #include "base/Depth.h"
-#include "base/Mutex.h"
 #include "keyer/Compositor.h"
 #include "keyer/Finish.h"
 #include "keyer/FinishColour.h"
+#include "keyer/Pool.h"
 #include "keyer/Specks.h"
 
 namespace orvanite {
@@ -37,22 +36,12 @@ class Finisher {
   struct Workspace;
   struct Scratch;
 
-  // Room that renders hand to one another: fresh memory costs more than the finish.
-  template <class Room>
-  class Pool {
-   public:
-    std::unique_ptr<Room> take();
-    void give(std::unique_ptr<Room> room);
-
-   private:
-    Mutex mutex_;
-    std::vector<std::unique_ptr<Room>> idle_;
-  };
-
   template <class Sample>
   bool renderAs(const Frame& frame, const Loop& loop) const;
   template <class Sample>
   bool keyBand(const Frame& frame, int band, Workspace& space) const;
+  template <class Sample>
+  void refine(const Frame& frame, Workspace& space, const Loop& loop) const;
   template <class Sample>
   const OtileImage behindOf(const Frame& frame, Workspace& space, const Loop& loop) const;
   template <class Sample>
@@ -66,7 +55,9 @@ class Finisher {
   Compositor compositor_;
   Finish finish_;
   Depth depth_ = Depth::bytes;
+  bool reference_ = false;     // whether a clean plate says what the screen's colour is
   bool garbage_ = false;       // whether a garbage matte cuts
+  bool showsColours_ = true;   // whether the view does
   bool status_ = false;        // whether the view is the status
   bool gradesBehind_ = false;  // whether the background has a grade of its own
   bool background_ = false;    // whether the view shows the background

@@ -76,6 +76,7 @@ constexpr Meaning ofHoldOut{Stage::key, SidePicture::holdOut, false};
 constexpr Meaning ofGarbage{Stage::key, SidePicture::garbage, false};
 constexpr Meaning ofCleanPlate{Stage::key, SidePicture::cleanPlate, false};
 constexpr Meaning estimating{Stage::estimate, SidePicture::none, true};
+constexpr Meaning refining{Stage::finish, SidePicture::none, true};
 constexpr Meaning finishing{Stage::finish, SidePicture::none, false};
 constexpr Meaning finishingBehind{Stage::finish, SidePicture::background, false};
 
@@ -174,6 +175,9 @@ constexpr Parameter table[] = {
     {"matteGamma", "Matte gamma", finishGroup, number, "exponent", 0.2f, 5, 0.1f, 10, {1, 0, 0}, "", {},
      {}, fixed, finishing,
      "Bends the matte between the clips, to the power of 1/gamma: above 1 edges get fuller, below 1 thinner."},
+    {"refine", "Refine edge", finishGroup, number, "part", 0, 1, 0, 1, {0, 0, 0}, "", {},
+     {}, fixed, refining,
+     "How much soft pixels take the matte that their colours have around them: finer, calmer edges. Auto sets it."},
     {"islands", "Islands", finishGroup, number, "pixels across", 0, 40, 0, 256, {0, 0, 0}, "", {},
      {}, fixed, finishing,
      "Clears what stands alone in the matte and is at most this wide and high: markers, dust. Longer hairs stay."},

@@ -46,6 +46,17 @@ struct StretchedRow {
 /// The most columns to a cell that are stretched at once.
 inline constexpr int mostRepeats = 8;
 
+/// How far around a pixel a line of its matte over its colours looks, in pixels.
+inline constexpr int guideReach = 2;
+
+/// A row of a plate and its matte.
+template <class Sample>
+struct GuideRow {
+  const Sample *red, *green, *blue;  ///< channels
+  std::ptrdiff_t step;               ///< between samples of one
+  const std::uint16_t* matte;        ///< samples side by side
+};
+
 /// What is done to rows of pixels of one depth, by the finish to such of four samples.
 template <class Sample>
 struct ColourRows {
@@ -53,6 +64,10 @@ struct ColourRows {
   /// `stride` floats on, red and blue less light.
   void (*splitChroma)(const Sample* const* channels, std::ptrdiff_t step, int count,
                       std::ptrdiff_t stride, float* light);
+
+  /// Red, green, blue and matte as fitMatte takes them: 1 is full. Floats count from 0 to 4, NaN
+  /// counts as 0.
+  void (*takeGuide)(const GuideRow<Sample>& row, int count, std::ptrdiff_t stride, float* values);
 
   /// Copies pixels; in place of alpha stands full less the matte.
   void (*prepare)(const Sample* pixels, const std::uint16_t* matte, int count, Sample* to);
@@ -121,6 +136,19 @@ struct RowTable {
   /// words  red, green and blue, 65535 where the row has 1.0, rounded and cut
   void (*leadChroma)(const float* const* lines, const float* row, std::ptrdiff_t stride, float lead,
                      int count, std::uint16_t* const* words);
+
+  /// Lines of a matte over red, green and blue, each through the square of pixels around one.
+  /// rows   2 * guideReach + 1 rows: their red and, each `stride` samples on, green, blue and
+  /// matte;
+  ///        guideReach pixels more at either end
+  /// flat   what is added to the variance of a colour: the flatter one is, the flatter the line
+  /// lines  slopes of red, green and blue, and start, each `stride` samples on
+  void (*fitMatte)(const float* const* rows, std::ptrdiff_t stride, float flat, int count,
+                   float* lines);
+  /// The matte of a row as so many rows of such lines say, which have guideReach more at either
+  /// end.
+  void (*followMatte)(const float* const* lines, const float* row, std::ptrdiff_t stride, int count,
+                      float* matte);
 
   ColourRows<std::uint8_t> bytes;    ///< of the finish
   ColourRows<std::uint16_t> shorts;  ///< likewise

@@ -115,6 +115,7 @@ const Option options[] = {
     {"--matte-black", kRefused, "--matte-black 0.1"},
     {"--matte-white", kRefused, "--matte-white 0.9"},
     {"--matte-gamma", kRefused, "--matte-gamma 1.1"},
+    {"--refine", kRefused, "--refine 1"},
     {"--islands", kRefused, "--islands 2"},
     {"--pinholes", kRefused, "--pinholes 2"},
     {"--shrink", kRefused, "--shrink 1"},

@@ -109,6 +109,7 @@ using Change = std::pair<const char*, const char*>;
 const std::vector<std::vector<Change>>& finishes() {
   static const std::vector<std::vector<Change>> list = {
       {{"matteBlack", "0.1"}, {"matteWhite", "0.8"}, {"matteGamma", "1.5"}},
+      {{"refine", "0.75"}},
       {{"islands", "6"}},
       {{"pinholes", "5"}},
       {{"shrink", "1.3"}},
@@ -122,6 +123,7 @@ const std::vector<std::vector<Change>>& finishes() {
       {{"lightWrap", "0.6"}, {"wrapReach", "7"}},
       {{"matteBlack", "0.05"},
        {"matteGamma", "0.8"},
+       {"refine", "1"},
        {"islands", "6"},
        {"pinholes", "5"},
        {"shrink", "0.7"},

@@ -50,6 +50,7 @@ class Results {
  public:
   Results(const RowTable& table, int width) : table_(table), width_(width), chance_(1) {
     mattes();
+    guides();
     colours<std::uint8_t>();
     colours<std::uint16_t>();
     colours<float>();
@@ -157,6 +158,29 @@ class Results {
     }
   }
 
+  void guides() {
+    const int wide = width_ + 4 * guideReach;
+    const std::ptrdiff_t stride = wide;
+    std::array<std::vector<float>, 2 * guideReach + 1> values, lines;
+    std::array<const float*, 2 * guideReach + 1> from{}, fitted{};
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      values[i] = samplesOf<float>(chance_, 4 * wide);
+      for (float& v : values[i]) v = std::clamp(v, 0.0f, 1.0f);
+      from[i] = values[i].data() + guideReach;
+    }
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      lines[i].resize(values[i].size());
+      std::swap(from[0], from[i]);  // other rows, other lines
+      table_.fitMatte(from.data(), stride, 0.001f, width_ + 2 * guideReach, lines[i].data());
+      keep(lines[i]);
+      fitted[i] = lines[i].data() + guideReach;
+    }
+    std::vector<float> matte(static_cast<std::size_t>(width_));
+    table_.followMatte(fitted.data(), values[2].data() + 2 * guideReach, stride, width_,
+                       matte.data());
+    keep(matte);
+  }
+
   template <class Sample>
   void colours() {
     const ColourRows<Sample>& table = table_.colours<Sample>();
@@ -179,6 +203,10 @@ class Results {
       table.splitChroma(channels.data(), step, width_, wide, planes.data());
       keep(planes);
     }
+    std::vector<float> guide(4 * static_cast<std::size_t>(wide));
+    table.takeGuide({come.data(), come.data() + 1, come.data() + 2, 4, own.data()}, width_, wide,
+                    guide.data());
+    keep(guide);
     std::vector<float> within(come.size()), behind(come.size());
     table.slide(inside.data(), width_, reach, 0, within.data());
     table.slide(light.data(), width_, reach, 255.0f * 49, behind.data());

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// A matte's edge led by the plate's colours: around an edge the matte is nearly a line over red,
+// green and blue, and that line knows less of grain than a key does, which looks at one pixel. The
+// guided filter of He, Sun and Tang (Guided Image Filtering, 2010) over squares of five pixels.
+// Single precision, each operation rounded as written, sums in a fixed order
+// (keyer/simd/RowGuide.h). Beyond the frame its outermost pixels go on. Knows the engine's tile
+// images.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "keyer/Finish.h"
+#include "keyer/FinishColour.h"
+
+namespace orvanite {
+
+/// How far around a pixel the refined matte looks, in pixels.
+inline constexpr int refineBorder = 4;
+
+/// Room for one thread, kept from tile to tile.
+struct RefineScratch {
+  std::vector<float> values, lines;  // rows that come round again
+  std::vector<float> led;            // a row
+};
+
+/// The refined matte of a tile: pixels that are neither clear nor solid, by more than a 255th, go
+/// finish.refine of the way to what their colours say.
+///
+/// plate    the frame as it was shot
+/// matte    its matte
+/// garbage  the garbage matte; null: none. What it cuts whole is not looked at
+/// area     the tile
+/// refined  where the whole frame's refined matte is put together; rows as wide as the frame
+/// Returns the part of the tile outside which nothing has changed.
+template <class Sample>
+FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const MatteRows& matte,
+                      const Pixels<Sample>* garbage, const FrameArea& area, RefineScratch& scratch,
+                      std::uint16_t* refined);
+
+/// Gives the pixels of a row whose matte was refined the colour that goes with it: what it says to
+/// be more solid than the key did loses less of the screen's colour, but shows no more of it than
+/// before or than its other channels have.
+///
+/// screen   the clean plate's row, samples `step` apart; null: finish.screen everywhere
+/// was, is  the matte before and now
+/// pixels   four samples each, not multiplied, without a grade
+template <class Sample>
+void recolourRefined(const Finish& finish, const Sample* const* screen, std::ptrdiff_t step,
+                     const std::uint16_t* was, const std::uint16_t* is, int count, Sample* pixels);
+
+}  // namespace orvanite

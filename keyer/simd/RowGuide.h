@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: BSD-3-Clause
+//
+// Rows of a matte that is led by the plate's colours. Built once per target: all that is here is
+// the including file's own.
+#pragma once
+
+#include <cstddef>
+#include <type_traits>
+
+#include "keyer/simd/RowTable.h"
+#include "keyer/simd/RowWords.h"
+
+namespace orvanite::ORVANITE_SIMD_TARGET {
+namespace {
+
+// So many pixels at a time, and guideReach more at either end.
+constexpr int guideBlock = 64;
+constexpr int guideSide = 2 * guideReach + 1;
+constexpr int guideWide = guideBlock + 2 * guideReach;
+constexpr float guidePart = 1.0f / static_cast<float>(guideSide * guideSide);
+
+template <class Sample>
+inline float guideOf(Sample v) {
+  if constexpr (std::is_floating_point_v<Sample>) {
+    const float positive = v > 0.0f ? v : 0.0f;
+    return positive < 4.0f ? positive : 4.0f;
+  } else {
+    return static_cast<float>(v) * (sizeof(Sample) == 1 ? 1.0f / 255 : 1.0f / 65535);
+  }
+}
+
+template <class Sample>
+[[gnu::always_inline]] inline void takeGuideBy(const GuideRow<Sample>& row, std::ptrdiff_t step,
+                                               int count, std::ptrdiff_t stride,
+                                               float* __restrict red) {
+  float* __restrict const green = red + stride;
+  float* __restrict const blue = green + stride;
+  float* __restrict const matte = blue + stride;
+  for (int x = 0; x < count; ++x) {
+    red[x] = guideOf(row.red[x * step]);
+    green[x] = guideOf(row.green[x * step]);
+    blue[x] = guideOf(row.blue[x * step]);
+    matte[x] = static_cast<float>(row.matte[x]) * (1.0f / 65535);
+  }
+}
+
+template <class Sample>
+void takeGuide(const GuideRow<Sample>& row, int count, std::ptrdiff_t stride, float* values) {
+  if (row.step == 4) {
+    takeGuideBy(row, 4, count, stride, values);
+  } else {
+    takeGuideBy(row, row.step, count, stride, values);
+  }
+}
+
+// The mean of a square, of its columns' sums.
+inline float squareFrom(const float* sums) {
+  static_assert(guideSide == 5);
+  return ((((sums[0] + sums[1]) + sums[2]) + sums[3]) + sums[4]) * guidePart;
+}
+
+// Least squares in three unknowns by cofactors: the covariances have `flat` added to their
+// diagonal, so that the determinant is well above 0.
+[[gnu::always_inline]] inline void fitMatteBlock(const float* const* rows, std::ptrdiff_t stride,
+                                                 float flat, int first, int some, float* lines) {
+  float sums[13][guideWide];
+  const std::ptrdiff_t begin = first - guideReach;
+  // Columns' sums of a channel, and of the products of two: red, green, blue, matte.
+  const auto sum = [&](float* __restrict to, std::ptrdiff_t c) __attribute__((always_inline)) {
+    const float *const a = rows[0] + c * stride + begin, *const b = rows[1] + c * stride + begin;
+    const float *const d = rows[2] + c * stride + begin, *const e = rows[3] + c * stride + begin;
+    const float* const f = rows[4] + c * stride + begin;
+    for (int x = 0; x < some + 2 * guideReach; ++x) {
+      to[x] = (((a[x] + b[x]) + d[x]) + e[x]) + f[x];
+    }
+  };
+  const auto product = [&](float* __restrict to, std::ptrdiff_t c, std::ptrdiff_t with)
+      __attribute__((always_inline)) {
+    const float *const a = rows[0] + begin, *const b = rows[1] + begin, *const d = rows[2] + begin;
+    const float *const e = rows[3] + begin, *const f = rows[4] + begin;
+    const std::ptrdiff_t p = c * stride, q = with * stride;
+    for (int x = 0; x < some + 2 * guideReach; ++x) {
+      to[x] = (((a[p + x] * a[q + x] + b[p + x] * b[q + x]) + d[p + x] * d[q + x]) +
+               e[p + x] * e[q + x]) +
+              f[p + x] * f[q + x];
+    }
+  };
+  for (int c = 0; c < 4; ++c) sum(sums[c], c);
+  constexpr int pairs[9][2] = {{0, 0}, {0, 1}, {0, 2}, {1, 1}, {1, 2},
+                               {2, 2}, {0, 3}, {1, 3}, {2, 3}};
+  for (int i = 0; i < 9; ++i) product(sums[4 + i], pairs[i][0], pairs[i][1]);
+  float* __restrict const redSlope = lines + first;
+  float* __restrict const greenSlope = redSlope + stride;
+  float* __restrict const blueSlope = greenSlope + stride;
+  float* __restrict const start = blueSlope + stride;
+  for (int x = 0; x < some; ++x) {
+    const float r = squareFrom(sums[0] + x), g = squareFrom(sums[1] + x);
+    const float b = squareFrom(sums[2] + x), m = squareFrom(sums[3] + x);
+    const float rr = (squareFrom(sums[4] + x) - r * r) + flat;
+    const float gg = (squareFrom(sums[7] + x) - g * g) + flat;
+    const float bb = (squareFrom(sums[9] + x) - b * b) + flat;
+    const float rg = squareFrom(sums[5] + x) - r * g, rb = squareFrom(sums[6] + x) - r * b;
+    const float gb = squareFrom(sums[8] + x) - g * b;
+    const float rm = squareFrom(sums[10] + x) - r * m, gm = squareFrom(sums[11] + x) - g * m;
+    const float bm = squareFrom(sums[12] + x) - b * m;
+    const float ofRR = gg * bb - gb * gb, ofRG = gb * rb - rg * bb, ofRB = rg * gb - gg * rb;
+    const float ofGG = rr * bb - rb * rb, ofGB = rg * rb - rr * gb, ofBB = rr * gg - rg * rg;
+    const float part = 1.0f / ((rr * ofRR + rg * ofRG) + rb * ofRB);
+    const float red = ((ofRR * rm + ofRG * gm) + ofRB * bm) * part;
+    const float green = ((ofRG * rm + ofGG * gm) + ofGB * bm) * part;
+    const float blue = ((ofRB * rm + ofGB * gm) + ofBB * bm) * part;
+    redSlope[x] = red;
+    greenSlope[x] = green;
+    blueSlope[x] = blue;
+    start[x] = m - ((red * r + green * g) + blue * b);
+  }
+}
+
+void fitMatte(const float* const* rows, std::ptrdiff_t stride, float flat, int count,
+              float* lines) {
+  eachBlock<guideBlock>(
+      count, [&](int first, int some) __attribute__((always_inline)) {
+        fitMatteBlock(rows, stride, flat, first, some, lines);
+      });
+}
+
+// A pixel's matte is the mean of what the lines that it helped to find say of its colour.
+[[gnu::always_inline]] inline void followBlock(const float* const* lines, const float* row,
+                                               std::ptrdiff_t stride, int first, int some,
+                                               float* matte) {
+  float sums[4][guideWide];
+  for (int i = 0; i < 4; ++i) {
+    const std::ptrdiff_t at = i * stride + first - guideReach;
+    for (int x = 0; x < some + 2 * guideReach; ++x) {
+      sums[i][x] = (((lines[0][at + x] + lines[1][at + x]) + lines[2][at + x]) + lines[3][at + x]) +
+                   lines[4][at + x];
+    }
+  }
+  const float *const red = row + first, *const green = red + stride, *const blue = green + stride;
+  float* __restrict const to = matte + first;
+  for (int x = 0; x < some; ++x) {
+    to[x] = (squareFrom(sums[0] + x) * red[x] + squareFrom(sums[1] + x) * green[x]) +
+            (squareFrom(sums[2] + x) * blue[x] + squareFrom(sums[3] + x));
+  }
+}
+
+void followMatte(const float* const* lines, const float* row, std::ptrdiff_t stride, int count,
+                 float* matte) {
+  eachBlock<guideBlock>(
+      count, [&](int first, int some) __attribute__((always_inline)) {
+        followBlock(lines, row, stride, first, some, matte);
+      });
+}
+
+}  // namespace
+}  // namespace orvanite::ORVANITE_SIMD_TARGET
