@@ -183,6 +183,12 @@ test('a range is rendered as a ZIP, with the samples that the command writes', a
   });
   assert.deepEqual(Buffer.from(bytes), readFileSync(await zip.path()));
   await page.selectOption('#range', 'all');
+  // Onto a disk that hangs: the render is under way for as long as one looks.
+  await page.evaluate(() => {
+    let writes = 0;
+    const write = () => (++writes > 12 ? new Promise(() => {}) : Promise.resolve());
+    window.showSaveFilePicker = async ({suggestedName}) => ({name: suggestedName, createWritable: async () => ({write, close: async () => {}, abort: async () => {}})});
+  });
   await page.click('#render');
   await page.waitForFunction(() => document.getElementById('progress').value > 0);
   await page.click('#cancel');

@@ -94,8 +94,9 @@ for (const alone of [true, false]) test(`a plate is opened, keyed and rendered, 
   await page.keyboard.press('z');
   await page.focus('#stage');
   await page.keyboard.press('ArrowRight');
-  await page.waitForFunction(() => location.hash.includes('place=1,'));
   const zoomed = await place();
+  // The address takes down where it rests.
+  await page.waitForFunction(({x, y}) => location.hash.includes(`place=1,${-x},${-y}`), zoomed);
   await Promise.all([page.waitForEvent('load'), page.reload()]);
   await shown(page);
   assert.deepEqual(await place(), zoomed, 'what is seen stays');
@@ -168,6 +169,39 @@ test('what cannot be opened is said, and a preset is taken', async () => {
   assert.notEqual(over, line);
   execFileSync(program, over.split(' ').slice(1), {cwd: files.folder});
   assert.deepEqual((await render(page)).pixels, readPng(join(files.folder, 'key.png')).pixels);
+  assert.deepEqual(page.problems, []);
+});
+
+test('masks drawn while a preset is read stay', async () => {
+  const files = drawPlate('--size', '160x90');
+  const {address} = await host();
+  const {page, close} = await browse(1280, 720);
+  closers.push(close);
+  // Holds back what engines answer.
+  await page.addInitScript(() => {
+    const {Worker} = window;
+    window.Worker = class extends Worker {
+      addEventListener(type, listen, more) {
+        super.addEventListener(type, async (event) => { await window.held; listen(event); }, more);
+      }
+    };
+  });
+  await page.goto(address);
+  await Promise.all([page.waitForEvent('load'), page.setInputFiles('#open input[type=file] >> nth=0', files.plate)]);
+  await page.waitForFunction(() => document.getElementById('counts').textContent);
+  await page.evaluate(() => {
+    window.held = new Promise((done) => { window.free = done; });
+    const data = new DataTransfer();
+    data.items.add(new File(['{"orvanite": "preset", "version": 1, "parameters": {"screenRange": 0.3}}'], 'key.json'));
+    dispatchEvent(new DragEvent('drop', {dataTransfer: data, cancelable: true}));
+  });
+  await page.keyboard.press('m');
+  await page.focus('#maskPolygon');
+  await page.keyboard.press('Enter');
+  await page.waitForFunction(() => location.hash.includes('masks='));
+  await page.evaluate(() => free());
+  await page.waitForFunction(() => location.hash.includes('screenRange=0.3'));
+  assert.ok(await page.evaluate(() => new URLSearchParams(location.hash.slice(1)).get('masks')));
   assert.deepEqual(page.problems, []);
 });
 

@@ -99,14 +99,18 @@ async function useText(file) {
   const {ask} = await import('./server.js');
   try {
     const text = await file.text();
-    const now = new URLSearchParams(location.hash.slice(1));
+    // What is set when the answer comes, not when it was asked for, is what the file goes beside.
+    const now = () => new URLSearchParams(location.hash.slice(1));
     if (areMasks(text)) {
-      now.set('masks', textOf(shapesOf(await ask('useMasks', {text}))) ?? '');
-      location.hash = addressOf(now);
+      const masks = textOf(shapesOf(await ask('useMasks', {text}))) ?? '';
+      const beside = now();
+      beside.set('masks', masks);
+      location.hash = addressOf(beside);
     } else {
       const settings = await ask('usePreset', {text});
-      const masks = now.get('masks');
-      location.hash = addressOf({...(await ask('state')).settings, ...settings, ...(masks && {masks})});
+      const usual = (await ask('state')).settings;
+      const masks = now().get('masks');
+      location.hash = addressOf({...usual, ...settings, ...(masks && {masks})});
     }
     if (dialog.open) dialog.close();
   } catch (error) {
