@@ -172,7 +172,7 @@ TEST(Refine, CalmsAnEdgeWithGrainAndKeepsItsPlace) {
   constexpr int wide = 80, high = 60, left = 36, right = 45;
   const std::array<float, 3> subject = {0.7f, 0.3f, 0.5f};
   std::mt19937 chance(9);
-  std::vector<std::uint16_t> plate(4 * wide * high), clean(plate.size());
+  std::vector<std::uint16_t> plate(std::size_t{4} * wide * high), clean(plate.size());
   for (int y = 0; y < high; ++y) {
     for (int x = 0; x < wide; ++x) {
       const float share = std::clamp((static_cast<float>(x) - 34.0f) / 12.0f, 0.0f, 1.0f);
