@@ -17,9 +17,13 @@ namespace orvanite {
 
 /// Rows of a frame on their way through the engine.
 struct WordBlock {
-  Frame frame;    ///< their words
-  int first = 0;  ///< the first of them
-  Words::Buffer fg, bg, dst, ref, mattes;
+  Frame frame;           ///< their words
+  int first = 0;         ///< the first of them
+  Words::Buffer fg;      ///< room for the plate's
+  Words::Buffer bg;      ///< for the background's
+  Words::Buffer dst;     ///< for what is keyed
+  Words::Buffer ref;     ///< for the clean plate's
+  Words::Buffer mattes;  ///< for hold-out and garbage
 };
 
 /// A keyer for the frames of one shot.

@@ -22,8 +22,9 @@ inline constexpr int refineBorder = 4;
 
 /// Room for one thread, kept from tile to tile.
 struct RefineScratch {
-  std::vector<float> values, lines;  // rows that come round again
-  std::vector<float> led;            // a row
+  std::vector<float> values;  ///< rows of colours and matte that come round again
+  std::vector<float> lines;   ///< likewise of lines
+  std::vector<float> led;     ///< a row of what they say
 };
 
 /// The refined matte of a tile: pixels that are neither clear nor solid, by more than a 255th, go
