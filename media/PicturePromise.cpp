@@ -172,12 +172,18 @@ PicturePromise ofPnm(FileBytes& file) {
 }
 
 // Chunks up to the last one, which is empty and is often all that is looked at.
+// libpng takes memory for a chunk before it reads it, up to 2 GiB: those before the picture are
+// walked in any case. An end where it belongs answers for those of the picture.
 PicturePromise ofPng(FileBytes& file) {
   PicturePromise result = promise(file.four(16), file.four(20), 0);
-  const auto ends = [&](u64 at) { return file.four(at) == 0 && file.text(at + 4, 4) == "IEND"; };
-  if (file.size() >= 20 && ends(file.size() - 12)) return result;
+  const auto is = [&](u64 at, std::string_view name) { return file.text(at + 4, 4) == name; };
+  const auto ends = [&](u64 at) { return file.four(at) == 0 && is(at, "IEND"); };
+  const bool whole = file.size() >= 20 && ends(file.size() - 12);
   u64 at = 8;
-  while (at + 12 <= file.size() && !ends(at)) at += 12 + file.four(at);
+  while (at + 12 <= file.size() && !ends(at)) {
+    if (whole && is(at, "IDAT")) return result;
+    at += 12 + file.four(at);
+  }
   result.bytes = at + 12;
   return result;
 }

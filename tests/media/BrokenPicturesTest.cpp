@@ -103,6 +103,20 @@ TEST(BrokenPictures, ATextOfAHeaderIsNoLongerThanTheFile) {
   }
 }
 
+// libpng would take and clear as much memory as the chunk says.
+TEST(BrokenPictures, AChunkBeforeThePictureIsNoLongerThanTheFile) {
+  const Folder folder;
+  ffmpeg(folder, "-f lavfi -i testsrc2=s=24x16 -frames:v 1 -pix_fmt rgb24 @s.png");
+  const std::string whole = bytesOf(folder / "s.png");
+  // After the header, which ends with its 33rd byte.
+  std::string bytes = whole;
+  bytes.insert(33, std::string("\x70\0\0\0tEXtk\0long", 14));
+  writeBytes(folder / "long.png", bytes);
+  const std::string error = readThrough(folder / "long.png").error;
+  EXPECT_NE(error.find("promises at least 1879048249 bytes"), std::string::npos) << error;
+  EXPECT_EQ(readThrough(folder / "s.png").error, "");
+}
+
 // Bytes 30 to 33 of a BMP tell its compression: 1 is runs of 8 bits, 2 of 4.
 TEST(BrokenPictures, ABmpOf24BitsHasNoRuns) {
   const Folder folder;
