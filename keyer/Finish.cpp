@@ -40,10 +40,11 @@ Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
   if (finish.spillReplace == SpillReplace::background && !inputs.background) {
     finish.spillReplace = SpillReplace::nothing;
   }
-  const Settings standard;
   for (const char* name : {"exposure", "gamma", "offset", "saturation"}) {
-    for (int c = 0; c < (findParameter(name)->type == ParameterType::triple ? 3 : 1); ++c) {
-      finish.graded = finish.graded || settings.number(name, c) != standard.number(name, c);
+    const Parameter& grade = *findParameter(name);
+    for (int c = 0; c < (grade.type == ParameterType::triple ? 3 : 1); ++c) {
+      finish.graded =
+          finish.graded || settings.number(name, c) != grade.defaults[static_cast<std::size_t>(c)];
     }
   }
   finish.wrap = inputs.background ? settings.number("lightWrap") : 0;
