@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 #include "keyer/simd/RowWords.h"
 
@@ -21,17 +20,6 @@ constexpr float ninth = 1.0f / 9.0f;
 
 inline float threeFrom(const float* at) { return (at[0] + at[1]) + at[2]; }
 
-// A code as a float; NaN is not above 0, what is infinite is cut.
-template <class Sample>
-inline float codeOf(Sample v) {
-  if constexpr (std::is_floating_point_v<Sample>) {
-    const float positive = v > 0.0f ? v : 0.0f;
-    return positive < 16.0f ? positive : 16.0f;
-  } else {
-    return static_cast<float>(v) * (sizeof(Sample) == 1 ? 1.0f / 255 : 1.0f / 65535);
-  }
-}
-
 // ITU-R BT.601, as JPEG and most movies have it.
 template <class Sample>
 inline void splitBy(const Sample* const* channels, std::ptrdiff_t step, int count,
@@ -40,8 +28,8 @@ inline void splitBy(const Sample* const* channels, std::ptrdiff_t step, int coun
   float* __restrict const blue = red + stride;
   const Sample *const r = channels[0], *const g = channels[1], *const b = channels[2];
   for (int x = 0; x < count; ++x) {
-    const float ofRed = codeOf(r[x * step]), ofBlue = codeOf(b[x * step]);
-    const float all = 0.299f * ofRed + 0.587f * codeOf(g[x * step]) + 0.114f * ofBlue;
+    const float ofRed = codeOf(r[x * step], 16.0f), ofBlue = codeOf(b[x * step], 16.0f);
+    const float all = 0.299f * ofRed + 0.587f * codeOf(g[x * step], 16.0f) + 0.114f * ofBlue;
     light[x] = all;
     red[x] = ofRed - all;
     blue[x] = ofBlue - all;

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstddef>
-#include <type_traits>
 
 #include "keyer/simd/RowTable.h"
 #include "keyer/simd/RowWords.h"
@@ -20,16 +19,6 @@ constexpr int guideWide = guideBlock + 2 * guideReach;
 constexpr float guidePart = 1.0f / static_cast<float>(guideSide * guideSide);
 
 template <class Sample>
-inline float guideOf(Sample v) {
-  if constexpr (std::is_floating_point_v<Sample>) {
-    const float positive = v > 0.0f ? v : 0.0f;
-    return positive < 4.0f ? positive : 4.0f;
-  } else {
-    return static_cast<float>(v) * (sizeof(Sample) == 1 ? 1.0f / 255 : 1.0f / 65535);
-  }
-}
-
-template <class Sample>
 [[gnu::always_inline]] inline void takeGuideBy(const GuideRow<Sample>& row, std::ptrdiff_t step,
                                                int count, std::ptrdiff_t stride,
                                                float* __restrict red) {
@@ -37,9 +26,9 @@ template <class Sample>
   float* __restrict const blue = green + stride;
   float* __restrict const matte = blue + stride;
   for (int x = 0; x < count; ++x) {
-    red[x] = guideOf(row.red[x * step]);
-    green[x] = guideOf(row.green[x * step]);
-    blue[x] = guideOf(row.blue[x * step]);
+    red[x] = codeOf(row.red[x * step], 4.0f);
+    green[x] = codeOf(row.green[x * step], 4.0f);
+    blue[x] = codeOf(row.blue[x * step], 4.0f);
     matte[x] = static_cast<float>(row.matte[x]) * (1.0f / 65535);
   }
 }

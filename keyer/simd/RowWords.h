@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "keyer/simd/RowTable.h"
 
@@ -20,6 +21,17 @@ template <int pixels, class Work>
   const int whole = count / pixels * pixels;
   for (int first = 0; first < whole; first += pixels) work(first, pixels);
   if (whole < count) work(whole, count - whole);
+}
+
+// A code as a float, at most `most`; NaN is not above 0.
+template <class Sample>
+inline float codeOf(Sample v, float most) {
+  if constexpr (std::is_floating_point_v<Sample>) {
+    const float positive = v > 0.0f ? v : 0.0f;
+    return positive < most ? positive : most;
+  } else {
+    return static_cast<float>(v) * (sizeof(Sample) == 1 ? 1.0f / 255 : 1.0f / 65535);
+  }
 }
 
 inline std::uint16_t wordOfCode(float code) {
