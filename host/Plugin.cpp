@@ -17,12 +17,12 @@ const NRiName NRxOrvanite::thisClassName =
 const NRiName NRxOrvanite::composite = NRiName::getString("composite");
 
 namespace {
-const NRiName banner = NRiName::getString("Orvanite 1.4 (32-bit)");
+const NRiName pluginName = NRiName::getString("Orvanite 1.4 (32-bit)");
 }
 
 class NRxOrvanite_1v4_Plugin : public NRxPlugin {
  public:
-  NRxOrvanite_1v4_Plugin() : NRxPlugin(banner) {
+  NRxOrvanite_1v4_Plugin() : NRxPlugin(pluginName) {
     if (compiled_) return;
     NRiValue result;
     compiled_ = compiler_.execute(NRiScope::getGlobal(), NRiType::null, result,

@@ -7,9 +7,13 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvanite::view {
+
+/// What a line begins with in which the command complains.
+inline constexpr std::string_view complaintStart = "orvanite: ";
 
 /// Starts a program and returns its process, which the caller has to wait for; -1: it cannot be
 /// started. The arguments follow the program's name.

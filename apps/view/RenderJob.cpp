@@ -25,8 +25,6 @@ namespace {
 // The page's own pictures go first.
 constexpr int renderNiceness = 10;
 
-constexpr std::string_view complaintStart = "orvanite: ";
-
 }  // namespace
 
 RenderJob::RenderJob(const Footage& footage, std::string output, KeyArguments arguments)

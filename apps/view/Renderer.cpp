@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -19,10 +20,8 @@ namespace {
 // Samples of a box are thinned out beyond this many.
 constexpr std::int64_t boxSamples = 1 << 18;
 
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
-
 std::array<float, 4> valuesAt(const media::Picture& picture, int x, int y) {
-  const std::size_t first = 4 * (at(y) * at(picture.data.width) + at(x));
+  const auto first = 4 * (std::ptrdiff_t{picture.data.width} * y + x);
   const auto maximum = static_cast<float>(maxOf(picture.depth));
   std::array<float, 4> values{};
   withSampleOf(picture.depth, [&]<class Sample>(std::type_identity<Sample>) {
@@ -59,7 +58,7 @@ FrameKeyer& Renderer::keyer(int slot) {
   if (slot < 0 || slot >= slots) {
     throw Error::expected(Fault::wrongUse, "slot", "0 or 1", std::to_string(slot));
   }
-  auto& keyer = keyers_[at(slot)];
+  auto& keyer = keyers_[static_cast<std::size_t>(slot)];
   if (!keyer) keyer.emplace(footage_);
   return *keyer;
 }

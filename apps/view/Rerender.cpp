@@ -24,7 +24,6 @@ namespace {
 
 // Programs write a file in several steps: what changed is looked at when they seem to be through.
 constexpr int settleMilliseconds = 80;
-constexpr std::string_view complaintStart = "orvanite: ";
 
 bool readable(int descriptor, int milliseconds) {
   pollfd one{descriptor, POLLIN, 0};

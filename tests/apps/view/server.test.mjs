@@ -310,7 +310,7 @@ test('a render that is killed at any moment leaves whole files only, and the nex
   };
   let round = 0;
   for (const [name, signals] of [['k.####.png', ['SIGKILL', 'SIGTERM', 'SIGINT']], ['k.mov', ['SIGKILL', 'SIGTERM']]]) {
-    for (const signal of signals) {
+    for (const signal of process.env.ORVANITE_FEW_KILLS ? signals.slice(0, 1) : signals) {
       const to = folder();
       const killed = await begin(join(to, name));
       const some = ++round % 3 * 3;  // of the files, or none yet
