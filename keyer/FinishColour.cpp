@@ -149,30 +149,10 @@ class Means {
 }  // namespace
 
 template <class Sample>
-MatteReader<Sample>::MatteReader(const Finish& finish)
-    : curve_(std::is_same_v<Sample, std::uint8_t> ? 256
-             : finish.clips()                     ? 65536
-                                                  : 0) {
-  if (finish.clips()) {
-    curve_ = matteCurve(finish.black, finish.white, finish.gamma, static_cast<int>(curve_.size()));
-  } else {
-    for (std::size_t i = 0; i < curve_.size(); ++i) {
-      curve_[i] = static_cast<std::uint16_t>(i * 257);
-    }
-  }
-}
-
-template <class Sample>
-std::uint16_t MatteReader<Sample>::plain(Sample code) {
-  if constexpr (std::is_same_v<Sample, std::uint8_t>) {
-    return static_cast<std::uint16_t>(code * 257);
-  } else if constexpr (std::is_same_v<Sample, std::uint16_t>) {
-    return code;
-  } else {
-    // NaN is not above 0.
-    const float held = code > 0 ? (code < 1 ? code : 1.0f) : 0.0f;
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(held * 65535.0f + 0.5f));
-  }
+MatteReader<Sample>::MatteReader(const Finish& finish) {
+  if (!finish.clips()) return;
+  constexpr int codes = std::is_same_v<Sample, std::uint8_t> ? 256 : 65536;
+  curve_ = matteCurve(finish.black, finish.white, finish.gamma, codes);
 }
 
 template <class Sample>

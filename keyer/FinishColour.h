@@ -54,13 +54,31 @@ class MatteReader {
  public:
   /// Straight where nothing is clipped.
   explicit MatteReader(const Finish& finish);
-  /// The matte of a code; NaN counts as 0.
-  std::uint16_t operator()(Sample code) const {
-    if constexpr (std::is_same_v<Sample, std::uint8_t>) return curve_[code];
-    return curve_.empty() ? plain(code) : curve_[plain(code)];
+  /// The mattes of codes four samples apart.
+  void read(const Sample* codes, std::ptrdiff_t count, std::uint16_t* matte) const {
+    if (curve_.empty()) {
+      for (std::ptrdiff_t i = 0; i < count; ++i) matte[i] = plain(codes[4 * i]);
+      return;
+    }
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      if constexpr (std::is_same_v<Sample, std::uint8_t>) {
+        matte[i] = curve_[codes[4 * i]];
+      } else {
+        matte[i] = curve_[plain(codes[4 * i])];
+      }
+    }
   }
-  /// The same without the curve.
-  static std::uint16_t plain(Sample code);
+  /// The matte of a code without the curve; NaN counts as 0.
+  static std::uint16_t plain(Sample code) {
+    if constexpr (std::is_same_v<Sample, std::uint8_t>) {
+      return static_cast<std::uint16_t>(code * 257);
+    } else if constexpr (std::is_same_v<Sample, std::uint16_t>) {
+      return code;
+    } else {
+      const float held = code > 0 ? (code < 1 ? code : 1.0f) : 0.0f;
+      return static_cast<std::uint16_t>(static_cast<std::int32_t>(held * 65535.0f + 0.5f));
+    }
+  }
 
  private:
   std::vector<std::uint16_t> curve_;  // empty: straight

@@ -160,11 +160,9 @@ bool Finisher::keyBand(const Frame& frame, int band, Workspace& space) const {
   tile.hold = from<Sample>(frame.pictures.hold, 0, y);
   tile.ref = from<Sample>(frame.pictures.ref, 0, y);
   if (orvanite_render(engine_.get(), bytesOf(depth_), frame.width, rows, &tile) != 0) return false;
-  const auto& reader = std::get<MatteReader<Sample>>(reader_);
-  const Sample* alpha = static_cast<const Sample*>(tile.dst.alpha);
-  std::uint16_t* matte = space.plane.row(y);
-  const std::ptrdiff_t count = std::ptrdiff_t{frame.width} * rows;
-  for (std::ptrdiff_t i = 0; i < count; ++i) matte[i] = reader(alpha[4 * i]);
+  std::get<MatteReader<Sample>>(reader_).read(static_cast<const Sample*>(tile.dst.alpha),
+                                              std::ptrdiff_t{frame.width} * rows,
+                                              space.plane.row(y));
   space.plane.measure(band);
   return true;
 }
@@ -328,13 +326,13 @@ bool Finisher::finishTile(const Frame& frame, const Workspace& space, const Otil
       trim(scratch.matte, around);
     }
   }
-  if (garbage_) {
+  if (garbage_ && even != 0) {
     const Pixels<Sample> garbage(frame.pictures.garbage, frame.width, frame.height);
     std::uint16_t* matte = scratch.matte.samples.data();
-    for (int y = area.y; y < area.y + area.height; ++y) {
-      for (int x = area.x; x < area.x + area.width; ++x, ++matte) {
-        const Sample code = garbage.alpha[garbage.at(x, y)];
-        if (*matte > 0 && code > 0) *matte = cut(*matte, code);
+    for (int y = area.y; y < area.y + area.height; ++y, matte += area.width) {
+      const Sample* const codes = garbage.alpha + garbage.at(area.x, y);
+      for (int x = 0; x < area.width; ++x) {
+        matte[x] = cut(matte[x], codes[garbage.pixelStep * x]);
       }
     }
   }

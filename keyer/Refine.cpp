@@ -26,44 +26,52 @@ constexpr float fullOf = std::is_floating_point_v<Sample> ? 1.0f
                          : sizeof(Sample) == 1            ? 255.0f
                                                           : 65535.0f;
 
-// What is nearer to clear or solid than a code of eight bits is left as it is.
-constexpr int nearly = solid / 255;
-
-// Which pixels of a frame are refined: the soft ones, but for those that the garbage matte cuts
-// whole.
+// Where the first and the last pixel of each of an area's rows lie that are refined, counted from
+// its left: the soft ones, but for those that the garbage matte cuts whole. First above last: none.
+// Returns the smallest rectangle that holds all; of no width: none.
 template <class Sample>
-struct Chosen {
-  const MatteRows& matte;
-  const Pixels<Sample>* garbage;
-
-  bool operator()(int x, int y) const {
-    const std::uint16_t own = *matte.at(x, y);
-    if (own <= nearly || own >= solid - nearly) return false;
-    return garbage == nullptr ||
-           MatteReader<Sample>::plain(garbage->alpha[garbage->at(x, y)]) < solid;
-  }
-};
-
-// The smallest rectangle within an area that holds the chosen pixels; of no width where there are
-// none.
-template <class Sample>
-FrameArea softOf(const Chosen<Sample>& chosen, const FrameArea& area) {
-  int left = area.width, right = -1, top = 0, bottom = -1;
+FrameArea findSoft(const MatteRows& matte, const Pixels<Sample>* garbage, const FrameArea& area,
+                   std::vector<RowSpan>& spans) {
+  RowSpan all;
+  int top = 0, bottom = -1;
+  spans.assign(static_cast<std::size_t>(area.height), RowSpan());
   for (int y = 0; y < area.height; ++y) {
-    const std::uint16_t* const row = chosen.matte.at(area.x, area.y + y);
+    const std::uint16_t* const row = matte.at(area.x, area.y + y);
+    const Sample* const cut =
+        garbage != nullptr ? garbage->alpha + garbage->at(area.x, area.y + y) : nullptr;
+    const std::ptrdiff_t step = garbage != nullptr ? garbage->pixelStep : 0;
+    const auto soft = [&](int x) {
+      return row[x] > nearlyClear && row[x] < nearlySolid &&
+             (cut == nullptr || MatteReader<Sample>::plain(cut[step * x]) < solid);
+    };
     int first = 0;
     const int count = rowTable().wanted(row, row, area.width, first);
     int last = first + count - 1;
-    while (first <= last && !chosen(area.x + first, area.y + y)) ++first;
-    while (first <= last && !chosen(area.x + last, area.y + y)) --last;
+    while (first <= last && !soft(first)) ++first;
+    while (first <= last && !soft(last)) --last;
     if (first > last) continue;
-    if (right < 0) top = y;
+    if (bottom < 0) top = y;
     bottom = y;
-    left = std::min(left, first);
-    right = std::max(right, last);
+    spans[static_cast<std::size_t>(y)] = {first, last};
+    all = {std::min(all.first, first), std::max(all.last, last)};
   }
-  if (right < 0) return {area.x, area.y, 0, 0};
-  return {area.x + left, area.y + top, right - left + 1, bottom - top + 1};
+  if (bottom < 0) return {area.x, area.y, 0, 0};
+  spans = {spans.begin() + top, spans.begin() + bottom + 1};
+  for (RowSpan& span : spans) {
+    if (span.first <= span.last) span = {span.first - all.first, span.last - all.first};
+  }
+  return {area.x + all.first, area.y + top, all.last - all.first + 1, bottom - top + 1};
+}
+
+// What all rows up to `reach` from one need.
+RowSpan around(const std::vector<RowSpan>& spans, int y, int reach) {
+  RowSpan all;
+  const int end = std::min(static_cast<int>(spans.size()), y + reach + 1);
+  for (int i = std::max(0, y - reach); i < end; ++i) {
+    const RowSpan& one = spans[static_cast<std::size_t>(i)];
+    all = {std::min(all.first, one.first), std::max(all.last, one.last)};
+  }
+  return all;
 }
 
 }  // namespace
@@ -76,18 +84,14 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const M
     const std::uint16_t* const row = matte.at(area.x, y);
     std::copy_n(row, area.width, refined + (row - matte.samples));
   }
-  const Chosen<Sample> chosen{matte, garbage};
-  const FrameArea soft = softOf(chosen, area);
+  const FrameArea soft = findSoft(matte, garbage, area, scratch.spans);
   if (soft.width == 0) return soft;
   // Rows of the plate lie `refineBorder` wider on each side, rows of lines `guideReach`.
-  const int wide = soft.width + 2 * refineBorder, lined = soft.width + 2 * guideReach;
+  const int wide = soft.width + 2 * refineBorder;
   const std::ptrdiff_t stride = wide;
   const auto kept = static_cast<std::size_t>(side) * 4 * static_cast<std::size_t>(wide);
   for (std::vector<float>* room : {&scratch.values, &scratch.lines}) {
     if (room->size() < kept) room->resize(kept);
-  }
-  if (scratch.led.size() < static_cast<std::size_t>(wide)) {
-    scratch.led.resize(static_cast<std::size_t>(wide));
   }
   const float vivid = finish.screen[static_cast<std::size_t>(finish.primary)];
   const float flat = std::max(leastFlat, flatPart * vivid * vivid);
@@ -134,20 +138,27 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const M
     take(y);
     const int fitted = y - guideReach;  // its rows are all there
     if (fitted < -guideReach) continue;
-    rows.fitMatte(rowsAround(scratch.values, fitted, guideReach).data(), stride, flat, lined,
-                  place(scratch.lines, fitted));
+    const RowSpan lined = around(scratch.spans, fitted, guideReach);
+    if (lined.first <= lined.last) {
+      rows.fitMatte(rowsAround(scratch.values, fitted, guideReach + lined.first).data(), stride,
+                    flat, lined.last - lined.first + side,
+                    place(scratch.lines, fitted) + lined.first);
+    }
     const int done = fitted - guideReach;
     if (done < 0) continue;
-    rows.followMatte(rowsAround(scratch.lines, done, guideReach).data(),
-                     place(scratch.values, done) + refineBorder, stride, soft.width,
-                     scratch.led.data());
-    const std::uint16_t* const was = matte.at(soft.x, soft.y + done);
-    std::uint16_t* const to = refined + (was - matte.samples);
-    for (int x = 0; x < soft.width; ++x) {
-      if (!chosen(soft.x + x, soft.y + done)) continue;
-      const float own = static_cast<float>(was[x]) * (1.0f / solid);
-      const float led = std::clamp(scratch.led[static_cast<std::size_t>(x)], 0.0f, 1.0f);
-      to[x] = static_cast<std::uint16_t>((own + finish.refine * (led - own)) * solid + 0.5f);
+    const auto [first, last] = scratch.spans[static_cast<std::size_t>(done)];
+    if (first > last) continue;
+    const std::uint16_t* const was = matte.at(soft.x + first, soft.y + done);
+    std::uint16_t* const is = refined + (was - matte.samples);
+    const int count = last - first + 1;
+    rows.followMatte(rowsAround(scratch.lines, done, guideReach + first).data(),
+                     place(scratch.values, done) + refineBorder + first, stride, finish.refine, was,
+                     count, is);
+    if (garbage == nullptr) continue;
+    const Sample* const codes = garbage->alpha + garbage->at(soft.x + first, soft.y + done);
+    for (int x = 0; x < count; ++x) {
+      const bool cut = MatteReader<Sample>::plain(codes[garbage->pixelStep * x]) == solid;
+      is[x] = cut ? was[x] : is[x];
     }
   }
   return soft;
@@ -156,30 +167,9 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const M
 template <class Sample>
 void recolourRefined(const Finish& finish, const Sample* const* screen, std::ptrdiff_t step,
                      const std::uint16_t* was, const std::uint16_t* is, int count, Sample* pixels) {
-  const int p = finish.primary, q = (p + 1) % 3, r = (p + 2) % 3;
-  for (int x = 0; x < count; ++x, pixels += 4) {
-    if (was[x] == is[x] || is[x] == 0) continue;
-    const float before = static_cast<float>(was[x]), now = static_cast<float>(is[x]);
-    std::array<float, 3> colour{};
-    for (int c = 0; c < 3; ++c) {
-      const auto i = static_cast<std::size_t>(c);
-      const float seen = screen != nullptr ? static_cast<float>(screen[c][step * x])
-                                           : finish.screen[i] * fullOf<Sample>;
-      const auto own = static_cast<float>(pixels[c]);
-      const float mixed = (before * own + (now - before) * seen) / now;
-      colour[i] = std::max(mixed, std::min(own, 0.0f));
-    }
-    const auto at = [&](int c) -> float& { return colour[static_cast<std::size_t>(c)]; };
-    const float most = std::max(0.5f * (at(q) + at(r)), static_cast<float>(pixels[p]));
-    at(p) = std::min(at(p), most);
-    for (int c = 0; c < 3; ++c) {
-      if constexpr (std::is_floating_point_v<Sample>) {
-        pixels[c] = at(c);
-      } else {
-        pixels[c] = static_cast<Sample>(std::min(at(c), fullOf<Sample>) + 0.5f);
-      }
-    }
-  }
+  RefinedRow<Sample> row{was, is, screen, step, finish.screen, finish.primary, pixels, count};
+  for (float& v : row.colour) v *= fullOf<Sample>;
+  rowTable().colours<Sample>().recolour(row);
 }
 
 template FrameArea refineMatte(const Finish&, const Pixels<std::uint8_t>&, const MatteRows&,

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "keyer/Finish.h"
@@ -20,11 +21,18 @@ namespace orvanite {
 /// How far around a pixel the refined matte looks, in pixels.
 inline constexpr int refineBorder = 4;
 
+/// Columns of a row; first above last: none.
+struct RowSpan {
+  int first = std::numeric_limits<int>::max();
+  int last = std::numeric_limits<int>::min();
+};
+
 /// Room for one thread, kept from tile to tile.
 struct RefineScratch {
-  std::vector<float> values;  ///< rows of colours and matte that come round again
-  std::vector<float> lines;   ///< likewise of lines
-  std::vector<float> led;     ///< a row of what they say
+  std::vector<RowSpan> spans;  ///< what is refined of each row
+  std::vector<float> values;   ///< rows of colours and matte that come round again
+  std::vector<float> lines;    ///< likewise of lines
+  std::vector<float> led;      ///< a row of what they say
 };
 
 /// The refined matte of a tile: pixels that are neither clear nor solid, by more than a 255th, go

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// Rows of a matte that is led by the plate's colours. Built once per target: all that is here is
-// the including file's own.
+// Rows of a matte that is led by the plate's colours, and of the colours that go with it. Built
+// once per target: all that is here is the including file's own.
 #pragma once
 
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <type_traits>
 
 #include "keyer/simd/RowTable.h"
 #include "keyer/simd/RowWords.h"
@@ -113,10 +116,21 @@ void fitMatte(const float* const* rows, std::ptrdiff_t stride, float flat, int c
       });
 }
 
+// One of two, without a branch: compilers would put into it what they cannot do for several at
+// once.
+template <class Value>
+[[gnu::always_inline]] inline Value either(bool first, Value a, Value b) {
+  using Bits = std::conditional_t<sizeof(Value) == 4, std::uint32_t, Value>;
+  const auto mask = static_cast<Bits>(first ? ~0u : 0u);
+  return std::bit_cast<Value>(
+      static_cast<Bits>((std::bit_cast<Bits>(a) & mask) | (std::bit_cast<Bits>(b) & ~mask)));
+}
+
 // A pixel's matte is the mean of what the lines that it helped to find say of its colour.
 [[gnu::always_inline]] inline void followBlock(const float* const* lines, const float* row,
-                                               std::ptrdiff_t stride, int first, int some,
-                                               float* matte) {
+                                               std::ptrdiff_t stride, float share,
+                                               const std::uint16_t* was, int first, int some,
+                                               std::uint16_t* is) {
   float sums[4][guideWide];
   for (int i = 0; i < 4; ++i) {
     const std::ptrdiff_t at = i * stride + first - guideReach;
@@ -126,19 +140,100 @@ void fitMatte(const float* const* rows, std::ptrdiff_t stride, float flat, int c
     }
   }
   const float *const red = row + first, *const green = red + stride, *const blue = green + stride;
-  float* __restrict const to = matte + first;
+  const std::uint16_t* const from = was + first;
+  std::uint16_t* __restrict const to = is + first;
   for (int x = 0; x < some; ++x) {
-    to[x] = (squareFrom(sums[0] + x) * red[x] + squareFrom(sums[1] + x) * green[x]) +
-            (squareFrom(sums[2] + x) * blue[x] + squareFrom(sums[3] + x));
+    const float led = (squareFrom(sums[0] + x) * red[x] + squareFrom(sums[1] + x) * green[x]) +
+                      (squareFrom(sums[2] + x) * blue[x] + squareFrom(sums[3] + x));
+    const float above = led > 0.0f ? led : 0.0f, held = above < 1.0f ? above : 1.0f;
+    const float own = static_cast<float>(from[x]) * (1.0f / 65535);
+    const auto word = static_cast<std::uint16_t>(
+        static_cast<std::int32_t>((own + share * (held - own)) * 65535.0f + 0.5f));
+    to[x] = either((from[x] > nearlyClear) & (from[x] < nearlySolid), word, from[x]);
   }
 }
 
-void followMatte(const float* const* lines, const float* row, std::ptrdiff_t stride, int count,
-                 float* matte) {
+void followMatte(const float* const* lines, const float* row, std::ptrdiff_t stride, float share,
+                 const std::uint16_t* was, int count, std::uint16_t* is) {
   eachBlock<guideBlock>(
       count, [&](int first, int some) __attribute__((always_inline)) {
-        followBlock(lines, row, stride, first, some, matte);
+        followBlock(lines, row, stride, share, was, first, some, is);
       });
+}
+
+// A colour as a sample; it is at least 0 where samples are whole numbers.
+template <class Sample>
+inline Sample sampleOfColour(float v) {
+  if constexpr (std::is_floating_point_v<Sample>) {
+    return v;
+  } else {
+    constexpr float full = sizeof(Sample) == 1 ? 255.0f : 65535.0f;
+    return static_cast<Sample>(static_cast<std::int32_t>((v < full ? v : full) + 0.5f));
+  }
+}
+
+template <class Sample>
+[[gnu::always_inline]] inline void recolourBlock(const RefinedRow<Sample>& row, std::ptrdiff_t step,
+                                                 int first, int some) {
+  const std::uint16_t *const was = row.was + first, *const is = row.is + first;
+  std::uint32_t moved = 0;
+  for (int x = 0; x < some; ++x) moved |= static_cast<std::uint32_t>(was[x] ^ is[x]);
+  if (moved == 0) return;
+  Sample* const pixels = row.pixels + std::ptrdiff_t{4} * first;
+  float own[3][guideBlock], now[3][guideBlock];
+  for (std::ptrdiff_t x = 0; x < some; ++x) {
+    own[0][x] = static_cast<float>(pixels[4 * x]);
+    own[1][x] = static_cast<float>(pixels[4 * x + 1]);
+    own[2][x] = static_cast<float>(pixels[4 * x + 2]);
+  }
+  for (int c = 0; c < 3; ++c) {
+    // What the plate shows is the same: matte times colour, and screen for the rest.
+    const auto mix = [&](int x, float seen) __attribute__((always_inline)) {
+      const auto before = static_cast<float>(was[x]), after = static_cast<float>(is[x]);
+      const float mixed =
+          (before * own[c][x] + (after - before) * seen) / (after > 0.0f ? after : 1.0f);
+      const float least = 0.0f < own[c][x] ? 0.0f : own[c][x];
+      now[c][x] = mixed < least ? least : mixed;
+    };
+    if (row.screen != nullptr) {
+      const Sample* const screen = row.screen[c] + step * first;
+      for (int x = 0; x < some; ++x) mix(x, static_cast<float>(screen[step * x]));
+    } else {
+      const float seen = row.colour[static_cast<std::size_t>(c)];
+      for (int x = 0; x < some; ++x) mix(x, seen);
+    }
+  }
+  const int p = row.primary, q = (p + 1) % 3, r = (p + 2) % 3;
+  for (int x = 0; x < some; ++x) {
+    const float others = 0.5f * (now[q][x] + now[r][x]);
+    const float most = others < own[p][x] ? own[p][x] : others;
+    now[p][x] = most < now[p][x] ? most : now[p][x];
+  }
+  for (int x = 0; x < some; ++x) {
+    const bool changed = (was[x] != is[x]) & (is[x] != 0);
+    Sample* const pixel = pixels + std::ptrdiff_t{4} * x;
+    const Sample red = pixel[0], green = pixel[1], blue = pixel[2], alpha = pixel[3];
+    pixel[0] = either(changed, sampleOfColour<Sample>(now[0][x]), red);
+    pixel[1] = either(changed, sampleOfColour<Sample>(now[1][x]), green);
+    pixel[2] = either(changed, sampleOfColour<Sample>(now[2][x]), blue);
+    pixel[3] = alpha;
+  }
+}
+
+template <class Sample>
+void recolourRow(const RefinedRow<Sample>& row) {
+  const auto by = [&](std::ptrdiff_t step) __attribute__((always_inline)) {
+    eachBlock<guideBlock>(
+        row.count, [&](int first, int some)
+                       __attribute__((always_inline)) { recolourBlock(row, step, first, some); });
+  };
+  if (row.step == 1) {
+    by(1);
+  } else if (row.step == 4) {
+    by(4);
+  } else {
+    by(row.step);
+  }
 }
 
 }  // namespace

@@ -27,13 +27,13 @@ const RowTable rowKernels = {
     leadChroma,
     fitMatte,
     followMatte,
-    {splitChroma<std::uint8_t>, takeGuide<std::uint8_t>, prepareRow<std::uint8_t>,
-     weighColours<std::uint8_t>, exchangeRows<std::uint8_t>, slideRow<std::uint8_t>,
-     finishRow<std::uint8_t>},
-    {splitChroma<std::uint16_t>, takeGuide<std::uint16_t>, prepareRow<std::uint16_t>,
-     weighColours<std::uint16_t>, exchangeRows<std::uint16_t>, slideRow<std::uint16_t>,
-     finishRow<std::uint16_t>},
-    {splitChroma<float>, takeGuide<float>, prepareRow<float>, weighColours<float>,
-     exchangeRows<float>, slideRow<float>, finishRow<float>}};
+    {splitChroma<std::uint8_t>, takeGuide<std::uint8_t>, recolourRow<std::uint8_t>,
+     prepareRow<std::uint8_t>, weighColours<std::uint8_t>, exchangeRows<std::uint8_t>,
+     slideRow<std::uint8_t>, finishRow<std::uint8_t>},
+    {splitChroma<std::uint16_t>, takeGuide<std::uint16_t>, recolourRow<std::uint16_t>,
+     prepareRow<std::uint16_t>, weighColours<std::uint16_t>, exchangeRows<std::uint16_t>,
+     slideRow<std::uint16_t>, finishRow<std::uint16_t>},
+    {splitChroma<float>, takeGuide<float>, recolourRow<float>, prepareRow<float>,
+     weighColours<float>, exchangeRows<float>, slideRow<float>, finishRow<float>}};
 
 }  // namespace orvanite::ORVANITE_SIMD_TARGET

@@ -5,6 +5,7 @@
 // each gives the same bits, as sums are of whole numbers or in the order that is written.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -49,12 +50,27 @@ inline constexpr int mostRepeats = 8;
 /// How far around a pixel a line of its matte over its colours looks, in pixels.
 inline constexpr int guideReach = 2;
 
+/// What is nearer to clear or solid than a code of eight bits is not refined.
+inline constexpr std::uint16_t nearlyClear = 65535 / 255, nearlySolid = 65535 - nearlyClear;
+
 /// A row of a plate and its matte.
 template <class Sample>
 struct GuideRow {
   const Sample *red, *green, *blue;  ///< channels
   std::ptrdiff_t step;               ///< between samples of one
   const std::uint16_t* matte;        ///< samples side by side
+};
+
+/// A row of pixels of four samples, not multiplied, whose matte was refined.
+template <class Sample>
+struct RefinedRow {
+  const std::uint16_t *was, *is;  ///< the matte before and now
+  const Sample* const* screen;    ///< the screen's channels; null: it has one colour
+  std::ptrdiff_t step;            ///< between samples of one
+  std::array<float, 3> colour;    ///< that one, in the samples' numbers
+  int primary;                    ///< the screen's strongest channel
+  Sample* pixels;                 ///< changed in place
+  int count;                      ///< of pixels
 };
 
 /// What is done to rows of pixels of one depth, by the finish to such of four samples.
@@ -68,6 +84,10 @@ struct ColourRows {
   /// Red, green, blue and matte as fitMatte takes them: 1 is full. Floats count from 0 to 4, NaN
   /// counts as 0.
   void (*takeGuide)(const GuideRow<Sample>& row, int count, std::ptrdiff_t stride, float* values);
+
+  /// Gives pixels the colour that goes with their matte: what is more solid than it was loses less
+  /// of the screen, but shows no more of it than before or than its other channels have.
+  void (*recolour)(const RefinedRow<Sample>& row);
 
   /// Copies pixels; in place of alpha stands full less the matte.
   void (*prepare)(const Sample* pixels, const std::uint16_t* matte, int count, Sample* to);
@@ -146,9 +166,10 @@ struct RowTable {
   void (*fitMatte)(const float* const* rows, std::ptrdiff_t stride, float flat, int count,
                    float* lines);
   /// The matte of a row as so many rows of such lines say, which have guideReach more at either
-  /// end.
-  void (*followMatte)(const float* const* lines, const float* row, std::ptrdiff_t stride, int count,
-                      float* matte);
+  /// end. What is clear or solid, or nearer to it than a 255th, stays.
+  /// share  how far they are followed, 0..1
+  void (*followMatte)(const float* const* lines, const float* row, std::ptrdiff_t stride,
+                      float share, const std::uint16_t* was, int count, std::uint16_t* is);
 
   ColourRows<std::uint8_t> bytes;    ///< of the finish
   ColourRows<std::uint16_t> shorts;  ///< likewise

@@ -267,9 +267,8 @@ struct Row {
       return made;
     };
     const MatteTile solidity = tile(matte), around = tile(nearby);
-    const MatteReader<std::uint8_t> reader(finish);
-    std::vector<std::uint16_t> own;
-    for (std::size_t i = 3; i < keyed.size(); i += 4) own.push_back(reader(keyed[i]));
+    std::vector<std::uint16_t> own(static_cast<std::size_t>(width));
+    MatteReader<std::uint8_t>(finish).read(keyed.data() + 3, width, own.data());
     ColourScratch scratch;
     std::vector<std::uint8_t> out(keyed.size());
     finishColours(finish, pixels, {own.data(), width, 1}, &background, {0, 0, width, 1}, solidity,

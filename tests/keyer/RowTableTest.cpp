@@ -175,10 +175,11 @@ class Results {
       keep(lines[i]);
       fitted[i] = lines[i].data() + guideReach;
     }
-    std::vector<float> matte(static_cast<std::size_t>(width_));
-    table_.followMatte(fitted.data(), values[2].data() + 2 * guideReach, stride, width_,
-                       matte.data());
-    keep(matte);
+    const auto was = matteOf(chance_, width_);
+    std::vector<std::uint16_t> is(was.size());
+    table_.followMatte(fitted.data(), values[2].data() + 2 * guideReach, stride, 0.9f, was.data(),
+                       width_, is.data());
+    keep(is);
   }
 
   template <class Sample>
@@ -207,6 +208,19 @@ class Results {
     table.takeGuide({come.data(), come.data() + 1, come.data() + 2, 4, own.data()}, width_, wide,
                     guide.data());
     keep(guide);
+    const std::array<const Sample*, 3> clean = {go.data(), go.data() + 1, go.data() + 2};
+    for (const std::ptrdiff_t step : {0, 1, 3, 4}) {  // 0: of one colour
+      std::vector<Sample> recoloured = come;
+      table.recolour({own.data(),
+                      matte.data(),
+                      step > 0 ? clean.data() : nullptr,
+                      step,
+                      {30, 140, 70},
+                      1,
+                      recoloured.data(),
+                      width_});
+      keep(recoloured);
+    }
     std::vector<float> within(come.size()), behind(come.size());
     table.slide(inside.data(), width_, reach, 0, within.data());
     table.slide(light.data(), width_, reach, 255.0f * 49, behind.data());
