@@ -23,8 +23,8 @@ inline constexpr int refineBorder = 4;
 
 /// Columns of a row; first above last: none.
 struct RowSpan {
-  int first = std::numeric_limits<int>::max();
-  int last = std::numeric_limits<int>::min();
+  int first = std::numeric_limits<int>::max();  ///< the leftmost
+  int last = std::numeric_limits<int>::min();   ///< the rightmost, too
 };
 
 /// Room for one thread, kept from tile to tile.
