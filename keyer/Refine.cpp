@@ -74,6 +74,51 @@ RowSpan around(const std::vector<RowSpan>& spans, int y, int reach) {
   return all;
 }
 
+// A plate and its matte, row by row, from a column on that may lie before the frame's first: there
+// its outermost pixels go on.
+template <class Sample>
+class Guide {
+ public:
+  Guide(const Pixels<Sample>& plate, const MatteRows& matte, int column, int wide)
+      : plate_(plate),
+        matte_(matte),
+        column_(column),
+        wide_(wide),
+        whole_(column >= 0 && column + wide <= plate.width) {}
+
+  // A row, that may lie above the frame or below it, as fitMatte takes it.
+  void take(int y, std::ptrdiff_t stride, float* to) {
+    const int held = std::clamp(y, 0, plate_.height - 1), column = whole_ ? column_ : 0;
+    const std::ptrdiff_t start = plate_.at(column, held);
+    const GuideRow<Sample> row{plate_.red + start, plate_.green + start, plate_.blue + start,
+                               plate_.pixelStep, matte_.at(column, held)};
+    rowTable().colours<Sample>().takeGuide(whole_ ? row : widened(row), wide_, stride, to);
+  }
+
+ private:
+  GuideRow<Sample> widened(const GuideRow<Sample>& row) {
+    const auto wide = static_cast<std::size_t>(wide_);
+    for (std::vector<Sample>& channel : channels_) channel.resize(wide);
+    mattes_.resize(wide);
+    for (std::size_t i = 0; i < wide; ++i) {
+      const int from = std::clamp(column_ + static_cast<int>(i), 0, plate_.width - 1);
+      const std::ptrdiff_t at = from * row.step;
+      channels_[0][i] = row.red[at];
+      channels_[1][i] = row.green[at];
+      channels_[2][i] = row.blue[at];
+      mattes_[i] = row.matte[from];
+    }
+    return {channels_[0].data(), channels_[1].data(), channels_[2].data(), 1, mattes_.data()};
+  }
+
+  const Pixels<Sample>& plate_;
+  const MatteRows& matte_;
+  int column_, wide_;
+  bool whole_;  // no part lies beyond the frame
+  std::array<std::vector<Sample>, 3> channels_;
+  std::vector<std::uint16_t> mattes_;
+};
+
 }  // namespace
 
 template <class Sample>
@@ -98,34 +143,7 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const M
   const auto place = [&](std::vector<float>& room, int y) {
     return room.data() + 4 * stride * ((y + 2 * side) % side);
   };
-  // Rows count from the first soft one.
-  const int column = soft.x - refineBorder;
-  const bool whole = column >= 0 && column + wide <= plate.width;
-  std::array<std::vector<Sample>, 3> channels;
-  std::vector<std::uint16_t> mattes;
-  const auto take = [&](int y) {
-    const int held = std::clamp(soft.y + y, 0, plate.height - 1);
-    float* const to = place(scratch.values, y);
-    const std::ptrdiff_t start = plate.at(whole ? column : 0, held);
-    GuideRow<Sample> row{plate.red + start, plate.green + start, plate.blue + start,
-                         plate.pixelStep, matte.at(whole ? column : 0, held)};
-    if (!whole) {
-      // The outermost go on.
-      for (std::vector<Sample>& channel : channels) channel.resize(static_cast<std::size_t>(wide));
-      mattes.resize(static_cast<std::size_t>(wide));
-      for (int x = 0; x < wide; ++x) {
-        const int from = std::clamp(column + x, 0, plate.width - 1);
-        const std::ptrdiff_t at = from * plate.pixelStep;
-        const auto i = static_cast<std::size_t>(x);
-        channels[0][i] = row.red[at];
-        channels[1][i] = row.green[at];
-        channels[2][i] = row.blue[at];
-        mattes[i] = row.matte[from];
-      }
-      row = {channels[0].data(), channels[1].data(), channels[2].data(), 1, mattes.data()};
-    }
-    rowTable().colours<Sample>().takeGuide(row, wide, stride, to);
-  };
+  Guide<Sample> guide(plate, matte, soft.x - refineBorder, wide);
   const auto rowsAround = [&](std::vector<float>& room, int y, std::ptrdiff_t in) {
     std::array<const float*, side> rows{};
     for (int i = 0; i < side; ++i) {
@@ -134,8 +152,9 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate, const M
     return rows;
   };
   const RowTable& rows = rowTable();
+  // Rows count from the first soft one.
   for (int y = -refineBorder; y < soft.height + refineBorder; ++y) {
-    take(y);
+    guide.take(soft.y + y, stride, place(scratch.values, y));
     const int fitted = y - guideReach;  // its rows are all there
     if (fitted < -guideReach) continue;
     const RowSpan lined = around(scratch.spans, fitted, guideReach);

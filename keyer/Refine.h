@@ -32,7 +32,6 @@ struct RefineScratch {
   std::vector<RowSpan> spans;  ///< what is refined of each row
   std::vector<float> values;   ///< rows of colours and matte that come round again
   std::vector<float> lines;    ///< likewise of lines
-  std::vector<float> led;      ///< a row of what they say
 };
 
 /// The refined matte of a tile: pixels that are neither clear nor solid, by more than a 255th, go
