@@ -217,16 +217,16 @@ PicturePromise ofTiff(FileBytes& file) {
 }
 
 // Whether a list of channels, each a name, a kind of number and twelve bytes more, has kinds that
-// there are: over others the library ends the program.
-bool kindsAreKnown(FileBytes& file, u64 at, u64 end) {
+// there are, and ends where its length says: over other kinds the library ends the program, and it
+// reads what follows from the list's own end on.
+bool channelsAreKnown(FileBytes& file, u64 at, u64 end) {
   constexpr u64 kinds = 3;  // whole, half, float
   while (at < end && file.one(at) != 0) {
     const std::size_t name = file.text(at, 256).find('\0');
-    if (name == std::string::npos) break;
-    if (file.four(at + name + 1) >= kinds) return false;
+    if (name == std::string::npos || file.four(at + name + 1) >= kinds) return false;
     at += name + 1 + 16;
   }
-  return true;
+  return at + 1 == end;
 }
 
 // The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
@@ -251,8 +251,10 @@ PicturePromise ofOpenExr(FileBytes& file) {
     at = length + 4 + file.four(length);
     result.bytes = at;
     if (file.text(type, 7) == std::string_view("chlist\0", 7) &&
-        !kindsAreKnown(file, length + 4, at)) {
-      result.fault = "its channels hold numbers of a kind that there is not";
+        !channelsAreKnown(file, length + 4, at)) {
+      result.fault =
+          "its list of channels is longer or shorter than it says, or holds kinds that there are "
+          "not";
     }
   }
   return result;

@@ -66,6 +66,10 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   ASSERT_NE(channels, std::string::npos);
   kinds[channels + 7 + 4 + 2] = 3;  // behind four bytes of length and the name "B"
   std::ofstream(folder / "kinds.exr") << kinds;
+  // Its first channel's name is three letters longer, and its list as long as before.
+  std::string longer = contents(folder / "fg.exr");
+  longer.insert(channels + 7 + 4 + 1, "hei");
+  std::ofstream(folder / "longer.exr") << longer;
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
@@ -109,7 +113,8 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@unzipped.png -o @out.png", 1, "unzipped.png: broken near row 0"},
       {"@cut.exr -o @out.png", 1, "cut.exr: broken near row"},
       {"@cut.exr -o @out.png --save-preset @out.json --save-script @out.orv", 1, "broken near row"},
-      {"@kinds.exr -o @out.png", 1, "its channels hold numbers of a kind that there is not"},
+      {"@kinds.exr -o @out.png", 1, "its list of channels is longer or shorter than it says"},
+      {"@longer.exr -o @out.png", 1, "its list of channels is longer or shorter than it says"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
       {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
