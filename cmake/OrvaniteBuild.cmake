@@ -36,15 +36,14 @@ set(CMAKE_LINK_LIBRARY_USING_loaded
   "-Wl,--push-state,--no-as-needed" "<LINK_ITEM>" "-Wl,--pop-state")
 set(CMAKE_LINK_LIBRARY_USING_loaded_SUPPORTED TRUE)
 
-if(NOT ORVANITE_SANITIZE)  # which compiles several files at once
-  target_compile_options(orvanite_build INTERFACE -Wshadow)
-endif()
 if(ORVANITE_SANITIZE)
   target_compile_options(orvanite_build INTERFACE
     -fsanitize=${ORVANITE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
     # Two binaries that show each other nothing but C functions share no descriptions of their types.
     $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fno-sanitize=function>)
   target_link_options(orvanite_build INTERFACE -fsanitize=${ORVANITE_SANITIZE})
+else()  # sanitizers compile files together, where names of one shadow another's
+  target_compile_options(orvanite_build INTERFACE -Wshadow)
 endif()
 
 # orvanite_finds(TARGET FOLDER...): where a binary that is installed looks for our libraries; the same

@@ -216,17 +216,20 @@ PicturePromise ofTiff(FileBytes& file) {
   return result;
 }
 
-// Whether a list of channels, each a name, a kind of number and twelve bytes more, has kinds that
-// there are, and ends where its length says: over other kinds the library ends the program, and it
-// reads what follows from the list's own end on.
-bool channelsAreKnown(FileBytes& file, u64 at, u64 end) {
+// What is wrong with a list of channels, each a name, a kind of number and twelve bytes more; null:
+// nothing. Over kinds that there are not the library ends the program, and it reads a list
+// to the list's own end, wherever its length says.
+const char* channelFault(FileBytes& file, u64 at, u64 end) {
   constexpr u64 kinds = 3;  // whole, half, float
   while (at < end && file.one(at) != 0) {
     const std::size_t name = file.text(at, 256).find('\0');
-    if (name == std::string::npos || file.four(at + name + 1) >= kinds) return false;
+    if (name == std::string::npos) break;
+    if (file.four(at + name + 1) >= kinds) {
+      return "its channels hold numbers of a kind that there is not";
+    }
     at += name + 1 + 16;
   }
-  return at + 1 == end;
+  return at + 1 == end ? nullptr : "its list of channels does not end where its length says";
 }
 
 // The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
@@ -250,11 +253,8 @@ PicturePromise ofOpenExr(FileBytes& file) {
     if (length == 0) break;
     at = length + 4 + file.four(length);
     result.bytes = at;
-    if (file.text(type, 7) == std::string_view("chlist\0", 7) &&
-        !channelsAreKnown(file, length + 4, at)) {
-      result.fault =
-          "its list of channels is longer or shorter than it says, or holds kinds that there are "
-          "not";
+    if (file.text(type, 7) == std::string_view("chlist\0", 7) && result.fault == nullptr) {
+      result.fault = channelFault(file, length + 4, at);
     }
   }
   return result;
