@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <string_view>
 
 #include "media/FileBytes.h"
@@ -232,6 +233,51 @@ const char* channelFault(FileBytes& file, u64 at, u64 end) {
   return at + 1 == end ? nullptr : "its list of channels does not end where its length says";
 }
 
+// Bytes that the library reads of an attribute of this type, whatever length stands before it; 0:
+// as many as that says. ("OpenEXR File Layout", predefined attribute types.)
+u64 attributeBytes(std::string_view type) {
+  struct Fixed {
+    std::string_view type;
+    u64 bytes;
+  };
+  constexpr Fixed types[] = {{"box2f", 16},
+                             {"box2i", 16},
+                             {"chromaticities", 32},
+                             {"compression", 1},
+                             {"deepImageState", 1},
+                             {"double", 8},
+                             {"envmap", 1},
+                             {"float", 4},
+                             {"int", 4},
+                             {"keycode", 28},
+                             {"lineOrder", 1},
+                             {"m33d", 72},
+                             {"m33f", 36},
+                             {"m44d", 128},
+                             {"m44f", 64},
+                             {"rational", 8},
+                             {"tiledesc", 9},
+                             {"timecode", 8},
+                             {"v2d", 16},
+                             {"v2f", 8},
+                             {"v2i", 8},
+                             {"v3d", 24},
+                             {"v3f", 12},
+                             {"v3i", 12}};
+  const auto* const found = std::find_if(std::begin(types), std::end(types),
+                                         [&](const Fixed& f) { return f.type == type; });
+  return found == std::end(types) ? 0 : found->bytes;
+}
+
+// What is wrong with an attribute whose value lies from `at` to `end`; null: nothing. Where the
+// library would read on or stop short, its next attribute would be another one than the walk's.
+const char* attributeFault(FileBytes& file, std::string_view type, u64 at, u64 end) {
+  if (type == "chlist") return channelFault(file, at, end);
+  const u64 bytes = attributeBytes(type);
+  const bool fits = type == "floatvector" ? (end - at) % 4 == 0 : bytes == 0 || end - at == bytes;
+  return fits ? nullptr : "an attribute has a length that its type cannot have";
+}
+
 // The attributes of OpenEXR's headers, each a name, a type, a length and that many bytes: the
 // library takes memory for them before it reads any.
 PicturePromise ofOpenExr(FileBytes& file) {
@@ -253,8 +299,9 @@ PicturePromise ofOpenExr(FileBytes& file) {
     if (length == 0) break;
     at = length + 4 + file.four(length);
     result.bytes = at;
-    if (file.text(type, 7) == std::string_view("chlist\0", 7) && result.fault == nullptr) {
-      result.fault = channelFault(file, length + 4, at);
+    if (result.fault == nullptr) {
+      const std::string name = file.text(type, static_cast<std::size_t>(length - type - 1));
+      result.fault = attributeFault(file, name, length + 4, at);
     }
   }
   return result;

@@ -70,6 +70,16 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
   std::string longer = contents(folder / "fg.exr");
   longer.insert(channels + 7 + 4 + 1, "hei");
   std::ofstream(folder / "longer.exr") << longer;
+  // Attributes, put first, whose lengths are not those of their types.
+  const auto withAttribute = [&](const std::string& name, const std::string& kind, char length) {
+    std::string file = contents(folder / "fg.exr");
+    file.insert(8, std::string("a", 2) + kind + '\0' + length + std::string(3 + length, '\0'));
+    std::ofstream(folder / name) << file;
+  };
+  withAttribute("int8.exr", "int", 8);
+  withAttribute("int0.exr", "int", 0);
+  withAttribute("box12.exr", "box2i", 12);
+  withAttribute("floats.exr", "floatvector", 7);
   // A DPX header whose four bytes at 32 promise a gigabyte of user data.
   std::ofstream(folder / "user.dpx")
       << "SDPX" << std::string(28, '\0') << "\x40" << std::string(2100, '\0');
@@ -115,6 +125,11 @@ TEST(KeyCommand, RefusesBadInputWithOneLineAndLeavesNothing) {
       {"@cut.exr -o @out.png --save-preset @out.json --save-script @out.orv", 1, "broken near row"},
       {"@kinds.exr -o @out.png", 1, "its channels hold numbers of a kind that there is not"},
       {"@longer.exr -o @out.png", 1, "its list of channels does not end where its length says"},
+      {"@int8.exr -o @out.png", 1,
+       "int8.exr: broken: an attribute has a length that its type cannot have"},
+      {"@int0.exr -o @out.png", 1, "an attribute has a length that its type cannot have"},
+      {"@box12.exr -o @out.png", 1, "an attribute has a length that its type cannot have"},
+      {"@floats.exr -o @out.png", 1, "an attribute has a length that its type cannot have"},
       {"@cut.tif -o @out.png", 1, "cut.tif: broken near row"},
       {"@cut.jpg -o @out.png", 1, "cut.jpg: broken: the file ends too early"},
       {"@caption.jpg -o @out.png", 1, "a segment of its metadata ends before they do"},
