@@ -23,7 +23,7 @@ constexpr int blockPixels = 8192;
 
 // Rows that are finished at once, and the most that are keyed around them for that: around more a
 // frame is finished whole.
-constexpr int finishedRows = 64, mostBorder = 24;
+constexpr int finishedRows = 96, mostBorder = 24;
 
 // The block's own thread.
 constexpr auto inOneBand = [](int height, int, const std::function<void(int, int)>& work) {

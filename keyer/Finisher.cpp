@@ -22,6 +22,8 @@ namespace {
 constexpr int cellWidth = MattePlane::cellWidth, cellHeight = MattePlane::cellHeight;
 // What is finished at once, whole cells: larger ones share more of what lies around them.
 constexpr int tileWidth = 128, tileHeight = 64;
+// What is refined at once, which looks further around.
+constexpr int refinedWidth = 128, refinedHeight = 128;
 
 template <class Sample>
 OtileImage interleaved(Sample* first, int width) {
@@ -174,27 +176,29 @@ void Finisher::refine(const Frame& frame, Workspace& space, const Loop& loop) co
   space.refined.resize(plane.samples.size());
   const MatteRows matte{plane.row(0), frame.width, frame.height};
   const Pixels<Sample> plate(frame.pictures.fg, frame.width, frame.height);
-  std::optional<Pixels<Sample>> garbage;
+  std::optional<Pixels<Sample>> screen, garbage;
+  if (reference_) screen.emplace(frame.pictures.ref, frame.width, frame.height);
   if (garbage_) garbage.emplace(frame.pictures.garbage, frame.width, frame.height);
   const bool recolours = !finish_.graded && showsColours_;
   const OtileImage& reference = frame.pictures.ref;
   auto* const pixels = reinterpret_cast<Sample*>(space.keyed.data());
-  loop((frame.height + tileHeight - 1) / tileHeight, [&](int band) {
+  const int columns = (frame.width + refinedWidth - 1) / refinedWidth;
+  loop(columns * ((frame.height + refinedHeight - 1) / refinedHeight), [&](int tile) {
     const auto scratch = scratches_.take();
-    const int top = band * tileHeight, rows = std::min(tileHeight, frame.height - top);
-    for (int x = 0; x < frame.width; x += tileWidth) {
-      const FrameArea soft = refineMatte(finish_, plate, matte, garbage ? &*garbage : nullptr,
-                                         {x, top, std::min(tileWidth, frame.width - x), rows},
-                                         scratch->refining, space.refined.data());
-      for (int y = soft.y; recolours && y < soft.y + soft.height; ++y) {
-        const OtileImage screen = from<Sample>(reference, soft.x, y);
-        const std::array<const Sample*, 3> channels = {static_cast<const Sample*>(screen.red),
-                                                       static_cast<const Sample*>(screen.green),
-                                                       static_cast<const Sample*>(screen.blue)};
-        const std::ptrdiff_t at = matte.at(soft.x, y) - matte.samples;
-        recolourRefined(finish_, reference_ ? channels.data() : nullptr, screen.pixelStep,
-                        matte.samples + at, space.refined.data() + at, soft.width, pixels + 4 * at);
-      }
+    const int left = tile % columns * refinedWidth, top = tile / columns * refinedHeight;
+    const FrameArea soft = refineMatte(finish_, plate, screen ? &*screen : nullptr, matte,
+                                       garbage ? &*garbage : nullptr,
+                                       {left, top, std::min(refinedWidth, frame.width - left),
+                                        std::min(refinedHeight, frame.height - top)},
+                                       scratch->refining, space.refined.data());
+    for (int y = soft.y; recolours && y < soft.y + soft.height; ++y) {
+      const OtileImage behind = from<Sample>(reference, soft.x, y);
+      const std::array<const Sample*, 3> channels = {static_cast<const Sample*>(behind.red),
+                                                     static_cast<const Sample*>(behind.green),
+                                                     static_cast<const Sample*>(behind.blue)};
+      const std::ptrdiff_t at = matte.at(soft.x, y) - matte.samples;
+      recolourRefined(finish_, reference_ ? channels.data() : nullptr, behind.pixelStep,
+                      matte.samples + at, space.refined.data() + at, soft.width, pixels + 4 * at);
     }
   });
   plane.samples.swap(space.refined);

@@ -4,7 +4,6 @@
 // once per target: all that is here is the including file's own.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -32,6 +31,8 @@ template <class Sample>
     red[x] = codeOf(row.red[x * step], 4.0f);
     green[x] = codeOf(row.green[x * step], 4.0f);
     blue[x] = codeOf(row.blue[x * step], 4.0f);
+  }
+  for (int x = 0; row.matte != nullptr && x < count; ++x) {
     matte[x] = static_cast<float>(row.matte[x]) * (1.0f / 65535);
   }
 }
@@ -42,6 +43,34 @@ void takeGuide(const GuideRow<Sample>& row, int count, std::ptrdiff_t stride, fl
     takeGuideBy(row, 4, count, stride, values);
   } else {
     takeGuideBy(row, row.step, count, stride, values);
+  }
+}
+
+template <class Sample>
+[[gnu::always_inline]] inline void uncutBy(const Sample* garbage, std::ptrdiff_t step,
+                                           const std::uint16_t* matte, int count,
+                                           std::uint16_t* __restrict to) {
+  for (int x = 0; x < count; ++x) {
+    const Sample code = garbage[x * step];
+    bool whole = false;
+    if constexpr (std::is_floating_point_v<Sample>) {
+      whole = wordOfCode(code) == solidMatte;
+    } else {
+      whole = code == static_cast<Sample>(~Sample{0});
+    }
+    to[x] = either(whole, std::uint16_t{0}, matte[x]);
+  }
+}
+
+template <class Sample>
+void uncutRow(const Sample* garbage, std::ptrdiff_t step, const std::uint16_t* matte, int count,
+              std::uint16_t* to) {
+  if (step == 1) {
+    uncutBy(garbage, 1, matte, count, to);
+  } else if (step == 4) {
+    uncutBy(garbage, 4, matte, count, to);
+  } else {
+    uncutBy(garbage, step, matte, count, to);
   }
 }
 
@@ -116,21 +145,11 @@ void fitMatte(const float* const* rows, std::ptrdiff_t stride, float flat, int c
       });
 }
 
-// One of two, without a branch: compilers would put into it what they cannot do for several at
-// once.
-template <class Value>
-[[gnu::always_inline]] inline Value either(bool first, Value a, Value b) {
-  using Bits = std::conditional_t<sizeof(Value) == 4, std::uint32_t, Value>;
-  const auto mask = static_cast<Bits>(first ? ~0u : 0u);
-  return std::bit_cast<Value>(
-      static_cast<Bits>((std::bit_cast<Bits>(a) & mask) | (std::bit_cast<Bits>(b) & ~mask)));
-}
-
 // A pixel's matte is the mean of what the lines that it helped to find say of its colour.
 [[gnu::always_inline]] inline void followBlock(const float* const* lines, const float* row,
                                                std::ptrdiff_t stride, float share,
-                                               const std::uint16_t* was, int first, int some,
-                                               std::uint16_t* is) {
+                                               const std::uint16_t* was, const std::uint16_t* uncut,
+                                               int first, int some, std::uint16_t* is) {
   float sums[4][guideWide];
   for (int i = 0; i < 4; ++i) {
     const std::ptrdiff_t at = i * stride + first - guideReach;
@@ -140,7 +159,7 @@ template <class Value>
     }
   }
   const float *const red = row + first, *const green = red + stride, *const blue = green + stride;
-  const std::uint16_t* const from = was + first;
+  const std::uint16_t *const from = was + first, *const kept = uncut + first;
   std::uint16_t* __restrict const to = is + first;
   for (int x = 0; x < some; ++x) {
     const float led = (squareFrom(sums[0] + x) * red[x] + squareFrom(sums[1] + x) * green[x]) +
@@ -149,15 +168,16 @@ template <class Value>
     const float own = static_cast<float>(from[x]) * (1.0f / 65535);
     const auto word = static_cast<std::uint16_t>(
         static_cast<std::int32_t>((own + share * (held - own)) * 65535.0f + 0.5f));
-    to[x] = either((from[x] > nearlyClear) & (from[x] < nearlySolid), word, from[x]);
+    to[x] = either((kept[x] > nearlyClear) & (kept[x] < nearlySolid), word, from[x]);
   }
 }
 
 void followMatte(const float* const* lines, const float* row, std::ptrdiff_t stride, float share,
-                 const std::uint16_t* was, int count, std::uint16_t* is) {
+                 const std::uint16_t* was, const std::uint16_t* uncut, int count,
+                 std::uint16_t* is) {
   eachBlock<guideBlock>(
       count, [&](int first, int some) __attribute__((always_inline)) {
-        followBlock(lines, row, stride, share, was, first, some, is);
+        followBlock(lines, row, stride, share, was, uncut, first, some, is);
       });
 }
 

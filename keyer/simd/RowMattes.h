@@ -257,13 +257,11 @@ void nearerRow(const std::int16_t* above, const std::int16_t* below, std::int16_
   }
 }
 
-template <bool beside>
-int wantedBy(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
+// How many pixels there are from the first that counts to the last.
+template <class Counts>
+[[gnu::always_inline]] inline int spanOf(int count, int& first, const Counts& counts) {
   constexpr int together = 32;
-  const auto counts = [&](int x) {
-    return static_cast<std::uint16_t>(!beside || other[x] < solidMatte ? matte[x] : 0);
-  };
-  const auto anyOf = [&](int from, int some) {
+  const auto anyOf = [&](int from, int some) __attribute__((always_inline)) {
     std::uint16_t any = 0;
     for (int x = from; x < from + some; ++x) any |= counts(x);
     return any != 0;
@@ -279,7 +277,23 @@ int wantedBy(const std::uint16_t* matte, const std::uint16_t* other, int count, 
 }
 
 int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first) {
-  return (other != nullptr ? wantedBy<true> : wantedBy<false>)(matte, other, count, first);
+  if (other == nullptr) {
+    return spanOf(
+        count, first, [&](int x) __attribute__((always_inline)) { return matte[x]; });
+  }
+  return spanOf(
+      count, first, [&](int x) __attribute__((always_inline)) {
+        return static_cast<std::uint16_t>(other[x] < solidMatte ? matte[x] : 0);
+      });
+}
+
+int softOf(const std::uint16_t* matte, int count, int& first) {
+  return spanOf(
+      count, first, [&](int x) __attribute__((always_inline)) {
+        constexpr auto clear = static_cast<std::uint16_t>(nearlyClear + 1);
+        return static_cast<std::uint16_t>(static_cast<std::uint16_t>(matte[x] - clear) <
+                                          static_cast<std::uint16_t>(nearlySolid - clear));
+      });
 }
 
 // A bit for each of sixteen codes, the first the lowest: whether it lies above the limit.

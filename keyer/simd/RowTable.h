@@ -53,12 +53,29 @@ inline constexpr int guideReach = 2;
 /// What is nearer to clear or solid than a code of eight bits is not refined.
 inline constexpr std::uint16_t nearlyClear = 65535 / 255, nearlySolid = 65535 - nearlyClear;
 
+/// How far around a pixel the subject's colour is looked for, in pixels.
+inline constexpr int subjectReach = 8;
+
+/// What is summed of the subject around a pixel: how many pixels there are, their red, green and
+/// blue (1 is 65535), and the squares of all three (of 256ths).
+inline constexpr int subjectPlanes = 5;
+
+/// A row of floats, 1 is full, beside what is known around it; planes lie `stride` apart.
+struct SubjectRow {
+  const float* colours;      ///< red, green, blue
+  const float* screen;       ///< red, green, blue of the screen there
+  const std::int32_t* sums;  ///< columns' sums; the first is subjectReach before the row's first
+  std::ptrdiff_t stride;     ///< from one plane to the next
+  float* matte;              ///< changed in place
+  int count;                 ///< of pixels
+};
+
 /// A row of a plate and its matte.
 template <class Sample>
 struct GuideRow {
   const Sample *red, *green, *blue;  ///< channels
   std::ptrdiff_t step;               ///< between samples of one
-  const std::uint16_t* matte;        ///< samples side by side
+  const std::uint16_t* matte;        ///< samples side by side; null: there is none
 };
 
 /// A row of pixels of four samples, not multiplied, whose matte was refined.
@@ -84,6 +101,10 @@ struct ColourRows {
   /// Red, green, blue and matte as fitMatte takes them: 1 is full. Floats count from 0 to 4, NaN
   /// counts as 0.
   void (*takeGuide)(const GuideRow<Sample>& row, int count, std::ptrdiff_t stride, float* values);
+
+  /// A row's matte; 0 where the garbage matte, of samples `step` apart, cuts whole.
+  void (*uncut)(const Sample* garbage, std::ptrdiff_t step, const std::uint16_t* matte, int count,
+                std::uint16_t* to);
 
   /// Gives pixels the colour that goes with their matte: what is more solid than it was loses less
   /// of the screen, but shows no more of it than before or than its other channels have.
@@ -135,6 +156,8 @@ struct RowTable {
   /// full, and all of them where there is no other.
   /// Returns how many from the first to the last, which is `first` pixels in.
   int (*wanted)(const std::uint16_t* matte, const std::uint16_t* other, int count, int& first);
+  /// The same of those that are neither clear nor solid, by more than a 255th.
+  int (*soft)(const std::uint16_t* matte, int count, int& first);
   /// Where a row goes above a limit, or no more: `at` takes the first pixels of either in turn.
   /// above  whether what is before the row lies above
   /// Returns how many there are; `at` has room for `count`.
@@ -157,6 +180,17 @@ struct RowTable {
   void (*leadChroma)(const float* const* lines, const float* row, std::ptrdiff_t stride, float lead,
                      int count, std::uint16_t* const* words);
 
+  /// The subject's pixels of a row enter columns' sums, and those that stood in `held` leave.
+  /// row   red, green, blue, matte, `stride` samples on each; colours are at most 4
+  /// held  subjectPlanes planes, likewise; the row's stand there afterwards
+  /// sums  likewise
+  void (*gatherSubject)(const float* row, std::ptrdiff_t stride, int count, std::int32_t* held,
+                        std::int32_t* sums);
+  /// Mattes that are neither clear nor solid, by more than a 255th, go a part of the way to where
+  /// their colour lies between the screen's and the subject's around: the further, the more these
+  /// differ, the more alike the subject's are, and the nearer to their line the colour lies.
+  void (*mixMatte)(const SubjectRow& row);
+
   /// Lines of a matte over red, green and blue, each through the square of pixels around one.
   /// rows   2 * guideReach + 1 rows: their red and, each `stride` samples on, green, blue and
   /// matte;
@@ -166,10 +200,11 @@ struct RowTable {
   void (*fitMatte)(const float* const* rows, std::ptrdiff_t stride, float flat, int count,
                    float* lines);
   /// The matte of a row as so many rows of such lines say, which have guideReach more at either
-  /// end. What is clear or solid, or nearer to it than a 255th, stays.
+  /// end. What is clear or solid in `uncut`, or nearer to it than a 255th, stays.
   /// share  how far they are followed, 0..1
   void (*followMatte)(const float* const* lines, const float* row, std::ptrdiff_t stride,
-                      float share, const std::uint16_t* was, int count, std::uint16_t* is);
+                      float share, const std::uint16_t* was, const std::uint16_t* uncut, int count,
+                      std::uint16_t* is);
 
   ColourRows<std::uint8_t> bytes;    ///< of the finish
   ColourRows<std::uint16_t> shorts;  ///< likewise

@@ -4,6 +4,7 @@
 // is the including file's own.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -21,6 +22,16 @@ template <int pixels, class Work>
   const int whole = count / pixels * pixels;
   for (int first = 0; first < whole; first += pixels) work(first, pixels);
   if (whole < count) work(whole, count - whole);
+}
+
+// One of two, without a branch: compilers would put into it what they cannot do for several at
+// once.
+template <class Value>
+[[gnu::always_inline]] inline Value either(bool first, Value a, Value b) {
+  using Bits = std::conditional_t<sizeof(Value) == 4, std::uint32_t, Value>;
+  const auto mask = static_cast<Bits>(first ? ~0u : 0u);
+  return std::bit_cast<Value>(
+      static_cast<Bits>((std::bit_cast<Bits>(a) & mask) | (std::bit_cast<Bits>(b) & ~mask)));
 }
 
 // A code as a float, at most `most`; NaN is not above 0.

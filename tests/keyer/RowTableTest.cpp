@@ -150,6 +150,8 @@ class Results {
     keep(found);
     found[0] = table_.wanted(here.data(), nullptr, width_, found[1]);
     keep(found);
+    found[0] = table_.soft(here.data(), width_, found[1]);
+    keep(found);
     for (const bool before : {false, true}) {
       std::vector<int> at(static_cast<std::size_t>(width_));
       at.resize(
@@ -175,11 +177,31 @@ class Results {
       keep(lines[i]);
       fitted[i] = lines[i].data() + guideReach;
     }
-    const auto was = matteOf(chance_, width_);
+    subject(values, stride);
+    const auto was = matteOf(chance_, width_), uncut = matteOf(chance_, width_);
     std::vector<std::uint16_t> is(was.size());
     table_.followMatte(fitted.data(), values[2].data() + 2 * guideReach, stride, 0.9f, was.data(),
-                       width_, is.data());
+                       uncut.data(), width_, is.data());
     keep(is);
+  }
+
+  // Rows enter and leave the subject's sums; then the mattes of the last row are mixed.
+  template <class Rows>
+  void subject(const Rows& rows, std::ptrdiff_t stride) {
+    const auto planes = static_cast<std::size_t>(subjectPlanes * stride);
+    std::vector<std::int32_t> held(planes), sums(planes);
+    const int wide = static_cast<int>(stride);
+    for (const auto& row : rows)
+      table_.gatherSubject(row.data(), stride, wide, held.data(), sums.data());
+    keep(sums);
+    std::vector<std::int32_t> other(planes);
+    table_.gatherSubject(rows[0].data(), stride, wide, other.data(), sums.data());
+    keep(sums);
+    std::vector<float> mixed = rows[0];
+    table_.mixMatte({mixed.data(), rows[1].data(), sums.data(), stride,
+                     &mixed[3 * static_cast<std::size_t>(stride)],
+                     std::max(0, wide - 2 * subjectReach)});
+    keep(mixed);
   }
 
   template <class Sample>
@@ -208,6 +230,11 @@ class Results {
     table.takeGuide({come.data(), come.data() + 1, come.data() + 2, 4, own.data()}, width_, wide,
                     guide.data());
     keep(guide);
+    for (const std::ptrdiff_t step : {1, 3, 4}) {
+      std::vector<std::uint16_t> uncut(static_cast<std::size_t>(width_));
+      table.uncut(come.data(), step, own.data(), width_, uncut.data());
+      keep(uncut);
+    }
     const std::array<const Sample*, 3> clean = {go.data(), go.data() + 1, go.data() + 2};
     for (const std::ptrdiff_t step : {0, 1, 3, 4}) {  // 0: of one colour
       std::vector<Sample> recoloured = come;
