@@ -17,6 +17,7 @@ extern "C" {
 }
 
 #include "base/Error.h"
+#include "media/FileBytes.h"
 #include "media/InputFile.h"
 #include "media/PictureReader.h"
 
@@ -47,6 +48,15 @@ constexpr const char* demuxers =
     "dv,nut,yuv4mpegpipe,ivf";
 
 constexpr const char* soundDemuxers = ",wav,w64,aiff,caf,flac,mp3,aac,ac3";
+
+// The container that a file's first bytes name; null where FFmpeg has to find out. It looks through
+// the first kilobytes for the marks of some others, such as NUT, and gives up when it finds both.
+const AVInputFormat* containerOf(const std::string& path) {
+  FileBytes file(path);
+  if (file.text(0, 4) == "\x1A\x45\xDF\xA3") return av_find_input_format("matroska");  // EBML
+  if (file.text(4, 4) == "ftyp") return av_find_input_format("mov");
+  return nullptr;
+}
 
 // The container that a file is in, where that is not on the list; else empty.
 std::string otherFormatOf(const std::string& path) {
@@ -122,7 +132,8 @@ MovieInput::MovieInput(const std::string& path, Kind kind) {
   av_dict_set(&options, "protocol_whitelist", "file", 0);
   const std::string known = std::string(demuxers) + (kind == Kind::sound ? soundDemuxers : "");
   av_dict_set(&options, "format_whitelist", known.c_str(), 0);
-  int problem = avformat_open_input(&context_, ("file:" + path).c_str(), nullptr, &options);
+  int problem =
+      avformat_open_input(&context_, ("file:" + path).c_str(), containerOf(path), &options);
   av_dict_free(&options);
   if (problem >= 0) problem = avformat_find_stream_info(context_, nullptr);
   if (problem >= 0) return;

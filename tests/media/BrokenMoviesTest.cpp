@@ -94,6 +94,24 @@ TEST(BrokenMovies, NothingInAFileLeadsToAnother) {
   }
 }
 
+// Pixels may be anything, what another container is known by among it.
+TEST(BrokenMovies, AFileIsInTheContainerThatItBeginsAs) {
+  const Folder folder;
+  const std::string mark = "\x4E\x4D\x7A\x56\x1F\x5F\x04\xAD";  // NUT's main header
+  std::string pixels(std::size_t{32} * 32 * 3, '\x40');
+  pixels.replace(100, mark.size(), mark);
+  writeBytes(folder / "pixels", pixels);
+  const std::pair<const char*, const char*> movies[] = {{"a.mkv", "yuv420p"}, {"a.mov", "rgb24"}};
+  for (const auto& [name, format] : movies) {
+    ffmpeg(folder, std::string("-f rawvideo -s 32x32 -pix_fmt ") + format +
+                       " -i @pixels -frames:v 1 -c:v rawvideo @" + name);
+    ASSERT_NE(bytesOf(folder / name).find(mark), std::string::npos) << name;
+    const ReadThrough read = readThrough(folder / name);
+    EXPECT_EQ(read.error, "") << name;
+    EXPECT_EQ(read.frames, 1) << name;
+  }
+}
+
 // Each frame of the source is a grey of its number, 4 codes apart.
 std::vector<int> shownBy(const Folder& folder, const std::string& name) {
   const auto source = media::Source::open(folder / name);
