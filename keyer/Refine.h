@@ -2,12 +2,12 @@
 //
 // A matte's edge led by the plate's colours, in two steps. What lies between the screen's colour
 // and the subject's nearby is so far on the way from one to the other: a soft pixel's matte goes a
-// part of the way there. Then, around an edge the matte is nearly a line over red, green and blue,
-// and that line knows less of grain than one pixel does: the guided filter of He, Sun and Tang
-// (Guided Image Filtering, 2010) over squares of five pixels.
-// Single precision, each operation rounded as written, sums in a fixed order
-// (keyer/simd/RowGuide.h). Beyond the frame its outermost pixels go on. Knows the engine's tile
-// images.
+// part of the way there, and is at least a part of what is of another hue than the screen. Then,
+// around an edge the matte is nearly a line over red, green and blue, and that line knows less of
+// grain than one pixel does: the guided filter of He, Sun and Tang (Guided Image Filtering, 2010)
+// over squares of five pixels. Single precision, each operation rounded as written, sums in a fixed
+// order (keyer/simd/RowSubject.h, keyer/simd/RowGuide.h). Beyond the frame its outermost pixels go
+// on. Knows the engine's tile images.
 #pragma once
 
 #include <cstddef>

@@ -23,6 +23,9 @@ constexpr float subjectTrust = 0.4f;
 // and how much less where they are not or it is not: the colours' variance counts so often, and the
 // square of how far the pixel lies beside the line from the screen's colour to theirs.
 constexpr float subjectSpread = 4.0f, subjectBeside = 16.0f;
+// What is another hue than the screen's is at least so solid, where it lies as far from the screen
+// as the subject does: 0.5 to 0.7 serve. Never more than that.
+constexpr float subjectLeast = 0.6f, mostOfLeast = 0.9f;
 // Fewer pixels, or colours as near to the screen's, say nothing.
 constexpr float fewestOfSubject = 4.0f, leastContrast = 1e-6f;
 
@@ -108,11 +111,17 @@ void gatherSubject(const float* row, std::ptrdiff_t stride, int count, std::int3
     const float cr = red[x] - sr, cg = green[x] - sg, cb = blue[x] - sb;
     const float dot = (cr * dr + cg * dg) + cb * db, way = dot / divisor;
     const float above = way > 0.0f ? way : 0.0f, held = above < 1.0f ? above : 1.0f;
-    const float beside = ((cr * cr + cg * cg) + cb * cb) - way * dot;
+    const float away = (cr * cr + cg * cg) + cb * cb, beside = away - way * dot;
     const float doubt = subjectSpread * (spread > 0.0f ? spread : 0.0f) +
                         subjectBeside * (beside > 0.0f ? beside : 0.0f);
     const float trust = subjectTrust * contrast / (divisor + doubt);
-    const float own = matte[x], mixed = own + trust * (held - own);
+    const float own = matte[x], mix = own + trust * (held - own);
+    // Whatever the colour is a mix with, so much of it is not screen, in more or less light.
+    const float light = (sr * sr + sg * sg) + sb * sb, along = (cr * sr + cg * sg) + cb * sb;
+    const float hued = away - along * along / (light > leastContrast ? light : leastContrast);
+    const float apart = subjectLeast * __builtin_sqrtf((hued > 0.0f ? hued : 0.0f) / divisor);
+    const float least = apart < mostOfLeast ? apart : mostOfLeast;
+    const float mixed = mix < least ? least : mix;
     const bool told = (own > nearlyClear * (1.0f / 65535)) & (own < nearlySolid * (1.0f / 65535)) &
                       (count >= fewestOfSubject) & (contrast > leastContrast);
     matte[x] = either(told, mixed, own);

@@ -188,7 +188,8 @@ struct RowTable {
                         std::int32_t* sums);
   /// Mattes that are neither clear nor solid, by more than a 255th, go a part of the way to where
   /// their colour lies between the screen's and the subject's around: the further, the more these
-  /// differ, the more alike the subject's are, and the nearer to their line the colour lies.
+  /// differ, the more alike the subject's are, and the nearer to their line the colour lies. What
+  /// is of another hue than the screen is at least partly solid.
   void (*mixMatte)(const SubjectRow& row);
 
   /// Lines of a matte over red, green and blue, each through the square of pixels around one.

@@ -48,7 +48,8 @@ struct Model {
   // A matte beside the subject within eight pixels: with F its mean colour, V the sum of its
   // colours' variances, B the screen's colour and D = F - B, a colour C lies (C - B).D / D.D of the
   // way from B to F, and by E = C - B less that much of D beside it. Taken are 0.4 D.D / (D.D + 4 V
-  // + 16 E.E) of that.
+  // + 16 E.E) of that. With H the part of C - B across B, the matte is at least 0.6 |H| / |D|, or
+  // 0.9.
   double mixed(int x, int y) const {
     const double own = matte[held(x, y)];
     if (own * 255 <= 1 || own * 255 >= 254) return own;
@@ -72,14 +73,22 @@ struct Model {
       contrast += (mean - behind) * (mean - behind);
       dot += (mean - behind) * (colour(x, y, c) - behind);
     }
-    double beside = 0;
+    double beside = 0, along = 0, light = 0, hued = 0;
     for (std::size_t c = 0; c < 3; ++c) {
       const double behind = static_cast<double>(screen[c]), mean = sum[c] / count;
       const double off = colour(x, y, c) - behind - dot / contrast * (mean - behind);
       beside += off * off;
+      along += (colour(x, y, c) - behind) * behind;
+      light += behind * behind;
+    }
+    for (std::size_t c = 0; c < 3; ++c) {
+      const double behind = static_cast<double>(screen[c]);
+      const double across = colour(x, y, c) - behind - along / light * behind;
+      hued += across * across;
     }
     const double way = std::clamp(dot / contrast, 0.0, 1.0);
-    return own + 0.4 * contrast / (contrast + 4 * spread + 16 * beside) * (way - own);
+    const double mix = own + 0.4 * contrast / (contrast + 4 * spread + 16 * beside) * (way - own);
+    return std::max(mix, std::min(0.6 * std::sqrt(hued / contrast), 0.9));
   }
 
   // Slopes and start of the mixed matte over the colours within two pixels: the normal equations of
