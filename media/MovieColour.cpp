@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 extern "C" {
@@ -109,7 +111,28 @@ void sitChroma(SwsContext* scaler, const char* side, AVPixelFormat format,
   }
 }
 
+// A tag as FFmpeg copied it from a file: any number, which is not to be read as an enumerator
+// before it is known to be one.
+template <class Tag>
+Tag tagIn(const Tag& field, Tag end, Tag none) {
+  std::underlying_type_t<Tag> number{};
+  std::memcpy(&number, &field, sizeof number);
+  return number < static_cast<std::underlying_type_t<Tag>>(end) ? static_cast<Tag>(number) : none;
+}
+
 }  // namespace
+
+MovieColour MovieColour::of(const AVFrame& first, const AVCodecParameters& stated) {
+  const auto tag = [](const auto& own, const auto& container, auto end, auto none) {
+    const auto found = tagIn(own, end, none);
+    return found != none ? found : tagIn(container, end, none);
+  };
+  return {tag(first.colorspace, stated.color_space, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED),
+          tag(first.color_range, stated.color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED),
+          tag(first.color_primaries, stated.color_primaries, AVCOL_PRI_NB, AVCOL_PRI_UNSPECIFIED),
+          tag(first.color_trc, stated.color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED),
+          tagIn(first.chroma_location, AVCHROMA_LOC_NB, AVCHROMA_LOC_UNSPECIFIED)};
+}
 
 AVColorSpace matrixOf(const std::string& name, const std::string& subject) {
   constexpr std::array<std::pair<std::string_view, AVColorSpace>, 5> known{

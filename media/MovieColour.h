@@ -20,6 +20,10 @@ struct MovieColour {
   AVColorTransferCharacteristic transfer = AVCOL_TRC_UNSPECIFIED;
   AVChromaLocation siting = AVCHROMA_LOC_UNSPECIFIED;
 
+  /// What a movie's tags say: its first frame's, and for what that leaves open its container's.
+  /// Numbers that stand for nothing count as no tag.
+  static MovieColour of(const AVFrame& first, const AVCodecParameters& stated);
+
   /// Fills in what the tags leave open: 601 below 720 lines, 709 from there; video range; siting as
   /// MPEG-2 has it. Returns what was assumed about the matrix and the range, empty for nothing.
   std::string complete(AVPixelFormat format, int height);

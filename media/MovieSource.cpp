@@ -97,13 +97,7 @@ class MovieSource : public Source {
     // Only a decoded frame tells what frames really are.
     const MovieFrame first = decoder_.frame(1);
     format_ = static_cast<AVPixelFormat>(first->format);
-    colour_ = {first->colorspace, first->color_range, first->color_primaries, first->color_trc,
-               first->chroma_location};
-    // What the stream leaves open its container may say.
-    if (colour_.matrix == AVCOL_SPC_UNSPECIFIED) colour_.matrix = stated.color_space;
-    if (colour_.range == AVCOL_RANGE_UNSPECIFIED) colour_.range = stated.color_range;
-    if (colour_.primaries == AVCOL_PRI_UNSPECIFIED) colour_.primaries = stated.color_primaries;
-    if (colour_.transfer == AVCOL_TRC_UNSPECIFIED) colour_.transfer = stated.color_trc;
+    colour_ = MovieColour::of(*first, stated);
     if (!how.matrix.empty()) {
       if (isRgb(format_) || av_pix_fmt_desc_get(format_)->nb_components <= 2) {
         throw Error(Fault::wrongUse, path, "its pixels need no matrix, found " + how.matrix);

@@ -112,6 +112,29 @@ TEST(BrokenMovies, AFileIsInTheContainerThatItBeginsAs) {
   }
 }
 
+// Matroska's tags of colour are numbers that nobody checks: those that stand for nothing are none.
+TEST(BrokenMovies, ATagThatStandsForNothingCountsAsNone) {
+  const Folder folder;
+  ffmpeg(
+      folder,
+      "-f lavfi -i testsrc2=s=32x32:r=25:d=0.1 -c:v ffv1 -pix_fmt yuv420p -color_primaries bt709 "
+      "-color_trc bt709 -colorspace bt709 -color_range tv @tagged.mkv");
+  std::string bytes = bytesOf(folder / "tagged.mkv");
+  EXPECT_EQ(media::Source::open(folder / "tagged.mkv")->notice(), "");
+  // Those of matrix, primaries and transfer, each with one byte behind it.
+  for (const char* tag : {"\x55\xB1\x81\x01", "\x55\xBB\x81\x01", "\x55\xBA\x81\x01"}) {
+    const std::size_t at = bytes.find(tag);
+    ASSERT_NE(at, std::string::npos);
+    bytes[at + 3] = '\x8A';
+  }
+  writeBytes(folder / "hurt.mkv", bytes);
+  const ReadThrough read = readThrough(folder / "hurt.mkv");
+  EXPECT_EQ(read.error, "");
+  EXPECT_EQ(read.frames, 3);
+  EXPECT_NE(media::Source::open(folder / "hurt.mkv")->notice().find("taken to have the matrix"),
+            std::string::npos);
+}
+
 // Each frame of the source is a grey of its number, 4 codes apart.
 std::vector<int> shownBy(const Folder& folder, const std::string& name) {
   const auto source = media::Source::open(folder / name);
