@@ -45,6 +45,7 @@ const ocio::Config& configOf(const std::shared_ptr<const void>& config) {
 
 ColourSpaces::ColourSpaces(const std::string& path) : path_(path) {
   ocio::SetLoggingLevel(ocio::LOGGING_LEVEL_NONE);
+  ocio::ClearAllCaches();  // tables that were read before are kept by name, whatever they hold now
   std::error_code ignored;
   if (!std::filesystem::exists(path, ignored)) {
     throw Error(Fault::noSuchFile, path, "there is no such OpenColorIO configuration");

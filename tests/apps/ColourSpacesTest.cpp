@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "media/ColourSpaces.h"
 #include "tests/apps/Images.h"
 #include "tests/apps/Program.h"
 
@@ -161,6 +162,24 @@ TEST(ColourSpaces, LeadThroughOthers) {
   const Image plate = read(folder / "plate.exr"), out = read(folder / "out.exr");
   for (std::size_t i = 0; i < plate.samples.size(); ++i)
     ASSERT_EQ(out.samples[i], plate.samples[i] * (i % 4 == 3 ? 1 : 16)) << i;  // (2 * 2)^2
+}
+
+// A page or a program that runs on sees a table that was written anew.
+TEST(ColourSpaces, ReadTablesAsTheyAreWhenAConfigurationIsOpened) {
+  const Folder folder;
+  std::ofstream(folder / "config.ocio")
+      << onlyLight << "  - !<ColorSpace> {name: table, to_scene_reference: "
+      << "!<FileTransform> {src: table.spi1d, interpolation: linear}}\n";
+  for (const float top : {2.0f, 4.0f}) {
+    std::ofstream(folder / "table.spi1d") << "Version 1\nFrom 0 1\nLength 2\nComponents 1\n{\n0\n"
+                                          << top << "\n}\n";
+    media::Picture picture =
+        media::Picture::make({0, 0, 1, 1}, Depth::floats, media::Samples::float32);
+    auto* const samples = reinterpret_cast<float*>(picture.pixels.get());
+    std::fill_n(samples, 4, 0.25f);
+    media::ColourSpaces(folder / "config.ocio").conversion("table", "light").apply(picture);
+    EXPECT_EQ(samples[0], 0.25f * top);
+  }
 }
 
 TEST(ColourSpaces, SayWhatIsWrong) {
