@@ -15,6 +15,7 @@
 #include "base/Error.h"
 #include "keyer/Keyer.h"
 #include "keyer/Refine.h"
+#include "keyer/simd/RowTable.h"
 
 namespace orvanite {
 namespace {
@@ -180,7 +181,6 @@ void Finisher::refine(const Frame& frame, Workspace& space, const Loop& loop) co
   if (reference_) screen.emplace(frame.pictures.ref, frame.width, frame.height);
   if (garbage_) garbage.emplace(frame.pictures.garbage, frame.width, frame.height);
   const bool recolours = !finish_.graded && showsColours_;
-  const OtileImage& reference = frame.pictures.ref;
   auto* const pixels = reinterpret_cast<Sample*>(space.keyed.data());
   const int columns = (frame.width + refinedWidth - 1) / refinedWidth;
   loop(columns * ((frame.height + refinedHeight - 1) / refinedHeight), [&](int tile) {
@@ -192,13 +192,16 @@ void Finisher::refine(const Frame& frame, Workspace& space, const Loop& loop) co
                                         std::min(refinedHeight, frame.height - top)},
                                        scratch->refining, space.refined.data());
     for (int y = soft.y; recolours && y < soft.y + soft.height; ++y) {
-      const OtileImage behind = from<Sample>(reference, soft.x, y);
-      const std::array<const Sample*, 3> channels = {static_cast<const Sample*>(behind.red),
-                                                     static_cast<const Sample*>(behind.green),
-                                                     static_cast<const Sample*>(behind.blue)};
       const std::ptrdiff_t at = matte.at(soft.x, y) - matte.samples;
-      recolourRefined(finish_, reference_ ? channels.data() : nullptr, behind.pixelStep,
-                      matte.samples + at, space.refined.data() + at, soft.width, pixels + 4 * at);
+      std::array<const Sample*, 3> channels{};
+      if (screen) {
+        const std::ptrdiff_t there = screen->at(soft.x, y);
+        channels = {screen->red + there, screen->green + there, screen->blue + there};
+      }
+      rowTable().colours<Sample>().recolour({matte.samples + at, space.refined.data() + at,
+                                             screen ? channels.data() : nullptr,
+                                             screen ? screen->pixelStep : 0, finish_.screen,
+                                             finish_.primary, pixels + 4 * at, soft.width});
     }
   });
   plane.samples.swap(space.refined);

@@ -3,10 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <optional>
-#include <type_traits>
 
 #include "keyer/simd/RowTable.h"
 
@@ -24,11 +22,6 @@ static_assert(depth > refineBorder);
 // serve.
 constexpr float flatPart = 0.002f;
 constexpr float leastFlat = 1e-5f;  // of numbers of single precision up to 1
-
-template <class Sample>
-constexpr float fullOf = std::is_floating_point_v<Sample> ? 1.0f
-                         : sizeof(Sample) == 1            ? 255.0f
-                                                          : 65535.0f;
 
 // Part of a row of a matte; clear where the garbage matte cuts it whole, and in `room` then.
 template <class Sample>
@@ -226,14 +219,6 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate,
   return soft;
 }
 
-template <class Sample>
-void recolourRefined(const Finish& finish, const Sample* const* screen, std::ptrdiff_t step,
-                     const std::uint16_t* was, const std::uint16_t* is, int count, Sample* pixels) {
-  RefinedRow<Sample> row{was, is, screen, step, finish.screen, finish.primary, pixels, count};
-  for (float& v : row.colour) v *= fullOf<Sample>;
-  rowTable().colours<Sample>().recolour(row);
-}
-
 template FrameArea refineMatte(const Finish&, const Pixels<std::uint8_t>&,
                                const Pixels<std::uint8_t>*, const MatteRows&,
                                const Pixels<std::uint8_t>*, const FrameArea&, RefineScratch&,
@@ -245,11 +230,5 @@ template FrameArea refineMatte(const Finish&, const Pixels<std::uint16_t>&,
 template FrameArea refineMatte(const Finish&, const Pixels<float>&, const Pixels<float>*,
                                const MatteRows&, const Pixels<float>*, const FrameArea&,
                                RefineScratch&, std::uint16_t*);
-template void recolourRefined(const Finish&, const std::uint8_t* const*, std::ptrdiff_t,
-                              const std::uint16_t*, const std::uint16_t*, int, std::uint8_t*);
-template void recolourRefined(const Finish&, const std::uint16_t* const*, std::ptrdiff_t,
-                              const std::uint16_t*, const std::uint16_t*, int, std::uint16_t*);
-template void recolourRefined(const Finish&, const float* const*, std::ptrdiff_t,
-                              const std::uint16_t*, const std::uint16_t*, int, float*);
 
 }  // namespace orvanite

@@ -56,15 +56,4 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate,
                       const Pixels<Sample>* garbage, const FrameArea& area, RefineScratch& scratch,
                       std::uint16_t* refined);
 
-/// Gives the pixels of a row whose matte was refined the colour that goes with it: what it says to
-/// be more solid than the key did loses less of the screen's colour, but shows no more of it than
-/// before or than its other channels have.
-///
-/// screen   the clean plate's row, samples `step` apart; null: finish.screen everywhere
-/// was, is  the matte before and now
-/// pixels   four samples each, not multiplied, without a grade
-template <class Sample>
-void recolourRefined(const Finish& finish, const Sample* const* screen, std::ptrdiff_t step,
-                     const std::uint16_t* was, const std::uint16_t* is, int count, Sample* pixels);
-
 }  // namespace orvanite

@@ -181,14 +181,19 @@ void followMatte(const float* const* lines, const float* row, std::ptrdiff_t str
       });
 }
 
+template <class Sample>
+constexpr float fullSample = std::is_floating_point_v<Sample> ? 1.0f
+                             : sizeof(Sample) == 1            ? 255.0f
+                                                              : 65535.0f;
+
 // A colour as a sample; it is at least 0 where samples are whole numbers.
 template <class Sample>
 inline Sample sampleOfColour(float v) {
   if constexpr (std::is_floating_point_v<Sample>) {
     return v;
   } else {
-    constexpr float full = sizeof(Sample) == 1 ? 255.0f : 65535.0f;
-    return static_cast<Sample>(static_cast<std::int32_t>((v < full ? v : full) + 0.5f));
+    const float held = v < fullSample<Sample> ? v : fullSample<Sample>;
+    return static_cast<Sample>(static_cast<std::int32_t>(held + 0.5f));
   }
 }
 
@@ -219,7 +224,7 @@ template <class Sample>
       const Sample* const screen = row.screen[c] + step * first;
       for (int x = 0; x < some; ++x) mix(x, static_cast<float>(screen[step * x]));
     } else {
-      const float seen = row.colour[static_cast<std::size_t>(c)];
+      const float seen = row.colour[static_cast<std::size_t>(c)] * fullSample<Sample>;
       for (int x = 0; x < some; ++x) mix(x, seen);
     }
   }

@@ -84,7 +84,7 @@ struct RefinedRow {
   const std::uint16_t *was, *is;  ///< the matte before and now
   const Sample* const* screen;    ///< the screen's channels; null: it has one colour
   std::ptrdiff_t step;            ///< between samples of one
-  std::array<float, 3> colour;    ///< that one, in the samples' numbers
+  std::array<float, 3> colour;    ///< that one; 1 is full
   int primary;                    ///< the screen's strongest channel
   Sample* pixels;                 ///< changed in place
   int count;                      ///< of pixels

@@ -15,6 +15,7 @@
 
 #include "keyer/Keyer.h"
 #include "keyer/MatteFilter.h"
+#include "keyer/simd/RowTable.h"
 
 namespace orvanite {
 namespace {
@@ -216,7 +217,8 @@ void expectColours(Sample full, double tolerance) {
     Finish own = finish;
     if (reference) own.screen = {0.5f, 0.9f, 0.5f};  // the clean plate knows better
     const Sample* const channels[3] = {clean.data(), clean.data() + 1, clean.data() + 2};
-    recolourRefined(own, reference ? channels : nullptr, 3, was, is, 4, pixels.data());
+    rowTable().colours<Sample>().recolour(
+        {was, is, reference ? channels : nullptr, 3, own.screen, own.primary, pixels.data(), 4});
     for (std::size_t i = 0; i < 4; ++i) {
       for (std::size_t c = 0; c < 3; ++c) {
         EXPECT_NEAR(static_cast<double>(pixels[4 * i + c]) / static_cast<double>(full),

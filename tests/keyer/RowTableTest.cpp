@@ -242,7 +242,7 @@ class Results {
                       matte.data(),
                       step > 0 ? clean.data() : nullptr,
                       step,
-                      {30, 140, 70},
+                      {0.1f, 0.55f, 0.3f},
                       1,
                       recoloured.data(),
                       width_});
