@@ -104,8 +104,9 @@ PicturePromise ofSgi(FileBytes& file) {
   const u64 height = dimensions >= 2 ? file.two(8) : 1;
   const u64 channels = dimensions >= 3 ? file.two(10) : 1;
   if (file.one(2) != 1) return promise(width, height, header + width * height * channels * bytes);
-  // Two tables say where each row lies and how long it is.
-  const u64 rows = height * channels;
+  // Two tables say where each row lies and how long it is. The library takes memory for all that
+  // the header's numbers make, those of dimensions that the picture has not as well.
+  const u64 rows = std::max(height * channels, file.two(8) * file.two(10));
   PicturePromise result = promise(width, height, header + rows * 8);
   if (result.bytes > file.size()) return result;
   const std::string table = file.text(header, static_cast<std::size_t>(rows * 8));

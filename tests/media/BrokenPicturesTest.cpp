@@ -117,6 +117,18 @@ TEST(BrokenPictures, AChunkBeforeThePictureIsNoLongerThanTheFile) {
   EXPECT_EQ(readThrough(folder / "s.png").error, "");
 }
 
+// An SGI file of one row in runs, whose header tells of 29817 rows and 28776 channels that a
+// picture of one dimension has not: 29817 * 28776 places and lengths of 4 bytes each behind 512
+// bytes.
+TEST(BrokenPictures, TablesOfRowsAreNoLongerThanTheFile) {
+  const Folder folder;
+  std::string bytes("\x01\xDA\1\1\0\1\0\x10\x74\x79\x70\x68", 12);
+  bytes.resize(600);
+  writeBytes(folder / "row.sgi", bytes);
+  const std::string error = readThrough(folder / "row.sgi").error;
+  EXPECT_NE(error.find("promises at least 6864112448 bytes"), std::string::npos) << error;
+}
+
 // Bytes 30 to 33 of a BMP tell its compression: 1 is runs of 8 bits, 2 of 4.
 TEST(BrokenPictures, ABmpOf24BitsHasNoRuns) {
   const Folder folder;
