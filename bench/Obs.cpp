@@ -204,6 +204,7 @@ int main(int count, char** words) {
     --count, ++words;
   }
   const char* const plain = R"({"screen": 4282162732, "screenRange": 0.1})";
+  const char* const refined = R"({"screen": 4282162732, "screenRange": 0.1, "refine": 1})";
   const char* const finished =
       R"({"screen": 4282162732, "screenRange": 0.1, "matteBlack": 0.05, "spill": 0.5})";
   const auto& forms = obsScene::forms;
@@ -220,6 +221,7 @@ int main(int count, char** words) {
         "median |");
     std::puts("|---|---|---|---|---|");
     for (const int form : {0, 1, 2, 6, 12, 17}) printFilter(host, forms[form], "key", plain);
+    printFilter(host, forms[1], "key, refined edge", refined);
     printFilter(host, forms[1], "key, clip black, spill removal", finished);
     if (count > 2 && host.load(words[1], words[2])) {
       subjects.push_back({"OBS's chroma key", "chroma_key_filter_v2", "{}"});
