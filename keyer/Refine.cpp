@@ -192,9 +192,9 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate,
     if (mixed < -linesReach) continue;
     if (const RowSpan near = around(scratch.spans, mixed, linesReach); near.first <= near.last) {
       if (screens) screens->take(soft.y + mixed, stride, shown.row(0));
-      float* const colours = values.row(mixed) + subjectReach + near.first;
-      rows.mixMatte({colours, shown.row(0) + near.first, sums.row(0) + near.first, stride,
-                     colours + 3 * stride, near.last - near.first + 1 + 2 * linesReach});
+      rows.mixMatte({values.row(mixed) + subjectReach + near.first, shown.row(0) + near.first,
+                     sums.row(0) + near.first, stride,
+                     near.last - near.first + 1 + 2 * linesReach});
     }
     const int fitted = mixed - guideReach;  // its rows are all there
     if (fitted < -guideReach) continue;

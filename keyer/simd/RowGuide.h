@@ -168,7 +168,7 @@ void fitMatte(const float* const* rows, std::ptrdiff_t stride, float flat, int c
     const float own = static_cast<float>(from[x]) * (1.0f / 65535);
     const auto word = static_cast<std::uint16_t>(
         static_cast<std::int32_t>((own + share * (held - own)) * 65535.0f + 0.5f));
-    to[x] = either((kept[x] > nearlyClear) & (kept[x] < nearlySolid), word, from[x]);
+    to[x] = either(isSoft(kept[x]), word, from[x]);
   }
 }
 

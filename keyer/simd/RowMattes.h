@@ -290,9 +290,7 @@ int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, 
 int softOf(const std::uint16_t* matte, int count, int& first) {
   return spanOf(
       count, first, [&](int x) __attribute__((always_inline)) {
-        constexpr auto clear = static_cast<std::uint16_t>(nearlyClear + 1);
-        return static_cast<std::uint16_t>(static_cast<std::uint16_t>(matte[x] - clear) <
-                                          static_cast<std::uint16_t>(nearlySolid - clear));
+        return static_cast<std::uint16_t>(isSoft(matte[x]));
       });
 }
 

@@ -94,11 +94,11 @@ void gatherSubject(const float* row, std::ptrdiff_t stride, int count, std::int3
 [[gnu::always_inline]] inline void mixBlock(const SubjectRow& row, int first, int some) {
   float sums[subjectPlanes][subjectBlock];
   sumAlong(row, first, some, sums);
-  const float *const red = row.colours + first, *const green = red + row.stride;
+  const float *const red = row.pixels + first, *const green = red + row.stride;
   const float *const blue = green + row.stride, *const screenRed = row.screen + first;
   const float* const screenGreen = screenRed + row.stride;
   const float* const screenBlue = screenGreen + row.stride;
-  float* __restrict const matte = row.matte + first;
+  float* __restrict const matte = row.pixels + 3 * row.stride + first;
   for (int x = 0; x < some; ++x) {
     const float count = sums[0][x];
     const float part = 1.0f / (count > 1.0f ? count : 1.0f), each = part * (1.0f / 65535);

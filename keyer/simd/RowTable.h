@@ -62,11 +62,10 @@ inline constexpr int subjectPlanes = 5;
 
 /// A row of floats, 1 is full, beside what is known around it; planes lie `stride` apart.
 struct SubjectRow {
-  const float* colours;      ///< red, green, blue
+  float* pixels;             ///< red, green, blue, and the matte, which is changed in place
   const float* screen;       ///< red, green, blue of the screen there
   const std::int32_t* sums;  ///< columns' sums; the first is subjectReach before the row's first
   std::ptrdiff_t stride;     ///< from one plane to the next
-  float* matte;              ///< changed in place
   int count;                 ///< of pixels
 };
 

@@ -34,6 +34,9 @@ template <class Value>
       static_cast<Bits>((std::bit_cast<Bits>(a) & mask) | (std::bit_cast<Bits>(b) & ~mask)));
 }
 
+// Whether a matte is refined.
+inline bool isSoft(std::uint16_t matte) { return (matte > nearlyClear) & (matte < nearlySolid); }
+
 // A code as a float, at most `most`; NaN is not above 0.
 template <class Sample>
 inline float codeOf(Sample v, float most) {

@@ -198,9 +198,8 @@ class Results {
     table_.gatherSubject(rows[0].data(), stride, wide, other.data(), sums.data());
     keep(sums);
     std::vector<float> mixed = rows[0];
-    table_.mixMatte({mixed.data(), rows[1].data(), sums.data(), stride,
-                     &mixed[3 * static_cast<std::size_t>(stride)],
-                     std::max(0, wide - 2 * subjectReach)});
+    table_.mixMatte(
+        {mixed.data(), rows[1].data(), sums.data(), stride, std::max(0, wide - 2 * subjectReach)});
     keep(mixed);
   }
 
