@@ -73,14 +73,14 @@ std::vector<std::string> blueKey(std::vector<std::string> arguments) {
   return arguments;
 }
 
-pid_t start(const std::vector<std::string>& arguments) {
+pid_t start(const std::vector<std::string>& arguments, int errors) {
   std::vector<char*> argv{const_cast<char*>(ORVANITE_PROGRAM)};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  posix_spawn_file_actions_adddup2(&actions, errors < 0 ? 1 : errors, 2);
   pid_t child = 0;
   const int problem =
       posix_spawn(&child, ORVANITE_PROGRAM, &actions, nullptr, argv.data(), environ);
@@ -93,6 +93,31 @@ int waitFor(pid_t child) {
   int status = 0;
   ::waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+FullPipe::FullPipe() {
+  if (::pipe2(ends_.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  const int flags = ::fcntl(end(), F_GETFL);
+  ::fcntl(end(), F_SETFL, flags | O_NONBLOCK);
+  while (::write(end(), "", 1) == 1) ++filled_;
+  ::fcntl(end(), F_SETFL, flags);
+}
+
+FullPipe::~FullPipe() {
+  for (const int descriptor : ends_) {
+    if (descriptor >= 0) ::close(descriptor);
+  }
+}
+
+std::string FullPipe::read() {
+  ::close(end());
+  ends_[1] = -1;
+  std::string bytes;
+  std::array<char, 4096> part{};
+  for (ssize_t got; (got = ::read(ends_[0], part.data(), part.size())) > 0;) {
+    bytes.append(part.data(), static_cast<std::size_t>(got));
+  }
+  return bytes.substr(filled_);
 }
 
 Folder::Folder() {

@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -32,11 +34,28 @@ std::vector<std::string> blueKey(std::vector<std::string> arguments);
 /// The same as a line, with a blank behind it.
 extern const std::string blueKeyWords;
 
-/// Starts `orvanite` with these arguments and goes on; what it says is lost.
-pid_t start(const std::vector<std::string>& arguments);
+/// Starts `orvanite` with these arguments and goes on. What it prints is lost, and so are its
+/// errors unless a file descriptor takes them.
+pid_t start(const std::vector<std::string>& arguments, int errors = -1);
 
 /// Waits for a process: its exit code, or 128 + the signal that ended it.
 int waitFor(pid_t child);
+
+/// A pipe that is full: whoever writes to it waits until it is read.
+class FullPipe {
+ public:
+  FullPipe();
+  ~FullPipe();
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+  int end() const { return ends_[1]; }
+  /// Closes the end that is written to, and reads what others wrote until they have closed theirs.
+  std::string read();
+
+ private:
+  std::array<int, 2> ends_{-1, -1};
+  std::size_t filled_ = 0;
+};
 
 /// A file's bytes; none when there is no such file.
 std::string contents(const std::string& path);
