@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 //
-// What the finish adds to a key: each of its switches alone and all at once, beside the key.
+// What the finish adds to a key: each of its switches alone, all at once and all but the refined
+// edge, beside the key.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -30,6 +31,7 @@ const std::vector<Case>& cases() {
       {"edge", {{"edgeColour", "1"}}},
       {"spill", {{"spill", "1"}, {"spillReplace", "background"}}},
       {"wrap", {{"lightWrap", "0.5"}}},
+      {"unrefined", {}},
       {"all", {}}};
   return list;
 }
@@ -37,7 +39,8 @@ const std::vector<Case>& cases() {
 void finish(benchmark::State& state, int depth, Encoding encoding, const Case& one, int threads) {
   Settings settings = everydaySettings(encoding, "composite");
   for (const Case& each : cases()) {
-    if (each.name != one.name && one.name != "all") continue;
+    const bool taken = one.name == "all" || (one.name == "unrefined" && each.name != "refine");
+    if (each.name != one.name && !taken) continue;
     for (const auto& [name, value] : each.changes) settings.setText(name, value);
   }
   keyOverBackground(state, settings, pictures(depth, encoding), threads);

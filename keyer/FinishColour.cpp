@@ -115,13 +115,26 @@ class Means {
       to = roomFor<Sample>(scratch_.pixels, 4 * static_cast<std::size_t>(wide_));
     }
     Sample* out = to;
-    for (int x = left_; x < left_ + wide_; ++x, out += 4) {
-      const std::ptrdiff_t at = from_.at(std::clamp(x, 0, from_.width - 1), y);
-      out[0] = from_.red[at];
-      out[1] = from_.green[at];
-      out[2] = from_.blue[at];
-      out[3] = Sample{};
+    int x = left_;
+    const int end = left_ + wide_;
+    const auto copyUntil = [&](int last) {
+      for (; x < last; ++x, out += 4) {
+        const std::ptrdiff_t at = from_.at(std::clamp(x, 0, from_.width - 1), y);
+        out[0] = from_.red[at];
+        out[1] = from_.green[at];
+        out[2] = from_.blue[at];
+        out[3] = Sample{};
+      }
+    };
+    if (interleaved_) {
+      copyUntil(std::min(0, end));
+      const int inside = std::min(from_.width, end) - x;
+      if (inside > 0) {
+        out = std::copy_n(from_.red + from_.at(x, y), 4 * inside, out);
+        x += inside;
+      }
     }
+    copyUntil(end);
     return to;
   }
 

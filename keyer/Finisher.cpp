@@ -327,9 +327,7 @@ bool Finisher::finishTile(const Frame& frame, const Workspace& space, const Otil
     moveEdge(scratch.matte, finish_.shrink, scratch.room);
     soften(scratch.matte, finish_.soften, scratch.room);
     if (around > 0) {
-      scratch.nearby.resize(scratch.matte.width, scratch.matte.height);
-      scratch.nearby.samples = scratch.matte.samples;
-      spread(scratch.nearby, around, scratch.room);
+      spread(scratch.matte, around, scratch.nearby, scratch.room);
       trim(scratch.matte, around);
     }
   }

@@ -111,10 +111,10 @@ void soften(MatteTile& tile, float pixels, MatteTile& scratch) {
   }
 }
 
-void spread(MatteTile& tile, int reach, MatteTile& scratch) {
+void spread(const MatteTile& tile, int reach, MatteTile& means, MatteTile& scratch) {
   const Box box{reach, 0};
   alongRows(tile, box, scratch);
-  alongColumns(scratch, box, tile);
+  alongColumns(scratch, box, means);
 }
 
 }  // namespace orvanite

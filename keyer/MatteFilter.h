@@ -65,8 +65,8 @@ void soften(MatteTile& tile, float pixels, MatteTile& scratch);
 
 /// The mean of each sample's neighbourhood up to `reach` away, along rows and along columns.
 ///
-/// tile     cut down by `reach` on each side
+/// means    of `tile`, smaller than it by `reach` on each side
 /// scratch  room for it
-void spread(MatteTile& tile, int reach, MatteTile& scratch);
+void spread(const MatteTile& tile, int reach, MatteTile& means, MatteTile& scratch);
 
 }  // namespace orvanite

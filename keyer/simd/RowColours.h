@@ -127,8 +127,8 @@ void weighColours(const Sample* pixels, const std::uint16_t* own, int count,
     }
     const std::ptrdiff_t at = 4 * static_cast<std::ptrdiff_t>(first);
     for (int k = 0; k < 4 * some; ++k) {
-      const auto sample = static_cast<Sum>((k & 3) == 3 ? 1 : counted(pixels[at + k]));
-      const Sum now = weights[k] * sample;
+      const auto sample = static_cast<Sum>(counted(pixels[at + k]));
+      const Sum now = weights[k] * either((k & 3) == 3, Sum{1}, sample);
       columns[at + k] += now - line[at + k];
       line[at + k] = now;
     }
@@ -362,7 +362,7 @@ template <class Sample>
     const int softness = 65535 - own[x];
     soft[x] = softness;
     const float enough = inside.of[3][x] / enoughInside;
-    given[x] = edgeColour * partOf(softness) * (enough < 1.0f ? enough : 1.0f);
+    given[x] = edgeColour * partOf(softness) * either(enough < 1.0f, enough, 1.0f);
   }
   for (int c = 0; c < 3; ++c) {
     for (int x = 0; x < count; ++x) {

@@ -191,13 +191,15 @@ void sumFours(const In* from, std::ptrdiff_t apart, int count, std::int32_t* to)
 }
 
 // Sums over 4, 16 and 64 samples are made first, and the wanted one of as few as there can be.
-void meanAlongRow(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
-                  std::uint16_t* to) {
-  const int border = whole + (part > 0 ? 1 : 0);
+// ones  how many samples go into it one by one
+// ends  whether a part of one more at each end counts
+template <int ones, bool ends>
+void meanAlongBy(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
+                 std::uint16_t* to) {
+  const int border = whole + (ends ? 1 : 0);
   const float scale = scaleOf(whole, part);
   const int samples = 2 * whole + 1, length = count + 2 * whole;
   const std::uint16_t* const from = row + (border - whole);
-  const int ones = samples % 4;
   const std::int32_t* terms[mostTerms];
   int termCount = 0;
   int made = ones;
@@ -222,9 +224,11 @@ void meanAlongRow(const std::uint16_t* row, int whole, int part, int count, std:
         Wholes sum = {};
         for (int i = 0; i < ones; ++i) sum += wholesAt(from + x + i);
         for (int i = 0; i < termCount; ++i) sum += wholesAt(terms[i] + x);
-        const Wholes ends = wholesAt(row + x) + wholesAt(end + x);
-        const Lanes weighted = __builtin_convertvector(sum, Lanes) * 256.0f +
-                               __builtin_convertvector(ends * part, Lanes);
+        Lanes weighted = __builtin_convertvector(sum, Lanes) * 256.0f;
+        if constexpr (ends) {
+          const Wholes both = wholesAt(row + x) + wholesAt(end + x);
+          weighted += __builtin_convertvector(both * part, Lanes);
+        }
         const Wholes rounded = __builtin_convertvector(weighted * scale + 0.5f, Wholes);
         const HalfCodes mean = __builtin_convertvector(rounded, HalfCodes);
         std::memcpy(to + x, &mean, sizeof mean);
@@ -233,19 +237,38 @@ void meanAlongRow(const std::uint16_t* row, int whole, int part, int count, std:
         std::int32_t sum = 0;
         for (int i = 0; i < ones; ++i) sum += from[x + i];
         for (int i = 0; i < termCount; ++i) sum += terms[i][x];
-        to[x] = meanOf(sum, row[x] + end[x], part, scale);
+        to[x] = meanOf(sum, ends ? row[x] + end[x] : 0, part, scale);
       });
 }
 
-void meanAcrossRows(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
-                    const std::uint16_t* high, int whole, int part, int count,
-                    std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
+void meanAlongRow(const std::uint16_t* row, int whole, int part, int count, std::int32_t* sums,
+                  std::uint16_t* to) {
+  // 2 * whole + 1 samples go by fours but for one or three.
+  const bool ends = part > 0;
+  if (whole % 2 == 0) {
+    (ends ? meanAlongBy<1, true> : meanAlongBy<1, false>)(row, whole, part, count, sums, to);
+  } else {
+    (ends ? meanAlongBy<3, true> : meanAlongBy<3, false>)(row, whole, part, count, sums, to);
+  }
+}
+
+template <bool ends>
+void meanAcrossBy(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
+                  const std::uint16_t* high, int whole, int part, int count,
+                  std::int32_t* __restrict sums, std::uint16_t* __restrict to) {
   const float scale = scaleOf(whole, part);
   for (int x = 0; x < count; ++x) {
     const std::int32_t sum = sums[x] + come[x];
-    to[x] = meanOf(sum, low[x] + high[x], part, scale);
+    to[x] = meanOf(sum, ends ? low[x] + high[x] : 0, part, scale);
     sums[x] = sum - go[x];
   }
+}
+
+void meanAcrossRows(const std::uint16_t* come, const std::uint16_t* go, const std::uint16_t* low,
+                    const std::uint16_t* high, int whole, int part, int count, std::int32_t* sums,
+                    std::uint16_t* to) {
+  (part > 0 ? meanAcrossBy<true> : meanAcrossBy<false>)(come, go, low, high, whole, part, count,
+                                                        sums, to);
 }
 
 void nearerRow(const std::int16_t* above, const std::int16_t* below, std::int16_t more, int count,
@@ -283,7 +306,7 @@ int wantedOf(const std::uint16_t* matte, const std::uint16_t* other, int count, 
   }
   return spanOf(
       count, first, [&](int x) __attribute__((always_inline)) {
-        return static_cast<std::uint16_t>(other[x] < solidMatte ? matte[x] : 0);
+        return static_cast<std::uint16_t>(matte[x] & -int{other[x] < solidMatte});
       });
 }
 

@@ -28,8 +28,9 @@ template <int pixels, class Work>
 // once.
 template <class Value>
 [[gnu::always_inline]] inline Value either(bool first, Value a, Value b) {
-  using Bits = std::conditional_t<sizeof(Value) == 4, std::uint32_t, Value>;
-  const auto mask = static_cast<Bits>(first ? ~0u : 0u);
+  using Wide = std::conditional_t<sizeof(Value) == 8, std::uint64_t, Value>;
+  using Bits = std::conditional_t<sizeof(Value) == 4, std::uint32_t, Wide>;
+  const auto mask = static_cast<Bits>(first ? ~std::uint64_t{} : 0);
   return std::bit_cast<Value>(
       static_cast<Bits>((std::bit_cast<Bits>(a) & mask) | (std::bit_cast<Bits>(b) & ~mask)));
 }
