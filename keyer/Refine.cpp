@@ -25,8 +25,8 @@ constexpr float leastFlat = 1e-5f;  // of numbers of single precision up to 1
 
 // Part of a row of a matte; clear where the garbage matte cuts it whole, and in `room` then.
 template <class Sample>
-const std::uint16_t* uncutRow(const std::uint16_t* matte, const Pixels<Sample>* garbage, int x,
-                              int y, int count, std::vector<std::uint16_t>& room) {
+const std::uint16_t* withoutCut(const std::uint16_t* matte, const Pixels<Sample>* garbage, int x,
+                                int y, int count, std::vector<std::uint16_t>& room) {
   if (garbage == nullptr) return matte;
   room.resize(static_cast<std::size_t>(count));
   rowTable().colours<Sample>().uncut(garbage->alpha + garbage->at(x, y), garbage->pixelStep, matte,
@@ -45,7 +45,7 @@ FrameArea findSoft(const MatteRows& matte, const Pixels<Sample>* garbage, const 
   spans.assign(static_cast<std::size_t>(area.height), RowSpan());
   for (int y = 0; y < area.height; ++y) {
     const std::uint16_t* const row =
-        uncutRow(matte.at(area.x, area.y + y), garbage, area.x, area.y + y, area.width, room);
+        withoutCut(matte.at(area.x, area.y + y), garbage, area.x, area.y + y, area.width, room);
     int first = 0;
     const int last = rowTable().soft(row, area.width, first) + first - 1;
     if (first > last) continue;
@@ -142,6 +142,108 @@ class Ring {
   std::ptrdiff_t size_;
 };
 
+// How far beyond a soft pixel lies what the lines around it are fitted to.
+constexpr int linesReach = 2 * guideReach;
+
+// The soft part of an area, refined row by row. Rows count from its first one; those of the plate
+// lie `refineBorder` wider on each side, those of the screen `linesReach`, those of lines
+// `guideReach`. A step asks for rows of the one before it up to its reach further down.
+template <class Sample>
+class SoftPart {
+ public:
+  SoftPart(const Finish& finish, const Pixels<Sample>& plate, const Pixels<Sample>* screen,
+           const MatteRows& matte, const Pixels<Sample>* garbage, const FrameArea& soft,
+           RefineScratch& scratch)
+      : finish_(finish),
+        matte_(matte),
+        garbage_(garbage),
+        soft_(soft),
+        scratch_(scratch),
+        wide_(soft.width + 2 * refineBorder),
+        stride_(wide_),
+        values_(scratch.values, depth, 4 * stride_),
+        lines_(scratch.lines, side, 4 * stride_),
+        held_(scratch.held, depth, subjectPlanes * stride_, true),
+        sums_(scratch.sums, 1, subjectPlanes * stride_, true),
+        shown_(scratch.screen, 1, 3 * stride_),
+        guide_(plate, &matte, soft.x - refineBorder, wide_) {
+    const float vivid = finish.screen[static_cast<std::size_t>(finish.primary)];
+    flat_ = std::max(leastFlat, flatPart * vivid * vivid);
+    if (screen != nullptr) {
+      screens_.emplace(*screen, nullptr, soft.x - linesReach, soft.width + 2 * linesReach);
+      return;
+    }
+    for (std::size_t c = 0; c < 3; ++c) {
+      std::fill_n(shown_.row(0) + static_cast<std::ptrdiff_t>(c) * stride_, stride_,
+                  finish.screen[c]);
+    }
+  }
+
+  // A row of the plate; it enters the subject's sums.
+  void take(int y) {
+    float* const taken = values_.row(y);
+    guide_.take(soft_.y + y, stride_, taken);
+    rowTable().gatherSubject(taken, stride_, wide_, held_.row(y), sums_.row(0));
+  }
+
+  // Mixes a row's matte with what the subject around it says; the sums are those around this row.
+  void mix(int y) {
+    const RowSpan near = around(scratch_.spans, y, linesReach);
+    if (near.first > near.last) return;
+    if (screens_) screens_->take(soft_.y + y, stride_, shown_.row(0));
+    rowTable().mixMatte({values_.row(y) + subjectReach + near.first, shown_.row(0) + near.first,
+                         sums_.row(0) + near.first, stride_,
+                         near.last - near.first + 1 + 2 * linesReach});
+  }
+
+  // Finds a row's lines.
+  void fit(int y) {
+    const RowSpan near = around(scratch_.spans, y, guideReach);
+    if (near.first > near.last) return;
+    rowTable().fitMatte(rowsAround(values_, y, refineBorder - guideReach + near.first).data(),
+                        stride_, flat_, near.last - near.first + side, lines_.row(y) + near.first);
+  }
+
+  // Writes a row of the frame's refined matte.
+  void follow(int y, std::uint16_t* refined) {
+    if (y < 0) return;
+    const auto [first, last] = scratch_.spans[static_cast<std::size_t>(y)];
+    if (first > last) return;
+    const std::uint16_t* const was = matte_.at(soft_.x + first, soft_.y + y);
+    const int count = last - first + 1;
+    const std::uint16_t* const uncut =
+        withoutCut(was, garbage_, soft_.x + first, soft_.y + y, count, scratch_.uncut);
+    rowTable().followMatte(rowsAround(lines_, y, guideReach + first).data(),
+                           values_.row(y) + refineBorder + first, stride_, finish_.refine, was,
+                           uncut, count, refined + (was - matte_.samples));
+  }
+
+ private:
+  // The rows up to `guideReach` from one, from a column on.
+  static std::array<const float*, side> rowsAround(const Ring<float>& ring, int y,
+                                                   std::ptrdiff_t column) {
+    std::array<const float*, side> rows{};
+    for (int i = 0; i < side; ++i) {
+      rows[static_cast<std::size_t>(i)] = ring.row(y + i - guideReach) + column;
+    }
+    return rows;
+  }
+
+  const Finish& finish_;
+  const MatteRows& matte_;
+  const Pixels<Sample>* garbage_;
+  const FrameArea soft_;
+  RefineScratch& scratch_;
+  int wide_;
+  std::ptrdiff_t stride_;
+  float flat_;
+  Ring<float> values_, lines_;
+  Ring<std::int32_t> held_, sums_;
+  Ring<float> shown_;  // the screen
+  Guide<Sample> guide_;
+  std::optional<Guide<Sample>> screens_;
+};
+
 }  // namespace
 
 template <class Sample>
@@ -155,66 +257,12 @@ FrameArea refineMatte(const Finish& finish, const Pixels<Sample>& plate,
   }
   const FrameArea soft = findSoft(matte, garbage, area, scratch.spans, scratch.uncut);
   if (soft.width == 0) return soft;
-  // Rows of the plate lie `refineBorder` wider on each side, rows of lines `guideReach`, rows of
-  // the screen as far as both steps of the lines go.
-  constexpr int linesReach = 2 * guideReach;
-  const int wide = soft.width + 2 * refineBorder;
-  const std::ptrdiff_t stride = wide;
-  const Ring values(scratch.values, depth, 4 * stride), lines(scratch.lines, side, 4 * stride);
-  const Ring held(scratch.held, depth, subjectPlanes * stride, true);
-  const Ring sums(scratch.sums, 1, subjectPlanes * stride, true);
-  const Ring shown(scratch.screen, 1, 3 * stride);
-  const float vivid = finish.screen[static_cast<std::size_t>(finish.primary)];
-  const float flat = std::max(leastFlat, flatPart * vivid * vivid);
-  const auto rowsAround = [&](const Ring<float>& ring, int y, std::ptrdiff_t in) {
-    std::array<const float*, side> rows{};
-    for (int i = 0; i < side; ++i) {
-      rows[static_cast<std::size_t>(i)] = ring.row(y + i - guideReach) + in;
-    }
-    return rows;
-  };
-  Guide<Sample> guide(plate, &matte, soft.x - refineBorder, wide);
-  std::optional<Guide<Sample>> screens;
-  if (screen != nullptr) {
-    screens.emplace(*screen, nullptr, soft.x - linesReach, soft.width + 2 * linesReach);
-  } else {
-    for (std::size_t c = 0; c < 3; ++c) {
-      std::fill_n(shown.row(0) + static_cast<std::ptrdiff_t>(c) * stride, stride, finish.screen[c]);
-    }
-  }
-  const RowTable& rows = rowTable();
-  // Rows count from the first soft one.
+  SoftPart<Sample> part(finish, plate, screen, matte, garbage, soft, scratch);
   for (int y = -refineBorder; y < soft.height + refineBorder; ++y) {
-    float* const taken = values.row(y);
-    guide.take(soft.y + y, stride, taken);
-    rows.gatherSubject(taken, stride, wide, held.row(y), sums.row(0));
-    const int mixed = y - subjectReach;  // what lies around it is all there
-    if (mixed < -linesReach) continue;
-    if (const RowSpan near = around(scratch.spans, mixed, linesReach); near.first <= near.last) {
-      if (screens) screens->take(soft.y + mixed, stride, shown.row(0));
-      rows.mixMatte({values.row(mixed) + subjectReach + near.first, shown.row(0) + near.first,
-                     sums.row(0) + near.first, stride,
-                     near.last - near.first + 1 + 2 * linesReach});
-    }
-    const int fitted = mixed - guideReach;  // its rows are all there
-    if (fitted < -guideReach) continue;
-    const RowSpan lined = around(scratch.spans, fitted, guideReach);
-    if (lined.first <= lined.last) {
-      rows.fitMatte(rowsAround(values, fitted, refineBorder - guideReach + lined.first).data(),
-                    stride, flat, lined.last - lined.first + side, lines.row(fitted) + lined.first);
-    }
-    const int done = fitted - guideReach;
-    if (done < 0) continue;
-    const auto [first, last] = scratch.spans[static_cast<std::size_t>(done)];
-    if (first > last) continue;
-    const std::uint16_t* const was = matte.at(soft.x + first, soft.y + done);
-    std::uint16_t* const is = refined + (was - matte.samples);
-    const int count = last - first + 1;
-    const std::uint16_t* const uncut =
-        uncutRow(was, garbage, soft.x + first, soft.y + done, count, scratch.uncut);
-    rows.followMatte(rowsAround(lines, done, guideReach + first).data(),
-                     values.row(done) + refineBorder + first, stride, finish.refine, was, uncut,
-                     count, is);
+    part.take(y);
+    part.mix(y - subjectReach);
+    part.fit(y - subjectReach - guideReach);
+    part.follow(y - refineBorder, refined);
   }
   return soft;
 }
