@@ -61,14 +61,28 @@ float ramp(float v, float from, float to) {
   return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
 }
 
+float sumAt(const Colours& colours, std::size_t i) {
+  return colours[0][i] + colours[1][i] + colours[2][i];
+}
+
+constexpr float leastScreen = 0.15f;  // what light is compared to, in codes of three channels
+constexpr float around = 6;           // pixels: the neighbourhood that light is looked at in
+
+/// How light the neighbourhood of each pixel is, as a share of the screen's light.
+Plane lightAround(const Look& look, const ScreenPlate& plate) {
+  Plane light = Plane::unset(plate.sure.width, plate.sure.height);
+  eachPixel(light, look.rows, [&](std::size_t i) {
+    light[i] = sumAt(look.codes, i) / std::max(sumAt(plate.clean, i), leastScreen);
+  });
+  return blurred(light, around, look.rows);
+}
+
 /// How much light varies from pixel to pixel, as a share of the screen's: leaves, feathers and fur
 /// vary, smoke, flames and glass hardly do.
 Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
-  constexpr float fine = 3, around = 6;  // pixels
+  constexpr float fine = 3;  // pixels
   Plane light = Plane::unset(regions.share.width, regions.share.height);
-  eachPixel(light, look.rows, [&](std::size_t i) {
-    light[i] = look.codes[0][i] + look.codes[1][i] + look.codes[2][i];
-  });
+  eachPixel(light, look.rows, [&](std::size_t i) { light[i] = sumAt(look.codes, i); });
   light = blurred(light, regions.radius, look.rows);
   const Plane mean = blurred(light, fine, look.rows);
   Plane texture = Plane::unset(light.width, light.height);
@@ -76,8 +90,7 @@ Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
             [&](std::size_t i) { texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]); });
   texture = blurred(texture, around, look.rows);
   eachPixel(light, look.rows, [&](std::size_t i) {
-    const float screen = plate.clean[0][i] + plate.clean[1][i] + plate.clean[2][i];
-    texture[i] = std::sqrt(texture[i]) / std::max(screen, 0.15f);
+    texture[i] = std::sqrt(texture[i]) / std::max(sumAt(plate.clean, i), leastScreen);
   });
   return texture;
 }
@@ -121,8 +134,9 @@ bool isClear(const Look& look, const ScreenPlate& plate, const KeyRegions& regio
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
 // a green leaf. What shows more than half screen may be glass, and stays, unless it is too rough
-// for that. Specks of the screen's colour are no screen there. Before a vivid screen, as green as
-// no leaf is, specks are gaps, and what shows some screen is hair, a veil or a flame.
+// for that and no glow, which is lighter than the screen. Specks of the screen's colour are no
+// screen there. Before a vivid screen, as green as no leaf is, specks are gaps, and what shows some
+// screen is hair, a veil or a flame.
 Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const Plane& share = regions.calmShare;
   const Mask large = largeOf(regions.screen);
@@ -136,7 +150,7 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const Plane depth = distanceWithin(open, to, look.rows);
   const Plane within = distanceWithin(beside, to, look.rows);
   const Plane texture = textureOf(look, plate, regions);
-  const Plane pure = pureAround(look, regions);
+  const Plane pure = pureAround(look, regions), light = lightAround(look, plate);
   Plane hold(share.width, share.height);
   const Mask alien = opened(regions.alien, look.rows);
   const Plane clear = distanceWithin(regions.screen, 6, look.rows);
@@ -147,8 +161,8 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
                             ? 0.0f
                             : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f)) *
                                   (1 - (1 - regions.alike) * ramp(share[i], 0.2f, 0.35f));
-    const float rough = regions.alike * ramp(within[i], from, to) * ramp(texture[i], 0.04f, 0.07f) *
-                        (1 - ramp(pure[i], 0.03f, 0.11f));
+    const float rough = regions.alike * ramp(within[i], 0, to) * ramp(texture[i], 0.035f, 0.06f) *
+                        (1 - ramp(pure[i], 0, 0.08f)) * (1 - ramp(light[i], 1.2f, 1.4f));
     hold[i] = std::max({hold[i], solid, rough});
   });
   return blurred(hold, 1, look.rows);

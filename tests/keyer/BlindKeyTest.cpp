@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <random>
@@ -20,30 +21,50 @@
 namespace orvanite {
 namespace {
 
-TEST(BlindKey, HoldsRoughLeavesOfTheScreensHueAndNoSmoothSmoke) {
-  for (const bool rough : {true, false}) {
+TEST(BlindKey, HoldsRoughLeavesOfTheScreensHueAndNoSmokeOrGlow) {
+  enum Kind { leaves, smoke, glow };
+  for (const Kind kind : {leaves, smoke, glow}) {
+    const auto wave = [](int x, int y) {
+      return 0.3f * std::sin(0.8f * static_cast<float>(x)) * std::sin(0.7f * static_cast<float>(y));
+    };
     Composed plate;
     plate.screen = [](int, int) { return olive; };
     // Leaves half as bright as the screen and of its hue: a key takes them for half screen. So it
-    // does with smoke, which has no light and shade.
-    plate.subject = [rough](int x, int y) {
-      if (!rough) return Rgb{0.6f, 0.6f, 0.62f};
-      const float light = 0.5f + 0.3f * std::sin(0.8f * static_cast<float>(x)) *
-                                     std::sin(0.7f * static_cast<float>(y));
+    // does with smoke, which has no light and shade, and with a glow, which is lighter.
+    plate.subject = [&](int x, int y) {
+      if (kind == smoke) return Rgb{0.6f, 0.6f, 0.62f};
+      if (kind == glow) return Rgb{0.95f, 0.95f, 1};
+      const float light = 0.5f + wave(x, y);
       return Rgb{olive[0] * light, olive[1] * light, olive[2] * light};
     };
     const auto whole = disc(80, 60, 50, 2);
-    plate.matte = [&](int x, int y) { return (rough ? 1 : 0.3f) * whole(x, y); };
+    plate.matte = [&](int x, int y) {
+      if (kind != glow) return (kind == leaves ? 1 : 0.3f) * whole(x, y);
+      const float far = std::hypot(static_cast<float>(x - 80), static_cast<float>(y - 60));
+      return std::clamp(1.1f - far / 50 + wave(x, y), 0.0f, 1.0f) * whole(x, y);
+    };
     Canvas canvas = plate.on(2);
     Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
-    double sum = 0;
-    for (int y = 50; y < 70; ++y) {
-      for (int x = 70; x < 90; ++x) sum += static_cast<double>(matteAt(out, x, y)) / 400;
-    }
-    if (rough) {
-      EXPECT_GT(sum, 0.98);
+    // Of whole rings around the middle.
+    const auto meanBetween = [&](double from, double to) {
+      double sum = 0, count = 0;
+      for (int y = 10; y < 110; ++y) {
+        for (int x = 30; x < 130; ++x) {
+          const double far = std::hypot(x - 80, y - 60);
+          if (far < from || far >= to) continue;
+          sum += static_cast<double>(matteAt(out, x, y));
+          ++count;
+        }
+      }
+      return sum / count;
+    };
+    if (kind == leaves) {
+      EXPECT_GT(meanBetween(0, 40), 0.98);
+      EXPECT_GT(meanBetween(42, 45), 0.98);  // near the edge
+    } else if (kind == smoke) {
+      EXPECT_NEAR(meanBetween(0, 40), 0.3, 0.1);
     } else {
-      EXPECT_NEAR(sum, 0.3, 0.1);
+      EXPECT_LT(meanBetween(20, 40), 0.75);  // 0.48 is true; what is held shows 0.87
     }
   }
 }

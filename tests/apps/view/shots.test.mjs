@@ -3,7 +3,7 @@
 // Shots on the page in a real browser: frames, keys of parameters, pinned samples, movies, renders.
 import assert from 'node:assert/strict';
 import {execFileSync} from 'node:child_process';
-import {copyFileSync, existsSync, readFileSync, readdirSync, rmSync, writeFileSync} from 'node:fs';
+import {existsSync, linkSync, readFileSync, readdirSync, rmSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {test} from 'node:test';
 import {clickPlate, compareColours, copiedCommand, open, setting, settled, shellRun, shownPixels, value} from './page.mjs';
@@ -307,11 +307,11 @@ test('a movie is a shot whose frames count from 1, in any order', async () => {
 });
 
 test('a render is cancelled from the page: whole files stay, and the page says how many', async () => {
-  const files = drawPlate('--size', '640x360');
+  const files = drawPlate('--size', '1280x720');
   const [shot, out] = [folder(), folder()];
-  const count = 240;  // enough to be under way for a while on any machine
+  const count = 240;  // enough to be under way while a page loads on a busy machine
   const name = (stem, frame) => `${stem}.${String(frame).padStart(4, '0')}.png`;
-  for (let frame = 1; frame <= count; ++frame) copyFileSync(files.plate, join(shot, name('plate', frame)));
+  for (let frame = 1; frame <= count; ++frame) linkSync(files.plate, join(shot, name('plate', frame)));
   const {page} = await open([join(shot, 'plate.####.png'), '--screen', '0.16,0.63,0.23', '-o', join(out, 'key.####.png')]);
   const whole = join(folder(), 'key.png');
   execFileSync(program, ['key', files.plate, '--screen', '0.16,0.63,0.23', '-q', '-o', whole]);
