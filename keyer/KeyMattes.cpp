@@ -149,8 +149,10 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const float from = 0.03f * size, to = 0.06f * size;  // pixels
   const Plane depth = distanceWithin(open, to, look.rows);
   const Plane within = distanceWithin(beside, to, look.rows);
-  const Plane texture = textureOf(look, plate, regions);
-  const Plane pure = pureAround(look, regions), light = lightAround(look, plate);
+  const bool alike = regions.alike > 0;  // else nothing is held for being rough
+  const Plane texture = alike ? textureOf(look, plate, regions) : Plane();
+  const Plane pure = alike ? pureAround(look, regions) : Plane();
+  const Plane light = alike ? lightAround(look, plate) : Plane();
   Plane hold(share.width, share.height);
   const Mask alien = opened(regions.alien, look.rows);
   const Plane clear = distanceWithin(regions.screen, 6, look.rows);
@@ -161,8 +163,10 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
                             ? 0.0f
                             : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f)) *
                                   (1 - (1 - regions.alike) * ramp(share[i], 0.2f, 0.35f));
-    const float rough = regions.alike * ramp(within[i], 0, to) * ramp(texture[i], 0.035f, 0.06f) *
-                        (1 - ramp(pure[i], 0, 0.08f)) * (1 - ramp(light[i], 1.2f, 1.4f));
+    const float rough = alike ? regions.alike * ramp(within[i], 0, to) *
+                                    ramp(texture[i], 0.035f, 0.06f) *
+                                    (1 - ramp(pure[i], 0, 0.08f)) * (1 - ramp(light[i], 1.2f, 1.4f))
+                              : 0;
     hold[i] = std::max({hold[i], solid, rough});
   });
   return blurred(hold, 1, look.rows);
