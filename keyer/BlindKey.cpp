@@ -157,7 +157,7 @@ BlindKey findKey(const Plate& plate, const Settings& given, const KeyWishes& wis
     put(name, key.numbers.gain);
   }
   putColour("replace", greyer(key.screen.colour));
-  if (!key.clear) put("refine", 1);
+  put("refine", 1);
   for (const Parameter& parameter : parameters()) {
     if (to.text(parameter.name) == given.text(parameter.name) &&
         to.given(parameter.name) == given.given(parameter.name)) {

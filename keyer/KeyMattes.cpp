@@ -46,41 +46,16 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   }
   constexpr float from = 3, to = 5;  // pixels
   Plane matte = distanceWithin(thing, to, look.rows);
-  eachPixel(matte, look.rows, [&](std::size_t i) {
-    matte[i] = std::clamp((matte[i] - from) / (to - from), 0.0f, 1.0f);
-  });
+  eachPixel(matte, look.rows, [&](std::size_t i) { matte[i] = ramp(matte[i], from, to); });
   return matte;
 }
 
 namespace {
 
-// Of the texture of what is clear, in the mean.
-constexpr double smooth = 0.05;
-
-float ramp(float v, float from, float to) {
-  return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
-}
-
-float sumAt(const Colours& colours, std::size_t i) {
-  return colours[0][i] + colours[1][i] + colours[2][i];
-}
-
-constexpr float leastScreen = 0.15f;  // what light is compared to, in codes of three channels
-constexpr float around = 6;           // pixels: the neighbourhood that light is looked at in
-
-/// How light the neighbourhood of each pixel is, as a share of the screen's light.
-Plane lightAround(const Look& look, const ScreenPlate& plate) {
-  Plane light = Plane::unset(plate.sure.width, plate.sure.height);
-  eachPixel(light, look.rows, [&](std::size_t i) {
-    light[i] = sumAt(look.codes, i) / std::max(sumAt(plate.clean, i), leastScreen);
-  });
-  return blurred(light, around, look.rows);
-}
-
 /// How much light varies from pixel to pixel, as a share of the screen's: leaves, feathers and fur
 /// vary, smoke, flames and glass hardly do.
 Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
-  constexpr float fine = 3;  // pixels
+  constexpr float fine = 3, around = 6;  // pixels
   Plane light = Plane::unset(regions.share.width, regions.share.height);
   eachPixel(light, look.rows, [&](std::size_t i) { light[i] = sumAt(look.codes, i); });
   light = blurred(light, regions.radius, look.rows);
@@ -89,9 +64,8 @@ Plane textureOf(const Look& look, const ScreenPlate& plate, const KeyRegions& re
   eachPixel(light, look.rows,
             [&](std::size_t i) { texture[i] = (light[i] - mean[i]) * (light[i] - mean[i]); });
   texture = blurred(texture, around, look.rows);
-  eachPixel(light, look.rows, [&](std::size_t i) {
-    texture[i] = std::sqrt(texture[i]) / std::max(sumAt(plate.clean, i), leastScreen);
-  });
+  eachPixel(light, look.rows,
+            [&](std::size_t i) { texture[i] = std::sqrt(texture[i]) / screenLight(plate, i); });
   return texture;
 }
 
@@ -127,9 +101,15 @@ bool isClear(const Look& look, const ScreenPlate& plate, const KeyRegions& regio
   }
   if (2 * mostly <= inside || mixed.empty()) return false;
   const Plane texture = textureOf(look, plate, regions);
-  double sum = 0;
-  for (const std::size_t i : mixed) sum += static_cast<double>(texture[i]);
-  return sum < smooth * static_cast<double>(mixed.size());
+  double rough = 0, light = 0;  // in the mean
+  for (const std::size_t i : mixed) {
+    rough += static_cast<double>(texture[i]) / static_cast<double>(mixed.size());
+    light += static_cast<double>(regions.light[i]) / static_cast<double>(mixed.size());
+  }
+  // Glass and glows are lighter than the screen, and may have rough rims; the most that what lies
+  // half before it can add is its own light.
+  const bool lit = light > 1.1 && light < 1.6;
+  return rough < (lit ? 0.12 : 0.05);
 }
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,
@@ -152,7 +132,6 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
   const bool alike = regions.alike > 0;  // else nothing is held for being rough
   const Plane texture = alike ? textureOf(look, plate, regions) : Plane();
   const Plane pure = alike ? pureAround(look, regions) : Plane();
-  const Plane light = alike ? lightAround(look, plate) : Plane();
   Plane hold(share.width, share.height);
   const Mask alien = opened(regions.alien, look.rows);
   const Plane clear = distanceWithin(regions.screen, 6, look.rows);
@@ -164,10 +143,10 @@ Plane holdOutMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
                             : ramp(depth[i], from, to) * (1 - ramp(share[i], 0.45f, 0.65f)) *
                                   (1 - (1 - regions.alike) * ramp(share[i], 0.2f, 0.35f));
     const float rough = alike ? regions.alike * ramp(within[i], 0, to) *
-                                    ramp(texture[i], 0.035f, 0.06f) *
-                                    (1 - ramp(pure[i], 0, 0.08f)) * (1 - ramp(light[i], 1.2f, 1.4f))
+                                    ramp(texture[i], 0.035f, 0.06f) * (1 - ramp(pure[i], 0, 0.08f))
                               : 0;
-    hold[i] = std::max({hold[i], solid, rough});
+    const float glow = ramp(regions.light[i], 1.2f, 1.4f) * ramp(share[i], 0.1f, 0.2f);
+    hold[i] = std::max(hold[i], (1 - glow) * std::max(solid, rough));
   });
   return blurred(hold, 1, look.rows);
 }

@@ -11,6 +11,17 @@
 #include "keyer/Masks.h"
 
 namespace orvanite {
+namespace {
+
+Plane lightAround(const Look& look, const ScreenPlate& plate) {
+  constexpr float around = 6;  // pixels
+  Plane light = Plane::unset(plate.sure.width, plate.sure.height);
+  eachPixel(light, look.rows,
+            [&](std::size_t i) { light[i] = sumAt(look.codes, i) / screenLight(plate, i); });
+  return blurred(light, around, look.rows);
+}
+
+}  // namespace
 
 KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate& plate) {
   const int w = plate.sure.width;
@@ -57,6 +68,7 @@ KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate&
     out.alien[i] = out.calmShare[i] > low + 0.12f + 3 * out.calm;
     out.calmShare[i] = std::min(out.calmShare[i], low);
   });
+  out.light = lightAround(look, plate);
   const Shorter within(1.5f * std::min(0.05f, 0.32f * hue.fromGrey));
   out.screen = Mask(w, h);
   eachPixel(out.screen, look.rows, [&](std::size_t i) {

@@ -4,6 +4,8 @@
 // on the matte of a plain key, with its grain taken out first.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -19,6 +21,7 @@ struct KeyRegions {
   float grain = 0;  // standard deviation of `share` on the screen
   float calm = 0;   // what is left of it in `calmShare`
   float radius = 0.8f;  // sigma of that average, in pixels
+  Plane light;          // how light a pixel's neighbourhood is beside the screen there: 1 as light
   Mask alien;    // more screen than its colour can hold: its own hue is much like the screen's
   Mask screen;   // surely screen
   Mask subject;  // surely subject, or most of it
@@ -28,6 +31,12 @@ struct KeyRegions {
   std::vector<std::uint32_t> nearestPure;  // index of the nearest pure pixel
   std::size_t pureCount = 0;
 };
+
+/// The screen's light at a pixel, its three channels together, and no less than can be compared
+/// with.
+inline float screenLight(const ScreenPlate& plate, std::size_t i) {
+  return std::max(sumAt(plate.clean, i), 0.15f);
+}
 
 KeyRegions keyRegions(const Look& look, const ScreenHue& hue, const ScreenPlate& plate);
 

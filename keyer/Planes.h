@@ -4,6 +4,7 @@
 // distances, openings. Small ones: a plate is reduced before it is looked at.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -53,6 +54,16 @@ using Plane = Raster<float>;
 /// 0 or 1 a pixel.
 using Mask = Raster<std::uint8_t>;
 using Colours = std::array<Plane, 3>;
+
+/// The three channels of a pixel together.
+inline float sumAt(const Colours& colours, std::size_t i) {
+  return colours[0][i] + colours[1][i] + colours[2][i];
+}
+
+/// 0 up to `from`, 1 from `to` on, a line between.
+inline float ramp(float v, float from, float to) {
+  return std::clamp((v - from) / (to - from), 0.0f, 1.0f);
+}
 
 /// How many pixels a mask holds.
 inline std::size_t countOf(const Mask& mask) {

@@ -137,8 +137,6 @@ Mask ledFrom(const Mask& own, const Mask& mask, const Values<std::uint32_t>& par
   return led;
 }
 
-float sumAt(const Colours& c, std::size_t i) { return c[0][i] + c[1][i] + c[2][i]; }
-
 /// How far two colours' hues lie apart, as a distance of shares.
 float hueBetween(const Colours& a, const Colours& b, std::size_t i) {
   const auto one = hueOf(a[0][i], a[1][i], a[2][i]);
