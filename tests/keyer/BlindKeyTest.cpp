@@ -211,14 +211,17 @@ TEST(BlindKey, LeavesGlassAndAVeilAsClearAsTheyAre) {
 TEST(BlindKey, HoldsNoLightThatIsDeepInASubject) {
   // Both are 0.6 solid, before a screen as dull as leaves; a light shines, a shadow may be fur.
   const auto body = disc(80, 60, 52, 2);
-  for (const auto& [colour, held] :
-       {std::pair{Rgb{1, 0.9f, 0.8f}, 0.0f}, std::pair{Rgb{0.3f, 0.2f, 0.25f}, 1.0f}}) {
+  const struct {
+    Rgb colour;
+    float held;
+  } cases[] = {{{1, 0.9f, 0.8f}, 0}, {{0.3f, 0.2f, 0.25f}, 1}};
+  for (const auto& c : cases) {
     Composed plate;
     plate.screen = [](int, int) { return dull; };
-    plate.subject = [&](int, int) { return colour; };
+    plate.subject = [&](int, int) { return c.colour; };
     plate.matte = [&](int x, int y) { return 0.6f * body(x, y); };
     Canvas canvas = plate.on(2);
-    EXPECT_NEAR(findKey(canvas.plate(), video()).holdOut(80, 60), held, 0.01f) << colour[0];
+    EXPECT_NEAR(findKey(canvas.plate(), video()).holdOut(80, 60), c.held, 0.01f) << c.held;
   }
 }
 
