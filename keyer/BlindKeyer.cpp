@@ -72,8 +72,7 @@ void BlindKeyer::prepare(const BlindKey& key, const Settings& settings, Depth de
   const bool lit = key.encoding == Encoding::light;
   const bool decodes = mixing == Mixing::light && !lit;
   const float full = depth == Depth::floats && lit ? std::max(1.0f, white) : 1.0f;
-  const std::string_view output = settings.choice("output");
-  showsColours_ = output != "matte" && output != "status";
+  showsColours_ = !showsMatte(settings.view(inputs));
   used_ = inputs;
   used_.reference = true;
   const bool holds = inputs.holdOut || (key.wishes.holdOut && !key.clear);

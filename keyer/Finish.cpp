@@ -29,9 +29,7 @@ Finish Finish::of(const Settings& settings, const Inputs& inputs, float scale) {
       finish.primary = c;
     }
   }
-  const std::string_view output = settings.choice("output");
-  // Nobody sees colours there.
-  if (output == "matte" || output == "status") return finish;
+  if (showsMatte(settings.view(inputs))) return finish;
   finish.edgeColour = settings.number("edgeColour");
   finish.edgeReach = std::max(1, pixels("edgeReach"));
   finish.spill = settings.number("spill");

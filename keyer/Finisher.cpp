@@ -78,10 +78,10 @@ void Finisher::prepare(const Settings& settings, const Finish& finish, Depth dep
                        const Inputs& inputs) {
   finish_ = finish;
   depth_ = depth;
-  const std::string_view output = settings.choice("output");
-  status_ = output == "status";
-  showsColours_ = !status_ && output != "matte";
-  background_ = settings.view(inputs) == View::composite;
+  const View view = settings.view(inputs);
+  status_ = view == View::status;
+  showsColours_ = !showsMatte(view);
+  background_ = view == View::composite;
   reference_ = inputs.reference && settings.toggle("useReference");
   garbage_ = inputs.garbage && settings.toggle("useGarbageMatte");
   gradesBehind_ = false;

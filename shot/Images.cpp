@@ -68,9 +68,6 @@ Frame frameOf(const ByRole<const media::Picture*>& pictures, const media::Window
   return frame;
 }
 
-bool showsColours(const Settings& settings) {
-  const std::string_view output = settings.choice("output");
-  return output != "matte" && output != "status";
-}
+bool showsColours(const Settings& settings) { return !showsMatte(settings.view({})); }
 
 }  // namespace orvanite::shot

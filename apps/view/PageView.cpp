@@ -68,10 +68,7 @@ bool holdsLight(Depth depth, std::string_view colourspace) {
 
 bool showsLight(PageView view, Depth depth, const Settings& settings) {
   if (!holdsLight(depth, settings.choice("colourspace"))) return false;
-  if (view == PageView::output) {
-    const std::string_view output = settings.choice("output");
-    return output != "matte" && output != "status";
-  }
+  if (view == PageView::output) return !showsMatte(settings.view({}));
   return view != PageView::matte && view != PageView::status;
 }
 
