@@ -10,6 +10,7 @@
 // plate's kinds.
 #include <fmt/core.h>
 #include <tbb/parallel_for.h>
+#include <CLI/CLI.hpp>
 
 #include <OpenImageIO/imageio.h>
 
@@ -204,36 +205,41 @@ Row keyPlate(const fs::path& folder, const KeyWishes& wishes, bool refines, cons
 }  // namespace
 
 int main(int count, char** arguments) try {
+  CLI::App app{
+      "How close a key that sets itself up comes to the truth, in percent: the matte over the\n"
+      "frame, in its soft edge, the colour, the composite over grey in the soft edge. Then come\n"
+      "how many plates there are, are refused, and have a matte that is off by more than 3."};
   int every = 1, from = 0;
-  bool each = false, refines = true;
-  KeyWishes wishes;
+  bool each = false, noHold = false, noGarbage = false, noMixing = false, noLead = false,
+       noRefine = false;
   fs::path plates, shown;
   std::string only;
-  for (int i = 1; i < count; ++i) {
-    const std::string a = arguments[i];
-    if (a == "--every")
-      every = std::stoi(arguments[++i]);
-    else if (a == "--from")
-      from = std::stoi(arguments[++i]);
-    else if (a == "--each")
-      each = true;
-    else if (a == "--only")
-      only = arguments[++i];
-    else if (a == "--show")
-      shown = arguments[++i];
-    else if (a == "--no-hold")
-      wishes.holdOut = false;
-    else if (a == "--no-garbage")
-      wishes.garbage = false;
-    else if (a == "--no-mixing")
-      wishes.mixing = false;
-    else if (a == "--no-refine")
-      refines = false;
-    else if (a == "--no-lead")
-      wishes.lead = false;
-    else
-      plates = a;
+  app.add_option("--every", every, "Only every Nth plate")->check(CLI::Range(1, 9999));
+  app.add_option("--from", from, "Begin with this plate, 0 the first")->check(CLI::Range(0, 9999));
+  app.add_flag("--each", each, "A line for each plate, and what was chosen for it");
+  app.add_option("--only", only, "Only plates whose names hold this");
+  app.add_option("--show", shown, "Write mattes and composites over red into this folder")
+      ->check(CLI::ExistingDirectory);
+  app.add_flag("--no-hold", noHold, "Hold nothing that is surely solid");
+  app.add_flag("--no-garbage", noGarbage, "Cut nothing that is surely screen");
+  app.add_flag("--no-mixing", noMixing, "Video encoding throughout");
+  app.add_flag("--no-lead", noLead, "Colour not led by light");
+  app.add_flag("--no-refine", noRefine, "Edges not led by colour");
+  app.add_option("PLATES", plates, "The folder of plates")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    fmt::print(stderr, "orvanite-quality: {}\n", error.what());
+    return 2;
   }
+  KeyWishes wishes;
+  wishes.holdOut = !noHold;
+  wishes.garbage = !noGarbage;
+  wishes.mixing = !noMixing;
+  wishes.lead = !noLead;
   std::vector<fs::path> folders;
   for (const auto& entry : fs::directory_iterator(plates)) {
     if (entry.is_directory()) folders.push_back(entry.path());
@@ -246,8 +252,9 @@ int main(int count, char** arguments) try {
       chosen.push_back(folders[i]);
   }
   std::vector<Row> rows(chosen.size());
-  tbb::parallel_for(std::size_t{0}, chosen.size(),
-                    [&](std::size_t i) { rows[i] = keyPlate(chosen[i], wishes, refines, shown); });
+  tbb::parallel_for(std::size_t{0}, chosen.size(), [&](std::size_t i) {
+    rows[i] = keyPlate(chosen[i], wishes, !noRefine, shown);
+  });
   if (each) {
     for (const Row& r : rows) {
       fmt::print(
