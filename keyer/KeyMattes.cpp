@@ -9,6 +9,28 @@
 #include "keyer/Masks.h"
 
 namespace orvanite {
+namespace {
+
+/// Takes out of `thing` what touches the subject and is no part of it, as a crease of the screen
+/// does: what is shallow and narrow and no light, and far from all that is deep or wide.
+void dropCreases(Mask& thing, const Plane& off, const Look& look, const KeyRegions& regions) {
+  constexpr float shallow = 0.3f;
+  const auto size = static_cast<float>(std::max(thing.width, thing.height));
+  const float narrow = 0.025f * size, far = 0.035f * size;  // pixels
+  Mask around = Mask::unset(thing.width, thing.height), firm = around;
+  eachPixel(around, look.rows, [&](std::size_t i) { around[i] = thing[i] == 0; });
+  const Plane within = distanceWithin(around, narrow, look.rows);
+  eachPixel(firm, look.rows, [&](std::size_t i) {
+    firm[i] = thing[i] != 0 && (std::abs(1 - regions.calmShare[i]) > shallow || within[i] > narrow);
+  });
+  const Plane away = distanceWithin(firm, far, look.rows);
+  eachPixel(thing, look.rows, [&](std::size_t i) {
+    if (away[i] > far && std::abs(off[i]) < shallow && regions.light[i] < 1) thing[i] = 0;
+  });
+}
+
+}  // namespace
+
 Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions) {
   const int w = plate.sure.width;
   const int h = plate.sure.height;
@@ -31,6 +53,7 @@ Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions&
     thing[i] = std::abs(off[i]) > 0.06f + 1.3f * regions.calm || bright[i] != 0 ||
                std::abs(1 - regions.calmShare[i]) > 0.25f + 3 * regions.calm;
   });
+  dropCreases(thing, off, look, regions);
   const Values<std::uint32_t> part = partsOf(thing);
   Values<std::uint32_t> count(thing.size(), 0);
   Values<float> deepest(thing.size(), 0);

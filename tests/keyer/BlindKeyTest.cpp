@@ -257,6 +257,22 @@ TEST(BlindKey, MakesNothingSolidOfASubjectThatIsClearAllOver) {
   }
 }
 
+TEST(BlindKey, CutsACreaseThatTouchesTheSubject) {
+  // A cloth falls in a fold that is a sixth darker, from above the subject down to it.
+  Composed plate;
+  plate.screen = [](int x, int) {
+    const float light = std::abs(x - 80) < 3 ? 0.83f : 1.0f;
+    return Rgb{light * green[0], light * green[1], light * green[2]};
+  };
+  plate.matte = disc(80, 90, 24, 2);
+  Canvas canvas = plate.on(2);
+  Canvas out = keyed(findKey(canvas.plate(), video()), canvas);
+  for (int y = 0; y < 50; ++y) {
+    EXPECT_LT(matteAt(out, 80, y), 0.02f) << y;
+  }
+  EXPECT_GT(matteAt(out, 80, 80), 0.98f);
+}
+
 TEST(BlindKey, CutsTheGrainOfWhatIsSurelyScreen) {
   Composed plate;
   plate.screen = [](int, int) { return dull; };
