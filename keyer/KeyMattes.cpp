@@ -124,15 +124,16 @@ bool isClear(const Look& look, const ScreenPlate& plate, const KeyRegions& regio
   }
   if (2 * mostly <= inside || mixed.empty()) return false;
   const Plane texture = textureOf(look, plate, regions);
-  double rough = 0, light = 0;  // in the mean
+  double rough = 0, light = 0;
   for (const std::size_t i : mixed) {
-    rough += static_cast<double>(texture[i]) / static_cast<double>(mixed.size());
-    light += static_cast<double>(regions.light[i]) / static_cast<double>(mixed.size());
+    rough += static_cast<double>(texture[i]);
+    light += static_cast<double>(regions.light[i]);
   }
-  // Glass and glows are lighter than the screen, and may have rough rims; the most that what lies
-  // half before it can add is its own light.
-  const bool lit = light > 1.1 && light < 1.6;
-  return rough < (lit ? 0.12 : 0.05);
+  // Of the mean. Glass and glows are lighter than the screen and may have rough rims; what is
+  // lighter still hides the screen, as a yellow flower does.
+  const auto count = static_cast<double>(mixed.size());
+  const bool lit = light > 1.1 * count && light < 1.6 * count;
+  return rough < (lit ? 0.12 : 0.05) * count;
 }
 
 // A subject that has no screen near by is solid although some of it has the screen's hue: dark fur,

@@ -11,8 +11,8 @@ namespace orvanite {
 Plane garbageMatte(const Look& look, const ScreenPlate& plate, const KeyRegions& regions);
 
 /// Whether the subject shows the screen nearly everywhere, as glass, smoke and veils do: most of
-/// what lies well inside it holds more than half screen, and is smooth. Nothing of it is solid
-/// then.
+/// what lies well inside it holds more than half screen, and is smooth, or lighter than the screen
+/// and not much rougher. Nothing of it is solid then.
 bool isClear(const Look& look, const ScreenPlate& plate, const KeyRegions& regions);
 
 /// 1 deep in what is surely solid; not for a subject that is clear.
